@@ -1,0 +1,30 @@
+# SPDX-License-Identifier: Apache-2.0
+# nyxus_warnings: language level and warnings, for every target.
+add_library(nyxus_warnings INTERFACE)
+target_compile_features(nyxus_warnings INTERFACE c_std_11 cxx_std_20)
+target_compile_options(nyxus_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Wundef
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual>)
+
+option(NYXUS_WERROR "Treat warnings as errors (CI)" OFF)
+if(NYXUS_WERROR)
+  target_compile_options(nyxus_warnings INTERFACE -Werror)
+endif()
+
+# nyxus_options: the same with the instrumentation of the preset, for all that is not injected into
+# foreign programs.
+add_library(nyxus_options INTERFACE)
+target_link_libraries(nyxus_options INTERFACE nyxus_warnings)
+
+set(NYXUS_SANITIZE "" CACHE STRING "Value for -fsanitize= (address,undefined or thread)")
+if(NYXUS_SANITIZE)
+  target_compile_options(nyxus_options INTERFACE
+    -fsanitize=${NYXUS_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(nyxus_options INTERFACE -fsanitize=${NYXUS_SANITIZE})
+endif()
+
+option(NYXUS_COVERAGE "Instrument for gcov" OFF)
+if(NYXUS_COVERAGE)
+  target_compile_options(nyxus_options INTERFACE --coverage -fprofile-update=atomic)
+  target_link_options(nyxus_options INTERFACE --coverage)
+endif()

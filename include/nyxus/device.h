@@ -1,0 +1,97 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+/**
+ * @file
+ * The device object: one probed camera.
+ *
+ * One thread at a time per device; the object holds no lock. Set the process-wide settings before
+ * the first device is created, and create devices from one thread at a time: the probe corrects the
+ * process-wide control tables.
+ */
+#ifndef NYXUS_DEVICE_H
+#define NYXUS_DEVICE_H
+
+#include <nyxus/chip.h>
+#include <nyxus/flash.h>
+#include <nyxus/usb.h>
+#include <nyxus/video.h>
+#include <nyxus/xu.h>
+
+NYXUS_BEGIN_DECLS
+
+/** External ROM types (bExtRomType). Smaller values are EEPROMs, in units of 128 bytes. */
+enum { EXTROM_TYPE_SPI = 0xFF };
+
+/** The per-camera record. Read any field; the library owns and writes them. */
+struct NyDevice {
+    uint8_t state;                    /**< 1 since creation */
+    int32_t index;                    /**< -1 */
+    libusb_device* usb_device;        /**< as given to DEV_CreateObjectUsb() */
+    libusb_device_handle* usb_handle; /**< used by every transfer */
+    uvc_context_t* uvc_context;
+    uvc_device_handle_t* uvc_handle;       /**< NULL when libuvc could not open the camera */
+    uvc_stream_ctrl_t stream_ctrl;         /**< negotiated by the start functions */
+    StreamCallbackRecord* stream_callback; /**< set while a callback stream runs */
+    char szIntFwVer[11];                   /**< internal firmware version; may lack a terminator */
+    NyBackend oBackend;                    /**< matched row of backend_list */
+    NyXuVersion oXuCtrlVer;
+    uint8_t xFeatureXU;     /**< firmware has an XU version record */
+    uint8_t xFeatureEM;     /**< firmware has the memory extension */
+    uvc_xu_ctrl* xu_table;  /**< the camera's control table */
+    int32_t xu_table_count; /**< its rows */
+    NyFirmwareStatus oFwStatus;
+    uint16_t wExtSensorApId;
+    uint16_t wExtFwVer;     /**< external firmware version */
+    char szSetfileVer[11];  /**< set-file version; may lack a terminator */
+    NyFlashInfo oFlashInfo; /**< identified SPI flash */
+    uint8_t xSpiMode;       /**< 1: SPI flash, 0: I2C EEPROM */
+    uint8_t xModuleMode;    /**< 1: external firmware or set-file present */
+    uint8_t bExtRomType;    /**< EXTROM_TYPE_SPI or EEPROM size / 128, at most 0x80 */
+    uint32_t dwExtRomSize;  /**< bytes: 0x10000 for SPI flash, at most 0x8000 else */
+
+    uint8_t device_gone;         /**< private: the latest claim or transfer said NO_DEVICE */
+    uint8_t stream_record_owned; /**< private: stream_callback is to be freed */
+    uint8_t session_closed;      /**< private: libuvc's handle has been closed or abandoned */
+};
+
+/**
+ * Open and probe a camera.
+ *
+ * The camera is opened through libuvc, so that video and controls share one USB handle; a kernel
+ * driver is detached for as long as the object lives.
+ *
+ * @param device  from libusb_get_device_list(); borrowed, keep a reference while the object lives
+ * @return the probed object, NULL on failure: nyxus_errno and nyxus_errmsg tell why where the cause
+ *         was a transfer, the driver type or memory; a device that libuvc cannot open is reported
+ *         only by libuvc, on standard error
+ *
+ * The memory of an object that was handed out is never freed, not even by DEV_DeleteObject() (about
+ * 300 bytes a camera).
+ * Blocks for about 30 transfers. One thread at a time.
+ */
+NYXUS_API NyDevice* DEV_CreateObjectUsb(libusb_device* device);
+
+/**
+ * Probe a camera whose USB handle is open. DEV_CreateObjectUsb() does this; call it yourself only
+ * on an object that you set up by hand, for instance with oFlashInfo.bCmdRDID preset to 0x9F to
+ * reach a camera whose ROM is blank.
+ *
+ * @return 0 or positive; 3 for an unknown chip (a failure); -1026 for NULL; -1030 when the ROM
+ *         holds no firmware and the flash's read-ID command is unknown; else a transfer's failure
+ *
+ * Blocks for about 30 transfers. One thread at a time.
+ */
+NYXUS_API int32_t DEV_Init(NyDevice* pDevObj);
+
+/**
+ * Close a camera. NULL is allowed. Do not use the object afterwards.
+ *
+ * When the camera is gone (unplugged), libuvc's handle is abandoned instead of closed: libuvc and
+ * libusb would abort the process.
+ *
+ * Blocks for a transfer. One thread at a time per device.
+ */
+NYXUS_API void DEV_DeleteObject(NyDevice* pDevObj);
+
+NYXUS_END_DECLS
+
+#endif
