@@ -1,0 +1,375 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "bus/bed.h"
+
+#include "bus/registry.h"
+#include "bus/temp_folder.h"
+#include "usb/descriptors.h"
+
+#include <sys/stat.h>
+#include <umockdev.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <list>
+#include <map>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+namespace sim {
+
+namespace {
+
+// Long enough for the host to read the answer of the transfer that asked for the restart.
+constexpr auto kRestartDelay = std::chrono::milliseconds(3);
+constexpr unsigned kHighestBus = 64;
+
+bool is_printable(const std::string& text)
+{
+    return std::all_of(text.begin(), text.end(), [](char character) {
+        return character >= ' ' && character <= '~' && character != '\\';
+    });
+}
+
+std::atomic<Bed*> active_bed{nullptr};
+
+} // namespace
+
+PluggedCamera::PluggedCamera(std::shared_ptr<UsbCamera> camera, const Place& place)
+    : camera_(std::move(camera)), place_(place)
+{
+}
+
+unsigned PluggedCamera::address() const
+{
+    const std::lock_guard lock(place_mutex_);
+    return place_.address;
+}
+
+std::vector<Transfer> PluggedCamera::transfers()
+{
+    const std::lock_guard lock(camera_->mutex());
+    return camera_->transfers();
+}
+
+void PluggedCamera::clear_transfers()
+{
+    const std::lock_guard lock(camera_->mutex());
+    camera_->clear_transfers();
+}
+
+void PluggedCamera::set_tracing(bool on)
+{
+    const std::lock_guard lock(camera_->mutex());
+    camera_->set_tracing(on);
+}
+
+void PluggedCamera::set_fault(FaultHook hook)
+{
+    const std::lock_guard lock(camera_->mutex());
+    camera_->set_fault(std::move(hook));
+}
+
+StreamState PluggedCamera::stream()
+{
+    const std::lock_guard lock(camera_->mutex());
+    return camera_->stream().state();
+}
+
+void PluggedCamera::set_frame_fault(FrameFaultHook hook)
+{
+    const std::lock_guard lock(camera_->mutex());
+    camera_->stream().set_fault(std::move(hook));
+}
+
+void PluggedCamera::set_pacing(Pacing pacing)
+{
+    const std::lock_guard lock(camera_->mutex());
+    camera_->stream().set_pacing(pacing);
+}
+
+struct Bed::State {
+    struct Task {
+        PluggedCamera* camera;
+        BusEvent event;
+        std::chrono::steady_clock::time_point due;
+    };
+
+    explicit State(Clock& bed_clock);
+    ~State();
+
+    void add_root_hub(unsigned bus);
+    Place free_place(unsigned bus);
+    unsigned next_address(unsigned bus);
+    void attach(PluggedCamera& camera);
+    void detach(PluggedCamera& camera);
+    void unlist(PluggedCamera& camera);
+    void return_with_new_address(PluggedCamera& camera);
+    void add_entry(const std::string& entry);
+
+    void request(PluggedCamera& camera, BusEvent event);
+    void work();
+    void perform(const Task& task);
+
+    Clock& clock;
+    UMockdevTestbed* testbed = nullptr;
+    std::string folder;
+    std::unique_ptr<BedLock> folder_lock;
+
+    std::mutex mutex; ///< the buses; never taken under a camera's mutex
+    std::list<std::unique_ptr<PluggedCamera>> cameras;
+    std::map<unsigned, unsigned> last_address;
+
+    std::mutex task_mutex;
+    std::condition_variable task_change;
+    std::deque<Task> tasks; ///< the first one is under way
+    bool stopping = false;
+    std::thread worker;
+};
+
+Bed::State::State(Clock& bed_clock) : clock(bed_clock)
+{
+    const ShortTempFolder temp_folder;
+    remove_abandoned_beds(temp_folder.path());
+    testbed = umockdev_testbed_new();
+    gchar* root = umockdev_testbed_get_root_dir(testbed);
+    folder = root;
+    g_free(root);
+    folder_lock = std::make_unique<BedLock>(folder);
+    worker = std::thread([this] { work(); });
+}
+
+Bed::State::~State()
+{
+    {
+        const std::lock_guard lock(task_mutex);
+        stopping = true;
+    }
+    task_change.notify_all();
+    worker.join();
+    for (const auto& camera : cameras) {
+        detach(*camera);
+        unlist(*camera);
+    }
+    g_object_unref(testbed);
+    std::error_code ignored;
+    std::filesystem::remove_all(folder, ignored);
+}
+
+void Bed::State::add_entry(const std::string& entry)
+{
+    GError* error = nullptr;
+    if (umockdev_testbed_add_from_string(testbed, entry.c_str(), &error) == 0) {
+        const std::string reason = error != nullptr ? error->message : "unknown reason";
+        g_clear_error(&error);
+        throw std::runtime_error("cannot add a device to the simulated bus: " + reason);
+    }
+}
+
+void Bed::State::add_root_hub(unsigned bus)
+{
+    if (last_address.try_emplace(bus, 1).second) {
+        add_entry(root_hub_entry(bus));
+    }
+}
+
+unsigned Bed::State::next_address(unsigned bus)
+{
+    unsigned& last = last_address[bus];
+    do {
+        last = last >= kHighestAddress ? 2 : last + 1;
+    } while (find_node(bus, last));
+    return last;
+}
+
+Place Bed::State::free_place(unsigned bus)
+{
+    for (unsigned port = 1; port <= kPortsPerBus; ++port) {
+        const bool taken = std::any_of(cameras.begin(), cameras.end(), [&](const auto& camera) {
+            return camera->place_.bus == bus && camera->place_.port == port;
+        });
+        if (!taken) {
+            return {bus, port, next_address(bus)};
+        }
+    }
+    throw std::invalid_argument("no free port on the simulated bus");
+}
+
+// The node is there before the event tells of the device, so that nobody meets a half-made one.
+void Bed::State::attach(PluggedCamera& camera)
+{
+    const Place place = camera.place_;
+    const std::filesystem::path node = folder + node_path(place);
+    std::filesystem::create_directories(node.parent_path());
+    const std::vector<uint8_t> contents = node_contents(*camera.camera_);
+    std::ofstream(node, std::ios::binary)
+        .write(reinterpret_cast<const char*>(contents.data()),
+               static_cast<std::streamsize>(contents.size()));
+    chmod(node.c_str(), 0666);
+
+    camera.node_ = std::make_shared<UsbfsNode>(
+        camera.camera_, place.address, [this, &camera](BusEvent event) { request(camera, event); });
+    register_node(place.bus, place.address, camera.node_);
+    camera.listed_ = true;
+    add_entry(camera_entry(*camera.camera_, place));
+}
+
+void Bed::State::detach(PluggedCamera& camera)
+{
+    if (camera.node_) {
+        camera.node_->set_gone();
+        camera.node_.reset();
+    }
+}
+
+void Bed::State::unlist(PluggedCamera& camera)
+{
+    if (!std::exchange(camera.listed_, false)) {
+        return;
+    }
+    for (unsigned number = 0; number < kInterfaceCount; ++number) {
+        umockdev_testbed_remove_device(testbed, interface_path(camera.place_, number).c_str());
+    }
+    const std::string path = sysfs_path(camera.place_);
+    umockdev_testbed_uevent(testbed, path.c_str(), "remove");
+    umockdev_testbed_remove_device(testbed, path.c_str());
+    std::error_code ignored;
+    std::filesystem::remove(folder + node_path(camera.place_), ignored);
+    unregister_node(camera.place_.bus, camera.place_.address);
+}
+
+void Bed::State::return_with_new_address(PluggedCamera& camera)
+{
+    detach(camera);
+    unlist(camera);
+    {
+        const std::lock_guard lock(camera.camera_->mutex());
+        camera.camera_->restart();
+    }
+    {
+        const unsigned address = next_address(camera.place_.bus);
+        const std::lock_guard lock(camera.place_mutex_);
+        camera.place_.address = address;
+    }
+    attach(camera);
+}
+
+// Called under the camera's mutex, by whichever thread made the transfer.
+void Bed::State::request(PluggedCamera& camera, BusEvent event)
+{
+    const std::lock_guard lock(task_mutex);
+    const bool known = std::any_of(tasks.begin(), tasks.end(), [&](const Task& task) {
+        return task.camera == &camera && task.event == event;
+    });
+    if (known) {
+        return;
+    }
+    const auto delay = event == BusEvent::kRestart ? kRestartDelay : std::chrono::milliseconds(0);
+    tasks.push_back({&camera, event, std::chrono::steady_clock::now() + delay});
+    task_change.notify_all();
+}
+
+void Bed::State::work()
+{
+    std::unique_lock lock(task_mutex);
+    for (;;) {
+        task_change.wait(lock, [this] { return stopping || !tasks.empty(); });
+        if (stopping) {
+            return;
+        }
+        const Task task = tasks.front();
+        task_change.wait_until(lock, task.due, [this] { return stopping; });
+        lock.unlock();
+        perform(task);
+        lock.lock();
+        tasks.pop_front();
+        task_change.notify_all();
+    }
+}
+
+void Bed::State::perform(const Task& task)
+{
+    const std::lock_guard lock(mutex);
+    PluggedCamera& camera = *task.camera;
+    if (task.event == BusEvent::kRestart) {
+        if (camera.node_) {
+            return_with_new_address(camera);
+        }
+        return;
+    }
+    detach(camera);
+    if (task.event == BusEvent::kUnplugAnnounced) {
+        unlist(camera);
+    }
+}
+
+Bed::Bed(Clock& clock) : state_(std::make_unique<State>(clock))
+{
+    active_bed = this;
+}
+
+Bed::~Bed()
+{
+    active_bed = nullptr;
+}
+
+PluggedCamera& Bed::plug(const CameraModel& model, PlugOptions options)
+{
+    if (options.bus < 1 || options.bus > kHighestBus) {
+        throw std::invalid_argument("bus must be 1 to 64");
+    }
+    if (!is_printable(options.serial)) {
+        throw std::invalid_argument("serial must be printable ASCII without backslash");
+    }
+    const std::lock_guard lock(state_->mutex);
+    if (options.serial.empty()) {
+        const std::string number = std::to_string(state_->cameras.size() + 1);
+        options.serial = "SIM" + std::string(5 - number.size(), '0') + number;
+    }
+    state_->add_root_hub(options.bus);
+    auto camera = std::make_shared<UsbCamera>(model, state_->clock, options.serial, options.rom);
+    auto& plugged = *state_->cameras.emplace_back(
+        new PluggedCamera(std::move(camera), state_->free_place(options.bus)));
+    state_->attach(plugged);
+    return plugged;
+}
+
+void Bed::unplug(PluggedCamera& camera, Announce announce)
+{
+    const std::lock_guard lock(state_->mutex);
+    state_->detach(camera);
+    if (announce == Announce::kYes) {
+        state_->unlist(camera);
+    }
+}
+
+void Bed::replug(PluggedCamera& camera)
+{
+    const std::lock_guard lock(state_->mutex);
+    state_->return_with_new_address(camera);
+}
+
+void Bed::settle()
+{
+    std::unique_lock lock(state_->task_mutex);
+    state_->task_change.wait(lock, [this] { return state_->tasks.empty(); });
+}
+
+const std::string& Bed::folder() const
+{
+    return state_->folder;
+}
+
+void Bed::settle_active()
+{
+    if (Bed* bed = active_bed) {
+        bed->settle();
+    }
+}
+
+} // namespace sim

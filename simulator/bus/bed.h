@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "bus/sysfs.h"
+#include "bus/usbfs.h"
+#include "chip/clock.h"
+#include "chip/model.h"
+#include "usb/usb_camera.h"
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+struct PlugOptions {
+    unsigned bus = 1;
+    std::string serial;            ///< printable ASCII; empty: one that differs per camera
+    std::vector<uint8_t> rom = {}; ///< empty: the model's factory contents
+};
+
+/// Access to an object under its owner's lock, held to the end of the full expression.
+template <typename Object>
+class Locked {
+public:
+    Locked(Object& object, std::recursive_mutex& mutex) : object_(object), lock_(mutex) {}
+    Object* operator->() const { return &object_; }
+    Object& operator*() const { return object_; }
+
+private:
+    Object& object_;
+    std::unique_lock<std::recursive_mutex> lock_;
+};
+
+/// A camera on a bed, plugged in or not. Its owner is the bed. Thread-safe.
+class PluggedCamera {
+public:
+    Locked<Controller> controller() { return {camera_->controller(), camera_->mutex()}; }
+    const CameraModel& model() { return camera_->controller().model(); }
+    const std::string& serial() const { return camera_->serial(); }
+    unsigned bus() const { return place_.bus; }
+    unsigned port() const { return place_.port; }
+    /// Changes with every re-plug and restart.
+    unsigned address() const;
+
+    /// Every control transfer since the last clear, oldest first.
+    std::vector<Transfer> transfers();
+    void clear_transfers();
+    void set_tracing(bool on);
+    /// Replaces the hook and counts transfers from 0 again; an empty one ends all faults.
+    void set_fault(FaultHook hook);
+
+    /// Whether it streams, and how many frames it has sent and dropped.
+    StreamState stream();
+    /// The same as set_fault(), for frames.
+    void set_frame_fault(FrameFaultHook hook);
+    /// From the next stream on.
+    void set_pacing(Pacing pacing);
+
+private:
+    friend class Bed;
+    PluggedCamera(std::shared_ptr<UsbCamera> camera, const Place& place);
+
+    std::shared_ptr<UsbCamera> camera_;
+    mutable std::mutex place_mutex_;
+    Place place_;
+    std::shared_ptr<UsbfsNode> node_; ///< nullptr while unplugged
+    bool listed_ = false;             ///< sysfs still shows it
+};
+
+/// The machine that cameras are plugged into: sysfs, device nodes and hot-plug events, seen by
+/// this process and by those that run with its UMOCKDEV_DIR. One at a time per process; make it
+/// before starting threads. Thread-safe. Throws std::runtime_error when the folder cannot be made.
+class Bed {
+public:
+    explicit Bed(Clock& clock);
+    ~Bed();
+    Bed(const Bed&) = delete;
+    Bed& operator=(const Bed&) = delete;
+
+    /// Throws std::invalid_argument for an unusable bus or serial number, or a full bus.
+    PluggedCamera& plug(const CameraModel& model, PlugOptions options = {});
+    /// Takes the camera away; unannounced, only its users notice. Announcing it later is allowed.
+    void unplug(PluggedCamera& camera, Announce announce = Announce::kYes);
+    /// A power cycle: the camera comes back with a new address and boots.
+    void replug(PluggedCamera& camera);
+    /// Waits until restarts and unplugs that are under way have happened.
+    void settle();
+
+    const std::string& folder() const;
+
+    /// Settles the process's bed, if there is one.
+    static void settle_active();
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+} // namespace sim

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace sim {
+
+/// Largest buffer of one transfer, and so of one message.
+inline constexpr uint32_t kMaxUrbBytes = 16u << 20;
+inline constexpr uint32_t kMaxIsoPackets = 128;
+
+/// Requests beside the ioctls. They are never valid ioctl codes of usbfs.
+enum : uint32_t { kOpenNode = 1, kCloseNode = 2, kAdvanceClock = 3 };
+
+/// An ioctl on a camera's node without pointers, so that it can cross a process boundary.
+struct RequestHeader {
+    uint32_t code = 0;   ///< USBDEVFS_... or one of the above
+    uint32_t first = 0;  ///< interface, endpoint, configuration, bus, microseconds
+    uint32_t second = 0; ///< alternate setting, sub-code, address
+    uint8_t urb_type = 0;
+    uint8_t urb_endpoint = 0;
+    uint16_t iso_packets = 0;
+    uint32_t urb_bytes = 0; ///< size of the caller's buffer
+    uint32_t payload_bytes = 0;
+    uint64_t urb = 0; ///< the caller's address of the URB, a name only
+};
+
+/// Payload: SUBMITURB of a control transfer carries setup and OUT data, of an isochronous one the
+/// packet lengths (uint32_t each).
+struct Request {
+    RequestHeader header;
+    std::vector<uint8_t> payload;
+};
+
+struct ReplyHeader {
+    int32_t result = 0; ///< 0 or negative errno
+    uint32_t value = 0; ///< capabilities, address
+    uint64_t urb = 0;   ///< REAPURB: whose completion this is
+    int32_t status = 0;
+    uint32_t actual_bytes = 0;
+    uint16_t iso_packets = 0;
+    uint16_t reserved = 0;
+    uint32_t payload_bytes = 0;
+};
+
+/// What one isochronous packet came to.
+struct IsoResult {
+    uint32_t actual_bytes = 0;
+    int32_t status = 0;
+};
+
+/// Payload: REAPURB carries the IsoResults and then the IN data; GETDRIVER the driver's name.
+struct Reply {
+    ReplyHeader header;
+    std::vector<uint8_t> payload;
+};
+
+} // namespace sim

@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+namespace sim {
+
+/// The descriptor that the camera's user polls: writable while a finished URB waits to be reaped.
+/// It takes the place of the opened node, so that each opener has a readiness of its own.
+class ReadySignal {
+public:
+    ReadySignal();
+    ~ReadySignal();
+    ReadySignal(const ReadySignal&) = delete;
+    ReadySignal& operator=(const ReadySignal&) = delete;
+
+    int fd() const { return fd_; } ///< -1 when the process has no descriptor left
+    void set(bool ready);
+
+private:
+    int fd_;
+    bool ready_ = true;
+};
+
+} // namespace sim

@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "bus/usbfs.h"
+
+#include <memory>
+
+namespace sim {
+
+/// The device nodes of this process, by bus number and address. Thread-safe.
+void register_node(unsigned bus, unsigned address, std::shared_ptr<UsbfsNode> node);
+void unregister_node(unsigned bus, unsigned address);
+std::shared_ptr<UsbfsNode> find_node(unsigned bus, unsigned address);
+
+} // namespace sim

@@ -1,0 +1,158 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "bus/sysfs.h"
+
+#include "usb/descriptors.h"
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <span>
+
+namespace sim {
+
+namespace {
+
+// clang-format off
+constexpr uint8_t kHubDescriptors[] = {
+    0x12, 0x01, 0x00, 0x02, 0x09, 0x00, 0x01, 0x40, 0x6b, 0x1d, 0x02, 0x00, 0x01, 0x00,
+    0x00, 0x00, 0x00, 0x01,
+    0x09, 0x02, 0x19, 0x00, 0x01, 0x01, 0x00, 0xe0, 0x00,
+    0x09, 0x04, 0x00, 0x00, 0x01, 0x09, 0x00, 0x00, 0x00,
+    0x07, 0x05, 0x81, 0x03, 0x04, 0x00, 0x0c,
+};
+// clang-format on
+
+__attribute__((format(printf, 1, 2))) std::string text(const char* format, ...)
+{
+    char line[512];
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(line, sizeof line, format, arguments);
+    va_end(arguments);
+    return line;
+}
+
+// The values of attribute files end with a line feed, written as an escape.
+std::string attribute(const char* name, const std::string& value)
+{
+    return "A: " + std::string(name) + "=" + value + "\\n\n";
+}
+
+std::string descriptors(std::span<const uint8_t> bytes)
+{
+    std::string line = "H: descriptors=";
+    for (const uint8_t byte : bytes) {
+        line += text("%02X", unsigned{byte});
+    }
+    return line + "\n";
+}
+
+// What every device has, hub or camera. `bytes` are its device descriptor and more.
+std::string common_entry(const std::string& path, const Place& place,
+                         std::span<const uint8_t> bytes)
+{
+    const unsigned vendor = bytes[8] | unsigned{bytes[9]} << 8;
+    const unsigned product = bytes[10] | unsigned{bytes[11]} << 8;
+    const unsigned release = bytes[12] | unsigned{bytes[13]} << 8;
+    const unsigned interfaces = bytes[18 + 4];
+
+    std::string entry = "P: " + path + "\n";
+    entry += "E: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nE: DRIVER=usb\n";
+    entry += "E: DEVNAME=" + node_path(place) + "\n";
+    entry += text("E: BUSNUM=%03u\nE: DEVNUM=%03u\nE: MAJOR=189\nE: MINOR=%u\n", place.bus,
+                  place.address, (place.bus - 1) * 128 + place.address - 1);
+    entry += text("E: PRODUCT=%x/%x/%x\n", vendor, product, release);
+    entry += text("E: TYPE=%u/%u/%u\n", bytes[4], bytes[5], bytes[6]);
+    entry += attribute("busnum", text("%u", place.bus));
+    entry += attribute("devnum", text("%u", place.address));
+    entry += attribute("speed", "480");
+    entry += attribute("version", " 2.00");
+    entry += attribute("bConfigurationValue", "1");
+    entry += attribute("bNumConfigurations", "1");
+    entry += attribute("bNumInterfaces", text("%2u", interfaces));
+    entry += attribute("bmAttributes", text("%02x", bytes[18 + 7]));
+    entry += attribute("bMaxPower", text("%umA", bytes[18 + 8] * 2));
+    entry += attribute("bMaxPacketSize0", text("%u", bytes[7]));
+    entry += attribute("bDeviceClass", text("%02x", bytes[4]));
+    entry += attribute("bDeviceSubClass", text("%02x", bytes[5]));
+    entry += attribute("bDeviceProtocol", text("%02x", bytes[6]));
+    entry += attribute("idVendor", text("%04x", vendor));
+    entry += attribute("idProduct", text("%04x", product));
+    entry += attribute("bcdDevice", text("%04x", release));
+    entry += attribute("configuration", "");
+    entry += attribute("rx_lanes", "1");
+    entry += attribute("tx_lanes", "1");
+    return entry + descriptors(bytes);
+}
+
+std::string interface_name(const Place& place, unsigned number)
+{
+    return text("%u-%u:1.%u", place.bus, place.port, number);
+}
+
+// `bytes` is the interface's descriptor.
+std::string interface_entry(const std::string& device_path, const std::string& name,
+                            std::span<const uint8_t> bytes)
+{
+    std::string entry = "P: " + device_path + "/" + name + "\n";
+    entry += "E: SUBSYSTEM=usb\nE: DEVTYPE=usb_interface\n";
+    entry += text("E: INTERFACE=%u/%u/%u\n", bytes[5], bytes[6], bytes[7]);
+    entry += attribute("bInterfaceNumber", text("%02x", bytes[2]));
+    entry += attribute("bAlternateSetting", text("%2u", bytes[3]));
+    entry += attribute("bNumEndpoints", text("%02x", bytes[4]));
+    entry += attribute("bInterfaceClass", text("%02x", bytes[5]));
+    entry += attribute("bInterfaceSubClass", text("%02x", bytes[6]));
+    entry += attribute("bInterfaceProtocol", text("%02x", bytes[7]));
+    return entry + "\n";
+}
+
+} // namespace
+
+std::string root_hub_entry(unsigned bus)
+{
+    const std::string path = text("/devices/usb%u", bus);
+    return common_entry(path, {bus, 0, 1}, kHubDescriptors) +
+           attribute("maxchild", text("%u", kPortsPerBus)) +
+           attribute("manufacturer", "NYXUS Simulator") + attribute("product", "Root hub") + "\n";
+}
+
+std::string camera_entry(UsbCamera& camera, const Place& place)
+{
+    const std::string path = text("/devices/usb%u/%u-%u", place.bus, place.bus, place.port);
+    std::string entry = common_entry(path, place, node_contents(camera));
+    entry += attribute("maxchild", "0");
+    entry += attribute("devpath", text("%u", place.port));
+    entry += attribute("manufacturer", kManufacturer);
+    entry += attribute("product", camera.product());
+    entry += attribute("serial", camera.serial()) + "\n";
+    for (unsigned number = 0; number < kInterfaceCount; ++number) {
+        entry += interface_entry(path, interface_name(place, number),
+                                 interface_descriptor(camera.controller().model(), number));
+    }
+    return entry;
+}
+
+std::string interface_path(const Place& place, unsigned number)
+{
+    return sysfs_path(place) + "/" + interface_name(place, number);
+}
+
+std::string sysfs_path(const Place& place)
+{
+    return text("/sys/devices/usb%u/%u-%u", place.bus, place.bus, place.port);
+}
+
+std::string node_path(const Place& place)
+{
+    return text("/dev/bus/usb/%03u/%03u", place.bus, place.address);
+}
+
+std::vector<uint8_t> node_contents(UsbCamera& camera)
+{
+    std::vector<uint8_t> bytes = device_descriptor(camera.controller().model());
+    const auto configuration = configuration_descriptor(camera.controller().model());
+    bytes.insert(bytes.end(), configuration.begin(), configuration.end());
+    return bytes;
+}
+
+} // namespace sim

@@ -1,0 +1,222 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "bus/transport.h"
+
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/uio.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <type_traits>
+
+namespace sim {
+
+namespace {
+
+static_assert(std::is_trivially_copyable_v<RequestHeader>);
+static_assert(std::is_trivially_copyable_v<ReplyHeader>);
+
+// A request carries the setup and the OUT data of a control transfer, or packet lengths.
+constexpr uint32_t kMaxRequestPayload = 128u << 10;
+constexpr uint32_t kMaxReplyPayload = kMaxUrbBytes + kMaxIsoPackets * sizeof(IsoResult);
+
+// Room for one passed descriptor.
+union Control {
+    cmsghdr align;
+    std::array<char, CMSG_SPACE(sizeof(int))> bytes;
+};
+
+void attach_fd(msghdr& message, Control& control, int fd)
+{
+    message.msg_control = control.bytes.data();
+    message.msg_controllen = control.bytes.size();
+    cmsghdr* entry = CMSG_FIRSTHDR(&message);
+    entry->cmsg_level = SOL_SOCKET;
+    entry->cmsg_type = SCM_RIGHTS;
+    entry->cmsg_len = CMSG_LEN(sizeof fd);
+    std::memcpy(CMSG_DATA(entry), &fd, sizeof fd);
+}
+
+bool send_bytes(int socket, const void* header, size_t header_bytes,
+                const std::vector<uint8_t>& payload, int passed_fd)
+{
+    std::array<iovec, 2> parts{{{const_cast<void*>(header), header_bytes},
+                                {const_cast<uint8_t*>(payload.data()), payload.size()}}};
+    Control control{};
+    msghdr message{};
+    message.msg_iov = parts.data();
+    message.msg_iovlen = parts.size();
+    if (passed_fd >= 0) {
+        attach_fd(message, control, passed_fd);
+    }
+    size_t left = header_bytes + payload.size();
+    while (left > 0) {
+        const ssize_t sent = sendmsg(socket, &message, MSG_NOSIGNAL);
+        if (sent < 0 && errno == EINTR) {
+            continue;
+        }
+        if (sent <= 0) {
+            return false;
+        }
+        left -= static_cast<size_t>(sent);
+        size_t done = static_cast<size_t>(sent);
+        for (iovec& part : parts) {
+            const size_t step = std::min(done, part.iov_len);
+            part.iov_base = static_cast<char*>(part.iov_base) + step;
+            part.iov_len -= step;
+            done -= step;
+        }
+        message.msg_control = nullptr;
+        message.msg_controllen = 0;
+    }
+    return true;
+}
+
+bool receive_bytes(int socket, void* buffer, size_t bytes)
+{
+    auto* next = static_cast<char*>(buffer);
+    while (bytes > 0) {
+        const ssize_t got = recvfrom(socket, next, bytes, 0, nullptr, nullptr);
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got <= 0) {
+            return false;
+        }
+        next += got;
+        bytes -= static_cast<size_t>(got);
+    }
+    return true;
+}
+
+bool receive_payload(int socket, std::vector<uint8_t>& payload, uint32_t bytes, uint32_t most)
+{
+    if (bytes > most) {
+        return false;
+    }
+    payload.resize(bytes);
+    return receive_bytes(socket, payload.data(), bytes);
+}
+
+// Past recvmsg(), which the preloaded library of the bed interposes.
+ssize_t receive_message(int socket, msghdr& message)
+{
+    long got = 0;
+    do {
+        got = syscall(SYS_recvmsg, socket, &message, MSG_CMSG_CLOEXEC);
+    } while (got < 0 && errno == EINTR);
+    return got;
+}
+
+int fd_of(msghdr& message)
+{
+    int fd = -1;
+    const cmsghdr* entry = CMSG_FIRSTHDR(&message);
+    if (entry != nullptr && entry->cmsg_type == SCM_RIGHTS &&
+        entry->cmsg_len == CMSG_LEN(sizeof fd)) {
+        std::memcpy(&fd, CMSG_DATA(entry), sizeof fd);
+    }
+    return fd;
+}
+
+bool fill_address(const std::string& path, sockaddr_un& address)
+{
+    if (path.size() >= sizeof address.sun_path) {
+        errno = ENAMETOOLONG;
+        return false;
+    }
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    return true;
+}
+
+} // namespace
+
+bool send_request(int socket, const Request& request)
+{
+    RequestHeader header = request.header;
+    header.payload_bytes = static_cast<uint32_t>(request.payload.size());
+    return send_bytes(socket, &header, sizeof header, request.payload, -1);
+}
+
+bool receive_request(int socket, Request& request)
+{
+    return receive_bytes(socket, &request.header, sizeof request.header) &&
+           receive_payload(socket, request.payload, request.header.payload_bytes,
+                           kMaxRequestPayload);
+}
+
+bool send_reply(int socket, const Reply& reply, int passed_fd)
+{
+    ReplyHeader header = reply.header;
+    header.payload_bytes = static_cast<uint32_t>(reply.payload.size());
+    return send_bytes(socket, &header, sizeof header, reply.payload, passed_fd);
+}
+
+bool receive_reply(int socket, Reply& reply)
+{
+    return receive_bytes(socket, &reply.header, sizeof reply.header) &&
+           receive_payload(socket, reply.payload, reply.header.payload_bytes, kMaxReplyPayload);
+}
+
+bool receive_reply(int socket, Reply& reply, int& passed_fd)
+{
+    Control control{};
+    iovec part{&reply.header, sizeof reply.header};
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control.bytes.data();
+    message.msg_controllen = control.bytes.size();
+    const ssize_t got = receive_message(socket, message);
+    if (got <= 0) {
+        return false;
+    }
+    passed_fd = fd_of(message);
+    const size_t done = static_cast<size_t>(got);
+    return receive_bytes(socket, reinterpret_cast<char*>(&reply.header) + done,
+                         sizeof reply.header - done) &&
+           receive_payload(socket, reply.payload, reply.header.payload_bytes, kMaxReplyPayload);
+}
+
+std::string socket_path(const std::string& bed_folder)
+{
+    return bed_folder + "/nyxus-sim.sock";
+}
+
+int connect_socket(const std::string& path)
+{
+    sockaddr_un address{};
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
+        return -1;
+    }
+    // Past connect(), which the preloaded library of the bed interposes.
+    if (!fill_address(path, address) || syscall(SYS_connect, fd, &address, sizeof address) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+int listen_socket(const std::string& path)
+{
+    sockaddr_un address{};
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
+        return -1;
+    }
+    const auto* generic = reinterpret_cast<const sockaddr*>(&address);
+    if (!fill_address(path, address) || bind(fd, generic, sizeof address) != 0 ||
+        listen(fd, SOMAXCONN) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+} // namespace sim

@@ -1,0 +1,403 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "bus/usbfs.h"
+
+#include <linux/usbdevice_fs.h>
+#include <sys/ioctl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+namespace sim {
+
+namespace {
+
+constexpr uint32_t kCapabilities =
+    USBDEVFS_CAP_ZERO_PACKET | USBDEVFS_CAP_BULK_CONTINUATION | USBDEVFS_CAP_NO_PACKET_SIZE_LIM |
+    USBDEVFS_CAP_BULK_SCATTER_GATHER | USBDEVFS_CAP_REAP_AFTER_DISCONNECT;
+constexpr uint32_t kHighSpeed = 3;
+constexpr size_t kMaxUrbsInFlight = 4096;
+
+Reply result(int status)
+{
+    Reply reply;
+    reply.header.result = status;
+    return reply;
+}
+
+Reply value(uint32_t number)
+{
+    Reply reply;
+    reply.header.value = number;
+    return reply;
+}
+
+} // namespace
+
+UsbfsNode::UsbfsNode(std::shared_ptr<UsbCamera> camera, unsigned address, EventHook on_event)
+    : camera_(std::move(camera)),
+      address_(address),
+      on_event_(std::move(on_event)),
+      pump_(
+          camera_->mutex(), [this] { return frame_due(); }, [this] { carry_frame(); })
+{
+}
+
+std::unique_ptr<UsbfsFile> UsbfsNode::open()
+{
+    return std::make_unique<UsbfsFile>(shared_from_this());
+}
+
+void UsbfsNode::set_gone()
+{
+    const std::lock_guard lock(camera_->mutex());
+    if (std::exchange(gone_, true)) {
+        return;
+    }
+    camera_->stream().stop();
+    for (UsbfsFile* file : files_) {
+        file->cancel_all(-ESHUTDOWN);
+    }
+}
+
+UsbfsFile::UsbfsFile(std::shared_ptr<UsbfsNode> node)
+    : node_(std::move(node)), camera_(*node_->camera_)
+{
+    const std::lock_guard lock(camera_.mutex());
+    node_->files_.push_back(this);
+}
+
+UsbfsFile::~UsbfsFile()
+{
+    const std::lock_guard lock(camera_.mutex());
+    cancel_all(-ENOENT);
+    (void)release(kVideoInterface);
+    std::replace(node_->owners_.begin(), node_->owners_.end(), this,
+                 static_cast<UsbfsFile*>(nullptr));
+    std::erase(node_->files_, this);
+}
+
+Reply UsbfsFile::call(Request&& request)
+{
+    const std::lock_guard lock(camera_.mutex());
+    const uint32_t code = request.header.code;
+    const bool is_reap = code == USBDEVFS_REAPURB || code == USBDEVFS_REAPURBNDELAY;
+    if (node_->gone_ && !is_reap) {
+        return result(-ENODEV);
+    }
+    return dispatch(std::move(request));
+}
+
+Reply UsbfsFile::dispatch(Request&& request)
+{
+    const RequestHeader& header = request.header;
+    switch (header.code) {
+        case USBDEVFS_GET_CAPABILITIES:
+            return value(kCapabilities);
+        case USBDEVFS_GET_SPEED:
+            return value(kHighSpeed);
+        case USBDEVFS_CONNECTINFO:
+            return value(node_->address_);
+        case USBDEVFS_CLAIMINTERFACE:
+        case USBDEVFS_DISCONNECT_CLAIM:
+            return result(claim(header.first));
+        case USBDEVFS_RELEASEINTERFACE:
+            return result(release(header.first));
+        case USBDEVFS_GETDRIVER:
+            return driver_name(header.first);
+        case USBDEVFS_IOCTL:
+            return result(driver_request(header.first, header.second));
+        case USBDEVFS_SETINTERFACE:
+            return result(set_interface(header.first, header.second));
+        case USBDEVFS_SETCONFIGURATION:
+            return result(set_configuration(header.first));
+        case USBDEVFS_CLEAR_HALT:
+            return result(clear_halt(header.first));
+        case USBDEVFS_RESETEP:
+            return result(check_endpoint(header.first));
+        case USBDEVFS_RESET:
+            return result(0);
+        case USBDEVFS_SUBMITURB:
+            return result(submit(std::move(request)));
+        case USBDEVFS_DISCARDURB:
+            return result(discard(header.urb));
+        case USBDEVFS_REAPURB:
+        case USBDEVFS_REAPURBNDELAY:
+            return reap();
+        default:
+            return result(-ENOTTY);
+    }
+}
+
+// Also called on use: whatever needs an interface claims it silently, as Linux does.
+int UsbfsFile::claim(uint32_t interface)
+{
+    if (interface >= kInterfaceCount) {
+        return -ENOENT;
+    }
+    UsbfsFile*& owner = node_->owners_[interface];
+    if (owner != nullptr && owner != this) {
+        return -EBUSY;
+    }
+    owner = this;
+    return 0;
+}
+
+int UsbfsFile::release(uint32_t interface)
+{
+    if (interface >= kInterfaceCount || node_->owners_[interface] != this) {
+        return -EINVAL;
+    }
+    node_->owners_[interface] = nullptr;
+    cancel_interface(interface);
+    if (!node_->gone_) {
+        (void)camera_.set_interface(interface, 0); // as it was before anybody used it
+    }
+    return 0;
+}
+
+void UsbfsFile::cancel_interface(uint32_t interface)
+{
+    const uint8_t endpoint = interface == kVideoInterface ? kVideoEndpoint : kInterruptEndpoint;
+    for (auto urb = pending_.begin(); urb != pending_.end();) {
+        const auto next = std::next(urb);
+        if (urb->endpoint == endpoint) {
+            cancel(urb, -ENOENT);
+        }
+        urb = next;
+    }
+}
+
+int UsbfsFile::set_interface(uint32_t interface, uint32_t setting)
+{
+    if (const int status = claim(interface); status < 0) {
+        return status;
+    }
+    cancel_interface(interface);
+    return camera_.set_interface(interface, setting) ? 0 : -EINVAL;
+}
+
+int UsbfsFile::set_configuration(uint32_t number)
+{
+    const bool claimed = std::any_of(node_->owners_.begin(), node_->owners_.end(),
+                                     [](const UsbfsFile* owner) { return owner != nullptr; });
+    if (claimed) {
+        return -EBUSY;
+    }
+    // 0 and -1 both unconfigure the device.
+    return number <= 1 || number == UINT32_MAX ? 0 : -EINVAL;
+}
+
+// No kernel driver was ever bound, so there is none to detach and none to bring back.
+int UsbfsFile::driver_request(uint32_t interface, uint32_t code)
+{
+    if (interface >= kInterfaceCount) {
+        return -EINVAL;
+    }
+    switch (code) {
+        case USBDEVFS_DISCONNECT:
+            return -ENODATA;
+        case USBDEVFS_CONNECT:
+            return node_->owners_[interface] != nullptr ? -EBUSY : 0;
+        default:
+            return -ENOTTY;
+    }
+}
+
+Reply UsbfsFile::driver_name(uint32_t interface) const
+{
+    if (interface >= kInterfaceCount || node_->owners_[interface] == nullptr) {
+        return result(-ENODATA);
+    }
+    constexpr std::string_view kName = "usbfs";
+    Reply reply;
+    reply.payload.assign(kName.begin(), kName.end());
+    return reply;
+}
+
+int UsbfsFile::check_endpoint(uint32_t endpoint)
+{
+    switch (endpoint) {
+        case kInterruptEndpoint:
+            return claim(kControlInterface);
+        case kVideoEndpoint:
+            return claim(kVideoInterface);
+        default:
+            return -ENOENT;
+    }
+}
+
+int UsbfsFile::clear_halt(uint32_t endpoint)
+{
+    const int status = check_endpoint(endpoint);
+    if (status == 0 && endpoint == kVideoEndpoint) {
+        camera_.stream().stop();
+    }
+    return status;
+}
+
+int UsbfsFile::submit(Request&& request)
+{
+    const RequestHeader& header = request.header;
+    if (header.urb_bytes > kMaxUrbBytes || header.iso_packets > kMaxIsoPackets) {
+        return -EINVAL;
+    }
+    if (pending_.size() + finished_.size() >= kMaxUrbsInFlight) {
+        return -ENOMEM;
+    }
+    Urb urb;
+    urb.address = header.urb;
+    urb.type = header.urb_type;
+    urb.endpoint = header.urb_endpoint;
+    urb.buffer_bytes = header.urb_bytes;
+    if (urb.type == USBDEVFS_URB_TYPE_CONTROL) {
+        urb.data = std::move(request.payload);
+        return submit_control(std::move(urb));
+    }
+    return submit_to_endpoint(std::move(urb), request);
+}
+
+int UsbfsFile::submit_control(Urb&& urb)
+{
+    if ((urb.endpoint & 0x7F) != 0 || urb.data.size() < kSetupBytes ||
+        urb.buffer_bytes < kSetupBytes) {
+        return -EINVAL;
+    }
+    const Setup setup = Setup::from_wire(std::span(urb.data).first<kSetupBytes>());
+    if (setup.length > urb.buffer_bytes - kSetupBytes) {
+        return -EINVAL;
+    }
+    constexpr uint8_t kVendorType = 2;
+    constexpr uint8_t kInterfaceRecipient = 1;
+    if (setup.recipient() == kInterfaceRecipient && setup.type() != kVendorType) {
+        if (const int status = claim(setup.interface()); status < 0) {
+            return status;
+        }
+    }
+    urb.data.resize(kSetupBytes + setup.length);
+    const Outcome outcome = camera_.control(setup, std::span(urb.data).subspan(kSetupBytes));
+    switch (outcome.kind) {
+        case Outcome::Kind::kRefused:
+            return outcome.status;
+        case Outcome::Kind::kPending:
+            pending_.push_back(std::move(urb));
+            return 0;
+        case Outcome::Kind::kUnplugSilent:
+        case Outcome::Kind::kUnplugAnnounced:
+            node_->set_gone();
+            break;
+        case Outcome::Kind::kFinished:
+            break;
+    }
+    urb.status = outcome.status;
+    urb.actual_bytes = outcome.moved;
+    finish(std::move(urb));
+    if (outcome.kind == Outcome::Kind::kUnplugSilent) {
+        node_->on_event_(BusEvent::kUnplugSilent);
+    } else if (outcome.kind == Outcome::Kind::kUnplugAnnounced) {
+        node_->on_event_(BusEvent::kUnplugAnnounced);
+    } else if (outcome.restart) {
+        node_->on_event_(BusEvent::kRestart);
+    }
+    return 0;
+}
+
+int UsbfsFile::submit_to_endpoint(Urb&& urb, const Request& request)
+{
+    if (const int status = check_endpoint(urb.endpoint); status < 0) {
+        return status;
+    }
+    std::vector<uint32_t> packet_bytes(request.header.iso_packets);
+    if (request.payload.size() != packet_bytes.size() * sizeof(uint32_t)) {
+        return -EINVAL;
+    }
+    if (!packet_bytes.empty()) {
+        std::memcpy(packet_bytes.data(), request.payload.data(), request.payload.size());
+    }
+    if (urb.endpoint == kVideoEndpoint) {
+        return submit_video(std::move(urb), packet_bytes);
+    }
+    // Linux takes a bulk URB for an interrupt endpoint, but nothing else that does not fit.
+    if (urb.type != USBDEVFS_URB_TYPE_BULK && urb.type != USBDEVFS_URB_TYPE_INTERRUPT) {
+        return -EINVAL;
+    }
+    pending_.push_back(std::move(urb));
+    return 0;
+}
+
+int UsbfsFile::discard(uint64_t address)
+{
+    const auto urb =
+        std::find_if(pending_.begin(), pending_.end(),
+                     [address](const Urb& candidate) { return candidate.address == address; });
+    if (urb == pending_.end()) {
+        return -EINVAL;
+    }
+    cancel(urb, -ENOENT);
+    return 0;
+}
+
+void UsbfsFile::cancel(std::list<Urb>::iterator urb, int status)
+{
+    if (urb->type == USBDEVFS_URB_TYPE_CONTROL) {
+        camera_.record(Setup::from_wire(std::span(urb->data).first<kSetupBytes>()), {}, status);
+    }
+    urb->status = status;
+    finish(std::move(*urb));
+    pending_.erase(urb);
+}
+
+void UsbfsFile::cancel_all(int status)
+{
+    while (!pending_.empty()) {
+        cancel(pending_.begin(), status);
+    }
+}
+
+void UsbfsFile::finish(Urb&& urb)
+{
+    finished_bytes_ += urb.data.size();
+    finished_.push_back(std::move(urb));
+    update_ready();
+}
+
+Reply UsbfsFile::reap()
+{
+    if (finished_.empty()) {
+        return result(node_->gone_ ? -ENODEV : -EAGAIN);
+    }
+    Urb urb = std::move(finished_.front());
+    finished_.pop_front();
+    finished_bytes_ -= urb.data.size();
+    update_ready();
+
+    Reply reply;
+    reply.header.urb = urb.address;
+    reply.header.status = urb.status;
+    reply.header.actual_bytes = urb.actual_bytes;
+    reply.header.iso_packets = static_cast<uint16_t>(urb.packets.size());
+    const auto* packets = reinterpret_cast<const uint8_t*>(urb.packets.data());
+    reply.payload.assign(packets, packets + urb.packets.size() * sizeof(IsoResult));
+
+    const bool is_control = urb.type == USBDEVFS_URB_TYPE_CONTROL;
+    if (urb.endpoint == kVideoEndpoint) {
+        node_->pump_.wake(); // there may be room again
+    }
+    if (!is_control && urb.packets.empty()) {
+        reply.payload = std::move(urb.data); // a whole frame, most often
+        return reply;
+    }
+    const bool is_in = is_control ? (urb.data[0] & 0x80) != 0 : (urb.endpoint & 0x80) != 0;
+    if (is_in) {
+        const size_t skipped = is_control ? kSetupBytes : 0;
+        const size_t bytes = std::min<size_t>(urb.actual_bytes, urb.data.size() - skipped);
+        const auto first = urb.data.begin() + static_cast<std::ptrdiff_t>(skipped);
+        reply.payload.insert(reply.payload.end(), first,
+                             first + static_cast<std::ptrdiff_t>(bytes));
+    }
+    return reply;
+}
+
+} // namespace sim

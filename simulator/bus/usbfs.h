@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "bus/frame_pump.h"
+#include "bus/protocol.h"
+#include "bus/ready_signal.h"
+#include "usb/descriptors.h"
+#include "usb/usb_camera.h"
+
+#include <array>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <list>
+#include <memory>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace sim {
+
+enum class Announce { kYes, kNo };
+
+/// What the bus has to do about a camera.
+enum class BusEvent { kRestart, kUnplugSilent, kUnplugAnnounced };
+
+class UsbfsFile;
+
+/// The device node of one camera for as long as it keeps its address: who has it open, who holds
+/// which interface, and which URBs are under way. A re-plugged camera gets a new node.
+class UsbfsNode : public std::enable_shared_from_this<UsbfsNode> {
+public:
+    using EventHook = std::function<void(BusEvent)>;
+
+    UsbfsNode(std::shared_ptr<UsbCamera> camera, unsigned address, EventHook on_event);
+
+    /// A new opener. Thread-safe, as is everything below.
+    std::unique_ptr<UsbfsFile> open();
+    /// The camera is off the bus: pending URBs end with ESHUTDOWN, everything else is ENODEV.
+    void set_gone();
+
+private:
+    friend class UsbfsFile;
+    bool has_room_for_frame() const;
+    std::optional<FramePump::Time> frame_due() const;
+    void carry_frame();
+
+    std::shared_ptr<UsbCamera> camera_;
+    unsigned address_;
+    EventHook on_event_;
+    bool gone_ = false;
+    std::array<UsbfsFile*, kInterfaceCount> owners_{};
+    std::vector<UsbfsFile*> files_;
+    FramePump pump_; ///< last: its thread uses all of the above
+};
+
+/// One opened node. Destroying it drops its claims and its URBs, as close() does.
+class UsbfsFile {
+public:
+    explicit UsbfsFile(std::shared_ptr<UsbfsNode> node);
+    ~UsbfsFile();
+    UsbfsFile(const UsbfsFile&) = delete;
+    UsbfsFile& operator=(const UsbfsFile&) = delete;
+
+    Reply call(Request&& request);
+    int ready_fd() const { return ready_.fd(); }
+
+private:
+    friend class UsbfsNode;
+
+    struct Urb {
+        uint64_t address = 0;
+        uint8_t type = 0;
+        uint8_t endpoint = 0;
+        uint32_t buffer_bytes = 0;
+        int status = 0;
+        uint32_t actual_bytes = 0;
+        std::vector<uint8_t> data;          ///< control: setup and data; IN otherwise: the answer
+        std::vector<uint32_t> packet_bytes; ///< isochronous: room per packet
+        std::vector<IsoResult> packets;
+    };
+
+    Reply dispatch(Request&& request);
+    int claim(uint32_t interface);
+    int release(uint32_t interface);
+    int set_interface(uint32_t interface, uint32_t setting);
+    int set_configuration(uint32_t value);
+    int driver_request(uint32_t interface, uint32_t code);
+    Reply driver_name(uint32_t interface) const;
+    int check_endpoint(uint32_t endpoint);
+    int clear_halt(uint32_t endpoint);
+    int submit(Request&& request);
+    int submit_control(Urb&& urb);
+    int submit_to_endpoint(Urb&& urb, const Request& request);
+    int submit_video(Urb&& urb, std::span<const uint32_t> packet_bytes);
+    std::list<Urb>::iterator first_video_urb();
+    bool has_room_for_frame() const;
+    void move_video();
+    void fill_transfer(Urb& urb);
+    void fill_packets(Urb& urb);
+    void stall_video();
+    int discard(uint64_t address);
+    Reply reap();
+    void finish(Urb&& urb);
+    void cancel(std::list<Urb>::iterator urb, int status);
+    void cancel_all(int status);
+    void cancel_interface(uint32_t interface);
+    void update_ready() { ready_.set(!finished_.empty()); }
+
+    std::shared_ptr<UsbfsNode> node_;
+    UsbCamera& camera_;
+    ReadySignal ready_;
+    std::list<Urb> pending_;
+    std::deque<Urb> finished_;
+    size_t finished_bytes_ = 0; ///< that wait in them
+};
+
+} // namespace sim

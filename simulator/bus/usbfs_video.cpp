@@ -1,0 +1,151 @@
+// SPDX-License-Identifier: Apache-2.0
+// The part of a node that carries frames: from the camera's video pipe into the URBs of whoever
+// holds the video interface.
+#include "bus/usbfs.h"
+
+#include <linux/usbdevice_fs.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <numeric>
+#include <utility>
+
+namespace sim {
+
+namespace {
+
+// What a host leaves unread is bounded, as by the kernel's own limit.
+constexpr size_t kMaxFinishedBytes = 16u << 20;
+
+} // namespace
+
+bool UsbfsNode::has_room_for_frame() const
+{
+    const UsbfsFile* host = owners_[kVideoInterface];
+    return host != nullptr && !camera_->stream().has_data() && host->has_room_for_frame();
+}
+
+std::optional<FramePump::Time> UsbfsNode::frame_due() const
+{
+    const VideoStream& stream = camera_->stream();
+    if (gone_ || (!stream.is_paced() && !has_room_for_frame())) {
+        return std::nullopt;
+    }
+    return stream.due();
+}
+
+void UsbfsNode::carry_frame()
+{
+    VideoStream& stream = camera_->stream();
+    if (!has_room_for_frame()) {
+        stream.drop_frame();
+        return;
+    }
+    switch (stream.take_frame()) {
+        case FrameFault::Kind::kHalted:
+            owners_[kVideoInterface]->stall_video();
+            break;
+        case FrameFault::Kind::kUnplugSilent:
+            set_gone();
+            on_event_(BusEvent::kUnplugSilent);
+            break;
+        case FrameFault::Kind::kUnplugAnnounced:
+            set_gone();
+            on_event_(BusEvent::kUnplugAnnounced);
+            break;
+        case FrameFault::Kind::kNone:
+        case FrameFault::Kind::kTruncated:
+        case FrameFault::Kind::kErrorBit:
+            owners_[kVideoInterface]->move_video();
+            break;
+    }
+}
+
+std::list<UsbfsFile::Urb>::iterator UsbfsFile::first_video_urb()
+{
+    return std::ranges::find(pending_, kVideoEndpoint, &Urb::endpoint);
+}
+
+bool UsbfsFile::has_room_for_frame() const
+{
+    return finished_bytes_ < kMaxFinishedBytes &&
+           std::ranges::find(pending_, kVideoEndpoint, &Urb::endpoint) != pending_.end();
+}
+
+int UsbfsFile::submit_video(Urb&& urb, std::span<const uint32_t> packet_bytes)
+{
+    const bool isochronous = camera_.controller().model().streams_isochronously;
+    if (isochronous && camera_.video_setting() == 0) {
+        return -ENOENT; // setting 0 has no endpoint
+    }
+    const int type = isochronous ? USBDEVFS_URB_TYPE_ISO : USBDEVFS_URB_TYPE_BULK;
+    const uint64_t total = std::accumulate(packet_bytes.begin(), packet_bytes.end(), uint64_t{0});
+    if (urb.type != type || total > urb.buffer_bytes || packet_bytes.empty() == isochronous) {
+        return -EINVAL;
+    }
+    urb.packet_bytes.assign(packet_bytes.begin(), packet_bytes.end());
+    urb.packets.resize(packet_bytes.size());
+    pending_.push_back(std::move(urb));
+    if (!isochronous) {
+        camera_.stream().start();
+    }
+    move_video();
+    node_->pump_.wake();
+    return 0;
+}
+
+void UsbfsFile::move_video()
+{
+    VideoStream& stream = camera_.stream();
+    while (stream.has_data()) {
+        const auto urb = first_video_urb();
+        if (urb == pending_.end()) {
+            return;
+        }
+        if (urb->packets.empty()) {
+            fill_transfer(*urb);
+        } else {
+            fill_packets(*urb);
+        }
+        finish(std::move(*urb));
+        pending_.erase(urb);
+    }
+}
+
+void UsbfsFile::fill_transfer(Urb& urb)
+{
+    VideoStream& stream = camera_.stream();
+    urb.data.resize(urb.buffer_bytes);
+    urb.actual_bytes = static_cast<uint32_t>(stream.read_transfer(urb.data));
+    urb.data.resize(urb.actual_bytes);
+    // A whole packet came where there was room for a part of it only.
+    const bool babbled = stream.is_inside_payload() && urb.buffer_bytes % kBulkPacketBytes != 0;
+    urb.status = babbled ? -EOVERFLOW : 0;
+}
+
+// A frame's last URB ends early: its other packets came back empty.
+void UsbfsFile::fill_packets(Urb& urb)
+{
+    VideoStream& stream = camera_.stream();
+    std::vector<uint8_t>& data = urb.data;
+    data.resize(std::accumulate(urb.packet_bytes.begin(), urb.packet_bytes.end(), size_t{0}));
+    size_t filled = 0;
+    for (size_t i = 0; i < urb.packets.size() && stream.has_data(); ++i) {
+        const auto moved = stream.read_packet(std::span(data).subspan(filled, urb.packet_bytes[i]));
+        urb.packets[i] = {static_cast<uint32_t>(moved.value_or(0)), moved ? 0 : -EOVERFLOW};
+        filled += urb.packets[i].actual_bytes;
+    }
+    data.resize(filled);
+    urb.actual_bytes = static_cast<uint32_t>(filled);
+    urb.status = 0;
+}
+
+// The transfer under way fails; the next one will when its time comes.
+void UsbfsFile::stall_video()
+{
+    if (const auto urb = first_video_urb(); urb != pending_.end()) {
+        cancel(urb, -EPIPE);
+    }
+}
+
+} // namespace sim

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "bus/virtual_time.h"
+
+#include "bus/bed.h"
+
+#include <atomic>
+
+namespace sim {
+
+namespace {
+
+std::atomic<VirtualClock*> installed{nullptr};
+
+} // namespace
+
+InstalledVirtualClock::InstalledVirtualClock(VirtualClock& clock)
+{
+    installed = &clock;
+}
+
+InstalledVirtualClock::~InstalledVirtualClock()
+{
+    installed = nullptr;
+}
+
+VirtualClock* installed_virtual_clock()
+{
+    return installed;
+}
+
+void sleep_virtually(VirtualClock& clock, uint64_t duration_us)
+{
+    clock.advance_us(duration_us);
+    Bed::settle_active();
+}
+
+} // namespace sim

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "clock.h"
+#include "model.h"
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+namespace sim {
+
+/// Answer of an extension-unit request that the firmware does not know.
+inline constexpr int kStall = -1;
+
+/// One camera controller with its memories and peripherals, running a firmware. Knows nothing of
+/// USB beyond the request code and the data of a control. Not thread-safe; its owner locks.
+class Controller {
+public:
+    /// Powers the chip up: applies the boot rule to `rom` (empty: the model's factory contents).
+    Controller(const CameraModel& model, Clock& clock, std::span<const uint8_t> rom = {});
+    ~Controller();
+
+    /// One request to an extension unit. SET_*: `data` is what the host sent. GET_*: `data` is
+    /// the room for the answer (wLength bytes). Returns the bytes moved, or kStall.
+    int xu_request(uint8_t unit, uint8_t selector, uint8_t request, std::span<uint8_t> data);
+
+    /// The firmware has asked for a restart (register 0x26); the bus takes the camera away, calls
+    /// restart() and brings it back with a new address.
+    bool restart_pending() const;
+    /// What a reset or a power cycle does: volatile state is lost, the boot rule runs.
+    void restart();
+
+    /// Draws the picture that the sensor sees now, with everything the firmware lays over it, as
+    /// YUYV. Thread: under the owner's lock.
+    void picture(uint32_t width, uint32_t height, uint32_t frame_number,
+                 std::span<uint8_t> yuyv) const;
+
+    // What a bench engineer would see with probes on the board.
+    const CameraModel& model() const;
+    bool runs_external_firmware() const;
+    std::span<uint8_t> rom();            ///< whole external ROM, live
+    uint8_t reg(uint16_t address) const; ///< controller register (XDATA)
+    void set_reg(uint16_t address, uint8_t value);
+    bool gpio(unsigned index) const;            ///< pin level, 0 to 15
+    uint8_t flash_status() const;               ///< status register of the SPI flash, 0 for EEPROM
+    bool write_protect() const;                 ///< the controller's write-protect control
+    uint8_t sensor_reg(uint16_t address) const; ///< image sensor, also at 0x60 on the I2C bus
+    void set_sensor_reg(uint16_t address, uint8_t value);
+    void raise_motion_alarm();
+    void set_touch(uint8_t state);  ///< what the fingerprint board's detector feels
+    uint32_t sensor_resets() const; ///< commanded so far, by register or pin
+    uint32_t snapshot_triggers() const;
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+} // namespace sim

@@ -1,0 +1,190 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "spi_flash.h"
+
+#include <algorithm>
+
+namespace sim {
+namespace {
+
+constexpr uint8_t kWriteStatus = 0x01;
+constexpr uint8_t kPageProgram = 0x02;
+constexpr uint8_t kRead = 0x03;
+constexpr uint8_t kWriteDisable = 0x04;
+constexpr uint8_t kReadStatus = 0x05;
+constexpr uint8_t kWriteEnable = 0x06;
+constexpr uint8_t kEnableStatusWrite = 0x50;
+constexpr uint8_t kNoSuchCommand = 0xFF;
+
+constexpr uint32_t kSectorBytes = 4096;
+constexpr size_t kAddressedBytes = 4; // opcode and 24-bit address
+constexpr uint8_t kErased = 0xFF;
+
+uint32_t address_of(std::span<const uint8_t> command)
+{
+    return static_cast<uint32_t>(command[1] << 16 | command[2] << 8 | command[3]);
+}
+
+} // namespace
+
+SpiFlash::SpiFlash(const FlashPart& part, Clock& clock, std::span<uint8_t> cells)
+    : part_(part), clock_(clock), cells_(cells)
+{
+}
+
+void SpiFlash::power_up(uint8_t status)
+{
+    status_ = status & (kBlockProtect | kStatusLocked);
+    write_enabled_ = false;
+    status_write_enabled_ = false;
+    busy_ = false;
+    next_status_.reset();
+}
+
+uint8_t SpiFlash::status()
+{
+    settle();
+    return static_cast<uint8_t>(status_ | (write_enabled_ ? kWriteEnabled : 0) |
+                                (busy_ ? kBusy : 0));
+}
+
+void SpiFlash::transfer(std::span<const uint8_t> command, std::span<uint8_t> answer)
+{
+    std::ranges::fill(answer, uint8_t{0xFF}); // nobody drives the data line
+    settle();
+    if (command.empty())
+        return;
+    if (command[0] == kReadStatus)
+        std::ranges::fill(answer, status()); // repeats for as long as it is clocked
+    else if (!busy_)
+        execute(command, answer);
+}
+
+void SpiFlash::program_pages(uint32_t address, std::span<const uint8_t> bytes)
+{
+    settle();
+    if (busy_ || (status_ & kBlockProtect) != 0)
+        return;
+    uint32_t pages = 0;
+    while (!bytes.empty()) {
+        const size_t room = kPageBytes - address % kPageBytes;
+        const auto page = bytes.first(std::min(room, bytes.size()));
+        store_page(address, page);
+        address += static_cast<uint32_t>(page.size());
+        bytes = bytes.subspan(page.size());
+        ++pages;
+    }
+    start_busy(pages * part_.program_us);
+}
+
+/// What was begun ends by itself: the latch falls, a written status takes effect.
+void SpiFlash::settle()
+{
+    if (!busy_ || clock_.now_us() < busy_until_us_)
+        return;
+    busy_ = false;
+    write_enabled_ = false;
+    if (next_status_)
+        status_ = *next_status_;
+    next_status_.reset();
+}
+
+void SpiFlash::execute(std::span<const uint8_t> command, std::span<uint8_t> answer)
+{
+    const uint8_t opcode = command[0];
+    if (opcode == part_.read_id_command)
+        return read_id(answer);
+    if (opcode == part_.chip_erase_command && opcode != kNoSuchCommand)
+        return erase({}, static_cast<uint32_t>(cells_.size()), part_.chip_erase_us);
+    if (opcode == part_.block_erase_command)
+        return erase(command, part_.block_erase_bytes, part_.block_erase_us);
+    if (opcode == part_.sector_erase_command)
+        return erase(command, kSectorBytes, part_.sector_erase_us);
+
+    switch (opcode) {
+        case kRead:
+            return read(command, answer);
+        case kPageProgram:
+            return page_program(command);
+        case kWriteStatus:
+            return write_status(command);
+        case kWriteEnable:
+            write_enabled_ = true;
+            break;
+        case kWriteDisable:
+            write_enabled_ = false;
+            break;
+        case kEnableStatusWrite:
+            status_write_enabled_ = true;
+            break;
+        default:
+            break;
+    }
+}
+
+void SpiFlash::read(std::span<const uint8_t> command, std::span<uint8_t> answer) const
+{
+    if (command.size() < kAddressedBytes)
+        return;
+    size_t address = address_of(command);
+    for (uint8_t& byte : answer)
+        byte = cells_[address++ % cells_.size()];
+}
+
+void SpiFlash::read_id(std::span<uint8_t> answer) const
+{
+    const size_t length = std::min<size_t>({part_.id_length, part_.id.size(), answer.size()});
+    std::copy_n(part_.id.begin(), length, answer.begin());
+}
+
+void SpiFlash::write_status(std::span<const uint8_t> command)
+{
+    const bool enabled = write_enabled_ || status_write_enabled_;
+    const bool locked = (status_ & kStatusLocked) != 0 && wp_asserted_;
+    status_write_enabled_ = false;
+    if (command.size() < 2 || !enabled || locked)
+        return;
+    next_status_ = command[1] & (kBlockProtect | kStatusLocked);
+    start_busy(part_.status_write_us);
+}
+
+void SpiFlash::page_program(std::span<const uint8_t> command)
+{
+    if (command.size() <= kAddressedBytes || !array_writable())
+        return;
+    store_page(address_of(command), command.subspan(kAddressedBytes));
+    start_busy(part_.program_us);
+}
+
+/// An empty command erases the whole array.
+void SpiFlash::erase(std::span<const uint8_t> command, uint32_t bytes, uint32_t duration_us)
+{
+    if (!array_writable() || (!command.empty() && command.size() < kAddressedBytes))
+        return;
+    const size_t length = std::min<size_t>(bytes, cells_.size());
+    const size_t address = command.empty() ? 0 : address_of(command) % cells_.size();
+    const size_t start = address - address % length;
+    std::ranges::fill(cells_.subspan(start, std::min(length, cells_.size() - start)), kErased);
+    start_busy(duration_us);
+}
+
+/// Programming only clears bits, and the address wraps inside its page.
+void SpiFlash::store_page(uint32_t address, std::span<const uint8_t> bytes)
+{
+    const size_t page = address % cells_.size() / kPageBytes * kPageBytes;
+    size_t offset = address % kPageBytes;
+    for (const uint8_t byte : bytes)
+        cells_[page + offset++ % kPageBytes] &= byte;
+}
+
+void SpiFlash::start_busy(uint32_t duration_us)
+{
+    busy_ = true;
+    busy_until_us_ = clock_.now_us() + duration_us;
+}
+
+bool SpiFlash::array_writable() const
+{
+    return write_enabled_ && (status_ & kBlockProtect) == 0;
+}
+
+} // namespace sim

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "clock.h"
+#include "model.h"
+
+#include <cstdint>
+#include <optional>
+#include <span>
+
+namespace sim {
+
+/// A serial NOR flash as it behaves on its bus. Commands that come while it is busy, that lack
+/// the write-enable latch or that hit a protected array change nothing.
+class SpiFlash {
+public:
+    static constexpr uint8_t kBusy = 0x01;
+    static constexpr uint8_t kWriteEnabled = 0x02;
+    static constexpr uint8_t kBlockProtect = 0x1C;
+    static constexpr uint8_t kStatusLocked = 0x80;
+    static constexpr uint32_t kPageBytes = 256;
+
+    SpiFlash(const FlashPart& part, Clock& clock, std::span<uint8_t> cells);
+
+    void power_up(uint8_t status);
+    /// Asserted (low): the status register cannot be changed once its lock bit is set.
+    void set_wp_pin(bool asserted) { wp_asserted_ = asserted; }
+    uint8_t status();
+
+    /// Chip select low, `command` out, `answer` in, chip select high.
+    void transfer(std::span<const uint8_t> command, std::span<uint8_t> answer);
+    /// Write enable and page program, page after page, as a firmware that waits in between does.
+    void program_pages(uint32_t address, std::span<const uint8_t> bytes);
+
+private:
+    void settle();
+    void execute(std::span<const uint8_t> command, std::span<uint8_t> answer);
+    void read(std::span<const uint8_t> command, std::span<uint8_t> answer) const;
+    void read_id(std::span<uint8_t> answer) const;
+    void write_status(std::span<const uint8_t> command);
+    void page_program(std::span<const uint8_t> command);
+    void erase(std::span<const uint8_t> command, uint32_t bytes, uint32_t duration_us);
+    void store_page(uint32_t address, std::span<const uint8_t> bytes);
+    void start_busy(uint32_t duration_us);
+    bool array_writable() const;
+
+    const FlashPart part_;
+    Clock& clock_;
+    std::span<uint8_t> cells_;
+    uint8_t status_ = 0;
+    bool write_enabled_ = false;
+    bool status_write_enabled_ = false;
+    bool wp_asserted_ = true;
+    bool busy_ = false;
+    uint64_t busy_until_us_ = 0;
+    std::optional<uint8_t> next_status_;
+};
+
+} // namespace sim

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+struct RunArguments {
+    std::vector<std::string> cameras;
+    std::vector<std::string> rom_files;
+    bool fast = false;
+    std::vector<std::string> program;
+};
+
+struct ImageArguments {
+    std::string model;
+    std::string version;
+    uint32_t size_bytes = 0; ///< 0: as the model's factory image
+    uint64_t seed = 1;
+    bool mfi = false;
+    std::string serial;
+    std::string file;
+};
+
+/// Each returns the exit code and throws std::runtime_error, or UsageError for wrong arguments.
+int run_program(const RunArguments& arguments);
+int list_models();
+int make_image(const ImageArguments& arguments);
+
+} // namespace sim

@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "launch.h"
+
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+
+namespace sim {
+
+namespace {
+
+constexpr char kClientName[] = "libnyxus-sim-client.so";
+constexpr int kNotFound = 127;
+constexpr int kNotRunnable = 126;
+constexpr int kSignalBase = 128;
+
+int exit_code(int status)
+{
+    return WIFSIGNALED(status) ? kSignalBase + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+// Beside the program in the build tree, or where it is installed.
+std::filesystem::path client_library()
+{
+    const auto program = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    const std::filesystem::path prefix = program.parent_path();
+    const std::array candidates{prefix / "lib" / kClientName,
+                                prefix / "lib" / "nyxus" / kClientName,
+                                prefix / NYXUS_LIBDIR / "nyxus" / kClientName};
+    for (const auto& candidate : candidates) {
+        if (std::filesystem::exists(candidate)) {
+            return candidate;
+        }
+    }
+    throw std::runtime_error(std::string(kClientName) + " is missing; it belongs to " +
+                             candidates.back().string());
+}
+
+} // namespace
+
+SignalRelay::SignalRelay()
+{
+    sigemptyset(&relayed_);
+    for (const int signal :
+         {SIGCHLD, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2, SIGWINCH}) {
+        sigaddset(&relayed_, signal);
+    }
+    pthread_sigmask(SIG_BLOCK, &relayed_, &original_);
+}
+
+SignalRelay::~SignalRelay()
+{
+    pthread_sigmask(SIG_SETMASK, &original_, nullptr);
+}
+
+int SignalRelay::run(const std::vector<std::string>& words) const
+{
+    std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
+    for (const std::string& word : words) {
+        arguments.push_back(const_cast<char*>(word.c_str()));
+    }
+    arguments.push_back(nullptr);
+
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+    posix_spawnattr_setsigmask(&attributes, &original_);
+    pid_t child = 0;
+    const int error =
+        posix_spawnp(&child, arguments[0], nullptr, &attributes, arguments.data(), environ);
+    posix_spawnattr_destroy(&attributes);
+    if (error != 0) {
+        std::fprintf(stderr, "nyxus-sim: cannot run '%s': %s\n", arguments[0],
+                     std::strerror(error));
+        return error == ENOENT ? kNotFound : kNotRunnable;
+    }
+    return wait_for(child);
+}
+
+int SignalRelay::wait_for(pid_t child) const
+{
+    for (;;) {
+        int status = 0;
+        if (waitpid(child, &status, WNOHANG) == child) {
+            return exit_code(status);
+        }
+        siginfo_t info{};
+        const int signal = sigwaitinfo(&relayed_, &info);
+        // What the terminal sends, it has sent to the program too.
+        if (signal > 0 && signal != SIGCHLD && info.si_code != SI_KERNEL) {
+            kill(child, signal);
+        }
+    }
+}
+
+std::string preload_list(const std::string& bed_folder)
+{
+    std::filesystem::path client = client_library();
+    if (client.string().find_first_of(" :") != std::string::npos) {
+        // These separate the names of the list, so that a folder called so needs another name.
+        const std::filesystem::path link = std::filesystem::path(bed_folder) / kClientName;
+        std::filesystem::create_symlink(client, link);
+        client = link;
+    }
+    std::string list = client.string() + ":libumockdev-preload.so.0";
+    if (const char* others = std::getenv("LD_PRELOAD")) {
+        list += ":" + std::string(others);
+    }
+    return list;
+}
+
+} // namespace sim

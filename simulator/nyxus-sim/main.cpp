@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "camera_request.h"
+#include "commands.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+constexpr int kUsageCode = 2;
+constexpr int kFailureCode = 1;
+constexpr int kRunFailureCode = 125; // not to be taken for the program's own
+
+constexpr char kExamples[] = R"(Examples:
+  nyxus-sim models
+  nyxus-sim run -- lsusb -v -d 1162:
+  nyxus-sim run --camera rowan-spi,serial=A1 --camera rowan-spi,serial=A2,bus=2 -- nyxus list
+  nyxus-sim image --model rowan-spi --version 0x0205 new.bin
+  nyxus-sim run --rom camera.rom -- nyxus upgrade new.bin
+
+run exits with the program's code, 128+N when it died of signal N, 127 when there is no such
+program, 126 when it cannot be run, 125 when the simulation itself failed. Wrong arguments: 2.
+)";
+
+void add_run(CLI::App& app, sim::RunArguments& arguments)
+{
+    CLI::App* run = app.add_subcommand("run", "Run a program with simulated cameras plugged in");
+    run->footer("The program and its arguments follow after --");
+    run->add_option("--camera", arguments.cameras,
+                    "A camera: MODEL[,serial=TEXT][,bus=N][,rom=FILE][,blank]; may be repeated")
+        ->type_name("CAMERA")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    run->add_option("--rom", arguments.rom_files,
+                    "Keep the ROM in this file between runs; for the cameras in their order")
+        ->type_name("FILE")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    run->add_option_function<std::string>(
+           "--speed", [&](const std::string& speed) { arguments.fast = speed == "fast"; },
+           "real: as long as the hardware takes; fast: the program's usleep() takes no time")
+        ->type_name("real|fast")
+        ->check(CLI::IsMember({"real", "fast"}));
+}
+
+void add_image(CLI::App& app, sim::ImageArguments& arguments)
+{
+    CLI::App* image = app.add_subcommand("image", "Make a firmware or MFi image, always the same");
+    image->add_option("--model", arguments.model, "Camera model that the firmware is for");
+    image->add_option("--version", arguments.version, "Firmware version, such as 0x0205");
+    image->add_option("--size", arguments.size_bytes, "Size of the image in bytes");
+    image->add_option("--seed", arguments.seed, "Another seed, other contents")
+        ->capture_default_str();
+    CLI::Option* mfi =
+        image->add_flag("--mfi", arguments.mfi, "An MFi image instead of a firmware");
+    image->add_option("--serial", arguments.serial, "Serial number inside the MFi image")
+        ->needs(mfi);
+    image->add_option("FILE", arguments.file, "File to write")->required();
+}
+
+// What follows "--" is the program's, options and all.
+std::vector<std::string> split_program(int& argc, char** argv)
+{
+    char** const end = argv + argc;
+    char** const mark = std::find(argv, end, std::string("--"));
+    if (mark == end) {
+        return {};
+    }
+    argc = static_cast<int>(mark - argv);
+    return {mark + 1, end};
+}
+
+int fail(const std::exception& error, int code)
+{
+    std::fprintf(stderr, "nyxus-sim: %s\n", error.what());
+    return code;
+}
+
+int dispatch(const CLI::App& app, const sim::RunArguments& run, const sim::ImageArguments& image)
+{
+    if (app.got_subcommand("models")) {
+        return sim::list_models();
+    }
+    if (app.got_subcommand("image")) {
+        return sim::make_image(image);
+    }
+    if (run.program.empty()) {
+        throw sim::UsageError("which program? Write: nyxus-sim run [OPTIONS] -- PROGRAM ARGUMENTS");
+    }
+    return sim::run_program(run);
+}
+
+int command_line(int argc, char** argv)
+{
+    CLI::App app("Simulated NYXUS cameras for unmodified programs", "nyxus-sim");
+    app.footer(kExamples);
+    app.set_version_flag("--version", "nyxus-sim " NYXUS_VERSION_TEXT);
+    app.require_subcommand(1);
+    sim::RunArguments run;
+    sim::ImageArguments image;
+    add_run(app, run);
+    app.add_subcommand("models", "List the camera models");
+    add_image(app, image);
+
+    run.program = split_program(argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : kUsageCode;
+    }
+    const int failure_code = app.got_subcommand("run") ? kRunFailureCode : kFailureCode;
+    try {
+        return dispatch(app, run, image);
+    } catch (const sim::UsageError& error) {
+        return fail(error, kUsageCode);
+    } catch (const std::invalid_argument& error) { // the bed refuses a serial number, or is full
+        return fail(error, kUsageCode);
+    } catch (const std::exception& error) {
+        return fail(error, failure_code);
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return command_line(argc, argv);
+    } catch (const std::exception& error) {
+        return fail(error, kFailureCode);
+    }
+}

@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "chip/model.h"
+#include "commands.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace sim {
+
+int list_models()
+{
+    size_t width = 0;
+    for (const CameraModel& model : models()) {
+        width = std::max(width, model.name.size());
+    }
+    for (const CameraModel& model : models()) {
+        std::printf("%-*.*s  %.*s\n", static_cast<int>(width), static_cast<int>(model.name.size()),
+                    model.name.data(), static_cast<int>(model.description.size()),
+                    model.description.data());
+    }
+    return 0;
+}
+
+} // namespace sim

@@ -1,0 +1,186 @@
+// SPDX-License-Identifier: Apache-2.0
+// A small libusb program for run_test.sh: it knows nothing of the simulation.
+#include <libusb.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr uint16_t kVendorUnit = 0x0600;
+constexpr uint16_t kRegisters = 0x0600;
+constexpr uint16_t kExternalRom = 0x0300;
+constexpr uint16_t kWriteProtect = 0x0E00;
+
+libusb_device* first_camera(libusb_device** list)
+{
+    for (; *list != nullptr; ++list) {
+        libusb_device_descriptor descriptor{};
+        libusb_get_device_descriptor(*list, &descriptor);
+        if (descriptor.idVendor == 0x1162) {
+            return *list;
+        }
+    }
+    return nullptr;
+}
+
+libusb_device_handle* open_first()
+{
+    libusb_device** list = nullptr;
+    libusb_get_device_list(nullptr, &list);
+    libusb_device* camera = first_camera(list);
+    libusb_device_handle* handle = nullptr;
+    if (camera == nullptr || libusb_open(camera, &handle) != 0) {
+        std::puts("no camera");
+        std::exit(20);
+    }
+    libusb_free_device_list(list, 1);
+    return handle;
+}
+
+unsigned address_of(libusb_device_handle* handle)
+{
+    return libusb_get_device_address(libusb_get_device(handle));
+}
+
+int set_control(libusb_device_handle* handle, uint16_t selector, std::vector<uint8_t> data)
+{
+    return libusb_control_transfer(handle, 0x21, 0x01, selector, kVendorUnit, data.data(),
+                                   static_cast<uint16_t>(data.size()), 0);
+}
+
+int get_length(libusb_device_handle* handle)
+{
+    uint8_t length[2] = {};
+    return libusb_control_transfer(handle, 0xA1, 0x85, kRegisters, kVendorUnit, length, 2, 0);
+}
+
+int report(const char* what, int result)
+{
+    std::printf("%s: %s\n", what, result < 0 ? libusb_error_name(result) : "ok");
+    std::fflush(stdout);
+    return result < 0 ? 1 : 0;
+}
+
+int claim(libusb_device_handle* handle)
+{
+    return report("claim", libusb_claim_interface(handle, 0));
+}
+
+// Keeps the camera until standard input ends.
+int hold(libusb_device_handle* handle)
+{
+    claim(handle);
+    while (std::getchar() != EOF) {
+    }
+    return 0;
+}
+
+// One byte into the EEPROM at 0x1234.
+int write_rom(libusb_device_handle* handle)
+{
+    set_control(handle, kWriteProtect, {0});
+    const int written =
+        set_control(handle, kExternalRom, {0xA1, 0x12, 0x34, 0x42, 0, 0, 0, 0, 0, 0, 0});
+    usleep(10000);
+    return report("write", written);
+}
+
+// Asks for a chip reset and waits for the events that the camera went and came back.
+int restart(libusb_device_handle* handle)
+{
+    struct Events {
+        int left = 0;
+        int arrived = 0;
+    } events;
+    const auto on_event = [](libusb_context*, libusb_device*, libusb_hotplug_event event,
+                             void* data) {
+        auto& seen = *static_cast<Events*>(data);
+        ++(event == LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT ? seen.left : seen.arrived);
+        return 0;
+    };
+    libusb_hotplug_register_callback(
+        nullptr, LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT, 0, 0x1162,
+        LIBUSB_HOTPLUG_MATCH_ANY, LIBUSB_HOTPLUG_MATCH_ANY, on_event, &events, nullptr);
+    const unsigned before = address_of(handle);
+    report("restart", set_control(handle, kRegisters, {0x81, 0, 0x26, 0x10, 0, 0, 0, 0, 0, 0, 0}));
+    for (int i = 0; i < 100 && events.arrived == 0; ++i) {
+        timeval wait{0, 50000};
+        libusb_handle_events_timeout(nullptr, &wait);
+    }
+    libusb_device_handle* again = open_first();
+    const bool moved = events.left == 1 && events.arrived == 1 && address_of(again) != before &&
+                       get_length(again) == 2;
+    libusb_close(again);
+    std::puts(moved ? "moved" : "did not move");
+    return moved ? 0 : 1;
+}
+
+// A child must not touch its parent's camera, and may open it once the parent has let go.
+int fork_workers(libusb_device_handle* handle)
+{
+    libusb_claim_interface(handle, 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(get_length(handle) == LIBUSB_ERROR_NO_DEVICE ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    std::printf("child kept off: %d, parent still talks: %d\n", status == 0, get_length(handle));
+    return status == 0 && get_length(handle) == 2 ? 0 : 1;
+}
+
+int measure(libusb_device_handle* handle)
+{
+    constexpr int kTransfers = 5000;
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < kTransfers; ++i) {
+        if (get_length(handle) != 2) {
+            return 1;
+        }
+    }
+    const std::chrono::duration<double, std::micro> took = std::chrono::steady_clock::now() - start;
+    std::printf("%.1f us per control transfer\n", took.count() / kTransfers);
+    return 0;
+}
+
+// Ten seconds of waiting for hardware; the exit code tells whether they were slept.
+int sleep_long(libusb_device_handle*)
+{
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 100; ++i) {
+        usleep(100000);
+    }
+    return std::chrono::steady_clock::now() - start < std::chrono::seconds(3) ? 0 : 1;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const struct {
+        const char* name;
+        int (*run)(libusb_device_handle*);
+    } commands[] = {
+        {"claim", claim},      {"hold", hold},         {"write-rom", write_rom},
+        {"restart", restart},  {"fork", fork_workers}, {"measure", measure},
+        {"sleep", sleep_long},
+    };
+    libusb_init(nullptr);
+    libusb_device_handle* handle = open_first();
+    int code = 2;
+    for (const auto& command : commands) {
+        if (argc == 2 && std::strcmp(command.name, argv[1]) == 0) {
+            code = command.run(handle);
+        }
+    }
+    libusb_close(handle);
+    libusb_exit(nullptr);
+    return code;
+}

@@ -1,0 +1,130 @@
+#!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
+# run_test.sh NYXUS_SIM PROBE CASE: one case of nyxus-sim with programs that know nothing of it.
+set -u
+sim=$1 probe=$2 case=$3
+work=$(mktemp -d /tmp/nyxus-run-test.XXXXXX) || exit 1
+trap 'rm -rf "$work"' EXIT
+mkdir "$work/tmp"
+TMPDIR=$work/tmp
+export TMPDIR
+
+fail() { echo "FAILED: $*" >&2; exit 1; }
+expect_code() { # CODE COMMAND...
+    wanted=$1; shift
+    "$@" >"$work/out" 2>"$work/err"
+    code=$?
+    [ $code -eq "$wanted" ] || { cat "$work/out" "$work/err"; fail "$* gave $code, not $wanted"; }
+}
+expect_text() { grep -q -e "$2" "$1" || { cat "$1"; fail "no '$2'"; }; }
+expect_clean() { [ -z "$(ls -A "$TMPDIR")" ] || fail "left behind: $(ls -A "$TMPDIR")"; }
+
+decodes_descriptors() {
+    expect_code 0 "$sim" run --camera rowan-spi,serial=A1 -- lsusb -v -d 1162:
+    for text in 'iManufacturer.*NYXUS Simulator' 'iSerial.*A1' '68bbd0b0-61a4-4b83-90b7' \
+        'a29e7641-de04-47e3-8b2b' 'wWidth *640' 'EP 3 IN' 'EP 1 IN'; do
+        expect_text "$work/out" "$text"
+    done
+    expect_clean
+}
+
+exit_codes() {
+    expect_code 7 "$sim" run -- sh -c 'exit 7'
+    expect_code 143 "$sim" run -- sh -c 'kill -TERM $$'
+    expect_code 127 "$sim" run -- /nonexistent/program
+    expect_text "$work/err" "cannot run '/nonexistent/program'"
+    expect_code 126 "$sim" run -- /etc/passwd
+    expect_code 2 "$sim" run
+    expect_code 2 "$sim" run --camera rowan-sip -- true
+    expect_text "$work/err" "did you mean 'rowan-spi'"
+    expect_code 2 "$sim" run --camera rowan-spi,bus=0 -- true
+    expect_code 2 "$sim" run --camera rowan-spi,colour=red -- true
+    expect_clean
+}
+
+forwards_signals() {
+    "$sim" run -- sh -c 'trap "exit 5" TERM; echo ready; while :; do sleep 0.05; done' >"$work/out" &
+    launcher=$!
+    until [ -s "$work/out" ]; do sleep 0.05; done
+    kill -TERM $launcher
+    wait $launcher
+    code=$?
+    [ $code -eq 5 ] || fail "code $code"
+    expect_clean
+}
+
+keeps_the_rom() {
+    rom=$work/camera.rom
+    expect_code 0 "$sim" run --camera hawthorn-eeprom,blank --rom "$rom" -- "$probe" write-rom
+    [ "$(stat -c %s "$rom")" -eq 32768 ] || fail "size"
+    [ "$(od -An -tx1 -j $((0x1233)) -N 3 "$rom" | tr -d ' ')" = ff42ff ] || fail "contents"
+    cp "$rom" "$work/before"
+    expect_code 137 "$sim" run --camera "hawthorn-eeprom,rom=$rom" -- sh -c 'kill -KILL $$'
+    cmp "$rom" "$work/before" || fail "a killed program changed the ROM"
+    expect_code 137 "$sim" run --rom "$work/new" -- sh -c 'kill -KILL $$'
+    [ -s "$work/new" ] || fail "the ROM of a killed program is lost"
+    expect_code 2 "$sim" run --camera rowan-spi --rom "$rom" -- true
+    expect_text "$work/err" 'has 32768 bytes'
+    expect_clean
+}
+
+shares_a_camera() {
+    # shellcheck disable=SC2016 # the inner shell expands
+    "$sim" run -- sh -c '
+        mkfifo "$2/input"
+        "$1" hold <"$2/input" >"$2/held" & holder=$!
+        exec 3>"$2/input"
+        until grep -q "claim: ok" "$2/held"; do sleep 0.02; done
+        "$1" claim >"$2/second"
+        kill -KILL $holder
+        wait $holder
+        "$1" claim >"$2/third"
+    ' sh "$probe" "$work" || fail "claim after the first user died"
+    expect_text "$work/second" BUSY
+    expect_text "$work/third" 'claim: ok'
+    expect_code 0 "$sim" run --camera rowan-spi --camera rowan-spi,bus=2 -- \
+        sh -c 'lsusb -v >/dev/null 2>&1 & lsusb -v >/dev/null 2>&1 & wait; lsusb -d 1162: | wc -l | grep -qx 2'
+    expect_clean
+}
+
+restarts_with_a_new_address() {
+    expect_code 0 "$sim" run -- "$probe" restart
+    expect_text "$work/out" moved
+    expect_code 0 "$sim" run --speed fast -- "$probe" restart
+}
+
+survives_a_fork() { expect_code 0 "$sim" run -- "$probe" fork; }
+
+does_not_sleep_when_fast() { expect_code 0 "$sim" run --speed fast -- "$probe" sleep; }
+
+runs_under_valgrind() {
+    command -v valgrind >/dev/null || { echo "no valgrind: skipped"; exit 77; }
+    expect_code 0 "$sim" run -- valgrind -q --error-exitcode=9 --leak-check=full "$probe" claim
+}
+
+cleans_up_after_crashes() {
+    # shellcheck disable=SC2016 # the inner shell expands
+    "$sim" run -- sh -c 'kill -KILL $PPID' 2>/dev/null
+    [ -n "$(ls -A "$TMPDIR")" ] || fail "the crash left nothing to clean"
+    expect_code 0 "$sim" run -- true
+    expect_clean
+    TMPDIR=$work/$(printf 'long%.0s' 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20)
+    mkdir "$TMPDIR"
+    expect_code 0 "$sim" run -- "$probe" claim
+}
+
+makes_images() {
+    expect_code 0 "$sim" image --model rowan-spi --version 0x0205 --seed 3 "$work/one"
+    expect_code 0 "$sim" image --model rowan-spi --version 0x0205 --seed 3 "$work/two"
+    cmp "$work/one" "$work/two" || fail "images differ"
+    expect_code 0 "$sim" image --model rowan-spi --version 0x0205 --size 4096 "$work/small"
+    [ "$(stat -c %s "$work/small")" -eq 4096 ] || fail "size"
+    expect_code 0 "$sim" image --mfi --serial ABC "$work/mfi"
+    expect_code 2 "$sim" image --model rowan-spi --version many "$work/bad"
+    expect_code 1 "$sim" image --mfi /nonexistent/folder/file
+    [ ! -e "$work/bad" ] || fail "a file was made"
+    expect_code 0 "$sim" models
+    expect_text "$work/out" '^rowan-spi  '
+}
+
+$case

@@ -1,0 +1,367 @@
+// SPDX-License-Identifier: Apache-2.0
+// Video of the simulated camera, through unmodified libuvc in the same process.
+#include "bus/bed.h"
+#include "chip/picture.h"
+#include "usb/descriptors.h"
+
+#include <gtest/gtest.h>
+#include <libusb.h>
+#include <libuvc/libuvc.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace std::chrono_literals;
+using sim::FrameFault;
+
+constexpr std::chrono::seconds kPatience(10);
+
+/// What the callback was given.
+class Frames {
+public:
+    static void on_frame(uvc_frame_t* frame, void* self)
+    {
+        static_cast<Frames*>(self)->add(*frame);
+    }
+
+    bool wait_for(size_t count)
+    {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, kPatience, [&] { return sizes_.size() >= count; });
+    }
+    std::vector<size_t> sizes()
+    {
+        const std::lock_guard lock(mutex_);
+        return sizes_;
+    }
+    std::vector<uint32_t> numbers()
+    {
+        const std::lock_guard lock(mutex_);
+        return numbers_;
+    }
+
+private:
+    void add(const uvc_frame_t& frame)
+    {
+        const std::lock_guard lock(mutex_);
+        const auto* bytes = static_cast<const uint8_t*>(frame.data);
+        sizes_.push_back(frame.data_bytes);
+        if (const auto number = sim::read_frame_number(frame.width, frame.height,
+                                                       {bytes, frame.data_bytes}, false, false)) {
+            numbers_.push_back(*number);
+        }
+        changed_.notify_all();
+    }
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<size_t> sizes_;
+    std::vector<uint32_t> numbers_;
+};
+
+/// A camera opened with libuvc.
+class Viewer {
+public:
+    explicit Viewer(sim::PluggedCamera& camera) : iso_(camera.model().streams_isochronously)
+    {
+        EXPECT_EQ(uvc_init(&context_, nullptr), 0);
+        EXPECT_EQ(uvc_find_device(context_, &device_, sim::kVendorId, 0, nullptr), 0);
+        EXPECT_EQ(uvc_open(device_, &handle_), 0);
+    }
+    ~Viewer()
+    {
+        if (!abandoned_) {
+            uvc_close(handle_);
+            uvc_unref_device(device_);
+            uvc_exit(context_);
+        }
+    }
+    Viewer(const Viewer&) = delete;
+    Viewer& operator=(const Viewer&) = delete;
+
+    /// Payloads: 0 means a whole frame each, where the camera sends in bulk.
+    int start(int width, int height, int fps, uvc_frame_callback_t* callback, void* user,
+              uint32_t payload_bytes = 0)
+    {
+        uvc_stream_ctrl_t control{};
+        const int status = uvc_get_stream_ctrl_format_size(handle_, &control, UVC_FRAME_FORMAT_YUYV,
+                                                           width, height, fps);
+        if (status < 0) {
+            return status;
+        }
+        if (!iso_) {
+            const uint32_t whole = control.dwMaxVideoFrameSize + sim::kPayloadHeaderBytes;
+            control.dwMaxPayloadTransferSize = payload_bytes != 0 ? payload_bytes : whole;
+        }
+        return uvc_start_streaming(handle_, &control, callback, user, 0);
+    }
+    int start(Frames& frames) { return start(320, 240, 30, Frames::on_frame, &frames); }
+    void stop() { uvc_stop_streaming(handle_); }
+
+    /// A camera that is gone must not be closed: libusb and libuvc would abort or hang.
+    void abandon() { abandoned_ = true; }
+
+private:
+    bool iso_;
+    bool abandoned_ = false;
+    uvc_context_t* context_ = nullptr;
+    uvc_device_t* device_ = nullptr;
+    uvc_device_handle_t* handle_ = nullptr;
+};
+
+class Streaming : public testing::TestWithParam<const char*> {
+protected:
+    sim::PluggedCamera& plug(const char* model = "rowan-spi")
+    {
+        return bed_.plug(*sim::find_model(model));
+    }
+
+    sim::RealClock clock_;
+    sim::Bed bed_{clock_};
+};
+
+void expect_increasing(const std::vector<uint32_t>& numbers)
+{
+    for (size_t i = 1; i < numbers.size(); ++i) {
+        EXPECT_GT(numbers[i], numbers[i - 1]);
+    }
+}
+
+struct Mode {
+    const char* model;
+    int width;
+    int height;
+    int fps;
+    uint32_t payload_bytes;
+};
+
+void PrintTo(const Mode& mode, std::ostream* out)
+{
+    *out << mode.model << ' ' << mode.width << 'x' << mode.height << ' ' << mode.payload_bytes;
+}
+
+class StreamingModes : public testing::TestWithParam<Mode> {};
+
+TEST_P(StreamingModes, FramesArriveWholeAndInOrder)
+{
+    constexpr size_t kFrameCount = 5;
+    const Mode& mode = GetParam();
+    sim::RealClock clock;
+    sim::Bed bed(clock);
+    sim::PluggedCamera& camera = bed.plug(*sim::find_model(mode.model));
+    camera.set_pacing(sim::Pacing::kFlatOut);
+    Frames frames;
+    {
+        Viewer viewer(camera);
+        ASSERT_EQ(viewer.start(mode.width, mode.height, mode.fps, Frames::on_frame, &frames,
+                               mode.payload_bytes),
+                  0);
+        EXPECT_TRUE(frames.wait_for(kFrameCount));
+        EXPECT_TRUE(camera.stream().streaming);
+        viewer.stop();
+        EXPECT_FALSE(camera.stream().streaming);
+    }
+    const size_t frame_bytes = static_cast<size_t>(mode.width) * mode.height * 2;
+    for (const size_t size : frames.sizes()) {
+        EXPECT_EQ(size, frame_bytes);
+    }
+    EXPECT_EQ(frames.numbers().size(), frames.sizes().size());
+    expect_increasing(frames.numbers());
+    EXPECT_GE(camera.stream().frames_sent, kFrameCount);
+}
+
+// Payloads of 1024 bytes and a picture of 153,600: the last one is short. With 1543 bytes, the last
+// one of 512 needs an empty packet behind it.
+INSTANTIATE_TEST_SUITE_P(
+    All, StreamingModes,
+    testing::Values(Mode{"rowan-spi", 320, 240, 30, 0}, Mode{"rowan-spi", 320, 240, 30, 1024},
+                    Mode{"rowan-spi", 320, 240, 30, 1543}, Mode{"rowan-spi", 640, 480, 15, 0},
+                    Mode{"rowan-spi", 1280, 720, 10, 0}, Mode{"rowan-iso", 320, 240, 30, 0},
+                    Mode{"rowan-iso", 640, 480, 30, 0}, Mode{"rowan-iso", 1280, 720, 10, 0}));
+
+TEST_F(Streaming, KeepsTimeAfterSettling)
+{
+    Viewer viewer(plug());
+    Frames frames;
+    const auto begin = std::chrono::steady_clock::now();
+    ASSERT_EQ(viewer.start(frames), 0);
+    ASSERT_TRUE(frames.wait_for(1));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 300ms);
+    ASSERT_TRUE(frames.wait_for(7));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 300ms + 6 * 33ms);
+    viewer.stop();
+}
+
+TEST_F(Streaming, UnknownSizesAndRatesAreNotOffered)
+{
+    Viewer viewer(plug());
+    EXPECT_EQ(viewer.start(800, 600, 30, nullptr, nullptr), UVC_ERROR_INVALID_MODE);
+    EXPECT_EQ(viewer.start(1280, 720, 30, nullptr, nullptr), UVC_ERROR_INVALID_MODE);
+}
+
+INSTANTIATE_TEST_SUITE_P(Models, Streaming, testing::Values("rowan-spi", "rowan-iso"));
+
+TEST_P(Streaming, StartsAgainAfterAStop)
+{
+    sim::PluggedCamera& camera = plug(GetParam());
+    camera.set_pacing(sim::Pacing::kFlatOut);
+    Viewer viewer(camera);
+    Frames frames;
+    for (size_t round = 1; round <= 3; ++round) {
+        const size_t before = frames.sizes().size();
+        ASSERT_EQ(viewer.start(frames), 0);
+        EXPECT_TRUE(frames.wait_for(before + 3));
+        viewer.stop();
+    }
+    expect_increasing(frames.numbers());
+}
+
+TEST_P(Streaming, FaultyFramesAreSeenAsSuch)
+{
+    constexpr uint32_t kFrameBytes = 320 * 240 * 2;
+    sim::PluggedCamera& camera = plug(GetParam());
+    camera.set_pacing(sim::Pacing::kFlatOut);
+    camera.set_frame_fault([](uint64_t ordinal) {
+        switch (ordinal) {
+            case 0:
+                return FrameFault::truncated(1000);
+            case 1:
+                return FrameFault::error_bit();
+            case 2:
+                return FrameFault::truncated(kFrameBytes - 2);
+            default:
+                return ordinal > 4 ? FrameFault::stall() : FrameFault::none();
+        }
+    });
+    Viewer viewer(camera);
+    Frames frames;
+    ASSERT_EQ(viewer.start(frames), 0);
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (camera.stream().frames_sent < 5 && std::chrono::steady_clock::now() < deadline) {
+        usleep(1000);
+    }
+    usleep(100'000); // the callback's thread is another one, and a halted endpoint stays so
+    viewer.stop();
+    EXPECT_EQ(camera.stream().frames_sent, 5);
+
+    // libuvc keeps only the latest frame for a callback that is late, so some may be missing.
+    const std::vector<size_t> sizes = frames.sizes();
+    ASSERT_FALSE(sizes.empty());
+    EXPECT_LE(sizes.size(), 4);
+    EXPECT_EQ(sizes.back(), kFrameBytes);
+    for (const size_t size : sizes) {
+        EXPECT_TRUE(size == 1000 || size == kFrameBytes - 2 || size == kFrameBytes) << size;
+    }
+}
+
+TEST_F(Streaming, FramesWithoutRoomAreDroppedAndCounted)
+{
+    sim::PluggedCamera& camera = plug();
+    libusb_context* context = nullptr;
+    ASSERT_EQ(libusb_init(&context), 0);
+    libusb_device_handle* handle =
+        libusb_open_device_with_vid_pid(context, sim::kVendorId, camera.model().usb_product_id);
+    ASSERT_NE(handle, nullptr);
+    ASSERT_EQ(libusb_claim_interface(handle, sim::kVideoInterface), 0);
+    std::vector<uint8_t> record(26);
+    record[3] = 1;
+    ASSERT_EQ(libusb_control_transfer(handle, 0x21, 0x01, 0x0200, 1, record.data(), 26, 1000), 26);
+
+    // One short read begins the stream; afterwards nobody fetches the rest of the frame.
+    std::vector<uint8_t> part(512);
+    int moved = 0;
+    EXPECT_EQ(libusb_bulk_transfer(handle, sim::kVideoEndpoint, part.data(), 512, &moved, 3000), 0);
+    EXPECT_EQ(moved, 512);
+    EXPECT_EQ(part[0], sim::kPayloadHeaderBytes);
+    usleep(200'000);
+    EXPECT_GE(camera.stream().frames_dropped, 2);
+    EXPECT_EQ(camera.stream().frames_sent, 0);
+
+    // The picture goes on where the host left it, and a room of half a packet is too small.
+    EXPECT_EQ(libusb_bulk_transfer(handle, sim::kVideoEndpoint, part.data(), 100, &moved, 1000),
+              LIBUSB_ERROR_OVERFLOW);
+    EXPECT_EQ(libusb_clear_halt(handle, sim::kVideoEndpoint), 0);
+    EXPECT_FALSE(camera.stream().streaming);
+    libusb_close(handle);
+    libusb_exit(context);
+}
+
+TEST_P(Streaming, PolledFramesArrive)
+{
+    sim::PluggedCamera& camera = plug(GetParam());
+    uvc_context_t* uvc = nullptr;
+    uvc_device_t* device = nullptr;
+    uvc_device_handle_t* handle = nullptr;
+    ASSERT_EQ(uvc_init(&uvc, nullptr), 0);
+    ASSERT_EQ(uvc_find_device(uvc, &device, sim::kVendorId, 0, nullptr), 0);
+    ASSERT_EQ(uvc_open(device, &handle), 0);
+    uvc_stream_ctrl_t control{};
+    ASSERT_EQ(
+        uvc_get_stream_ctrl_format_size(handle, &control, UVC_FRAME_FORMAT_YUYV, 640, 480, 30), 0);
+    uvc_stream_handle_t* stream = nullptr;
+    ASSERT_EQ(uvc_stream_open_ctrl(handle, &stream, &control), 0);
+    ASSERT_EQ(uvc_stream_start(stream, nullptr, nullptr, 0), 0);
+    std::vector<uint32_t> numbers;
+    for (int i = 0; i < 3; ++i) {
+        uvc_frame_t* frame = nullptr;
+        ASSERT_EQ(uvc_stream_get_frame(stream, &frame, 3'000'000), 0);
+        ASSERT_NE(frame, nullptr);
+        ASSERT_EQ(frame->data_bytes, 640 * 480 * 2);
+        const auto* bytes = static_cast<const uint8_t*>(frame->data);
+        numbers.push_back(
+            sim::read_frame_number(640, 480, {bytes, frame->data_bytes}, false, false).value_or(0));
+    }
+    expect_increasing(numbers);
+    uvc_stream_close(stream);
+    EXPECT_FALSE(camera.stream().streaming);
+    uvc_close(handle);
+    uvc_unref_device(device);
+    uvc_exit(uvc);
+}
+
+// In a child process with a limit: what goes wrong here is a hang or an abort.
+class StreamingDeathTest : public Streaming {
+protected:
+    StreamingDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+
+    [[noreturn]] void stream_until_gone(FrameFault fault)
+    {
+        constexpr unsigned kLimitS = 10;
+        alarm(kLimitS);
+        sim::PluggedCamera& camera = plug(GetParam());
+        camera.set_pacing(sim::Pacing::kFlatOut);
+        Frames frames;
+        Viewer viewer(camera);
+        viewer.abandon();
+        if (viewer.start(frames) != 0 || !frames.wait_for(2)) {
+            _exit(1);
+        }
+        camera.set_frame_fault([fault](uint64_t) { return fault; });
+        while (camera.stream().streaming) {
+            usleep(1000);
+        }
+        bed_.settle();
+        usleep(100'000); // what arrived before the unplug is still handed out
+        const size_t last = frames.sizes().size();
+        usleep(50'000);
+        _exit(frames.sizes().size() == last ? 0 : 2);
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Models, StreamingDeathTest, testing::Values("rowan-spi", "rowan-iso"));
+
+TEST_P(StreamingDeathTest, AnUnplugEndsTheStream)
+{
+    EXPECT_EXIT(stream_until_gone(FrameFault::unplug_silent()), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(stream_until_gone(FrameFault::unplug_announced()), testing::ExitedWithCode(0), "");
+}
+
+} // namespace

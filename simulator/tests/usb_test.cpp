@@ -1,0 +1,342 @@
+// SPDX-License-Identifier: Apache-2.0
+// The simulated camera seen through unmodified libusb and libuvc in the same process.
+#include "bus/bed.h"
+#include "bus/virtual_time.h"
+#include "usb/descriptors.h"
+
+#include <gtest/gtest.h>
+#include <libusb.h>
+#include <libuvc/libuvc.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using sim::Fault;
+
+constexpr uint8_t kGetLen = 0x85;
+constexpr uint8_t kSetCur = 0x01;
+constexpr uint8_t kRegisterSelector = 0x06;
+constexpr unsigned kTimeoutMs = 200;
+
+const sim::CameraModel& first_model()
+{
+    return sim::models().front();
+}
+
+struct ContextDeleter {
+    void operator()(libusb_context* context) const { libusb_exit(context); }
+};
+struct HandleDeleter {
+    void operator()(libusb_device_handle* handle) const { libusb_close(handle); }
+};
+using Context = std::unique_ptr<libusb_context, ContextDeleter>;
+using Handle = std::unique_ptr<libusb_device_handle, HandleDeleter>;
+
+Context make_context()
+{
+    libusb_context* context = nullptr;
+    EXPECT_EQ(libusb_init(&context), 0);
+    return Context(context);
+}
+
+Handle open_camera(libusb_context* context, unsigned bus, unsigned address)
+{
+    libusb_device** list = nullptr;
+    const ssize_t count = libusb_get_device_list(context, &list);
+    libusb_device_handle* handle = nullptr;
+    for (ssize_t i = 0; i < count; ++i) {
+        if (libusb_get_bus_number(list[i]) == bus &&
+            libusb_get_device_address(list[i]) == address) {
+            EXPECT_EQ(libusb_open(list[i], &handle), 0);
+        }
+    }
+    libusb_free_device_list(list, 1);
+    return Handle(handle);
+}
+
+std::string string_of(libusb_device_handle* handle, uint8_t index)
+{
+    unsigned char text[128] = {};
+    libusb_get_string_descriptor_ascii(handle, index, text, sizeof text);
+    return reinterpret_cast<char*>(text);
+}
+
+class UsbTest : public testing::Test {
+protected:
+    sim::PluggedCamera& plug(unsigned bus = 1)
+    {
+        return bed_.plug(first_model(), {.bus = bus, .serial = "S" + std::to_string(bus)});
+    }
+    Handle open(sim::PluggedCamera& camera)
+    {
+        if (!context_) {
+            context_ = make_context();
+        }
+        Handle handle = open_camera(context_.get(), camera.bus(), camera.address());
+        EXPECT_NE(handle, nullptr);
+        return handle;
+    }
+    static int get_len(libusb_device_handle* handle, unsigned timeout_ms = 0)
+    {
+        uint8_t length[2] = {};
+        return libusb_control_transfer(handle, 0xA1, kGetLen, kRegisterSelector << 8,
+                                       sim::kVendorUnit << 8, length, sizeof length, timeout_ms);
+    }
+    size_t device_count()
+    {
+        libusb_device** list = nullptr;
+        const ssize_t count = libusb_get_device_list(context_.get(), &list);
+        libusb_free_device_list(list, 1);
+        return static_cast<size_t>(count);
+    }
+
+    sim::VirtualClock clock_;
+    sim::Bed bed_{clock_};
+    Context context_;
+};
+
+TEST_F(UsbTest, LibusbEnumeratesAndReadsDescriptors)
+{
+    sim::PluggedCamera& camera = plug();
+    const Handle handle = open(camera);
+    libusb_device* device = libusb_get_device(handle.get());
+    EXPECT_EQ(libusb_get_port_number(device), camera.port());
+    EXPECT_EQ(libusb_get_device_speed(device), LIBUSB_SPEED_HIGH);
+
+    libusb_device_descriptor descriptor{};
+    ASSERT_EQ(libusb_get_device_descriptor(device, &descriptor), 0);
+    EXPECT_EQ(descriptor.bDeviceClass, LIBUSB_CLASS_MISCELLANEOUS);
+    EXPECT_EQ(descriptor.idVendor, 0x1162);
+    EXPECT_EQ(descriptor.idProduct, first_model().usb_product_id);
+    EXPECT_EQ(string_of(handle.get(), descriptor.iManufacturer), "NYXUS Simulator");
+    EXPECT_EQ(string_of(handle.get(), descriptor.iProduct), first_model().name);
+    EXPECT_EQ(string_of(handle.get(), descriptor.iSerialNumber), "S1");
+
+    libusb_config_descriptor* configuration = nullptr;
+    ASSERT_EQ(libusb_get_active_config_descriptor(device, &configuration), 0);
+    EXPECT_EQ(configuration->bNumInterfaces, 2);
+    libusb_free_config_descriptor(configuration);
+}
+
+TEST_F(UsbTest, LibuvcOpensNegotiatesAndCloses)
+{
+    plug();
+    uvc_context_t* context = nullptr;
+    ASSERT_EQ(uvc_init(&context, nullptr), UVC_SUCCESS);
+    uvc_device_t* device = nullptr;
+    ASSERT_EQ(uvc_find_device(context, &device, 0x1162, 0, "S1"), UVC_SUCCESS);
+    uvc_device_handle_t* handle = nullptr;
+    ASSERT_EQ(uvc_open(device, &handle), UVC_SUCCESS);
+
+    uvc_stream_ctrl_t stream{};
+    EXPECT_EQ(uvc_get_stream_ctrl_format_size(handle, &stream, UVC_FRAME_FORMAT_YUYV, 640, 480, 30),
+              UVC_SUCCESS);
+    EXPECT_EQ(stream.dwMaxVideoFrameSize, 640u * 480 * 2);
+    int16_t brightness = 0;
+    EXPECT_EQ(uvc_get_brightness(handle, &brightness, UVC_GET_MAX), UVC_SUCCESS);
+    EXPECT_EQ(brightness, 255);
+
+    uvc_close(handle);
+    uvc_unref_device(device);
+    uvc_exit(context);
+}
+
+TEST_F(UsbTest, TransfersAreRecordedAndTakeTime)
+{
+    sim::PluggedCamera& camera = plug();
+    const Handle handle = open(camera);
+    camera.clear_transfers();
+    const uint64_t before_us = clock_.now_us();
+    EXPECT_EQ(get_len(handle.get()), 2);
+    EXPECT_EQ(clock_.now_us() - before_us, first_model().usb_latency_us);
+
+    const std::vector<sim::Transfer> transfers = camera.transfers();
+    ASSERT_EQ(transfers.size(), 1u);
+    const std::array<uint8_t, 8> setup{0xA1, kGetLen, 0, kRegisterSelector, 0, 6, 2, 0};
+    EXPECT_EQ(transfers[0].setup, setup);
+    EXPECT_EQ(transfers[0].data.size(), 2u);
+    EXPECT_EQ(transfers[0].status, 0);
+}
+
+TEST_F(UsbTest, UnknownRequestsStall)
+{
+    const Handle handle = open(plug());
+    struct Case {
+        uint8_t type, request;
+        uint16_t value, index;
+    };
+    const Case cases[] = {
+        {0x80, 6, 0x0600, 0},            // device qualifier
+        {0x80, 6, 0x0309, 0},            // missing string
+        {0xA1, kGetLen, 0x7F00, 0x0600}, // missing control
+        {0xA1, kGetLen, 0x0100, 0x0C00}, // H.264 unit
+        {0xA1, kGetLen, 0x0100, 0x0500}, // missing unit
+        {0xC0, 1, 0, 0},                 // vendor request
+    };
+    for (const Case& c : cases) {
+        uint8_t data[64];
+        EXPECT_EQ(libusb_control_transfer(handle.get(), c.type, c.request, c.value, c.index, data,
+                                          sizeof data, 0),
+                  LIBUSB_ERROR_PIPE)
+            << std::hex << c.value << " " << c.index;
+    }
+}
+
+TEST_F(UsbTest, AnswersAreClippedToTheRequest)
+{
+    const Handle handle = open(plug());
+    uint8_t data[4] = {0, 0, 0xEE, 0xEE};
+    EXPECT_EQ(libusb_control_transfer(handle.get(), 0x80, 6, 0x0100, 0, data, 2, 0), 2);
+    EXPECT_EQ(data[1], 0x01);
+    EXPECT_EQ(data[2], 0xEE);
+}
+
+TEST_F(UsbTest, FaultsReachTheCaller)
+{
+    sim::PluggedCamera& camera = plug();
+    const Handle handle = open(camera);
+    const struct {
+        Fault fault;
+        int result;
+        int recorded_status;
+    } cases[] = {
+        {Fault::stall(), LIBUSB_ERROR_PIPE, -EPIPE},
+        {Fault::io_error(), LIBUSB_ERROR_IO, -EPROTO},
+        {Fault::timeout(), LIBUSB_ERROR_IO, -ETIME},
+        {Fault::no_answer(), LIBUSB_ERROR_TIMEOUT, -ENOENT},
+        {Fault::short_answer(1), 1, 0},
+        {Fault::submit_error(ENOMEM), LIBUSB_ERROR_IO, 0},
+        {Fault::none(), 2, 0},
+    };
+    for (const auto& c : cases) {
+        camera.clear_transfers();
+        camera.set_fault([&](const sim::Setup&, uint64_t) { return c.fault; });
+        EXPECT_EQ(get_len(handle.get(), kTimeoutMs), c.result) << static_cast<int>(c.fault.kind);
+        if (c.fault.kind != Fault::Kind::kSubmitError) {
+            ASSERT_EQ(camera.transfers().size(), 1u);
+            EXPECT_EQ(camera.transfers()[0].status, c.recorded_status);
+        }
+    }
+}
+
+TEST_F(UsbTest, FaultHookCountsFromZero)
+{
+    sim::PluggedCamera& camera = plug();
+    const Handle handle = open(camera);
+    camera.set_fault([](const sim::Setup&, uint64_t ordinal) {
+        return ordinal == 1 ? Fault::stall() : Fault::none();
+    });
+    EXPECT_EQ(get_len(handle.get()), 2);
+    EXPECT_EQ(get_len(handle.get()), LIBUSB_ERROR_PIPE);
+    EXPECT_EQ(get_len(handle.get()), 2);
+}
+
+TEST_F(UsbTest, SilentUnplugIsNoticedByItsUsersOnly)
+{
+    sim::PluggedCamera& camera = plug();
+    const Handle handle = open(camera);
+    camera.set_fault([](const sim::Setup&, uint64_t) { return Fault::unplug_silent(); });
+    EXPECT_EQ(get_len(handle.get()), LIBUSB_ERROR_NO_DEVICE);
+    EXPECT_EQ(get_len(handle.get()), LIBUSB_ERROR_NO_DEVICE);
+    bed_.settle();
+    EXPECT_EQ(device_count(), 2u); // the root hub, and the camera nobody misses yet
+}
+
+TEST_F(UsbTest, AnnouncedUnplugLeavesTheList)
+{
+    sim::PluggedCamera& camera = plug();
+    const Handle handle = open(camera);
+    EXPECT_EQ(device_count(), 2u);
+    bed_.unplug(camera, sim::Announce::kYes);
+    EXPECT_EQ(get_len(handle.get()), LIBUSB_ERROR_NO_DEVICE);
+    EXPECT_EQ(device_count(), 1u);
+}
+
+TEST_F(UsbTest, UnplugEndsAPendingTransfer)
+{
+    sim::PluggedCamera& camera = plug();
+    const Handle handle = open(camera);
+    camera.set_fault([](const sim::Setup&, uint64_t) { return Fault::no_answer(); });
+    std::thread puller([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        bed_.unplug(camera, sim::Announce::kNo);
+    });
+    EXPECT_EQ(get_len(handle.get()), LIBUSB_ERROR_NO_DEVICE);
+    puller.join();
+}
+
+TEST_F(UsbTest, ReplugHasANewAddress)
+{
+    sim::PluggedCamera& camera = plug();
+    Handle handle = open(camera);
+    const unsigned before = camera.address();
+    bed_.unplug(camera, sim::Announce::kNo);
+    bed_.replug(camera);
+    EXPECT_NE(camera.address(), before);
+    handle = open(camera);
+    EXPECT_EQ(get_len(handle.get()), 2);
+}
+
+TEST_F(UsbTest, RestartAskedByTheHostGivesANewAddress)
+{
+    const sim::InstalledVirtualClock installed(clock_);
+    sim::PluggedCamera& camera = plug();
+    Handle handle = open(camera);
+    const unsigned before = camera.address();
+    uint8_t restart[11] = {0x81, 0x00, 0x26, 0x10}; // write one byte, restart bit, to 0x0026
+    ASSERT_EQ(libusb_control_transfer(handle.get(), 0x21, kSetCur, kRegisterSelector << 8, 0x0600,
+                                      restart, sizeof restart, 0),
+              static_cast<int>(sizeof restart));
+    usleep(1000); // virtual: returns when the camera is back
+    EXPECT_NE(camera.address(), before);
+    EXPECT_EQ(get_len(handle.get()), LIBUSB_ERROR_NO_DEVICE);
+    handle = open(camera);
+    EXPECT_EQ(get_len(handle.get()), 2);
+}
+
+TEST_F(UsbTest, BusesMayUseTheSameAddress)
+{
+    sim::PluggedCamera& first = plug(1);
+    sim::PluggedCamera& second = plug(2);
+    EXPECT_EQ(first.address(), second.address());
+    const Handle first_handle = open(first);
+    const Handle second_handle = open(second);
+    EXPECT_EQ(string_of(first_handle.get(), 3), "S1");
+    EXPECT_EQ(string_of(second_handle.get(), 3), "S2");
+}
+
+TEST_F(UsbTest, OneUserAtATimeHoldsAnInterface)
+{
+    sim::PluggedCamera& camera = plug();
+    Handle first = open(camera);
+    const Handle second = open(camera);
+    EXPECT_EQ(libusb_claim_interface(first.get(), 0), 0);
+    EXPECT_EQ(libusb_claim_interface(second.get(), 0), LIBUSB_ERROR_BUSY);
+    EXPECT_EQ(libusb_claim_interface(second.get(), 5), LIBUSB_ERROR_NOT_FOUND);
+    first.reset(); // closing drops the claim at once
+    EXPECT_EQ(libusb_claim_interface(second.get(), 0), 0);
+}
+
+// Not a check of speed, which belongs to the benchmarks: prints what a transfer costs.
+TEST_F(UsbTest, ManyTransfersInARow)
+{
+    sim::PluggedCamera& camera = plug();
+    const Handle handle = open(camera);
+    constexpr int kTransfers = 20000;
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < kTransfers; ++i) {
+        ASSERT_EQ(get_len(handle.get()), 2);
+    }
+    const std::chrono::duration<double, std::micro> took = std::chrono::steady_clock::now() - start;
+    RecordProperty("us_per_transfer", std::to_string(took.count() / kTransfers));
+    std::printf("%.2f us per control transfer\n", took.count() / kTransfers);
+}
+
+} // namespace

@@ -1,0 +1,179 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "usb/descriptors.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace sim {
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// clang-format off
+constexpr uint8_t kControlInterfaceBytes[] = {
+    0x08, 0x0b, 0x00, 0x02, 0x0e, 0x03, 0x00, 0x00,                    // both belong to one video function
+    0x09, 0x04, 0x00, 0x00, 0x01, 0x0e, 0x01, 0x00, 0x00,
+    0x0d, 0x24, 0x01, 0x00, 0x01, 0x6b, 0x00, 0x80, 0xc3, 0xc9, 0x01, 0x01, 0x01,
+    0x12, 0x24, 0x02, 0x01, 0x01, 0x02, 0x00, 0x00,                    // camera terminal 1, no controls
+    0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x03, 0x00, 0x00, 0x00,
+    0x0b, 0x24, 0x05, 0x02, 0x01, 0x00, 0x00, 0x02, 0x01, 0x00, 0x00,  // processing unit 2: brightness
+    0x1d, 0x24, 0x06, 0x06,                                            // extension unit 6: vendor
+    0xb0, 0xd0, 0xbb, 0x68, 0xa4, 0x61, 0x83, 0x4b, 0x90, 0xb7, 0xa6, 0x21, 0x5f, 0x3c, 0x4f, 0x70,
+    0x1f, 0x01, 0x02, 0x04, 0xff, 0xff, 0xff, 0x7f, 0x00,
+    0x1b, 0x24, 0x06, 0x0c,                                            // extension unit 12: H.264
+    0x41, 0x76, 0x9e, 0xa2, 0x04, 0xde, 0xe3, 0x47, 0x8b, 0x2b, 0xf4, 0x34, 0x1a, 0xff, 0x00, 0x3b,
+    0x0f, 0x01, 0x06, 0x02, 0xff, 0x7f, 0x00,
+    0x09, 0x24, 0x03, 0x03, 0x01, 0x01, 0x00, 0x0c, 0x00,              // output terminal 3
+    0x07, 0x05, 0x83, 0x03, 0x10, 0x00, 0x08,                          // status, interrupt IN
+    0x05, 0x25, 0x03, 0x10, 0x00,
+};
+constexpr uint8_t kFormat[] = {                                        // YUY2, 16 bits per pixel
+    0x1b, 0x24, 0x04, 0x01, std::size(kFrameSizes),
+    0x59, 0x55, 0x59, 0x32, 0x00, 0x00, 0x10, 0x00, 0x80, 0x00, 0x00, 0xaa, 0x00, 0x38, 0x9b, 0x71,
+    0x10, 0x01, 0x00, 0x00, 0x00, 0x00,
+};
+constexpr uint8_t kColour[] = {0x06, 0x24, 0x0d, 0x01, 0x01, 0x04};
+constexpr uint8_t kBulkEndpoint[] = {0x07, 0x05, kVideoEndpoint, 0x02, 0x00, 0x02, 0x00};
+// 1024 bytes once or three times per microframe.
+constexpr uint8_t kIsoEndpoints[][7] = {
+    {0x07, 0x05, kVideoEndpoint, 0x05, 0x00, 0x04, 0x01},
+    {0x07, 0x05, kVideoEndpoint, 0x05, 0x00, 0x14, 0x01},
+};
+// clang-format on
+static_assert(std::size(kIsoEndpoints) == std::size(kIsoPacketBytes));
+
+void add(Bytes& bytes, std::span<const uint8_t> more)
+{
+    bytes.insert(bytes.end(), more.begin(), more.end());
+}
+
+void add_u16(Bytes& bytes, uint16_t word)
+{
+    bytes.push_back(static_cast<uint8_t>(word));
+    bytes.push_back(static_cast<uint8_t>(word >> 8));
+}
+
+void add_u32(Bytes& bytes, uint32_t word)
+{
+    add_u16(bytes, static_cast<uint16_t>(word));
+    add_u16(bytes, static_cast<uint16_t>(word >> 16));
+}
+
+uint32_t bits_per_second(const FrameSize& size, uint32_t interval_100ns)
+{
+    constexpr uint64_t kPerSecond = 10'000'000;
+    return static_cast<uint32_t>(uint64_t{size.bytes()} * 8 * kPerSecond / interval_100ns);
+}
+
+void add_frame(Bytes& bytes, uint8_t index, const FrameSize& size)
+{
+    const auto& intervals = size.intervals_100ns;
+    const auto count = static_cast<uint8_t>(intervals.size());
+    add(bytes, Bytes{static_cast<uint8_t>(26 + 4 * count), 0x24, 0x05, index, 0x00});
+    add_u16(bytes, size.width);
+    add_u16(bytes, size.height);
+    add_u32(bytes, bits_per_second(size, intervals.back()));
+    add_u32(bytes, bits_per_second(size, intervals.front()));
+    add_u32(bytes, size.bytes());
+    add_u32(bytes, intervals.front()); // unless the host asks for another one
+    bytes.push_back(count);
+    for (const uint32_t interval : intervals) {
+        add_u32(bytes, interval);
+    }
+}
+
+void add_video_interface(Bytes& bytes, uint8_t setting, bool has_endpoint)
+{
+    add(bytes, Bytes{0x09, 0x04, kVideoInterface, setting, has_endpoint, 0x0e, 0x02, 0x00, 0x00});
+}
+
+// The header of the formats tells how long they are together.
+void add_formats(Bytes& bytes)
+{
+    Bytes formats;
+    add(formats, kFormat);
+    for (uint8_t index = 1; const FrameSize& size : kFrameSizes) {
+        add_frame(formats, index++, size);
+    }
+    add(formats, kColour);
+
+    constexpr uint8_t kHeaderBytes = 14;
+    add(bytes, Bytes{kHeaderBytes, 0x24, 0x01, 0x01});
+    add_u16(bytes, static_cast<uint16_t>(kHeaderBytes + formats.size()));
+    add(bytes, Bytes{kVideoEndpoint, 0x00, 0x03, 0x00, 0x00, 0x00, 0x01, 0x00});
+    add(bytes, formats);
+}
+
+} // namespace
+
+std::vector<uint8_t> device_descriptor(const CameraModel& model)
+{
+    // Class EF/02/01: an interface association tells which interfaces form the camera.
+    return {0x12,
+            0x01,
+            0x00,
+            0x02,
+            0xef,
+            0x02,
+            0x01,
+            0x40,
+            static_cast<uint8_t>(kVendorId & 0xFF),
+            static_cast<uint8_t>(kVendorId >> 8),
+            static_cast<uint8_t>(model.usb_product_id),
+            static_cast<uint8_t>(model.usb_product_id >> 8),
+            0x00,
+            0x01,
+            0x01,
+            0x02,
+            0x03,
+            0x01};
+}
+
+std::vector<uint8_t> configuration_descriptor(const CameraModel& model)
+{
+    Bytes bytes{0x09, 0x02, 0x00, 0x00, kInterfaceCount, 0x01, 0x00, 0x80, 0xfa}; // 500 mA
+    add(bytes, kControlInterfaceBytes);
+    add_video_interface(bytes, 0, !model.streams_isochronously);
+    add_formats(bytes);
+    if (model.streams_isochronously) {
+        for (uint8_t setting = 1; const auto& endpoint : kIsoEndpoints) {
+            add_video_interface(bytes, setting++, true);
+            add(bytes, endpoint);
+        }
+    } else {
+        add(bytes, kBulkEndpoint);
+    }
+    bytes[2] = static_cast<uint8_t>(bytes.size());
+    bytes[3] = static_cast<uint8_t>(bytes.size() >> 8);
+    return bytes;
+}
+
+std::vector<uint8_t> interface_descriptor(const CameraModel& model, unsigned number)
+{
+    constexpr uint8_t kInterfaceType = 4;
+    const Bytes bytes = configuration_descriptor(model);
+    std::span<const uint8_t> rest = bytes;
+    while (!(rest[1] == kInterfaceType && rest[2] == number)) {
+        rest = rest.subspan(rest[0]);
+    }
+    return {rest.begin(), rest.begin() + rest[0]};
+}
+
+std::vector<uint8_t> language_descriptor()
+{
+    return {0x04, 0x03, 0x09, 0x04};
+}
+
+std::vector<uint8_t> string_descriptor(const std::string& text)
+{
+    const size_t characters = std::min<size_t>(text.size(), 126);
+    std::vector<uint8_t> bytes{static_cast<uint8_t>(2 + 2 * characters), 0x03};
+    for (const char character : text.substr(0, characters)) {
+        bytes.push_back(static_cast<uint8_t>(character));
+        bytes.push_back(0);
+    }
+    return bytes;
+}
+
+} // namespace sim

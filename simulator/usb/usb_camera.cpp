@@ -1,0 +1,259 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "usb/usb_camera.h"
+
+#include "usb/descriptors.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <iterator>
+#include <utility>
+
+namespace sim {
+
+namespace {
+
+constexpr uint8_t kStandardType = 0;
+constexpr uint8_t kClassType = 1;
+constexpr uint8_t kInterfaceRecipient = 1;
+
+enum StandardRequest : uint8_t {
+    kGetStatus = 0,
+    kClearFeature = 1,
+    kSetFeature = 3,
+    kSetAddress = 5,
+    kGetDescriptor = 6,
+    kGetConfiguration = 8,
+    kSetConfiguration = 9,
+    kGetInterface = 10,
+    kSetInterface = 11,
+};
+
+enum DescriptorType : uint8_t { kDevice = 1, kConfiguration = 2, kString = 3 };
+
+} // namespace
+
+UsbCamera::UsbCamera(const CameraModel& model, Clock& clock, std::string serial,
+                     std::span<const uint8_t> rom)
+    : clock_(clock),
+      controller_(model, clock, rom),
+      video_(model),
+      stream_(controller_),
+      serial_(std::move(serial))
+{
+}
+
+void UsbCamera::set_fault(FaultHook hook)
+{
+    fault_ = std::move(hook);
+    ordinal_ = 0;
+}
+
+void UsbCamera::record(const Setup& setup, std::span<const uint8_t> moved, int status)
+{
+    if (!tracing_) {
+        return;
+    }
+    if (trace_.size() >= kTraceTransfers) {
+        trace_.pop_front();
+    }
+    trace_.push_back({setup.to_wire(), {moved.begin(), moved.end()}, status});
+}
+
+void UsbCamera::restart()
+{
+    controller_.restart();
+    video_ = VideoControls(controller_.model());
+    stream_.stop();
+    video_setting_ = 0;
+    configuration_ = 1;
+}
+
+// An isochronous camera streams while its interface has a setting with an endpoint; a bulk camera
+// has none of these and takes setting 0 for the end of its stream.
+bool UsbCamera::set_interface(unsigned number, unsigned setting)
+{
+    const bool has_settings =
+        number == kVideoInterface && controller_.model().streams_isochronously;
+    if (number >= kInterfaceCount || setting > (has_settings ? std::size(kIsoPacketBytes) : 0)) {
+        return false;
+    }
+    if (number != kVideoInterface) {
+        return true;
+    }
+    video_setting_ = static_cast<uint8_t>(setting);
+    if (setting == 0) {
+        stream_.stop();
+    } else {
+        stream_.start(kIsoPacketBytes[setting - 1]);
+    }
+    return true;
+}
+
+Outcome UsbCamera::control(const Setup& setup, std::span<uint8_t> data)
+{
+    const Fault fault = fault_ ? fault_(setup, ordinal_) : Fault::none();
+    ++ordinal_;
+    const Outcome outcome = apply_fault(setup, data, fault);
+    if (outcome.kind == Outcome::Kind::kRefused) {
+        return outcome;
+    }
+    clock_.advance_us(controller_.model().usb_latency_us);
+    if (outcome.kind != Outcome::Kind::kPending) {
+        record(setup, data.first(outcome.moved), outcome.status);
+    }
+    return outcome;
+}
+
+Outcome UsbCamera::apply_fault(const Setup& setup, std::span<uint8_t> data, const Fault& fault)
+{
+    using Kind = Outcome::Kind;
+    switch (fault.kind) {
+        case Fault::Kind::kStalled:
+            return {Kind::kFinished, -EPIPE};
+        case Fault::Kind::kIoError:
+            return {Kind::kFinished, -EPROTO};
+        case Fault::Kind::kTimeout:
+            return {Kind::kFinished, -ETIME};
+        case Fault::Kind::kNoAnswer:
+            return {Kind::kPending, -EINPROGRESS};
+        case Fault::Kind::kAnswer: {
+            const size_t moved = std::min(fault.bytes.size(), data.size());
+            std::copy_n(fault.bytes.begin(), moved, data.begin());
+            return {Kind::kFinished, 0, static_cast<uint32_t>(moved)};
+        }
+        case Fault::Kind::kSubmitError:
+            return {Kind::kRefused, -static_cast<int>(fault.value)};
+        case Fault::Kind::kUnplugSilent:
+            return {Kind::kUnplugSilent, -ESHUTDOWN};
+        case Fault::Kind::kUnplugAnnounced:
+            return {Kind::kUnplugAnnounced, -ESHUTDOWN};
+        case Fault::Kind::kNone:
+        case Fault::Kind::kShort:
+            break;
+    }
+    Outcome outcome = answer(setup, data);
+    if (fault.kind == Fault::Kind::kShort) {
+        outcome.moved = std::min(outcome.moved, fault.value);
+    }
+    return outcome;
+}
+
+Outcome UsbCamera::answer(const Setup& setup, std::span<uint8_t> data)
+{
+    int moved = kControlStall;
+    if (setup.type() == kStandardType) {
+        moved = standard_request(setup, data);
+    } else if (setup.type() == kClassType && setup.recipient() == kInterfaceRecipient) {
+        moved = class_request(setup, data);
+    }
+    Outcome outcome;
+    if (moved < 0) {
+        outcome.status = -EPIPE;
+    } else {
+        outcome.moved = std::min(static_cast<uint32_t>(moved), static_cast<uint32_t>(data.size()));
+    }
+    outcome.restart = controller_.restart_pending();
+    return outcome;
+}
+
+int UsbCamera::standard_request(const Setup& setup, std::span<uint8_t> data)
+{
+    switch (setup.request) {
+        case kGetDescriptor:
+            return get_descriptor(setup, data);
+        case kGetConfiguration:
+            return put_answer(std::array{configuration_}, data);
+        case kSetConfiguration:
+            if (setup.value > 1) {
+                return kControlStall;
+            }
+            configuration_ = static_cast<uint8_t>(setup.value);
+            return 0;
+        case kGetInterface: {
+            const uint8_t setting = setup.index == kVideoInterface ? video_setting_ : uint8_t{0};
+            return setup.index >= kInterfaceCount ? kControlStall
+                                                  : put_answer(std::array{setting}, data);
+        }
+        case kSetInterface:
+            return set_interface(setup.index, setup.value) ? 0 : kControlStall;
+        case kGetStatus:
+            return put_answer(std::array<uint8_t, 2>{0, 0}, data);
+        case kClearFeature:
+            return clear_feature(setup);
+        case kSetFeature:
+        case kSetAddress:
+            return 0;
+        default:
+            return kControlStall;
+    }
+}
+
+// Hosts end a bulk stream by clearing the endpoint's halt, whether it is halted or not.
+int UsbCamera::clear_feature(const Setup& setup)
+{
+    constexpr uint8_t kEndpointRecipient = 2;
+    constexpr uint16_t kEndpointHalt = 0;
+    if (setup.recipient() == kEndpointRecipient && setup.value == kEndpointHalt &&
+        setup.index == kVideoEndpoint) {
+        stream_.stop();
+    }
+    return 0;
+}
+
+int UsbCamera::get_descriptor(const Setup& setup, std::span<uint8_t> data) const
+{
+    const uint8_t index = static_cast<uint8_t>(setup.value);
+    switch (setup.value >> 8) {
+        case kDevice:
+            return put_answer(device_descriptor(controller_.model()), data);
+        case kConfiguration:
+            return index == 0 ? put_answer(configuration_descriptor(controller_.model()), data)
+                              : kControlStall;
+        case kString:
+            switch (index) {
+                case 0:
+                    return put_answer(language_descriptor(), data);
+                case 1:
+                    return put_answer(string_descriptor(kManufacturer), data);
+                case 2:
+                    return put_answer(string_descriptor(product()), data);
+                case 3:
+                    return put_answer(string_descriptor(serial_), data);
+                default:
+                    return kControlStall;
+            }
+        // The camera has no other speed, so there is no device qualifier either.
+        default:
+            return kControlStall;
+    }
+}
+
+int UsbCamera::class_request(const Setup& setup, std::span<uint8_t> data)
+{
+    if (setup.interface() == kVideoInterface) {
+        const int moved = setup.unit() == 0 ? video_.video_interface(setup, data) : kControlStall;
+        if (moved >= 0 && VideoControls::is_commit(setup)) {
+            stream_.commit(video_.committed());
+        }
+        return moved;
+    }
+    if (setup.interface() != kControlInterface) {
+        return kControlStall;
+    }
+    switch (setup.unit()) {
+        case kProcessingUnit:
+            return video_.processing_unit(setup, data);
+        case kVendorUnit:
+        case kH264Unit: {
+            const int moved =
+                controller_.xu_request(setup.unit(), setup.selector(), setup.request, data);
+            return moved < 0 ? kControlStall : moved;
+        }
+        // The camera terminal announces no controls.
+        default:
+            return kControlStall;
+    }
+}
+
+} // namespace sim

@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "chip/controller.h"
+#include "usb/setup.h"
+#include "usb/video_controls.h"
+#include "usb/video_stream.h"
+
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+/// What became of a control transfer that reached the camera's port.
+struct Outcome {
+    enum class Kind {
+        kFinished,     ///< `status` and `moved` are final
+        kPending,      ///< no answer will come
+        kRefused,      ///< the host takes no such transfer; `status` is the negative errno
+        kUnplugSilent, ///< the camera went away under it
+        kUnplugAnnounced,
+    };
+    Kind kind = Kind::kFinished;
+    int status = 0;
+    uint32_t moved = 0;
+    bool restart = false; ///< the firmware will drop off the bus once this answer has arrived
+};
+
+/// The USB face of one camera: default control pipe, descriptors, trace and faults. The mutex
+/// guards the camera and everything on the bus that belongs to it; take it around every call.
+class UsbCamera {
+public:
+    UsbCamera(const CameraModel& model, Clock& clock, std::string serial,
+              std::span<const uint8_t> rom = {});
+
+    std::recursive_mutex& mutex() { return mutex_; }
+    Controller& controller() { return controller_; }
+    const std::string& serial() const { return serial_; }
+    std::string product() const { return std::string(controller_.model().name); }
+
+    /// One control transfer. `data` has wLength bytes: the host's, or the room for the answer.
+    Outcome control(const Setup& setup, std::span<uint8_t> data);
+    /// False for a setting that the interface does not have.
+    bool set_interface(unsigned number, unsigned setting);
+    uint8_t video_setting() const { return video_setting_; }
+    VideoStream& stream() { return stream_; }
+    /// After a reset or a power cycle the camera is unconfigured and its firmware boots anew.
+    void restart();
+
+    void set_fault(FaultHook hook);
+    /// The oldest transfers are dropped at kTraceTransfers.
+    void set_tracing(bool on) { tracing_ = on; }
+    std::vector<Transfer> transfers() const { return {trace_.begin(), trace_.end()}; }
+    void clear_transfers() { trace_.clear(); }
+    void record(const Setup& setup, std::span<const uint8_t> moved, int status);
+
+    static constexpr size_t kTraceTransfers = 262144;
+
+private:
+    Outcome apply_fault(const Setup& setup, std::span<uint8_t> data, const Fault& fault);
+    Outcome answer(const Setup& setup, std::span<uint8_t> data);
+    int standard_request(const Setup& setup, std::span<uint8_t> data);
+    int clear_feature(const Setup& setup);
+    int get_descriptor(const Setup& setup, std::span<uint8_t> data) const;
+    int class_request(const Setup& setup, std::span<uint8_t> data);
+
+    std::recursive_mutex mutex_;
+    Clock& clock_;
+    Controller controller_;
+    VideoControls video_;
+    VideoStream stream_;
+    uint8_t video_setting_ = 0;
+    std::string serial_;
+    uint8_t configuration_ = 1;
+    FaultHook fault_;
+    uint64_t ordinal_ = 0;
+    bool tracing_ = true;
+    std::deque<Transfer> trace_;
+};
+
+} // namespace sim

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "usb/descriptors.h"
+#include "usb/setup.h"
+#include "usb/video_stream.h"
+
+#include <array>
+#include <cstdint>
+#include <span>
+
+namespace sim {
+
+/// Result of a request that the camera answers with STALL.
+inline constexpr int kControlStall = -1;
+
+inline constexpr uint8_t kSetCur = 0x01;
+inline constexpr uint8_t kGetCur = 0x81;
+inline constexpr uint8_t kGetMin = 0x82;
+inline constexpr uint8_t kGetMax = 0x83;
+inline constexpr uint8_t kGetRes = 0x84;
+inline constexpr uint8_t kGetLen = 0x85;
+inline constexpr uint8_t kGetInfo = 0x86;
+inline constexpr uint8_t kGetDef = 0x87;
+
+/// The controls every video camera has: brightness, and the negotiation of a stream.
+class VideoControls {
+public:
+    explicit VideoControls(const CameraModel& model);
+
+    /// SET: `data` is what the host sent; GET: the room for the answer. Bytes moved, or
+    /// kControlStall.
+    int processing_unit(const Setup& setup, std::span<uint8_t> data);
+    int video_interface(const Setup& setup, std::span<uint8_t> data);
+    /// Whether the request was the one that settles what is streamed.
+    static bool is_commit(const Setup& setup);
+    StreamFormat committed() const;
+
+private:
+    static constexpr size_t kProbeBytes = 26;
+    using Probe = std::array<uint8_t, kProbeBytes>;
+
+    Probe negotiate(std::span<const uint8_t> wanted) const;
+    Probe with_interval(uint32_t interval_100ns) const;
+    uint32_t payload_bytes(uint32_t wanted, const FrameSize& size, uint32_t interval_100ns) const;
+
+    bool isochronous_;
+    uint16_t brightness_ = 128;
+    Probe probe_;
+    Probe commit_;
+};
+
+/// Copies as much of `answer` as there is room for; returns the bytes moved.
+int put_answer(std::span<const uint8_t> answer, std::span<uint8_t> room);
+
+} // namespace sim

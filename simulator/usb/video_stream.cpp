@@ -1,0 +1,227 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "usb/video_stream.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace sim {
+
+namespace {
+
+using std::chrono::steady_clock;
+
+// The sensor needs this long to settle. A host that is still queueing its transfers when the first
+// one ends, and that the kernel refuses some of them, would never stop waiting for those.
+constexpr auto kSettlingTime = std::chrono::milliseconds(300);
+
+enum HeaderFlags : uint8_t {
+    kFrameId = 0x01,
+    kEndOfFrame = 0x02,
+    kHasPresentationTime = 0x04,
+    kHasSourceClock = 0x08,
+    kError = 0x40,
+    kEndOfHeader = 0x80,
+};
+
+uint32_t microseconds(steady_clock::time_point time)
+{
+    return static_cast<uint32_t>(
+        std::chrono::duration_cast<std::chrono::microseconds>(time.time_since_epoch()).count());
+}
+
+// The camera's clock runs at the 30 MHz that its descriptor names.
+uint32_t clock_ticks(uint32_t time_us)
+{
+    return time_us * 30;
+}
+
+template <typename Word>
+void put(std::span<uint8_t> bytes, size_t at, Word word)
+{
+    for (size_t i = 0; i < sizeof word; ++i) {
+        bytes[at + i] = static_cast<uint8_t>(word >> (8 * i));
+    }
+}
+
+} // namespace
+
+void VideoStream::commit(const StreamFormat& format)
+{
+    stop();
+    format_ = format;
+    earliest_ = steady_clock::now();
+    if (is_paced()) {
+        earliest_ += kSettlingTime;
+    }
+}
+
+void VideoStream::start(uint32_t packet_bytes)
+{
+    if (!format_ || state_.streaming) {
+        return;
+    }
+    packet_bytes_ = packet_bytes;
+    due_ = std::max(earliest_, steady_clock::now());
+    state_.streaming = true;
+}
+
+void VideoStream::stop()
+{
+    state_.streaming = false;
+    format_.reset();
+    halted_ = false;
+    abandon_frame();
+}
+
+void VideoStream::abandon_frame()
+{
+    picture_.clear();
+    picture_at_ = 0;
+    payload_bytes_ = 0;
+    payload_at_ = 0;
+    owes_empty_packet_ = false;
+}
+
+void VideoStream::set_pacing(Pacing pacing)
+{
+    pacing_ = pacing;
+}
+
+void VideoStream::set_fault(FrameFaultHook hook)
+{
+    fault_ = std::move(hook);
+    ordinal_ = 0;
+}
+
+std::optional<VideoStream::Time> VideoStream::due() const
+{
+    return state_.streaming ? std::optional(due_) : std::nullopt;
+}
+
+// Frames that were due while the machine was busy are not made up for.
+void VideoStream::schedule_next()
+{
+    const auto now = steady_clock::now();
+    if (!is_paced() && !halted_) {
+        due_ = now;
+        return;
+    }
+    using Ticks = std::chrono::duration<int64_t, std::ratio<1, 10'000'000>>;
+    const auto interval =
+        std::chrono::duration_cast<steady_clock::duration>(Ticks(format_->interval_100ns));
+    due_ += interval;
+    if (due_ < now) {
+        due_ = now + interval;
+    }
+}
+
+FrameFault::Kind VideoStream::take_frame()
+{
+    const FrameFault fault = fault_ && !halted_ ? fault_(ordinal_++) : FrameFault::none();
+    halted_ = halted_ || fault.kind == FrameFault::Kind::kHalted;
+    schedule_next();
+    const uint32_t number = frame_number_++;
+    if (halted_) {
+        return FrameFault::Kind::kHalted;
+    }
+    const FrameSize& size = format_->size;
+    picture_.resize(size.bytes());
+    sensor_.picture(size.width, size.height, number, picture_);
+    if (fault.kind == FrameFault::Kind::kTruncated) {
+        picture_.resize(std::clamp<size_t>(fault.bytes, 1, picture_.size()));
+    }
+    picture_at_ = 0;
+    has_error_ = fault.kind == FrameFault::Kind::kErrorBit;
+    frame_id_ = !frame_id_;
+    taken_at_us_ = microseconds(steady_clock::now());
+    return fault.kind;
+}
+
+void VideoStream::drop_frame()
+{
+    schedule_next();
+    ++frame_number_;
+    ++state_.frames_dropped;
+}
+
+void VideoStream::open_payload(size_t most)
+{
+    const size_t picture_bytes = std::min(most - header_.size(), picture_left());
+    const bool is_last = picture_bytes == picture_left();
+    const uint32_t now_us = microseconds(steady_clock::now());
+    header_[0] = kPayloadHeaderBytes;
+    header_[1] = static_cast<uint8_t>(kEndOfHeader | kHasPresentationTime | kHasSourceClock |
+                                      (frame_id_ ? kFrameId : 0) | (is_last ? kEndOfFrame : 0) |
+                                      (has_error_ ? kError : 0));
+    put(header_, 2, clock_ticks(taken_at_us_));
+    put(header_, 6, clock_ticks(now_us));
+    put(header_, 10, static_cast<uint16_t>(now_us / 1000 & 0x7FF)); // the bus's frame counter
+    payload_bytes_ = header_.size() + picture_bytes;
+    payload_at_ = 0;
+}
+
+size_t VideoStream::read_payload(std::span<uint8_t> room)
+{
+    size_t moved = 0;
+    if (payload_at_ < header_.size()) {
+        moved = std::min(room.size(), header_.size() - payload_at_);
+        std::copy_n(header_.begin() + static_cast<std::ptrdiff_t>(payload_at_), moved,
+                    room.begin());
+        payload_at_ += moved;
+        room = room.subspan(moved);
+    }
+    if (payload_at_ >= header_.size()) {
+        const size_t bytes = std::min(room.size(), payload_left());
+        std::copy_n(picture_.begin() + static_cast<std::ptrdiff_t>(picture_at_), bytes,
+                    room.begin());
+        payload_at_ += bytes;
+        picture_at_ += bytes;
+        moved += bytes;
+    }
+    if (payload_left() == 0) {
+        finish_payload();
+    }
+    return moved;
+}
+
+void VideoStream::finish_payload()
+{
+    if (picture_left() == 0) {
+        ++state_.frames_sent;
+    }
+}
+
+// A payload that is neither of the agreed size nor ends in a short packet is followed by an empty
+// one; without it the host could not tell where the next payload begins.
+size_t VideoStream::read_transfer(std::span<uint8_t> room)
+{
+    size_t moved = 0;
+    while (has_data() && moved < room.size()) {
+        if (std::exchange(owes_empty_packet_, false)) {
+            return moved;
+        }
+        if (payload_left() == 0) {
+            open_payload(format_->payload_bytes);
+        }
+        moved += read_payload(room.subspan(moved));
+        if (payload_left() == 0 && payload_bytes_ % kBulkPacketBytes != 0) {
+            return moved;
+        }
+        owes_empty_packet_ = payload_left() == 0 && payload_bytes_ < format_->payload_bytes;
+    }
+    return moved;
+}
+
+std::optional<size_t> VideoStream::read_packet(std::span<uint8_t> room)
+{
+    open_payload(std::min(packet_bytes_, format_->payload_bytes));
+    if (payload_bytes_ > room.size()) {
+        picture_at_ += payload_bytes_ - header_.size();
+        payload_at_ = payload_bytes_;
+        finish_payload();
+        return std::nullopt;
+    }
+    return read_payload(room);
+}
+
+} // namespace sim

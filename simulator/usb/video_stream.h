@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "chip/controller.h"
+#include "usb/descriptors.h"
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace sim {
+
+/// What host and camera have settled on.
+struct StreamFormat {
+    FrameSize size;
+    uint32_t interval_100ns;
+    uint32_t payload_bytes; ///< the largest one, with its header
+};
+
+enum class Pacing {
+    kRealTime, ///< one frame per interval; dropped when the host has no room for it
+    kFlatOut,  ///< as fast as the host takes them, the first one at once
+};
+
+/// What goes wrong with a frame.
+struct FrameFault {
+    enum class Kind {
+        kNone,
+        kTruncated, ///< ends in order after `bytes` bytes of picture
+        kErrorBit,  ///< every payload says that it is broken
+        kHalted,    ///< the endpoint halts instead, until the stream is stopped
+        kUnplugSilent,
+        kUnplugAnnounced,
+    };
+    Kind kind = Kind::kNone;
+    uint32_t bytes = 0;
+
+    static FrameFault none() { return {}; }
+    static FrameFault truncated(uint32_t bytes) { return {Kind::kTruncated, bytes}; }
+    static FrameFault error_bit() { return {Kind::kErrorBit, 0}; }
+    static FrameFault stall() { return {Kind::kHalted, 0}; }
+    static FrameFault unplug_silent() { return {Kind::kUnplugSilent, 0}; }
+    static FrameFault unplug_announced() { return {Kind::kUnplugAnnounced, 0}; }
+};
+
+/// Asked before each frame that the host has room for; `ordinal` counts them from 0 since the hook
+/// was set. It runs under the camera's lock and must not call the bed.
+using FrameFaultHook = std::function<FrameFault(uint64_t ordinal)>;
+
+/// Counts since the camera was made.
+struct StreamState {
+    bool streaming = false;
+    uint64_t frames_sent = 0; ///< to their last byte, faulty ones included
+    uint64_t frames_dropped = 0;
+};
+
+/// The video pipe: when which frame is taken, and its bytes as they cross the bus. Knows nothing
+/// of who carries them. Guarded by the camera's mutex.
+class VideoStream {
+public:
+    using Time = std::chrono::steady_clock::time_point;
+
+    explicit VideoStream(const Controller& sensor) : sensor_(sensor) {}
+
+    void commit(const StreamFormat& format);
+    /// Without a commit since the last stop, or while streaming, it has no effect.
+    /// `packet_bytes`: of the isochronous endpoint.
+    void start(uint32_t packet_bytes = 0);
+    void stop();
+    void set_pacing(Pacing pacing);
+    void set_fault(FrameFaultHook hook);
+
+    bool is_streaming() const { return state_.streaming; }
+    bool is_halted() const { return halted_; }
+    bool is_paced() const { return pacing_ == Pacing::kRealTime; }
+    const StreamState& state() const { return state_; }
+    /// When the sensor takes its next frame; nothing while the stream is stopped.
+    std::optional<Time> due() const;
+
+    /// The frame that is due, on its way now. Its fault has been applied as far as its bytes go.
+    FrameFault::Kind take_frame();
+    /// The frame that is due goes nowhere.
+    void drop_frame();
+
+    /// Whether bytes of a frame wait to be carried.
+    bool has_data() const { return picture_left() > 0 || payload_left() > 0 || owes_empty_packet_; }
+    /// A bulk transfer ends when its room is full or a short packet came. Bytes moved.
+    size_t read_transfer(std::span<uint8_t> room);
+    /// Whether the last transfer was full in the middle of a payload.
+    bool is_inside_payload() const { return payload_left() > 0; }
+    /// One isochronous packet; nothing when it does not fit into `room`, and is lost.
+    std::optional<size_t> read_packet(std::span<uint8_t> room);
+
+private:
+    using Header = std::array<uint8_t, kPayloadHeaderBytes>;
+
+    size_t picture_left() const { return picture_.size() - picture_at_; }
+    size_t payload_left() const { return payload_bytes_ - payload_at_; }
+    void open_payload(size_t most);
+    size_t read_payload(std::span<uint8_t> room);
+    void finish_payload();
+    void schedule_next();
+    void abandon_frame();
+
+    const Controller& sensor_;
+    Pacing pacing_ = Pacing::kRealTime;
+    FrameFaultHook fault_;
+    uint64_t ordinal_ = 0;
+    StreamState state_;
+
+    std::optional<StreamFormat> format_; ///< committed and not stopped since
+    uint32_t packet_bytes_ = 0;
+    Time earliest_; ///< of the first frame
+    Time due_;
+    uint32_t frame_number_ = 0;
+    bool halted_ = false;
+
+    std::vector<uint8_t> picture_;
+    size_t picture_at_ = 0;
+    Header header_{};
+    bool frame_id_ = false;
+    bool has_error_ = false;
+    uint32_t taken_at_us_ = 0;
+    size_t payload_bytes_ = 0;
+    size_t payload_at_ = 0;
+    bool owes_empty_packet_ = false;
+};
+
+} // namespace sim
