@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "bench.h"
+
+#include <gtest/gtest.h>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <utility>
+
+namespace test {
+
+Bench::Bench()
+{
+    std::string pattern = (std::filesystem::temp_directory_path() / "nyxus tool XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr)
+        throw std::runtime_error("mkdtemp");
+    folder_ = pattern;
+}
+
+Bench::~Bench()
+{
+    std::error_code ignored;
+    std::filesystem::remove_all(folder_, ignored);
+}
+
+static void make(Words command)
+{
+    command.insert(command.begin(), {SIMULATOR_PROGRAM, "image"});
+    const Outcome outcome = run_program(command);
+    EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+}
+
+std::string Bench::image(const std::string& model, const std::string& version,
+                         const Words& more) const
+{
+    std::string file = path(model + " " + version + ".bin");
+    Words command = {"--model", model, "--version", version};
+    command.insert(command.end(), more.begin(), more.end());
+    command.push_back(file);
+    make(command);
+    return file;
+}
+
+std::string Bench::mfi_image(const std::string& serial) const
+{
+    std::string file = path("mfi.bin");
+    make({"--mfi", "--serial", serial, file});
+    return file;
+}
+
+Outcome Bench::nyxus(const Words& cameras, const Words& arguments, const RunOptions& options) const
+{
+    Words command = {SIMULATOR_PROGRAM, "run", "--speed", "fast"};
+    for (const std::string& camera : cameras)
+        command.insert(command.end(), {"--camera", camera});
+    command.insert(command.end(), {"--", NYXUS_PROGRAM});
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return run_program(command, options);
+}
+
+Outcome Bench::nyxus_with_rom(const std::string& model, const Words& arguments,
+                              const RunOptions& options) const
+{
+    return nyxus({model + ",rom=" + rom_file()}, arguments, options);
+}
+
+Outcome Bench::shell(const std::string& camera, const std::string& script,
+                     std::map<std::string, std::string> environment) const
+{
+    RunOptions options;
+    options.environment = std::move(environment);
+    options.environment["NYXUS"] = NYXUS_PROGRAM;
+    return run_program({SIMULATOR_PROGRAM, "run", "--camera", camera, "--", "sh", "-c", script},
+                       options);
+}
+
+Bytes read_file(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void write_file(const std::string& path, const Bytes& bytes)
+{
+    std::ofstream file(path, std::ios::binary);
+    file.write(reinterpret_cast<const char*>(bytes.data()),
+               static_cast<std::streamsize>(bytes.size()));
+}
+
+} // namespace test

@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "process.h"
+
+#include <cstdint>
+#include <filesystem>
+
+namespace test {
+
+using Words = std::vector<std::string>;
+
+/// The camera models that every job has to work on.
+inline const Words kModels = {"rowan-spi",       "cedar-spi",     "larch-spi",
+                              "hawthorn-eeprom", "willow-eeprom", "fi2-spi"};
+/// The most common one.
+inline constexpr char kModel[] = "rowan-spi";
+
+/// A workbench: a temporary folder, and simulated cameras to run the program against.
+class Bench {
+public:
+    Bench();
+    ~Bench();
+    Bench(const Bench&) = delete;
+    Bench& operator=(const Bench&) = delete;
+
+    /// A file in the folder.
+    std::string path(const std::string& name) const { return (folder_ / name).string(); }
+    /// A firmware image for a model.
+    std::string image(const std::string& model, const std::string& version,
+                      const Words& more = {}) const;
+    /// An accessory image that carries a serial number.
+    std::string mfi_image(const std::string& serial) const;
+
+    /// nyxus ARGUMENTS with these cameras plugged in:
+    /// "MODEL[,serial=..][,bus=N][,rom=FILE][,blank]".
+    Outcome nyxus(const Words& cameras, const Words& arguments,
+                  const RunOptions& options = {}) const;
+    /// The same with a camera whose ROM is kept in a file between runs.
+    Outcome nyxus_with_rom(const std::string& model, const Words& arguments,
+                           const RunOptions& options = {}) const;
+    /// A shell script with one camera as slow as a real one; $NYXUS is the program.
+    Outcome shell(const std::string& camera, const std::string& script,
+                  std::map<std::string, std::string> environment) const;
+    std::string rom_file() const { return path("rom"); }
+
+private:
+    std::filesystem::path folder_;
+};
+
+using Bytes = std::vector<uint8_t>;
+Bytes read_file(const std::string& path);
+void write_file(const std::string& path, const Bytes& bytes);
+
+} // namespace test

@@ -1,0 +1,274 @@
+// SPDX-License-Identifier: Apache-2.0
+// The commands for single features: what they print, refuse and leave behind.
+#include "bench.h"
+
+#include <gtest/gtest.h>
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+using namespace test;
+using nlohmann::json;
+
+namespace {
+
+/// A call, and what is expected of it: a part of its output, or for a failure of its message.
+struct Step {
+    const char* arguments; ///< as a shell takes them
+    int exit_code;
+    const char* text;
+};
+
+/// Runs all steps on one camera, one call after the other, and compares each with its row.
+void run_steps(const char* camera, const std::vector<Step>& steps,
+               const std::map<std::string, std::string>& environment = {})
+{
+    std::string script;
+    for (const Step& step : steps)
+        script += "\"$NYXUS\" " + std::string(step.arguments) + " 2>&1; echo \"<$?>\"\n";
+    RunOptions options;
+    options.environment = environment;
+    options.environment["NYXUS"] = NYXUS_PROGRAM;
+    const Outcome outcome = run_program(
+        {SIMULATOR_PROGRAM, "run", "--speed", "fast", "--camera", camera, "--", "sh", "-c", script},
+        options);
+    ASSERT_EQ(outcome.exit_code, 0) << outcome.out << outcome.err;
+    size_t begin = 0;
+    for (const Step& step : steps) {
+        const size_t end = outcome.out.find(">\n", begin);
+        ASSERT_NE(end, std::string::npos) << outcome.out;
+        const std::string part = outcome.out.substr(begin, end + 1 - begin);
+        EXPECT_TRUE(part.ends_with("<" + std::to_string(step.exit_code) + ">"))
+            << camera << ": " << step.arguments << "\n"
+            << part;
+        EXPECT_NE(part.find(step.text), std::string::npos)
+            << camera << ": " << step.arguments << "\n"
+            << part;
+        begin = end + 2;
+    }
+}
+
+TEST(Features, SettingsChangeAndAreReadBack)
+{
+    run_steps("rowan-spi", {
+                               {"flip on", 0, "flip: off -> on\n"},
+                               {"flip", 0, "flip: on\n"},
+                               {"flip off", 0, "flip: on -> off\n"},
+                               {"mirror on", 0, "mirror: off -> on\n"},
+                               {"mirror", 0, "mirror: on\n"},
+                               {"gain 63", 0, "-> 63\n"},
+                               {"gain", 0, "gain: 63\n"},
+                               {"led 3 0x48", 0, "led 3: 0x00 -> 0x48\n"},
+                               {"led 3", 0, "led 3: 0x48\n"},
+                               {"gpio 9 high", 0, "gpio 9: not driven -> high\n"},
+                               {"gpio", 0, "gpio 9: high\n"},
+                               {"gpio 9 low", 0, "gpio 9: high -> low\n"},
+                               {"motion set 1 2 3 0xFE", 0, "00 00 00 00 -> 01 02 03 FE\n"},
+                               {"motion get", 0, "motion setting: 01 02 03 FE\n"},
+                               {"motion poll", 0, "motion: no\n"},
+                               // Bit 0 of the last byte is the alarm; a poll clears it.
+                               {"motion set 1 2 3 1", 0, "-> 01 02 03 01\n"},
+                               {"motion poll", 0, "motion: yes\n"},
+                               {"motion poll", 0, "motion: no\n"},
+                               {"motion poll --watch --count 2", 0, "polls: 2\nalarms: 0\n"},
+                           });
+}
+
+TEST(Features, BytesOfTheMemoriesAreWrittenAndReadBack)
+{
+    run_steps("rowan-spi", {
+                               {"reg write 0xB00 1 0xFE", 0, "0x0B00: 00 00 -> 01 FE\n"},
+                               {"reg read 0xB00 2", 0, "0x0B00: 01 FE\n"},
+                               {"sensor write 0x100 7 8 9", 0, "-> 07 08 09\n"},
+                               {"sensor read 0x102", 0, "0x0102: 09\n"},
+                               {"mcu write 0x80 5", 0, "0x0080: 00 -> 05\n"},
+                               {"mcu read 0x80", 0, "0x0080: 05\n"},
+                               {"mcu read 0xF0 16", 0, "0x00F0: "},
+                               {"i2c config 0x60", 0, "i2c configuration: 0x00 -> 0x60\n"},
+                               {"i2c set 0x10 1 2 3", 0, "0x010: 00 00 00 -> 01 02 03\n"},
+                               {"i2c get 0x11 2", 0, "0x011: 02 03\n"},
+                               // The bus's only device is the sensor: its registers are the same.
+                               {"sensor read 0x12", 0, "0x0012: 03\n"},
+                               {"i2c config 0x42", 0, "0x60 -> 0x42\n"},
+                               {"i2c get 0x11 2", 0, "0x011: FF FF\n"}, // nobody answers
+                           });
+}
+
+TEST(Features, OsdIsSetAndReset)
+{
+    run_steps("rowan-spi",
+              {
+                  {"osd enable on", 0, "osd: off -> on\n"},
+                  {"osd datetime set 2026-05-01T12:00:00 --column 3", 0, "-> 2026-05-01T12:00:0"},
+                  {"osd datetime show on", 0, "osd datetime: off -> on\n"},
+                  {"osd datetime", 0, "column: 3\nrow: 1\nshown: on\n"},
+                  {"osd string 7 'Front door'", 0, "string 7:  -> Front door\n"},
+                  {"osd string 7 ''", 0, "string 7: Front door -> \n"},
+                  {"osd string 0 1234567890123456", 0, "-> 1234567890123456\n"},
+                  {"osd window 1 2 3 4 5 1", 0, "-> 01 02 03 04 05 01 00 00 00\n"},
+                  {"osd window", 0, "window: 01 02 03 04 05 01 00 00 00\n"},
+                  {"osd color 1 2 3 4 5 6 7 8 9", 0, "-> 01 02 03 04 05 06 07 08 09\n"},
+                  {"osd transparent on", 0, "osd transparent: off -> on\n"},
+                  {"osd reset", 0, "osd: reset\n"},
+                  {"osd enable", 0, "osd: off\n"},
+                  {"osd string 0", 0, "string 0: \n"},
+              });
+}
+
+TEST(Features, EncoderIsSetInTheStandardOrder)
+{
+    run_steps("rowan-spi", {
+                               {"h264 rate-control vbr", 0, "rate control: cbr -> vbr\n"},
+                               {"h264 bitrate 3000000 1000000", 0, "-> peak 3000000, average 1000"},
+                               {"h264 bitrate", 0, "average bit per s: 1000000\n"},
+                               {"h264 qp 1 10 20", 0, "-> frame types 1, 10 to 20\n"},
+                               {"h264 iframe-period 33", 0, "-> 33\n"},
+                               {"h264 iframe-period", 0, "iframe period: 33\n"},
+                               {"h264 format 1", 0, "format: 0 -> 1\n"},
+                               {"h264 next-frame idr", 0, "next frame: idr\n"},
+                               {"h264 version", 0, "version: 1.00\n"},
+                               {"h264 reset", 0, "encoder: reset\n"},
+                               {"h264 rate-control", 0, "rate control: cbr\n"},
+                               {"h264 --published-order version", 12, "no such H.264 control"},
+                           });
+    run_steps("cedar-swapped", {{"h264 --published-order version", 0, "version: 1.00\n"}});
+}
+
+TEST(Features, ReservedAreaKeepsBitsThatAreZero)
+{
+    const Bench bench;
+    const std::map<std::string, std::string> files = {{"IN", bench.path("in")},
+                                                      {"OUT", bench.path("out")},
+                                                      {"ONES", bench.path("ones")},
+                                                      {"LARGE", bench.path("large")}};
+    write_file(bench.path("in"), {0x12, 0x34, 0x56});
+    write_file(bench.path("ones"), {0xFF, 0xFF});
+    write_file(bench.path("large"), Bytes(257));
+    run_steps("rowan-spi",
+              {
+                  {"reserved write \"$IN\"", 0, "3 bytes written, not erased before\n"},
+                  {"reserved read \"$OUT\"", 0, "256 bytes read\n"},
+                  {"reserved read - | head -c 3", 0, "\x12\x34\x56"},
+                  {"reserved write \"$ONES\"", 8, "bits that are 0 stay 0"},
+                  {"reserved write \"$LARGE\"", 2, "1 to 256 bytes"},
+              },
+              files);
+    const Bytes out = read_file(bench.path("out"));
+    ASSERT_EQ(out.size(), 256U);
+    EXPECT_EQ(Bytes(out.begin(), out.begin() + 3), (Bytes{0x12, 0x34, 0x56}));
+}
+
+TEST(Features, FingerprintBoardObeys)
+{
+    const Bench bench;
+    Bytes pages(70); // begins and ends within a page
+    for (size_t i = 0; i < pages.size(); ++i)
+        pages[i] = static_cast<uint8_t>(i);
+    write_file(bench.path("in"), pages);
+    run_steps("fi2-board",
+              {
+                  {"sg write 0x2410 \"$IN\"", 0, "70 bytes written at 0x2410\n"},
+                  {"sg read 0x240F 3", 0, "0x240F: FF 00 01\n"},
+                  {"sg read 0x2454 3", 0, "0x2454: 44 45 FF\n"},
+                  {"sg power on", 0, "power: on\n"},
+                  {"sg led off", 0, "led: off\n"},
+                  {"sg reset", 0, "sensor: reset"},
+                  {"sg reset-pin", 0, "sensor: reset"},
+                  {"sg touch", 0, "touch: 0\n"},
+                  {"sg speed", 0, "speed: "},
+                  {"sg mode snapshot", 0, "sensor: waits"},
+                  {"sg trigger", 0, "triggered\n"},
+                  {"sg mode stream", 0, "sensor: streams\n"},
+              },
+              {{"IN", bench.path("in")}});
+}
+
+TEST(Features, CamerasWithoutAFeatureSaySo)
+{
+    run_steps("fi2-board", {
+                               {"osd enable on", 12, "has no such control in its firmware"},
+                               {"osd transparent on", 12, "has no such control in its firmware"},
+                               {"reserved read -", 12, "has no SPI flash"},
+                           });
+    run_steps("rowan-spi", {{"sg read 0x2400 1", 12, "the fingerprint boards have an EEPROM"}});
+}
+
+TEST(Features, JsonHoldsTheValues)
+{
+    const Bench bench;
+    const auto parsed = [&](const Words& arguments) {
+        const Outcome outcome = bench.nyxus({kModel}, arguments);
+        EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+        return json::parse(outcome.out);
+    };
+    EXPECT_EQ(parsed({"flip", "--json"}), json({{"flip", "off"}}));
+    EXPECT_EQ(parsed({"flip", "on", "--json"}),
+              json({{"name", "flip"}, {"before", "off"}, {"after", "on"}}));
+    EXPECT_EQ(parsed({"mcu", "read", "0x80", "3", "--json"})["0x0080"].size(), 3U);
+    EXPECT_EQ(parsed({"h264", "bitrate", "--json"})["peak_bit_per_s"], 4000000);
+}
+
+/// No camera is connected: what is refused is refused before one is looked for.
+TEST(Features, OutOfRangeIsRefusedWithTheRange)
+{
+    struct {
+        Words arguments;
+        const char* range;
+    } const cases[] = {
+        {{"flip", "sideways"}, "on,off"},
+        {{"gain", "0"}, "1 to 63"},
+        {{"gain", "32"}, "1 to 63 except 32"},
+        {{"gain", "64"}, "1 to 63"},
+        {{"led", "256"}, "0 to 255"},
+        {{"led", "0", "0x01"}, "any sum of 0x08, 0x10 and 0x40"},
+        {{"gpio", "16", "high"}, "0 to 15"},
+        {{"gpio", "1"}, "requires LEVEL"},
+        {{"i2c", "get", "0x200"}, "0x0000 to 0x01FF"},
+        {{"i2c", "get", "0", "9"}, "1 to 8"},
+        {{"i2c", "set", "0", "1", "2", "3", "4", "5", "6", "7", "8", "9"}, "9"},
+        {{"reg", "read", "0x10000"}, "0x0000 to 0xFFFF"},
+        {{"reg", "read", "0xFFFF", "2"}, "0x0000 to 0xFFFF"},
+        {{"reg", "write", "0", "256"}, "0 to 255"},
+        {{"mcu", "read", "0x100"}, "0x0000 to 0x00FF"},
+        {{"motion", "set", "1", "2", "3"}, "4"},
+        {{"osd", "string", "8"}, "0 to 7"},
+        {{"osd", "string", "0", "12345678901234567"}, "0 to 16"},
+        {{"osd", "window", "4", "0", "0", "0", "0", "0"}, "0 to 3"},
+        {{"osd", "datetime", "set", "2026-13-01T00:00:00"}, "2000-01-01T00:00:00 to 2099-12-31"},
+        {{"h264", "rate-control", "best"}, "cbr,vbr,constant-qp"},
+        {{"h264", "qp", "1", "0", "52"}, "0 to 51"},
+        {{"h264", "iframe-period", "0"}, "1 to 65535"},
+        {{"h264", "format", "2"}, "0 to 1"},
+        {{"sg", "read", "0x23FF", "1"}, "0x2400 to 0x7FFF"},
+        {{"sg", "read", "0x7FFF", "2"}, "0x2400 to 0x7FFF"},
+    };
+    for (const auto& [arguments, range] : cases) {
+        Words command = {NYXUS_PROGRAM};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        const Outcome outcome = run_program(command);
+        EXPECT_EQ(outcome.exit_code, 2) << outcome.err;
+        EXPECT_EQ(std::ranges::count(outcome.err, '\n'), 1) << outcome.err;
+        EXPECT_NE(outcome.err.find(range), std::string::npos) << outcome.err;
+    }
+}
+
+} // namespace
+
+TEST(Features, PicturesAndVideoReachTheirFiles)
+{
+    for (const char* camera : {"rowan-spi"}) {
+        run_steps(camera,
+                  {
+                      {"snapshot \"${TMPDIR:-/tmp}/nyxus-$$.png\" --size 320x240 && "
+                       "head -c 4 \"${TMPDIR:-/tmp}/nyxus-$$.png\" | tail -c 3 && "
+                       "rm \"${TMPDIR:-/tmp}/nyxus-$$.png\"",
+                       0, "PNG"},
+                      {"snapshot /no/such/folder/shot.png", 1, "/no/such/folder/shot.png"},
+                      {"snapshot shot.png --size 124x45", 12, "cannot stream 124x45"},
+                      {"stream --size 320x240 --count 3 --raw \"${TMPDIR:-/tmp}/nyxus-$$.raw\" && "
+                       "wc -c < \"${TMPDIR:-/tmp}/nyxus-$$.raw\" && "
+                       "rm \"${TMPDIR:-/tmp}/nyxus-$$.raw\"",
+                       0, "460800"},
+                      {"stream --size 320x240 --count 2 --json", 0, "\"frames\": 2"},
+                  });
+    }
+}

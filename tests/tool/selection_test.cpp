@@ -1,0 +1,159 @@
+// SPDX-License-Identifier: Apache-2.0
+// Which camera is meant, what it is, and what goes wrong before anything is done to it.
+#include "bench.h"
+
+#include <gtest/gtest.h>
+#include <algorithm>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+using namespace test;
+using nlohmann::json;
+
+namespace {
+
+const Words kThreeCameras = {"rowan-spi,serial=A0001", "rowan-spi,serial=A0002",
+                             "cedar-spi,serial=B0001,bus=2"};
+
+TEST(Usage, MistakesExitWith2AndOneLine)
+{
+    const Bench bench;
+    const Words mistakes[] = {
+        {},
+        {"frobnicate"},
+        {"upgrade"},
+        {"upgrade", "a.bin", "--serial", "X"},
+        {"dump", "a.bin", "--size", "0"},
+        {"dump", "a.bin", "--size", "65537"},
+        {"reset", "--wait", "soon"},
+    };
+    for (const Words& arguments : mistakes) {
+        Words command = {NYXUS_PROGRAM};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        const Outcome outcome = run_program(command);
+        EXPECT_EQ(outcome.exit_code, 2) << outcome.err;
+        EXPECT_TRUE(outcome.err.starts_with("nyxus: ")) << outcome.err;
+        EXPECT_EQ(std::ranges::count(outcome.err, '\n'), 1) << outcome.err;
+    }
+}
+
+TEST(Usage, HelpNamesTheExitCodesAndEveryCommandAnExample)
+{
+    EXPECT_NE(run_program({NYXUS_PROGRAM, "--help"}).out.find("Exit codes:"), std::string::npos);
+    for (const char* command : {"list", "info", "upgrade", "erase", "dump", "compare", "reset"}) {
+        const Outcome outcome = run_program({NYXUS_PROGRAM, command, "--help"});
+        EXPECT_EQ(outcome.exit_code, 0);
+        EXPECT_NE(outcome.out.find("Example:\n  nyxus "), std::string::npos) << outcome.out;
+    }
+    EXPECT_EQ(run_program({NYXUS_PROGRAM, "--version"}).out, "nyxus 2.0.11\n");
+}
+
+TEST(Selection, ListsCamerasWithPlacesAndSerials)
+{
+    const Bench bench;
+    const Outcome outcome = bench.nyxus(kThreeCameras, {"list", "--json"});
+    ASSERT_EQ(outcome.exit_code, 0) << outcome.err;
+    const json cameras = json::parse(outcome.out);
+    ASSERT_EQ(cameras.size(), 3U);
+    EXPECT_EQ(cameras[0]["serial"], "A0001");
+    EXPECT_EQ(cameras[2]["serial"], "B0001");
+    EXPECT_EQ(cameras[2]["bus"], 2);
+    for (const json& camera : cameras)
+        EXPECT_TRUE(camera["openable"]);
+
+    const std::string table = bench.nyxus(kThreeCameras, {"list"}).out;
+    for (const json& camera : cameras) {
+        EXPECT_NE(table.find(camera["serial"].get<std::string>()), std::string::npos) << table;
+        EXPECT_NE(table.find(camera["port_path"].get<std::string>()), std::string::npos) << table;
+    }
+}
+
+TEST(Selection, FindsACameraByEachOfItsNames)
+{
+    const Bench bench;
+    const json cameras = json::parse(bench.nyxus(kThreeCameras, {"list", "--json"}).out);
+    for (const json& camera : cameras) {
+        const unsigned bus = camera["bus"];
+        const unsigned address = camera["address"];
+        char padded_place[16];
+        std::snprintf(padded_place, sizeof padded_place, "%03u:%03u", bus, address);
+        for (const std::string& name :
+             {camera["serial"].get<std::string>(), camera["port_path"].get<std::string>(),
+              std::to_string(bus) + ":" + std::to_string(address), std::string(padded_place)}) {
+            const Outcome outcome = bench.nyxus(kThreeCameras, {"info", "--json", "-c", name});
+            ASSERT_EQ(outcome.exit_code, 0) << name << ": " << outcome.err;
+            EXPECT_EQ(json::parse(outcome.out)["serial"], camera["serial"]) << name;
+        }
+    }
+}
+
+TEST(Selection, RefusesToGuess)
+{
+    const Bench bench;
+    const Words twins = {"rowan-spi,serial=A0001", "rowan-spi,serial=A0001"};
+    struct {
+        Words cameras;
+        Words arguments;
+        int exit_code;
+        const char* text;
+    } const cases[] = {
+        {kThreeCameras, {"info"}, 4, "3 cameras are connected; choose one by --camera"},
+        {kThreeCameras, {"reset"}, 4, "A0002"},
+        {twins, {"info", "-c", "A0001"}, 4, "2 cameras match"},
+        {kThreeCameras, {"info", "-c", "A000"}, 3, "no camera is called 'A000'"},
+        {kThreeCameras, {"info", "-c", "9:9"}, 3, "B0001"},
+        {kThreeCameras, {"list", "-c", "nobody"}, 3, "no camera is called 'nobody'"},
+    };
+    for (const auto& row : cases) {
+        const Outcome outcome = bench.nyxus(row.cameras, row.arguments);
+        EXPECT_EQ(outcome.exit_code, row.exit_code) << outcome.err;
+        EXPECT_NE(outcome.err.find(row.text), std::string::npos) << outcome.err;
+        EXPECT_EQ(outcome.out, "");
+    }
+}
+
+TEST(Selection, SaysWhatToCheckWithoutACamera)
+{
+    for (const char* command : {"list", "info", "reset"}) {
+        const Outcome outcome = run_program({NYXUS_PROGRAM, command});
+        EXPECT_EQ(outcome.exit_code, 3);
+        EXPECT_NE(outcome.err.find("no camera found; check"), std::string::npos) << outcome.err;
+    }
+}
+
+TEST(Info, TellsEveryModelApart)
+{
+    const Bench bench;
+    struct {
+        const char* model;
+        const char* chip;
+        const char* family;
+        const char* rom_kind;
+        unsigned rom_size;
+        const char* part;
+        json xu_version;
+    } const cases[] = {
+        {"rowan-spi", "NY6410", "ROWAN", "spi", 0x10000, "MXIC MX25L1006E", 0x0002},
+        {"cedar-spi", "NY7780", "CEDAR", "spi", 0x10000, "GigaDev MK25Q40B", 0x0003},
+        {"larch-spi", "NY6300", "LARCH", "spi", 0x10000, "WINBOND W25X05CL", nullptr},
+        {"hawthorn-eeprom", "ZR5400", "HAWTHORN", "eeprom", 0x8000, "", nullptr},
+        {"willow-eeprom", "ZR5300 -series", "WILLOW", "eeprom", 0x8000, "", 0x0100},
+        {"fi2-spi", "ZR5200U", "FI2", "spi", 0x10000, "SST SST25WF512", 0x0101},
+    };
+    for (const auto& row : cases) {
+        const Outcome outcome = bench.nyxus({row.model}, {"info", "--json"});
+        ASSERT_EQ(outcome.exit_code, 0) << row.model << ": " << outcome.err;
+        const json info = json::parse(outcome.out);
+        EXPECT_EQ(info["chip"], row.chip);
+        EXPECT_EQ(info["family"], row.family);
+        EXPECT_EQ(info["runs"], "external firmware");
+        EXPECT_EQ(info["external_firmware"], 0x0100);
+        EXPECT_EQ(info["rom"]["kind"], row.rom_kind);
+        EXPECT_EQ(info["rom"]["size_bytes"], row.rom_size);
+        EXPECT_EQ(info["rom"].value("part", ""), row.part);
+        EXPECT_EQ(info["xu_version"], row.xu_version);
+        EXPECT_EQ(outcome.err, "");
+    }
+}
+
+} // namespace

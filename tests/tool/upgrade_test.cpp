@@ -1,0 +1,259 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the program does to a camera's ROM: right images, wrong images, and reading.
+#include "bench.h"
+
+#include <gtest/gtest.h>
+#include <algorithm>
+#include <functional>
+
+using namespace test;
+
+namespace {
+
+bool contains(const std::string& text, const std::string& part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+TEST(Upgrade, EveryModelRunsTheNewFirmwareAfterTheReset)
+{
+    for (const std::string& model : kModels) {
+        const Bench bench;
+        const std::string image = bench.image(model, "0x0205");
+        const Outcome upgrade = bench.nyxus_with_rom(model, {"upgrade", image, "--reset"});
+        ASSERT_EQ(upgrade.exit_code, 0) << model << ": " << upgrade.err;
+        EXPECT_TRUE(contains(upgrade.out, "read back and equal")) << upgrade.out;
+        EXPECT_TRUE(contains(upgrade.out, "runs external firmware 0x0205")) << upgrade.out;
+        EXPECT_EQ(upgrade.err, "");
+
+        const Bytes expected = read_file(image);
+        Bytes rom = read_file(bench.rom_file());
+        ASSERT_GE(rom.size(), expected.size());
+        rom.resize(expected.size());
+        EXPECT_EQ(rom, expected) << model;
+    }
+}
+
+TEST(Upgrade, WritesMfiImageAndSerialNumber)
+{
+    for (const std::string& model : kModels) {
+        const Bench bench;
+        const std::string image = bench.image(model, "0x0301", {"--size", "20000"});
+        const std::string mfi = bench.mfi_image("OLDSERIAL");
+        const Outcome upgrade =
+            bench.nyxus_with_rom(model, {"upgrade", image, "--mfi", mfi, "--serial", "NEWSERIAL"});
+        ASSERT_EQ(upgrade.exit_code, 0) << model << ": " << upgrade.err;
+
+        const Bytes original = read_file(mfi);
+        const Bytes rom = read_file(bench.rom_file());
+        ASSERT_GE(rom.size(), 0x6000 + original.size());
+        const auto written = rom.begin() + 0x6000;
+        const std::string text(written, written + static_cast<long>(original.size()));
+        EXPECT_TRUE(contains(text, "NEWSERIAL")) << model;
+        EXPECT_TRUE(contains(text, std::string("N\0E\0W\0S\0", 8))) << model;
+        EXPECT_FALSE(contains(text, "OLDSERIAL")) << model;
+    }
+}
+
+/// A damaged copy of an image.
+std::string changed(const Bench& bench, const std::string& file,
+                    const std::function<void(Bytes&)>& change)
+{
+    Bytes bytes = read_file(file);
+    change(bytes);
+    std::string copy = bench.path("changed.bin");
+    write_file(copy, bytes);
+    return copy;
+}
+
+TEST(Upgrade, RefusesWrongImagesBeforeAnythingIsWritten)
+{
+    const Bench bench;
+    ASSERT_EQ(bench.nyxus_with_rom(kModel, {"info"}).exit_code, 0);
+    const std::string good = bench.image(kModel, "0x0205");
+    const std::string small = bench.image(kModel, "0x0205", {"--size", "20000"});
+    const std::string large = bench.image(kModel, "0x0206", {"--size", "30000"});
+    const std::string foreign = bench.image("cedar-spi", "0x0205");
+    const std::string mfi = bench.mfi_image("A0001234");
+    const auto file = [&](const char* name, const Bytes& bytes) {
+        write_file(bench.path(name), bytes);
+        return bench.path(name);
+    };
+    struct {
+        Words arguments;
+        int exit_code;
+        const char* reason;
+    } const cases[] = {
+        {{foreign}, 7, "its signature is 'CB', but this camera (NY6410) needs 'RO'"},
+        {{file("empty", {})}, 7, "is empty"},
+        {{file("huge", Bytes(32769, 0x5A))}, 7, "too large"},
+        {{file("blank", Bytes(4096, 0xFF))}, 7, "is no firmware image"},
+        {{file("short", Bytes(0x41, 0x52))}, 7, "is no firmware image"},
+        {{changed(bench, good, [](Bytes& b) { b[0x46] = 0x40; })}, 7, "made for a ROM of 32 KiB"},
+        {{large, "--mfi", mfi}, 7, "would overwrite the MFi image"},
+        {{small, "--mfi", file("hugemfi", Bytes(4097, 1))}, 7, "too large for an MFi image"},
+        {{small, "--mfi", mfi, "--serial", "A00012345"}, 7, "9 characters, but"},
+        {{small, "--mfi", mfi, "--serial", "A0001"}, 7, "is made for 8"},
+        {{small, "--mfi", mfi, "--serial", "A000 234"}, 7, "without blanks"},
+        {{small, "--mfi", file("nomfi", Bytes(64, 0)), "--serial", "A"}, 7, "no serial-number"},
+        {{bench.path("missing")}, 1, "No such file"},
+        {{bench.path("")}, 1, "it is a folder"},
+        {{small, "--mfi", "/dev/null"}, 1, "it is not a plain file"},
+    };
+    const Bytes before = read_file(bench.rom_file());
+    for (const auto& row : cases) {
+        Words arguments = {"upgrade"};
+        arguments.insert(arguments.end(), row.arguments.begin(), row.arguments.end());
+        const Outcome outcome = bench.nyxus_with_rom(kModel, arguments);
+        EXPECT_EQ(outcome.exit_code, row.exit_code) << row.reason << ": " << outcome.err;
+        EXPECT_TRUE(contains(outcome.err, row.reason)) << outcome.err;
+        EXPECT_EQ(std::ranges::count(outcome.err, '\n'), 1) << outcome.err;
+        EXPECT_EQ(read_file(bench.rom_file()), before) << row.reason;
+    }
+}
+
+TEST(Upgrade, RevivesACameraWhoseRomIsBlank)
+{
+    for (const std::string model : {"rowan-spi", "cedar-spi", "larch-spi", "fi2-spi"}) {
+        const Bench bench;
+        const std::string blank = model + ",blank";
+        const Outcome info = bench.nyxus({blank}, {"info"});
+        EXPECT_EQ(info.exit_code, 0) << model << ": " << info.err;
+        EXPECT_TRUE(contains(info.out, "runs its mask ROM")) << info.out;
+
+        const Outcome upgrade =
+            bench.nyxus({blank}, {"upgrade", bench.image(model, "0x0205"), "--reset"});
+        EXPECT_EQ(upgrade.exit_code, 0) << model << ": " << upgrade.err;
+        EXPECT_TRUE(contains(upgrade.out, "runs external firmware 0x0205")) << upgrade.out;
+    }
+}
+
+TEST(Upgrade, RevivesABlankEepromOnlyWhenToldThatThereIsOne)
+{
+    for (const std::string model : {"hawthorn-eeprom", "willow-eeprom"}) {
+        const Bench bench;
+        const std::string blank = model + ",blank";
+        const std::string image = bench.image(model, "0x0205", {"--size", "9000"});
+        const Outcome info = bench.nyxus({blank}, {"info"});
+        EXPECT_EQ(info.exit_code, 0) << info.err;
+        EXPECT_TRUE(contains(info.out, "a blank EEPROM or missing")) << info.out;
+
+        Outcome upgrade = bench.nyxus({blank}, {"upgrade", image});
+        EXPECT_EQ(upgrade.exit_code, 12) << upgrade.err;
+        EXPECT_TRUE(contains(upgrade.err, "--eeprom")) << upgrade.err;
+        upgrade = bench.nyxus({blank}, {"upgrade", image, "--eeprom", "8"});
+        EXPECT_EQ(upgrade.exit_code, 7) << upgrade.err;
+        upgrade = bench.nyxus({blank}, {"upgrade", image, "--eeprom", "32", "--reset"});
+        EXPECT_EQ(upgrade.exit_code, 0) << upgrade.err;
+        EXPECT_TRUE(contains(upgrade.out, "runs external firmware 0x0205")) << upgrade.out;
+    }
+}
+
+TEST(Upgrade, SaysThatTheRomIsIncompleteWhenItIsInterrupted)
+{
+    const Bench bench;
+    const std::string image = bench.image("hawthorn-eeprom", "0x0205");
+    for (const char* signal : {"INT", "TERM"}) {
+        const Outcome outcome = bench.shell("hawthorn-eeprom",
+                                            "timeout --preserve-status -s " + std::string(signal) +
+                                                " 1 \"$NYXUS\" upgrade \"$IMAGE\"",
+                                            {{"IMAGE", image}});
+        EXPECT_EQ(outcome.exit_code, 130);
+        EXPECT_TRUE(contains(outcome.err, "nyxus: interrupted: the ROM is incomplete"))
+            << outcome.err;
+    }
+}
+
+TEST(Upgrade, KeepsOthersAwayFromTheCamera)
+{
+    const Bench bench;
+    const std::string image = bench.image("hawthorn-eeprom", "0x0205");
+    const Outcome outcome = bench.shell("hawthorn-eeprom",
+                                        "\"$NYXUS\" upgrade \"$IMAGE\" >/dev/null 2>&1 & sleep 1\n"
+                                        "\"$NYXUS\" info; code=$?\n"
+                                        "kill $!; wait; exit $code",
+                                        {{"IMAGE", image}});
+    EXPECT_EQ(outcome.exit_code, 6) << outcome.err;
+    EXPECT_TRUE(contains(outcome.err, "another program uses the camera")) << outcome.err;
+}
+
+TEST(Reset, ShowsWhatTheCameraRunsAfterwards)
+{
+    for (const std::string& model : kModels) {
+        const Outcome outcome = Bench().nyxus({model}, {"reset"});
+        EXPECT_EQ(outcome.exit_code, 0) << model << ": " << outcome.err;
+        EXPECT_TRUE(contains(outcome.out, "runs external firmware 0x0100")) << outcome.out;
+    }
+}
+
+TEST(Erase, EmptiesFlashAndRefusesEeprom)
+{
+    const Bench bench;
+    Outcome outcome = bench.nyxus_with_rom(kModel, {"erase"});
+    EXPECT_EQ(outcome.exit_code, 9) << outcome.err;
+    EXPECT_TRUE(contains(outcome.err, "not confirmed")) << outcome.err;
+
+    outcome = bench.nyxus_with_rom(kModel, {"erase", "--yes"});
+    EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+    const Bytes rom = read_file(bench.rom_file());
+    EXPECT_FALSE(rom.empty());
+    EXPECT_TRUE(std::ranges::all_of(rom, [](uint8_t byte) { return byte == 0xFF; }));
+
+    outcome = bench.nyxus({"hawthorn-eeprom"}, {"erase", "--yes"});
+    EXPECT_EQ(outcome.exit_code, 12);
+    EXPECT_TRUE(contains(outcome.err, "EEPROM, which cannot be erased")) << outcome.err;
+}
+
+TEST(Dump, EqualsTheRom)
+{
+    for (const std::string& model : kModels) {
+        const Bench bench;
+        const std::string dump = bench.path("a dump.bin");
+        const bool spi = contains(model, "spi");
+        for (const size_t size : {size_t{0}, size_t{513}, size_t{0x10000}}) {
+            Words arguments = {"dump", dump};
+            if (size > 0)
+                arguments.insert(arguments.end(), {"--size", std::to_string(size)});
+            const Outcome outcome = bench.nyxus_with_rom(model, arguments);
+            if (size == 0x10000 && !spi) {
+                EXPECT_EQ(outcome.exit_code, 2) << outcome.err;
+                continue;
+            }
+            ASSERT_EQ(outcome.exit_code, 0) << model << ": " << outcome.err;
+            Bytes rom = read_file(bench.rom_file());
+            rom.resize(size == 0 ? 0x8000 : size);
+            EXPECT_EQ(read_file(dump), rom) << model << " " << size;
+        }
+    }
+}
+
+TEST(Dump, LeavesNothingBehindWhenItCannotWrite)
+{
+    const Bench bench;
+    EXPECT_EQ(bench.nyxus({kModel}, {"dump", bench.path("missing/dump.bin")}).exit_code, 1);
+    EXPECT_EQ(bench.nyxus({kModel}, {"dump", bench.path("")}).exit_code, 1);
+    EXPECT_EQ(bench.nyxus({kModel}, {"dump", "/dev/null"}).exit_code, 1);
+    EXPECT_TRUE(std::filesystem::is_empty(bench.path("")));
+}
+
+TEST(Compare, ShowsWhereRomAndFileDiffer)
+{
+    const Bench bench;
+    const std::string dump = bench.path("dump.bin");
+    ASSERT_EQ(bench.nyxus_with_rom(kModel, {"dump", dump}).exit_code, 0);
+    EXPECT_EQ(bench.nyxus_with_rom(kModel, {"compare", dump}).exit_code, 0);
+
+    const std::string other = changed(bench, dump, [](Bytes& bytes) {
+        bytes[0x123] ^= 0xFF;
+        bytes[0x4567] ^= 0x01;
+    });
+    const Outcome outcome = bench.nyxus_with_rom(kModel, {"compare", other});
+    EXPECT_EQ(outcome.exit_code, 8);
+    EXPECT_TRUE(contains(outcome.out, "different: 2 of ")) << outcome.out;
+    EXPECT_TRUE(contains(outcome.out, "0x0123: ")) << outcome.out;
+    EXPECT_TRUE(contains(outcome.out, "0x4567: ")) << outcome.out;
+
+    EXPECT_EQ(bench.nyxus({kModel}, {"compare", bench.path("missing")}).exit_code, 1);
+}
+
+} // namespace

@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "arguments.h"
+#include "camera.h"
+#include "console.h"
+#include "exit_codes.h"
+
+namespace tool {
+
+// Each command returns its exit code or throws a Failure.
+ExitCode run_list(Console& console, const Arguments& arguments);
+ExitCode run_info(Console& console, const Arguments& arguments);
+ExitCode run_upgrade(Console& console, const Arguments& arguments);
+ExitCode run_erase(Console& console, const Arguments& arguments);
+ExitCode run_dump(Console& console, const Arguments& arguments);
+ExitCode run_compare(Console& console, const Arguments& arguments);
+ExitCode run_reset(Console& console, const Arguments& arguments);
+
+/// The chosen camera, opened and probed.
+Camera open_chosen(const Arguments& arguments);
+/// The same, with an external ROM that can be read and written.
+Camera open_with_rom(const Arguments& arguments);
+
+/// Restarts the camera, waits for its return and says how it came back.
+void restart(Console& console, Camera camera, unsigned wait_s);
+
+/// "runs external firmware 0x0205" or why it does not.
+std::string firmware_sentence(const Camera& camera);
+
+} // namespace tool

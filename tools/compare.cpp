@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "commands.h"
+#include "image_file.h"
+#include "text.h"
+
+namespace tool {
+
+ExitCode run_compare(Console& console, const Arguments& arguments)
+{
+    constexpr uint32_t kLargestRom = 0x10000;
+    std::vector<uint8_t> image = load_image(arguments.file, kLargestRom);
+    Camera camera = open_with_rom(arguments);
+    // A file that does not fit is different; the part that does still tells where.
+    const bool fits = image.size() <= camera.device().dwExtRomSize;
+    if (!fits) {
+        console.display().warn(format("nyxus: the file has %zu bytes, the ROM only %u",
+                                      image.size(), camera.device().dwExtRomSize));
+        image.resize(camera.device().dwExtRomSize);
+    }
+    const std::vector<uint8_t> rom =
+        read_rom(console, camera, "reading", 0, static_cast<uint32_t>(image.size()));
+
+    const Difference difference = find_difference(rom, image);
+    Display& display = console.display();
+    if (difference.count == 0 && fits) {
+        display.say(format("equal: %zu bytes", image.size()));
+        return kExitOk;
+    }
+    display.say(format("different: %zu of %zu bytes", difference.count, image.size()));
+    for (const size_t offset : difference.first_offsets)
+        display.say(format("  0x%04zX: ROM %02X, file %02X", offset, rom[offset], image[offset]));
+    if (difference.count > difference.first_offsets.size())
+        display.say("  ...");
+    return kExitMismatch;
+}
+
+} // namespace tool

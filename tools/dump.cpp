@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "atomic_file.h"
+#include "commands.h"
+#include "failure.h"
+#include "text.h"
+
+#include <nyxus/image.h>
+#include <algorithm>
+
+namespace tool {
+
+namespace {
+
+uint32_t dump_size(const Camera& camera, const Arguments& arguments)
+{
+    constexpr uint32_t kUsualSize = NYXUS_FW_BIN_CAPACITY;
+    const uint32_t rom_size = camera.device().dwExtRomSize;
+    if (arguments.size_bytes == 0)
+        return std::min(rom_size, kUsualSize);
+    if (arguments.size_bytes > rom_size)
+        throw Failure(kExitUsage, format("the ROM has only %u bytes", rom_size));
+    return arguments.size_bytes;
+}
+
+} // namespace
+
+ExitCode run_dump(Console& console, const Arguments& arguments)
+{
+    refuse_impossible_target(arguments.file);
+    Camera camera = open_with_rom(arguments);
+    const uint32_t size = dump_size(camera, arguments);
+    AtomicFile file(arguments.file);
+    file.write_all(read_rom(console, camera, "reading", 0, size));
+    file.commit();
+    console.display().say(format("wrote %u bytes to '", size) + arguments.file + "'");
+    return kExitOk;
+}
+
+} // namespace tool

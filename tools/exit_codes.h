@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+namespace tool {
+
+/// Exit codes of the program. Scripts rely on them: numbers never change their meaning.
+enum ExitCode {
+    kExitOk = 0,
+    kExitFailure = 1,
+    kExitUsage = 2,
+    kExitNoCamera = 3,
+    kExitAmbiguous = 4,
+    kExitPermission = 5,
+    kExitBusy = 6,
+    kExitImageRefused = 7,
+    kExitMismatch = 8,
+    kExitProtected = 9,
+    kExitTimeout = 10,
+    kExitCameraLost = 11,
+    kExitNotSupported = 12,
+    kExitInterrupted = 130,
+};
+
+inline constexpr char kExitCodeHelp[] =
+    "Exit codes:\n"
+    "  0   success                        7   image refused, nothing was written\n"
+    "  1   other failure                  8   contents differ\n"
+    "  2   wrong usage                    9   write-protected, or not confirmed\n"
+    "  3   no such camera                 10  time-out\n"
+    "  4   more than one camera matches   11  camera lost\n"
+    "  5   no permission                  12  not supported by this camera\n"
+    "  6   camera is busy                 130 interrupted\n";
+
+} // namespace tool

@@ -1,0 +1,208 @@
+// SPDX-License-Identifier: Apache-2.0
+// Fingerprint-reader boards.
+#include "failure.h"
+#include "feature.h"
+#include "text.h"
+
+#include <nyxus/access.h>
+#include <nyxus/fingerprint.h>
+#include <fstream>
+#include <iterator>
+
+namespace tool {
+
+namespace {
+
+constexpr uint32_t kWindowStart = 0x2400;
+constexpr uint32_t kWindowEnd = 0x8000;
+constexpr uint32_t kWindowBytes = kWindowEnd - kWindowStart;
+constexpr uint32_t kBytesPerLine = 16;
+
+struct Options {
+    std::string state;
+    uint32_t address = 0;
+    uint32_t length = 0;
+    std::string file;
+    std::vector<uint8_t> bytes;
+};
+using Shared = std::shared_ptr<Options>;
+
+/// Orders that cannot be read back.
+struct Order {
+    const char* name;
+    const char* summary;
+    int32_t (*run)(NyDevice*);
+    const char* done;
+};
+
+struct SwitchOrder {
+    const char* name;
+    const char* summary;
+    int32_t (*set)(NyDevice*, int32_t);
+};
+
+struct Question {
+    const char* name;
+    const char* summary;
+    int32_t (*get)(NyDevice*, uint8_t*);
+};
+
+// clang-format off
+constexpr Order orders[] = {
+//   name         summary                              function                what has been done
+    {"reset",     "Reset and set up the sensor",       SG_SetSensorResetInit,  "reset and set up"},
+    {"reset-pin", "Pulse the sensor's reset pin",      SG_SetSensorResetPin,   "reset by its pin"},
+    {"trigger",   "Trigger a snapshot",                SG_SnapshotModeTrigger, "snapshot triggered"},
+};
+constexpr Order modes[] = {
+    {"stream",    "Leave the snapshot mode",           SG_StreamModeEnable,    "streams"},
+    {"snapshot",  "Enter the snapshot mode",           SG_SnapshotModeEnable,  "waits for a trigger"},
+};
+constexpr SwitchOrder switch_orders[] = {
+    {"power",     "Switch the automatic power",        SG_SetAutoPower},
+    {"led",       "Switch the illumination",           SG_LedControl},
+};
+constexpr Question questions[] = {
+    {"touch",     "Show the touch state",              SG_TouchStatus},
+    {"speed",     "Show the USB-speed flag",           SG_UsbSpeed},
+};
+// clang-format on
+
+void require_eeprom(const Session& session)
+{
+    if (session.camera.is_spi())
+        throw Failure(
+            kExitNotSupported,
+            session.camera.name() + " has an SPI flash; the fingerprint boards have an EEPROM");
+}
+
+void check_window(uint32_t address, size_t length)
+{
+    if (address < kWindowStart || length == 0 || address + length > kWindowEnd)
+        throw Failure(kExitUsage,
+                      format("%zu bytes from 0x%04X are not in the window 0x%04X to 0x%04X", length,
+                             address, kWindowStart, kWindowEnd - 1));
+}
+
+std::vector<uint8_t> read_window(Session& session, uint32_t address, size_t length)
+{
+    std::vector<uint8_t> bytes(length);
+    session.check("reading the EEPROM",
+                  SG_EepromRead(session.device(), static_cast<uint16_t>(address),
+                                static_cast<uint16_t>(length), bytes.data()));
+    return bytes;
+}
+
+void run_read(Session& session, const Options& options)
+{
+    require_eeprom(session);
+    const std::vector<uint8_t> bytes = read_window(session, options.address, options.length);
+    Values values;
+    for (uint32_t done = 0; done < bytes.size(); done += kBytesPerLine) {
+        const auto begin = bytes.begin() + done;
+        const auto count = std::min<ptrdiff_t>(kBytesPerLine, bytes.end() - begin);
+        values[format("0x%04X", options.address + done)] =
+            std::vector<uint8_t>(begin, begin + count);
+    }
+    session.print(values);
+}
+
+std::vector<uint8_t> load(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::vector<uint8_t> bytes(kWindowBytes + 1);
+    file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    bytes.resize(static_cast<size_t>(file.gcount()));
+    if (bytes.empty())
+        throw Failure(kExitFailure, "cannot read '" + path + "', or it is empty");
+    return bytes;
+}
+
+void run_write(Session& session, const Options& options)
+{
+    constexpr int32_t kWriteCycle_ms = 5;
+    require_eeprom(session);
+    XU_SetWriteCycleTime(kWriteCycle_ms);
+    session.check(
+        "writing the EEPROM",
+        SG_EepromWrite(session.device(), static_cast<uint16_t>(options.address),
+                       static_cast<uint16_t>(options.bytes.size()), options.bytes.data()));
+    if (read_window(session, options.address, options.bytes.size()) != options.bytes)
+        throw Failure(kExitMismatch, "the EEPROM does not hold what was written; is it protected?");
+    session.print_done(
+        "eeprom", format("%zu bytes written at 0x%04X", options.bytes.size(), options.address));
+}
+
+void add_order(CLI::App& parent, Arguments& arguments, const Order& row, const std::string& call)
+{
+    CLI::App* command = add_feature(parent, row.name, row.summary, call + row.name);
+    set_action(command, arguments, [&row](Session& session) {
+        session.check(row.summary, row.run(session.device()));
+        session.print_done("sensor", row.done);
+    });
+}
+
+void add_switch_order(CLI::App& sg, Arguments& arguments, const SwitchOrder& row,
+                      const Shared& options)
+{
+    CLI::App* command =
+        add_feature(sg, row.name, row.summary, std::string("nyxus sg ") + row.name + " on");
+    add_choice(command, "STATE", options->state, {"on", "off"}, "on or off")->required();
+    set_action(command, arguments, [&row, options](Session& session) {
+        session.check(row.summary, row.set(session.device(), options->state == "on"));
+        session.print_done(row.name, options->state);
+    });
+}
+
+void add_question(CLI::App& sg, Arguments& arguments, const Question& row)
+{
+    CLI::App* command = add_feature(sg, row.name, row.summary, std::string("nyxus sg ") + row.name);
+    set_action(command, arguments, [&row](Session& session) {
+        uint8_t value = 0;
+        session.check(row.summary, row.get(session.device(), &value));
+        session.print({{row.name, value}});
+    });
+}
+
+void add_window(CLI::App& sg, Arguments& arguments, const Shared& options)
+{
+    CLI::App* read = add_feature(sg, "read", "Read the EEPROM window", "nyxus sg read 0x2400 64");
+    add_address(read, options->address, kWindowStart, kWindowEnd - 1);
+    add_number(read, "LENGTH", options->length, 1, kWindowBytes, "Bytes")->required();
+    set_action(
+        read, arguments, [options](Session& session) { run_read(session, *options); },
+        [options] { check_window(options->address, options->length); });
+
+    CLI::App* write =
+        add_feature(sg, "write", "Write the EEPROM window", "nyxus sg write 0x2400 keys.bin");
+    add_address(write, options->address, kWindowStart, kWindowEnd - 1);
+    write->add_option("FILE", options->file, "File to write there")->required()->type_name("");
+    set_action(
+        write, arguments, [options](Session& session) { run_write(session, *options); },
+        [options] {
+            options->bytes = load(options->file);
+            check_window(options->address, options->bytes.size());
+        });
+}
+
+} // namespace
+
+void add_fingerprint_command(CLI::App& app, Arguments& arguments)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App* sg = add_feature(app, "sg", "Fingerprint-reader boards", "nyxus sg led on");
+    sg->require_subcommand(1);
+    for (const Order& row : orders)
+        add_order(*sg, arguments, row, "nyxus sg ");
+    CLI::App* mode = add_feature(*sg, "mode", "How the sensor works", "nyxus sg mode snapshot");
+    mode->require_subcommand(1);
+    for (const Order& row : modes)
+        add_order(*mode, arguments, row, "nyxus sg mode ");
+    for (const SwitchOrder& row : switch_orders)
+        add_switch_order(*sg, arguments, row, options);
+    for (const Question& row : questions)
+        add_question(*sg, arguments, row);
+    add_window(*sg, arguments, options);
+}
+
+} // namespace tool

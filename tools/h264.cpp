@@ -1,0 +1,289 @@
+// SPDX-License-Identifier: Apache-2.0
+// The H.264 encoder.
+#include "failure.h"
+#include "feature.h"
+#include "text.h"
+
+#include <nyxus/h264.h>
+#include <algorithm>
+#include <array>
+
+namespace tool {
+
+namespace {
+
+constexpr uint32_t kMost16 = 0xFFFF;
+constexpr uint32_t kMost32 = 0xFFFFFFFF;
+constexpr uint32_t kMostQp = 51;
+constexpr uint32_t kMostFrameTypes = 7; // bits: I, P, B
+
+struct Options {
+    bool published_order = false;
+    uint32_t layer = 0;
+    std::string mode;
+    std::optional<uint32_t> peak;
+    std::optional<uint32_t> average;
+    std::optional<uint32_t> frame_types;
+    std::optional<uint32_t> least;
+    std::optional<uint32_t> most;
+    std::optional<uint32_t> period;
+    std::optional<uint32_t> stream_format;
+    std::string frame;
+};
+using Shared = std::shared_ptr<Options>;
+
+const std::vector<std::string> kModes = {"cbr", "vbr", "constant-qp"};     // from 1
+const std::vector<std::string> kFrames = {"i", "idr", "idr-with-headers"}; // from 0
+
+uint8_t place_in(const std::vector<std::string>& names, const std::string& name)
+{
+    return static_cast<uint8_t>(std::ranges::find(names, name) - names.begin());
+}
+
+void check(Session& session, const std::string& doing, int32_t status)
+{
+    constexpr int32_t kStalled = -(0x4000 + 9); // a rejected request
+    if (status == kStalled)
+        throw Failure(kExitNotSupported,
+                      doing + ": " + session.camera.name() +
+                          " has no such H.264 control; older firmware needs --published-order");
+    session.check(doing, status);
+}
+
+template <size_t Size>
+std::array<uint8_t, Size> with_layer(const Options& options)
+{
+    std::array<uint8_t, Size> payload{};
+    payload[0] = static_cast<uint8_t>(options.layer);
+    payload[1] = static_cast<uint8_t>(options.layer >> 8);
+    return payload;
+}
+
+std::string mode_of(Session& session)
+{
+    std::array<uint8_t, 3> payload{};
+    check(session, "reading the rate control",
+          H264GetRateCtrlMode(session.device(), payload.data()));
+    const uint8_t mode = payload[2];
+    return mode >= 1 && mode <= kModes.size() ? kModes[mode - 1U] : format("0x%02X", mode);
+}
+
+void run_rate_control(Session& session, const Options& options)
+{
+    const std::string before = mode_of(session);
+    if (options.mode.empty())
+        return session.print({{"rate_control", before}});
+    auto payload = with_layer<3>(options);
+    payload[2] = static_cast<uint8_t>(1 + place_in(kModes, options.mode));
+    check(session, "setting the rate control",
+          H264SetRateCtrlMode(session.device(), payload.data()));
+    session.print_change("rate_control", before, mode_of(session));
+}
+
+H264BitrateLayers bitrate_of(Session& session)
+{
+    H264BitrateLayers layers{};
+    check(session, "reading the bitrate", H264GetBitrate(session.device(), &layers));
+    return layers;
+}
+
+std::string bitrate_text(const H264BitrateLayers& layers)
+{
+    return format("peak %u, average %u bit/s", layers.dwPeakBitrate, layers.dwAverageBitrate);
+}
+
+void run_bitrate(Session& session, const Options& options)
+{
+    const H264BitrateLayers before = bitrate_of(session);
+    if (!options.peak)
+        return session.print({{"layer", before.wLayerID},
+                              {"peak_bit_per_s", before.dwPeakBitrate},
+                              {"average_bit_per_s", before.dwAverageBitrate}});
+    const H264BitrateLayers wanted = {.wLayerID = static_cast<uint16_t>(options.layer),
+                                      .dwPeakBitrate = *options.peak,
+                                      .dwAverageBitrate = *options.average};
+    check(session, "setting the bitrate", H264SetBitrate(session.device(), &wanted));
+    session.print_change("bitrate", bitrate_text(before), bitrate_text(bitrate_of(session)));
+}
+
+std::array<uint8_t, 5> qp_of(Session& session)
+{
+    std::array<uint8_t, 5> payload{};
+    check(session, "reading the QP steps", H264GetQpSteps(session.device(), payload.data()));
+    return payload;
+}
+
+std::string qp_text(const std::array<uint8_t, 5>& payload)
+{
+    return format("frame types %u, %u to %u", payload[2], payload[3], payload[4]);
+}
+
+void run_qp(Session& session, const Options& options)
+{
+    const std::array<uint8_t, 5> before = qp_of(session);
+    if (!options.most)
+        return session.print(
+            {{"frame_types", before[2]}, {"least_qp", before[3]}, {"most_qp", before[4]}});
+    auto payload = with_layer<5>(options);
+    payload[2] = static_cast<uint8_t>(*options.frame_types);
+    payload[3] = static_cast<uint8_t>(*options.least);
+    payload[4] = static_cast<uint8_t>(*options.most);
+    check(session, "setting the QP steps", H264SetQpSteps(session.device(), payload.data()));
+    session.print_change("qp", qp_text(before), qp_text(qp_of(session)));
+}
+
+uint16_t period_of(Session& session)
+{
+    uint16_t period = 0;
+    session.check("reading the I-frame period", H264GetIFramePeriod(session.device(), &period));
+    return period;
+}
+
+void run_period(Session& session, const Options& options)
+{
+    const uint16_t before = period_of(session);
+    if (!options.period)
+        return session.print({{"iframe_period", before}});
+    const auto period = static_cast<uint16_t>(*options.period);
+    session.check("setting the I-frame period", H264SetIFramePeriod(session.device(), &period));
+    session.print_change("iframe_period", before, period_of(session));
+}
+
+uint8_t format_of(Session& session)
+{
+    uint8_t stream_format = 0;
+    session.check("reading the format", H264GetFormat(session.device(), &stream_format));
+    return stream_format;
+}
+
+void run_format(Session& session, const Options& options)
+{
+    const uint8_t before = format_of(session);
+    if (!options.stream_format)
+        return session.print({{"format", before}});
+    session.check("setting the format",
+                  H264SetFormat(session.device(), static_cast<uint8_t>(*options.stream_format)));
+    session.print_change("format", before, format_of(session));
+}
+
+void run_next_frame(Session& session, const Options& options)
+{
+    auto payload = with_layer<4>(options);
+    payload[2] = place_in(kFrames, options.frame);
+    check(session, "asking for a frame", H264SetNextFrameType(session.device(), payload.data()));
+    session.print_done("next_frame", options.frame);
+}
+
+void run_reset(Session& session, const Options& options)
+{
+    check(session, "resetting the encoder",
+          H264Reset(session.device(), with_layer<2>(options).data()));
+    session.print_done("encoder", "reset");
+}
+
+void run_version(Session& session, const Options&)
+{
+    std::array<uint8_t, 2> version{};
+    check(session, "reading the version", H264GetVersion(session.device(), version.data()));
+    session.print({{"version", format("%u.%02X", version[1], version[0])}});
+}
+
+/// All settings of a row, or none.
+CLI::Option* add_optional(CLI::App* command, const char* name, std::optional<uint32_t>& value,
+                          uint32_t least, uint32_t most, const char* help)
+{
+    return command->add_option(name, value, help + format(" (%u to %u)", least, most))
+        ->type_name("")
+        ->check(CLI::Range(least, most).description(""));
+}
+
+void check_qp_order(const Options& options)
+{
+    if (options.least && options.most && *options.least > *options.most)
+        throw Failure(kExitUsage, "the least QP is above the most one");
+}
+
+struct Row {
+    const char* name;
+    const char* summary;
+    const char* example;
+    void (*run)(Session&, const Options&);
+    void (*add_options)(CLI::App*, Options&);
+};
+
+void add_nothing(CLI::App*, Options&) {}
+
+void add_mode(CLI::App* command, Options& o)
+{
+    add_choice(command, "MODE", o.mode, kModes, "cbr, vbr or constant-qp; without: ask");
+}
+
+void add_rates(CLI::App* command, Options& o)
+{
+    CLI::Option* peak = add_optional(command, "PEAK", o.peak, 1, kMost32, "bit/s; without: ask");
+    peak->needs(add_optional(command, "AVERAGE", o.average, 1, kMost32, "bit/s"));
+}
+
+void add_qp(CLI::App* command, Options& o)
+{
+    CLI::Option* types = add_optional(command, "TYPES", o.frame_types, 1, kMostFrameTypes,
+                                      "Sum of 1 = I, 2 = P, 4 = B frames; without: ask");
+    CLI::Option* least = add_optional(command, "LEAST", o.least, 0, kMostQp, "Least QP");
+    types->needs(least);
+    least->needs(add_optional(command, "MOST", o.most, 0, kMostQp, "Most QP"));
+}
+
+void add_period(CLI::App* command, Options& o)
+{
+    add_optional(command, "FRAMES", o.period, 1, kMost16, "Frames; without: ask");
+}
+
+void add_format(CLI::App* command, Options& o)
+{
+    add_optional(command, "FORMAT", o.stream_format, 0, 1, "Format; without: ask");
+}
+
+void add_frame(CLI::App* command, Options& o)
+{
+    add_choice(command, "TYPE", o.frame, kFrames, "i, idr or idr-with-headers")->required();
+}
+
+// clang-format off
+constexpr Row rows[] = {
+//   name             summary                                     example                                function          options
+    {"rate-control",  "Set how the bitrate is kept, or ask",      "nyxus h264 rate-control vbr",         run_rate_control, add_mode},
+    {"bitrate",       "Set peak and average bitrate, or ask",     "nyxus h264 bitrate 4000000 2000000",  run_bitrate,      add_rates},
+    {"qp",            "Set the bounds of QP, or ask",             "nyxus h264 qp 7 20 40",               run_qp,           add_qp},
+    {"iframe-period", "Set the frames between I-frames, or ask",  "nyxus h264 iframe-period 30",         run_period,       add_period},
+    {"format",        "Set the stream format, or ask",            "nyxus h264 format 1",                 run_format,       add_format},
+    {"next-frame",    "Ask for a frame of a type",                "nyxus h264 next-frame idr",           run_next_frame,   add_frame},
+    {"reset",         "Reset the encoder",                        "nyxus h264 reset",                    run_reset,        add_nothing},
+    {"version",       "Show the version of the payload layout",   "nyxus h264 version",                  run_version,      add_nothing},
+};
+// clang-format on
+
+} // namespace
+
+void add_h264_command(CLI::App& app, Arguments& arguments)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App* h264 =
+        add_feature(app, "h264", "The H.264 encoder", "nyxus h264 bitrate 4000000 2000000");
+    h264->require_subcommand(1);
+    h264->add_flag("--published-order", options->published_order,
+                   "For firmware that expects length and request the other way round");
+    add_number(h264, "--layer", options->layer, 0, kMost16, "Layer of the stream");
+    for (const Row& row : rows) {
+        CLI::App* command = add_feature(*h264, row.name, row.summary, row.example);
+        row.add_options(command, *options);
+        set_action(
+            command, arguments,
+            [&row, options](Session& session) {
+                nyxus_h264_standard_order = options->published_order ? 0 : 1;
+                row.run(session, *options);
+            },
+            [options] { check_qp_order(*options); });
+    }
+}
+
+} // namespace tool

@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "commands.h"
+#include "text.h"
+
+#include <nlohmann/json.hpp>
+
+namespace tool {
+
+namespace {
+
+std::string flash_part(const NyDevice& device)
+{
+    return printable_field(device.oFlashInfo.szName, sizeof device.oFlashInfo.szName);
+}
+
+std::string flash_id(const NyDevice& device)
+{
+    const uint8_t* id = device.oFlashInfo.ID;
+    return format("%02X %02X %02X", id[0], id[1], id[2]);
+}
+
+unsigned flash_kib(const NyDevice& device)
+{
+    constexpr unsigned kMostDoublings = 15; // beyond any part; the record comes from the camera
+    return 32U << std::min<unsigned>(device.oFlashInfo.bSize, kMostDoublings);
+}
+
+std::string xu_version(const NyDevice& device)
+{
+    return device.xFeatureXU != 0 ? format("0x%04X", device.oXuCtrlVer.wVersion) : "none";
+}
+
+std::string set_file(const NyDevice& device)
+{
+    return printable_field(device.szSetfileVer, sizeof device.szSetfileVer);
+}
+
+/// The catalogue's last row stands for every part that it lacks.
+bool is_listed(const NyDevice& device)
+{
+    const NyFlashInfo& other = spi_flash_table[spi_flash_table_count - 1];
+    return flash_part(device) != printable_field(other.szName, sizeof other.szName);
+}
+
+std::string rom_sentence(const Camera& camera)
+{
+    const NyDevice& device = camera.device();
+    if (camera.rom_state() == RomState::kUnknown)
+        return "unknown; no SPI flash answers, so it is a blank EEPROM or missing";
+    const std::string size = format("%u KiB", device.dwExtRomSize / 1024);
+    if (!camera.is_spi())
+        return "I2C EEPROM, " + size;
+    const std::string id = "ID " + flash_id(device);
+    if (!is_listed(device))
+        return "SPI flash that is not in the catalogue (" + id + "), " + size + " used";
+    return "SPI flash " + flash_part(device) + format(" (%u KiB, ", flash_kib(device)) + id +
+           "), " + size + " used";
+}
+
+const char* rom_kind(const Camera& camera)
+{
+    if (camera.rom_state() == RomState::kUnknown)
+        return "unknown";
+    return camera.is_spi() ? "spi" : "eeprom";
+}
+
+std::string features(const NyDevice& device)
+{
+    std::string list;
+    if (device.xFeatureXU != 0)
+        list += "version record, ";
+    if (device.xFeatureEM != 0)
+        list += "memory extension, ";
+    return list.empty() ? "none" : list.substr(0, list.size() - 2);
+}
+
+nlohmann::ordered_json json_info(const Camera& camera)
+{
+    const NyDevice& device = camera.device();
+    const CameraEntry& entry = camera.entry();
+    nlohmann::ordered_json object = {
+        {"bus", entry.bus},
+        {"address", entry.address},
+        {"port_path", entry.port_path},
+        {"serial", entry.serial},
+        {"product", entry.product},
+        {"chip", camera.chip()},
+        {"family", camera.family()},
+        {"internal_firmware", printable_field(device.szIntFwVer, sizeof device.szIntFwVer)},
+        {"runs", camera.runs_external_firmware() ? "external firmware" : "mask ROM"},
+        {"external_firmware", device.wExtFwVer},
+        {"sensor_application", device.wExtSensorApId},
+        {"set_file", device.oFwStatus.xSetfileExist != 0 ? set_file(device) : ""},
+        {"xu_version", device.xFeatureXU != 0 ? nlohmann::ordered_json(device.oXuCtrlVer.wVersion)
+                                              : nlohmann::ordered_json(nullptr)},
+        {"memory_extension", device.xFeatureEM != 0},
+    };
+    object["rom"] = {{"kind", rom_kind(camera)},
+                     {"size_bytes", device.dwExtRomSize},
+                     {"holds_firmware", camera.rom_state() == RomState::kFirmware}};
+    if (camera.is_spi()) {
+        object["rom"]["id"] = flash_id(device);
+        if (is_listed(device)) {
+            object["rom"]["part"] = flash_part(device);
+            object["rom"]["part_size_bytes"] = flash_kib(device) * 1024;
+        }
+    }
+    return object;
+}
+
+std::string text_info(const Camera& camera)
+{
+    const NyDevice& device = camera.device();
+    const CameraEntry& entry = camera.entry();
+    const std::pair<const char*, std::string> rows[] = {
+        {"Camera", entry.bus_address() + ", port " + entry.port_path +
+                       (entry.serial.empty() ? "" : ", serial " + entry.serial)},
+        {"Product", entry.product},
+        {"Chip", camera.chip() + " (" + camera.family() + ")"},
+        {"Internal firmware", printable_field(device.szIntFwVer, sizeof device.szIntFwVer)},
+        {"Firmware", firmware_sentence(camera)},
+        {"Sensor application", format("0x%04X", device.wExtSensorApId)},
+        {"Set-file", device.oFwStatus.xSetfileExist != 0 ? set_file(device) : "none"},
+        {"External ROM", rom_sentence(camera)},
+        {"XU version", xu_version(device)},
+        {"Features", features(device)},
+    };
+    std::string lines;
+    for (const auto& [name, value] : rows)
+        lines += (lines.empty() ? "" : "\n") + padded(name, 20) + value;
+    return lines;
+}
+
+} // namespace
+
+std::string firmware_sentence(const Camera& camera)
+{
+    if (camera.runs_external_firmware())
+        return format("runs external firmware 0x%04X", camera.device().wExtFwVer);
+    if (camera.rom_state() != RomState::kFirmware)
+        return "runs its mask ROM; the external ROM holds no firmware for this chip";
+    return "runs its mask ROM";
+}
+
+ExitCode run_info(Console& console, const Arguments& arguments)
+{
+    const Camera camera = open_chosen(arguments);
+    console.drain();
+    if (arguments.json)
+        console.display().say(json_info(camera).dump(
+            2, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+    else
+        console.display().say(text_info(camera));
+    return kExitOk;
+}
+
+} // namespace tool

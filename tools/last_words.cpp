@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "last_words.h"
+
+#include "exit_codes.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <cstring>
+
+// Present when the program is built with a sanitizer: its report ends the process without a signal.
+extern "C" void __sanitizer_set_death_callback(void (*callback)()) __attribute__((weak));
+
+namespace tool::last_words {
+
+namespace {
+
+// Everything here is read by signal handlers: plain memory and atomics, no locks.
+constexpr size_t kCapacity = 2048;
+char kept_lines[kCapacity];
+std::atomic<size_t> kept_lines_size;
+char unfinished[kCapacity];
+std::atomic<size_t> unfinished_size;
+std::atomic<int> pipe_fd{-1};
+std::atomic<int> err_fd{-1};
+std::atomic<const char*> interrupt_text{""};
+std::atomic<bool> line_open;
+
+constexpr int kFatalSignals[] = {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL};
+
+void put(const char* text, size_t size)
+{
+    while (size > 0) {
+        const ssize_t count = write(err_fd, text, size);
+        if (count <= 0)
+            return;
+        text += count;
+        size -= static_cast<size_t>(count);
+    }
+}
+
+void put(const char* text)
+{
+    put(text, std::strlen(text));
+}
+
+void spill()
+{
+    if (err_fd < 0)
+        return;
+    if (line_open)
+        put("\n");
+    put(kept_lines, kept_lines_size);
+    put(unfinished, unfinished_size);
+    char buffer[1024];
+    fcntl(pipe_fd, F_SETFL, O_NONBLOCK);
+    for (ssize_t count = 0; (count = read(pipe_fd, buffer, sizeof buffer)) > 0;)
+        put(buffer, static_cast<size_t>(count));
+}
+
+void on_fatal(int signal)
+{
+    spill();
+    put("\nnyxus: the program has crashed; above is what the libraries said last\n");
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
+void on_interrupt(int)
+{
+    if (line_open)
+        put("\n");
+    put(interrupt_text);
+    _exit(kExitInterrupted);
+}
+
+void catch_unless_ignored(int signal)
+{
+    if (std::signal(signal, on_interrupt) == SIG_IGN)
+        std::signal(signal, SIG_IGN);
+}
+
+} // namespace
+
+void arm(int captured_pipe, int real_err)
+{
+    pipe_fd = captured_pipe;
+    err_fd = real_err;
+    catch_unless_ignored(SIGINT);
+    catch_unless_ignored(SIGTERM);
+    if (__sanitizer_set_death_callback != nullptr) {
+        __sanitizer_set_death_callback(spill);
+        return;
+    }
+    for (const int signal : kFatalSignals)
+        std::signal(signal, on_fatal);
+}
+
+void disarm()
+{
+    for (const int signal : kFatalSignals)
+        std::signal(signal, SIG_DFL);
+    std::signal(SIGINT, SIG_DFL);
+    std::signal(SIGTERM, SIG_DFL);
+    err_fd = -1;
+    pipe_fd = -1;
+}
+
+void remember(std::string_view text)
+{
+    unfinished_size = 0;
+    const size_t size = std::min(text.size(), kCapacity);
+    std::copy_n(text.data(), size, unfinished);
+    unfinished_size = size;
+}
+
+void remember_line(std::string_view line)
+{
+    size_t used = kept_lines_size;
+    kept_lines_size = 0;
+    const size_t wanted = std::min(line.size() + 1, kCapacity);
+    if (used + wanted > kCapacity) {
+        const size_t kept = std::min(used, kCapacity - wanted);
+        std::memmove(kept_lines, kept_lines + (used - kept), kept);
+        used = kept;
+    }
+    std::copy_n(line.data(), wanted - 1, kept_lines + used);
+    kept_lines[used + wanted - 1] = '\n';
+    kept_lines_size = used + wanted;
+}
+
+void set_interrupt_text(const char* text)
+{
+    interrupt_text = text;
+}
+
+void set_line_open(bool open)
+{
+    line_open = open;
+}
+
+} // namespace tool::last_words

@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "failure.h"
+#include "feature.h"
+#include "text.h"
+
+#include <nyxus/error.h>
+#include <nyxus/peripheral.h>
+#include <unistd.h>
+
+namespace tool {
+
+namespace {
+
+/// Bits of an LED register that hold its state.
+constexpr uint32_t kStateBits = 0x58;
+
+/// The firmware takes an update up within some ten milliseconds; until then the LED is busy.
+template <typename Call>
+void call_when_idle(Session& session, const std::string& doing, Call call)
+{
+    constexpr int kAttempts = 50;
+    constexpr useconds_t kPause_us = 20'000;
+    for (int attempt = 1;; ++attempt) {
+        const int32_t status = call();
+        if (status != NYXUS_E_BUSY)
+            return session.check(doing, status);
+        if (attempt == kAttempts)
+            throw Failure(kExitTimeout, doing + ": the firmware does not take the update up");
+        usleep(kPause_us);
+    }
+}
+
+std::string state_of(Session& session, uint8_t index)
+{
+    uint8_t state = 0;
+    call_when_idle(session, "reading the LED",
+                   [&] { return XU_LedStatusGet(session.device(), index, &state); });
+    return format("0x%02X", state);
+}
+
+void run_led(Session& session, uint8_t index, std::optional<uint32_t> wanted)
+{
+    const std::string name = format("led_%u", index);
+    const std::string before = state_of(session, index);
+    if (!wanted)
+        return session.print({{name, before}});
+    call_when_idle(session, "setting the LED", [&] {
+        return XU_LedStatusSet(session.device(), index, static_cast<uint8_t>(*wanted));
+    });
+    session.print_change(name, before, state_of(session, index));
+}
+
+std::string refuse_state(const std::string& text)
+{
+    uint32_t state = 0;
+    if (!CLI::detail::lexical_cast(text, state) || (state & ~kStateBits) != 0)
+        return "Value " + text + " not in range: any sum of 0x08, 0x10 and 0x40";
+    return "";
+}
+
+} // namespace
+
+void add_led_command(CLI::App& app, Arguments& arguments)
+{
+    struct Options {
+        uint32_t index = 0;
+        std::optional<uint32_t> state;
+    };
+    constexpr uint32_t kLastIndex = 0xFF;
+    CLI::App* command =
+        add_feature(app, "led", "Set the state of an LED, or ask", "nyxus led 0 0x08");
+    const auto options = std::make_shared<Options>();
+    add_number(command, "INDEX", options->index, 0, kLastIndex, "LED")->required();
+    command->add_option("STATE", options->state, "Sum of 0x08, 0x10 and 0x40; without: ask")
+        ->type_name("")
+        ->check(CLI::Validator(refuse_state, ""));
+    set_action(command, arguments, [options](Session& session) {
+        run_led(session, static_cast<uint8_t>(options->index), options->state);
+    });
+}
+
+} // namespace tool

@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: Apache-2.0
+// The memories behind the controller: its registers, the sensor's, the processor's data.
+#include "failure.h"
+#include "feature.h"
+#include "text.h"
+
+#include <nyxus/memory.h>
+
+namespace tool {
+
+namespace {
+
+using Access = int32_t (*)(NyDevice*, uint32_t, uint32_t, uint8_t*);
+using ConstAccess = int32_t (*)(NyDevice*, uint32_t, uint32_t, const uint8_t*);
+
+struct Memory {
+    const char* name;
+    const char* what;
+    uint32_t size;
+    Access read;
+    ConstAccess write;
+};
+
+// clang-format off
+constexpr Memory memories[] = {
+//   name      what it is                 bytes    read           write
+    {"reg",    "controller registers",    0x10000, XuRegRead,     XuRegWrite},
+    {"sensor", "sensor registers",        0x10000, XuSensorRead,  XuSensorWrite},
+    {"mcu",    "the controller's data",   0x100,   XuMcuDataRead, XuMcuDataWrite},
+};
+// clang-format on
+
+/// One command moves at most so much; no register block is larger.
+constexpr uint32_t kMostBytes = 0xFF;
+constexpr uint32_t kBytesPerLine = 16;
+
+struct Options {
+    uint32_t address = 0;
+    uint32_t length = 1;
+    std::vector<uint32_t> bytes;
+};
+
+void check_range(const Memory& memory, uint32_t address, size_t length)
+{
+    if (address + length > memory.size)
+        throw Failure(kExitUsage,
+                      format("%zu bytes from 0x%04X reach beyond the end of ", length, address) +
+                          memory.what + format(" (0x0000 to 0x%04X)", memory.size - 1));
+}
+
+std::vector<uint8_t> read_bytes(Session& session, const Memory& memory, uint32_t address,
+                                uint32_t length)
+{
+    std::vector<uint8_t> bytes(length);
+    session.check(std::string("reading ") + memory.what,
+                  memory.read(session.device(), address, length, bytes.data()));
+    return bytes;
+}
+
+void run_read(Session& session, const Memory& memory, const Options& options)
+{
+    const std::vector<uint8_t> bytes = read_bytes(session, memory, options.address, options.length);
+    Values values;
+    for (uint32_t done = 0; done < bytes.size(); done += kBytesPerLine) {
+        const auto begin = bytes.begin() + done;
+        const auto count = std::min<ptrdiff_t>(kBytesPerLine, bytes.end() - begin);
+        values[format("0x%04X", options.address + done)] =
+            std::vector<uint8_t>(begin, begin + count);
+    }
+    session.print(values);
+}
+
+void run_write(Session& session, const Memory& memory, const Options& options)
+{
+    const std::vector<uint8_t> bytes = to_bytes(options.bytes);
+    const auto length = static_cast<uint32_t>(bytes.size());
+    const std::vector<uint8_t> before = read_bytes(session, memory, options.address, length);
+    session.check(std::string("writing ") + memory.what,
+                  memory.write(session.device(), options.address, length, bytes.data()));
+    // Not read back: a register need not read as it was written, and may restart the controller.
+    session.print_change(format("0x%04X", options.address), before, bytes);
+}
+
+void add_memory(CLI::App& app, Arguments& arguments, const Memory& memory)
+{
+    const auto options = std::make_shared<Options>();
+    const std::string call = std::string("nyxus ") + memory.name;
+    CLI::App* command = add_feature(app, memory.name, std::string("Read or write ") + memory.what,
+                                    call + " read 0x20 4");
+    command->require_subcommand(1);
+
+    CLI::App* read = add_feature(*command, "read", "Read bytes", call + " read 0x20 4");
+    add_address(read, options->address, 0, memory.size - 1);
+    add_number(read, "LENGTH", options->length, 1, kMostBytes, "Bytes");
+    set_action(
+        read, arguments,
+        [&memory, options](Session& session) { run_read(session, memory, *options); },
+        [&memory, options] { check_range(memory, options->address, options->length); });
+
+    CLI::App* write = add_feature(*command, "write", "Write bytes", call + " write 0x20 0x12 0x34");
+    add_address(write, options->address, 0, memory.size - 1);
+    add_bytes(write, "BYTES", options->bytes, "1 to 255 bytes")
+        ->required()
+        ->expected(1, static_cast<int>(kMostBytes));
+    set_action(
+        write, arguments,
+        [&memory, options](Session& session) { run_write(session, memory, *options); },
+        [&memory, options] { check_range(memory, options->address, options->bytes.size()); });
+}
+
+} // namespace
+
+void add_memory_commands(CLI::App& app, Arguments& arguments)
+{
+    for (const Memory& memory : memories)
+        add_memory(app, arguments, memory);
+}
+
+} // namespace tool

@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "feature.h"
+
+#include <nyxus/peripheral.h>
+#include <array>
+#include <chrono>
+#include <thread>
+
+namespace tool {
+
+namespace {
+
+constexpr std::chrono::milliseconds kPollInterval{200};
+constexpr int kSettingBytes = 4;
+
+struct Options {
+    std::vector<uint32_t> setting;
+    bool watch = false;
+    uint32_t count = 0; ///< polls; 0: without end
+};
+
+std::array<uint8_t, kSettingBytes> setting_of(Session& session)
+{
+    std::array<uint8_t, kSettingBytes> setting{};
+    session.check("reading the motion setting",
+                  XU_MotionDetectGet(session.device(), setting.data()));
+    return setting;
+}
+
+void run_get(Session& session)
+{
+    session.print({{"motion_setting", setting_of(session)}});
+}
+
+void run_set(Session& session, const Options& options)
+{
+    const auto before = setting_of(session);
+    session.check("setting the motion detection",
+                  XU_MotionDetectSet(session.device(), to_bytes(options.setting).data()));
+    session.print_change("motion_setting", before, setting_of(session));
+}
+
+bool poll(Session& session)
+{
+    uint8_t alarm = 0;
+    session.check("asking for motion", XU_MotionDetectPoll(session.device(), &alarm));
+    return alarm != 0;
+}
+
+void print_poll(Session& session, bool motion)
+{
+    session.print({{"motion", motion ? "yes" : "no"}});
+}
+
+/// Speaks when there is motion, so that a day without is an empty page.
+void watch(Session& session, uint32_t count)
+{
+    uint32_t alarms = 0;
+    for (uint32_t done = 1;; ++done) {
+        if (poll(session)) {
+            ++alarms;
+            print_poll(session, true);
+        }
+        if (done == count)
+            break;
+        std::this_thread::sleep_for(kPollInterval);
+    }
+    session.print({{"polls", count}, {"alarms", alarms}});
+}
+
+} // namespace
+
+void add_motion_command(CLI::App& app, Arguments& arguments)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App* command = add_feature(app, "motion", "Ask for motion, or set its detection",
+                                    "nyxus motion poll --watch");
+    command->require_subcommand(1);
+    set_action(add_feature(*command, "get", "Show the setting", "nyxus motion get"), arguments,
+               run_get);
+
+    CLI::App* set =
+        add_feature(*command, "set", "Change the setting", "nyxus motion set 1 0x20 0 0");
+    add_bytes(set, "BYTES", options->setting, "4 bytes that the firmware defines")
+        ->required()
+        ->expected(kSettingBytes);
+    set_action(set, arguments, [options](Session& session) { run_set(session, *options); });
+
+    CLI::App* ask = add_feature(*command, "poll", "Was there motion since the last time?",
+                                "nyxus motion poll --watch --count 50");
+    CLI::Option* watch_flag =
+        ask->add_flag("--watch", options->watch, "Ask five times a second, tell of motion only");
+    constexpr uint32_t kMostPolls = 1'000'000'000;
+    add_number(ask, "--count", options->count, 1, kMostPolls, "Stop after so many times")
+        ->needs(watch_flag);
+    set_action(ask, arguments, [options](Session& session) {
+        if (options->watch)
+            watch(session, options->count);
+        else
+            print_poll(session, poll(session));
+    });
+}
+
+} // namespace tool

@@ -1,0 +1,276 @@
+// SPDX-License-Identifier: Apache-2.0
+// The on-screen display.
+#include "failure.h"
+#include "feature.h"
+#include "text.h"
+
+#include <nyxus/memory.h>
+#include <nyxus/osd.h>
+#include <algorithm>
+#include <cstdio>
+
+namespace tool {
+
+namespace {
+
+constexpr uint32_t kByteMost = 0xFF;
+constexpr uint32_t kLastString = 7;
+constexpr uint32_t kLastWindow = 3;
+constexpr size_t kTextBytes = 16;
+
+struct Options {
+    std::string state;
+    std::string time;
+    std::optional<uint32_t> column;
+    std::optional<uint32_t> row;
+    uint32_t index = 0;
+    std::optional<std::string> text; ///< "" clears
+    std::vector<uint32_t> bytes;
+};
+
+/// Things that are on or off. Two have a bit in a register, through which they are read.
+struct Toggle {
+    const char* name;
+    const char* title;
+    int32_t (*set)(NyDevice*, int32_t);
+    uint8_t bit; ///< 0: the on-screen display itself
+};
+
+// clang-format off
+constexpr uint32_t kControlRegister = 0x0544;
+constexpr Toggle enable_toggle      = {"enable",      "osd",             XU_OsdSetEnable,         0x00};
+constexpr Toggle datetime_toggle    = {"show",        "osd_datetime",    XU_OsdEnableDatetime,    0x02};
+constexpr Toggle transparent_toggle = {"transparent", "osd_transparent", XU_OsdEnableTransparent, 0x10};
+// clang-format on
+
+std::string state_of(Session& session, const Toggle& toggle)
+{
+    const std::string doing = "reading the on-screen display";
+    uint8_t value = 0;
+    if (toggle.bit == 0)
+        session.check(doing, XU_OsdGetEnable(session.device(), &value));
+    else
+        session.check(doing, XuRegRead(session.device(), kControlRegister, 1, &value));
+    return on_or_off(toggle.bit == 0 ? value != 0 : (value & toggle.bit) != 0);
+}
+
+/// The register bits can be set on any camera, but without an on-screen display they do nothing.
+void require_osd(Session& session)
+{
+    uint8_t enabled = 0;
+    session.check("reading the on-screen display", XU_OsdGetEnable(session.device(), &enabled));
+}
+
+void run_toggle(Session& session, const Toggle& toggle, const std::string& wanted)
+{
+    require_osd(session);
+    const std::string before = state_of(session, toggle);
+    if (wanted.empty())
+        return session.print({{toggle.title, before}});
+    session.check("setting the on-screen display", toggle.set(session.device(), wanted == "on"));
+    session.print_change(toggle.title, before, state_of(session, toggle));
+}
+
+OsdDatetime datetime_of(Session& session)
+{
+    OsdDatetime record{};
+    session.check("reading the date and time", XU_OsdGetDatetime(session.device(), &record));
+    return record;
+}
+
+std::string iso_time(const OsdDatetime& record)
+{
+    const uint8_t* d = record.data;
+    return format("%04u-%02u-%02uT%02u:%02u:%02u", 2000U + d[0], d[1], d[2], d[3], d[4], d[5]);
+}
+
+bool parse_time(const std::string& text, OsdDatetime& record)
+{
+    unsigned v[6] = {};
+    int end = 0;
+    const int count = std::sscanf(text.c_str(), "%4u-%2u-%2u%*1[T ]%2u:%2u:%2u%n", &v[0], &v[1],
+                                  &v[2], &v[3], &v[4], &v[5], &end);
+    constexpr unsigned kFirstYear = 2000;
+    constexpr unsigned kLastYear = 2099;
+    if (count != 6 || static_cast<size_t>(end) != text.size() || v[0] < kFirstYear ||
+        v[0] > kLastYear || v[1] < 1 || v[1] > 12 || v[2] < 1 || v[2] > 31 || v[3] > 23 ||
+        v[4] > 59 || v[5] > 59)
+        return false;
+    v[0] -= kFirstYear;
+    std::ranges::transform(v, record.data, [](unsigned x) { return static_cast<uint8_t>(x); });
+    return true;
+}
+
+std::string refuse_time(const std::string& text)
+{
+    OsdDatetime ignored{};
+    return parse_time(text, ignored) ? ""
+                                     : "'" + text +
+                                           "' is no time from 2000-01-01T00:00:00 to "
+                                           "2099-12-31T23:59:59";
+}
+
+void show_datetime(Session& session)
+{
+    const OsdDatetime record = datetime_of(session);
+    session.print({{"datetime", iso_time(record)},
+                   {"column", record.data[6]},
+                   {"row", record.data[7]},
+                   {"shown", state_of(session, datetime_toggle)}});
+}
+
+void set_datetime(Session& session, const Options& options)
+{
+    OsdDatetime record = datetime_of(session);
+    const std::string before = iso_time(record);
+    parse_time(options.time, record);
+    record.data[6] = static_cast<uint8_t>(options.column.value_or(record.data[6]));
+    record.data[7] = static_cast<uint8_t>(options.row.value_or(record.data[7]));
+    session.check("setting the date and time", XU_OsdSetDatetime(session.device(), &record));
+    session.print_change("datetime", before, iso_time(datetime_of(session)));
+}
+
+std::string string_of(Session& session, uint32_t index)
+{
+    char text[kTextBytes] = {};
+    session.check("reading the text", XU_OsdGetString(session.device(), static_cast<uint8_t>(index),
+                                                      reinterpret_cast<uint8_t*>(text)));
+    return printable_field(text, sizeof text);
+}
+
+void run_string(Session& session, const Options& options, bool set)
+{
+    const std::string name = format("string_%u", options.index);
+    const std::string before = string_of(session, options.index);
+    if (!set)
+        return session.print({{name, before}});
+    uint8_t text[kTextBytes] = {};
+    std::ranges::copy(*options.text, text);
+    session.check("setting the text",
+                  XU_OsdSetString(session.device(), static_cast<uint8_t>(options.index), text));
+    session.print_change(name, before, string_of(session, options.index));
+}
+
+/// Records of nine bytes that are read and written as a whole.
+template <typename Record>
+void run_record(Session& session, const char* name, int32_t (*get)(NyDevice*, Record*),
+                int32_t (*set)(NyDevice*, const Record*), const std::vector<uint32_t>& wanted)
+{
+    const std::string doing = std::string("the on-screen ") + name;
+    const auto values_of = [](const Record& record) {
+        return std::vector<uint8_t>(std::begin(record.data), std::end(record.data));
+    };
+    Record record{};
+    session.check("reading " + doing, get(session.device(), &record));
+    const std::vector<uint8_t> before = values_of(record);
+    if (wanted.empty())
+        return session.print({{name, before}});
+    record = {};
+    std::ranges::copy(to_bytes(wanted), record.data);
+    session.check("setting " + doing, set(session.device(), &record));
+    session.check("reading " + doing, get(session.device(), &record));
+    session.print_change(name, before, values_of(record));
+}
+
+using Shared = std::shared_ptr<Options>;
+
+void add_toggle(CLI::App& parent, Arguments& arguments, const Toggle& toggle, const char* summary,
+                const Shared& options)
+{
+    CLI::App* command =
+        add_feature(parent, toggle.name, summary, "nyxus osd " + std::string(toggle.name) + " on");
+    add_choice(command, "STATE", options->state, {"on", "off"}, "on or off; without: ask");
+    set_action(command, arguments, [&toggle, options](Session& session) {
+        run_toggle(session, toggle, options->state);
+    });
+}
+
+void add_datetime(CLI::App& osd, Arguments& arguments, const Shared& options)
+{
+    CLI::App* command = add_feature(osd, "datetime", "The date-time stamp: show it, set it, or ask",
+                                    "nyxus osd datetime set 2026-05-01T12:00:00");
+    set_action(command, arguments, show_datetime);
+    add_toggle(*command, arguments, datetime_toggle, "Show the stamp, or ask", options);
+
+    CLI::App* set = add_feature(*command, "set", "Set the camera's clock",
+                                "nyxus osd datetime set 2026-05-01T12:00:00");
+    set->add_option("TIME", options->time, "As 2026-05-01T12:00:00")
+        ->required()
+        ->type_name("")
+        ->check(CLI::Validator(refuse_time, ""));
+    for (const auto& [name, value] :
+         {std::pair("--column", &options->column), std::pair("--row", &options->row)})
+        set->add_option(name, *value, "Place of the stamp (0 to 255)")
+            ->type_name("CELLS")
+            ->check(CLI::Range(0U, kByteMost).description(""));
+    set_action(set, arguments, [options](Session& session) { set_datetime(session, *options); });
+}
+
+void add_string(CLI::App& osd, Arguments& arguments, const Shared& options)
+{
+    CLI::App* command =
+        add_feature(osd, "string", "Set a line of text, or ask", "nyxus osd string 0 'Front door'");
+    add_number(command, "INDEX", options->index, 0, kLastString, "Line")->required();
+    CLI::Option* text = command->add_option("TEXT", options->text, "At most 16 characters");
+    text->type_name("")->check(CLI::Validator(
+        [](const std::string& words) {
+            return words.size() <= kTextBytes
+                       ? std::string()
+                       : format("the text has %zu bytes; 0 to %zu fit", words.size(), kTextBytes);
+        },
+        ""));
+    set_action(command, arguments, [options](Session& session) {
+        run_string(session, *options, options->text.has_value());
+    });
+}
+
+void add_records(CLI::App& osd, Arguments& arguments, const Shared& options)
+{
+    CLI::App* window = add_feature(osd, "window", "Set a window, or show the latest one",
+                                   "nyxus osd window 0 2 3 10 4 1");
+    add_bytes(window, "VALUES", options->bytes,
+              "Index (0 to 3), column, row, width, height in cells of 16x16 pixels, 1 = shown")
+        ->expected(6);
+    set_action(
+        window, arguments,
+        [options](Session& session) {
+            run_record<OsdWindow>(session, "window", XU_OsdGetWindow, XU_OsdSetWindow,
+                                  options->bytes);
+        },
+        [options] {
+            if (!options->bytes.empty() && options->bytes[0] > kLastWindow)
+                throw Failure(kExitUsage, format("window %u does not exist; 0 to %u do",
+                                                 options->bytes[0], kLastWindow));
+        });
+
+    CLI::App* colour = add_feature(osd, "color", "Set the colours, or ask",
+                                   "nyxus osd color 235 128 128 16 128 128 81 90 240");
+    add_bytes(colour, "VALUES", options->bytes, "Y Cb Cr of text, its background and windows")
+        ->expected(9);
+    set_action(colour, arguments, [options](Session& session) {
+        run_record<OsdColor>(session, "color", XU_OsdGetColor, XU_OsdSetColor, options->bytes);
+    });
+}
+
+} // namespace
+
+void add_osd_command(CLI::App& app, Arguments& arguments)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App* osd =
+        add_feature(app, "osd", "Text, date and windows over the video", "nyxus osd enable on");
+    osd->require_subcommand(1);
+    add_toggle(*osd, arguments, enable_toggle, "Show the on-screen display, or ask", options);
+    add_datetime(*osd, arguments, options);
+    add_string(*osd, arguments, options);
+    add_records(*osd, arguments, options);
+    add_toggle(*osd, arguments, transparent_toggle, "Let the picture shine through, or ask",
+               options);
+    CLI::App* reset = add_feature(*osd, "reset", "Clear everything", "nyxus osd reset");
+    set_action(reset, arguments, [](Session& session) {
+        session.check("resetting the on-screen display", XU_OsdReset(session.device()));
+        session.print_done("osd", "reset");
+    });
+}
+
+} // namespace tool

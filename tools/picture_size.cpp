@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "picture_size.h"
+
+#include "text.h"
+
+#include <cstdio>
+#include <fstream>
+
+namespace tool {
+
+static bool parse_size(const std::string& text, uint32_t& width, uint32_t& height)
+{
+    constexpr uint32_t kMost = 8192;
+    int end = 0;
+    return std::sscanf(text.c_str(), "%4ux%4u%n", &width, &height, &end) == 2 &&
+           static_cast<size_t>(end) == text.size() && width >= 2 && width % 2 == 0 && height >= 1 &&
+           width <= kMost && height <= kMost;
+}
+
+void add_video_options(CLI::App* command, VideoOptions& options)
+{
+    constexpr uint32_t kMostFramesPer_s = 240;
+    const auto refuse = [](const std::string& text) {
+        uint32_t width = 0;
+        uint32_t height = 0;
+        return parse_size(text, width, height) ? "" : text + " is no size from 2x1 to 8192x8192";
+    };
+    command->add_option("--size", options.size, "Size of the picture")
+        ->type_name("WxH")
+        ->check(CLI::Validator(refuse, ""))
+        ->capture_default_str();
+    add_number(command, "--fps", options.frames_per_s, 1, kMostFramesPer_s,
+               "Frames per second (without it: the first rate that the camera offers)");
+}
+
+VideoStreamParam stream_param(const VideoOptions& options)
+{
+    VideoStreamParam param{};
+    parse_size(options.size, param.width, param.height);
+    param.fps = options.frames_per_s;
+    return param;
+}
+
+std::string usbfs_advice(const VideoStreamParam& param)
+{
+    constexpr uint64_t kTransfers = 100;
+    constexpr uint64_t kMib = 1024 * 1024;
+    const std::string path = "/sys/module/usbcore/parameters/usbfs_memory_mb";
+    uint64_t limit_mib = 0;
+    std::ifstream(path) >> limit_mib;
+    const uint64_t frame_bytes = uint64_t{param.width} * param.height * 2;
+    const uint64_t needed = kTransfers * frame_bytes;
+    const uint64_t needed_mib = (needed + kMib - 1) / kMib;
+    if (limit_mib == 0 || limit_mib >= needed_mib)
+        return "";
+    return format(
+               "the kernel lends %llu MiB to USB transfers, but this size needs about %llu; "
+               "raise it: echo %llu | sudo tee ",
+               static_cast<unsigned long long>(limit_mib),
+               static_cast<unsigned long long>(needed_mib),
+               static_cast<unsigned long long>(2 * needed_mib)) +
+           path;
+}
+
+} // namespace tool

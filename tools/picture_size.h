@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "feature.h"
+
+#include <nyxus/video.h>
+
+namespace tool {
+
+/// Size and rate of a stream on the command line.
+struct VideoOptions {
+    std::string size = "640x480";
+    uint32_t frames_per_s = 0; ///< 0: the first that the camera offers for the size
+};
+
+void add_video_options(CLI::App* command, VideoOptions& options);
+VideoStreamParam stream_param(const VideoOptions& options);
+/// What to do about a kernel limit that is too small for the stream's transfers; "" when it is not.
+std::string usbfs_advice(const VideoStreamParam& param);
+
+} // namespace tool

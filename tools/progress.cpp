@@ -1,0 +1,285 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "progress.h"
+
+#include "last_words.h"
+#include "text.h"
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace tool {
+
+namespace {
+
+constexpr size_t kPhaseColumns = 12;
+constexpr size_t kSmallestBar = 10;
+constexpr size_t kLargestBar = 50;
+constexpr size_t kUsualWidth = 80;
+constexpr std::chrono::milliseconds kRedrawInterval{100};
+constexpr double kPlainLineInterval_s = 2.0;
+constexpr double kRateKnown_s = 0.3;
+
+void write_all(int fd, std::string_view text)
+{
+    while (!text.empty()) {
+        const ssize_t count = write(fd, text.data(), text.size());
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            return;
+        text.remove_prefix(static_cast<size_t>(count));
+    }
+}
+
+bool variable_is_set(const char* name)
+{
+    const char* value = std::getenv(name);
+    return value != nullptr && *value != '\0';
+}
+
+bool can_redraw(int fd)
+{
+    const char* terminal = std::getenv("TERM");
+    return isatty(fd) == 1 && terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
+}
+
+size_t terminal_width(int fd)
+{
+    winsize size{};
+    if (ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
+        return size.ws_col;
+    return kUsualWidth;
+}
+
+} // namespace
+
+Display::Display()
+    : out_fd_(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3)),
+      err_fd_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)),
+      live_(can_redraw(out_fd_)),
+      colour_(live_ && !variable_is_set("NO_COLOR"))
+{
+}
+
+Display::~Display()
+{
+    abandon();
+    close(out_fd_);
+    close(err_fd_);
+}
+
+void Display::say(std::string_view line)
+{
+    const std::lock_guard lock(mutex_);
+    put_line(out_fd_, line);
+}
+
+void Display::warn(std::string_view line)
+{
+    const std::lock_guard lock(mutex_);
+    put_line(err_fd_, line);
+}
+
+void Display::pass_on(std::span<const uint8_t> bytes)
+{
+    const std::lock_guard lock(mutex_);
+    write_all(out_fd_, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+}
+
+void Display::begin(std::string phase, uint64_t total_bytes)
+{
+    end();
+    const std::lock_guard lock(mutex_);
+    active_ = true;
+    phase_ = std::move(phase);
+    total_bytes_ = total_bytes;
+    done_bytes_ = 0;
+    quarters_said_ = 0;
+    begun_ = drawn_ = Clock::now();
+    if (live_)
+        redraw(true);
+    else
+        put_line(out_fd_, phase_ + " ...");
+}
+
+void Display::advance(uint64_t done_bytes)
+{
+    const std::lock_guard lock(mutex_);
+    if (!active_)
+        return;
+    done_bytes_ = std::min(done_bytes, total_bytes_);
+    if (live_)
+        redraw(false);
+    else
+        print_quarter();
+}
+
+void Display::end()
+{
+    const std::lock_guard lock(mutex_);
+    if (!active_)
+        return;
+    done_bytes_ = total_bytes_;
+    active_ = false;
+    erase_bar();
+    put_line(out_fd_, summary());
+}
+
+void Display::abandon()
+{
+    const std::lock_guard lock(mutex_);
+    active_ = false;
+    erase_bar();
+}
+
+void Display::tick()
+{
+    const std::lock_guard lock(mutex_);
+    if (active_ && live_)
+        redraw(false);
+}
+
+bool Display::confirm(const std::string& question)
+{
+    if (isatty(STDIN_FILENO) != 1 || isatty(out_fd_) != 1)
+        return false;
+    {
+        const std::lock_guard lock(mutex_);
+        erase_bar();
+        write_all(out_fd_, question + " [y/N] ");
+    }
+    char answer[16] = "";
+    if (std::fgets(answer, sizeof answer, stdin) == nullptr)
+        return false;
+    return answer[0] == 'y' || answer[0] == 'Y';
+}
+
+void Display::put_line(int fd, std::string_view line)
+{
+    erase_bar();
+    write_all(fd, std::string(line) + "\n");
+    if (active_ && live_)
+        redraw(true);
+}
+
+void Display::erase_bar()
+{
+    if (!bar_visible_)
+        return;
+    write_all(out_fd_, "\r\033[K");
+    bar_visible_ = false;
+    last_words::set_line_open(false);
+}
+
+void Display::redraw(bool always)
+{
+    const auto now = Clock::now();
+    if (!always && now - drawn_ < kRedrawInterval)
+        return;
+    drawn_ = now;
+    bar_visible_ = true;
+    last_words::set_line_open(true);
+    // One column stays free: a full line would make some terminals wrap.
+    write_all(out_fd_, "\r" + bar_line(terminal_width(out_fd_) - 1) + "\033[K");
+}
+
+std::string Display::bar_line(size_t width) const
+{
+    const std::string head = padded(phase_, kPhaseColumns);
+    const double elapsed = elapsed_s();
+    if (total_bytes_ == 0) {
+        const std::string time = format("%5.1f s", elapsed);
+        if (width < head.size() + 2 + kSmallestBar + time.size())
+            return (head + time).substr(0, width);
+        return head + filled_bar(kSmallestBar) + time;
+    }
+    const std::string share = format("%4u%%", percent());
+    std::string rate;
+    std::string left;
+    if (elapsed > kRateKnown_s && done_bytes_ > 0) {
+        const double per_byte_s = elapsed / static_cast<double>(done_bytes_);
+        const double bytes_left = static_cast<double>(total_bytes_ - done_bytes_);
+        const auto left_s = static_cast<unsigned>(std::ceil(per_byte_s * bytes_left));
+        rate = format("%8.1f KiB/s", rate_kib_per_s());
+        left = format("  %u:%02u left", left_s / 60, left_s % 60);
+    }
+    // The narrower the terminal, the less is said: first the time goes, then the rate, then the
+    // bar.
+    const std::string with_rate = share + rate;
+    const std::string with_time = with_rate + left;
+    for (const std::string& tail : {with_time, with_rate, share}) {
+        const size_t fixed = head.size() + 2 + tail.size();
+        if (width >= fixed + kSmallestBar)
+            return with_bar(head, std::min(width - fixed, kLargestBar), tail);
+    }
+    return (head + share).substr(0, width);
+}
+
+std::string Display::with_bar(const std::string& head, size_t cells, const std::string& tail) const
+{
+    return head + filled_bar(cells) + tail;
+}
+
+std::string Display::filled_bar(size_t width) const
+{
+    std::string cells(width, ' ');
+    if (total_bytes_ == 0) {
+        // Three cells that wander to and fro.
+        const size_t way = width - 3;
+        const size_t step = static_cast<size_t>(elapsed_s() * 8) % (2 * way);
+        cells.replace(step < way ? step : 2 * way - step, 3, "<=>");
+    } else {
+        const auto full = static_cast<size_t>(done_bytes_ * width / total_bytes_);
+        cells.replace(0, full, full, '=');
+        if (full < width)
+            cells[full] = '>';
+    }
+    return colour_ ? "[\033[32m" + cells + "\033[0m]" : "[" + cells + "]";
+}
+
+std::string Display::summary() const
+{
+    std::string text = live_ ? padded(phase_, kPhaseColumns) : phase_ + " ";
+    text += format("done in %.1f s", elapsed_s());
+    if (total_bytes_ > 0)
+        text += format(", %.1f KiB", static_cast<double>(total_bytes_) / 1024);
+    if (total_bytes_ > 0 && elapsed_s() > kRateKnown_s)
+        text += format(" at %.1f KiB/s", rate_kib_per_s());
+    return text;
+}
+
+/// Without a terminal: a line at every quarter, but not more than one every two seconds.
+void Display::print_quarter()
+{
+    const unsigned quarter = percent() / 25;
+    const double since_line_s = std::chrono::duration<double>(Clock::now() - drawn_).count();
+    if (quarter <= quarters_said_ || quarter > 3 || since_line_s < kPlainLineInterval_s)
+        return;
+    quarters_said_ = quarter;
+    drawn_ = Clock::now();
+    put_line(out_fd_, format("%s %u%%", phase_.c_str(), percent()));
+}
+
+double Display::elapsed_s() const
+{
+    return std::chrono::duration<double>(Clock::now() - begun_).count();
+}
+
+double Display::rate_kib_per_s() const
+{
+    return static_cast<double>(done_bytes_) / 1024 / std::max(elapsed_s(), 0.001);
+}
+
+unsigned Display::percent() const
+{
+    return total_bytes_ == 0 ? 0 : static_cast<unsigned>(done_bytes_ * 100 / total_bytes_);
+}
+
+} // namespace tool

@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <mutex>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace tool {
+
+/**
+ * Everything that the user sees: lines, and the progress of one phase at a time. On a terminal the
+ * progress is a bar that is redrawn in place, otherwise a few plain lines. Thread-safe.
+ *
+ * Keeps its own copies of standard output and standard error, so that it goes on speaking while
+ * they are captured.
+ */
+class Display {
+public:
+    Display();
+    ~Display();
+    Display(const Display&) = delete;
+    Display& operator=(const Display&) = delete;
+
+    /// A line on standard output.
+    void say(std::string_view line);
+    /// A line on standard error.
+    void warn(std::string_view line);
+
+    /// Bytes as they are, on standard output.
+    void pass_on(std::span<const uint8_t> bytes);
+
+    /// A phase begins; 0 bytes: nobody knows how long it takes.
+    void begin(std::string phase, uint64_t total_bytes);
+    void advance(uint64_t done_bytes);
+    /// The phase is done. Without a phase: nothing.
+    void end();
+    /// The phase failed, or nobody cares any more: takes the bar away.
+    void abandon();
+    /// Time passes: redraws.
+    void tick();
+
+    /// Asks a yes-or-no question; false when nobody can answer.
+    bool confirm(const std::string& question);
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void put_line(int fd, std::string_view line);
+    void redraw(bool always);
+    void erase_bar();
+    std::string bar_line(size_t width) const;
+    std::string with_bar(const std::string& head, size_t cells, const std::string& tail) const;
+    std::string filled_bar(size_t width) const;
+    std::string summary() const;
+    void print_quarter();
+    double elapsed_s() const;
+    double rate_kib_per_s() const;
+    unsigned percent() const;
+
+    int out_fd_;
+    int err_fd_;
+    bool live_; ///< standard output is a terminal that can redraw a line
+    bool colour_;
+
+    mutable std::mutex mutex_;
+    bool active_ = false;
+    bool bar_visible_ = false;
+    std::string phase_;
+    uint64_t total_bytes_ = 0;
+    uint64_t done_bytes_ = 0;
+    Clock::time_point begun_;
+    Clock::time_point drawn_;
+    unsigned quarters_said_ = 0;
+};
+
+} // namespace tool

@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: Apache-2.0
+// The reserved area of the SPI flash.
+#include "atomic_file.h"
+#include "failure.h"
+#include "feature.h"
+#include "text.h"
+
+#include <nyxus/rom.h>
+#include <fstream>
+#include <iterator>
+
+namespace tool {
+
+namespace {
+
+constexpr uint16_t kAreaBytes = 256;
+
+void require_flash(const Session& session)
+{
+    if (!session.camera.is_spi())
+        throw Failure(kExitNotSupported,
+                      session.camera.name() + " has no SPI flash, and so no reserved area");
+}
+
+std::vector<uint8_t> read_area(Session& session, uint16_t size)
+{
+    std::vector<uint8_t> bytes(size);
+    session.check("reading the reserved area",
+                  XU_SpiGetReservedArea(session.device(), size, bytes.data()));
+    return bytes;
+}
+
+void run_read(Session& session, const std::string& file)
+{
+    require_flash(session);
+    const std::vector<uint8_t> bytes = read_area(session, kAreaBytes);
+    session.console.drain();
+    if (file == "-")
+        return session.console.display().pass_on(bytes);
+    AtomicFile out(file);
+    out.write_all(bytes);
+    out.commit();
+    session.print_done("reserved", format("%zu bytes read", bytes.size()));
+}
+
+std::vector<uint8_t> load(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::vector<uint8_t> bytes(kAreaBytes + 1);
+    file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    bytes.resize(static_cast<size_t>(file.gcount()));
+    if (bytes.empty())
+        throw Failure(kExitFailure, "cannot read '" + path + "', or it is empty");
+    if (bytes.size() > kAreaBytes)
+        throw Failure(kExitUsage, "'" + path + "' is too large; the reserved area has 1 to " +
+                                      std::to_string(kAreaBytes) + " bytes");
+    return bytes;
+}
+
+void run_write(Session& session, const std::vector<uint8_t>& bytes)
+{
+    require_flash(session);
+    const auto size = static_cast<uint16_t>(bytes.size());
+    session.check("writing the reserved area",
+                  XU_SpiSetReservedArea(session.device(), size, bytes.data()));
+    if (read_area(session, size) != bytes)
+        throw Failure(kExitMismatch,
+                      "the reserved area does not hold what was written: it is not "
+                      "erased first, so bits that are 0 stay 0");
+    session.print_done("reserved", format("%u bytes written, not erased before", size));
+}
+
+} // namespace
+
+void add_reserved_command(CLI::App& app, Arguments& arguments)
+{
+    const auto file = std::make_shared<std::string>();
+    const auto bytes = std::make_shared<std::vector<uint8_t>>();
+    CLI::App* command = add_feature(app, "reserved", "Read or write the reserved area of the flash",
+                                    "nyxus reserved read notes.bin");
+    command->require_subcommand(1);
+    CLI::App* read =
+        add_feature(*command, "read", "Copy the area to a file", "nyxus reserved read notes.bin");
+    read->add_option("FILE", *file, "File to write; - is standard output")
+        ->required()
+        ->type_name("");
+    set_action(
+        read, arguments, [file](Session& session) { run_read(session, *file); },
+        [file] {
+            if (*file != "-")
+                refuse_impossible_target(*file);
+        });
+
+    CLI::App* write = add_feature(
+        *command, "write", "Program the area; it is not erased first, so only 1 bits become 0",
+        "nyxus reserved write notes.bin");
+    write->add_option("FILE", *file, "At most 256 bytes")->required()->type_name("");
+    set_action(
+        write, arguments, [bytes](Session& session) { run_write(session, *bytes); },
+        [file, bytes] { *bytes = load(*file); });
+}
+
+} // namespace tool

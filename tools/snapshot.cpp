@@ -1,0 +1,147 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "atomic_file.h"
+#include "failure.h"
+#include "picture_size.h"
+#include "text.h"
+
+#include <png.h>
+#include <unistd.h>
+#include <algorithm>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+namespace tool {
+
+namespace {
+
+/// The library tries without end to get a complete frame; this ends the program instead.
+class Watchdog {
+public:
+    Watchdog(Console& console, uint32_t wait_s)
+        : thread_([this, &console, wait_s] { run(console, wait_s); })
+    {
+    }
+    ~Watchdog()
+    {
+        {
+            const std::lock_guard lock(mutex_);
+            done_ = true;
+        }
+        changed_.notify_one();
+        thread_.join();
+    }
+    Watchdog(const Watchdog&) = delete;
+    Watchdog& operator=(const Watchdog&) = delete;
+
+private:
+    void run(Console& console, uint32_t wait_s)
+    {
+        std::unique_lock lock(mutex_);
+        if (changed_.wait_for(lock, std::chrono::seconds(wait_s), [this] { return done_; }))
+            return;
+        console.display().warn(
+            format("nyxus: no complete frame within %u s; try a longer --wait or a smaller --size",
+                   wait_s));
+        _exit(kExitTimeout);
+    }
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool done_ = false;
+    std::thread thread_;
+};
+
+uint8_t clamped(int value)
+{
+    return static_cast<uint8_t>(std::clamp(value, 0, 255));
+}
+
+/// A pixel of limited-range video, in 1/256 steps.
+void put_rgb(uint8_t* rgb, int y, int cb, int cr)
+{
+    const int luma = 298 * (y - 16) + 128;
+    rgb[0] = clamped((luma + 409 * (cr - 128)) / 256);
+    rgb[1] = clamped((luma - 100 * (cb - 128) - 208 * (cr - 128)) / 256);
+    rgb[2] = clamped((luma + 516 * (cb - 128)) / 256);
+}
+
+std::vector<uint8_t> rgb_of(const uvc_frame_t& frame, const VideoStreamParam& param)
+{
+    const size_t bytes = size_t{param.width} * param.height * 2;
+    if (frame.data == nullptr || frame.data_bytes < bytes)
+        throw Failure(kExitFailure, "the camera sent an incomplete frame");
+    const auto* yuyv = static_cast<const uint8_t*>(frame.data);
+    std::vector<uint8_t> rgb(bytes / 2 * 3);
+    for (size_t i = 0; i < bytes / 4; ++i) {
+        const uint8_t* pair = yuyv + 4 * i;
+        put_rgb(&rgb[6 * i], pair[0], pair[1], pair[3]);
+        put_rgb(&rgb[6 * i + 3], pair[2], pair[1], pair[3]);
+    }
+    return rgb;
+}
+
+std::vector<uint8_t> png_of(const std::vector<uint8_t>& rgb, const VideoStreamParam& param)
+{
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    image.width = param.width;
+    image.height = param.height;
+    image.format = PNG_FORMAT_RGB;
+    png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(image);
+    std::vector<uint8_t> png(size);
+    if (png_image_write_to_memory(&image, png.data(), &size, 0, rgb.data(), 0, nullptr) == 0)
+        throw Failure(kExitFailure, std::string("cannot make a PNG: ") + image.message);
+    png.resize(size);
+    return png;
+}
+
+std::vector<uint8_t> take_picture(Session& session, VideoStreamParam& param, uint32_t wait_s)
+{
+    const Watchdog watchdog(session.console, wait_s);
+    const int32_t status = startVideoStream_snapshot(session.device(), nullptr, &param);
+    std::vector<uint8_t> rgb;
+    if (status == 0 && param.frame != nullptr)
+        rgb = rgb_of(*param.frame, param);
+    stopVideoStream(session.device());
+    if (rgb.empty())
+        throw Failure(status == UVC_ERROR_NO_DEVICE ? kExitCameraLost : kExitNotSupported,
+                      format("cannot stream %ux%u: ", param.width, param.height) +
+                          uvc_strerror(static_cast<uvc_error_t>(status)) +
+                          "; 320x240, 640x480 and 1280x720 are usual sizes");
+    return rgb;
+}
+
+struct Options {
+    std::string file;
+    VideoOptions video;
+    uint32_t wait_s = 10;
+};
+
+void run_snapshot(Session& session, const Options& options)
+{
+    VideoStreamParam param = stream_param(options.video);
+    const std::vector<uint8_t> png = png_of(take_picture(session, param, options.wait_s), param);
+    AtomicFile file(options.file);
+    file.write_all(png);
+    file.commit();
+    session.print({{"snapshot", options.file}, {"width", param.width}, {"height", param.height}});
+}
+
+} // namespace
+
+void add_snapshot_command(CLI::App& app, Arguments& arguments)
+{
+    constexpr uint32_t kLongestWait_s = 600;
+    const auto options = std::make_shared<Options>();
+    CLI::App* command =
+        add_feature(app, "snapshot", "Save a picture as PNG", "nyxus snapshot shot.png");
+    command->add_option("FILE", options->file, "File to write")->required()->type_name("");
+    add_video_options(command, options->video);
+    add_number(command, "--wait", options->wait_s, 1, kLongestWait_s, "Give up after seconds");
+    set_action(
+        command, arguments, [options](Session& session) { run_snapshot(session, *options); },
+        [options] { refuse_impossible_target(options->file); });
+}
+
+} // namespace tool

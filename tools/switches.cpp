@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: Apache-2.0
+// Flip, mirror and the gain of the JPEG encoder.
+#include "feature.h"
+
+#include <nyxus/access.h>
+#include <nyxus/peripheral.h>
+
+namespace tool {
+
+namespace {
+
+struct Switch {
+    const char* name;
+    const char* summary;
+    int32_t (*get)(NyDevice*, uint8_t*);
+    int32_t (*set)(NyDevice*, int32_t);
+};
+
+// clang-format off
+constexpr Switch switches[] = {
+//   name      summary                                      read         write
+    {"flip",   "Turn the picture upside down, or ask",      XuGetFlip,   XuSetFlip},
+    {"mirror", "Mirror the picture left to right, or ask",  XuGetMirror, XuSetMirror},
+};
+// clang-format on
+
+std::string state_of(Session& session, const Switch& row)
+{
+    uint8_t state = 0;
+    session.check(std::string("reading ") + row.name, row.get(session.device(), &state));
+    return on_or_off(state != 0);
+}
+
+void run_switch(Session& session, const Switch& row, const std::string& wanted)
+{
+    const std::string before = state_of(session, row);
+    if (wanted.empty())
+        return session.print({{row.name, before}});
+    session.check(std::string("setting ") + row.name, row.set(session.device(), wanted == "on"));
+    session.print_change(row.name, before, state_of(session, row));
+}
+
+void add_switch(CLI::App& app, Arguments& arguments, const Switch& row)
+{
+    CLI::App* command =
+        add_feature(app, row.name, row.summary, std::string("nyxus ") + row.name + " on");
+    const auto wanted = std::make_shared<std::string>();
+    add_choice(command, "STATE", *wanted, {"on", "off"}, "on or off; without: ask");
+    set_action(command, arguments,
+               [&row, wanted](Session& session) { run_switch(session, row, *wanted); });
+}
+
+uint8_t gain_of(Session& session)
+{
+    uint8_t gain = 0;
+    session.check("reading the gain", XU_MjpgQGainGet(session.device(), &gain));
+    return gain;
+}
+
+void run_gain(Session& session, uint32_t wanted)
+{
+    const uint8_t before = gain_of(session);
+    if (wanted == 0)
+        return session.print({{"gain", before}});
+    session.check("setting the gain",
+                  XU_MjpgQGainSet(session.device(), static_cast<int32_t>(wanted)));
+    session.print_change("gain", before, gain_of(session));
+}
+
+/// The encoder takes 32 for none of its steps.
+std::string refuse_gain(const std::string& text)
+{
+    uint32_t gain = 0;
+    CLI::detail::lexical_cast(text, gain);
+    return gain == 32 ? "Value 32 not in range 1 to 63 except 32" : "";
+}
+
+void add_gain(CLI::App& app, Arguments& arguments)
+{
+    constexpr uint32_t kMost = 63;
+    CLI::App* command =
+        add_feature(app, "gain", "Set the quantisation gain of MJPEG, or ask", "nyxus gain 40");
+    const auto wanted = std::make_shared<uint32_t>(0);
+    add_number(command, "GAIN", *wanted, 1, kMost, "Gain, but not 32; without: ask")
+        ->check(CLI::Validator(refuse_gain, ""));
+    set_action(command, arguments, [wanted](Session& session) { run_gain(session, *wanted); });
+}
+
+} // namespace
+
+void add_switch_commands(CLI::App& app, Arguments& arguments)
+{
+    for (const Switch& row : switches)
+        add_switch(app, arguments, row);
+    add_gain(app, arguments);
+}
+
+} // namespace tool
