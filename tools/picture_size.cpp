@@ -41,6 +41,20 @@ VideoStreamParam stream_param(const VideoOptions& options)
     return param;
 }
 
+Failure stream_failure(const VideoStreamParam& param, int32_t status)
+{
+    std::string text = format("cannot stream %ux%u", param.width, param.height);
+    if (param.fps != 0)
+        text += format(" at %u frames per second", param.fps);
+    text += std::string(": ") + uvc_strerror(static_cast<uvc_error_t>(status));
+    if (status == UVC_ERROR_NO_DEVICE)
+        return {kExitCameraLost, text};
+    text += "; 320x240, 640x480 and 1280x720 are usual sizes";
+    if (param.fps != 0)
+        text += ", and without --fps the camera chooses the rate";
+    return {kExitNotSupported, text};
+}
+
 std::string usbfs_advice(const VideoStreamParam& param)
 {
     constexpr uint64_t kTransfers = 100;

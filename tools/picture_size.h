@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "failure.h"
 #include "feature.h"
 
 #include <nyxus/video.h>
@@ -15,6 +16,8 @@ struct VideoOptions {
 
 void add_video_options(CLI::App* command, VideoOptions& options);
 VideoStreamParam stream_param(const VideoOptions& options);
+/// Why no stream of this size and rate has started.
+Failure stream_failure(const VideoStreamParam& param, int32_t status);
 /// What to do about a kernel limit that is too small for the stream's transfers; "" when it is not.
 std::string usbfs_advice(const VideoStreamParam& param);
 

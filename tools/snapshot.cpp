@@ -105,10 +105,7 @@ std::vector<uint8_t> take_picture(Session& session, VideoStreamParam& param, uin
         rgb = rgb_of(*param.frame, param);
     stopVideoStream(session.device());
     if (rgb.empty())
-        throw Failure(status == UVC_ERROR_NO_DEVICE ? kExitCameraLost : kExitNotSupported,
-                      format("cannot stream %ux%u: ", param.width, param.height) +
-                          uvc_strerror(static_cast<uvc_error_t>(status)) +
-                          "; 320x240, 640x480 and 1280x720 are usual sizes");
+        throw stream_failure(param, status);
     return rgb;
 }
 

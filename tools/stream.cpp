@@ -93,9 +93,7 @@ void run_stream(Session& session, const Options& options)
         wait_for_end(options.seconds);
     stopVideoStream(session.device());
     if (status < 0)
-        throw Failure(status == UVC_ERROR_NO_DEVICE ? kExitCameraLost : kExitNotSupported,
-                      format("cannot stream %ux%u: ", param.width, param.height) +
-                          uvc_strerror(static_cast<uvc_error_t>(status)));
+        throw stream_failure(param, status);
     if (reception.frames == 0)
         throw Failure(kExitTimeout, "the camera sent no complete frame");
     session.print({{"frames", reception.frames},

@@ -71,17 +71,19 @@ void run_gain(Session& session, uint32_t wanted)
 std::string refuse_gain(const std::string& text)
 {
     uint32_t gain = 0;
-    CLI::detail::lexical_cast(text, gain);
-    return gain == 32 ? "Value 32 not in range 1 to 63 except 32" : "";
+    const bool number = CLI::detail::lexical_cast(text, gain);
+    return number && gain >= 1 && gain <= 63 && gain != 32
+               ? ""
+               : "Value " + text + " not in range 1 to 63 except 32";
 }
 
 void add_gain(CLI::App& app, Arguments& arguments)
 {
-    constexpr uint32_t kMost = 63;
     CLI::App* command =
         add_feature(app, "gain", "Set the quantisation gain of MJPEG, or ask", "nyxus gain 40");
     const auto wanted = std::make_shared<uint32_t>(0);
-    add_number(command, "GAIN", *wanted, 1, kMost, "Gain, but not 32; without: ask")
+    command->add_option("GAIN", *wanted, "Gain (1 to 63 except 32); without: ask")
+        ->type_name("")
         ->check(CLI::Validator(refuse_gain, ""));
     set_action(command, arguments, [wanted](Session& session) { run_gain(session, *wanted); });
 }

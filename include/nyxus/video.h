@@ -17,7 +17,7 @@ typedef struct VideoStreamParam {
     uint32_t reserved;  /**< not read by the library */
     uint32_t width;     /**< pixels */
     uint32_t height;    /**< pixels */
-    uint32_t fps;       /**< frames per second */
+    uint32_t fps;       /**< frames per second; 0: the first rate that the camera offers */
     uvc_frame_t* frame; /**< filled by a snapshot */
 } VideoStreamParam;
 

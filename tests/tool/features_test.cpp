@@ -215,9 +215,9 @@ TEST(Features, OutOfRangeIsRefusedWithTheRange)
         const char* range;
     } const cases[] = {
         {{"flip", "sideways"}, "on,off"},
-        {{"gain", "0"}, "1 to 63"},
+        {{"gain", "0"}, "1 to 63 except 32"},
         {{"gain", "32"}, "1 to 63 except 32"},
-        {{"gain", "64"}, "1 to 63"},
+        {{"gain", "64"}, "1 to 63 except 32"},
         {{"led", "256"}, "0 to 255"},
         {{"led", "0", "0x01"}, "any sum of 0x08, 0x10 and 0x40"},
         {{"gpio", "16", "high"}, "0 to 15"},
@@ -255,7 +255,7 @@ TEST(Features, OutOfRangeIsRefusedWithTheRange)
 
 TEST(Features, PicturesAndVideoReachTheirFiles)
 {
-    for (const char* camera : {"rowan-spi"}) {
+    for (const char* camera : {"rowan-spi", "rowan-iso"}) {
         run_steps(camera,
                   {
                       {"snapshot \"${TMPDIR:-/tmp}/nyxus-$$.png\" --size 320x240 && "
@@ -264,6 +264,8 @@ TEST(Features, PicturesAndVideoReachTheirFiles)
                        0, "PNG"},
                       {"snapshot /no/such/folder/shot.png", 1, "/no/such/folder/shot.png"},
                       {"snapshot shot.png --size 124x45", 12, "cannot stream 124x45"},
+                      {"stream --size 1280x720 --count 2", 0, "frames: 2"},
+                      {"stream --size 1280x720 --fps 30 --count 2", 12, "without --fps"},
                       {"stream --size 320x240 --count 3 --raw \"${TMPDIR:-/tmp}/nyxus-$$.raw\" && "
                        "wc -c < \"${TMPDIR:-/tmp}/nyxus-$$.raw\" && "
                        "rm \"${TMPDIR:-/tmp}/nyxus-$$.raw\"",
