@@ -7,10 +7,15 @@
 
 namespace sim {
 
-struct RunArguments {
+/// Which cameras, and how they run.
+struct SimulationArguments {
     std::vector<std::string> cameras;
     std::vector<std::string> rom_files;
     bool fast = false;
+};
+
+struct RunArguments {
+    SimulationArguments simulation;
     std::vector<std::string> program;
 };
 

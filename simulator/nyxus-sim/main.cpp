@@ -27,25 +27,33 @@ run exits with the program's code, 128+N when it died of signal N, 127 when ther
 program, 126 when it cannot be run, 125 when the simulation itself failed. Wrong arguments: 2.
 )";
 
+void add_simulation_options(CLI::App* command, sim::SimulationArguments& arguments)
+{
+    command
+        ->add_option("--camera", arguments.cameras,
+                     "A camera: MODEL[,serial=TEXT][,bus=N][,rom=FILE][,blank]; may be repeated")
+        ->type_name("CAMERA")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    command
+        ->add_option("--rom", arguments.rom_files,
+                     "Keep the ROM in this file between runs; for the cameras in their order")
+        ->type_name("FILE")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    command
+        ->add_option_function<std::string>(
+            "--speed", [&](const std::string& speed) { arguments.fast = speed == "fast"; },
+            "real: as long as the hardware takes; fast: the program's usleep() takes no time")
+        ->type_name("real|fast")
+        ->check(CLI::IsMember({"real", "fast"}));
+}
+
 void add_run(CLI::App& app, sim::RunArguments& arguments)
 {
     CLI::App* run = app.add_subcommand("run", "Run a program with simulated cameras plugged in");
     run->footer("The program and its arguments follow after --");
-    run->add_option("--camera", arguments.cameras,
-                    "A camera: MODEL[,serial=TEXT][,bus=N][,rom=FILE][,blank]; may be repeated")
-        ->type_name("CAMERA")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    run->add_option("--rom", arguments.rom_files,
-                    "Keep the ROM in this file between runs; for the cameras in their order")
-        ->type_name("FILE")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    run->add_option_function<std::string>(
-           "--speed", [&](const std::string& speed) { arguments.fast = speed == "fast"; },
-           "real: as long as the hardware takes; fast: the program's usleep() takes no time")
-        ->type_name("real|fast")
-        ->check(CLI::IsMember({"real", "fast"}));
+    add_simulation_options(run, arguments.simulation);
 }
 
 void add_image(CLI::App& app, sim::ImageArguments& arguments)

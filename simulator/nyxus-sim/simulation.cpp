@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "simulation.h"
+
+#include "camera_request.h"
+#include "whole_file.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <optional>
+
+namespace sim {
+
+namespace {
+
+constexpr uint8_t kErased = 0xFF;
+
+uint32_t rom_bytes(const CameraModel& model)
+{
+    return model.rom_kind == RomKind::kSpiFlash ? model.flash.size_bytes : model.eeprom.size_bytes;
+}
+
+// Empty: factory contents.
+std::vector<uint8_t> first_contents(const CameraRequest& request)
+{
+    const uint32_t bytes = rom_bytes(*request.model);
+    if (!request.rom_file.empty()) {
+        if (std::optional<std::vector<uint8_t>> kept = read_file(request.rom_file)) {
+            if (kept->size() != bytes) {
+                throw UsageError("'" + request.rom_file + "' has " + std::to_string(kept->size()) +
+                                 " bytes, but the ROM of " + std::string(request.model->name) +
+                                 " has " + std::to_string(bytes));
+            }
+            return *std::move(kept);
+        }
+    }
+    return request.blank ? std::vector<uint8_t>(bytes, kErased) : std::vector<uint8_t>();
+}
+
+} // namespace
+
+Simulation::Simulation(const SimulationArguments& arguments)
+    : fast_(arguments.fast),
+      bed_(fast_ ? static_cast<Clock&>(virtual_clock_) : static_cast<Clock&>(real_clock_))
+{
+    plug(arguments);
+}
+
+void Simulation::plug(const SimulationArguments& arguments)
+{
+    for (const CameraRequest& request : parse_cameras(arguments.cameras, arguments.rom_files)) {
+        const std::vector<uint8_t> rom = first_contents(request);
+        PluggedCamera& camera =
+            bed_.plug(*request.model, {.bus = request.bus, .serial = request.serial, .rom = rom});
+        camera.set_tracing(false);
+        cameras_.push_back(&camera);
+        if (!request.rom_file.empty()) {
+            kept_.push_back({&camera, request.rom_file, rom});
+        }
+    }
+}
+
+// Every ROM is tried, so that one full disk does not cost the others.
+bool Simulation::finish()
+{
+    bed_.settle();
+    bool saved = true;
+    for (const KeptRom& rom : kept_) {
+        const auto controller = rom.camera->controller();
+        const std::span<const uint8_t> contents = controller->rom();
+        try {
+            const bool exists = read_file(rom.file).has_value();
+            if (!exists || !std::ranges::equal(contents, rom.contents)) {
+                write_file(rom.file, contents);
+            }
+        } catch (const std::runtime_error& error) {
+            std::fprintf(stderr, "nyxus-sim: the camera's ROM is lost: %s\n", error.what());
+            saved = false;
+        }
+    }
+    return saved;
+}
+
+} // namespace sim

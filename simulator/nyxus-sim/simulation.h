@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "bus/bed.h"
+#include "commands.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+/// The cameras of one invocation, plugged in, with what the command line wants around them. Make it
+/// before starting threads.
+class Simulation {
+public:
+    /// Throws UsageError or std::runtime_error.
+    explicit Simulation(const SimulationArguments& arguments);
+    Simulation(const Simulation&) = delete;
+    Simulation& operator=(const Simulation&) = delete;
+
+    Bed& bed() { return bed_; }
+    /// In the order of the command line.
+    const std::vector<PluggedCamera*>& cameras() const { return cameras_; }
+    /// nullptr when the cameras run in real time.
+    VirtualClock* virtual_clock() { return fast_ ? &virtual_clock_ : nullptr; }
+
+    /// Waits until what is under way has happened, and keeps the ROMs that are to be kept. False
+    /// when one is lost, which it has reported.
+    bool finish();
+
+private:
+    struct KeptRom {
+        PluggedCamera* camera;
+        std::string file;
+        std::vector<uint8_t> contents; ///< of the file; empty when it does not exist yet
+    };
+
+    void plug(const SimulationArguments& arguments);
+
+    bool fast_;
+    RealClock real_clock_;
+    VirtualClock virtual_clock_;
+    Bed bed_;
+    std::vector<PluggedCamera*> cameras_;
+    std::vector<KeptRom> kept_;
+};
+
+} // namespace sim
