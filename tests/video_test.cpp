@@ -198,18 +198,31 @@ TEST(Video, ATruncatedFrameNeverReachesTheCallback)
 
 TEST(Video, ASnapshotTriesAgainAfterABadFrame)
 {
-    Camera camera{models::kRowan, Time::kReal};
-    NyDevice* device = camera.device();
-    camera.sim().set_frame_fault([](uint64_t ordinal) {
-        return ordinal == 0 ? sim::FrameFault::truncated(1000) : sim::FrameFault::none();
-    });
-    VideoStreamParam param = size_of(320, 240);
-    camera.listen();
-    ASSERT_EQ(startVideoStream_snapshot(device, nullptr, &param), 0);
-    ASSERT_NE(param.frame, nullptr);
-    EXPECT_EQ(param.frame->data_bytes, 320u * 240 * 2);
-    EXPECT_EQ(camera.wire(), std::vector<std::string>{"SET 06: 81 0B 78 03"}) << "the retrigger";
-    stopVideoStream(device);
+    struct {
+        const char* what;
+        sim::FrameFault fault;
+        uint64_t bad_frames;
+    } const cases[] = {
+        {"an incomplete frame", sim::FrameFault::truncated(1000), 1},
+        {"no frame at all for a second", sim::FrameFault::error_bit(), 30},
+    };
+    for (const auto& [what, fault, bad_frames] : cases) {
+        Camera camera{models::kRowan, Time::kReal};
+        NyDevice* device = camera.device();
+        camera.sim().set_frame_fault([fault = fault, bad = bad_frames](uint64_t ordinal) {
+            return ordinal < bad ? fault : sim::FrameFault::none();
+        });
+        VideoStreamParam param = size_of(320, 240);
+        camera.listen();
+        ASSERT_EQ(startVideoStream_snapshot(device, nullptr, &param), 0) << what;
+        ASSERT_NE(param.frame, nullptr) << what;
+        EXPECT_EQ(param.frame->data_bytes, 320u * 240 * 2) << what;
+        const std::vector<std::string> wire = camera.wire();
+        ASSERT_FALSE(wire.empty()) << what;
+        for (const std::string& retrigger : wire)
+            EXPECT_EQ(retrigger, "SET 06: 81 0B 78 03") << what;
+        stopVideoStream(device);
+    }
 }
 
 class VideoDeathTest : public testing::Test {

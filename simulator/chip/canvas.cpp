@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 
 namespace sim {
 namespace {
@@ -21,7 +22,7 @@ Canvas::Canvas(uint32_t width, uint32_t height, std::span<uint8_t> yuyv, Orienta
 
 void Canvas::fill(Area area, Colour colour)
 {
-    if (area.x >= width_ || area.y >= height_)
+    if (area.x >= width_ || area.y >= height_ || area.height == 0)
         return;
     const uint32_t columns = std::min(area.width + area.x % 2, width_ - (area.x & ~1U));
     const uint32_t rows = std::min(area.height, height_ - area.y);
@@ -32,12 +33,12 @@ void Canvas::fill(Area area, Colour colour)
 
     const std::array<uint8_t, kPairBytes> pair = {colour.luma, colour.blue_difference, colour.luma,
                                                   colour.red_difference};
-    for (uint32_t row = first_row; row < first_row + rows; ++row) {
-        const size_t offset = (size_t{row} * width_ / 2 + first_pair) * kPairBytes;
-        const auto bytes = yuyv_.subspan(offset, size_t{pairs} * kPairBytes);
-        for (auto at = bytes.begin(); at != bytes.end(); at += kPairBytes)
-            std::ranges::copy(pair, at);
-    }
+    const size_t row_bytes = size_t{width_} / 2 * kPairBytes;
+    uint8_t* const first = yuyv_.data() + first_row * row_bytes + size_t{first_pair} * kPairBytes;
+    for (uint32_t i = 0; i < pairs; ++i)
+        std::memcpy(first + size_t{i} * kPairBytes, pair.data(), kPairBytes);
+    for (uint32_t row = 1; row < rows; ++row)
+        std::memcpy(first + row * row_bytes, first, size_t{pairs} * kPairBytes);
 }
 
 } // namespace sim

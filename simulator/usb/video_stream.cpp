@@ -119,11 +119,18 @@ FrameFault::Kind VideoStream::take_frame()
 {
     const FrameFault fault = fault_ && !halted_ ? fault_(ordinal_++) : FrameFault::none();
     halted_ = halted_ || fault.kind == FrameFault::Kind::kHalted;
-    schedule_next();
     const uint32_t number = frame_number_++;
-    if (halted_) {
-        return FrameFault::Kind::kHalted;
+    if (!halted_) {
+        draw(number, fault);
     }
+    // After drawing, which takes time: a machine too slow for the rate gets fewer frames, and the
+    // host its turn in between.
+    schedule_next();
+    return halted_ ? FrameFault::Kind::kHalted : fault.kind;
+}
+
+void VideoStream::draw(uint32_t number, const FrameFault& fault)
+{
     const FrameSize& size = format_->size;
     picture_.resize(size.bytes());
     sensor_.picture(size.width, size.height, number, picture_);
@@ -134,7 +141,6 @@ FrameFault::Kind VideoStream::take_frame()
     has_error_ = fault.kind == FrameFault::Kind::kErrorBit;
     frame_id_ = !frame_id_;
     taken_at_us_ = microseconds(steady_clock::now());
-    return fault.kind;
 }
 
 void VideoStream::drop_frame()

@@ -100,6 +100,7 @@ private:
 
     size_t picture_left() const { return picture_.size() - picture_at_; }
     size_t payload_left() const { return payload_bytes_ - payload_at_; }
+    void draw(uint32_t number, const FrameFault& fault);
     void open_payload(size_t most);
     size_t read_payload(std::span<uint8_t> room);
     void finish_payload();

@@ -19,7 +19,9 @@ extern "C" uvc_frame_desc_t* uvc_find_frame_desc(uvc_device_handle_t* devh, uint
 namespace {
 
 constexpr uint32_t kPayloadHeaderBytes = 12;
-constexpr int32_t kFrameWait_us = 1000000;
+constexpr int64_t kFrameWait_us = 1000000;
+constexpr timespec kPollInterval = {0, 1000000};
+constexpr int32_t kWithoutWaiting = -1;
 constexpr uint8_t kSnapshotTrigger = 3;
 constexpr int64_t kSilentFrames = 2;
 
@@ -102,6 +104,20 @@ uvc_error_t open_polled_stream(NyDevice* pDevObj, uvc_stream_handle_t** stream)
     return rc;
 }
 
+/// The next frame, nullptr after a second without one. Debian's libuvc keeps its own lock when a
+/// wait of its own runs out, so that stopping the stream would hang: it is asked again and again
+/// instead.
+uvc_error_t wait_for_frame(uvc_stream_handle_t* stream, uvc_frame_t** frame)
+{
+    const int64_t end_us = now_us() + kFrameWait_us;
+    for (;;) {
+        const uvc_error_t rc = uvc_stream_get_frame(stream, frame, kWithoutWaiting);
+        if (rc != UVC_SUCCESS || *frame != nullptr || now_us() >= end_us)
+            return rc;
+        nanosleep(&kPollInterval, nullptr);
+    }
+}
+
 /// After a bad frame: stops the stream and asks the board for another picture. False when the
 /// camera is gone, whose stream must not be stopped.
 bool retrigger(NyDevice* pDevObj)
@@ -159,7 +175,7 @@ int32_t startVideoStream_snapshot(NyDevice* pDevObj, void* /*unused*/, VideoStre
         if (rc < 0)
             return rc;
         param->frame = nullptr;
-        rc = uvc_stream_get_frame(stream, &param->frame, kFrameWait_us);
+        rc = wait_for_frame(stream, &param->frame);
         if (rc == UVC_SUCCESS && param->frame != nullptr && is_complete(*param->frame))
             return 0;
         param->frame = nullptr;
