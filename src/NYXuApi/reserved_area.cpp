@@ -9,9 +9,12 @@
 
 static constexpr uint16_t kMostBytes = 256;
 
-/// The ROM has been queried anew and is an SPI flash.
-static int32_t require_spi_flash(NyDevice* pDevObj)
+/// Queries the ROM anew, which has to be an SPI flash.
+static int32_t query_spi_flash(const char* function, NyDevice* pDevObj)
 {
+    const int32_t rv = MP_QueryExtRom(pDevObj);
+    if (rv < 0)
+        return nyxus::pass_on(function, "MP_QueryExtRom(pDevObj)", rv);
     if (pDevObj->bExtRomType == EXTROM_TYPE_SPI)
         return 0;
     NY_TRACE_BARE(NY_TRACE_WARN, "<WARNING> pDevObj->bExtRomType != EXTROM_TYPE_SPI \n");
@@ -25,8 +28,7 @@ int32_t XU_SpiGetReservedArea(NyDevice* pDevObj, uint16_t wLen, uint8_t* pBuf)
         return NYXUS_E_FAILED;
     if (wLen > 0)
         NY_REQUIRE(pBuf);
-    NY_TRY(MP_QueryExtRom(pDevObj));
-    const int32_t rv = require_spi_flash(pDevObj);
+    const int32_t rv = query_spi_flash(__func__, pDevObj);
     if (rv < 0)
         return rv;
     return XuExtRomRead(pDevObj, SPI_RESERVED_ADDR, wLen, pBuf);
@@ -39,8 +41,7 @@ int32_t XU_SpiSetReservedArea(NyDevice* pDevObj, uint16_t wLen, const uint8_t* p
         return NYXUS_E_FAILED;
     if (wLen > 0)
         NY_REQUIRE(pBuf);
-    NY_TRY(MP_QueryExtRom(pDevObj));
-    const int32_t rv = require_spi_flash(pDevObj);
+    const int32_t rv = query_spi_flash(__func__, pDevObj);
     if (rv < 0)
         return rv;
     NY_TRY_AS("MP_ExtRomWriteEnable(pDevObj, pDevObj->bExtRomType, true)",
