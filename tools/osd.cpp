@@ -7,7 +7,9 @@
 #include <nyxus/memory.h>
 #include <nyxus/osd.h>
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
+#include <ctime>
 
 namespace tool {
 
@@ -84,6 +86,23 @@ std::string iso_time(const OsdDatetime& record)
     return format("%04u-%02u-%02uT%02u:%02u:%02u", 2000U + d[0], d[1], d[2], d[3], d[4], d[5]);
 }
 
+std::string local_time()
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    char text[32];
+    return {text, std::strftime(text, sizeof text, "%FT%T", &local)};
+}
+
+bool exists(unsigned year, unsigned month, unsigned day)
+{
+    using std::chrono::year_month_day;
+    return year_month_day(std::chrono::year(static_cast<int>(year)), std::chrono::month(month),
+                          std::chrono::day(day))
+        .ok();
+}
+
 bool parse_time(const std::string& text, OsdDatetime& record)
 {
     unsigned v[6] = {};
@@ -93,8 +112,7 @@ bool parse_time(const std::string& text, OsdDatetime& record)
     constexpr unsigned kFirstYear = 2000;
     constexpr unsigned kLastYear = 2099;
     if (count != 6 || static_cast<size_t>(end) != text.size() || v[0] < kFirstYear ||
-        v[0] > kLastYear || v[1] < 1 || v[1] > 12 || v[2] < 1 || v[2] > 31 || v[3] > 23 ||
-        v[4] > 59 || v[5] > 59)
+        v[0] > kLastYear || !exists(v[0], v[1], v[2]) || v[3] > 23 || v[4] > 59 || v[5] > 59)
         return false;
     v[0] -= kFirstYear;
     std::ranges::transform(v, record.data, [](unsigned x) { return static_cast<uint8_t>(x); });
@@ -104,10 +122,11 @@ bool parse_time(const std::string& text, OsdDatetime& record)
 std::string refuse_time(const std::string& text)
 {
     OsdDatetime ignored{};
-    return parse_time(text, ignored) ? ""
-                                     : "'" + text +
-                                           "' is no time from 2000-01-01T00:00:00 to "
-                                           "2099-12-31T23:59:59";
+    return text == "now" || parse_time(text, ignored)
+               ? ""
+               : "'" + text +
+                     "' is no time from 2000-01-01T00:00:00 to "
+                     "2099-12-31T23:59:59";
 }
 
 void show_datetime(Session& session)
@@ -123,7 +142,7 @@ void set_datetime(Session& session, const Options& options)
 {
     OsdDatetime record = datetime_of(session);
     const std::string before = iso_time(record);
-    parse_time(options.time, record);
+    parse_time(options.time == "now" ? local_time() : options.time, record);
     record.data[6] = static_cast<uint8_t>(options.column.value_or(record.data[6]));
     record.data[7] = static_cast<uint8_t>(options.row.value_or(record.data[7]));
     session.check("setting the date and time", XU_OsdSetDatetime(session.device(), &record));
@@ -192,9 +211,9 @@ void add_datetime(CLI::App& osd, Arguments& arguments, const Shared& options)
     set_action(command, arguments, show_datetime);
     add_toggle(*command, arguments, datetime_toggle, "Show the stamp, or ask", options);
 
-    CLI::App* set = add_feature(*command, "set", "Set the camera's clock",
-                                "nyxus osd datetime set 2026-05-01T12:00:00");
-    set->add_option("TIME", options->time, "As 2026-05-01T12:00:00")
+    CLI::App* set =
+        add_feature(*command, "set", "Set the camera's clock", "nyxus osd datetime set now");
+    set->add_option("TIME", options->time, "As 2026-05-01T12:00:00, or now")
         ->required()
         ->type_name("")
         ->check(CLI::Validator(refuse_time, ""));

@@ -99,6 +99,7 @@ TEST(Features, OsdIsSetAndReset)
               {
                   {"osd enable on", 0, "osd: off -> on\n"},
                   {"osd datetime set 2026-05-01T12:00:00 --column 3", 0, "-> 2026-05-01T12:00:0"},
+                  {"osd datetime set now", 0, "-> 20"},
                   {"osd datetime show on", 0, "osd datetime: off -> on\n"},
                   {"osd datetime", 0, "column: 3\nrow: 1\nshown: on\n"},
                   {"osd string 7 'Front door'", 0, "string 7:  -> Front door\n"},
@@ -233,6 +234,7 @@ TEST(Features, OutOfRangeIsRefusedWithTheRange)
         {{"osd", "string", "8"}, "0 to 7"},
         {{"osd", "string", "0", "12345678901234567"}, "0 to 16"},
         {{"osd", "window", "4", "0", "0", "0", "0", "0"}, "0 to 3"},
+        {{"osd", "datetime", "set", "2026-02-29T00:00:00"}, "2000-01-01T00:00:00 to 2099-12-31"},
         {{"osd", "datetime", "set", "2026-13-01T00:00:00"}, "2000-01-01T00:00:00 to 2099-12-31"},
         {{"h264", "rate-control", "best"}, "cbr,vbr,constant-qp"},
         {{"h264", "qp", "1", "0", "52"}, "0 to 51"},
