@@ -52,6 +52,6 @@ quietly cmake --build --preset dev --target nyxus_tool nyxus-sim
 
 quietly "$bin/nyxus-sim" image --model "$model" --version "$version" "$work/image.bin"
 echo "Made a firmware image, version $version, for the simulated camera '$model'."
-PATH=$bin:$PATH DEMO_IMAGE=$work/image.bin \
+PATH=$bin:$PATH DEMO_IMAGE=$work/image.bin XDG_STATE_HOME=$work \
     "$bin/nyxus-sim" run --camera "$model" -- "$PWD/demo.sh" "$model"
 heading "Done: the simulated camera runs its new firmware."

@@ -16,6 +16,7 @@ constexpr char kDescription[] = "Identifies, upgrades and controls NYXUS USB cam
 constexpr char kCameraHelp[] = "Serial number, BUS:ADDRESS or port path ('nyxus list' shows them)";
 constexpr uint32_t kLargestRom = 0x10000;
 constexpr unsigned kLongestWait_s = 600;
+constexpr unsigned kLongestPatience_s = 3600;
 
 CLI::App* add_command(CLI::App& app, const char* name, const char* summary, const char* example)
 {
@@ -49,6 +50,22 @@ void add_listing_commands(CLI::App& app, Arguments& arguments)
         command->add_flag("--json", arguments.json, "Print JSON");
 }
 
+/// What commands that program the ROM have in common.
+void add_programming(CLI::App* command, Arguments& arguments)
+{
+    command
+        ->add_option("--eeprom", arguments.eeprom_kib,
+                     "The ROM is an EEPROM of 4, 8, 16 or 32 KiB; needed when it is blank")
+        ->type_name("KIB")
+        ->check(CLI::IsMember({4U, 8U, 16U, 32U}).description(""));
+    command->add_flag("--no-backup", arguments.skip_backup,
+                      "Do not keep a copy of what the ROM holds");
+    command->add_flag("--no-verify", arguments.skip_verify, "Do not read back and compare");
+    command->add_flag("--reset", arguments.reset,
+                      "Restart the camera afterwards and show its new version");
+    add_wait(command, arguments);
+}
+
 void add_upgrade(CLI::App& app, Arguments& arguments)
 {
     CLI::App* command =
@@ -63,15 +80,21 @@ void add_upgrade(CLI::App& app, Arguments& arguments)
                      "Serial number to write into the MFi image before")
         ->type_name("TEXT")
         ->needs(mfi);
+    command->add_flag("--force", arguments.force, "Program it even if the ROM equals the image");
+    add_programming(command, arguments);
+}
+
+void add_recover(CLI::App& app, Arguments& arguments)
+{
+    CLI::App* command =
+        add_command(app, "recover", "Restore the firmware of a camera that runs its mask ROM",
+                    "nyxus recover -c A0001234 --reset");
     command
-        ->add_option("--eeprom", arguments.eeprom_kib,
-                     "The ROM is an EEPROM of 4, 8, 16 or 32 KiB; needed when it is blank")
-        ->type_name("KIB")
-        ->check(CLI::IsMember({4U, 8U, 16U, 32U}).description(""));
-    command->add_flag("--no-verify", arguments.skip_verify, "Do not read back and compare");
-    command->add_flag("--reset", arguments.reset,
-                      "Restart the camera afterwards and show its new version");
-    add_wait(command, arguments);
+        ->add_option("FILE", arguments.file,
+                     "Backup or image to restore; without: the camera's latest backup")
+        ->type_name("");
+    command->add_flag("--force", arguments.force, "Do it to a camera that runs fine, too");
+    add_programming(command, arguments);
 }
 
 void add_rom_commands(CLI::App& app, Arguments& arguments)
@@ -128,11 +151,17 @@ ParsedArguments parse_arguments(int argc, char** argv)
     app.add_option("-c,--camera", arguments.camera, kCameraHelp)->type_name("CAMERA");
     app.add_flag("-v,--verbose", arguments.verbosity,
                  "Show what the library says; -vv and -vvv show more");
+    app.add_option("--patience", arguments.patience_s,
+                   "Give up when the camera is silent for so long")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(1U, kLongestPatience_s).description(""))
+        ->capture_default_str();
     app.footer(std::string("Example:\n  nyxus upgrade camera.bin --reset\n\n") + kExitCodeHelp);
     app.failure_message(usage_error);
 
     add_listing_commands(app, arguments);
     add_upgrade(app, arguments);
+    add_recover(app, arguments);
     add_rom_commands(app, arguments);
     add_feature_commands(app, arguments);
 

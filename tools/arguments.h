@@ -16,14 +16,17 @@ struct Arguments {
     std::string command;
     std::string camera; ///< serial number, bus:address or port path; "" for the only one
     int verbosity = 0;
+    unsigned patience_s = 60;
     bool json = false;
 
-    std::string file;
+    std::string file; ///< "" for the latest backup (recover)
     std::string mfi_file;
     std::string serial;
     uint32_t eeprom_kib = 0; ///< 0: the user has not said that there is one
     uint32_t size_bytes = 0; ///< of a dump; 0: as large as the ROM
     bool skip_verify = false;
+    bool skip_backup = false;
+    bool force = false;
     bool reset = false;
     bool yes = false;
     unsigned wait_s = 5;

@@ -9,12 +9,24 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 namespace tool {
 
 static Failure write_failure(const std::string& path, int error)
 {
     return {kExitFailure, "cannot write '" + path + "': " + std::strerror(error)};
+}
+
+/// The new name survives a power cut, too. Not every file system can do that.
+static void sync_folder(const std::string& path)
+{
+    const std::string folder = std::filesystem::path(path).parent_path();
+    const int fd = open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0)
+        return;
+    fsync(fd);
+    close(fd);
 }
 
 AtomicFile::AtomicFile(const std::string& path) : path_(path), temporary_(path + ".XXXXXX")
@@ -52,6 +64,7 @@ void AtomicFile::commit()
         throw write_failure(path_, errno);
     close(fd_);
     fd_ = -1;
+    sync_folder(path_);
 }
 
 void refuse_impossible_target(const std::string& path)

@@ -162,6 +162,7 @@ std::vector<uint8_t> read_rom(Console& console, Camera& camera, const std::strin
         }
         done += slice;
         display.advance(done);
+        console.sign_of_life();
     }
     display.end();
     return bytes;

@@ -28,6 +28,7 @@ public:
     static Camera open(const CameraEntry& entry);
 
     Camera(Camera&&) noexcept = default;
+    Camera& operator=(Camera&&) noexcept = default;
 
     NyDevice& device() { return *device_; }
     const NyDevice& device() const { return *device_; }
@@ -38,6 +39,8 @@ public:
     RomState rom_state() const { return rom_state_; }
     /// Takes an unknown ROM for an EEPROM of this size.
     void assume_eeprom(uint32_t size_bytes);
+    /// Closes it before the object dies; nothing but destruction and assignment may follow.
+    void give_up() { device_.reset(); }
     std::string chip() const;
     std::string family() const;
     /// "serial ABC, NY6410" for messages.

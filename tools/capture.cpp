@@ -126,6 +126,7 @@ void Capture::handle(std::string_view bytes)
 
 void Capture::read_loop()
 {
+    last_words::receive_interrupts();
     char buffer[4096];
     for (;;) {
         pollfd readable{read_fd_, POLLIN, 0};

@@ -16,12 +16,15 @@ ExitCode run_erase(Console& console, const Arguments& arguments);
 ExitCode run_dump(Console& console, const Arguments& arguments);
 ExitCode run_compare(Console& console, const Arguments& arguments);
 ExitCode run_reset(Console& console, const Arguments& arguments);
+ExitCode run_recover(Console& console, const Arguments& arguments);
 
 /// The chosen camera, opened and probed.
 Camera open_chosen(const Arguments& arguments);
 /// The same, with an external ROM that can be read and written.
 Camera open_with_rom(const Arguments& arguments);
 
+/// Waits until the camera has left and come back with its interface ready to be claimed.
+CameraEntry wait_for_return(Console& console, const CameraEntry& before, unsigned wait_s);
 /// Restarts the camera, waits for its return and says how it came back.
 void restart(Console& console, Camera camera, unsigned wait_s);
 

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "console.h"
 
+#include "exit_codes.h"
 #include "last_words.h"
 #include "text.h"
 
+#include <unistd.h>
 #include <string>
 
 namespace tool {
@@ -25,7 +27,21 @@ static std::string tidy(std::string_view line)
     return printable(text);
 }
 
-Console::Console(int verbosity) : verbosity_(verbosity), capture_(*this) {}
+Console::Console(int verbosity, unsigned patience_s)
+    : verbosity_(verbosity), patience_(patience_s), capture_(*this)
+{
+}
+
+void Console::sign_of_life()
+{
+    latest_sign_ = std::chrono::steady_clock::now();
+}
+
+void Console::set_patient(bool patient)
+{
+    sign_of_life();
+    patient_ = patient;
+}
 
 void Console::set_watcher(Watcher* watcher)
 {
@@ -35,6 +51,7 @@ void Console::set_watcher(Watcher* watcher)
 
 void Console::on_mark()
 {
+    sign_of_life();
     const std::lock_guard lock(watcher_mutex_);
     if (watcher_ != nullptr)
         watcher_->on_mark();
@@ -49,6 +66,9 @@ void Console::on_row_end()
 
 void Console::on_line(std::string_view line)
 {
+    // Only milestones count: the library also speaks while it polls a camera that never gets ready.
+    if (line.starts_with("<INFO>"))
+        sign_of_life();
     if (verbosity_ > 0)
         display_.warn("  | " + tidy(line));
     else
@@ -61,6 +81,20 @@ void Console::on_line(std::string_view line)
 void Console::on_tick()
 {
     display_.tick();
+    if (!patient_ && std::chrono::steady_clock::now() - latest_sign_.load() > patience_)
+        give_up();
+}
+
+/// The camera's thread is stuck in the library, so there is nothing to return to.
+void Console::give_up()
+{
+    display_.abandon();
+    const std::string meaning = last_words::consequence();
+    display_.warn(format("nyxus: the camera has been silent for %lld s; unplug it and plug it in "
+                         "again",
+                         static_cast<long long>(patience_.count())) +
+                  (meaning.empty() ? "" : "; " + meaning));
+    _exit(kExitTimeout);
 }
 
 } // namespace tool

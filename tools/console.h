@@ -4,6 +4,8 @@
 #include "capture.h"
 #include "progress.h"
 
+#include <atomic>
+#include <chrono>
 #include <mutex>
 
 namespace tool {
@@ -20,12 +22,19 @@ public:
 /// The program's side of the conversation: what the user sees, and what the libraries print.
 class Console : private CaptureListener {
 public:
-    /// verbosity: 0 keeps the library's lines back, more passes them on.
-    explicit Console(int verbosity);
+    /// verbosity: 0 keeps the library's lines back, more passes them on. The program ends when
+    /// `patience_s` pass without a sign of life from the camera; the library itself would wait for
+    /// an answer for ever.
+    Console(int verbosity, unsigned patience_s);
 
     Display& display() { return display_; }
     /// Waits until everything that the libraries printed so far has been shown.
     void drain() { capture_.drain(); }
+
+    /// Something has moved.
+    void sign_of_life();
+    /// Whether a silent camera ends the program. Use Unwatched.
+    void set_patient(bool patient);
 
     /// Who follows the progress; nullptr for nobody. Use Watching.
     void set_watcher(Watcher* watcher);
@@ -35,12 +44,29 @@ private:
     void on_row_end() override;
     void on_line(std::string_view line) override;
     void on_tick() override;
+    void give_up();
 
     const int verbosity_;
+    const std::chrono::seconds patience_;
+    std::atomic<bool> patient_ = false;
+    std::atomic<std::chrono::steady_clock::time_point> latest_sign_ =
+        std::chrono::steady_clock::now();
     std::mutex watcher_mutex_;
     Watcher* watcher_ = nullptr;
     Display display_;
     Capture capture_; // last: its thread calls the members above
+};
+
+/// The camera may be silent within a scope: nothing is asked of it, or it has a limit of its own.
+class Unwatched {
+public:
+    explicit Unwatched(Console& console) : console_(console) { console_.set_patient(true); }
+    ~Unwatched() { console_.set_patient(false); }
+    Unwatched(const Unwatched&) = delete;
+    Unwatched& operator=(const Unwatched&) = delete;
+
+private:
+    Console& console_;
 };
 
 /// Lets a watcher follow the progress within a scope.

@@ -18,6 +18,7 @@ void confirm(Console& console, const Camera& camera, bool yes)
     if (yes)
         return;
     console.drain();
+    const Unwatched unwatched(console);
     if (!console.display().confirm("Erase the firmware of " + camera.name() + "?"))
         throw Failure(kExitProtected, "not confirmed, nothing was erased; '--yes' erases unasked");
 }
@@ -25,14 +26,13 @@ void confirm(Console& console, const Camera& camera, bool yes)
 void erase_rom(Console& console, Camera& camera)
 {
     RomWatcher watcher(console.display(), MarkCounter(camera.exchange_bytes(), {}));
-    last_words::set_interrupt_text(
-        "nyxus: interrupted: the ROM is partly erased; erase or upgrade it again\n");
+    last_words::set_consequence("the ROM is partly erased; erase or upgrade it again");
     int32_t status = 0;
     {
         const Watching watching(console, watcher);
         status = MP_FwErase(&camera.device());
     }
-    last_words::set_interrupt_text("");
+    last_words::set_consequence("");
     if (status == 0)
         return;
     console.display().abandon();

@@ -83,6 +83,20 @@ void load_firmware(const std::string& path)
                           format("only %u bytes before the erased rest", nyxus_fw_bin_size));
 }
 
+void load_rom_contents(const std::string& path)
+{
+    constexpr uint32_t kLargestRom = 0x10000;
+    const std::vector<uint8_t> contents = load_image(path, kLargestRom);
+    if (contents.size() < kSmallestFirmware || contents.size() > NYXUS_FW_BIN_CAPACITY)
+        throw Failure(kExitImageRefused,
+                      "'" + path + "' holds no firmware: " +
+                          format("%zu bytes before the erased rest; 66 to %u are possible",
+                                 contents.size(), NYXUS_FW_BIN_CAPACITY));
+    std::ranges::fill(nyxus_fw_bin, uint8_t{0xFF});
+    std::ranges::copy(contents, nyxus_fw_bin);
+    nyxus_fw_bin_size = static_cast<uint16_t>(contents.size());
+}
+
 void load_mfi(const std::string& path, const std::string& serial)
 {
     const uint32_t size = checked_size(path, NYXUS_MFI_BIN_CAPACITY, "an MFi image");

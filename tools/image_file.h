@@ -12,6 +12,8 @@ namespace tool {
 
 /// Loads a firmware image into nyxus_fw_bin, or says why it is none.
 void load_firmware(const std::string& path);
+/// Loads ROM contents into nyxus_fw_bin, a whole ROM without its erased rest; or says why not.
+void load_rom_contents(const std::string& path);
 /// Loads an MFi image into nyxus_mfi_bin and patches the serial number in, "" for none.
 void load_mfi(const std::string& path, const std::string& serial);
 /// Loads any image of up to `capacity` bytes; its trailing 0xFF bytes are not counted.

@@ -25,8 +25,10 @@ char unfinished[kCapacity];
 std::atomic<size_t> unfinished_size;
 std::atomic<int> pipe_fd{-1};
 std::atomic<int> err_fd{-1};
-std::atomic<const char*> interrupt_text{""};
+std::atomic<const char*> current_consequence{""};
 std::atomic<bool> line_open;
+std::atomic<const char*> promise{nullptr};
+std::atomic<bool> interrupted;
 
 constexpr int kFatalSignals[] = {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL};
 
@@ -72,8 +74,26 @@ void on_interrupt(int)
 {
     if (line_open)
         put("\n");
-    put(interrupt_text);
+    const char* const text = promise;
+    if (text != nullptr && !interrupted.exchange(true)) {
+        put(text);
+        return;
+    }
+    if (const char* const meaning = current_consequence; *meaning != '\0') {
+        put("nyxus: interrupted: ");
+        put(meaning);
+        put("\n");
+    }
     _exit(kExitInterrupted);
+}
+
+void mask_interrupts(int how)
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    pthread_sigmask(how, &signals, nullptr);
 }
 
 void catch_unless_ignored(int signal)
@@ -88,6 +108,7 @@ void arm(int captured_pipe, int real_err)
 {
     pipe_fd = captured_pipe;
     err_fd = real_err;
+    mask_interrupts(SIG_BLOCK);
     catch_unless_ignored(SIGINT);
     catch_unless_ignored(SIGTERM);
     if (__sanitizer_set_death_callback != nullptr) {
@@ -104,6 +125,7 @@ void disarm()
         std::signal(signal, SIG_DFL);
     std::signal(SIGINT, SIG_DFL);
     std::signal(SIGTERM, SIG_DFL);
+    mask_interrupts(SIG_UNBLOCK);
     err_fd = -1;
     pipe_fd = -1;
 }
@@ -131,9 +153,31 @@ void remember_line(std::string_view line)
     kept_lines_size = used + wanted;
 }
 
-void set_interrupt_text(const char* text)
+void set_consequence(const char* text)
 {
-    interrupt_text = text;
+    current_consequence = text;
+}
+
+const char* consequence()
+{
+    return current_consequence;
+}
+
+void postpone_interrupts(const char* text)
+{
+    interrupted = false;
+    promise = text;
+}
+
+bool stop_postponing()
+{
+    promise = nullptr;
+    return interrupted.exchange(false);
+}
+
+void receive_interrupts()
+{
+    mask_interrupts(SIG_UNBLOCK);
 }
 
 void set_line_open(bool open)

@@ -15,9 +15,19 @@ void remember(std::string_view text);
 /// Adds a line that is kept back unless something goes wrong (the last 2 KiB of them).
 void remember_line(std::string_view line);
 
-/// Line that an interrupt (Ctrl-C) prints before the program ends; "" for none. The text must be
-/// static.
-void set_interrupt_text(const char* text);
+/// What an end in the middle means for the camera and what to do then; "" for nothing. The text
+/// must be static.
+void set_consequence(const char* text);
+const char* consequence();
+
+/// From now on an interrupt prints `promise` and lets the work go on to a safe point; a second one
+/// ends the program. The text must be static.
+void postpone_interrupts(const char* promise);
+/// Back to ending at once. True when one came meanwhile.
+bool stop_postponing();
+
+/// Called by the one thread that takes interrupts, so that none cuts a sleep of the others short.
+void receive_interrupts();
 
 /// Whether an interrupt has to end a line of the terminal first.
 void set_line_open(bool open);

@@ -26,6 +26,7 @@ constexpr CommandRow commands[] = {
     {"dump",    run_dump},
     {"compare", run_compare},
     {"reset",   run_reset},
+    {"recover", run_recover},
 };
 // clang-format on
 
@@ -42,7 +43,7 @@ ExitCode run(Console& console, const Arguments& arguments)
 
 ExitCode run_reporting_failures(const Arguments& arguments)
 {
-    Console console(arguments.verbosity);
+    Console console(arguments.verbosity, arguments.patience_s);
     try {
         const ExitCode code = run(console, arguments);
         console.drain();

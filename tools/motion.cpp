@@ -57,7 +57,9 @@ void watch(Session& session, uint32_t count)
 {
     uint32_t alarms = 0;
     for (uint32_t done = 1;; ++done) {
-        if (poll(session)) {
+        const bool motion = poll(session);
+        session.console.sign_of_life();
+        if (motion) {
             ++alarms;
             print_poll(session, true);
         }

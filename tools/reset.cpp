@@ -32,9 +32,19 @@ Failure return_failure(const CameraEntry& before, bool left, unsigned wait_s)
                               std::to_string(wait_s) + end};
 }
 
-/// Waits until the camera has left and come back with its interface ready to be claimed.
-CameraEntry wait_for_return(const CameraEntry& before, unsigned wait_s)
+/// Asks for the restart and closes the camera.
+void request_restart(Camera camera)
 {
+    // The chip may be gone before it has confirmed the request, so a failure says nothing: whether
+    // the camera comes back decides.
+    (void)XU_ChipReset(&camera.device());
+}
+
+} // namespace
+
+CameraEntry wait_for_return(Console& console, const CameraEntry& before, unsigned wait_s)
+{
+    const Unwatched unwatched(console);
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(wait_s);
     bool left = false;
     for (;;) {
@@ -49,23 +59,13 @@ CameraEntry wait_for_return(const CameraEntry& before, unsigned wait_s)
     }
 }
 
-/// Asks for the restart and closes the camera.
-void request_restart(Camera camera)
-{
-    // The chip may be gone before it has confirmed the request, so a failure says nothing: whether
-    // the camera comes back decides.
-    (void)XU_ChipReset(&camera.device());
-}
-
-} // namespace
-
 void restart(Console& console, Camera camera, unsigned wait_s)
 {
     const CameraEntry before = camera.entry();
     Display& display = console.display();
     display.begin("restarting", 0);
     request_restart(std::move(camera));
-    const CameraEntry now = wait_for_return(before, wait_s);
+    const CameraEntry now = wait_for_return(console, before, wait_s);
     const Camera returned = Camera::open(now);
     console.drain();
     display.end();

@@ -98,6 +98,7 @@ std::vector<uint8_t> png_of(const std::vector<uint8_t>& rgb, const VideoStreamPa
 
 std::vector<uint8_t> take_picture(Session& session, VideoStreamParam& param, uint32_t wait_s)
 {
+    const Unwatched unwatched(session.console);
     const Watchdog watchdog(session.console, wait_s);
     const int32_t status = startVideoStream_snapshot(session.device(), nullptr, &param);
     std::vector<uint8_t> rgb;

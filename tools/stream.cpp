@@ -89,8 +89,10 @@ void run_stream(Session& session, const Options& options)
     if (const std::string advice = usbfs_advice(param); !advice.empty())
         session.console.display().warn("nyxus: " + advice);
     const int32_t status = startVideoStream(session.device(), on_frame, &param);
-    if (status >= 0)
+    if (status >= 0) {
+        const Unwatched unwatched(session.console);
         wait_for_end(options.seconds);
+    }
     stopVideoStream(session.device());
     if (status < 0)
         throw stream_failure(param, status);

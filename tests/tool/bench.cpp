@@ -2,6 +2,7 @@
 #include "bench.h"
 
 #include <gtest/gtest.h>
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -16,6 +17,7 @@ Bench::Bench()
     if (mkdtemp(pattern.data()) == nullptr)
         throw std::runtime_error("mkdtemp");
     folder_ = pattern;
+    setenv("XDG_STATE_HOME", state_folder().c_str(), 1);
 }
 
 Bench::~Bench()
@@ -71,8 +73,17 @@ Outcome Bench::shell(const std::string& camera, const std::string& script,
     RunOptions options;
     options.environment = std::move(environment);
     options.environment["NYXUS"] = NYXUS_PROGRAM;
-    return run_program({SIMULATOR_PROGRAM, "run", "--camera", camera, "--", "sh", "-c", script},
+    return run_program({SIMULATOR_PROGRAM, "run", "--camera", camera, "--", "bash", "-c", script},
                        options);
+}
+
+std::vector<std::filesystem::path> Bench::backups() const
+{
+    std::error_code none;
+    const std::filesystem::directory_iterator files(state_folder() + "/nyxus/backups", none);
+    std::vector<std::filesystem::path> paths(begin(files), end(files));
+    std::ranges::sort(paths);
+    return paths;
 }
 
 Bytes read_file(const std::string& path)

@@ -39,10 +39,13 @@ public:
     /// The same with a camera whose ROM is kept in a file between runs.
     Outcome nyxus_with_rom(const std::string& model, const Words& arguments,
                            const RunOptions& options = {}) const;
-    /// A shell script with one camera as slow as a real one; $NYXUS is the program.
+    /// A bash script with one camera as slow as a real one; $NYXUS is the program.
     Outcome shell(const std::string& camera, const std::string& script,
                   std::map<std::string, std::string> environment) const;
     std::string rom_file() const { return path("rom"); }
+    /// Where the program keeps backups.
+    std::string state_folder() const { return path("state"); }
+    std::vector<std::filesystem::path> backups() const;
 
 private:
     std::filesystem::path folder_;

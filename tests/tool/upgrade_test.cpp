@@ -149,21 +149,6 @@ TEST(Upgrade, RevivesABlankEepromOnlyWhenToldThatThereIsOne)
     }
 }
 
-TEST(Upgrade, SaysThatTheRomIsIncompleteWhenItIsInterrupted)
-{
-    const Bench bench;
-    const std::string image = bench.image("hawthorn-eeprom", "0x0205");
-    for (const char* signal : {"INT", "TERM"}) {
-        const Outcome outcome = bench.shell("hawthorn-eeprom",
-                                            "timeout --preserve-status -s " + std::string(signal) +
-                                                " 1 \"$NYXUS\" upgrade \"$IMAGE\"",
-                                            {{"IMAGE", image}});
-        EXPECT_EQ(outcome.exit_code, 130);
-        EXPECT_TRUE(contains(outcome.err, "nyxus: interrupted: the ROM is incomplete"))
-            << outcome.err;
-    }
-}
-
 TEST(Upgrade, KeepsOthersAwayFromTheCamera)
 {
     const Bench bench;

@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the program does so that no upgrade costs a camera: backups, safe points, recovery.
+#include "bench.h"
+
+#include <gtest/gtest.h>
+#include <fstream>
+
+using namespace test;
+
+namespace {
+
+constexpr size_t kReplaced = 0x10000;
+
+bool contains(const std::string& text, const std::string& part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+/// The camera's factory contents, as far as an upgrade replaces them.
+Bytes factory_rom(const Bench& bench, const std::string& model)
+{
+    EXPECT_EQ(bench.nyxus_with_rom(model, {"info"}).exit_code, 0);
+    Bytes rom = read_file(bench.rom_file());
+    rom.resize(std::min(rom.size(), kReplaced));
+    return rom;
+}
+
+TEST(Backup, HoldsWhatTheUpgradeReplaces)
+{
+    for (const std::string model : {"rowan-spi", "hawthorn-eeprom"}) {
+        const Bench bench;
+        const Bytes before = factory_rom(bench, model);
+        const std::string image = bench.image(model, "0x0205");
+        const Outcome outcome = bench.nyxus_with_rom(model, {"upgrade", image});
+        ASSERT_EQ(outcome.exit_code, 0) << outcome.err;
+        const auto backups = bench.backups();
+        ASSERT_EQ(backups.size(), 1U) << model;
+        EXPECT_TRUE(contains(outcome.out, "backup of the ROM: " + backups.front().string()));
+        EXPECT_EQ(read_file(backups.front()), before) << model;
+
+        const Outcome again = bench.nyxus_with_rom(model, {"upgrade", image});
+        EXPECT_EQ(again.exit_code, 0) << again.err;
+        EXPECT_TRUE(contains(again.out, "already up to date")) << again.out;
+        EXPECT_FALSE(contains(again.out, "programming")) << again.out;
+        const Outcome forced = bench.nyxus_with_rom(model, {"upgrade", image, "--force"});
+        EXPECT_TRUE(contains(forced.out, "programming")) << forced.out;
+        EXPECT_EQ(bench.backups().size(), 2U) << "none where nothing was to be done";
+    }
+}
+
+TEST(Backup, IsLeftOutOnRequestAndForABlankRom)
+{
+    const Bench bench;
+    const std::string image = bench.image(kModel, "0x0205");
+    EXPECT_EQ(bench.nyxus({kModel}, {"upgrade", image, "--no-backup"}).exit_code, 0);
+    EXPECT_EQ(bench.nyxus({std::string(kModel) + ",blank"}, {"upgrade", image}).exit_code, 0);
+    EXPECT_TRUE(bench.backups().empty());
+}
+
+TEST(Backup, ThatCannotBeKeptStopsTheUpgrade)
+{
+    const Bench bench;
+    const std::string image = bench.image(kModel, "0x0205");
+    const Bytes before = factory_rom(bench, kModel);
+    std::ofstream(bench.state_folder()) << "in the way";
+    const Outcome outcome = bench.nyxus_with_rom(kModel, {"upgrade", image});
+    EXPECT_EQ(outcome.exit_code, 1);
+    EXPECT_TRUE(contains(outcome.err, "nothing was written ('--no-backup' goes on without one)"))
+        << outcome.err;
+    EXPECT_EQ(factory_rom(bench, kModel), before);
+}
+
+/// Interrupts the upgrade as soon as a phase has begun.
+Outcome interrupted(const Bench& bench, const std::string& phase, const std::string& signals)
+{
+    // Job control, because a shell without it has its background jobs ignore interrupts.
+    return bench.shell(std::string(kModel) + ",rom=" + bench.rom_file(),
+                       "set -m; \"$NYXUS\" upgrade \"$IMAGE\" >\"$OUT\" & pid=$!\n"
+                       "until grep -q '^" +
+                           phase +
+                           "' \"$OUT\"; do sleep 0.01; done\n"
+                           "for s in " +
+                           signals +
+                           "; do kill -$s $pid; sleep 0.05; done\n"
+                           "wait $pid; exit $?",
+                       {{"IMAGE", bench.image(kModel, "0x0205")}, {"OUT", bench.path("out")}});
+}
+
+TEST(Interrupt, TakesEffectAtASafePoint)
+{
+    struct {
+        const char* phase;
+        const char* signals;
+        const char* message;
+        bool keeps_factory_rom;
+        bool has_new_rom;
+    } const cases[] = {
+        {"reading", "INT", "interrupted: nothing was written\n", true, false},
+        {"erasing", "INT", "interrupted: the ROM was written but not read back; ", false, true},
+        {"programming", "TERM", "interrupted: the ROM was written but not read back; ", false,
+         true},
+        {"programming", "INT INT", "interrupted: the ROM is incomplete; run the upgrade", false,
+         false},
+    };
+    for (const auto& [phase, signals, message, keeps_factory_rom, has_new_rom] : cases) {
+        const Bench bench;
+        const Bytes factory = factory_rom(bench, kModel);
+        const Outcome outcome = interrupted(bench, phase, signals);
+        EXPECT_EQ(outcome.exit_code, 130) << phase;
+        EXPECT_TRUE(contains(outcome.err, message)) << phase << ": " << outcome.err;
+        EXPECT_EQ(factory_rom(bench, kModel) == factory, keeps_factory_rom) << phase;
+        const Bytes image = read_file(bench.path(std::string(kModel) + " 0x0205.bin"));
+        Bytes rom = read_file(bench.rom_file());
+        rom.resize(image.size());
+        EXPECT_EQ(rom == image, has_new_rom) << phase;
+    }
+}
+
+TEST(Recover, BringsTheLatestBackupBack)
+{
+    const Bench bench;
+    const Bytes factory = factory_rom(bench, kModel);
+    const Outcome healthy = bench.nyxus_with_rom(kModel, {"recover"});
+    EXPECT_EQ(healthy.exit_code, 9);
+    EXPECT_TRUE(contains(healthy.err, "nothing to recover")) << healthy.err;
+
+    ASSERT_EQ(interrupted(bench, "programming", "INT INT").exit_code, 130);
+    const std::string image = bench.path(std::string(kModel) + " 0x0205.bin");
+    // The next power-up finds no valid header; a broken ROM's own backup is not taken for a good
+    // one.
+    EXPECT_EQ(bench.nyxus_with_rom(kModel, {"upgrade", image}).exit_code, 0);
+    EXPECT_EQ(bench.backups().size(), 2U);
+    EXPECT_EQ(bench.nyxus_with_rom(kModel, {"erase", "--yes"}).exit_code, 0);
+
+    const Outcome recovered = bench.nyxus_with_rom(kModel, {"recover", "--reset"});
+    ASSERT_EQ(recovered.exit_code, 0) << recovered.err;
+    EXPECT_TRUE(contains(recovered.out, "runs external firmware 0x0100")) << recovered.out;
+    Bytes rom = read_file(bench.rom_file());
+    rom.resize(factory.size());
+    EXPECT_EQ(rom, factory);
+}
+
+TEST(Recover, SaysWhatItLacks)
+{
+    const Bench bench;
+    const std::string blank = std::string(kModel) + ",blank";
+    const Outcome none = bench.nyxus({blank}, {"recover"});
+    EXPECT_EQ(none.exit_code, 1);
+    EXPECT_TRUE(contains(none.err, "there is no backup of camera")) << none.err;
+    write_file(bench.path("empty.rom"), Bytes(1024, 0xFF));
+    const Outcome empty = bench.nyxus({blank}, {"recover", bench.path("empty.rom")});
+    EXPECT_EQ(empty.exit_code, 7);
+    EXPECT_TRUE(contains(empty.err, "holds no firmware")) << empty.err;
+}
+
+} // namespace

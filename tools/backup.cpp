@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "backup.h"
+
+#include "atomic_file.h"
+#include "failure.h"
+#include "text.h"
+
+#include <pwd.h>
+#include <unistd.h>
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <ctime>
+
+namespace tool {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kSuffix[] = ".rom";
+constexpr char kUnprovenSuffix[] = ".rom-unproven";
+/// "-20260501T120000Z", and one more character to tell backups of one second apart.
+constexpr size_t kStampBytes = 18;
+
+Failure backup_failure(const std::string& reason)
+{
+    return {kExitFailure, "cannot keep a backup of the ROM: " + reason +
+                              "; nothing was written ('--no-backup' goes on without one)"};
+}
+
+fs::path state_folder()
+{
+    if (const char* state = std::getenv("XDG_STATE_HOME"); state != nullptr && *state == '/')
+        return state;
+    if (const char* home = std::getenv("HOME"); home != nullptr && *home == '/')
+        return fs::path(home) / ".local/state";
+    const passwd* user = getpwuid(getuid());
+    if (user == nullptr || user->pw_dir == nullptr)
+        throw backup_failure("there is no home folder");
+    return fs::path(user->pw_dir) / ".local/state";
+}
+
+/// The serial number as a part of a file's name; a camera without one goes by its port.
+std::string file_stem(const CameraEntry& camera)
+{
+    std::string stem = camera.serial.empty() ? "port-" + camera.port_path : camera.serial;
+    std::ranges::replace_if(
+        stem, [](unsigned char c) { return std::isalnum(c) == 0 && c != '-' && c != '_'; }, '_');
+    return stem;
+}
+
+std::string utc_stamp()
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm utc{};
+    gmtime_r(&now, &utc);
+    char text[32];
+    return {text, std::strftime(text, sizeof text, "-%Y%m%dT%H%M%SZ", &utc)};
+}
+
+fs::path free_name(const fs::path& folder, const std::string& stem, const char* suffix)
+{
+    const std::string base = stem + utc_stamp();
+    for (const char letter : std::string("abcdefghijklmnopqrstuvwxyz"))
+        if (fs::path path = folder / (base + letter + suffix); !fs::exists(path))
+            return path;
+    throw backup_failure("there are many of this second already");
+}
+
+} // namespace
+
+fs::path backup_folder()
+{
+    return state_folder() / "nyxus/backups";
+}
+
+fs::path keep_backup(const CameraEntry& camera, std::span<const uint8_t> contents, Proven proven)
+{
+    try {
+        const fs::path folder = backup_folder();
+        fs::create_directories(folder);
+        const fs::path path = free_name(folder, file_stem(camera),
+                                        proven == Proven::kYes ? kSuffix : kUnprovenSuffix);
+        AtomicFile file(path);
+        file.write_all(contents);
+        file.commit();
+        return path;
+    } catch (const fs::filesystem_error& error) {
+        throw backup_failure("'" + error.path1().string() + "': " + error.code().message());
+    } catch (const Failure& failure) {
+        throw failure.text().find("backup") == std::string::npos ? backup_failure(failure.text())
+                                                                 : failure;
+    }
+}
+
+std::optional<fs::path> newest_backup(const CameraEntry& camera)
+{
+    const std::string stem = file_stem(camera);
+    std::optional<fs::path> newest;
+    std::error_code none; // a folder that does not exist holds no backups
+    for (const fs::directory_entry& entry : fs::directory_iterator(backup_folder(), none)) {
+        const std::string name = entry.path().filename().string();
+        const bool is_mine = name.size() == stem.size() + kStampBytes + sizeof kSuffix - 1 &&
+                             name.starts_with(stem + "-") && name.ends_with(kSuffix);
+        if (is_mine && (!newest || name > newest->filename().string()))
+            newest = entry.path();
+    }
+    return newest;
+}
+
+} // namespace tool

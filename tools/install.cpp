@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "install.h"
+
+#include "backup.h"
+#include "commands.h"
+#include "failure.h"
+#include "image_file.h"
+#include "last_words.h"
+#include "rom_watcher.h"
+#include "text.h"
+
+#include <nyxus/error.h>
+#include <nyxus/image.h>
+#include <nyxus/production.h>
+#include <algorithm>
+
+namespace tool {
+
+namespace {
+
+constexpr uint32_t kHeaderBytes = 0x40;
+constexpr char kIncomplete[] = "the ROM is incomplete now, run the upgrade again";
+constexpr char kStopped[] =
+    "the ROM is incomplete; run the upgrade again before the camera is reset or unplugged";
+constexpr char kUnread[] =
+    "the ROM was written but not read back; 'nyxus compare FILE' does that, and 'nyxus reset' "
+    "starts the new firmware";
+constexpr char kUntouched[] = "nothing was written";
+constexpr char kFinishing[] =
+    "nyxus: interrupted: the ROM is completed first, which takes a few seconds; a second interrupt "
+    "stops at once\n";
+
+/// The transfers of an upgrade in their order.
+std::vector<uint32_t> transfer_sizes(bool with_mfi)
+{
+    std::vector<uint32_t> sizes;
+    if (with_mfi)
+        sizes.push_back(static_cast<uint32_t>(mfi().size()));
+    sizes.push_back(static_cast<uint32_t>(firmware().size()) - kHeaderBytes);
+    sizes.push_back(kHeaderBytes);
+    return sizes;
+}
+
+Failure program_failure(RomWatcher::Phase phase, int32_t status)
+{
+    const std::string doing = std::string(phase_text(phase)) + " failed";
+    if (phase != RomWatcher::Phase::kPreparing)
+        return library_failure(doing, status, kIncomplete);
+    // The flash's status is awaited while it is unlocked; nothing has been erased yet.
+    const Failure failure = library_failure(doing, status, "nothing was written");
+    const bool locked = failure.code() == kExitTimeout;
+    return {locked ? kExitProtected : failure.code(), failure.text()};
+}
+
+void program(Console& console, Camera& camera, bool with_mfi)
+{
+    RomWatcher watcher(console.display(),
+                       MarkCounter(camera.exchange_bytes(), transfer_sizes(with_mfi)));
+    last_words::set_consequence(kStopped);
+    last_words::postpone_interrupts(kFinishing);
+    int32_t status = 0;
+    {
+        const Watching watching(console, watcher);
+        status = MP_FwUpgrade(&camera.device(), with_mfi ? nyxus_mfi_bin : nullptr);
+    }
+    const bool interrupted = last_words::stop_postponing();
+    last_words::set_consequence("");
+    if (status != 0) {
+        console.display().abandon();
+        throw program_failure(watcher.phase(), status);
+    }
+    console.display().end();
+    if (interrupted)
+        throw Failure(kExitInterrupted, std::string("interrupted: ") + kUnread);
+}
+
+void verify(Console& console, Camera& camera, const Part& part)
+{
+    const std::vector<uint8_t> rom = read_rom(console, camera, part.reading, part.address,
+                                              static_cast<uint32_t>(part.bytes.size()));
+    const Difference difference = find_difference(rom, part.bytes);
+    if (difference.count == 0)
+        return;
+    const size_t first = difference.first_offsets.front();
+    throw Failure(
+        kExitMismatch,
+        format("the ROM does not hold what was written: %zu of %zu bytes differ, the first "
+               "one at 0x%04zX (ROM %02X, image %02X)",
+               difference.count, rom.size(), part.address + first, rom[first], part.bytes[first]) +
+            "; " + kIncomplete);
+}
+
+void program_and_verify(Console& console, Camera& camera, const Arguments& arguments, bool with_mfi)
+{
+    program(console, camera, with_mfi);
+    if (arguments.skip_verify)
+        return;
+    last_words::set_consequence(kUnread);
+    for (const Part& part : parts_to_install(with_mfi))
+        verify(console, camera, part);
+    last_words::set_consequence("");
+}
+
+/// Gives the lost camera up and waits for its return.
+void await_return(Console& console, Camera& camera, unsigned wait_s, const Failure& loss)
+{
+    Display& display = console.display();
+    display.warn("nyxus: " + loss.text());
+    const CameraEntry entry = camera.entry();
+    const uint32_t eeprom_bytes = camera.is_spi() ? 0 : camera.device().dwExtRomSize;
+    camera.give_up();
+    display.begin("waiting for the camera", 0);
+    try {
+        camera = Camera::open(wait_for_return(console, entry, wait_s));
+    } catch (const Failure& failure) {
+        display.abandon();
+        throw Failure(kExitCameraLost, failure.text() + "; " + kIncomplete);
+    }
+    console.drain();
+    display.end();
+    if (camera.rom_state() == RomState::kUnknown && eeprom_bytes != 0)
+        camera.assume_eeprom(eeprom_bytes);
+}
+
+} // namespace
+
+std::vector<Part> parts_to_install(bool with_mfi)
+{
+    std::vector<Part> parts{{"verifying", 0, firmware()}};
+    if (with_mfi)
+        parts.push_back({"verifying MFi", NYXUS_MFI_ROM_ADDR, mfi()});
+    return parts;
+}
+
+std::vector<uint8_t> read_replaced(Console& console, Camera& camera)
+{
+    constexpr uint32_t kReachable = 0x10000; // the controller runs from the first block only
+    last_words::set_consequence(kUntouched);
+    std::vector<uint8_t> contents =
+        read_rom(console, camera, "reading", 0, std::min(camera.device().dwExtRomSize, kReachable));
+    last_words::set_consequence("");
+    return contents;
+}
+
+void back_up(Console& console, const Camera& camera, std::span<const uint8_t> contents)
+{
+    if (std::ranges::all_of(contents, [](uint8_t byte) { return byte == 0xFF; }))
+        return;
+    const std::string path =
+        keep_backup(camera.entry(), contents,
+                    camera.runs_external_firmware() ? Proven::kYes : Proven::kNo)
+            .string();
+    console.display().say("backup of the ROM: " + path);
+}
+
+void install(Console& console, Camera& camera, const Arguments& arguments, bool with_mfi)
+{
+    try {
+        program_and_verify(console, camera, arguments, with_mfi);
+    } catch (const Failure& failure) {
+        if (failure.code() != kExitCameraLost)
+            throw;
+        await_return(console, camera, arguments.wait_s, failure);
+        check_images(camera, with_mfi);
+        console.display().say("once more: " + camera.name());
+        program_and_verify(console, camera, arguments, with_mfi);
+    }
+}
+
+} // namespace tool
