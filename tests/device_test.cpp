@@ -8,6 +8,7 @@
 #include <sanitizer/lsan_interface.h>
 #endif
 
+#include "cameras/shipped.h"
 #include "support/camera.h"
 #include "support/script.h"
 

@@ -4,6 +4,7 @@
 #include "bus/registry.h"
 #include "bus/transport.h"
 
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -86,6 +87,7 @@ void Server::join_finished()
 
 void Server::serve(Connection& connection)
 {
+    prctl(PR_SET_TIMERSLACK, 1UL); // a transfer takes microseconds; the usual slack is 50 of them
     talk(connection.socket);
     // The descriptor itself is closed after the join, so that nobody shuts down a reused number.
     shutdown(connection.socket, SHUT_RDWR);
@@ -100,6 +102,7 @@ void Server::talk(int socket)
     while (receive_request(socket, request)) {
         const uint32_t code = request.header.code;
         const Reply reply = answer(std::move(request), file);
+        RealClock::wait_for_wire(); // in the thread of this opener: others go on meanwhile
         const bool opened = code == kOpenNode && file != nullptr;
         if (!send_reply(socket, reply, opened ? file->ready_fd() : -1) || code == kCloseNode) {
             return;

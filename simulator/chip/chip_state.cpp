@@ -46,10 +46,9 @@ constexpr uint8_t kModelSetfile = 0x10;
 constexpr uint8_t kLockedByGpio0 = 0x9C;
 constexpr uint8_t kLockedByControl = 0x8C;
 
-std::vector<uint8_t> rom_bytes(const CameraModel& model, std::span<const uint8_t> contents)
+std::vector<uint8_t> rom_with(const CameraModel& model, std::span<const uint8_t> contents)
 {
-    const bool spi = model.rom_kind == RomKind::kSpiFlash;
-    std::vector<uint8_t> rom(spi ? model.flash.size_bytes : model.eeprom.size_bytes, 0xFF);
+    std::vector<uint8_t> rom(rom_bytes(model), 0xFF);
     std::vector<uint8_t> factory;
     if (contents.empty()) {
         factory = make_firmware_image(factory_image_request(model));
@@ -74,15 +73,15 @@ std::array<uint8_t, kFlashInfoBytes> flash_info(const CameraModel& model)
             part.id[0],
             part.id[1],
             part.id[2],
-            0x01,
-            0x02,
-            0x64};
+            part.controller_params[0],
+            part.controller_params[1],
+            part.controller_params[2]};
 }
 
 ChipState::ChipState(const CameraModel& the_model, Clock& clock,
                      std::span<const uint8_t> rom_contents)
     : model(the_model),
-      rom(rom_bytes(the_model, rom_contents)),
+      rom(rom_with(the_model, rom_contents)),
       flash(model.rom_kind == RomKind::kSpiFlash
                 ? std::optional<SpiFlash>(std::in_place, model.flash, clock, rom)
                 : std::nullopt),

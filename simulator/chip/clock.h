@@ -11,15 +11,17 @@ class Clock {
 public:
     virtual ~Clock() = default;
     virtual uint64_t now_us() = 0;
-    /// Time that passes on the wire or while the host sleeps. A real clock ignores it.
+    /// Time that passes on the wire or while the host sleeps.
     virtual void advance_us(uint64_t elapsed_us) = 0;
 };
 
-/// The machine's monotonic clock.
+/// The machine's monotonic clock. It advances by itself, so being told to only notes how long the
+/// calling thread still has to wait: it does so by wait_for_wire(), when it holds no lock.
 class RealClock final : public Clock {
 public:
     uint64_t now_us() override;
-    void advance_us(uint64_t) override {}
+    void advance_us(uint64_t elapsed_us) override;
+    static void wait_for_wire();
 };
 
 /// Stands still until it is advanced. Thread-safe.

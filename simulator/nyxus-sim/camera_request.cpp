@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "camera_request.h"
 
+#include "cameras/camera_file.h"
+#include "cameras/nearest.h"
+#include "cameras/shipped.h"
+
 #include <algorithm>
 #include <charconv>
 #include <set>
@@ -10,41 +14,26 @@ namespace sim {
 
 namespace {
 
-constexpr size_t kFarthestGuess = 4; // edits; beyond that a suggestion only confuses
-
-size_t edit_distance(std::string_view from, std::string_view to)
-{
-    std::vector<size_t> row(to.size() + 1);
-    for (size_t column = 0; column <= to.size(); ++column) {
-        row[column] = column;
-    }
-    for (size_t line = 1; line <= from.size(); ++line) {
-        size_t diagonal = row[0];
-        row[0] = line;
-        for (size_t column = 1; column <= to.size(); ++column) {
-            const size_t replaced = diagonal + (from[line - 1] == to[column - 1] ? 0 : 1);
-            diagonal = row[column];
-            row[column] = std::min({row[column] + 1, row[column - 1] + 1, replaced});
-        }
-    }
-    return row.back();
-}
-
 std::string unknown_model(std::string_view name)
 {
-    const auto all = models();
-    const auto nearest = std::ranges::min_element(
-        all, {}, [name](const CameraModel& model) { return edit_distance(name, model.name); });
+    std::vector<std::string_view> names;
+    std::ranges::transform(models(), std::back_inserter(names), &CameraModel::name);
     std::ostringstream text;
     text << "there is no camera model '" << name << "'";
-    if (edit_distance(name, nearest->name) <= kFarthestGuess) {
-        text << "; did you mean '" << nearest->name << "'?";
+    if (const auto nearest = nearest_name(name, names)) {
+        text << "; did you mean '" << *nearest << "'?";
     }
     text << "\nModels:";
-    for (const CameraModel& model : all) {
-        text << " " << model.name;
+    for (const std::string_view model : names) {
+        text << " " << model;
     }
+    text << "\nThe name of a file with a camera's description has a '/' or ends in .toml.";
     return text.str();
+}
+
+bool names_a_file(std::string_view text)
+{
+    return text.find('/') != std::string_view::npos || text.ends_with(".toml");
 }
 
 unsigned parse_bus(const std::string& text)
@@ -91,13 +80,20 @@ void check_rom_files_differ(const std::vector<CameraRequest>& cameras)
 
 } // namespace
 
-const CameraModel& model_named(std::string_view name)
+std::shared_ptr<const CameraModel> model_named(const std::string& text)
 {
-    const CameraModel* model = find_model(name);
-    if (model == nullptr) {
-        throw UsageError(unknown_model(name));
+    if (names_a_file(text)) {
+        try {
+            return std::make_shared<CameraModel>(read_camera_file(text));
+        } catch (const CameraFileError& error) {
+            throw UsageError(error.what());
+        }
     }
-    return *model;
+    const CameraModel* model = find_model(text);
+    if (model == nullptr) {
+        throw UsageError(unknown_model(text));
+    }
+    return std::make_shared<CameraModel>(*model);
 }
 
 CameraRequest parse_camera(const std::string& text)
@@ -106,7 +102,7 @@ CameraRequest parse_camera(const std::string& text)
     std::string part;
     std::getline(parts, part, ',');
     CameraRequest camera;
-    camera.model = &model_named(part);
+    camera.model = model_named(part);
     while (std::getline(parts, part, ',')) {
         apply_setting(camera, part);
     }
@@ -119,7 +115,7 @@ std::vector<CameraRequest> parse_cameras(const std::vector<std::string>& texts,
     std::vector<CameraRequest> cameras;
     std::ranges::transform(texts, std::back_inserter(cameras), parse_camera);
     if (cameras.empty()) {
-        cameras.emplace_back().model = &models().front();
+        cameras.emplace_back().model = std::make_shared<CameraModel>(models().front());
     }
     if (rom_files.size() > cameras.size()) {
         throw UsageError("there are more ROM files than cameras");

@@ -3,9 +3,9 @@
 
 #include "chip/model.h"
 
+#include <memory>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace sim {
@@ -15,9 +15,9 @@ struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// One camera of the command line: MODEL[,serial=TEXT][,bus=N][,rom=FILE][,blank]
+/// One camera of the command line: MODEL-OR-FILE[,serial=TEXT][,bus=N][,rom=FILE][,blank]
 struct CameraRequest {
-    const CameraModel* model = nullptr;
+    std::shared_ptr<const CameraModel> model;
     std::string serial;
     unsigned bus = 1;
     std::string rom_file; ///< empty: contents are not kept
@@ -30,7 +30,8 @@ CameraRequest parse_camera(const std::string& text);
 /// in order. Throws UsageError.
 std::vector<CameraRequest> parse_cameras(const std::vector<std::string>& texts,
                                          const std::vector<std::string>& rom_files);
-/// Throws UsageError that names the nearest model and lists all.
-const CameraModel& model_named(std::string_view name);
+/// A shipped model by its name, or the one that a description file holds: then `text` has a '/' or
+/// ends in .toml. Throws UsageError that says where the file is wrong, or names the nearest model.
+std::shared_ptr<const CameraModel> model_named(const std::string& text);
 
 } // namespace sim

@@ -29,9 +29,16 @@ struct ImageArguments {
     std::string file;
 };
 
+struct DescribeArguments {
+    std::string model; ///< empty: the keys of a description
+    bool flash_parts = false;
+    bool eeprom_parts = false;
+};
+
 /// Each returns the exit code and throws std::runtime_error, or UsageError for wrong arguments.
 int run_program(const RunArguments& arguments);
 int list_models();
+int describe(const DescribeArguments& arguments);
 int make_image(const ImageArguments& arguments);
 
 } // namespace sim

@@ -28,7 +28,7 @@ std::vector<uint8_t> firmware_image(const ImageArguments& arguments)
     if (arguments.model.empty() || arguments.version.empty()) {
         throw UsageError("a firmware image needs --model and --version");
     }
-    ImageRequest request = factory_image_request(model_named(arguments.model));
+    ImageRequest request = factory_image_request(*model_named(arguments.model));
     request.version = parse_version(arguments.version);
     request.seed = arguments.seed;
     if (arguments.size_bytes != 0) {

@@ -18,6 +18,7 @@ constexpr int kRunFailureCode = 125; // not to be taken for the program's own
 
 constexpr char kExamples[] = R"(Examples:
   nyxus-sim models
+  nyxus-sim describe rowan-spi > my.toml && nyxus-sim run --camera my.toml -- nyxus info
   nyxus-sim run -- lsusb -v -d 1162:
   nyxus-sim run --camera rowan-spi,serial=A1 --camera rowan-spi,serial=A2,bus=2 -- nyxus list
   nyxus-sim image --model rowan-spi --version 0x0205 new.bin
@@ -31,7 +32,8 @@ void add_simulation_options(CLI::App* command, sim::SimulationArguments& argumen
 {
     command
         ->add_option("--camera", arguments.cameras,
-                     "A camera: MODEL[,serial=TEXT][,bus=N][,rom=FILE][,blank]; may be repeated")
+                     "A camera: MODEL[,serial=TEXT][,bus=N][,rom=FILE][,blank]; MODEL may be a "
+                     "description file; may be repeated")
         ->type_name("CAMERA")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
@@ -59,7 +61,7 @@ void add_run(CLI::App& app, sim::RunArguments& arguments)
 void add_image(CLI::App& app, sim::ImageArguments& arguments)
 {
     CLI::App* image = app.add_subcommand("image", "Make a firmware or MFi image, always the same");
-    image->add_option("--model", arguments.model, "Camera model that the firmware is for");
+    image->add_option("--model", arguments.model, "Camera model, or description file, that the firmware is for");
     image->add_option("--version", arguments.version, "Firmware version, such as 0x0205");
     image->add_option("--size", arguments.size_bytes, "Size of the image in bytes");
     image->add_option("--seed", arguments.seed, "Another seed, other contents")
@@ -69,6 +71,15 @@ void add_image(CLI::App& app, sim::ImageArguments& arguments)
     image->add_option("--serial", arguments.serial, "Serial number inside the MFi image")
         ->needs(mfi);
     image->add_option("FILE", arguments.file, "File to write")->required();
+}
+
+void add_describe(CLI::App& app, sim::DescribeArguments& arguments)
+{
+    CLI::App* describe =
+        app.add_subcommand("describe", "Explain camera descriptions, or print that of a model");
+    describe->add_option("MODEL", arguments.model, "Print this model's description");
+    describe->add_flag("--flash-parts", arguments.flash_parts, "List the flash parts by name");
+    describe->add_flag("--eeprom-parts", arguments.eeprom_parts, "List the EEPROMs by name");
 }
 
 // What follows "--" is the program's, options and all.
@@ -89,8 +100,12 @@ int fail(const std::exception& error, int code)
     return code;
 }
 
-int dispatch(const CLI::App& app, const sim::RunArguments& run, const sim::ImageArguments& image)
+int dispatch(const CLI::App& app, const sim::RunArguments& run, const sim::ImageArguments& image,
+             const sim::DescribeArguments& describe)
 {
+    if (app.got_subcommand("describe")) {
+        return sim::describe(describe);
+    }
     if (app.got_subcommand("models")) {
         return sim::list_models();
     }
@@ -111,8 +126,10 @@ int command_line(int argc, char** argv)
     app.require_subcommand(1);
     sim::RunArguments run;
     sim::ImageArguments image;
+    sim::DescribeArguments describe;
     add_run(app, run);
     app.add_subcommand("models", "List the camera models");
+    add_describe(app, describe);
     add_image(app, image);
 
     run.program = split_program(argc, argv);
@@ -123,7 +140,7 @@ int command_line(int argc, char** argv)
     }
     const int failure_code = app.got_subcommand("run") ? kRunFailureCode : kFailureCode;
     try {
-        return dispatch(app, run, image);
+        return dispatch(app, run, image, describe);
     } catch (const sim::UsageError& error) {
         return fail(error, kUsageCode);
     } catch (const std::invalid_argument& error) { // the bed refuses a serial number, or is full

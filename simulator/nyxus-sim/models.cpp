@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "chip/model.h"
+#include "cameras/shipped.h"
 #include "commands.h"
 
 #include <algorithm>
@@ -14,9 +14,8 @@ int list_models()
         width = std::max(width, model.name.size());
     }
     for (const CameraModel& model : models()) {
-        std::printf("%-*.*s  %.*s\n", static_cast<int>(width), static_cast<int>(model.name.size()),
-                    model.name.data(), static_cast<int>(model.description.size()),
-                    model.description.data());
+        std::printf("%-*s  %s\n", static_cast<int>(width), model.name.c_str(),
+                    model.description.c_str());
     }
     return 0;
 }

@@ -14,11 +14,6 @@ namespace {
 
 constexpr uint8_t kErased = 0xFF;
 
-uint32_t rom_bytes(const CameraModel& model)
-{
-    return model.rom_kind == RomKind::kSpiFlash ? model.flash.size_bytes : model.eeprom.size_bytes;
-}
-
 // Empty: factory contents.
 std::vector<uint8_t> first_contents(const CameraRequest& request)
 {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "cameras/shipped.h"
 #include "chip/control_table.h"
 #include "chip/controller.h"
 #include "chip/firmware_image.h"

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Video of the simulated camera, through unmodified libuvc in the same process.
 #include "bus/bed.h"
+#include "cameras/shipped.h"
 #include "chip/picture.h"
 #include "usb/descriptors.h"
 

@@ -2,6 +2,7 @@
 // The simulated camera seen through unmodified libusb and libuvc in the same process.
 #include "bus/bed.h"
 #include "bus/virtual_time.h"
+#include "cameras/shipped.h"
 #include "usb/descriptors.h"
 
 #include <gtest/gtest.h>

@@ -7,6 +7,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include "cameras/shipped.h"
 #include "chip/firmware_image.h"
 #include "script.h"
 
@@ -19,8 +20,13 @@ static const sim::CameraModel& model_named(std::string_view name)
 }
 
 Camera::Camera(std::string_view model, Time time, std::vector<uint8_t> rom)
+    : Camera(model_named(model), time, std::move(rom))
+{
+}
+
+Camera::Camera(const sim::CameraModel& model, Time time, std::vector<uint8_t> rom)
     : time_(time == Time::kSimulated),
-      sim_(&bed_.plug(model_named(model), {.serial = {}, .rom = std::move(rom)}))
+      sim_(&bed_.plug(model, {.serial = {}, .rom = std::move(rom)}))
 {
 }
 
@@ -129,7 +135,13 @@ void Camera::answer(uint8_t request, uint8_t selector, std::vector<uint8_t> byte
 std::vector<uint8_t> load_image(std::string_view model, uint32_t size, uint16_t version,
                                 uint64_t seed)
 {
-    sim::ImageRequest request = sim::factory_image_request(model_named(model));
+    return load_image(model_named(model), size, version, seed);
+}
+
+std::vector<uint8_t> load_image(const sim::CameraModel& model, uint32_t size, uint16_t version,
+                                uint64_t seed)
+{
+    sim::ImageRequest request = sim::factory_image_request(model);
     request.version = version;
     request.image_bytes = size;
     request.seed = seed;

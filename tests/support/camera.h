@@ -35,6 +35,7 @@ public:
     {
     }
     Camera(std::string_view model, Time time, std::vector<uint8_t> rom = {});
+    Camera(const sim::CameraModel& model, Time time, std::vector<uint8_t> rom = {});
     ~Camera();
     Camera(const Camera&) = delete;
     Camera& operator=(const Camera&) = delete;
@@ -81,4 +82,6 @@ private:
 
 /// Loads an image of `size` bytes for the model into nyxus_fw_bin and returns it.
 std::vector<uint8_t> load_image(std::string_view model, uint32_t size = 32768,
+                                uint16_t version = 0x0205, uint64_t seed = 7);
+std::vector<uint8_t> load_image(const sim::CameraModel& model, uint32_t size,
                                 uint16_t version = 0x0205, uint64_t seed = 7);

@@ -1,0 +1,336 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cameras/fields.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace sim {
+
+namespace {
+
+constexpr int64_t kLongestUs = 10'000'000;
+constexpr int64_t kLargestFlash = 16 << 20;
+constexpr int64_t kLargestEeprom = 64 << 10;
+constexpr int64_t kSmallestImage = 0x80;
+constexpr int64_t kLargestImage = 0x8000;
+constexpr uint8_t kShortBlockErase = 0x52; // this opcode erases 32 KiB, all others 64 KiB
+
+constexpr std::string_view kVideo[] = {"bulk", "isochronous"};
+constexpr std::string_view kWriteProtect[] = {"control", "gpio0"};
+
+int64_t number(const Value& value)
+{
+    return std::get<int64_t>(value);
+}
+
+/// Puts a value of the right kind into a member, as it is.
+template <auto Member, typename Target>
+void store(Target& target, const Value& value)
+{
+    auto& member = target.*Member;
+    using Type = std::remove_cvref_t<decltype(member)>;
+    if constexpr (std::is_same_v<Type, std::string>) {
+        member = std::get<std::string>(value);
+    } else if constexpr (std::is_same_v<Type, std::array<uint8_t, 3>>) {
+        const auto& bytes = std::get<std::vector<uint8_t>>(value);
+        std::copy_n(bytes.begin(), std::min(bytes.size(), member.size()), member.begin());
+    } else if constexpr (std::is_same_v<Type, bool>) {
+        member = std::get<bool>(value);
+    } else {
+        member = static_cast<Type>(number(value));
+    }
+}
+
+void set_xu_version(CameraModel& model, const Value& value)
+{
+    model.has_xu_version = true;
+    model.xu_version = static_cast<uint16_t>(number(value));
+}
+
+void set_video(CameraModel& model, const Value& value)
+{
+    model.streams_isochronously = std::get<std::string>(value) == kVideo[1];
+}
+
+void set_write_protect(CameraModel& model, const Value& value)
+{
+    const bool gpio0 = std::get<std::string>(value) == kWriteProtect[1];
+    const bool spi = model.rom_kind == RomKind::kSpiFlash;
+    model.gpio0_is_wp = gpio0 && spi;
+    model.gpio0_protects_eeprom = gpio0 && !spi;
+}
+
+Value default_write_protect(const CameraModel& model)
+{
+    const bool older = !model.has_xu_version || !model.has_memory_extension;
+    return std::string(kWriteProtect[older && model.rom_kind == RomKind::kSpiFlash ? 1 : 0]);
+}
+
+Value default_size_byte(const CameraModel& model)
+{
+    constexpr std::string_view kLarch[] = {"LE", "LD", "LS", "LP"};
+    const auto signature = std::string_view(model.internal_version).substr(0, 2);
+    return int64_t{std::ranges::find(kLarch, signature) != std::end(kLarch) ? 22 : 6};
+}
+
+void set_size_byte(CameraModel& model, const Value& value)
+{
+    model.size_at_alternative_byte = number(value) == 22;
+}
+
+void set_id(FlashPart& part, const Value& value)
+{
+    store<&FlashPart::id>(part, value);
+    part.id_length = static_cast<uint8_t>(std::get<std::vector<uint8_t>>(value).size());
+}
+
+Value default_info_param(const FlashPart& part)
+{
+    switch (part.read_id_command) {
+        case 0x15:
+        case 0xAB:
+            return 0x24;
+        case 0x90:
+            return 0x2C;
+        default:
+            return 0x31;
+    }
+}
+
+Value default_block_bytes(const FlashPart& part)
+{
+    const int64_t block = part.block_erase_command == kShortBlockErase ? 0x8000 : 0x10000;
+    return std::min<int64_t>(block, part.size_bytes);
+}
+
+Value bytes(std::initializer_list<uint8_t> list)
+{
+    return std::vector<uint8_t>(list);
+}
+
+constexpr Number kByte{0, 0xFF, Digits::kHex};
+constexpr Number kWord16{0, 0xFFFF, Digits::kHex};
+constexpr Number kTime{0, kLongestUs};
+
+} // namespace
+
+// clang-format off
+std::span<const Field<CameraModel>> camera_fields()
+{
+    using M = CameraModel;
+    static const Field<M> fields[] = {
+        {"name", Word{40}, Computed<M>{"the file's name without .toml", [](const M& m) -> Value { return m.name; }},
+         "Name on the command line, and the USB product text.", store<&M::name>},
+        {"description", Text{0, 120}, Value(""),
+         "One line for 'nyxus-sim models'.", store<&M::description>},
+        {"internal_version", Text{2, 11}, Required{},
+         "Version text of the firmware in the chip. It holds the chip's signature, by which hosts tell "
+         "the chip: LE LD LS LP FI F2 WI HA RO1 RO2 CD CB. Its first two characters also sign the "
+         "firmware images that the chip boots.", store<&M::internal_version>},
+        {"bond", kByte, Value(0),
+         "Bond variant of the chip, in the device status of extension unit 0x0003: CB chips come as 0 to 3.",
+         store<&M::bond>},
+        {"xu_version", kWord16, Absent{"no version record: older firmware"},
+         "Version of the extension unit, which decides the set of controls: 0x0002, 0x0003, 0x0100, "
+         "0x0101. Any other has the controls of older firmware.", set_xu_version},
+        {"memory_extension", Truth{}, Computed<M>{"true if xu_version is there, else false",
+            [](const M& m) -> Value { return m.has_xu_version; }},
+         "The version record announces 32-byte ROM transfers. Without it the firmware is an older one, "
+         "whatever its xu_version says.", store<&M::has_memory_extension>},
+        {"usb_product_id", kWord16, Value(0x0600),
+         "USB product ID; the vendor is always 0x1162.", store<&M::usb_product_id>},
+        {"usb_latency_us", Number{0, 1'000'000}, Value(125),
+         "Time that a control transfer takes, in microseconds.", store<&M::usb_latency_us>},
+        {"video", Choice{kVideo}, Value("bulk"),
+         "How the picture travels.", set_video},
+        {"h264_any_order", Truth{}, Value(false),
+         "The H.264 unit also answers queries whose length and request are swapped.",
+         store<&M::tolerates_swapped_h264>},
+        {"flash", PartOrTable{"flash"}, Absent{"none; then there is an 'eeprom'"},
+         "The ROM is an SPI flash: the name of a part ('nyxus-sim describe --flash-parts'), or a table "
+         "[flash].", nullptr},
+        {"eeprom", PartOrTable{"eeprom"}, Absent{"none; then there is a 'flash'"},
+         "The ROM is an I2C EEPROM: the name of a part ('nyxus-sim describe --eeprom-parts'), or a table "
+         "[eeprom].", nullptr},
+        {"write_protect", Choice{kWriteProtect}, Computed<M>{
+            "\"gpio0\" for the flash of older firmware, else \"control\"", default_write_protect},
+         "What drives the ROM's protection pin: the write-protect control alone, or GPIO 0 as well. A "
+         "high GPIO 0 releases a flash, a low one an EEPROM.", set_write_protect},
+        {"size_byte", EitherNumber{6, 22}, Computed<M>{"22 for the LARCH chips (LE LD LS LP), else 6", default_size_byte},
+         "Where the ROM header keeps the ROM's size: at byte 6 or 22.", set_size_byte},
+        {"firmware", Table{}, Absent{"all of its defaults"},
+         "A table [firmware]: what is in the ROM at first.", nullptr},
+    };
+    return fields;
+}
+
+std::span<const Field<CameraModel>> firmware_fields()
+{
+    using M = CameraModel;
+    static const Field<M> fields[] = {
+        {"version", kWord16, Value(0x0100),
+         "Version of the firmware.", store<&M::factory_firmware_version>},
+        {"size_bytes", Number{kSmallestImage, kLargestImage, Digits::kHex}, Computed<M>{
+            "0x4000, or half of a ROM that is smaller than 0x8000",
+            [](const M& m) -> Value { return int64_t{std::min(rom_bytes(m) / 2, 0x4000U)}; }},
+         "Size of the firmware; not more than the ROM has.", store<&M::factory_firmware_bytes>},
+        {"seed", Number{0, UINT32_MAX, Digits::kHex}, Computed<M>{"usb_product_id",
+            [](const M& m) -> Value { return int64_t{m.usb_product_id}; }},
+         "Another seed, other contents.", store<&M::factory_firmware_seed>},
+    };
+    return fields;
+}
+
+std::span<const Field<FlashPart>> flash_fields()
+{
+    using P = FlashPart;
+    static const Field<P> fields[] = {
+        {"name", Text{1, 40}, Value("unnamed flash"),
+         "Maker and part number.", store<&P::name>},
+        {"id", ByteList{2, 3}, Required{},
+         "Identification bytes: maker, then device.", set_id},
+        {"size_bytes", Number{0x1000, kLargestFlash, Digits::kHexPowerOfTwo}, Required{},
+         "Capacity.", store<&P::size_bytes>},
+        {"read_id_command", kByte, Value(0x9F),
+         "Opcode that reads the ID: 0x9F, 0x90, 0xAB or 0x15.", store<&P::read_id_command>},
+        {"chip_erase_command", kByte, Value(0xC7),
+         "Opcode that erases all; 0xFF for a part that has none which the camera may use.",
+         store<&P::chip_erase_command>},
+        {"block_erase_command", kByte, Value(0xD8),
+         "Opcode that erases a block.", store<&P::block_erase_command>},
+        {"block_erase_bytes", Number{0x1000, kLargestFlash, Digits::kHexPowerOfTwo}, Computed<P>{
+            "0x8000 for block_erase_command 0x52, else 0x10000; at most size_bytes", default_block_bytes},
+         "Size of a block.", store<&P::block_erase_bytes>},
+        {"sector_erase_command", kByte, Value(0x20),
+         "Opcode that erases a sector of 0x1000 bytes.", store<&P::sector_erase_command>},
+        {"program_us", kTime, Value(700),
+         "Time to program a page of 256 bytes, in microseconds.", store<&P::program_us>},
+        {"sector_erase_us", kTime, Value(60'000),
+         "Time to erase a sector.", store<&P::sector_erase_us>},
+        {"block_erase_us", kTime, Value(400'000),
+         "Time to erase a block.", store<&P::block_erase_us>},
+        {"chip_erase_us", kTime, Value(1'000'000),
+         "Time to erase all.", store<&P::chip_erase_us>},
+        {"status_write_us", kTime, Value(5'000),
+         "Time to write the status register.", store<&P::status_write_us>},
+        {"info_param", kByte, Computed<P>{
+            "0x31; 0x24 for read_id_command 0x15 or 0xAB, 0x2C for 0x90", default_info_param},
+         "What the controller's flash info says of the way to read the ID.", store<&P::info_param>},
+        {"controller_params", ByteList{3, 3}, bytes({0x01, 0x02, 0x64}),
+         "The last three bytes of the controller's flash info.", store<&P::controller_params>},
+    };
+    return fields;
+}
+
+std::span<const Field<EepromPart>> eeprom_fields()
+{
+    using P = EepromPart;
+    static const Field<P> fields[] = {
+        {"name", Text{1, 40}, Value("unnamed EEPROM"),
+         "Part number.", store<&P::name>},
+        {"size_bytes", Number{0x200, kLargestEeprom, Digits::kHexPowerOfTwo}, Required{},
+         "Capacity.", store<&P::size_bytes>},
+        {"page_bytes", Number{8, 256, Digits::kHexPowerOfTwo}, Value(32),
+         "Most bytes that one write can hold.", store<&P::page_bytes>},
+        {"write_cycle_us", kTime, Value(5'000),
+         "Time to write a page, in microseconds; meanwhile the part does not answer.",
+         store<&P::write_cycle_us>},
+    };
+    return fields;
+}
+// clang-format on
+
+namespace {
+
+std::string format_number(int64_t value, Digits digits)
+{
+    if (digits == Digits::kDecimal) {
+        return std::to_string(value);
+    }
+    char text[24];
+    const int width = value > 0xFF ? 4 : 2;
+    std::snprintf(text, sizeof text, "0x%0*llX", width, static_cast<unsigned long long>(value));
+    return text;
+}
+
+std::string quoted(std::string_view text)
+{
+    return '"' + std::string(text) + '"';
+}
+
+struct KindText {
+    std::string operator()(const Number& n) const
+    {
+        const bool power = n.digits == Digits::kHexPowerOfTwo;
+        return std::string(power ? "a power of two from " : "a whole number from ") +
+               format_number(n.least, n.digits) + " to " + format_number(n.most, n.digits);
+    }
+    std::string operator()(const EitherNumber& n) const
+    {
+        return std::to_string(n.first) + " or " + std::to_string(n.second);
+    }
+    std::string operator()(const Text& t) const
+    {
+        return "a text of " + (t.shortest > 0 ? std::to_string(t.shortest) + " to " : "at most ") +
+               std::to_string(t.longest) + " plain characters";
+    }
+    std::string operator()(const Word& w) const
+    {
+        return "a text of 1 to " + std::to_string(w.longest) + " letters, digits, '-', '_' and '.'";
+    }
+    std::string operator()(const Truth&) const { return "true or false"; }
+    std::string operator()(const ByteList& l) const
+    {
+        const std::string range = l.fewest == l.most
+                                      ? std::to_string(l.most)
+                                      : std::to_string(l.fewest) + " to " + std::to_string(l.most);
+        return "a list of " + range + " bytes, each from 0x00 to 0xFF";
+    }
+    std::string operator()(const Choice& c) const
+    {
+        std::string text;
+        for (const std::string_view word : c.words) {
+            text += (text.empty() ? "" : " or ") + quoted(word);
+        }
+        return text;
+    }
+    std::string operator()(const PartOrTable& p) const
+    {
+        return "the name of a part or a table [" + std::string(p.section) + "]";
+    }
+    std::string operator()(const Table&) const { return "a table"; }
+};
+
+struct ValueText {
+    const Kind& kind;
+
+    std::string operator()(int64_t value) const
+    {
+        const auto* rule = std::get_if<Number>(&kind);
+        return format_number(value, rule != nullptr ? rule->digits : Digits::kDecimal);
+    }
+    std::string operator()(bool value) const { return value ? "true" : "false"; }
+    std::string operator()(const std::string& value) const { return quoted(value); }
+    std::string operator()(const std::vector<uint8_t>& value) const
+    {
+        std::string text;
+        for (const uint8_t byte : value) {
+            text += (text.empty() ? "" : ", ") + format_number(byte, Digits::kHex);
+        }
+        return "[" + text + "]";
+    }
+};
+
+} // namespace
+
+std::string describe_kind(const Kind& kind)
+{
+    return std::visit(KindText{}, kind);
+}
+
+std::string format_value(const Value& value, const Kind& kind)
+{
+    return std::visit(ValueText{kind}, value);
+}
+
+} // namespace sim

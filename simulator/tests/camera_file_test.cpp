@@ -1,0 +1,269 @@
+// SPDX-License-Identifier: Apache-2.0
+// Camera descriptions: what a file says is what the camera is, and mistakes are told.
+#include "cameras/camera_file.h"
+#include "cameras/shipped.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+namespace sim {
+namespace {
+
+const std::string kMinimal = "internal_version = \"RO2-1.0\"\n";
+const std::string kFlash = "[flash]\nid = [0xEF, 0x30, 0x12]\nsize_bytes = 0x40000\n";
+
+std::string mistakes_in(const std::string& text)
+{
+    try {
+        (void)parse_camera_file(text, "my.toml");
+        return "";
+    } catch (const CameraFileError& error) {
+        return error.what();
+    }
+}
+
+TEST(CameraFile, AShortOneGetsSensibleDefaults)
+{
+    const CameraModel old = parse_camera_file(kMinimal + kFlash, "some/folder/my cam.toml");
+    EXPECT_EQ(old.name, "my-cam");
+    EXPECT_FALSE(old.has_xu_version);
+    EXPECT_FALSE(old.has_memory_extension);
+    EXPECT_TRUE(old.gpio0_is_wp) << "older firmware has no other lock";
+    EXPECT_FALSE(old.size_at_alternative_byte);
+    EXPECT_EQ(old.usb_latency_us, 125u);
+    EXPECT_EQ(old.flash.read_id_command, 0x9F);
+    EXPECT_EQ(old.flash.info_param, 0x31);
+    EXPECT_EQ(old.flash.chip_erase_command, 0xC7);
+    EXPECT_EQ(old.flash.block_erase_bytes, 0x10000u);
+    EXPECT_EQ(old.factory_firmware_bytes, 0x4000u);
+
+    const CameraModel newer =
+        parse_camera_file(kMinimal + "xu_version = 0x0002\n" + kFlash, "my.toml");
+    EXPECT_TRUE(newer.has_memory_extension);
+    EXPECT_FALSE(newer.gpio0_is_wp);
+
+    const CameraModel larch = parse_camera_file(
+        "internal_version = \"LE-1\"\neeprom = \"24C04\"\nwrite_protect = \"gpio0\"\n", "my.toml");
+    EXPECT_TRUE(larch.size_at_alternative_byte);
+    EXPECT_TRUE(larch.gpio0_protects_eeprom);
+    EXPECT_FALSE(larch.gpio0_is_wp);
+    EXPECT_EQ(larch.factory_firmware_bytes, 256u) << "fits into 512 bytes";
+}
+
+TEST(CameraFile, EveryKeyReachesTheCamera)
+{
+    const CameraModel model = parse_camera_file(R"(
+name = "my-camera_1.0"
+description = "All there is"
+internal_version = "CB-2.3.1"
+bond = 3
+xu_version = 0x0003
+memory_extension = false
+usb_product_id = 0x0777
+usb_latency_us = 250
+video = "isochronous"
+h264_any_order = true
+write_protect = "gpio0"
+size_byte = 22
+firmware = { version = 0x0203, size_bytes = 0x1234, seed = 9 }
+[flash]
+name = "MAKER PART"
+id = [0x12, 0x34]
+size_bytes = 0x80_000
+read_id_command = 0xAB
+chip_erase_command = 0x60
+block_erase_command = 0x52
+block_erase_bytes = 0x4000
+sector_erase_command = 0xD7
+program_us = 1
+sector_erase_us = 2
+block_erase_us = 3
+chip_erase_us = 4
+status_write_us = 5
+controller_params = [9, 8, 7]
+)",
+                                                "my.toml");
+    EXPECT_EQ(model.name, "my-camera_1.0");
+    EXPECT_EQ(model.description, "All there is");
+    EXPECT_EQ(model.internal_version, "CB-2.3.1");
+    EXPECT_EQ(model.bond, 3);
+    EXPECT_TRUE(model.has_xu_version);
+    EXPECT_EQ(model.xu_version, 3);
+    EXPECT_FALSE(model.has_memory_extension);
+    EXPECT_EQ(model.usb_product_id, 0x0777);
+    EXPECT_EQ(model.usb_latency_us, 250u);
+    EXPECT_TRUE(model.streams_isochronously);
+    EXPECT_TRUE(model.tolerates_swapped_h264);
+    EXPECT_TRUE(model.gpio0_is_wp);
+    EXPECT_TRUE(model.size_at_alternative_byte);
+    EXPECT_EQ(model.factory_firmware_version, 0x0203);
+    EXPECT_EQ(model.factory_firmware_bytes, 0x1234u);
+    EXPECT_EQ(model.factory_firmware_seed, 9u);
+    const FlashPart& flash = model.flash;
+    EXPECT_EQ(flash.name, "MAKER PART");
+    EXPECT_EQ(flash.id, (std::array<uint8_t, 3>{0x12, 0x34, 0}));
+    EXPECT_EQ(flash.id_length, 2);
+    EXPECT_EQ(flash.size_bytes, 0x80000u);
+    EXPECT_EQ(flash.read_id_command, 0xAB);
+    EXPECT_EQ(flash.info_param, 0x24) << "follows from the command";
+    EXPECT_EQ(flash.chip_erase_command, 0x60);
+    EXPECT_EQ(flash.block_erase_command, 0x52);
+    EXPECT_EQ(flash.block_erase_bytes, 0x4000u);
+    EXPECT_EQ(flash.sector_erase_command, 0xD7);
+    EXPECT_EQ(flash.program_us, 1u);
+    EXPECT_EQ(flash.sector_erase_us, 2u);
+    EXPECT_EQ(flash.block_erase_us, 3u);
+    EXPECT_EQ(flash.chip_erase_us, 4u);
+    EXPECT_EQ(flash.status_write_us, 5u);
+    EXPECT_EQ(flash.controller_params, (std::array<uint8_t, 3>{9, 8, 7}));
+}
+
+TEST(CameraFile, MistakesAreToldWithTheirPlace)
+{
+    const struct {
+        std::string text;
+        std::string_view message;
+    } cases[] = {
+        {kMinimal + kFlash + "program_us = \"slow\"\n",
+         "my.toml:5:1: 'program_us' must be a whole number from 0 to 10000000, not a text"},
+        {kMinimal + "nmae = \"x\"\n" + kFlash,
+         "my.toml:2:1: there is no key 'nmae' here; did you mean 'name'?"},
+        {kMinimal + "colour = \"x\"\n" + kFlash,
+         "my.toml:2:1: there is no key 'colour' here; 'nyxus-sim describe' lists them"},
+        {kMinimal + kFlash + "chip_erase_time = 5\n",
+         "my.toml:5:1: there is no key 'chip_erase_time' here; did you mean 'chip_erase_us'?"},
+        {kFlash,
+         "my.toml: 'internal_version' is missing: a text of 2 to 11 plain characters "
+         "(Version text of the firmware in the chip)"},
+        {kMinimal + "[flash]\nsize_bytes = 0x1000\n",
+         "my.toml:2:1: [flash] 'id' is missing: a list of 2 to 3 bytes, each from 0x00 to 0xFF "
+         "(Identification bytes: maker, then device)"},
+        {kMinimal,
+         "my.toml: the ROM is missing: either 'flash' or 'eeprom', the name of a part or a table"},
+        {kMinimal + "eeprom = \"24C256\"\n" + kFlash,
+         "my.toml:3:2: a camera has one ROM: there is both 'flash' and 'eeprom'"},
+        {kMinimal + "flash = \"MXIC MX25L1006\"\n",
+         "my.toml:2:1: there is no flash part of that name; did you mean \"MXIC MX25L1006E\"?"},
+        {kMinimal + "eeprom = \"nothing\"\n",
+         "my.toml:2:1: there is no eeprom part of that name; "
+         "'nyxus-sim describe --eeprom-parts' lists them"},
+        {kMinimal + "flash = 5\n",
+         "my.toml:2:1: 'flash' must be the name of a part or a table [flash], not 5"},
+        {kMinimal + "xu_version = 65536\n" + kFlash,
+         "my.toml:2:1: 'xu_version' must be a whole number from 0x00 to 0xFFFF, not 0x10000"},
+        {kMinimal + "bond = -1\n" + kFlash,
+         "my.toml:2:1: 'bond' must be a whole number from 0x00 to 0xFF, not -1"},
+        {kMinimal + "usb_latency_us = 1.5\n" + kFlash,
+         "my.toml:2:1: 'usb_latency_us' must be a whole number from 0 to 1000000, not a number "
+         "with a decimal point"},
+        {kMinimal + "video = \"bluk\"\n" + kFlash,
+         "my.toml:2:1: 'video' must be \"bulk\" or \"isochronous\", not \"bluk\""},
+        {kMinimal + "size_byte = 7\n" + kFlash, "my.toml:2:1: 'size_byte' must be 6 or 22, not 7"},
+        {kMinimal + "name = \"a b\"\n" + kFlash,
+         "my.toml:2:1: 'name' must be a text of 1 to 40 letters, digits, '-', '_' and '.', not "
+         "\"a b\""},
+        {kMinimal + "description = \"\\u0007\"\n" + kFlash,
+         "my.toml:2:1: 'description' must be a text of at most 120 plain characters, not a text "
+         "with other characters"},
+        {"internal_version = \"RO2-1.0.12345\"\n" + kFlash,
+         "my.toml:1:1: 'internal_version' must be a text of 2 to 11 plain characters, not a text "
+         "of 13"},
+        {kMinimal + "[flash]\nid = [1, 2, 300]\nsize_bytes = 0x1000\n",
+         "my.toml:3:1: 'id' must be a list of 2 to 3 bytes, each from 0x00 to 0xFF, not a list "
+         "with 300"},
+        {kMinimal + "[flash]\nid = [1]\nsize_bytes = 0x1000\n",
+         "my.toml:3:1: 'id' must be a list of 2 to 3 bytes, each from 0x00 to 0xFF, not a list of "
+         "1"},
+        {kMinimal + "[flash]\nid = [1, 2, 3]\nsize_bytes = 0x2000000\n",
+         "my.toml:4:1: 'size_bytes' must be a power of two from 0x1000 to 0x1000000, not "
+         "0x2000000"},
+        {kMinimal + "[flash]\nid = [1, 2, 3]\nsize_bytes = 100000\n",
+         "my.toml:4:1: 'size_bytes' must be a power of two from 0x1000 to 0x1000000, not 0x186A0"},
+        {kMinimal + kFlash + "block_erase_bytes = 0x80000\n",
+         "my.toml:5:1: 'block_erase_bytes' is more than the 'size_bytes' of the flash"},
+        {kMinimal + "memory_extension = true\n" + kFlash,
+         "my.toml:2:1: 'memory_extension' is part of the version record, which a camera without "
+         "'xu_version' does not have"},
+        {kMinimal + "eeprom = \"24C04\"\nfirmware.size_bytes = 0x400\n",
+         "my.toml:3:10: the firmware is larger than the ROM, which has 512 bytes"},
+        {kMinimal + "firmware = 0x0100\n" + kFlash,
+         "my.toml:2:1: 'firmware' must be a table, not 256"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(mistakes_in(c.text), c.message) << c.text;
+    }
+    EXPECT_EQ(mistakes_in("x = 1\nvideo = 2\n" + kMinimal + kFlash),
+              "my.toml:1:1: there is no key 'x' here; 'nyxus-sim describe' lists them\n"
+              "my.toml:2:1: 'video' must be \"bulk\" or \"isochronous\", not 2")
+        << "all of them at once";
+}
+
+TEST(CameraFile, HostileTextsAreRefused)
+{
+    const std::string many(15000, '[');
+    std::string tables;
+    for (int i = 0; i < 8000; ++i) {
+        tables += "{a=";
+    }
+    std::string dotted = "a";
+    std::string half_dotted = "a";
+    for (int i = 0; i < 15000; ++i) {
+        (i < 1900 ? half_dotted : dotted) += ".a";
+    }
+    const std::string texts[] = {
+        "",
+        "\xFF\xFE\x00\x01",
+        std::string(1000, '\0'),
+        "a = " + many,
+        "a = " + tables,
+        dotted + " = 1",
+        half_dotted + " = 1",
+        "[" + half_dotted + "]",
+        "name = \"unfinished",
+        "flash = ",
+        kMinimal + "flash = \"MXIC MX25L1006E\"\n" + kFlash,
+        kMinimal + kMinimal + kFlash,
+        kMinimal + "bond = 99999999999999999999\n" + kFlash,
+        "\"\x1b[31m\" = 1\n",
+    };
+    for (const std::string& text : texts) {
+        const std::string message = mistakes_in(text);
+        EXPECT_EQ(message.substr(0, 7), "my.toml") << text.substr(0, 40);
+        EXPECT_LT(message.size(), 600u);
+        EXPECT_EQ(message.find('\x1b'), std::string::npos);
+    }
+}
+
+TEST(CameraFile, FilesThatAreNoneAreRefused)
+{
+    const auto folder = std::filesystem::temp_directory_path() / "nyxus-camera-file-test";
+    std::filesystem::create_directories(folder);
+    const std::string large = folder / "large.toml";
+    std::ofstream(large) << std::string(40000, '#');
+    for (const std::string& path :
+         {large, folder.string(), (folder / "none.toml").string(), std::string("/dev/zero")}) {
+        EXPECT_THROW((void)read_camera_file(path), CameraFileError) << path;
+    }
+    const std::string good = folder / "good.toml";
+    std::ofstream(good) << kMinimal << kFlash;
+    EXPECT_EQ(read_camera_file(good).name, "good");
+    std::filesystem::remove_all(folder);
+}
+
+TEST(CameraFile, ShippedFilesNameTheirCameras)
+{
+    ASSERT_EQ(models().size(), 10u);
+    EXPECT_EQ(models().front().name, "rowan-spi");
+    for (const CameraModel& model : models()) {
+        EXPECT_NE(model_file(model.name), "") << "the file is named after the camera";
+        EXPECT_EQ(find_model(model.name), &model);
+    }
+    EXPECT_EQ(find_model("rowan"), nullptr);
+    EXPECT_EQ(model_file("rowan"), "");
+}
+
+} // namespace
+} // namespace sim
