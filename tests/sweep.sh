@@ -1,29 +1,31 @@
 #!/bin/sh
 # SPDX-License-Identifier: Apache-2.0
 # Every chip with every extension unit and every ROM: described, plugged in, probed and upgraded,
-# with one process per processor. A few minutes. Needs a build of the preset.
+# with a process per processor. All of it takes a few minutes.
 #
-#   tests/sweep.sh [PRESET]     PRESET: dev (without one), release, asan ...
+#   tests/sweep.sh [BUILD-FOLDER [--every N]]     build/dev without one; only every Nth combination
 set -u
-sweep=$(dirname "$0")/../build/${1:-dev}/bin/catalogue_sweep
+folder=${1:-$(dirname "$0")/../build/dev}
+[ $# -eq 0 ] || shift
+sweep=$folder/bin/catalogue_sweep
 work=$(mktemp -d /tmp/nyxus-sweep.XXXXXX) || exit 1
 trap 'rm -rf "$work"' EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
-
-# Each camera makes some hundred short-lived files, which cost nothing in memory. Where one may not
-# mount, the disk has to do.
-in_memory() {
-    unshare -rm sh -c 'mount -t tmpfs none "$1" && shift && exec "$@"' in_memory "$@"
-}
 mkdir "$work/tmp"
-if in_memory "$work/tmp" true 2>/dev/null; then run=in_memory; else run='env --'; fi
-[ "$run" = in_memory ] && set -- "$work/tmp" || set --
+TMPDIR=$work/tmp
+export TMPDIR
+
+# Each camera makes some hundred short-lived files, which cost least in memory. Where one may not
+# mount, the disk has to do.
+in_memory() { unshare -rm sh -c 'mount -t tmpfs none "$TMPDIR" && exec "$@"' in_memory "$@"; }
+on_disk() { "$@"; }
+if in_memory true 2>/dev/null; then place=in_memory; else place=on_disk; fi
 
 processes=$(nproc)
 shard=0
 while [ $shard -lt "$processes" ]; do
-    (export TMPDIR="$work/tmp"; $run "$@" "$sweep" --shard "$shard/$processes" >"$work/$shard.log" 2>&1
+    ($place "$sweep" --shard "$shard/$processes" "$@" >"$work/$shard.log" 2>&1
      echo $? >"$work/$shard.code") &
     shard=$((shard + 1))
 done

@@ -42,6 +42,43 @@ exit_codes() {
     expect_clean
 }
 
+takes_description_files() {
+    my=$work/my.toml
+    printf '%s\n' 'internal_version = "RO2-1.0"' 'xu_version = 0x0002' '[flash]' \
+        'id = [0xD5, 0x30, 0x12]' 'size_byte = 0x1000' >"$my"
+    expect_code 2 "$sim" run --camera "$my" -- true
+    expect_text "$work/err" "my.toml:5:1: there is no key 'size_byte' here; did you mean 'size_bytes'"
+    expect_code 2 "$sim" run --camera "$work/none.toml" -- true
+    expect_text "$work/err" 'none.toml: there is no such file'
+    sed -i 's/size_byte.*/size_bytes = 0x1000/' "$my"
+    expect_code 0 "$sim" describe "$my"
+    expect_code 0 "$sim" run --camera "$my,rom=$work/my.rom" -- lsusb -v -d 1162:
+    expect_text "$work/out" 'iProduct.*my'
+    [ "$(stat -c %s "$work/my.rom")" -eq 4096 ] || fail "size of the ROM"
+    expect_code 0 "$sim" image --model "$my" --version 2 --size 4096 "$work/new.bin"
+    cd "$work" || fail "cd"
+    expect_code 0 "$sim" describe rowan-iso
+    cp out copy.toml
+    expect_code 0 "$sim" run --camera copy.toml -- lsusb -v -d 1162:
+    expect_text out 'iProduct.*rowan-iso'
+    expect_clean
+}
+
+# What the program says of each key has a place in the manual as well.
+documents_every_key() {
+    expect_code 0 "$sim" describe
+    manual=$(dirname "$0")/../../docs/simulator.md
+    sed -n 's/^  \([a-z0-9_]*\): .*/\1/p' "$work/out" | sort -u >"$work/keys"
+    [ "$(wc -l <"$work/keys")" -gt 25 ] || fail "there are more keys than that"
+    while read -r key; do
+        grep -q "^|.*\`$key\`" "$manual" || fail "'$key' is not in docs/simulator.md"
+    done <"$work/keys"
+    expect_code 0 "$sim" describe --flash-parts
+    [ "$(wc -l <"$work/out")" -eq 43 ] || fail "42 parts and a heading"
+    expect_code 0 "$sim" describe --eeprom-parts
+    expect_code 2 "$sim" describe rowan-sip
+}
+
 forwards_signals() {
     "$sim" run -- sh -c 'trap "exit 5" TERM; echo ready; while :; do sleep 0.05; done' >"$work/out" &
     launcher=$!
