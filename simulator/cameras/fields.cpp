@@ -119,24 +119,26 @@ std::span<const Field<CameraModel>> camera_fields()
 {
     using M = CameraModel;
     static const Field<M> fields[] = {
-        {"name", Word{40}, Computed<M>{"the file's name without .toml", [](const M& m) -> Value { return m.name; }},
+        {"name", Word{40}, Computed<M>{"the file's name without .toml",
+            [](const M& m) -> Value { return m.name; }},
          "Name on the command line, and the USB product text.", store<&M::name>},
         {"description", Text{0, 120}, Value(""),
          "One line for 'nyxus-sim models'.", store<&M::description>},
         {"internal_version", Text{2, 11}, Required{},
-         "Version text of the firmware in the chip. It holds the chip's signature, by which hosts tell "
-         "the chip: LE LD LS LP FI F2 WI HA RO1 RO2 CD CB. Its first two characters also sign the "
-         "firmware images that the chip boots.", store<&M::internal_version>},
+         "Version text of the firmware in the chip. It holds the chip's signature, by which hosts "
+         "tell the chip: LE LD LS LP FI F2 WI HA RO1 RO2 CD CB. Its first two characters also sign "
+         "the firmware images that the chip boots.", store<&M::internal_version>},
         {"bond", kByte, Value(0),
-         "Bond variant of the chip, in the device status of extension unit 0x0003: CB chips come as 0 to 3.",
+         "Bond variant of the chip, in the device status of extension unit 0x0003: CB chips come "
+         "as 0 to 3.",
          store<&M::bond>},
         {"xu_version", kWord16, Absent{"no version record: older firmware"},
-         "Version of the extension unit, which decides the set of controls: 0x0002, 0x0003, 0x0100, "
-         "0x0101. Any other has the controls of older firmware.", set_xu_version},
+         "Version of the extension unit, which decides the set of controls: 0x0002, 0x0003, "
+         "0x0100, 0x0101. Any other has the controls of older firmware.", set_xu_version},
         {"memory_extension", Truth{}, Computed<M>{"true if xu_version is there, else false",
             [](const M& m) -> Value { return m.has_xu_version; }},
-         "The version record announces 32-byte ROM transfers. Without it the firmware is an older one, "
-         "whatever its xu_version says.", store<&M::has_memory_extension>},
+         "The version record announces 32-byte ROM transfers. Without it the firmware is an older "
+         "one, whatever its xu_version says.", store<&M::has_memory_extension>},
         {"usb_product_id", kWord16, Value(0x0600),
          "USB product ID; the vendor is always 0x1162.", store<&M::usb_product_id>},
         {"usb_latency_us", Number{0, 1'000'000}, Value(125),
@@ -147,16 +149,17 @@ std::span<const Field<CameraModel>> camera_fields()
          "The H.264 unit also answers queries whose length and request are swapped.",
          store<&M::tolerates_swapped_h264>},
         {"flash", PartOrTable{"flash"}, Absent{"none; then there is an 'eeprom'"},
-         "The ROM is an SPI flash: the name of a part ('nyxus-sim describe --flash-parts'), or a table "
-         "[flash].", nullptr},
+         "The ROM is an SPI flash: the name of a part ('nyxus-sim describe --flash-parts'), or a "
+         "table [flash].", nullptr},
         {"eeprom", PartOrTable{"eeprom"}, Absent{"none; then there is a 'flash'"},
-         "The ROM is an I2C EEPROM: the name of a part ('nyxus-sim describe --eeprom-parts'), or a table "
-         "[eeprom].", nullptr},
+         "The ROM is an I2C EEPROM: the name of a part ('nyxus-sim describe --eeprom-parts'), or a "
+         "table [eeprom].", nullptr},
         {"write_protect", Choice{kWriteProtect}, Computed<M>{
             "\"gpio0\" for the flash of older firmware, else \"control\"", default_write_protect},
-         "What drives the ROM's protection pin: the write-protect control alone, or GPIO 0 as well. A "
-         "high GPIO 0 releases a flash, a low one an EEPROM.", set_write_protect},
-        {"size_byte", EitherNumber{6, 22}, Computed<M>{"22 for the LARCH chips (LE LD LS LP), else 6", default_size_byte},
+         "What drives the ROM's protection pin: the write-protect control alone, or GPIO 0 as "
+         "well. A high GPIO 0 releases a flash, a low one an EEPROM.", set_write_protect},
+        {"size_byte", EitherNumber{6, 22}, Computed<M>{
+            "22 for the LARCH chips (LE LD LS LP), else 6", default_size_byte},
          "Where the ROM header keeps the ROM's size: at byte 6 or 22.", set_size_byte},
         {"firmware", Table{}, Absent{"all of its defaults"},
          "A table [firmware]: what is in the ROM at first.", nullptr},
@@ -199,12 +202,14 @@ std::span<const Field<FlashPart>> flash_fields()
         {"block_erase_command", kByte, Value(0xD8),
          "Opcode that erases a block.", store<&P::block_erase_command>},
         {"block_erase_bytes", Number{0x1000, kLargestFlash, Digits::kHexPowerOfTwo}, Computed<P>{
-            "0x8000 for block_erase_command 0x52, else 0x10000; at most size_bytes", default_block_bytes},
+            "0x8000 for block_erase_command 0x52, else 0x10000; at most size_bytes",
+            default_block_bytes},
          "Size of a block.", store<&P::block_erase_bytes>},
         {"sector_erase_command", kByte, Value(0x20),
          "Opcode that erases a sector of 0x1000 bytes.", store<&P::sector_erase_command>},
         {"program_us", kTime, Value(110),
-         "Time that a page program takes, in microseconds; the camera programs 32 bytes at a time.", store<&P::program_us>},
+         "Time that a page program takes, in microseconds; the camera programs 32 bytes at a time.",
+         store<&P::program_us>},
         {"sector_erase_us", kTime, Value(60'000),
          "Time to erase a sector.", store<&P::sector_erase_us>},
         {"block_erase_us", kTime, Value(400'000),

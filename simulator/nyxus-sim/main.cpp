@@ -61,7 +61,8 @@ void add_run(CLI::App& app, sim::RunArguments& arguments)
 void add_image(CLI::App& app, sim::ImageArguments& arguments)
 {
     CLI::App* image = app.add_subcommand("image", "Make a firmware or MFi image, always the same");
-    image->add_option("--model", arguments.model, "Camera model, or description file, that the firmware is for");
+    image->add_option("--model", arguments.model,
+                      "Camera model, or description file, that the firmware is for");
     image->add_option("--version", arguments.version, "Firmware version, such as 0x0205");
     image->add_option("--size", arguments.size_bytes, "Size of the image in bytes");
     image->add_option("--seed", arguments.seed, "Another seed, other contents")

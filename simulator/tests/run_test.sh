@@ -55,6 +55,10 @@ takes_description_files() {
     expect_code 0 "$sim" run --camera "$my,rom=$work/my.rom" -- lsusb -v -d 1162:
     expect_text "$work/out" 'iProduct.*my'
     [ "$(stat -c %s "$work/my.rom")" -eq 4096 ] || fail "size of the ROM"
+    sed -i '1i usb_latency_us = 300_000' "$my" # a transfer cannot be faster than that
+    start=$(date +%s%N)
+    expect_code 0 "$sim" run --camera "$my" -- lsusb -v -d 1162:
+    [ $(($(date +%s%N) - start)) -gt 300000000 ] || fail "transfers take no time"
     expect_code 0 "$sim" image --model "$my" --version 2 --size 4096 "$work/new.bin"
     cd "$work" || fail "cd"
     expect_code 0 "$sim" describe rowan-iso
