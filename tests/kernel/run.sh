@@ -58,7 +58,7 @@ fetch_kernel() {
 find_uncompressed() {
     local offset
     offset=$(LC_ALL=C grep -abo "$(printf '\3757zXZ')" "$1" | head -n 1 | cut -d: -f1)
-    tail -c "+$((offset + 1))" "$1" | xz -dcq || true
+    tail -c "+$((offset + 1))" "$1" | xz -dcq 2>/dev/null || true
 }
 
 # With the libraries that it needs.
