@@ -226,6 +226,7 @@ stream_loses_the_camera() { # SIGNAL
     code=$?
     cat doing
     [ $code -eq 11 ] || { echo "ended with $code instead of 11"; return 1; }
+    says 'nyxus: .*unplugged' doing
     eventually 5 has_cameras 0
 }
 
