@@ -444,7 +444,7 @@ TEST(UsbipVideo, IsochronousPacketsCarryAFrame)
     EXPECT_EQ(picture, expected_picture(picture));
 }
 
-TEST(UsbipSession, AnUnplugAnswersWhatIsPendingAndEndsIt)
+TEST(UsbipSession, AnUnplugAnswersWhatIsPendingAndWhatFollows)
 {
     Camera camera;
     Host host(camera);
@@ -456,8 +456,10 @@ TEST(UsbipSession, AnUnplugAnswersWhatIsPendingAndEndsIt)
     const std::vector<Answer> answers = host.answers();
     ASSERT_EQ(answers.size(), 1);
     EXPECT_EQ(answers[0].status, -ESHUTDOWN);
-    EXPECT_TRUE(host.session.has_ended());
-    EXPECT_EQ(host.session.complaint(), "");
+    EXPECT_TRUE(host.session.is_gone());
+    EXPECT_EQ(host.transfer(get_descriptor(1, 0, 18)).status, -ESHUTDOWN);
+    ASSERT_EQ(host.send(host.unlink(1)).size(), 1);
+    EXPECT_EQ(host.session.gone_fd(), -1);
 }
 
 TEST(UsbipSession, AHostThatReadsNothingCannotFillTheMemory)

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <optional>
 
 namespace sim::usbip {
 
@@ -16,6 +17,12 @@ using std::chrono::steady_clock;
 
 constexpr auto kImportTime = std::chrono::seconds(5);
 constexpr auto kFarewellTime = std::chrono::seconds(1);
+
+// A kernel does not give up the transfers that it has sent when the connection ends, and whoever
+// waits for one holds the device until a time-out of seconds. So those that are still on their way
+// when the camera goes get an answer.
+constexpr auto kQuietTime = std::chrono::milliseconds(30);
+constexpr auto kMostLingering = std::chrono::milliseconds(500);
 constexpr size_t kReadBytes = 64u << 10;
 
 int milliseconds_until(steady_clock::time_point deadline)
@@ -86,7 +93,14 @@ void FastForward::catch_up()
 void converse(int socket, Session& session, FastForward& time)
 {
     const auto import_deadline = steady_clock::now() + kImportTime;
+    std::optional<steady_clock::time_point> gone_since;
     while (!session.has_ended()) {
+        int limit_ms = session.is_attached() ? -1 : milliseconds_until(import_deadline);
+        if (session.is_gone()) {
+            gone_since = gone_since.value_or(steady_clock::now());
+            const auto deadline = *gone_since + kMostLingering;
+            limit_ms = milliseconds_until(std::min(steady_clock::now() + kQuietTime, deadline));
+        }
         const bool has_output = !session.output().empty();
         std::array<pollfd, 3> waiting{{
             {socket,
@@ -95,10 +109,9 @@ void converse(int socket, Session& session, FastForward& time)
             {session.wants_input() ? session.ready_fd() : -1, POLLOUT, 0},
             {session.gone_fd(), POLLOUT, 0},
         }};
-        const int limit_ms = session.is_attached() ? -1 : milliseconds_until(import_deadline);
         const int ready = poll(waiting.data(), waiting.size(), limit_ms);
         if (ready == 0 || (ready < 0 && errno != EINTR)) {
-            return;
+            break;
         }
         const short events = waiting[0].revents;
         if ((events & (POLLERR | POLLNVAL)) != 0 ||

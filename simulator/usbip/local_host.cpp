@@ -97,8 +97,8 @@ bool LocalHost::plug_once(Port& port, const Export& device)
     Session session(device, std::move(file));
     std::string failure;
     try {
-        const unsigned number = vhci_.attach(ends[1], device.record.id());
-        std::printf("%s is plugged in at port %u.\n", port.bus_id.c_str(), number);
+        port.number = vhci_.attach(ends[1], device.record.id(), port.number);
+        std::printf("%s is plugged in at port %u.\n", port.bus_id.c_str(), *port.number);
         std::fflush(stdout);
     } catch (const std::runtime_error& error) {
         failure = error.what();
@@ -116,11 +116,11 @@ bool LocalHost::plug_once(Port& port, const Export& device)
     if (!failure.empty()) {
         throw std::runtime_error(failure);
     }
-    if (!session.has_ended() && !stopping_) {
+    if (!session.is_gone() && !stopping_) {
         std::printf("%s was detached.\n", port.bus_id.c_str());
         std::fflush(stdout);
     }
-    return session.has_ended();
+    return session.is_gone();
 }
 
 } // namespace sim::usbip

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <list>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -29,7 +30,8 @@ public:
 private:
     struct Port {
         std::string bus_id;
-        int socket = -1; ///< our end while it is plugged in
+        int socket = -1;                ///< our end while it is plugged in
+        std::optional<unsigned> number; ///< once it has been plugged in; it stays there
         std::thread thread;
     };
 

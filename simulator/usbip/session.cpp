@@ -87,6 +87,19 @@ bool is_contradictory(const Command& command)
            (setup.is_in() != (command.direction == kIn) || setup.length > command.length);
 }
 
+// Of a transfer that the node does not take. ENOENT would tell the host of a cancellation.
+int refusal(int status)
+{
+    switch (status) {
+        case -ENOENT:
+            return -EPIPE;
+        case -ENODEV:
+            return -ESHUTDOWN;
+        default:
+            return status;
+    }
+}
+
 } // namespace
 
 std::unique_ptr<UsbfsFile> open_for_host(const std::shared_ptr<UsbfsNode>& node)
@@ -250,9 +263,8 @@ void Session::submit(const Command& command, std::span<const uint8_t> payload)
     }
     const int status = pass_on(command, payload.first(data_bytes), std::move(pending));
     if (status < 0) {
-        // The host takes ENOENT for a cancellation of its own.
         const auto refused = pending_.extract(next_urb_ - 1);
-        refuse(refused.mapped(), status == -ENOENT ? -EPIPE : status);
+        refuse(refused.mapped(), refusal(status));
     }
 }
 
@@ -307,14 +319,9 @@ void Session::collect()
 // False when nothing more has finished.
 bool Session::reap()
 {
-    if (!file_) {
-        return false;
-    }
     const Reply finished = file_->call({{.code = USBDEVFS_REAPURBNDELAY}, {}});
     if (finished.header.result < 0) {
-        if (finished.header.result == -ENODEV) {
-            end();
-        }
+        gone_ = finished.header.result == -ENODEV;
         return false;
     }
     // A cancelled one has left the table.

@@ -36,7 +36,7 @@ public:
 
     /// More input. Only while wants_input(), so that a peer that does not read its answers waits.
     void feed(std::span<const uint8_t> bytes);
-    /// Puts finished transfers into the output, and ends the session when the camera is gone.
+    /// Puts finished transfers into the output.
     void collect();
 
     bool wants_input() const { return !has_ended() && output().size() < kOutputLimit; }
@@ -45,15 +45,18 @@ public:
     void consumed(size_t bytes);
 
     bool is_attached() const { return phase_ == Phase::kAttached; }
+    /// The camera is off the bus. Further transfers are answered so; closing the connection tells
+    /// the host for good.
+    bool is_gone() const { return gone_; }
     /// After the output the connection is to be closed.
     bool has_ended() const { return phase_ == Phase::kEnded; }
     /// What was wrong with the peer's input; empty when it ended in order.
     const std::string& complaint() const { return complaint_; }
     /// "1-2" once a device is imported.
     const std::string& bus_id() const { return bus_id_; }
-    /// Both are writable when it is time for collect(); -1 before the import.
+    /// Both are writable when it is time for collect(); -1 when there is nothing to wait for.
     int ready_fd() const { return file_ ? file_->ready_fd() : -1; }
-    int gone_fd() const { return file_ ? file_->gone_fd() : -1; }
+    int gone_fd() const { return file_ && !gone_ ? file_->gone_fd() : -1; }
 
 private:
     enum class Phase { kOperation, kAttached, kEnded };
@@ -81,6 +84,7 @@ private:
 
     ExportList exports_;
     Phase phase_ = Phase::kOperation;
+    bool gone_ = false;
     std::string complaint_;
     std::string bus_id_;
     uint32_t device_ = 0;

@@ -12,7 +12,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -25,7 +24,7 @@ namespace {
 constexpr char kStatusFile[] = "/sys/devices/platform/vhci_hcd.0/status";
 constexpr char kAttachFile[] = "/sys/devices/platform/vhci_hcd.0/attach";
 constexpr unsigned kFreePort = 4;
-constexpr int kAttempts = 400;
+constexpr int kAttempts = 2000;
 constexpr auto kPause = std::chrono::milliseconds(5);
 
 class File {
@@ -50,7 +49,7 @@ private:
 };
 
 // Lines such as "hs  0000 004 000 00000000 000000 0-0", below a heading.
-std::optional<unsigned> free_port()
+std::optional<unsigned> free_port(std::optional<unsigned> wanted)
 {
     const File file(kStatusFile, O_RDONLY);
     std::array<char, 4096> text{};
@@ -61,7 +60,8 @@ std::optional<unsigned> free_port()
         std::string hub;
         unsigned port = 0;
         unsigned status = 0;
-        if (fields >> hub >> port >> status && hub == "hs" && status == kFreePort) {
+        if (fields >> hub >> port >> status && hub == "hs" && status == kFreePort &&
+            wanted.value_or(port) == port) {
             return port;
         }
     }
@@ -96,26 +96,25 @@ Vhci::Vhci()
     }
 }
 
-// A port becomes free a little after its last device has gone.
-unsigned Vhci::attach(int socket, uint32_t device_id) const
+unsigned Vhci::attach(int socket, uint32_t device_id, std::optional<unsigned> wanted) const
 {
-    int error = EBUSY;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        if (const std::optional<unsigned> port = free_port()) {
-            error = write_attachment(*port, socket, device_id);
+        if (const std::optional<unsigned> port = free_port(wanted)) {
+            const int error = write_attachment(*port, socket, device_id);
             if (error == 0) {
                 return *port;
             }
             if (error != EBUSY) {
-                break;
+                throw std::runtime_error(std::string("the kernel refuses the camera: ") +
+                                         std::strerror(error));
             }
         }
         std::this_thread::sleep_for(kPause);
     }
-    throw std::runtime_error(
-        error == EBUSY ? std::string("all high-speed ports of the virtual USB host "
-                                     "controller are taken; 'usbip port' lists them")
-                       : std::string("the kernel refuses the camera: ") + std::strerror(error));
+    throw std::runtime_error(wanted ? "port " + std::to_string(*wanted) +
+                                          " of the virtual USB host controller does not become free"
+                                    : std::string("all high-speed ports of the virtual USB host "
+                                                  "controller are taken; 'usbip port' lists them"));
 }
 
 } // namespace sim::usbip
