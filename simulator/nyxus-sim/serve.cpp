@@ -18,13 +18,14 @@ void print_invitation(const usbip::Address& address, const Simulation& simulatio
     constexpr uint16_t kUsualPort = 3240;
     const std::string port =
         address.port == kUsualPort ? "" : "--tcp-port " + std::to_string(address.port) + " ";
+    const bool is_everywhere = address.host == "0.0.0.0" || address.host == "::";
+    const char* host = is_everywhere ? "THIS-MACHINE" : address.host.c_str();
     std::printf("Listening on %s. To plug a camera in, as root:\n  modprobe vhci_hcd\n",
                 address.text().c_str());
     for (PluggedCamera* camera : simulation.cameras()) {
         const std::string model(camera->model().name);
-        std::printf("  usbip %sattach -r %s -b %u-%u    # %s, serial %s\n", port.c_str(),
-                    address.host.c_str(), camera->bus(), camera->port(), model.c_str(),
-                    camera->serial().c_str());
+        std::printf("  usbip %sattach -r %s -b %u-%u    # %s, serial %s\n", port.c_str(), host,
+                    camera->bus(), camera->port(), model.c_str(), camera->serial().c_str());
     }
     std::fflush(stdout);
 }

@@ -66,6 +66,21 @@ uint16_t port_of(int socket)
                                              : reinterpret_cast<sockaddr_in*>(&bound)->sin_port);
 }
 
+// Answers go out one by one, and a host that has vanished does not keep its camera for hours.
+void tune(int socket)
+{
+    const struct {
+        int level;
+        int option;
+        int value;
+    } settings[] = {{IPPROTO_TCP, TCP_NODELAY, 1},   {SOL_SOCKET, SO_KEEPALIVE, 1},
+                    {IPPROTO_TCP, TCP_KEEPIDLE, 20}, {IPPROTO_TCP, TCP_KEEPINTVL, 10},
+                    {IPPROTO_TCP, TCP_KEEPCNT, 4},   {IPPROTO_TCP, TCP_USER_TIMEOUT, 60'000}};
+    for (const auto& [level, option, value] : settings) {
+        setsockopt(socket, level, option, &value, sizeof value);
+    }
+}
+
 uint16_t parse_port(const std::string& text)
 {
     uint16_t port = 0;
@@ -159,9 +174,7 @@ void Server::accept_peers()
             close(socket);
             continue;
         }
-        const int on = 1;
-        setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        setsockopt(socket, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
+        tune(socket);
         Connection& connection = connections_.emplace_back(Connection{socket, false, {}});
         connection.thread = std::thread([this, &connection] { serve(connection); });
     }

@@ -2,7 +2,7 @@
 # The checks, inside the virtual machine. Each is one line, PASS or FAIL, and after a FAIL what the
 # programs said. Every program has a time limit; a process that the kernel does not let go of for
 # fifteen seconds, or an oops, ends the machine without a closing line.
-# shellcheck shell=sh
+# shellcheck shell=sh disable=SC2094 # a command's output goes to a file of its name
 passed=0
 failed=0
 server=
@@ -218,7 +218,7 @@ loses_the_camera_in() { # SIGNAL TEXT COMMAND...: pulled when the command has sa
 
 upgrade_loses_the_camera() { # SIGNAL
     loses_the_camera_in "$1" 'rogram' nyxus upgrade /image.bin || return 1
-    [ $code -eq 11 ] || { echo "ended with $code instead of 11"; return 1; }
+    [ "$code" -eq 11 ] || { echo "ended with $code instead of 11"; return 1; }
     says 'nyxus: .*unplugged\|nyxus: .*lost\|nyxus: .*gone' doing
 }
 
@@ -252,6 +252,22 @@ plug_fast_camera() {
 keeps_the_rom() {
     upgrades && unplug && head -c "$(stat -c %s /image.bin)" kept.rom | cmp - /image.bin
 }
+
+# The machine's wish is respected: the camera is not plugged in again.
+ends_when_detached() {
+    expect 0 20 usbip detach -p 0 && eventually 5 has_cameras 0
+    wait "$server" || { cat /tmp/server; return 1; }
+    server=
+    says 'was detached' /tmp/server
+}
+
+sets_features() {
+    expect 0 20 nyxus flip on && expect 0 20 nyxus flip >flip && says 'on' flip &&
+        expect 0 20 nyxus flip off && expect 0 20 nyxus h264 bitrate 4000000 2000000 &&
+        expect 0 20 nyxus reg read 0x0100 4 && expect 0 20 nyxus osd string 0 'Front door'
+}
+
+erases() { expect 0 60 nyxus erase --yes && expect 8 30 nyxus compare /image.bin; }
 
 lists_both() {
     expect 0 20 nyxus list >list || { cat list; return 1; }
@@ -311,8 +327,10 @@ check "nyxus upgrades the firmware" upgrades
 check "nyxus resets the camera, which comes back with a new address" resets
 check "nyxus compares the ROM with images" compares
 check "nyxus dumps what was programmed" dumps
+check "nyxus sets flip, bit rate and text" sets_features
 check "nyxus upgrades and resets in one go" upgrades_and_resets_at_once
 check "v4l2-ctl captures with the new firmware" captures 320 240 5
+check "nyxus erases the ROM" erases
 check "the camera is unplugged" unplug
 
 echo "== A cable that is pulled"
@@ -331,7 +349,9 @@ echo "== A camera that streams isochronously"
 check "the camera is plugged in" plug rowan-iso,serial=K1
 check "v4l2-ctl captures 320x240 to the last byte" captures 320 240 10
 check "v4l2-ctl captures 640x480 to the last byte" captures 640 480 10
+check "v4l2-ctl captures 1280x720 to the last byte" captures 1280 720 5
 check "nyxus streams 320x240 to the last byte" streams_with_the_tool 320 240 10
+check "nyxus streams 1280x720 to the last byte" streams_with_the_tool 1280 720 3
 check "during a stream: nyxus says so and ends" stream_loses_the_camera TERM
 
 echo "== A camera with an EEPROM, one that is fast and keeps its ROM, and two at once"
@@ -344,6 +364,8 @@ check "its ROM keeps an upgrade" keeps_the_rom
 check "the cameras are plugged in" plug rowan-spi,serial=K1 hawthorn-eeprom,serial=K2
 check "nyxus lists and tells apart both" lists_both
 check "the cameras are unplugged" unplug
+check "plugged in again" plug rowan-spi,serial=K1
+check "the simulation ends when the machine detaches the camera" ends_when_detached
 
 echo "== Over TCP"
 check "usbip lists and attaches the camera" imports_over_tcp

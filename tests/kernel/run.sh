@@ -93,6 +93,7 @@ make_initramfs() {
 # A pass is 1: the machine itself says 2n + 1, and 0 is a death without a word.
 boot() {
     local arguments="quiet panic=-1 oops=panic"
+    # shellcheck disable=SC2054 # QEMU's commas
     local machine=(qemu-system-x86_64 -accel tcg -cpu max -m 768 -nodefaults -no-user-config
                    -display none -no-reboot -device isa-debug-exit,iobase=0xf4,iosize=1
                    -kernel "$cache/vmlinux" -initrd "$work/initramfs")
