@@ -64,8 +64,8 @@ double frames_per_s()
     return reception.frames > 1 && time_s > 0 ? (reception.frames - 1) / time_s : 0;
 }
 
-/// Until the end that the user has set, or until no frame comes any more.
-void wait_for_end(uint32_t seconds)
+/// Until the end that the user has set; false when no frame comes any more before.
+bool wait_for_end(uint32_t seconds)
 {
     constexpr std::chrono::seconds kPatience{5};
     const auto end =
@@ -76,11 +76,21 @@ void wait_for_end(uint32_t seconds)
         const auto until = std::min(end, Clock::now() + kPatience);
         const bool more =
             reception.changed.wait_until(lock, until, [&] { return reception.frames != before; });
-        if (!more)
-            return;
         if (Clock::now() >= end)
-            return;
+            return true;
+        if (!more)
+            return false;
     }
+    return true;
+}
+
+Failure silence_failure(const NyDevice& device)
+{
+    const std::string text = reception.frames == 0 ? "the camera sent no complete frame"
+                                                   : "the frames have stopped coming";
+    if (libusb_kernel_driver_active(device.usb_handle, 0) == LIBUSB_ERROR_NO_DEVICE)
+        return usb_failure(text, LIBUSB_ERROR_NO_DEVICE);
+    return {kExitTimeout, text};
 }
 
 void run_stream(Session& session, const Options& options)
@@ -89,23 +99,24 @@ void run_stream(Session& session, const Options& options)
     if (const std::string advice = usbfs_advice(param); !advice.empty())
         session.console.display().warn("nyxus: " + advice);
     const int32_t status = startVideoStream(session.device(), on_frame, &param);
+    bool ended_in_order = true;
     if (status >= 0) {
         const Unwatched unwatched(session.console);
-        wait_for_end(options.seconds);
+        ended_in_order = wait_for_end(options.seconds);
     }
     stopVideoStream(session.device());
     if (status < 0)
         throw stream_failure(param, status);
     if (reception.frames == 0)
-        throw Failure(kExitTimeout, "the camera sent no complete frame");
+        throw silence_failure(*session.device());
     session.print({{"frames", reception.frames},
                    {"dropped", reception.dropped},
                    {"frames_per_second", format("%.1f", frames_per_s())}});
     reception.raw.flush();
     if (!options.raw_file.empty() && !reception.raw)
         throw Failure(kExitFailure, "cannot write all frames to '" + options.raw_file + "'");
-    if (options.count != 0 && reception.frames < options.count && options.seconds == 0)
-        throw Failure(kExitTimeout, "the frames have stopped coming");
+    if (!ended_in_order)
+        throw silence_failure(*session.device());
 }
 
 } // namespace

@@ -60,6 +60,7 @@ void UsbfsNode::set_gone()
     for (UsbfsFile* file : files_) {
         file->cancel_all(-ESHUTDOWN);
     }
+    gone_signal_.set(true);
 }
 
 UsbfsFile::UsbfsFile(std::shared_ptr<UsbfsNode> node)

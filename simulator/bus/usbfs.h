@@ -49,6 +49,7 @@ private:
     unsigned address_;
     EventHook on_event_;
     bool gone_ = false;
+    ReadySignal gone_signal_;
     std::array<UsbfsFile*, kInterfaceCount> owners_{};
     std::vector<UsbfsFile*> files_;
     FramePump pump_; ///< last: its thread uses all of the above
@@ -64,6 +65,8 @@ public:
 
     Reply call(Request&& request);
     int ready_fd() const { return ready_.fd(); }
+    /// Borrowed; writable once the camera is off the bus.
+    int gone_fd() const { return node_->gone_signal_.fd(); }
 
 private:
     friend class UsbfsNode;

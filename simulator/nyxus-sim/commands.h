@@ -19,6 +19,11 @@ struct RunArguments {
     std::vector<std::string> program;
 };
 
+struct ServeArguments {
+    SimulationArguments simulation;
+    std::string listen = "127.0.0.1:3240";
+};
+
 struct ImageArguments {
     std::string model;
     std::string version;
@@ -37,6 +42,8 @@ struct DescribeArguments {
 
 /// Each returns the exit code and throws std::runtime_error, or UsageError for wrong arguments.
 int run_program(const RunArguments& arguments);
+int serve(const ServeArguments& arguments);
+int attach(const SimulationArguments& arguments);
 int list_models();
 int describe(const DescribeArguments& arguments);
 int make_image(const ImageArguments& arguments);

@@ -23,6 +23,8 @@ constexpr char kExamples[] = R"(Examples:
   nyxus-sim run --camera rowan-spi,serial=A1 --camera rowan-spi,serial=A2,bus=2 -- nyxus list
   nyxus-sim image --model rowan-spi --version 0x0205 new.bin
   nyxus-sim run --rom camera.rom -- nyxus upgrade new.bin
+  nyxus-sim serve --camera rowan-spi        (then: usbip attach -r 127.0.0.1 -b 1-1)
+  sudo nyxus-sim attach --camera rowan-spi
 
 run exits with the program's code, 128+N when it died of signal N, 127 when there is no such
 program, 126 when it cannot be run, 125 when the simulation itself failed. Wrong arguments: 2.
@@ -56,6 +58,25 @@ void add_run(CLI::App& app, sim::RunArguments& arguments)
     CLI::App* run = app.add_subcommand("run", "Run a program with simulated cameras plugged in");
     run->footer("The program and its arguments follow after --");
     add_simulation_options(run, arguments.simulation);
+}
+
+void add_serve(CLI::App& app, sim::ServeArguments& arguments)
+{
+    CLI::App* serve = app.add_subcommand(
+        "serve", "Offer simulated cameras to the kernels of this or other machines, over USB/IP");
+    serve
+        ->add_option("--listen", arguments.listen,
+                     "Where; port 0 is a free one, any host but the loopback is open to everybody")
+        ->type_name("HOST:PORT")
+        ->capture_default_str();
+    add_simulation_options(serve, arguments.simulation);
+}
+
+void add_attach(CLI::App& app, sim::SimulationArguments& arguments)
+{
+    CLI::App* attach = app.add_subcommand(
+        "attach", "Plug simulated cameras into this machine's kernel until Ctrl-C; as root");
+    add_simulation_options(attach, arguments);
 }
 
 void add_image(CLI::App& app, sim::ImageArguments& arguments)
@@ -101,18 +122,33 @@ int fail(const std::exception& error, int code)
     return code;
 }
 
-int dispatch(const CLI::App& app, const sim::RunArguments& run, const sim::ImageArguments& image,
-             const sim::DescribeArguments& describe)
+/// What the command line asks of each command.
+struct Arguments {
+    sim::RunArguments run;
+    sim::ServeArguments serve;
+    sim::SimulationArguments attach;
+    sim::ImageArguments image;
+    sim::DescribeArguments describe;
+};
+
+int dispatch(const CLI::App& app, const Arguments& arguments)
 {
     if (app.got_subcommand("describe")) {
-        return sim::describe(describe);
+        return sim::describe(arguments.describe);
     }
     if (app.got_subcommand("models")) {
         return sim::list_models();
     }
     if (app.got_subcommand("image")) {
-        return sim::make_image(image);
+        return sim::make_image(arguments.image);
     }
+    if (app.got_subcommand("serve")) {
+        return sim::serve(arguments.serve);
+    }
+    if (app.got_subcommand("attach")) {
+        return sim::attach(arguments.attach);
+    }
+    const sim::RunArguments& run = arguments.run;
     if (run.program.empty()) {
         throw sim::UsageError("which program? Write: nyxus-sim run [OPTIONS] -- PROGRAM ARGUMENTS");
     }
@@ -125,15 +161,15 @@ int command_line(int argc, char** argv)
     app.footer(kExamples);
     app.set_version_flag("--version", "nyxus-sim " NYXUS_VERSION_TEXT);
     app.require_subcommand(1);
-    sim::RunArguments run;
-    sim::ImageArguments image;
-    sim::DescribeArguments describe;
-    add_run(app, run);
+    Arguments arguments;
+    add_run(app, arguments.run);
+    add_serve(app, arguments.serve);
+    add_attach(app, arguments.attach);
     app.add_subcommand("models", "List the camera models");
-    add_describe(app, describe);
-    add_image(app, image);
+    add_describe(app, arguments.describe);
+    add_image(app, arguments.image);
 
-    run.program = split_program(argc, argv);
+    arguments.run.program = split_program(argc, argv);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -141,7 +177,7 @@ int command_line(int argc, char** argv)
     }
     const int failure_code = app.got_subcommand("run") ? kRunFailureCode : kFailureCode;
     try {
-        return dispatch(app, run, image, describe);
+        return dispatch(app, arguments);
     } catch (const sim::UsageError& error) {
         return fail(error, kUsageCode);
     } catch (const std::invalid_argument& error) { // the bed refuses a serial number, or is full

@@ -168,4 +168,23 @@ makes_images() {
     expect_text "$work/out" '^rowan-spi  '
 }
 
+serves_hosts() {
+    "$sim" serve --listen 127.0.0.1:0 --rom "$work/served.rom" >"$work/out" 2>"$work/err" &
+    server=$!
+    until grep -q 'attach -r 127.0.0.1 -b 1-1' "$work/out"; do sleep 0.05; done
+    kill -TERM $server
+    wait $server || fail "the server ended with $?"
+    [ -s "$work/served.rom" ] || fail "the ROM is not kept"
+    [ ! -s "$work/err" ] || fail "$(cat "$work/err")"
+    expect_code 2 "$sim" serve --listen somewhere
+    expect_text "$work/err" "no address to listen on"
+    expect_code 1 "$sim" serve --listen 192.0.2.1:0
+    expect_text "$work/err" 'cannot listen on 192.0.2.1:0'
+    if [ ! -e /sys/devices/platform/vhci_hcd.0 ]; then
+        expect_code 1 "$sim" attach
+        expect_text "$work/err" 'modprobe vhci_hcd'
+    fi
+    expect_clean
+}
+
 $case

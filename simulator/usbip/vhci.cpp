@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "usbip/vhci.h"
+
+#include "usbip/wire.h"
+
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+namespace sim::usbip {
+
+namespace {
+
+constexpr char kStatusFile[] = "/sys/devices/platform/vhci_hcd.0/status";
+constexpr char kAttachFile[] = "/sys/devices/platform/vhci_hcd.0/attach";
+constexpr unsigned kFreePort = 4;
+constexpr int kAttempts = 2000;
+constexpr auto kPause = std::chrono::milliseconds(5);
+
+class File {
+public:
+    // Called past the C library, where this process sees the simulated bus's /sys.
+    File(const char* path, int mode)
+        : fd_(static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, mode | O_CLOEXEC)))
+    {
+    }
+    ~File()
+    {
+        if (fd_ >= 0) {
+            close(fd_);
+        }
+    }
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+    int get() const { return fd_; }
+
+private:
+    int fd_;
+};
+
+// Lines such as "hs  0000 004 000 00000000 000000 0-0", below a heading.
+std::optional<unsigned> free_port(std::optional<unsigned> wanted)
+{
+    const File file(kStatusFile, O_RDONLY);
+    std::array<char, 4096> text{};
+    const ssize_t got = file.get() < 0 ? -1 : read(file.get(), text.data(), text.size());
+    std::istringstream lines(std::string(text.data(), got > 0 ? static_cast<size_t>(got) : 0));
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream fields(line);
+        std::string hub;
+        unsigned port = 0;
+        unsigned status = 0;
+        if (fields >> hub >> port >> status && hub == "hs" && status == kFreePort &&
+            wanted.value_or(port) == port) {
+            return port;
+        }
+    }
+    return std::nullopt;
+}
+
+int write_attachment(unsigned port, int socket, uint32_t device_id)
+{
+    std::array<char, 64> line{};
+    const int bytes =
+        std::snprintf(line.data(), line.size(), "%u %d %u %u", port, socket, device_id, kHighSpeed);
+    const File file(kAttachFile, O_WRONLY);
+    const bool written =
+        file.get() >= 0 && write(file.get(), line.data(), static_cast<size_t>(bytes)) == bytes;
+    return written ? 0 : errno;
+}
+
+} // namespace
+
+Vhci::Vhci()
+{
+    if (File(kStatusFile, O_RDONLY).get() < 0) {
+        throw std::runtime_error(
+            "this machine has no virtual USB host controller; load it as root "
+            "with 'modprobe vhci_hcd'");
+    }
+    if (File(kAttachFile, O_WRONLY).get() < 0) {
+        throw std::runtime_error(
+            errno == EACCES || errno == EPERM
+                ? "only root may attach cameras to this machine; run it as root, with sudo"
+                : std::string("cannot attach cameras: ") + std::strerror(errno));
+    }
+}
+
+unsigned Vhci::attach(int socket, uint32_t device_id, std::optional<unsigned> wanted) const
+{
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        if (const std::optional<unsigned> port = free_port(wanted)) {
+            const int error = write_attachment(*port, socket, device_id);
+            if (error == 0) {
+                return *port;
+            }
+            if (error != EBUSY) {
+                throw std::runtime_error(std::string("the kernel refuses the camera: ") +
+                                         std::strerror(error));
+            }
+        }
+        std::this_thread::sleep_for(kPause);
+    }
+    throw std::runtime_error(wanted ? "port " + std::to_string(*wanted) +
+                                          " of the virtual USB host controller does not become free"
+                                    : std::string("all high-speed ports of the virtual USB host "
+                                                  "controller are taken; 'usbip port' lists them"));
+}
+
+} // namespace sim::usbip

@@ -1,0 +1,385 @@
+# SPDX-License-Identifier: Apache-2.0
+# The checks, inside the virtual machine. Each is one line, PASS or FAIL, and after a FAIL what the
+# programs said. Every program has a time limit; a process that the kernel does not let go of for
+# fifteen seconds, or an oops, ends the machine without a closing line.
+# shellcheck shell=sh disable=SC2094 # a command's output goes to a file of its name
+passed=0
+failed=0
+server=
+cd /tmp || exit 1
+
+# limited SECONDS COMMAND...
+limited() {
+    seconds=$1
+    shift
+    timeout -k 5 "$seconds" "$@"
+}
+
+# check NAME FUNCTION ARGUMENTS...: what the function prints is shown if it fails
+check() {
+    name=$1
+    shift
+    if "$@" >/tmp/said 2>&1 </dev/null; then
+        passed=$((passed + 1))
+        echo "PASS  $name"
+    else
+        failed=$((failed + 1))
+        echo "FAIL  $name"
+        tail -n 25 /tmp/said | sed 's/^/      /'
+    fi
+}
+
+# eventually SECONDS COMMAND...: until it succeeds
+eventually() {
+    rest=$(($1 * 10))
+    shift
+    until "$@" >/dev/null 2>&1; do
+        rest=$((rest - 1))
+        [ $rest -gt 0 ] || { echo "waited in vain for: $*"; return 1; }
+        sleep 0.1
+    done
+}
+
+# expect CODE SECONDS COMMAND...
+expect() {
+    wanted=$1
+    shift
+    limited "$@"
+    code=$?
+    [ $code -eq "$wanted" ] || { echo "'$*' ended with $code instead of $wanted"; return 1; }
+}
+
+says() { grep -q -e "$1" "$2" || { cat "$2"; echo "no '$1' in it"; return 1; }; }
+
+# --- the camera's side
+
+start() { # nyxus-sim's arguments
+    nyxus-sim "$@" >/tmp/server 2>&1 &
+    server=$!
+}
+
+stop_server() { # SIGNAL
+    [ -n "$server" ] || return 0
+    kill "-$1" "$server"
+    wait "$server"
+    code=$?
+    server=
+    [ "$1" != TERM ] || [ $code -eq 0 ] || { cat /tmp/server; echo "nyxus-sim ended with $code"; return 1; }
+}
+
+has_cameras() { [ "$(cat /sys/bus/usb/devices/*/idVendor | grep -c 1162)" -eq "$1" ]; }
+has_video() { [ -e /dev/video0 ]; }
+
+plug() { # the cameras
+    cameras=$#
+    for camera in "$@"; do set -- "$@" --camera "$camera"; done
+    shift $cameras
+    start attach "$@"
+    { eventually 10 has_cameras $cameras && eventually 5 has_video; } ||
+        { cat /tmp/server; dmesg | tail; return 1; }
+}
+
+unplug() {
+    stop_server TERM && eventually 5 has_cameras 0
+}
+
+# --- what a user does
+
+describes_itself() {
+    expect 0 20 lsusb -v -d 1162: >list 2>complaints || { cat complaints; return 1; }
+    # lsusb takes every processing unit for one of UVC 1.1, which has a byte more.
+    [ "$(grep -c 'Warning: Descriptor too short' list)" -le 1 ] || { cat list; return 1; }
+    if grep -v 'Warning: Descriptor too short' list | grep -iE 'warning|error|unrecognized|unknown|invalid|can.t|junk' ||
+        [ -s complaints ]; then
+        cat complaints
+        return 1
+    fi
+    for text in 'iManufacturer *1 NYXUS Simulator' 'iProduct *2 rowan-spi' 'iSerial *3 K1' \
+        '{68bbd0b0-61a4-4b83-90b7-a6215f3c4f70}' '{a29e7641-de04-47e3-8b2b-f4341aff003b}' \
+        'bUnitID *6' 'bUnitID *12' '{32595559-0000-0010-8000-00aa00389b71}' 'wWidth *1280' \
+        'EP 1 IN' 'EP 3 IN'; do
+        says "$text" list || return 1
+    done
+}
+
+is_bound_to() { # DRIVER
+    for interface in /sys/bus/usb/devices/1-1:1.0 /sys/bus/usb/devices/1-1:1.1; do
+        [ "$(basename "$(readlink "$interface/driver")")" = "$1" ] ||
+            { echo "$interface: $(readlink "$interface/driver")"; return 1; }
+    done
+}
+
+offers_sizes() {
+    expect 0 20 v4l2-ctl -d /dev/video0 --list-formats-ext >formats || { cat formats; return 1; }
+    for text in "'YUYV'" 'Discrete 320x240' 'Discrete 640x480' 'Discrete 1280x720' '30.000 fps' \
+        '2.000 fps'; do
+        says "$text" formats || return 1
+    done
+}
+
+sets_brightness() {
+    expect 0 10 v4l2-ctl -d /dev/video0 --set-ctrl brightness=200 &&
+        expect 0 10 v4l2-ctl -d /dev/video0 --get-ctrl brightness >value && says 'brightness: 200' value
+}
+
+captures() { # WIDTH HEIGHT COUNT
+    rm -f raw
+    expect 0 40 v4l2-ctl -d /dev/video0 "--set-fmt-video=width=$1,height=$2,pixelformat=YUYV" \
+        --stream-mmap "--stream-count=$3" --stream-to=raw && check_frames raw "$1" "$2" "$3"
+}
+
+streams_with_the_tool() { # WIDTH HEIGHT COUNT
+    rm -f raw
+    expect 0 60 nyxus stream --size "$1x$2" --count "$3" --raw raw && check_frames raw "$1" "$2" "$3"
+}
+
+tells_about() { # SERIAL
+    expect 0 20 nyxus info >info || { cat info; return 1; }
+    says "$1" info && eventually 5 has_video
+}
+
+takes_a_snapshot() {
+    expect 0 30 nyxus snapshot --size 320x240 shot.png && [ "$(head -c 4 shot.png | tail -c 3)" = PNG ] &&
+        eventually 5 has_video
+}
+
+upgrades() { expect 0 90 nyxus upgrade /image.bin; }
+
+resets() {
+    before=$(cat /sys/bus/usb/devices/1-1/devnum)
+    expect 0 30 nyxus reset >reset || { cat reset; return 1; }
+    eventually 5 has_video || return 1
+    [ "$(cat /sys/bus/usb/devices/1-1/devnum)" != "$before" ] || { echo "the address stayed $before"; return 1; }
+    expect 0 20 nyxus info >info && says 0x0205 info
+}
+
+compares() {
+    expect 0 30 nyxus compare /image.bin
+    expect 8 30 nyxus compare /other.bin
+}
+
+dumps() {
+    size=$(stat -c %s /image.bin)
+    expect 0 60 nyxus dump rom.bin && head -c "$size" rom.bin | cmp - /image.bin
+}
+
+upgrades_and_resets_at_once() {
+    expect 0 120 nyxus upgrade /other.bin --reset >upgrade || { cat upgrade; return 1; }
+    says 0x0206 upgrade && eventually 5 has_video
+}
+
+# The tool takes the camera away from whoever streams; that one ends with an error.
+takes_over_a_running_stream() {
+    limited 60 v4l2-ctl -d /dev/video0 --stream-mmap --stream-count=100000 --stream-to=/dev/null >stream 2>&1 &
+    streaming=$!
+    eventually 10 grep -q '<' stream || return 1
+    expect 0 20 nyxus info
+    wait $streaming
+    echo "v4l2-ctl: $?"
+    cat stream
+    eventually 5 has_video
+}
+
+is_busy_for_others() {
+    rm -f flowing
+    limited 60 nyxus stream --size 320x240 --seconds 8 --raw flowing >stream 2>&1 &
+    streaming=$!
+    eventually 20 test -s flowing || { cat stream; return 1; }
+    expect 6 20 nyxus info && wait $streaming && eventually 5 has_video
+}
+
+# A program dies on the spot: the kernel's driver comes back with the next user.
+survives_a_killed_user() {
+    rm -f flowing
+    nyxus stream --size 320x240 --seconds 60 --raw flowing >stream 2>&1 &
+    streaming=$!
+    eventually 20 test -s flowing
+    is_bound_to usbfs
+    kill -KILL $streaming
+    wait $streaming
+    [ -s flowing ] || { cat stream; return 1; }
+    expect 0 20 nyxus info && eventually 5 has_video
+}
+
+loses_the_camera_in() { # SIGNAL TEXT COMMAND...: pulled when the command has said TEXT
+    signal=$1
+    text=$2
+    shift 2
+    rm -f doing
+    limited 60 "$@" >doing 2>&1 &
+    doing=$!
+    eventually 30 grep -q -e "$text" doing || { cat doing; return 1; }
+    stop_server "$signal"
+    wait $doing
+    code=$?
+    cat doing
+    eventually 5 has_cameras 0 && [ $code -lt 124 ]
+}
+
+upgrade_loses_the_camera() { # SIGNAL
+    loses_the_camera_in "$1" 'rogram' nyxus upgrade /image.bin || return 1
+    [ "$code" -eq 11 ] || { echo "ended with $code instead of 11"; return 1; }
+    says 'nyxus: .*unplugged\|nyxus: .*lost\|nyxus: .*gone' doing
+}
+
+stream_loses_the_camera() { # SIGNAL
+    rm -f flowing doing
+    nyxus stream --size 320x240 --seconds 60 --raw flowing >doing 2>&1 &
+    doing=$!
+    eventually 20 test -s flowing || { cat doing; return 1; }
+    stop_server "$1"
+    eventually 20 test ! -d /proc/$doing
+    kill -KILL $doing 2>/dev/null && echo "it did not end"
+    wait $doing
+    code=$?
+    cat doing
+    [ $code -eq 11 ] || { echo "ended with $code instead of 11"; return 1; }
+    says 'nyxus: .*unplugged' doing
+    eventually 5 has_cameras 0
+}
+
+capture_loses_the_camera() {
+    loses_the_camera_in TERM '<' v4l2-ctl -d /dev/video0 --stream-mmap --stream-count=100000 \
+        --stream-to=/dev/null
+}
+
+plug_fast_camera() {
+    rm -f kept.rom
+    start attach --camera rowan-spi,serial=K1 --rom kept.rom --speed fast
+    eventually 10 has_video
+}
+
+keeps_the_rom() {
+    upgrades && unplug && head -c "$(stat -c %s /image.bin)" kept.rom | cmp - /image.bin
+}
+
+# The machine's wish is respected: the camera is not plugged in again.
+ends_when_detached() {
+    expect 0 20 usbip detach -p 0 && eventually 5 has_cameras 0
+    wait "$server" || { cat /tmp/server; return 1; }
+    server=
+    says 'was detached' /tmp/server
+}
+
+sets_features() {
+    expect 0 20 nyxus flip on && expect 0 20 nyxus flip >flip && says 'on' flip &&
+        expect 0 20 nyxus flip off && expect 0 20 nyxus h264 bitrate 4000000 2000000 &&
+        expect 0 20 nyxus reg read 0x0100 4 && expect 0 20 nyxus osd string 0 'Front door'
+}
+
+erases() { expect 0 60 nyxus erase --yes && expect 8 30 nyxus compare /image.bin; }
+
+lists_both() {
+    expect 0 20 nyxus list >list || { cat list; return 1; }
+    says K1 list && says K2 list && expect 4 20 nyxus info && expect 0 20 nyxus info -c K2
+}
+
+imports_over_tcp() {
+    start serve --camera rowan-spi,serial=T1
+    eventually 10 grep -q 'usbip attach' /tmp/server || { cat /tmp/server; return 1; }
+    expect 0 20 usbip list -r 127.0.0.1 >exports || return 1
+    says '1-1: .*1162:' exports
+    expect 0 20 usbip attach -r 127.0.0.1 -b 1-1 && eventually 10 has_video && usbip port
+}
+
+refuses_a_second_import() {
+    limited 20 usbip attach -r 127.0.0.1 -b 1-1 >second 2>&1 && return 1
+    says 'busy\|exported' second
+}
+
+is_detached() { expect 0 20 usbip detach -p 0 && eventually 5 has_cameras 0; }
+
+# Nobody attaches it again but the user.
+is_gone_after_a_reset() {
+    limited 30 nyxus reset --wait 1
+    eventually 5 has_cameras 0
+}
+
+imports_again() {
+    expect 0 20 usbip attach -r 127.0.0.1 -b 1-1 && eventually 10 has_video
+}
+
+# A camera that restarts goes away while uvcvideo is still asking it: errors 19 and 108.
+has_a_clean_log() {
+    ! dmesg | grep -v -e ': -19 ' -e ': -108 ' -e 'GET_DEF(PROBE) not supported' |
+        grep -E -A 3 'WARNING:|BUG:|Oops|refcount|unhandled|non compliance|Failed to (query|set)|cannot find a urb|babble'
+}
+
+echo "== A camera that streams in bulk"
+check "the camera is plugged in, and uvcvideo offers /dev/video0" plug rowan-spi,serial=K1
+check "lsusb -v decodes its descriptors without complaint" describes_itself
+check "both interfaces are uvcvideo's" is_bound_to uvcvideo
+check "v4l2-ctl lists format, sizes and rates" offers_sizes
+check "v4l2-ctl sets the brightness" sets_brightness
+check "v4l2-ctl captures 320x240 to the last byte" captures 320 240 10
+check "v4l2-ctl captures 640x480 to the last byte" captures 640 480 10
+check "v4l2-ctl captures 1280x720 to the last byte" captures 1280 720 5
+check "nyxus info takes the camera over and hands it back" tells_about K1
+check "both interfaces are uvcvideo's again" is_bound_to uvcvideo
+check "v4l2-ctl captures again" captures 320 240 5
+check "nyxus info during a capture ends the capture only" takes_over_a_running_stream
+check "nyxus takes a snapshot" takes_a_snapshot
+check "nyxus streams 320x240 to the last byte" streams_with_the_tool 320 240 20
+check "nyxus streams 640x480 to the last byte" streams_with_the_tool 640 480 10
+check "nyxus info during a stream of the tool says that the camera is busy" is_busy_for_others
+check "the camera survives a user that is killed" survives_a_killed_user
+check "nyxus upgrades the firmware" upgrades
+check "nyxus resets the camera, which comes back with a new address" resets
+check "nyxus compares the ROM with images" compares
+check "nyxus dumps what was programmed" dumps
+check "nyxus sets flip, bit rate and text" sets_features
+check "nyxus upgrades and resets in one go" upgrades_and_resets_at_once
+check "v4l2-ctl captures with the new firmware" captures 320 240 5
+check "nyxus erases the ROM" erases
+check "the camera is unplugged" unplug
+
+echo "== A cable that is pulled"
+check "plugged in again" plug rowan-spi,serial=K1
+check "during an upgrade: nyxus says so and ends" upgrade_loses_the_camera TERM
+check "plugged in again" plug rowan-spi,serial=K1
+check "during an upgrade, by a simulation that dies" upgrade_loses_the_camera KILL
+check "plugged in again" plug rowan-spi,serial=K1
+check "during a stream: nyxus says so and ends" stream_loses_the_camera TERM
+check "plugged in again" plug rowan-spi,serial=K1
+check "during a stream, by a simulation that dies" stream_loses_the_camera KILL
+check "plugged in again" plug rowan-spi,serial=K1
+check "during a capture of v4l2-ctl" capture_loses_the_camera
+
+echo "== A camera that streams isochronously"
+check "the camera is plugged in" plug rowan-iso,serial=K1
+check "v4l2-ctl captures 320x240 to the last byte" captures 320 240 10
+check "v4l2-ctl captures 640x480 to the last byte" captures 640 480 10
+check "v4l2-ctl captures 1280x720 to the last byte" captures 1280 720 5
+check "nyxus streams 320x240 to the last byte" streams_with_the_tool 320 240 10
+check "nyxus streams 1280x720 to the last byte" streams_with_the_tool 1280 720 3
+check "during a stream: nyxus says so and ends" stream_loses_the_camera TERM
+
+echo "== A camera with an EEPROM, one that is fast and keeps its ROM, and two at once"
+check "the camera is plugged in" plug willow-eeprom,serial=K1
+check "nyxus info tells about it" tells_about K1
+check "the camera is unplugged" unplug
+check "a fast camera is plugged in" plug_fast_camera
+check "its ROM keeps an upgrade" keeps_the_rom
+
+check "the cameras are plugged in" plug rowan-spi,serial=K1 hawthorn-eeprom,serial=K2
+check "nyxus lists and tells apart both" lists_both
+check "the cameras are unplugged" unplug
+check "plugged in again" plug rowan-spi,serial=K1
+check "the simulation ends when the machine detaches the camera" ends_when_detached
+
+echo "== Over TCP"
+check "usbip lists and attaches the camera" imports_over_tcp
+check "a second import is refused" refuses_a_second_import
+check "v4l2-ctl captures 320x240 to the last byte" captures 320 240 10
+check "usbip detaches it" is_detached
+check "usbip attaches it again" imports_again
+check "it is gone after a reset" is_gone_after_a_reset
+check "usbip attaches it again" imports_again
+check "nyxus info works" tells_about T1
+check "the server ends, and the camera is gone" unplug
+
+echo "== The kernel"
+check "its log has neither warnings nor complaints about the camera" has_a_clean_log
+
+echo "$passed passed, $failed failed"
+[ $failed -eq 0 ]
