@@ -93,6 +93,42 @@ void PluggedCamera::set_pacing(Pacing pacing)
     camera_->stream().set_pacing(pacing);
 }
 
+void PluggedCamera::add_observer(UsbObserver& observer)
+{
+    const std::lock_guard lock(camera_->mutex());
+    camera_->observers().add(observer);
+    if (is_plugged_) {
+        observer.plugged(*camera_, place_.bus, address());
+    }
+}
+
+void PluggedCamera::remove_observer(UsbObserver& observer)
+{
+    const std::lock_guard lock(camera_->mutex());
+    camera_->observers().remove(observer);
+}
+
+bool PluggedCamera::is_plugged() const
+{
+    const std::lock_guard lock(camera_->mutex());
+    return is_plugged_;
+}
+
+void PluggedCamera::arrived()
+{
+    const std::lock_guard lock(camera_->mutex());
+    is_plugged_ = true;
+    camera_->observers().tell(&UsbObserver::plugged, *camera_, place_.bus, address());
+}
+
+void PluggedCamera::left(Departure reason)
+{
+    const std::lock_guard lock(camera_->mutex());
+    if (std::exchange(is_plugged_, false)) {
+        camera_->observers().tell(&UsbObserver::left, reason);
+    }
+}
+
 struct Bed::State {
     struct Task {
         PluggedCamera* camera;
@@ -215,6 +251,7 @@ void Bed::State::attach(PluggedCamera& camera)
     camera.node_ = std::make_shared<UsbfsNode>(
         camera.camera_, place.address, [this, &camera](BusEvent event) { request(camera, event); });
     register_node(place.bus, place.address, camera.node_);
+    camera.arrived();
     camera.listed_ = true;
     add_entry(camera_entry(*camera.camera_, place));
 }
@@ -298,10 +335,13 @@ void Bed::State::perform(const Task& task)
     PluggedCamera& camera = *task.camera;
     if (task.event == BusEvent::kRestart) {
         if (camera.node_) {
+            camera.left(Departure::kRestart);
             return_with_new_address(camera);
         }
         return;
     }
+    camera.left(task.event == BusEvent::kUnplugAnnounced ? Departure::kUnplugged
+                                                         : Departure::kUnpluggedSilently);
     detach(camera);
     if (task.event == BusEvent::kUnplugAnnounced) {
         unlist(camera);
@@ -343,6 +383,7 @@ void Bed::unplug(PluggedCamera& camera, Announce announce)
 {
     const std::lock_guard lock(state_->mutex);
     state_->detach(camera);
+    camera.left(announce == Announce::kYes ? Departure::kUnplugged : Departure::kUnpluggedSilently);
     if (announce == Announce::kYes) {
         state_->unlist(camera);
     }
@@ -351,6 +392,7 @@ void Bed::unplug(PluggedCamera& camera, Announce announce)
 void Bed::replug(PluggedCamera& camera)
 {
     const std::lock_guard lock(state_->mutex);
+    camera.left(Departure::kUnplugged);
     state_->return_with_new_address(camera);
 }
 

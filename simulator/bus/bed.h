@@ -44,6 +44,7 @@ public:
     unsigned port() const { return place_.port; }
     /// Changes with every re-plug and restart.
     unsigned address() const;
+    bool is_plugged() const;
 
     /// Every control transfer since the last clear, oldest first.
     std::vector<Transfer> transfers();
@@ -58,15 +59,21 @@ public:
     void set_frame_fault(FrameFaultHook hook);
     /// From the next stream on.
     void set_pacing(Pacing pacing);
+    /// Is told at once that the camera is there, if it is. It must outlive the bed, or be removed.
+    void add_observer(UsbObserver& observer);
+    void remove_observer(UsbObserver& observer);
 
 private:
     friend class Bed;
     PluggedCamera(std::shared_ptr<UsbCamera> camera, const Place& place);
+    void arrived();
+    void left(Departure reason);
 
     std::shared_ptr<UsbCamera> camera_;
     mutable std::mutex place_mutex_;
     Place place_;
     std::shared_ptr<UsbfsNode> node_; ///< nullptr while unplugged
+    bool is_plugged_ = false;         ///< guarded by the camera's mutex
     bool listed_ = false;             ///< sysfs still shows it
 };
 

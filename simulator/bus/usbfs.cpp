@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "bus/usbfs.h"
 
+#include "usb/standard_request.h"
+
 #include <linux/usbdevice_fs.h>
 #include <sys/ioctl.h>
 
@@ -32,6 +34,14 @@ Reply value(uint32_t number)
     Reply reply;
     reply.header.value = number;
     return reply;
+}
+
+Setup interface_request(uint32_t interface, uint32_t setting)
+{
+    return {.request_type = kInterfaceRecipient,
+            .request = kSetInterface,
+            .value = static_cast<uint16_t>(setting),
+            .index = static_cast<uint16_t>(interface)};
 }
 
 } // namespace
@@ -154,6 +164,9 @@ int UsbfsFile::release(uint32_t interface)
     node_->owners_[interface] = nullptr;
     cancel_interface(interface);
     if (!node_->gone_) {
+        if (interface == kVideoInterface && camera_.video_setting() != 0) {
+            tell_request(interface_request(interface, 0), 0);
+        }
         (void)camera_.set_interface(interface, 0); // as it was before anybody used it
     }
     return 0;
@@ -177,7 +190,12 @@ int UsbfsFile::set_interface(uint32_t interface, uint32_t setting)
         return status;
     }
     cancel_interface(interface);
-    return camera_.set_interface(interface, setting) ? 0 : -EINVAL;
+    if (!camera_.has_setting(interface, setting)) {
+        return -EINVAL;
+    }
+    tell_request(interface_request(interface, setting), 0);
+    (void)camera_.set_interface(interface, setting);
+    return 0;
 }
 
 int UsbfsFile::set_configuration(uint32_t number)
@@ -188,7 +206,11 @@ int UsbfsFile::set_configuration(uint32_t number)
         return -EBUSY;
     }
     // 0 and -1 both unconfigure the device.
-    return number <= 1 || number == UINT32_MAX ? 0 : -EINVAL;
+    if (number > 1 && number != UINT32_MAX) {
+        return -EINVAL;
+    }
+    tell_request({.request = kSetConfiguration, .value = static_cast<uint16_t>(number == 1)}, 0);
+    return 0;
 }
 
 // No kernel driver was ever bound, so there is none to detach and none to bring back.
@@ -233,10 +255,18 @@ int UsbfsFile::check_endpoint(uint32_t endpoint)
 int UsbfsFile::clear_halt(uint32_t endpoint)
 {
     const int status = check_endpoint(endpoint);
-    if (status == 0 && endpoint == kVideoEndpoint) {
+    if (status < 0) {
+        return status;
+    }
+    tell_request({.request_type = kEndpointRecipient,
+                  .request = kClearFeature,
+                  .value = kEndpointHalt,
+                  .index = static_cast<uint16_t>(endpoint)},
+                 0);
+    if (endpoint == kVideoEndpoint) {
         camera_.stream().stop();
     }
-    return status;
+    return 0;
 }
 
 int UsbfsFile::submit(Request&& request)
@@ -249,6 +279,7 @@ int UsbfsFile::submit(Request&& request)
         return -ENOMEM;
     }
     Urb urb;
+    urb.id = camera_.next_transfer_id();
     urb.address = header.urb;
     urb.type = header.urb_type;
     urb.endpoint = header.urb_endpoint;
@@ -270,17 +301,18 @@ int UsbfsFile::submit_control(Urb&& urb)
     if (setup.length > urb.buffer_bytes - kSetupBytes) {
         return -EINVAL;
     }
-    constexpr uint8_t kVendorType = 2;
-    constexpr uint8_t kInterfaceRecipient = 1;
     if (setup.recipient() == kInterfaceRecipient && setup.type() != kVendorType) {
         if (const int status = claim(setup.interface()); status < 0) {
             return status;
         }
     }
     urb.data.resize(kSetupBytes + setup.length);
+    tell(&UsbObserver::submitted, urb);
     const Outcome outcome = camera_.control(setup, std::span(urb.data).subspan(kSetupBytes));
     switch (outcome.kind) {
         case Outcome::Kind::kRefused:
+            urb.status = outcome.status;
+            tell(&UsbObserver::refused, urb);
             return outcome.status;
         case Outcome::Kind::kPending:
             pending_.push_back(std::move(urb));
@@ -324,6 +356,7 @@ int UsbfsFile::submit_to_endpoint(Urb&& urb, const Request& request)
     if (urb.type != USBDEVFS_URB_TYPE_BULK && urb.type != USBDEVFS_URB_TYPE_INTERRUPT) {
         return -EINVAL;
     }
+    tell(&UsbObserver::submitted, urb);
     pending_.push_back(std::move(urb));
     return 0;
 }
@@ -359,6 +392,7 @@ void UsbfsFile::cancel_all(int status)
 
 void UsbfsFile::finish(Urb&& urb)
 {
+    tell(&UsbObserver::finished, urb);
     finished_bytes_ += urb.data.size();
     finished_.push_back(std::move(urb));
     update_ready();

@@ -72,6 +72,7 @@ private:
     friend class UsbfsNode;
 
     struct Urb {
+        uint64_t id = 0;
         uint64_t address = 0;
         uint8_t type = 0;
         uint8_t endpoint = 0;
@@ -104,6 +105,8 @@ private:
     void stall_video();
     int discard(uint64_t address);
     Reply reap();
+    void tell(void (UsbObserver::*event)(const BusTransfer&), const Urb& urb) const;
+    void tell_request(const Setup& setup, int status) const;
     void finish(Urb&& urb);
     void cancel(std::list<Urb>::iterator urb, int status);
     void cancel_all(int status);

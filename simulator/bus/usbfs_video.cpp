@@ -85,6 +85,7 @@ int UsbfsFile::submit_video(Urb&& urb, std::span<const uint32_t> packet_bytes)
     }
     urb.packet_bytes.assign(packet_bytes.begin(), packet_bytes.end());
     urb.packets.resize(packet_bytes.size());
+    tell(&UsbObserver::submitted, urb);
     pending_.push_back(std::move(urb));
     if (!isochronous) {
         camera_.stream().start();

@@ -7,11 +7,19 @@
 
 namespace sim {
 
+/// What of the cameras' doings is shown, and where.
+struct WatchArguments {
+    std::string pcap_file; ///< empty: none; "-": standard output
+    uint32_t pcap_snaplen = 262144;
+    std::string log_file; ///< empty: none; "-": standard error
+};
+
 /// Which cameras, and how they run.
 struct SimulationArguments {
     std::vector<std::string> cameras;
     std::vector<std::string> rom_files;
     bool fast = false;
+    WatchArguments watch;
 };
 
 struct RunArguments {

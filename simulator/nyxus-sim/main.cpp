@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "camera_request.h"
 #include "commands.h"
+#include "watch_options.h"
 
 #include <CLI/CLI.hpp>
 
@@ -51,6 +52,7 @@ void add_simulation_options(CLI::App* command, sim::SimulationArguments& argumen
             "real: as long as the hardware takes; fast: the program's usleep() takes no time")
         ->type_name("real|fast")
         ->check(CLI::IsMember({"real", "fast"}));
+    sim::add_watch_options(command, arguments.watch);
 }
 
 void add_run(CLI::App& app, sim::RunArguments& arguments)

@@ -34,10 +34,14 @@ std::vector<uint8_t> first_contents(const CameraRequest& request)
 } // namespace
 
 Simulation::Simulation(const SimulationArguments& arguments)
-    : fast_(arguments.fast),
-      bed_(fast_ ? static_cast<Clock&>(virtual_clock_) : static_cast<Clock&>(real_clock_))
+    : fast_(arguments.fast), watchers_(arguments.watch, clock(), !fast_), bed_(clock())
 {
     plug(arguments);
+}
+
+Clock& Simulation::clock()
+{
+    return fast_ ? static_cast<Clock&>(virtual_clock_) : static_cast<Clock&>(real_clock_);
 }
 
 void Simulation::plug(const SimulationArguments& arguments)
@@ -47,6 +51,7 @@ void Simulation::plug(const SimulationArguments& arguments)
         PluggedCamera& camera =
             bed_.plug(*request.model, {.bus = request.bus, .serial = request.serial, .rom = rom});
         camera.set_tracing(false);
+        watchers_.watch(camera);
         cameras_.push_back(&camera);
         if (!request.rom_file.empty()) {
             kept_.push_back({&camera, request.rom_file, rom});
@@ -58,7 +63,7 @@ void Simulation::plug(const SimulationArguments& arguments)
 bool Simulation::finish()
 {
     bed_.settle();
-    bool saved = true;
+    bool saved = watchers_.report();
     for (const KeptRom& rom : kept_) {
         const auto controller = rom.camera->controller();
         const std::span<const uint8_t> contents = controller->rom();

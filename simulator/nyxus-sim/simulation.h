@@ -3,6 +3,7 @@
 
 #include "bus/bed.h"
 #include "commands.h"
+#include "watchers.h"
 
 #include <cstdint>
 #include <string>
@@ -26,7 +27,7 @@ public:
     VirtualClock* virtual_clock() { return fast_ ? &virtual_clock_ : nullptr; }
 
     /// Waits until what is under way has happened, and keeps the ROMs that are to be kept. False
-    /// when one is lost, which it has reported.
+    /// when something of it is lost, which it has reported.
     bool finish();
 
 private:
@@ -36,11 +37,13 @@ private:
         std::vector<uint8_t> contents; ///< of the file; empty when it does not exist yet
     };
 
+    Clock& clock();
     void plug(const SimulationArguments& arguments);
 
     bool fast_;
     RealClock real_clock_;
     VirtualClock virtual_clock_;
+    Watchers watchers_; ///< before the bed, whose cameras tell them everything
     Bed bed_;
     std::vector<PluggedCamera*> cameras_;
     std::vector<KeptRom> kept_;

@@ -2,6 +2,7 @@
 #include "usb/usb_camera.h"
 
 #include "usb/descriptors.h"
+#include "usb/standard_request.h"
 
 #include <algorithm>
 #include <array>
@@ -11,28 +12,6 @@
 
 namespace sim {
 
-namespace {
-
-constexpr uint8_t kStandardType = 0;
-constexpr uint8_t kClassType = 1;
-constexpr uint8_t kInterfaceRecipient = 1;
-
-enum StandardRequest : uint8_t {
-    kGetStatus = 0,
-    kClearFeature = 1,
-    kSetFeature = 3,
-    kSetAddress = 5,
-    kGetDescriptor = 6,
-    kGetConfiguration = 8,
-    kSetConfiguration = 9,
-    kGetInterface = 10,
-    kSetInterface = 11,
-};
-
-enum DescriptorType : uint8_t { kDevice = 1, kConfiguration = 2, kString = 3 };
-
-} // namespace
-
 UsbCamera::UsbCamera(const CameraModel& model, Clock& clock, std::string serial,
                      std::span<const uint8_t> rom)
     : clock_(clock),
@@ -41,6 +20,7 @@ UsbCamera::UsbCamera(const CameraModel& model, Clock& clock, std::string serial,
       stream_(controller_),
       serial_(std::move(serial))
 {
+    stream_.set_listener([this] { observers_.tell(&UsbObserver::video_changed, stream_); });
 }
 
 void UsbCamera::set_fault(FaultHook hook)
@@ -69,13 +49,17 @@ void UsbCamera::restart()
     configuration_ = 1;
 }
 
+bool UsbCamera::has_setting(unsigned number, unsigned setting)
+{
+    const bool has_several = number == kVideoInterface && controller_.model().streams_isochronously;
+    return number < kInterfaceCount && setting <= (has_several ? std::size(kIsoPacketBytes) : 0);
+}
+
 // An isochronous camera streams while its interface has a setting with an endpoint; a bulk camera
 // has none of these and takes setting 0 for the end of its stream.
 bool UsbCamera::set_interface(unsigned number, unsigned setting)
 {
-    const bool has_settings =
-        number == kVideoInterface && controller_.model().streams_isochronously;
-    if (number >= kInterfaceCount || setting > (has_settings ? std::size(kIsoPacketBytes) : 0)) {
+    if (!has_setting(number, setting)) {
         return false;
     }
     if (number != kVideoInterface) {
@@ -192,8 +176,6 @@ int UsbCamera::standard_request(const Setup& setup, std::span<uint8_t> data)
 // Hosts end a bulk stream by clearing the endpoint's halt, whether it is halted or not.
 int UsbCamera::clear_feature(const Setup& setup)
 {
-    constexpr uint8_t kEndpointRecipient = 2;
-    constexpr uint16_t kEndpointHalt = 0;
     if (setup.recipient() == kEndpointRecipient && setup.value == kEndpointHalt &&
         setup.index == kVideoEndpoint) {
         stream_.stop();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "chip/controller.h"
+#include "usb/observer.h"
 #include "usb/setup.h"
 #include "usb/video_controls.h"
 #include "usb/video_stream.h"
@@ -44,12 +45,18 @@ public:
 
     /// One control transfer. `data` has wLength bytes: the host's, or the room for the answer.
     Outcome control(const Setup& setup, std::span<uint8_t> data);
+    bool has_setting(unsigned number, unsigned setting);
     /// False for a setting that the interface does not have.
     bool set_interface(unsigned number, unsigned setting);
     uint8_t video_setting() const { return video_setting_; }
     VideoStream& stream() { return stream_; }
     /// After a reset or a power cycle the camera is unconfigured and its firmware boots anew.
     void restart();
+
+    Observers& observers() { return observers_; }
+    uint64_t next_transfer_id() { return ++transfer_id_; }
+    /// What GET_DESCRIPTOR answers, without a transfer. Bytes moved, or kControlStall.
+    int get_descriptor(const Setup& setup, std::span<uint8_t> data) const;
 
     void set_fault(FaultHook hook);
     /// The oldest transfers are dropped at kTraceTransfers.
@@ -65,7 +72,6 @@ private:
     Outcome answer(const Setup& setup, std::span<uint8_t> data);
     int standard_request(const Setup& setup, std::span<uint8_t> data);
     int clear_feature(const Setup& setup);
-    int get_descriptor(const Setup& setup, std::span<uint8_t> data) const;
     int class_request(const Setup& setup, std::span<uint8_t> data);
 
     std::recursive_mutex mutex_;
@@ -80,6 +86,8 @@ private:
     uint64_t ordinal_ = 0;
     bool tracing_ = true;
     std::deque<Transfer> trace_;
+    Observers observers_;
+    uint64_t transfer_id_ = 0;
 };
 
 } // namespace sim

@@ -63,14 +63,18 @@ void VideoStream::start(uint32_t packet_bytes)
     packet_bytes_ = packet_bytes;
     due_ = std::max(earliest_, steady_clock::now());
     state_.streaming = true;
+    changed_();
 }
 
 void VideoStream::stop()
 {
-    state_.streaming = false;
+    const bool was_streaming = std::exchange(state_.streaming, false);
     format_.reset();
     halted_ = false;
     abandon_frame();
+    if (was_streaming) {
+        changed_();
+    }
 }
 
 void VideoStream::abandon_frame()
@@ -148,6 +152,7 @@ void VideoStream::drop_frame()
     schedule_next();
     ++frame_number_;
     ++state_.frames_dropped;
+    changed_();
 }
 
 void VideoStream::open_payload(size_t most)
@@ -194,6 +199,7 @@ void VideoStream::finish_payload()
 {
     if (picture_left() == 0) {
         ++state_.frames_sent;
+        changed_();
     }
 }
 

@@ -10,6 +10,7 @@
 #include <functional>
 #include <optional>
 #include <span>
+#include <utility>
 #include <vector>
 
 namespace sim {
@@ -73,11 +74,15 @@ public:
     void stop();
     void set_pacing(Pacing pacing);
     void set_fault(FrameFaultHook hook);
+    /// Called after the stream has begun, ended, sent or dropped a frame.
+    void set_listener(std::function<void()> listener) { changed_ = std::move(listener); }
 
     bool is_streaming() const { return state_.streaming; }
     bool is_halted() const { return halted_; }
     bool is_paced() const { return pacing_ == Pacing::kRealTime; }
     const StreamState& state() const { return state_; }
+    /// Nothing before a commit, and after a stop.
+    const std::optional<StreamFormat>& format() const { return format_; }
     /// When the sensor takes its next frame; nothing while the stream is stopped.
     std::optional<Time> due() const;
 
@@ -110,6 +115,7 @@ private:
     const Controller& sensor_;
     Pacing pacing_ = Pacing::kRealTime;
     FrameFaultHook fault_;
+    std::function<void()> changed_ = [] {};
     uint64_t ordinal_ = 0;
     StreamState state_;
 

@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "watch_options.h"
+
+#include "watch/pcap_file.h"
+
+namespace sim {
+
+void add_watch_options(CLI::App* command, WatchArguments& arguments)
+{
+    constexpr uint32_t kSmallestSnaplen = 128;
+    command
+        ->add_option("--pcap", arguments.pcap_file,
+                     "Capture all USB traffic for Wireshark; '-' is standard output")
+        ->type_name("FILE");
+    command
+        ->add_option("--pcap-snaplen", arguments.pcap_snaplen,
+                     "Cut each record of the capture at this length")
+        ->type_name("BYTES")
+        ->check(CLI::Range(kSmallestSnaplen, kLargestPcapRecord))
+        ->capture_default_str();
+    command->add_flag("--log{-}", arguments.log_file,
+                      "Tell in plain words what the cameras are asked, on standard error or in "
+                      "--log=FILE");
+}
+
+} // namespace sim

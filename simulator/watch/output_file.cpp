@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "watch/output_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+#include <thread>
+
+namespace sim {
+
+namespace {
+
+[[noreturn]] void fail(const std::string& path, int error)
+{
+    throw std::runtime_error("cannot write '" + path + "': " + std::strerror(error));
+}
+
+bool is_fifo(const std::string& path)
+{
+    struct stat entry {};
+    return stat(path.c_str(), &entry) == 0 && S_ISFIFO(entry.st_mode);
+}
+
+// The signals that end a run may be blocked, so that opening must not block.
+bool is_interrupted()
+{
+    sigset_t pending;
+    sigpending(&pending);
+    return sigismember(&pending, SIGINT) != 0 || sigismember(&pending, SIGTERM) != 0 ||
+           sigismember(&pending, SIGHUP) != 0;
+}
+
+int open_fifo(const std::string& path)
+{
+    bool told = false;
+    for (;;) {
+        const int fd = open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        if (fd >= 0) {
+            fcntl(fd, F_SETFL, O_WRONLY);
+            return fd;
+        }
+        if (errno != ENXIO) {
+            return -1;
+        }
+        if (is_interrupted()) {
+            errno = EINTR;
+            return -1;
+        }
+        if (!std::exchange(told, true)) {
+            std::fprintf(stderr, "nyxus-sim: waiting for a reader of '%s'\n", path.c_str());
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+
+int take_standard_output()
+{
+    const int fd = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (fd >= 0) {
+        dup2(STDERR_FILENO, STDOUT_FILENO);
+    }
+    return fd;
+}
+
+int open_output(const std::string& path)
+{
+    if (path == "-") {
+        return take_standard_output();
+    }
+    return is_fifo(path) ? open_fifo(path)
+                         : open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+}
+
+} // namespace
+
+OutputFile::OutputFile(const std::string& path)
+    : name_(path == "-" ? "standard output" : path), fd_(open_output(path))
+{
+    if (fd_ < 0) {
+        fail(name_, errno);
+    }
+    // A reader that goes is an error like others. Programs that we start have the default again.
+    std::signal(SIGPIPE, [](int) {});
+}
+
+OutputFile::~OutputFile()
+{
+    close(fd_);
+}
+
+void OutputFile::write(std::span<const std::span<const uint8_t>> parts)
+{
+    std::array<iovec, 4> vectors{};
+    const size_t count = std::min(parts.size(), vectors.size());
+    size_t left = 0;
+    for (size_t i = 0; i < count; ++i) {
+        vectors[i] = {const_cast<uint8_t*>(parts[i].data()), parts[i].size()};
+        left += parts[i].size();
+    }
+    while (left > 0 && error_ == 0) {
+        const ssize_t written = writev(fd_, vectors.data(), static_cast<int>(count));
+        if (written < 0) {
+            error_ = errno == EINTR ? 0 : errno;
+            continue;
+        }
+        auto done = static_cast<size_t>(written);
+        left -= done;
+        for (iovec& part : vectors) {
+            const size_t step = std::min(done, part.iov_len);
+            part.iov_base = static_cast<char*>(part.iov_base) + step;
+            part.iov_len -= step;
+            done -= step;
+        }
+    }
+}
+
+void OutputFile::write(const std::string& text)
+{
+    const std::span<const uint8_t> bytes(reinterpret_cast<const uint8_t*>(text.data()),
+                                         text.size());
+    write(std::array{bytes});
+}
+
+} // namespace sim
