@@ -2,6 +2,7 @@
 #include "control_table.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace sim {
 namespace {
@@ -98,6 +99,36 @@ constexpr Control kTable0101[] = {
     {kSpiStatus,       11},
     {kExtRom512,      516},
 };
+
+struct Name {
+    uint8_t selector;
+    std::string_view text;
+};
+constexpr Name kNames[] = {
+    {kFlashBlock,     "FLASH_BLOCK"},
+    {kExtRom,         "EXT_ROM"},
+    {kFlip,           "FLIP"},
+    {kMirror,         "MIRROR"},
+    {kReg,            "REG"},
+    {kSensor,         "SENSOR"},
+    {kMcu,            "MCU"},
+    {kIntRom,         "INT_ROM"},
+    {kHwVersion,      "HW_VERSION"},
+    {kExtRomType,     "EXT_ROM_TYPE"},
+    {kSetfileVersion, "SETFILE_VERSION"},
+    {kIntFwVersion,   "INT_FW_VERSION"},
+    {kWriteProtect,   "WRITE_PROTECT"},
+    {kOneWire,        "ONE_WIRE"},
+    {kExtRomChecksum, "EXT_ROM_CHECKSUM"},
+    {kSpiStatus,      "SPI_STATUS"},
+    {kOsd,            "OSD"},
+    {kJpgGain,        "JPG_GAIN"},
+    {kXuVersion,      "XU_VERSION"},
+    {kExtRom512,      "EXT_ROM_512"},
+    {kDevStatus,      "DEV_STATUS"},
+    {kFlashInfo,      "FLASH_INFO"},
+    {kFlashReadId,    "FLASH_READ_ID"},
+};
 // clang-format on
 
 constexpr Control kIntFwVersionControl = {kIntFwVersion, 11};
@@ -133,6 +164,12 @@ const Control* find_control(const CameraModel& model, uint8_t selector)
     const auto table = control_table(model);
     const auto found = std::ranges::find(table, selector, &Control::selector);
     return found == table.end() ? nullptr : &*found;
+}
+
+std::string_view control_name(uint8_t selector)
+{
+    const auto* const found = std::ranges::find(kNames, selector, &Name::selector);
+    return found == std::end(kNames) ? std::string_view() : found->text;
 }
 
 bool is_read_only(uint8_t selector)

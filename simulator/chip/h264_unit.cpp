@@ -15,19 +15,20 @@ struct H264Control {
     uint8_t selector;
     uint8_t length;
     uint8_t info;
+    std::string_view name;
     std::array<uint8_t, H264Unit::kLongestSetting> defaults;
 };
 
 // clang-format off
 constexpr H264Control kTable[] = {
-//   selector      length  info             layer, then
-    {0x03,         3,      kInfoGetAndSet,  {0, 0, 1}},                           // constant bit rate
-    {0x0A,         2,      kInfoGet,        {0x00, 0x01}},                        // version 1.00
-    {0x0E,         10,     kInfoGetAndSet,  {0, 0, 0x00, 0x09, 0x3D, 0x00,        // 4,000,000 peak
-                                                   0x80, 0x84, 0x1E, 0x00}},      // 2,000,000 mean
-    {0x0F,         5,      kInfoGetAndSet,  {0, 0, 0x07, 20, 40}},                // I, P, B: 20 to 40
-    {0x09,         4,      kInfoGetAndSet,  {0, 0, 0, 0}},                        // as the encoder likes
-    {kEncoderReset, 2,     kInfoSet,        {0, 0}},
+//   selector       length  info            name                     layer, then
+    {0x03,           3,     kInfoGetAndSet, "RATE_CONTROL_MODE",    {0, 0, 1}},                      // constant bit rate
+    {0x0A,           2,     kInfoGet,       "VERSION",              {0x00, 0x01}},                   // version 1.00
+    {0x0E,          10,     kInfoGetAndSet, "BITRATE_LAYERS",       {0, 0, 0x00, 0x09, 0x3D, 0x00,   // 4,000,000 peak
+                                                                           0x80, 0x84, 0x1E, 0x00}}, // 2,000,000 mean
+    {0x0F,           5,     kInfoGetAndSet, "QP_STEPS_LAYERS",      {0, 0, 0x07, 20, 40}},           // I, P, B: 20 to 40
+    {0x09,           4,     kInfoGetAndSet, "PICTURE_TYPE_CONTROL", {0, 0, 0, 0}},                   // as the encoder likes
+    {kEncoderReset,  2,     kInfoSet,       "ENCODER_RESET",        {0, 0}},
 };
 // clang-format on
 static_assert(std::size(kTable) == H264Unit::kControls);
@@ -44,6 +45,22 @@ int answer(std::span<uint8_t> room, std::span<const uint8_t> bytes)
 }
 
 } // namespace
+
+std::string_view H264Unit::control_name(uint8_t selector)
+{
+    const auto* const found = std::ranges::find(kTable, selector, &H264Control::selector);
+    return found == std::end(kTable) ? std::string_view() : found->name;
+}
+
+std::vector<H264Unit::Setting> H264Unit::settings() const
+{
+    std::vector<Setting> all;
+    for (size_t i = 0; i < kControls; ++i) {
+        if ((kTable[i].info & kInfoGet) != 0)
+            all.push_back({kTable[i].name, setting(i)});
+    }
+    return all;
+}
 
 H264Unit::H264Unit(bool tolerates_swapped) : tolerates_swapped_(tolerates_swapped)
 {

@@ -4,6 +4,8 @@
 #include <array>
 #include <cstdint>
 #include <span>
+#include <string_view>
+#include <vector>
 
 namespace sim {
 
@@ -17,6 +19,15 @@ public:
     void power_up();
     /// Bytes moved, or kStall.
     int request(uint8_t selector, uint8_t code, std::span<uint8_t> data);
+
+    struct Setting {
+        std::string_view name;
+        std::span<const uint8_t> value;
+    };
+    /// What can be read, as it is now.
+    std::vector<Setting> settings() const;
+    /// As the UVC H.264 payload names it; empty when there is no such control.
+    static std::string_view control_name(uint8_t selector);
 
     static constexpr size_t kLongestSetting = 10;
     static constexpr size_t kControls = 6;

@@ -1,39 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "memory_frame.h"
 #include "prng.h"
 #include "vendor_xu.h"
 
 #include <algorithm>
 
 namespace sim {
+
+using namespace memory_frame;
+
 namespace {
-
-// Frame of the memory controls: flags and length, address (big-endian), data.
-constexpr size_t kHeaderBytes = 3;
-constexpr uint8_t kWrite = 0x80;
-constexpr uint8_t kErase = 0x40;
-constexpr uint8_t kOlderRomWrite = 0xA0;
-constexpr uint8_t kLengthBits = 0x3F;
-constexpr uint8_t kOlderLengthBits = 0x1F;
-constexpr uint8_t kVersionRequest = 0x04; // on the sensor control, at address FFFF
-
-// Frame of the 512-byte control: length and address (big-endian), data; it names no direction.
-constexpr size_t kHeaderBytes512 = 4;
-constexpr size_t kDataBytes512 = 512;
-
-uint16_t be16(std::span<const uint8_t> bytes)
-{
-    return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]);
-}
-
-bool is_version_request(std::span<const uint8_t> frame)
-{
-    return frame[0] == kVersionRequest && be16(frame.subspan(1)) == 0xFFFF;
-}
-
-size_t length_512(std::span<const uint8_t> frame)
-{
-    return std::min<size_t>(be16(frame), kDataBytes512);
-}
 
 /// The mask ROM's code: always the same bytes.
 uint8_t mask_rom_byte(uint16_t address)

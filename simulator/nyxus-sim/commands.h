@@ -12,6 +12,7 @@ struct WatchArguments {
     std::string pcap_file; ///< empty: none; "-": standard output
     uint32_t pcap_snaplen = 262144;
     std::string log_file; ///< empty: none; "-": standard error
+    bool log_all = false; ///< what repeats itself is not counted, but told each time
 };
 
 /// Which cameras, and how they run.

@@ -46,12 +46,13 @@ Clock& Simulation::clock()
 
 void Simulation::plug(const SimulationArguments& arguments)
 {
-    for (const CameraRequest& request : parse_cameras(arguments.cameras, arguments.rom_files)) {
+    const auto requests = parse_cameras(arguments.cameras, arguments.rom_files);
+    for (const CameraRequest& request : requests) {
         const std::vector<uint8_t> rom = first_contents(request);
         PluggedCamera& camera =
             bed_.plug(*request.model, {.bus = request.bus, .serial = request.serial, .rom = rom});
         camera.set_tracing(false);
-        watchers_.watch(camera);
+        watchers_.watch(camera, requests.size() > 1 ? camera.serial() : "");
         cameras_.push_back(&camera);
         if (!request.rom_file.empty()) {
             kept_.push_back({&camera, request.rom_file, rom});

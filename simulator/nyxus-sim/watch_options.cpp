@@ -21,6 +21,8 @@ void add_watch_options(CLI::App* command, WatchArguments& arguments)
     command->add_flag("--log{-}", arguments.log_file,
                       "Tell in plain words what the cameras are asked, on standard error or in "
                       "--log=FILE");
+    command->add_flag("--log-all", arguments.log_all,
+                      "Repeated requests in lines of their own instead of a number");
 }
 
 } // namespace sim

@@ -4,23 +4,35 @@
 namespace sim {
 
 Watchers::Watchers(const WatchArguments& arguments, Clock& clock, bool is_real_time)
+    : log_all_(arguments.log_all)
 {
     const RecordTime time(clock, is_real_time);
     if (!arguments.pcap_file.empty()) {
         pcap_.emplace(arguments.pcap_file, arguments.pcap_snaplen, time);
     }
+    if (!arguments.log_file.empty()) {
+        log_.emplace(arguments.log_file, clock);
+    }
 }
 
-void Watchers::watch(PluggedCamera& camera)
+void Watchers::watch(PluggedCamera& camera, const std::string& name)
 {
     if (pcap_) {
         camera.add_observer(captures_.emplace_back(*pcap_));
+    }
+    if (log_) {
+        camera.add_observer(camera_logs_.emplace_back(*log_, name, !log_all_));
     }
 }
 
 bool Watchers::report()
 {
-    return !pcap_ || pcap_->report();
+    for (CameraLog& log : camera_logs_) {
+        log.finish();
+    }
+    const bool captured = !pcap_ || pcap_->report();
+    const bool logged = !log_ || log_->report();
+    return captured && logged;
 }
 
 } // namespace sim

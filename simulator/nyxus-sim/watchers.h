@@ -4,6 +4,7 @@
 #include "bus/bed.h"
 #include "commands.h"
 #include "watch/capture.h"
+#include "watch/log.h"
 
 #include <list>
 #include <optional>
@@ -16,13 +17,17 @@ public:
     /// Throws std::runtime_error when a file cannot be made.
     Watchers(const WatchArguments& arguments, Clock& clock, bool is_real_time);
 
-    void watch(PluggedCamera& camera);
+    /// `name`: in front of its lines; empty when it is the only one.
+    void watch(PluggedCamera& camera, const std::string& name);
     /// False when something could not be written, which it has reported.
     bool report();
 
 private:
     std::optional<PcapFile> pcap_;
     std::list<Capture> captures_;
+    std::optional<LogFile> log_;
+    bool log_all_;
+    std::list<CameraLog> camera_logs_;
 };
 
 } // namespace sim

@@ -40,6 +40,7 @@ public:
 
     std::recursive_mutex& mutex() { return mutex_; }
     Controller& controller() { return controller_; }
+    const Controller& controller() const { return controller_; }
     const std::string& serial() const { return serial_; }
     std::string product() const { return std::string(controller_.model().name); }
 

@@ -10,7 +10,6 @@ namespace sim {
 
 namespace {
 
-constexpr uint8_t kBrightnessSelector = 0x02;
 constexpr uint8_t kProbeSelector = 0x01;
 constexpr uint8_t kCommitSelector = 0x02;
 constexpr uint8_t kInfoReadWrite = 0x03;
@@ -79,8 +78,17 @@ bool VideoControls::is_commit(const Setup& setup)
 
 StreamFormat VideoControls::committed() const
 {
-    return {kFrameSizes[commit_[kFrameIndex] - 1], get_u32(commit_, kInterval),
-            get_u32(commit_, kMaxPayloadBytes)};
+    return format_in(commit_).value();
+}
+
+std::optional<StreamFormat> VideoControls::format_in(std::span<const uint8_t> record)
+{
+    if (record.size() < kProbeBytes || record[kFrameIndex] < 1 ||
+        record[kFrameIndex] > std::size(kFrameSizes)) {
+        return std::nullopt;
+    }
+    return StreamFormat{kFrameSizes[record[kFrameIndex] - 1], get_u32(record, kInterval),
+                        get_u32(record, kMaxPayloadBytes)};
 }
 
 int VideoControls::processing_unit(const Setup& setup, std::span<uint8_t> data)

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <span>
 
 namespace sim {
@@ -23,6 +24,8 @@ inline constexpr uint8_t kGetLen = 0x85;
 inline constexpr uint8_t kGetInfo = 0x86;
 inline constexpr uint8_t kGetDef = 0x87;
 
+inline constexpr uint8_t kBrightnessSelector = 0x02; ///< of the processing unit
+
 /// The controls every video camera has: brightness, and the negotiation of a stream.
 class VideoControls {
 public:
@@ -35,6 +38,8 @@ public:
     /// Whether the request was the one that settles what is streamed.
     static bool is_commit(const Setup& setup);
     StreamFormat committed() const;
+    /// What a probe or commit record asks for; nothing when it names no size.
+    static std::optional<StreamFormat> format_in(std::span<const uint8_t> record);
 
 private:
     static constexpr size_t kProbeBytes = 26;

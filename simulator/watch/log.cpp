@@ -1,0 +1,191 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "watch/log.h"
+
+#include "usb/usb_camera.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+namespace sim {
+
+namespace {
+
+constexpr uint64_t kUsPerSecond = 1'000'000;
+constexpr uint64_t kFramesPerLine = 100;
+
+std::string firmware_in_words(const Controller& controller)
+{
+    return controller.runs_external_firmware() ? "runs the firmware in its ROM"
+                                               : "runs its internal firmware";
+}
+
+const char* endpoint_kind(TransferType type)
+{
+    switch (type) {
+        case TransferType::kIsochronous:
+            return "isochronous";
+        case TransferType::kInterrupt:
+            return "interrupt";
+        default:
+            return "bulk";
+    }
+}
+
+} // namespace
+
+LogFile::LogFile(const std::string& path, Clock& clock)
+    : file_(path == "-" ? OutputFile(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1),
+                                     "the terminal")
+                        : OutputFile(path)),
+      clock_(clock),
+      start_us_(clock.now_us())
+{
+}
+
+void LogFile::add(const std::string& camera, const std::string& text)
+{
+    const std::lock_guard lock(mutex_);
+    const uint64_t us = clock_.now_us() - start_us_;
+    file_.write(format_text("%5llu.%06llu  ", static_cast<unsigned long long>(us / kUsPerSecond),
+                            static_cast<unsigned long long>(us % kUsPerSecond)) +
+                (camera.empty() ? "" : camera + "  ") + text + "\n");
+}
+
+bool LogFile::report()
+{
+    const std::lock_guard lock(mutex_);
+    if (file_.error() != 0) {
+        std::fprintf(stderr, "nyxus-sim: the log in '%s' is incomplete: %s\n", file_.name().c_str(),
+                     std::strerror(file_.error()));
+    }
+    return file_.error() == 0;
+}
+
+CameraLog::CameraLog(LogFile& file, std::string name, bool counts_repeated)
+    : file_(file), name_(std::move(name)), counts_repeated_(counts_repeated)
+{
+}
+
+void CameraLog::tell(const std::string& text)
+{
+    finish();
+    file_.add(name_, text);
+}
+
+void CameraLog::finish()
+{
+    for (const std::string& line : repetition_.summary()) {
+        file_.add(name_, line);
+    }
+}
+
+void CameraLog::tell_request(const Words& request)
+{
+    if (counts_repeated_ && repetition_.absorbs(request)) {
+        return;
+    }
+    if (repetition_.is_counting()) {
+        finish();
+    }
+    file_.add(name_, request.text);
+    repetition_.remember(request);
+}
+
+void CameraLog::plugged(const UsbCamera& camera, unsigned bus, unsigned address)
+{
+    camera_ = &camera;
+    tell(format_text("plugged in at bus %u, address %u: %s, serial %s, ", bus, address,
+                     camera.product().c_str(), camera.serial().c_str()) +
+         firmware_in_words(camera.controller()));
+}
+
+void CameraLog::left(Departure reason)
+{
+    switch (reason) {
+        case Departure::kUnplugged:
+            return tell("unplugged");
+        case Departure::kUnpluggedSilently:
+            return tell("unplugged; the host has not been told");
+        case Departure::kRestart:
+            return tell("restarts: leaves the bus and comes back");
+    }
+}
+
+Words CameraLog::words(const BusTransfer& transfer)
+{
+    std::vector<uint8_t> sent;
+    if (const auto found = sent_.find(transfer.id); found != sent_.end()) {
+        sent = std::move(found->second);
+        sent_.erase(found);
+    }
+    if (transfer.type != TransferType::kControl) {
+        return {format_text("%s transfer of endpoint 0x%02X", endpoint_kind(transfer.type),
+                            transfer.endpoint),
+                {}};
+    }
+    return request_in_words(camera_->controller().model(), transfer.setup,
+                            transfer.is_in() ? transfer.data : sent);
+}
+
+void CameraLog::submitted(const BusTransfer& transfer)
+{
+    if (!transfer.data.empty()) {
+        sent_[transfer.id].assign(transfer.data.begin(), transfer.data.end());
+    }
+}
+
+// Video that arrives is told of by the frame.
+void CameraLog::finished(const BusTransfer& transfer)
+{
+    const std::string result = result_in_words(transfer);
+    if (transfer.type != TransferType::kControl && result.empty()) {
+        return;
+    }
+    Words request = words(transfer);
+    request.text += result;
+    if (!result.empty()) {
+        request.step.reset();
+    }
+    tell_request(request);
+}
+
+void CameraLog::refused(const BusTransfer& transfer)
+{
+    Words request = words(transfer);
+    request.text += " -> refused by the host: " + std::string(std::strerror(-transfer.status));
+    tell_request({request.text, {}});
+}
+
+void CameraLog::video_changed(const VideoStream& stream)
+{
+    const StreamState& state = stream.state();
+    if (state.streaming != streaming_) {
+        streaming_ = state.streaming;
+        if (streaming_) {
+            frames_before_ = state.frames_sent;
+            dropped_before_ = state.frames_dropped;
+            frames_told_ = 0;
+            tell(format_text("video begins: %ux%u", stream.format()->size.width,
+                             stream.format()->size.height));
+        } else {
+            tell_frames(stream, "video ends after");
+        }
+    } else if (state.frames_sent - frames_before_ >= frames_told_ + kFramesPerLine) {
+        frames_told_ += kFramesPerLine;
+        tell_frames(stream, "video goes on:");
+    }
+}
+
+void CameraLog::tell_frames(const VideoStream& stream, const char* what)
+{
+    tell(format_text(
+        "%s %llu frames, %llu dropped", what,
+        static_cast<unsigned long long>(stream.state().frames_sent - frames_before_),
+        static_cast<unsigned long long>(stream.state().frames_dropped - dropped_before_)));
+}
+
+} // namespace sim
