@@ -81,6 +81,12 @@ StreamState PluggedCamera::stream()
     return camera_->stream().state();
 }
 
+std::optional<StreamFormat> PluggedCamera::stream_format()
+{
+    const std::lock_guard lock(camera_->mutex());
+    return camera_->stream().format();
+}
+
 void PluggedCamera::set_frame_fault(FrameFaultHook hook)
 {
     const std::lock_guard lock(camera_->mutex());
@@ -124,9 +130,8 @@ void PluggedCamera::arrived()
 void PluggedCamera::left(Departure reason)
 {
     const std::lock_guard lock(camera_->mutex());
-    if (std::exchange(is_plugged_, false)) {
-        camera_->observers().tell(&UsbObserver::left, reason);
-    }
+    is_plugged_ = false;
+    camera_->observers().tell(&UsbObserver::left, reason);
 }
 
 struct Bed::State {
@@ -143,9 +148,9 @@ struct Bed::State {
     Place free_place(unsigned bus);
     unsigned next_address(unsigned bus);
     void attach(PluggedCamera& camera);
-    void detach(PluggedCamera& camera);
+    void detach(PluggedCamera& camera, Departure reason);
     void unlist(PluggedCamera& camera);
-    void return_with_new_address(PluggedCamera& camera);
+    void return_with_new_address(PluggedCamera& camera, Departure reason);
     void add_entry(const std::string& entry);
 
     void request(PluggedCamera& camera, BusEvent event);
@@ -189,7 +194,7 @@ Bed::State::~State()
     task_change.notify_all();
     worker.join();
     for (const auto& camera : cameras) {
-        detach(*camera);
+        detach(*camera, Departure::kUnplugged);
         unlist(*camera);
     }
     g_object_unref(testbed);
@@ -256,11 +261,12 @@ void Bed::State::attach(PluggedCamera& camera)
     add_entry(camera_entry(*camera.camera_, place));
 }
 
-void Bed::State::detach(PluggedCamera& camera)
+void Bed::State::detach(PluggedCamera& camera, Departure reason)
 {
     if (camera.node_) {
         camera.node_->set_gone();
         camera.node_.reset();
+        camera.left(reason);
     }
 }
 
@@ -280,9 +286,9 @@ void Bed::State::unlist(PluggedCamera& camera)
     unregister_node(camera.place_.bus, camera.place_.address);
 }
 
-void Bed::State::return_with_new_address(PluggedCamera& camera)
+void Bed::State::return_with_new_address(PluggedCamera& camera, Departure reason)
 {
-    detach(camera);
+    detach(camera, reason);
     unlist(camera);
     {
         const std::lock_guard lock(camera.camera_->mutex());
@@ -335,14 +341,12 @@ void Bed::State::perform(const Task& task)
     PluggedCamera& camera = *task.camera;
     if (task.event == BusEvent::kRestart) {
         if (camera.node_) {
-            camera.left(Departure::kRestart);
-            return_with_new_address(camera);
+            return_with_new_address(camera, Departure::kRestart);
         }
         return;
     }
-    camera.left(task.event == BusEvent::kUnplugAnnounced ? Departure::kUnplugged
-                                                         : Departure::kUnpluggedSilently);
-    detach(camera);
+    detach(camera, task.event == BusEvent::kUnplugAnnounced ? Departure::kUnplugged
+                                                            : Departure::kUnpluggedSilently);
     if (task.event == BusEvent::kUnplugAnnounced) {
         unlist(camera);
     }
@@ -382,8 +386,8 @@ PluggedCamera& Bed::plug(const CameraModel& model, PlugOptions options)
 void Bed::unplug(PluggedCamera& camera, Announce announce)
 {
     const std::lock_guard lock(state_->mutex);
-    state_->detach(camera);
-    camera.left(announce == Announce::kYes ? Departure::kUnplugged : Departure::kUnpluggedSilently);
+    state_->detach(
+        camera, announce == Announce::kYes ? Departure::kUnplugged : Departure::kUnpluggedSilently);
     if (announce == Announce::kYes) {
         state_->unlist(camera);
     }
@@ -392,8 +396,7 @@ void Bed::unplug(PluggedCamera& camera, Announce announce)
 void Bed::replug(PluggedCamera& camera)
 {
     const std::lock_guard lock(state_->mutex);
-    camera.left(Departure::kUnplugged);
-    state_->return_with_new_address(camera);
+    state_->return_with_new_address(camera, Departure::kUnplugged);
 }
 
 void Bed::settle()

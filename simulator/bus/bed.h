@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -55,6 +56,8 @@ public:
 
     /// Whether it streams, and how many frames it has sent and dropped.
     StreamState stream();
+    /// What host and camera have agreed on; nothing before a commit.
+    std::optional<StreamFormat> stream_format();
     /// The same as set_fault(), for frames.
     void set_frame_fault(FrameFaultHook hook);
     /// From the next stream on.

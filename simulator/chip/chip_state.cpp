@@ -170,6 +170,11 @@ void ChipState::raise_motion_alarm()
     xdata[kMotionAlarmReg] |= kMotionAlarm;
 }
 
+bool ChipState::motion_alarm() const
+{
+    return (xdata[kMotionAlarmReg] & kMotionAlarm) != 0;
+}
+
 void ChipState::set_write_protect(bool on)
 {
     write_protect = on;

@@ -32,8 +32,10 @@ struct ChipState {
     void settle();
     /// A finger on the fingerprint board's detector; it stays there over a restart.
     void set_touch(uint8_t state);
+    uint8_t touch() const { return touch_; }
     /// The picture has moved; the alarm stays until the host clears it.
     void raise_motion_alarm();
+    bool motion_alarm() const;
 
     const CameraModel model;
     std::vector<uint8_t> rom;

@@ -82,6 +82,21 @@ bool Controller::runs_external_firmware() const
     return state_->chip.firmware.external;
 }
 
+const RunningFirmware& Controller::firmware() const
+{
+    return state_->chip.firmware;
+}
+
+const H264Unit& Controller::h264() const
+{
+    return state_->h264;
+}
+
+const Osd& Controller::osd() const
+{
+    return state_->vendor_xu.osd();
+}
+
 std::span<uint8_t> Controller::rom()
 {
     return state_->chip.rom;
@@ -101,6 +116,11 @@ void Controller::set_reg(uint16_t address, uint8_t value)
 bool Controller::gpio(unsigned index) const
 {
     return gpio_level(state_->chip.xdata, index);
+}
+
+bool Controller::drives_gpio(unsigned index) const
+{
+    return gpio_driven(state_->chip.xdata, index);
 }
 
 uint8_t Controller::flash_status() const
@@ -128,9 +148,19 @@ void Controller::raise_motion_alarm()
     state_->chip.raise_motion_alarm();
 }
 
+bool Controller::motion_alarm() const
+{
+    return state_->chip.motion_alarm();
+}
+
 void Controller::set_touch(uint8_t state)
 {
     state_->chip.set_touch(state);
+}
+
+uint8_t Controller::touch() const
+{
+    return state_->chip.touch();
 }
 
 uint32_t Controller::sensor_resets() const

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "boot.h"
 #include "clock.h"
+#include "h264_unit.h"
 #include "model.h"
 
 #include <cstdint>
@@ -10,6 +12,8 @@
 #include <vector>
 
 namespace sim {
+
+class Osd;
 
 /// Answer of an extension-unit request that the firmware does not know.
 inline constexpr int kStall = -1;
@@ -40,16 +44,22 @@ public:
     // What a bench engineer would see with probes on the board.
     const CameraModel& model() const;
     bool runs_external_firmware() const;
+    const RunningFirmware& firmware() const;
+    const H264Unit& h264() const;
+    const Osd& osd() const;
     std::span<uint8_t> rom();            ///< whole external ROM, live
     uint8_t reg(uint16_t address) const; ///< controller register (XDATA)
     void set_reg(uint16_t address, uint8_t value);
     bool gpio(unsigned index) const;            ///< pin level, 0 to 15
+    bool drives_gpio(unsigned index) const;     ///< the pin is an output
     uint8_t flash_status() const;               ///< status register of the SPI flash, 0 for EEPROM
     bool write_protect() const;                 ///< the controller's write-protect control
     uint8_t sensor_reg(uint16_t address) const; ///< image sensor, also at 0x60 on the I2C bus
     void set_sensor_reg(uint16_t address, uint8_t value);
     void raise_motion_alarm();
-    void set_touch(uint8_t state);  ///< what the fingerprint board's detector feels
+    bool motion_alarm() const;     ///< raised and not cleared by the host
+    void set_touch(uint8_t state); ///< what the fingerprint board's detector feels
+    uint8_t touch() const;
     uint32_t sensor_resets() const; ///< commanded so far, by register or pin
     uint32_t snapshot_triggers() const;
 

@@ -35,6 +35,8 @@ public:
     void power_up();
     /// Takes a command. A request for data is replaced by its answer, which is fetched next.
     void command(std::span<uint8_t, kCommandBytes> frame);
+    bool is_enabled() const { return state_.enabled != 0; }
+    std::span<const uint8_t> string(size_t index) const { return state_.strings.at(index); }
     /// `control` is the OSD control register.
     void draw(Canvas& canvas, uint8_t control) const;
 

@@ -11,8 +11,9 @@ namespace sim {
 struct WatchArguments {
     std::string pcap_file; ///< empty: none; "-": standard output
     uint32_t pcap_snaplen = 262144;
-    std::string log_file; ///< empty: none; "-": standard error
-    bool log_all = false; ///< what repeats itself is not counted, but told each time
+    std::string log_file;     ///< empty: none; "-": standard error
+    std::string state_socket; ///< empty: in a folder of the run
+    bool log_all = false;     ///< what repeats itself is not counted, but told each time
 };
 
 /// Which cameras, and how they run.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "camera_request.h"
 #include "commands.h"
+#include "state_commands.h"
 #include "watch_options.h"
 
 #include <CLI/CLI.hpp>
@@ -26,6 +27,8 @@ constexpr char kExamples[] = R"(Examples:
   nyxus-sim run --rom camera.rom -- nyxus upgrade new.bin
   nyxus-sim serve --camera rowan-spi        (then: usbip attach -r 127.0.0.1 -b 1-1)
   sudo nyxus-sim attach --camera rowan-spi
+  nyxus-sim run --pcap upgrade.pcap --log -- nyxus upgrade new.bin
+  nyxus-sim run -- sh -c 'nyxus-sim do unplug; nyxus info; nyxus-sim state'
 
 run exits with the program's code, 128+N when it died of signal N, 127 when there is no such
 program, 126 when it cannot be run, 125 when the simulation itself failed. Wrong arguments: 2.
@@ -137,6 +140,14 @@ int dispatch(const CLI::App& app, const Arguments& arguments)
 {
     if (app.got_subcommand("describe")) {
         return sim::describe(arguments.describe);
+int dispatch(const CLI::App& app, const sim::RunArguments& run, const sim::ImageArguments& image,
+             const sim::StateArguments& state)
+{
+    if (app.got_subcommand("state")) {
+        return sim::print_state(state);
+    }
+    if (app.got_subcommand("do")) {
+        return sim::act(*app.get_subcommand("do"), state);
     }
     if (app.got_subcommand("models")) {
         return sim::list_models();
@@ -170,6 +181,9 @@ int command_line(int argc, char** argv)
     app.add_subcommand("models", "List the camera models");
     add_describe(app, arguments.describe);
     add_image(app, arguments.image);
+    add_image(app, image);
+    sim::StateArguments state;
+    sim::add_state_commands(app, state);
 
     arguments.run.program = split_program(argc, argv);
     try {
@@ -180,6 +194,7 @@ int command_line(int argc, char** argv)
     const int failure_code = app.got_subcommand("run") ? kRunFailureCode : kFailureCode;
     try {
         return dispatch(app, arguments);
+        return dispatch(app, run, image, state);
     } catch (const sim::UsageError& error) {
         return fail(error, kUsageCode);
     } catch (const std::invalid_argument& error) { // the bed refuses a serial number, or is full

@@ -3,6 +3,7 @@
 #include "commands.h"
 #include "launch.h"
 #include "simulation.h"
+#include "state_client.h"
 
 #include <cstdlib>
 #include <string>
@@ -18,6 +19,7 @@ int run_program(const RunArguments& arguments)
         const Server server(simulation.bed(), simulation.virtual_clock());
         const std::string preload = preload_list(simulation.bed().folder());
         setenv("LD_PRELOAD", preload.c_str(), 1);
+        setenv(kSocketVariable, simulation.state_socket().c_str(), 1);
         setenv("NYXUS_SIM_SPEED", arguments.simulation.fast ? "fast" : "real", 1);
         code = relay.run(arguments.program);
     }

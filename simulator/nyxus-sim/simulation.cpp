@@ -34,9 +34,15 @@ std::vector<uint8_t> first_contents(const CameraRequest& request)
 } // namespace
 
 Simulation::Simulation(const SimulationArguments& arguments)
-    : fast_(arguments.fast), watchers_(arguments.watch, clock(), !fast_), bed_(clock())
+    : fast_(arguments.fast),
+      watchers_(arguments.watch, clock(), !fast_),
+      bed_(clock()),
+      state_service_(bed_, cameras_)
 {
     plug(arguments);
+    const std::string& socket = arguments.watch.state_socket;
+    state_server_.emplace(socket.empty() ? bed_.folder() + "/state.sock" : socket,
+                          [this](const std::string& line) { return state_service_.answer(line); });
 }
 
 Clock& Simulation::clock()
@@ -63,8 +69,9 @@ void Simulation::plug(const SimulationArguments& arguments)
 // Every ROM is tried, so that one full disk does not cost the others.
 bool Simulation::finish()
 {
+    state_server_.reset();
     bed_.settle();
-    bool saved = watchers_.report();
+    bool saved = watchers_.finish();
     for (const KeptRom& rom : kept_) {
         const auto controller = rom.camera->controller();
         const std::span<const uint8_t> contents = controller->rom();

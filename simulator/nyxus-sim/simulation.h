@@ -3,9 +3,12 @@
 
 #include "bus/bed.h"
 #include "commands.h"
+#include "watch/line_server.h"
+#include "watch/state_service.h"
 #include "watchers.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,6 +28,9 @@ public:
     const std::vector<PluggedCamera*>& cameras() const { return cameras_; }
     /// nullptr when the cameras run in real time.
     VirtualClock* virtual_clock() { return fast_ ? &virtual_clock_ : nullptr; }
+
+    /// Where the cameras' state is to be had.
+    const std::string& state_socket() const { return state_server_->path(); }
 
     /// Waits until what is under way has happened, and keeps the ROMs that are to be kept. False
     /// when something of it is lost, which it has reported.
@@ -47,6 +53,8 @@ private:
     Bed bed_;
     std::vector<PluggedCamera*> cameras_;
     std::vector<KeptRom> kept_;
+    StateService state_service_;
+    std::optional<LineServer> state_server_; ///< last: its thread uses the others
 };
 
 } // namespace sim

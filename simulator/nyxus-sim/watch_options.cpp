@@ -21,6 +21,10 @@ void add_watch_options(CLI::App* command, WatchArguments& arguments)
     command->add_flag("--log{-}", arguments.log_file,
                       "Tell in plain words what the cameras are asked, on standard error or in "
                       "--log=FILE");
+    command
+        ->add_option("--state-socket", arguments.state_socket,
+                     "Listen there for 'nyxus-sim state' and 'do' of other terminals")
+        ->type_name("PATH");
     command->add_flag("--log-all", arguments.log_all,
                       "Repeated requests in lines of their own instead of a number");
 }

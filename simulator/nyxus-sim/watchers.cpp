@@ -18,15 +18,25 @@ Watchers::Watchers(const WatchArguments& arguments, Clock& clock, bool is_real_t
 void Watchers::watch(PluggedCamera& camera, const std::string& name)
 {
     if (pcap_) {
-        camera.add_observer(captures_.emplace_back(*pcap_));
+        observe(camera, captures_.emplace_back(*pcap_));
     }
     if (log_) {
-        camera.add_observer(camera_logs_.emplace_back(*log_, name, !log_all_));
+        observe(camera, camera_logs_.emplace_back(*log_, name, !log_all_));
     }
 }
 
-bool Watchers::report()
+void Watchers::observe(PluggedCamera& camera, UsbObserver& observer)
 {
+    camera.add_observer(observer);
+    observed_.emplace_back(&camera, &observer);
+}
+
+bool Watchers::finish()
+{
+    for (const auto& [camera, observer] : observed_) {
+        camera->remove_observer(*observer);
+    }
+    observed_.clear();
     for (CameraLog& log : camera_logs_) {
         log.finish();
     }

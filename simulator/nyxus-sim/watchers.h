@@ -8,6 +8,8 @@
 
 #include <list>
 #include <optional>
+#include <utility>
+#include <vector>
 
 namespace sim {
 
@@ -19,10 +21,13 @@ public:
 
     /// `name`: in front of its lines; empty when it is the only one.
     void watch(PluggedCamera& camera, const std::string& name);
-    /// False when something could not be written, which it has reported.
-    bool report();
+    /// Looks no longer. False when something could not be written, which it has reported.
+    bool finish();
 
 private:
+    void observe(PluggedCamera& camera, UsbObserver& observer);
+
+    std::vector<std::pair<PluggedCamera*, UsbObserver*>> observed_;
     std::optional<PcapFile> pcap_;
     std::list<Capture> captures_;
     std::optional<LogFile> log_;

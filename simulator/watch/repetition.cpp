@@ -11,6 +11,13 @@ namespace {
 // A page is written, asked for its state and answered; more requests than these make no pattern.
 constexpr size_t kLongestPattern = 4;
 
+std::string times_summary(uint64_t more)
+{
+    return more == 1
+               ? "  ... once more: "
+               : format_text("  ... %llu more times: ", static_cast<unsigned long long>(more));
+}
+
 std::string step_summary(const Words& first, uint64_t more, uint32_t end)
 {
     const size_t colon = first.text.find(':');
@@ -50,9 +57,7 @@ std::vector<std::string> Repetition::summary()
             continue;
         }
         lines.push_back(run.first.step ? step_summary(run.first, run.more, run.end)
-                                       : format_text("  ... %llu more times: ",
-                                                     static_cast<unsigned long long>(run.more)) +
-                                             run.first.text);
+                                       : times_summary(run.more) + run.first.text);
     }
     runs_.clear();
     counting_ = false;

@@ -80,6 +80,14 @@ std::string number_in_words(std::span<const uint8_t> data)
     return data.empty() ? hex_bytes(data) : format_text("%u", number);
 }
 
+std::string text_in_words(std::span<const uint8_t> data)
+{
+    const std::string text(data.begin(), std::ranges::find(data, 0));
+    const bool printable = std::ranges::all_of(
+        text, [](char character) { return character >= ' ' && character <= '~'; });
+    return printable && !text.empty() ? "\"" + text + "\"" : hex_bytes(data);
+}
+
 std::string video_in_words(std::span<const uint8_t> record)
 {
     const auto format = VideoControls::format_in(record);
@@ -227,7 +235,7 @@ Words value_in_words(const CameraModel& model, const Setup& setup, std::span<con
         return {info_in_words(data), {}};
     }
     if (setup.request == kGetLen) {
-        return {number_in_words(data) + " bytes long", {}};
+        return {"length " + number_in_words(data), {}};
     }
     if (setup.interface() == kVideoInterface) {
         return {video_in_words(data), {}};
@@ -240,6 +248,10 @@ Words value_in_words(const CameraModel& model, const Setup& setup, std::span<con
     }
     if (setup.unit() == kVendorUnit && is_current && is_memory_frame(setup.selector())) {
         return memory_in_words(model, setup.selector(), data, setup.request == kSetCur);
+    }
+    if (setup.unit() == kVendorUnit &&
+        (setup.selector() == kIntFwVersion || setup.selector() == kSetfileVersion)) {
+        return {text_in_words(data), {}};
     }
     return {hex_bytes(data), {}};
 }

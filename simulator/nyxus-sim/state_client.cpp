@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "state_client.h"
+
+#include "bus/transport.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+
+namespace sim {
+
+namespace {
+
+constexpr size_t kLongestReply = 64u << 20;
+
+std::string place_of(const std::string& path)
+{
+    if (!path.empty()) {
+        return path;
+    }
+    const char* place = std::getenv(kSocketVariable);
+    if (place == nullptr) {
+        throw std::runtime_error(
+            "no simulation is running around this program; call it inside "
+            "'nyxus-sim run', or name a socket by --socket");
+    }
+    return place;
+}
+
+bool send_line(int socket, std::string line)
+{
+    line += '\n';
+    size_t done = 0;
+    while (done < line.size()) {
+        const ssize_t sent = send(socket, line.data() + done, line.size() - done, MSG_NOSIGNAL);
+        if (sent < 0 && errno != EINTR) {
+            return false;
+        }
+        done += sent > 0 ? static_cast<size_t>(sent) : 0;
+    }
+    return true;
+}
+
+std::string receive_line(int socket)
+{
+    std::string line;
+    std::array<char, 65536> bytes{};
+    while (line.size() < kLongestReply && (line.empty() || line.back() != '\n')) {
+        const ssize_t got = recvfrom(socket, bytes.data(), bytes.size(), 0, nullptr, nullptr);
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got <= 0) {
+            break;
+        }
+        line.append(bytes.data(), static_cast<size_t>(got));
+    }
+    return line;
+}
+
+} // namespace
+
+nlohmann::ordered_json ask_simulation(const std::string& path,
+                                      const nlohmann::ordered_json& request)
+{
+    const std::string place = place_of(path);
+    const int socket = connect_socket(place);
+    if (socket < 0) {
+        throw std::runtime_error("no simulation listens at '" + place +
+                                 "': " + std::strerror(errno));
+    }
+    const bool sent = send_line(socket, request.dump());
+    const std::string line = sent ? receive_line(socket) : "";
+    close(socket);
+    const auto reply = nlohmann::ordered_json::parse(line, nullptr, false);
+    if (!reply.is_object()) {
+        throw std::runtime_error("the simulation at '" + place + "' gave no answer");
+    }
+    if (!reply.value("ok", false)) {
+        throw std::runtime_error(reply.value("error", "the simulation refused"));
+    }
+    return reply;
+}
+
+} // namespace sim

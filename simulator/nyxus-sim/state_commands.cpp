@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "state_commands.h"
+
+#include "camera_request.h"
+#include "state_client.h"
+#include "whole_file.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace sim {
+
+using json = nlohmann::ordered_json;
+
+namespace {
+
+void add_place_options(CLI::App* command, StateArguments& arguments)
+{
+    command
+        ->add_option("--socket", arguments.socket,
+                     "The simulation that listens there, instead of the one around this program")
+        ->type_name("PATH");
+    command
+        ->add_option("--camera", arguments.camera,
+                     "Serial number of the camera, or its place on the command line from 1")
+        ->type_name("SERIAL|N");
+}
+
+void add_value(CLI::App* command, StateArguments& arguments, const char* text)
+{
+    constexpr int kMost = 0xFF;
+    command->add_option("VALUE", arguments.value, text)->required()->check(CLI::Range(0, kMost));
+}
+
+void add_acts(CLI::App* command, StateArguments& arguments)
+{
+    const auto add = [&](const char* name, const char* text) {
+        CLI::App* act = command->add_subcommand(name, text);
+        add_place_options(act, arguments);
+        return act;
+    };
+    add("motion-alarm", "The picture moves: set the alarm bit");
+    add_value(add("touch", "Put a finger on the fingerprint board, or take it away"), arguments,
+              "What the detector says; 0: no finger");
+    add("unplug", "Take the camera off the bus")
+        ->add_flag("--silent", arguments.silent, "Without a hot-plug event");
+    add("replug", "Plug it in again: it starts anew, at another address");
+    CLI::App* write = add("register", "Write a register of the controller");
+    write->add_option("ADDRESS", arguments.address, "Of the register")->required();
+    add_value(write, arguments, "New contents");
+}
+
+bool is_number(const std::string& text, unsigned long& number)
+{
+    constexpr unsigned long kLastRegister = 0xFFFF;
+    char* end = nullptr;
+    number = std::strtoul(text.c_str(), &end, 0);
+    return !text.empty() && text.front() != '-' && *end == '\0' && number <= kLastRegister;
+}
+
+// "0x0B00-0x0BFF", or one register.
+json register_range(const std::string& text)
+{
+    const size_t dash = text.find('-');
+    unsigned long first = 0;
+    unsigned long last = 0;
+    const std::string end = dash == std::string::npos ? text : text.substr(dash + 1);
+    if (!is_number(text.substr(0, dash), first) || !is_number(end, last) || first > last) {
+        throw UsageError("'" + text + "' is no range of registers, such as 0x0B00-0x0BFF");
+    }
+    return json::array({first, last});
+}
+
+std::vector<uint8_t> bytes_of(const std::string& hex)
+{
+    constexpr int kHex = 16;
+    std::vector<uint8_t> bytes;
+    for (size_t i = 0; i + 1 < hex.size(); i += 2) {
+        bytes.push_back(
+            static_cast<uint8_t>(std::strtoul(hex.substr(i, 2).c_str(), nullptr, kHex)));
+    }
+    return bytes;
+}
+
+void save_rom(json& cameras, const std::string& file)
+{
+    if (cameras.size() != 1) {
+        throw UsageError("whose ROM? Choose one by --camera");
+    }
+    json& rom = cameras.front().at("rom");
+    write_file(file, bytes_of(rom.at("contents").get<std::string>()));
+    rom.erase("contents");
+}
+
+} // namespace
+
+void add_state_commands(CLI::App& app, StateArguments& arguments)
+{
+    CLI::App* state =
+        app.add_subcommand("state", "Print what is inside the running cameras, as JSON");
+    add_place_options(state, arguments);
+    state
+        ->add_option("--registers", arguments.registers,
+                     "These registers instead of those that are not 0")
+        ->type_name("FIRST-LAST");
+    state->add_option("--rom", arguments.rom_file, "Save the camera's ROM there")
+        ->type_name("FILE");
+
+    CLI::App* acts = app.add_subcommand("do", "Do something to a running camera");
+    acts->require_subcommand(1);
+    add_acts(acts, arguments);
+}
+
+int print_state(const StateArguments& arguments)
+{
+    json request = {{"command", "state"}};
+    if (!arguments.camera.empty()) {
+        request["camera"] = arguments.camera;
+    }
+    if (!arguments.registers.empty()) {
+        request["registers"] = register_range(arguments.registers);
+    }
+    if (!arguments.rom_file.empty()) {
+        request["rom"] = true;
+    }
+    json cameras = ask_simulation(arguments.socket, request).at("cameras");
+    if (!arguments.rom_file.empty()) {
+        save_rom(cameras, arguments.rom_file);
+    }
+    std::printf("%s\n", cameras.dump(2).c_str());
+    return 0;
+}
+
+int act(const CLI::App& command, const StateArguments& arguments)
+{
+    const std::string name = command.get_subcommands().front()->get_name();
+    json request = {{"command", name}, {"value", arguments.value}, {"silent", arguments.silent}};
+    if (name == "register") {
+        request["address"] = arguments.address;
+    }
+    if (!arguments.camera.empty()) {
+        request["camera"] = arguments.camera;
+    }
+    (void)ask_simulation(arguments.socket, request);
+    return 0;
+}
+
+} // namespace sim

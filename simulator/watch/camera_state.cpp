@@ -1,0 +1,194 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "watch/camera_state.h"
+
+#include "chip/gpio.h"
+#include "chip/leds.h"
+#include "chip/osd.h"
+#include "watch/plain_words.h"
+
+#include <glib.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <string>
+
+namespace sim {
+
+using json = nlohmann::ordered_json;
+
+namespace {
+
+constexpr uint32_t kRegisters = 0x10000;
+
+std::string hex(std::span<const uint8_t> bytes, const char* separator)
+{
+    static constexpr char kDigits[] = "0123456789ABCDEF";
+    std::string text;
+    for (const uint8_t byte : bytes) {
+        text += text.empty() ? "" : separator;
+        text += kDigits[byte >> 4];
+        text += kDigits[byte & 15];
+    }
+    return text;
+}
+
+json register_run(const Controller& controller, uint32_t first, uint32_t end)
+{
+    std::vector<uint8_t> bytes;
+    for (uint32_t address = first; address < end; ++address) {
+        bytes.push_back(controller.reg(static_cast<uint16_t>(address)));
+    }
+    return {{"address", format_text("0x%04X", first)}, {"bytes", hex(bytes, " ")}};
+}
+
+// Runs of registers that are not 0; single zeros do not end one.
+json registers_that_are_set(const Controller& controller)
+{
+    constexpr uint32_t kGap = 4;
+    std::vector<uint8_t> values(kRegisters);
+    for (uint32_t address = 0; address < kRegisters; ++address) {
+        values[address] = controller.reg(static_cast<uint16_t>(address));
+    }
+    json runs = json::array();
+    for (uint32_t first = 0; first < kRegisters; ++first) {
+        if (values[first] == 0) {
+            continue;
+        }
+        uint32_t end = first + 1;
+        for (uint32_t next = end; next < kRegisters && next < end + kGap; ++next) {
+            end = values[next] != 0 ? next + 1 : end;
+        }
+        runs.push_back(register_run(controller, first, end));
+        first = end;
+    }
+    return runs;
+}
+
+json firmware_state(const Controller& controller)
+{
+    const RunningFirmware& firmware = controller.firmware();
+    return {{"runs", firmware.external ? "external" : "internal"},
+            {"version", format_text("0x%04X", firmware.version)},
+            {"sensor_application", format_text("0x%04X", firmware.sensor_application_id)},
+            {"internal_version", controller.model().internal_version}};
+}
+
+json gpio_state(const Controller& controller)
+{
+    json pins = json::array();
+    for (unsigned pin = 0; pin < kGpioCount; ++pin) {
+        pins.push_back(!controller.drives_gpio(pin) ? "not driven"
+                       : controller.gpio(pin)       ? "high"
+                                                    : "low");
+    }
+    return pins;
+}
+
+json led_state(const Controller& controller)
+{
+    json leds = json::array();
+    for (size_t led = 0; led < Leds::kCount; ++led) {
+        leds.push_back(
+            format_text("0x%02X", controller.reg(static_cast<uint16_t>(Leds::kFirstReg + led))));
+    }
+    return leds;
+}
+
+std::string sha256(std::span<const uint8_t> bytes)
+{
+    gchar* sum = g_compute_checksum_for_data(G_CHECKSUM_SHA256, bytes.data(), bytes.size());
+    std::string text = sum;
+    g_free(sum);
+    return text;
+}
+
+json rom_state(Controller& controller, bool with_contents)
+{
+    const CameraModel& model = controller.model();
+    const bool is_flash = model.rom_kind == RomKind::kSpiFlash;
+    json rom = {{"kind", is_flash ? "SPI flash" : "EEPROM"},
+                {"part", is_flash ? model.flash.name : model.eeprom.name},
+                {"bytes", controller.rom().size()},
+                {"sha256", sha256(controller.rom())}};
+    if (is_flash) {
+        rom["status"] = format_text("0x%02X", controller.flash_status());
+    }
+    rom["write_protect"] = controller.write_protect();
+    if (with_contents) {
+        rom["contents"] = hex(controller.rom(), "");
+    }
+    return rom;
+}
+
+json stream_state(const StreamState& state, const std::optional<StreamFormat>& format)
+{
+    json stream = {{"streaming", state.streaming}};
+    if (format) {
+        stream["width"] = format->size.width;
+        stream["height"] = format->size.height;
+        stream["format"] = "YUYV";
+        stream["interval_100ns"] = format->interval_100ns;
+    }
+    stream["frames_sent"] = state.frames_sent;
+    stream["frames_dropped"] = state.frames_dropped;
+    return stream;
+}
+
+json h264_state(const Controller& controller)
+{
+    json settings = json::object();
+    for (const H264Unit::Setting& setting : controller.h264().settings()) {
+        settings[std::string(setting.name)] = hex(setting.value, " ");
+    }
+    return settings;
+}
+
+// Bytes that are no ASCII would be no JSON either.
+std::string text_of(std::span<const uint8_t> bytes)
+{
+    std::string text(bytes.begin(), std::ranges::find(bytes, 0));
+    std::ranges::replace_if(
+        text, [](char character) { return character < ' ' || character > '~'; }, '?');
+    return text;
+}
+
+json osd_state(const Osd& osd)
+{
+    json strings = json::array();
+    for (size_t i = 0; i < Osd::kStringCount; ++i) {
+        strings.push_back(text_of(osd.string(i)));
+    }
+    return {{"enabled", osd.is_enabled()}, {"strings", strings}};
+}
+
+} // namespace
+
+json camera_state(PluggedCamera& camera, const std::optional<RegisterRange>& registers,
+                  bool with_rom)
+{
+    json state = {{"model", camera.model().name}, {"serial", camera.serial()},
+                  {"bus", camera.bus()},          {"port", camera.port()},
+                  {"address", camera.address()},  {"plugged", camera.is_plugged()}};
+    const StreamState stream = camera.stream();
+    const std::optional<StreamFormat> format = camera.stream_format();
+
+    const auto locked = camera.controller();
+    Controller& controller = *locked;
+    state["firmware"] = firmware_state(controller);
+    state["rom"] = rom_state(controller, with_rom);
+    state["stream"] = stream_state(stream, format);
+    state["gpio"] = gpio_state(controller);
+    state["leds"] = led_state(controller);
+    state["motion_alarm"] = controller.motion_alarm();
+    state["touch"] = controller.touch();
+    state["sensor_resets"] = controller.sensor_resets();
+    state["snapshot_triggers"] = controller.snapshot_triggers();
+    state["h264"] = h264_state(controller);
+    state["osd"] = osd_state(controller.osd());
+    state["registers"] =
+        registers ? json::array({register_run(controller, registers->first, registers->last + 1U)})
+                  : registers_that_are_set(controller);
+    return state;
+}
+
+} // namespace sim

@@ -1,0 +1,219 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "watch/state_service.h"
+
+#include "watch/camera_state.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace sim {
+
+namespace {
+
+using json = nlohmann::ordered_json;
+
+/// What is wrong with a request.
+struct BadRequest : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+json parse_request(const std::string& text)
+{
+    constexpr int kDeepest = 4;
+    const auto bounded = [](int depth, json::parse_event_t, json&) {
+        if (depth > kDeepest) {
+            throw BadRequest("the request is nested too deeply");
+        }
+        return true;
+    };
+    json request = json::parse(text, bounded);
+    if (!request.is_object()) {
+        throw BadRequest("a request is a JSON object");
+    }
+    return request;
+}
+
+std::string text_member(const json& request, const char* name)
+{
+    const auto member = request.find(name);
+    if (member == request.end()) {
+        return "";
+    }
+    if (!member->is_string()) {
+        throw BadRequest(std::string("'") + name + "' is a text");
+    }
+    return member->get<std::string>();
+}
+
+bool flag_member(const json& request, const char* name)
+{
+    const auto member = request.find(name);
+    if (member == request.end()) {
+        return false;
+    }
+    if (!member->is_boolean()) {
+        throw BadRequest(std::string("'") + name + "' is true or false");
+    }
+    return member->get<bool>();
+}
+
+uint16_t number(const json& value, const char* name, uint16_t most)
+{
+    if (!value.is_number_unsigned() || value.get<uint64_t>() > most) {
+        throw BadRequest(std::string("'") + name + "' is a number from 0 to " +
+                         std::to_string(most));
+    }
+    return value.get<uint16_t>();
+}
+
+uint16_t number_member(const json& request, const char* name, uint16_t most)
+{
+    const auto member = request.find(name);
+    if (member == request.end()) {
+        throw BadRequest(std::string("'") + name + "' is missing");
+    }
+    return number(*member, name, most);
+}
+
+std::optional<RegisterRange> range_member(const json& request)
+{
+    const auto member = request.find("registers");
+    if (member == request.end()) {
+        return std::nullopt;
+    }
+    constexpr uint16_t kLast = 0xFFFF;
+    if (!member->is_array() || member->size() != 2) {
+        throw BadRequest("'registers' are the first and the last one");
+    }
+    const RegisterRange range{number((*member)[0], "registers", kLast),
+                              number((*member)[1], "registers", kLast)};
+    if (range.first > range.last) {
+        throw BadRequest("the first register comes before the last");
+    }
+    return range;
+}
+
+PluggedCamera* find_camera(const std::vector<PluggedCamera*>& cameras, const std::string& name)
+{
+    const auto by_serial = std::ranges::find(cameras, name, &PluggedCamera::serial);
+    if (by_serial != cameras.end()) {
+        return *by_serial;
+    }
+    for (size_t i = 0; i < cameras.size(); ++i) {
+        if (std::to_string(i + 1) == name) {
+            return cameras[i];
+        }
+    }
+    std::string serials;
+    for (const PluggedCamera* camera : cameras) {
+        serials += " " + camera->serial();
+    }
+    throw BadRequest("there is no camera '" + name + "'; there are" + serials);
+}
+
+PluggedCamera& camera_of(const std::vector<PluggedCamera*>& cameras, const json& request)
+{
+    const std::string name = text_member(request, "camera");
+    if (!name.empty()) {
+        return *find_camera(cameras, name);
+    }
+    if (cameras.size() != 1) {
+        throw BadRequest("which camera? There are " + std::to_string(cameras.size()));
+    }
+    return *cameras.front();
+}
+
+void require_plugged(const PluggedCamera& camera, bool wanted)
+{
+    if (camera.is_plugged() != wanted) {
+        throw BadRequest(wanted ? "the camera is not plugged in"
+                                : "the camera is plugged in already");
+    }
+}
+
+void raise_motion_alarm(Bed&, PluggedCamera& camera, const json&)
+{
+    camera.controller()->raise_motion_alarm();
+}
+
+void touch(Bed&, PluggedCamera& camera, const json& request)
+{
+    camera.controller()->set_touch(static_cast<uint8_t>(number_member(request, "value", 0xFF)));
+}
+
+void unplug(Bed& bed, PluggedCamera& camera, const json& request)
+{
+    require_plugged(camera, true);
+    bed.unplug(camera, flag_member(request, "silent") ? Announce::kNo : Announce::kYes);
+}
+
+void replug(Bed& bed, PluggedCamera& camera, const json&)
+{
+    require_plugged(camera, false);
+    bed.replug(camera);
+}
+
+void write_register(Bed&, PluggedCamera& camera, const json& request)
+{
+    const uint16_t address = number_member(request, "address", 0xFFFF);
+    const auto value = static_cast<uint8_t>(number_member(request, "value", 0xFF));
+    camera.controller()->set_reg(address, value);
+}
+
+struct Act {
+    const char* name;
+    void (*run)(Bed& bed, PluggedCamera& camera, const json& request);
+};
+constexpr Act kActs[] = {
+    {"motion-alarm", raise_motion_alarm}, {"touch", touch}, {"unplug", unplug}, {"replug", replug},
+    {"register", write_register},
+};
+
+json state_of(const std::vector<PluggedCamera*>& cameras, const json& request)
+{
+    const std::optional<RegisterRange> registers = range_member(request);
+    const bool with_rom = flag_member(request, "rom");
+    std::vector<PluggedCamera*> wanted = cameras;
+    if (const std::string name = text_member(request, "camera"); !name.empty()) {
+        wanted = {find_camera(cameras, name)};
+    }
+    json states = json::array();
+    for (PluggedCamera* camera : wanted) {
+        states.push_back(camera_state(*camera, registers, with_rom));
+    }
+    return {{"ok", true}, {"cameras", states}};
+}
+
+json answer_to(Bed& bed, const std::vector<PluggedCamera*>& cameras, const std::string& text)
+{
+    const json request = parse_request(text);
+    const std::string command = text_member(request, "command");
+    if (command == "state") {
+        return state_of(cameras, request);
+    }
+    const auto* const act = std::ranges::find(kActs, command, &Act::name);
+    if (act == std::end(kActs)) {
+        throw BadRequest("there is no command '" + command + "'");
+    }
+    act->run(bed, camera_of(cameras, request), request);
+    return {{"ok", true}};
+}
+
+} // namespace
+
+std::string StateService::answer(const std::string& request)
+{
+    json reply;
+    try {
+        reply = answer_to(bed_, cameras_, request);
+    } catch (const json::exception&) {
+        reply = {{"ok", false}, {"error", "the request is no JSON"}};
+    } catch (const std::exception& error) {
+        reply = {{"ok", false}, {"error", error.what()}};
+    }
+    return reply.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+} // namespace sim
