@@ -162,6 +162,7 @@ struct Bed::State {
     std::string folder;
     std::unique_ptr<BedLock> folder_lock;
 
+    std::shared_ptr<UsbfsMemory> memory = std::make_shared<UsbfsMemory>(0);
     std::mutex mutex; ///< the buses; never taken under a camera's mutex
     std::list<std::unique_ptr<PluggedCamera>> cameras;
     std::map<unsigned, unsigned> last_address;
@@ -255,6 +256,7 @@ void Bed::State::attach(PluggedCamera& camera)
 
     camera.node_ = std::make_shared<UsbfsNode>(
         camera.camera_, place.address, [this, &camera](BusEvent event) { request(camera, event); });
+    camera.node_->set_memory(memory);
     register_node(place.bus, place.address, camera.node_);
     camera.arrived();
     camera.listed_ = true;
@@ -403,6 +405,16 @@ void Bed::settle()
 {
     std::unique_lock lock(state_->task_mutex);
     state_->task_change.wait(lock, [this] { return state_->tasks.empty(); });
+}
+
+void Bed::set_usbfs_memory(unsigned mebibytes)
+{
+    constexpr uint64_t kMebibyte = 1u << 20;
+    const std::lock_guard lock(state_->mutex);
+    state_->memory = std::make_shared<UsbfsMemory>(mebibytes * kMebibyte);
+    const std::filesystem::path parameters = state_->folder + "/sys/module/usbcore/parameters";
+    std::filesystem::create_directories(parameters);
+    std::ofstream(parameters / "usbfs_memory_mb") << mebibytes << "\n";
 }
 
 const std::string& Bed::folder() const

@@ -99,6 +99,10 @@ public:
     /// Waits until restarts and unplugs that are under way have happened.
     void settle();
 
+    /// What the kernel lends to the transfers of all cameras together; 0: no limit. Shown where
+    /// Linux shows it. Cameras that are plugged in already keep the limit they have.
+    void set_usbfs_memory(unsigned mebibytes);
+
     const std::string& folder() const;
 
     /// Settles the process's bed, if there is one.

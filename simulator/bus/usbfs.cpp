@@ -60,6 +60,12 @@ std::unique_ptr<UsbfsFile> UsbfsNode::open()
     return std::make_unique<UsbfsFile>(shared_from_this());
 }
 
+void UsbfsNode::set_memory(std::shared_ptr<UsbfsMemory> memory)
+{
+    const std::lock_guard lock(camera_->mutex());
+    memory_ = std::move(memory);
+}
+
 void UsbfsNode::set_gone()
 {
     const std::lock_guard lock(camera_->mutex());
@@ -278,7 +284,12 @@ int UsbfsFile::submit(Request&& request)
     if (pending_.size() + finished_.size() >= kMaxUrbsInFlight) {
         return -ENOMEM;
     }
+    std::optional<UsbfsMemory::Loan> loan = UsbfsMemory::lend(node_->memory_, header.urb_bytes);
+    if (!loan) {
+        return -ENOMEM;
+    }
     Urb urb;
+    urb.loan = *std::move(loan);
     urb.id = camera_.next_transfer_id();
     urb.address = header.urb;
     urb.type = header.urb_type;

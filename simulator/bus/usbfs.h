@@ -4,6 +4,7 @@
 #include "bus/frame_pump.h"
 #include "bus/protocol.h"
 #include "bus/ready_signal.h"
+#include "bus/usbfs_memory.h"
 #include "usb/descriptors.h"
 #include "usb/usb_camera.h"
 
@@ -36,6 +37,8 @@ public:
 
     /// A new opener. Thread-safe, as is everything below.
     std::unique_ptr<UsbfsFile> open();
+    /// From which its transfers take their buffers; without a limit before the call.
+    void set_memory(std::shared_ptr<UsbfsMemory> memory);
     /// The camera is off the bus: pending URBs end with ESHUTDOWN, everything else is ENODEV.
     void set_gone();
 
@@ -48,6 +51,7 @@ private:
     std::shared_ptr<UsbCamera> camera_;
     unsigned address_;
     EventHook on_event_;
+    std::shared_ptr<UsbfsMemory> memory_ = std::make_shared<UsbfsMemory>(0);
     bool gone_ = false;
     ReadySignal gone_signal_;
     std::array<UsbfsFile*, kInterfaceCount> owners_{};
@@ -77,6 +81,7 @@ private:
         uint8_t type = 0;
         uint8_t endpoint = 0;
         uint32_t buffer_bytes = 0;
+        UsbfsMemory::Loan loan;
         int status = 0;
         uint32_t actual_bytes = 0;
         std::vector<uint8_t> data;          ///< control: setup and data; IN otherwise: the answer

@@ -21,6 +21,7 @@ struct SimulationArguments {
     std::vector<std::string> cameras;
     std::vector<std::string> rom_files;
     bool fast = false;
+    unsigned usbfs_memory_mib = 0; ///< 0: no limit
     WatchArguments watch;
 };
 

@@ -52,9 +52,17 @@ void add_simulation_options(CLI::App* command, sim::SimulationArguments& argumen
     command
         ->add_option_function<std::string>(
             "--speed", [&](const std::string& speed) { arguments.fast = speed == "fast"; },
-            "real: as long as the hardware takes; fast: the program's usleep() takes no time")
+            "real: as long as the hardware takes; fast: usleep() takes no time, and video is not "
+            "paced")
         ->type_name("real|fast")
         ->check(CLI::IsMember({"real", "fast"}));
+    constexpr unsigned kMostMib = 2047;
+    command
+        ->add_option("--usbfs-memory", arguments.usbfs_memory_mib,
+                     "What the kernel lends to USB transfers, 16 on most machines; 0: no limit")
+        ->type_name("MIB")
+        ->check(CLI::Range(0U, kMostMib))
+        ->capture_default_str();
     sim::add_watch_options(command, arguments.watch);
 }
 

@@ -37,12 +37,17 @@ Simulation::Simulation(const SimulationArguments& arguments)
     : fast_(arguments.fast),
       watchers_(arguments.watch, clock(), !fast_),
       bed_(clock()),
-      state_service_(bed_, cameras_)
+      state_service_(bed_, cameras_, [this](const PluggedCamera& camera, const std::string& act) {
+          watchers_.note(cameras_.size() > 1 ? camera.serial() : "",
+                         "told by 'nyxus-sim do " + act + "'");
+      })
 {
+    bed_.set_usbfs_memory(arguments.usbfs_memory_mib);
     plug(arguments);
     const std::string& socket = arguments.watch.state_socket;
     state_server_.emplace(socket.empty() ? bed_.folder() + "/state.sock" : socket,
                           [this](const std::string& line) { return state_service_.answer(line); });
+    watchers_.note("", "the cameras' state is to be had at " + state_socket());
 }
 
 Clock& Simulation::clock()
@@ -53,11 +58,15 @@ Clock& Simulation::clock()
 void Simulation::plug(const SimulationArguments& arguments)
 {
     const auto requests = parse_cameras(arguments.cameras, arguments.rom_files);
+    // A host whose kernel refuses some of its transfers needs the sensor's time to settle.
+    const Pacing pacing =
+        fast_ && arguments.usbfs_memory_mib == 0 ? Pacing::kFlatOut : Pacing::kRealTime;
     for (const CameraRequest& request : requests) {
         const std::vector<uint8_t> rom = first_contents(request);
         PluggedCamera& camera =
             bed_.plug(*request.model, {.bus = request.bus, .serial = request.serial, .rom = rom});
         camera.set_tracing(false);
+        camera.set_pacing(pacing);
         watchers_.watch(camera, requests.size() > 1 ? camera.serial() : "");
         cameras_.push_back(&camera);
         if (!request.rom_file.empty()) {

@@ -31,6 +31,13 @@ void Watchers::observe(PluggedCamera& camera, UsbObserver& observer)
     observed_.emplace_back(&camera, &observer);
 }
 
+void Watchers::note(const std::string& name, const std::string& text)
+{
+    if (log_) {
+        log_->add(name, text);
+    }
+}
+
 bool Watchers::finish()
 {
     for (const auto& [camera, observer] : observed_) {

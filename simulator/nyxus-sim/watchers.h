@@ -21,6 +21,8 @@ public:
 
     /// `name`: in front of its lines; empty when it is the only one.
     void watch(PluggedCamera& camera, const std::string& name);
+    /// A line in the log, if there is one; empty `name`: of no camera.
+    void note(const std::string& name, const std::string& text);
     /// Looks no longer. False when something could not be written, which it has reported.
     bool finish();
 

@@ -124,11 +124,12 @@ Words CameraLog::words(const BusTransfer& transfer)
     }
     if (transfer.type != TransferType::kControl) {
         return {format_text("%s transfer of endpoint 0x%02X", endpoint_kind(transfer.type),
-                            transfer.endpoint),
-                {}};
+                            transfer.endpoint)};
     }
-    return request_in_words(camera_->controller().model(), transfer.setup,
-                            transfer.is_in() ? transfer.data : sent);
+    const auto data = transfer.is_in() ? transfer.data : std::span<const uint8_t>(sent);
+    Words words = request_in_words(camera_->controller().model(), transfer.setup, data);
+    words.data.assign(data.begin(), data.end());
+    return words;
 }
 
 void CameraLog::submitted(const BusTransfer& transfer)
@@ -157,7 +158,8 @@ void CameraLog::refused(const BusTransfer& transfer)
 {
     Words request = words(transfer);
     request.text += " -> refused by the host: " + std::string(std::strerror(-transfer.status));
-    tell_request({request.text, {}});
+    request.step.reset();
+    tell_request(request);
 }
 
 void CameraLog::video_changed(const VideoStream& stream)

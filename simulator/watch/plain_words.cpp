@@ -93,15 +93,14 @@ std::string hex_bytes(std::span<const uint8_t> bytes)
 Words request_in_words(const CameraModel& model, const Setup& setup, std::span<const uint8_t> data)
 {
     if (setup.type() == kStandardType) {
-        return {standard_request_in_words(setup, data), {}};
+        return {standard_request_in_words(setup, data)};
     }
     if (is_control_request(setup)) {
         return control_in_words(model, setup, data);
     }
     return {format_text("request 0x%02X of type 0x%02X, value 0x%04X, index 0x%04X: ",
                         setup.request, setup.request_type, setup.value, setup.index) +
-                hex_bytes(data),
-            {}};
+            hex_bytes(data)};
 }
 
 std::string result_in_words(const BusTransfer& transfer)

@@ -6,6 +6,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace sim {
 
@@ -23,7 +24,8 @@ struct RomStep {
 /// A finished request as a user would say it.
 struct Words {
     std::string text;
-    std::optional<RomStep> step;
+    std::optional<RomStep> step = {};
+    std::vector<uint8_t> data = {}; ///< of which the text may show only the first bytes
 };
 
 /// `data`: the bytes that moved.

@@ -34,7 +34,7 @@ bool Repetition::absorbs(const Words& request)
 {
     const auto goes_on = [&](const Run& run) {
         if (!request.step || !run.first.step) {
-            return run.first.text == request.text;
+            return run.first.text == request.text && run.first.data == request.data;
         }
         return run.first.step->selector == request.step->selector &&
                run.first.step->kind == request.step->kind && run.end == request.step->begin;

@@ -186,28 +186,30 @@ json state_of(const std::vector<PluggedCamera*>& cameras, const json& request)
     return {{"ok", true}, {"cameras", states}};
 }
 
-json answer_to(Bed& bed, const std::vector<PluggedCamera*>& cameras, const std::string& text)
+} // namespace
+
+json StateService::answer_to(const std::string& text)
 {
     const json request = parse_request(text);
     const std::string command = text_member(request, "command");
     if (command == "state") {
-        return state_of(cameras, request);
+        return state_of(cameras_, request);
     }
     const auto* const act = std::ranges::find(kActs, command, &Act::name);
     if (act == std::end(kActs)) {
         throw BadRequest("there is no command '" + command + "'");
     }
-    act->run(bed, camera_of(cameras, request), request);
+    PluggedCamera& camera = camera_of(cameras_, request);
+    on_act_(camera, command);
+    act->run(bed_, camera, request);
     return {{"ok", true}};
 }
-
-} // namespace
 
 std::string StateService::answer(const std::string& request)
 {
     json reply;
     try {
-        reply = answer_to(bed_, cameras_, request);
+        reply = answer_to(request);
     } catch (const json::exception&) {
         reply = {{"ok", false}, {"error", "the request is no JSON"}};
     } catch (const std::exception& error) {

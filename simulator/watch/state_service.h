@@ -3,7 +3,11 @@
 
 #include "bus/bed.h"
 
+#include <nlohmann/json_fwd.hpp>
+
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace sim {
@@ -19,8 +23,11 @@ namespace sim {
 /// {"ok": false, "error": "..."}. Thread-safe.
 class StateService {
 public:
-    StateService(Bed& bed, const std::vector<PluggedCamera*>& cameras)
-        : bed_(bed), cameras_(cameras)
+    using OnAct = std::function<void(const PluggedCamera& camera, const std::string& act)>;
+
+    /// `on_act` is told of each act before it happens.
+    StateService(Bed& bed, const std::vector<PluggedCamera*>& cameras, OnAct on_act)
+        : bed_(bed), cameras_(cameras), on_act_(std::move(on_act))
     {
     }
 
@@ -28,8 +35,11 @@ public:
     std::string answer(const std::string& request);
 
 private:
+    nlohmann::ordered_json answer_to(const std::string& text);
+
     Bed& bed_;
     const std::vector<PluggedCamera*>& cameras_;
+    OnAct on_act_;
 };
 
 } // namespace sim

@@ -132,7 +132,7 @@ std::string piece_in_words(const Piece& piece)
 
 Words piece_with_step(const Piece& piece)
 {
-    Words words{piece_in_words(piece), {}};
+    Words words{piece_in_words(piece)};
     if (piece.is_rom() && piece.count > 0) {
         words.step = {piece.selector, piece.kind, piece.address,
                       static_cast<uint32_t>(piece.address + piece.count)};
@@ -144,7 +144,7 @@ Words piece_with_step(const Piece& piece)
 Words long_rom_in_words(uint8_t request, std::span<const uint8_t> record)
 {
     if (record.size() < kHeaderBytes512) {
-        return {hex_bytes(record), {}};
+        return {hex_bytes(record)};
     }
     const auto kind = request == kSetCur ? RomStep::Kind::kWrite : RomStep::Kind::kRead;
     Words words = piece_with_step({kExtRom512, kind, be16(record.subspan(2)), length_512(record),
@@ -189,20 +189,20 @@ Words memory_in_words(const CameraModel& model, uint8_t selector, std::span<cons
                       bool is_set)
 {
     if (record.size() <= kHeaderBytes) {
-        return {hex_bytes(record), {}};
+        return {hex_bytes(record)};
     }
     if (std::string special = special_in_words(selector, record, is_set); !special.empty()) {
-        return {std::move(special), {}};
+        return {std::move(special)};
     }
     const bool is_older_rom = selector == kExtRom && !is_newer_firmware(model);
     const uint8_t length_bits = is_older_rom ? kOlderLengthBits : kLengthBits;
     const uint8_t flags = record[0] & static_cast<uint8_t>(~length_bits);
     const bool is_write = is_older_rom ? flags == kOlderRomWrite : (flags & kWrite) != 0;
     if (selector == kExtRom && flags == kErase) {
-        return {is_set ? "erase the whole ROM" : "erasing was asked for", {}};
+        return {is_set ? "erase the whole ROM" : "erasing was asked for"};
     }
     if (!is_set && is_write) {
-        return {"the last write, unchanged", {}};
+        return {"the last write, unchanged"};
     }
     const auto kind = !is_set    ? RomStep::Kind::kRead
                       : is_write ? RomStep::Kind::kWrite
@@ -232,16 +232,16 @@ Words value_in_words(const CameraModel& model, const Setup& setup, std::span<con
 {
     const bool is_current = setup.request == kSetCur || setup.request == kGetCur;
     if (setup.request == kGetInfo) {
-        return {info_in_words(data), {}};
+        return {info_in_words(data)};
     }
     if (setup.request == kGetLen) {
-        return {"length " + number_in_words(data), {}};
+        return {"length " + number_in_words(data)};
     }
     if (setup.interface() == kVideoInterface) {
-        return {video_in_words(data), {}};
+        return {video_in_words(data)};
     }
     if (setup.unit() == kProcessingUnit) {
-        return {number_in_words(data), {}};
+        return {number_in_words(data)};
     }
     if (setup.unit() == kVendorUnit && is_current && setup.selector() == kExtRom512) {
         return long_rom_in_words(setup.request, data);
@@ -251,9 +251,9 @@ Words value_in_words(const CameraModel& model, const Setup& setup, std::span<con
     }
     if (setup.unit() == kVendorUnit &&
         (setup.selector() == kIntFwVersion || setup.selector() == kSetfileVersion)) {
-        return {text_in_words(data), {}};
+        return {text_in_words(data)};
     }
-    return {hex_bytes(data), {}};
+    return {hex_bytes(data)};
 }
 
 } // namespace
