@@ -25,6 +25,10 @@ constexpr int kBacklog = 16;
 
 bool is_abandoned(const std::string& path)
 {
+    struct stat entry {};
+    if (lstat(path.c_str(), &entry) != 0 || !S_ISSOCK(entry.st_mode)) {
+        return false;
+    }
     const int socket = connect_socket(path);
     if (socket >= 0) {
         close(socket);
@@ -57,11 +61,15 @@ int listen_at(const std::string& path)
     }
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
     const int fd = bind_private(address);
-    if (fd < 0 && errno == EADDRINUSE && is_abandoned(path)) {
-        unlink(path.c_str());
-        return bind_private(address);
+    if (fd >= 0 || errno != EADDRINUSE) {
+        return fd;
     }
-    return fd;
+    if (!is_abandoned(path)) {
+        errno = EADDRINUSE;
+        return -1;
+    }
+    unlink(path.c_str());
+    return bind_private(address);
 }
 
 } // namespace

@@ -276,3 +276,28 @@ TEST(Features, PicturesAndVideoReachTheirFiles)
                   });
     }
 }
+
+/// What a user is told whose kernel lends less to USB than the picture needs.
+TEST(Features, StreamsWarnOfTooSmallAKernelLimit)
+{
+    const struct {
+        const char* limit_mib;
+        const char* size;
+        bool is_warned;
+    } cases[] = {
+        {"0", "640x480", false},
+        {"16", "640x480", true},
+        {"16", "320x240", false},
+        {"1", "320x240", true}, // seven transfers fit
+    };
+    for (const auto& [limit_mib, size, is_warned] : cases) {
+        const Outcome outcome =
+            run_program({SIMULATOR_PROGRAM, "run", "--usbfs-memory", limit_mib, "--", NYXUS_PROGRAM,
+                         "stream", "--size", size, "--count", "3"});
+        EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+        EXPECT_NE(outcome.out.find("frames: 3"), std::string::npos) << outcome.out;
+        EXPECT_EQ(outcome.err.find(std::string("lends ") + limit_mib + " MiB") != std::string::npos,
+                  is_warned)
+            << limit_mib << " MiB, " << size << ": " << outcome.err;
+    }
+}
