@@ -12,6 +12,7 @@ struct SimulationArguments {
     std::vector<std::string> cameras;
     std::vector<std::string> rom_files;
     bool fast = false;
+    std::string fault_file; ///< empty: nothing goes wrong
 };
 
 struct RunArguments {

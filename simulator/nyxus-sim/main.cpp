@@ -51,6 +51,10 @@ void add_simulation_options(CLI::App* command, sim::SimulationArguments& argumen
             "real: as long as the hardware takes; fast: the program's usleep() takes no time")
         ->type_name("real|fast")
         ->check(CLI::IsMember({"real", "fast"}));
+    command
+        ->add_option("--faults", arguments.fault_file,
+                     "What goes wrong, and when: a JSON list (see docs/simulator.md, Faults)")
+        ->type_name("FILE");
 }
 
 void add_run(CLI::App& app, sim::RunArguments& arguments)

@@ -2,6 +2,7 @@
 #include "simulation.h"
 
 #include "camera_request.h"
+#include "faults/fault_file.h"
 #include "whole_file.h"
 
 #include <algorithm>
@@ -37,7 +38,13 @@ Simulation::Simulation(const SimulationArguments& arguments)
     : fast_(arguments.fast),
       bed_(fast_ ? static_cast<Clock&>(virtual_clock_) : static_cast<Clock&>(real_clock_))
 {
+    if (!arguments.fault_file.empty()) {
+        faults_ = read_fault_file(arguments.fault_file);
+    }
     plug(arguments);
+    if (!faults_.empty()) {
+        bed_.set_faults(faults_);
+    }
 }
 
 void Simulation::plug(const SimulationArguments& arguments)
@@ -54,10 +61,22 @@ void Simulation::plug(const SimulationArguments& arguments)
     }
 }
 
+// Most often a mistake in a trigger, and the test would pass for nothing.
+void Simulation::report_faults()
+{
+    const std::vector<uint64_t> strikes = bed_.fault_strikes();
+    for (size_t i = 0; i < faults_.size(); ++i) {
+        if (strikes[i] == 0) {
+            std::fprintf(stderr, "nyxus-sim: %s never happened\n", faults_[i].text.c_str());
+        }
+    }
+}
+
 // Every ROM is tried, so that one full disk does not cost the others.
 bool Simulation::finish()
 {
     bed_.settle();
+    report_faults();
     bool saved = true;
     for (const KeptRom& rom : kept_) {
         const auto controller = rom.camera->controller();

@@ -25,8 +25,8 @@ public:
     /// nullptr when the cameras run in real time.
     VirtualClock* virtual_clock() { return fast_ ? &virtual_clock_ : nullptr; }
 
-    /// Waits until what is under way has happened, and keeps the ROMs that are to be kept. False
-    /// when one is lost, which it has reported.
+    /// Waits until what is under way has happened, tells which faults never did, and keeps the ROMs
+    /// that are to be kept. False when one is lost, which it has reported.
     bool finish();
 
 private:
@@ -37,6 +37,7 @@ private:
     };
 
     void plug(const SimulationArguments& arguments);
+    void report_faults();
 
     bool fast_;
     RealClock real_clock_;
@@ -44,6 +45,7 @@ private:
     Bed bed_;
     std::vector<PluggedCamera*> cameras_;
     std::vector<KeptRom> kept_;
+    FaultPlan faults_;
 };
 
 } // namespace sim
