@@ -46,6 +46,15 @@ std::string listed(std::span<const std::string_view> words)
     return text;
 }
 
+/// The end of a sentence about a word that is not known.
+std::string choice(std::string_view text, std::span<const std::string_view> known)
+{
+    const std::string_view nearest = nearest_word(text, known);
+    const std::string guess =
+        nearest.empty() ? "." : "; did you mean \"" + std::string(nearest) + "\"?";
+    return guess + " There are " + listed(known);
+}
+
 /// Reads one element of the list.
 class FaultReader {
 public:
@@ -106,11 +115,8 @@ void FaultReader::check_keys(const json& object, const std::string& prefix,
 {
     for (const auto& item : object.items()) {
         if (std::ranges::find(known, item.key()) == known.end()) {
-            const std::string_view nearest = nearest_word(item.key(), known);
-            const std::string guess =
-                nearest.empty() ? "" : "; did you mean \"" + std::string(nearest) + "\"?";
             fail(prefix + item.key(),
-                 shown(item.key()) + " is not known here" + guess + " There are " + listed(known));
+                 shown(item.key()) + " is not known here" + choice(item.key(), known));
         }
     }
 }
@@ -121,11 +127,8 @@ std::string_view FaultReader::word(const json& value, const std::string& key,
     const std::string text = value.is_string() ? value.get<std::string>() : std::string();
     const auto found = std::ranges::find(known, text);
     if (found == known.end()) {
-        const std::string_view nearest = nearest_word(text, known);
-        const std::string guess =
-            nearest.empty() ? "" : "; did you mean \"" + std::string(nearest) + "\"?";
-        fail(key, "\"" + key.substr(key.find('.') + 1) + "\" cannot be " + shown(value) + guess +
-                      " There are " + listed(known));
+        fail(key, "\"" + key.substr(key.find('.') + 1) + "\" cannot be " + shown(value) +
+                      choice(text, known));
     }
     return *found;
 }

@@ -48,7 +48,7 @@ TEST(FaultFile, MistakesNameTheirPlaceAndWhatWasExpected)
         {"[{\"when\": {\n\"selctor\": 5}, \"do\": \"stall\"}]",
                                                         "f.json:2: fault 1: ", "did you mean \"selector\"?"},
         {"[{\"when\": {}, \"do\": \"stall\",\n\"colour\": 5}]",
-                                                        "f.json:2: fault 1: ", "\"colour\" is not known here There"},
+                                                        "f.json:2: fault 1: ", "\"colour\" is not known here. There"},
         {"[{\"when\": {\"request\": \"SETCUR\"}, \"do\": \"stall\"}]",
                                                         "f.json:1: fault 1: ", "did you mean \"SET_CUR\"?"},
         {"[{\"when\": {\"unit\": 256}, \"do\": \"stall\"}]",
