@@ -2,6 +2,7 @@
 // Planned faults as a host sees them, through unmodified libusb.
 #include "bus/bed.h"
 #include "bus/virtual_time.h"
+#include "cameras/shipped.h"
 #include "faults/fault_file.h"
 #include "usb/descriptors.h"
 
