@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "bus/bed.h"
 
+#include "bus/alarms.h"
 #include "bus/registry.h"
 #include "bus/temp_folder.h"
 #include "usb/descriptors.h"
@@ -15,6 +16,7 @@
 #include <deque>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <list>
 #include <map>
 #include <stdexcept>
@@ -153,11 +155,16 @@ struct Bed::State {
     void return_with_new_address(PluggedCamera& camera, Departure reason);
     void add_entry(const std::string& entry);
 
+    void set_faults(PluggedCamera& camera, unsigned position, const FaultPlan& plan);
+    void strike_by_clock(PluggedCamera& camera, const std::weak_ptr<FaultEngine>& planned);
+    void replug_after(PluggedCamera& camera, uint64_t delay_us);
+
     void request(PluggedCamera& camera, BusEvent event);
     void work();
     void perform(const Task& task);
 
     Clock& clock;
+    Alarms alarms;
     UMockdevTestbed* testbed = nullptr;
     std::string folder;
     std::unique_ptr<BedLock> folder_lock;
@@ -174,7 +181,7 @@ struct Bed::State {
     std::thread worker;
 };
 
-Bed::State::State(Clock& bed_clock) : clock(bed_clock)
+Bed::State::State(Clock& bed_clock) : clock(bed_clock), alarms(bed_clock)
 {
     const ShortTempFolder temp_folder;
     remove_abandoned_beds(temp_folder.path());
@@ -188,6 +195,7 @@ Bed::State::State(Clock& bed_clock) : clock(bed_clock)
 
 Bed::State::~State()
 {
+    alarms.stop();
     {
         const std::lock_guard lock(task_mutex);
         stopping = true;
@@ -255,7 +263,8 @@ void Bed::State::attach(PluggedCamera& camera)
     chmod(node.c_str(), 0666);
 
     camera.node_ = std::make_shared<UsbfsNode>(
-        camera.camera_, place.address, [this, &camera](BusEvent event) { request(camera, event); });
+        camera.camera_, place.address, [this, &camera](BusEvent event) { request(camera, event); },
+        alarms);
     camera.node_->set_memory(memory);
     register_node(place.bus, place.address, camera.node_);
     camera.arrived();
@@ -347,11 +356,74 @@ void Bed::State::perform(const Task& task)
         }
         return;
     }
+    if (task.event == BusEvent::kReplug) {
+        if (!camera.node_) {
+            return_with_new_address(camera, Departure::kUnplugged);
+        }
+        return;
+    }
     detach(camera, task.event == BusEvent::kUnplugAnnounced ? Departure::kUnplugged
                                                             : Departure::kUnpluggedSilently);
     if (task.event == BusEvent::kUnplugAnnounced) {
         unlist(camera);
     }
+}
+
+void Bed::State::set_faults(PluggedCamera& camera, unsigned position, const FaultPlan& plan)
+{
+    UsbCamera& usb = *camera.camera_;
+    const std::lock_guard lock(usb.mutex());
+    const auto engine = std::make_shared<FaultEngine>(
+        plan, position, usb.serial(), clock,
+        FaultEngine::Bench{
+            .cut_power = [&usb] { usb.controller().power_cut(); },
+            .replug_after = [this, &camera](uint64_t delay_us) { replug_after(camera, delay_us); },
+        });
+    usb.set_fault([engine](const Setup& setup, uint64_t) { return engine->on_transfer(setup); });
+    usb.set_answer_fault([engine] { return engine->on_answer(); });
+    usb.stream().set_fault([engine](uint64_t) { return engine->on_frame(); });
+    usb.controller().set_rom_fault(
+        [engine](const RomAccess& access) { return engine->on_rom_access(access); });
+    camera.faults_ = engine;
+    for (const uint64_t delay_us : engine->delays_us()) {
+        alarms.set(delay_us, Alarms::Passes::kOnTheClock,
+                   [this, &camera, planned = std::weak_ptr(engine)](uint64_t) {
+                       strike_by_clock(camera, planned);
+                   });
+    }
+}
+
+void Bed::State::strike_by_clock(PluggedCamera& camera, const std::weak_ptr<FaultEngine>& planned)
+{
+    const std::lock_guard lock(mutex);
+    Fault fault;
+    {
+        const std::lock_guard camera_lock(camera.camera_->mutex());
+        const std::shared_ptr<FaultEngine> engine = planned.lock();
+        if (!engine || engine != camera.faults_ || !camera.node_) {
+            return;
+        }
+        fault = engine->on_clock();
+        if (fault.kind == Fault::Kind::kNone) {
+            return;
+        }
+        camera.node_->set_gone();
+    }
+    detach(camera, fault.kind == Fault::Kind::kUnplugAnnounced ? Departure::kUnplugged
+                                                               : Departure::kUnpluggedSilently);
+    if (fault.kind == Fault::Kind::kUnplugAnnounced) {
+        unlist(camera);
+    }
+}
+
+// Called under the camera's mutex. The transfer that was hit has told of the unplug before the
+// mutex is free again.
+void Bed::State::replug_after(PluggedCamera& camera, uint64_t delay_us)
+{
+    alarms.set(delay_us, Alarms::Passes::kWhileWaiting, [this, &camera](uint64_t) {
+        const std::lock_guard lock(camera.camera_->mutex());
+        request(camera, BusEvent::kReplug);
+    });
 }
 
 Bed::Bed(Clock& clock) : state_(std::make_unique<State>(clock))
@@ -395,6 +467,53 @@ void Bed::unplug(PluggedCamera& camera, Announce announce)
     }
 }
 
+void Bed::power_cut(PluggedCamera& camera, Announce announce)
+{
+    const std::lock_guard lock(state_->mutex);
+    state_->detach(
+        camera, announce == Announce::kYes ? Departure::kUnplugged : Departure::kUnpluggedSilently);
+    {
+        const std::lock_guard camera_lock(camera.camera_->mutex());
+        camera.camera_->controller().power_cut();
+    }
+    if (announce == Announce::kYes) {
+        state_->unlist(camera);
+    }
+}
+
+void Bed::set_faults(const FaultPlan& plan)
+{
+    const std::lock_guard lock(state_->mutex);
+    for (const PlannedFault& fault : plan) {
+        const Trigger& when = fault.when;
+        const bool is_there =
+            when.position <= state_->cameras.size() &&
+            (when.serial.empty() || std::ranges::any_of(state_->cameras, [&](const auto& camera) {
+                 return camera->serial() == when.serial;
+             }));
+        if (!is_there) {
+            throw std::invalid_argument(fault.text + " is about a camera that is not plugged in");
+        }
+    }
+    unsigned position = 0;
+    for (const auto& camera : state_->cameras) {
+        state_->set_faults(*camera, ++position, plan);
+    }
+}
+
+std::vector<uint64_t> Bed::fault_strikes()
+{
+    const std::lock_guard lock(state_->mutex);
+    std::vector<uint64_t> sums;
+    for (const auto& camera : state_->cameras) {
+        const std::lock_guard camera_lock(camera->camera_->mutex());
+        const auto strikes = camera->faults_ ? camera->faults_->strikes() : std::vector<uint64_t>();
+        sums.resize(std::max(sums.size(), strikes.size()));
+        std::ranges::transform(strikes, sums, sums.begin(), std::plus<>());
+    }
+    return sums;
+}
+
 void Bed::replug(PluggedCamera& camera)
 {
     const std::lock_guard lock(state_->mutex);
@@ -403,6 +522,7 @@ void Bed::replug(PluggedCamera& camera)
 
 void Bed::settle()
 {
+    state_->alarms.run_due();
     std::unique_lock lock(state_->task_mutex);
     state_->task_change.wait(lock, [this] { return state_->tasks.empty(); });
 }

@@ -5,6 +5,8 @@
 #include "bus/usbfs.h"
 #include "chip/clock.h"
 #include "chip/model.h"
+#include "faults/fault_engine.h"
+#include "faults/fault_plan.h"
 #include "usb/usb_camera.h"
 
 #include <cstdint>
@@ -75,9 +77,10 @@ private:
     std::shared_ptr<UsbCamera> camera_;
     mutable std::mutex place_mutex_;
     Place place_;
-    std::shared_ptr<UsbfsNode> node_; ///< nullptr while unplugged
-    bool is_plugged_ = false;         ///< guarded by the camera's mutex
-    bool listed_ = false;             ///< sysfs still shows it
+    std::shared_ptr<UsbfsNode> node_;     ///< nullptr while unplugged
+    bool is_plugged_ = false;             ///< guarded by the camera's mutex
+    bool listed_ = false;                 ///< sysfs still shows it
+    std::shared_ptr<FaultEngine> faults_; ///< nullptr without a plan
 };
 
 /// The machine that cameras are plugged into: sysfs, device nodes and hot-plug events, seen by
@@ -94,8 +97,15 @@ public:
     PluggedCamera& plug(const CameraModel& model, PlugOptions options = {});
     /// Takes the camera away; unannounced, only its users notice. Announcing it later is allowed.
     void unplug(PluggedCamera& camera, Announce announce = Announce::kYes);
+    /// The same, while the ROM may be writing: what it is at stays half done.
+    void power_cut(PluggedCamera& camera, Announce announce = Announce::kYes);
     /// A power cycle: the camera comes back with a new address and boots.
     void replug(PluggedCamera& camera);
+    /// From now on these things go wrong, instead of all that was planned before, by set_fault() or
+    /// by set_frame_fault(). Throws std::invalid_argument for a camera that is not on the bed.
+    void set_faults(const FaultPlan& plan);
+    /// How often each fault of the plan has struck, over all cameras.
+    std::vector<uint64_t> fault_strikes();
     /// Waits until restarts and unplugs that are under way have happened.
     void settle();
 

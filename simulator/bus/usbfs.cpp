@@ -46,10 +46,12 @@ Setup interface_request(uint32_t interface, uint32_t setting)
 
 } // namespace
 
-UsbfsNode::UsbfsNode(std::shared_ptr<UsbCamera> camera, unsigned address, EventHook on_event)
+UsbfsNode::UsbfsNode(std::shared_ptr<UsbCamera> camera, unsigned address, EventHook on_event,
+                     Alarms& alarms)
     : camera_(std::move(camera)),
       address_(address),
       on_event_(std::move(on_event)),
+      alarms_(alarms),
       pump_(
           camera_->mutex(), [this] { return frame_due(); }, [this] { carry_frame(); })
 {
@@ -77,6 +79,21 @@ void UsbfsNode::set_gone()
         file->cancel_all(-ESHUTDOWN);
     }
     gone_signal_.set(true);
+}
+
+void UsbfsNode::await_late_answer(uint64_t delay_us)
+{
+    alarms_.set(delay_us, Alarms::Passes::kWhileWaiting,
+                [weak = weak_from_this()](uint64_t due_us) {
+                    const std::shared_ptr<UsbfsNode> node = weak.lock();
+                    if (!node) {
+                        return;
+                    }
+                    const std::lock_guard lock(node->camera_->mutex());
+                    for (UsbfsFile* file : node->files_) {
+                        file->finish_late(due_us);
+                    }
+                });
 }
 
 UsbfsFile::UsbfsFile(std::shared_ptr<UsbfsNode> node)
@@ -328,6 +345,13 @@ int UsbfsFile::submit_control(Urb&& urb)
         case Outcome::Kind::kPending:
             pending_.push_back(std::move(urb));
             return 0;
+        case Outcome::Kind::kLate:
+            urb.status = outcome.status;
+            urb.actual_bytes = outcome.moved;
+            urb.late_until_us = node_->alarms_.now_us() + outcome.late_us;
+            pending_.push_back(std::move(urb));
+            node_->await_late_answer(outcome.late_us);
+            return 0;
         case Outcome::Kind::kUnplugSilent:
         case Outcome::Kind::kUnplugAnnounced:
             node_->set_gone();
@@ -390,8 +414,24 @@ void UsbfsFile::cancel(std::list<Urb>::iterator urb, int status)
         camera_.record(Setup::from_wire(std::span(urb->data).first<kSetupBytes>()), {}, status);
     }
     urb->status = status;
+    urb->actual_bytes = 0;
     finish(std::move(*urb));
     pending_.erase(urb);
+}
+
+void UsbfsFile::finish_late(uint64_t now_us)
+{
+    for (auto urb = pending_.begin(); urb != pending_.end();) {
+        const auto next = std::next(urb);
+        if (urb->late_until_us != 0 && urb->late_until_us <= now_us) {
+            const auto setup = Setup::from_wire(std::span(urb->data).first<kSetupBytes>());
+            const auto moved = std::span(urb->data).subspan(kSetupBytes, urb->actual_bytes);
+            camera_.record(setup, moved, urb->status);
+            finish(std::move(*urb));
+            pending_.erase(urb);
+        }
+        urb = next;
+    }
 }
 
 void UsbfsFile::cancel_all(int status)

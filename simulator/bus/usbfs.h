@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "bus/alarms.h"
 #include "bus/frame_pump.h"
 #include "bus/protocol.h"
 #include "bus/ready_signal.h"
@@ -23,7 +24,7 @@ namespace sim {
 enum class Announce { kYes, kNo };
 
 /// What the bus has to do about a camera.
-enum class BusEvent { kRestart, kUnplugSilent, kUnplugAnnounced };
+enum class BusEvent { kRestart, kUnplugSilent, kUnplugAnnounced, kReplug };
 
 class UsbfsFile;
 
@@ -33,7 +34,9 @@ class UsbfsNode : public std::enable_shared_from_this<UsbfsNode> {
 public:
     using EventHook = std::function<void(BusEvent)>;
 
-    UsbfsNode(std::shared_ptr<UsbCamera> camera, unsigned address, EventHook on_event);
+    /// `alarms`: for answers that come late; they outlive the last transfer.
+    UsbfsNode(std::shared_ptr<UsbCamera> camera, unsigned address, EventHook on_event,
+              Alarms& alarms);
 
     /// A new opener. Thread-safe, as is everything below.
     std::unique_ptr<UsbfsFile> open();
@@ -47,11 +50,13 @@ private:
     bool has_room_for_frame() const;
     std::optional<FramePump::Time> frame_due() const;
     void carry_frame();
+    void await_late_answer(uint64_t delay_us);
 
     std::shared_ptr<UsbCamera> camera_;
     unsigned address_;
     EventHook on_event_;
     std::shared_ptr<UsbfsMemory> memory_ = std::make_shared<UsbfsMemory>(0);
+    Alarms& alarms_;
     bool gone_ = false;
     ReadySignal gone_signal_;
     std::array<UsbfsFile*, kInterfaceCount> owners_{};
@@ -84,6 +89,7 @@ private:
         UsbfsMemory::Loan loan;
         int status = 0;
         uint32_t actual_bytes = 0;
+        uint64_t late_until_us = 0;         ///< pending: when its answer arrives, 0: never
         std::vector<uint8_t> data;          ///< control: setup and data; IN otherwise: the answer
         std::vector<uint32_t> packet_bytes; ///< isochronous: room per packet
         std::vector<IsoResult> packets;
@@ -113,6 +119,7 @@ private:
     void tell(void (UsbObserver::*event)(const BusTransfer&), const Urb& urb) const;
     void tell_request(const Setup& setup, int status) const;
     void finish(Urb&& urb);
+    void finish_late(uint64_t now_us);
     void cancel(std::list<Urb>::iterator urb, int status);
     void cancel_all(int status);
     void cancel_interface(uint32_t interface);

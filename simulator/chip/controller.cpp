@@ -59,6 +59,24 @@ void Controller::restart()
     state_->h264.power_up();
 }
 
+void Controller::power_cut()
+{
+    ChipState& chip = state_->chip;
+    if (chip.flash)
+        chip.flash->power_cut();
+    if (chip.eeprom)
+        chip.eeprom->power_cut();
+}
+
+void Controller::set_rom_fault(const RomFaultHook& hook)
+{
+    ChipState& chip = state_->chip;
+    if (chip.flash)
+        chip.flash->set_fault(hook);
+    if (chip.eeprom)
+        chip.eeprom->set_fault(hook);
+}
+
 void Controller::picture(uint32_t width, uint32_t height, uint32_t frame_number,
                          std::span<uint8_t> yuyv) const
 {

@@ -5,6 +5,7 @@
 #include "clock.h"
 #include "h264_unit.h"
 #include "model.h"
+#include "rom_fault.h"
 
 #include <cstdint>
 #include <memory>
@@ -35,6 +36,10 @@ public:
     bool restart_pending() const;
     /// What a reset or a power cycle does: volatile state is lost, the boot rule runs.
     void restart();
+    /// The power goes: what the ROM is writing stays half done. The next restart() powers up.
+    void power_cut();
+    /// From now on something may go wrong with the external ROM; an empty hook ends it.
+    void set_rom_fault(const RomFaultHook& hook);
 
     /// Draws the picture that the sensor sees now, with everything the firmware lays over it, as
     /// YUYV. Thread: under the owner's lock.

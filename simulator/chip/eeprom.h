@@ -3,9 +3,11 @@
 
 #include "clock.h"
 #include "model.h"
+#include "rom_fault.h"
 
 #include <cstdint>
 #include <span>
+#include <utility>
 
 namespace sim {
 
@@ -14,7 +16,10 @@ class Eeprom {
 public:
     Eeprom(const EepromPart& part, Clock& clock, std::span<uint8_t> cells);
 
-    void power_up() { busy_until_us_ = 0; }
+    void power_up();
+    /// What is being written stays half done; nothing answers until the next power-up.
+    void power_cut();
+    void set_fault(RomFaultHook hook) { fault_ = std::move(hook); }
     void set_protected(bool is_protected) { protected_ = is_protected; }
     bool busy() { return clock_.now_us() < busy_until_us_; }
 
@@ -25,14 +30,19 @@ public:
     void write_pages(uint32_t address, std::span<const uint8_t> bytes);
 
 private:
+    RomFault ask(const RomAccess& access) const { return fault_ ? fault_(access) : RomFault{}; }
+    RomFault write_page(uint32_t address, std::span<const uint8_t> bytes);
     void store_page(uint32_t address, std::span<const uint8_t> bytes);
-    void start_cycles(uint32_t count);
+    void start_cycles(uint32_t count, const RomFault& fault);
 
     const EepromPart part_;
     Clock& clock_;
     std::span<uint8_t> cells_;
     bool protected_ = true;
     uint64_t busy_until_us_ = 0;
+    bool powered_ = true;
+    UnfinishedWrite unfinished_;
+    RomFaultHook fault_;
 };
 
 } // namespace sim

@@ -38,6 +38,15 @@ void SpiFlash::power_up(uint8_t status)
     status_write_enabled_ = false;
     busy_ = false;
     next_status_.reset();
+    powered_ = true;
+}
+
+void SpiFlash::power_cut()
+{
+    settle();
+    if (busy_)
+        unfinished_.halve(cells_);
+    powered_ = false;
 }
 
 uint8_t SpiFlash::status()
@@ -51,7 +60,7 @@ void SpiFlash::transfer(std::span<const uint8_t> command, std::span<uint8_t> ans
 {
     std::ranges::fill(answer, uint8_t{0xFF}); // nobody drives the data line
     settle();
-    if (command.empty())
+    if (command.empty() || !powered_)
         return;
     if (command[0] == kReadStatus)
         std::ranges::fill(answer, status()); // repeats for as long as it is clocked
@@ -65,15 +74,18 @@ void SpiFlash::program_pages(uint32_t address, std::span<const uint8_t> bytes)
     if (busy_ || (status_ & kBlockProtect) != 0)
         return;
     uint32_t pages = 0;
-    while (!bytes.empty()) {
+    RomFault worst;
+    while (!bytes.empty() && !worst.power_cut) {
         const size_t room = kPageBytes - address % kPageBytes;
         const auto page = bytes.first(std::min(room, bytes.size()));
-        store_page(address, page);
+        const RomFault fault = program(address, page);
+        worst.power_cut = fault.power_cut;
+        worst.stuck_us = std::max(worst.stuck_us, fault.stuck_us);
         address += static_cast<uint32_t>(page.size());
         bytes = bytes.subspan(page.size());
         ++pages;
     }
-    start_busy(pages * part_.program_us);
+    start_busy(pages * part_.program_us, worst);
 }
 
 /// What was begun ends by itself: the latch falls, a written status takes effect.
@@ -121,13 +133,20 @@ void SpiFlash::execute(std::span<const uint8_t> command, std::span<uint8_t> answ
     }
 }
 
-void SpiFlash::read(std::span<const uint8_t> command, std::span<uint8_t> answer) const
+void SpiFlash::read(std::span<const uint8_t> command, std::span<uint8_t> answer)
 {
     if (command.size() < kAddressedBytes)
         return;
-    size_t address = address_of(command);
+    const uint32_t first = address_of(command);
+    size_t address = first;
     for (uint8_t& byte : answer)
         byte = cells_[address++ % cells_.size()];
+    const RomFault fault = ask({.kind = RomAccess::Kind::kRead,
+                                .address = first,
+                                .bytes = static_cast<uint32_t>(answer.size()),
+                                .answer = answer});
+    if (fault.power_cut)
+        power_cut();
 }
 
 void SpiFlash::read_id(std::span<uint8_t> answer) const
@@ -143,16 +162,20 @@ void SpiFlash::write_status(std::span<const uint8_t> command)
     status_write_enabled_ = false;
     if (command.size() < 2 || !enabled || locked)
         return;
-    next_status_ = command[1] & (kBlockProtect | kStatusLocked);
-    start_busy(part_.status_write_us);
+    const uint8_t status = command[1] & (kBlockProtect | kStatusLocked);
+    const RomFault fault = ask({.kind = RomAccess::Kind::kWriteStatus, .status = status});
+    if (!fault.ignored)
+        next_status_ = status;
+    unfinished_.begin();
+    start_busy(part_.status_write_us, fault);
 }
 
 void SpiFlash::page_program(std::span<const uint8_t> command)
 {
     if (command.size() <= kAddressedBytes || !array_writable())
         return;
-    store_page(address_of(command), command.subspan(kAddressedBytes));
-    start_busy(part_.program_us);
+    const RomFault fault = program(address_of(command), command.subspan(kAddressedBytes));
+    start_busy(part_.program_us, fault);
 }
 
 /// An empty command erases the whole array.
@@ -163,8 +186,27 @@ void SpiFlash::erase(std::span<const uint8_t> command, uint32_t bytes, uint32_t 
     const size_t length = std::min<size_t>(bytes, cells_.size());
     const size_t address = command.empty() ? 0 : address_of(command) % cells_.size();
     const size_t start = address - address % length;
-    std::ranges::fill(cells_.subspan(start, std::min(length, cells_.size() - start)), kErased);
-    start_busy(duration_us);
+    const size_t end = std::min(start + length, cells_.size());
+    const RomFault fault = ask({.kind = RomAccess::Kind::kErase,
+                                .address = static_cast<uint32_t>(start),
+                                .bytes = static_cast<uint32_t>(end - start)});
+    unfinished_.begin();
+    for (size_t cell = start; cell < end && !fault.ignored; ++cell) {
+        unfinished_.note(cell, cells_[cell]);
+        cells_[cell] = kErased;
+    }
+    start_busy(duration_us, fault);
+}
+
+RomFault SpiFlash::program(uint32_t address, std::span<const uint8_t> bytes)
+{
+    const RomFault fault = ask({.kind = RomAccess::Kind::kProgram,
+                                .address = address,
+                                .bytes = static_cast<uint32_t>(bytes.size())});
+    unfinished_.begin();
+    if (!fault.ignored)
+        store_page(address, bytes);
+    return fault;
 }
 
 /// Programming only clears bits, and the address wraps inside its page.
@@ -172,14 +214,21 @@ void SpiFlash::store_page(uint32_t address, std::span<const uint8_t> bytes)
 {
     const size_t page = address % cells_.size() / kPageBytes * kPageBytes;
     size_t offset = address % kPageBytes;
-    for (const uint8_t byte : bytes)
-        cells_[page + offset++ % kPageBytes] &= byte;
+    for (const uint8_t byte : bytes) {
+        const size_t cell = page + offset++ % kPageBytes;
+        unfinished_.note(cell, cells_[cell]);
+        cells_[cell] &= byte;
+    }
 }
 
-void SpiFlash::start_busy(uint32_t duration_us)
+void SpiFlash::start_busy(uint32_t duration_us, const RomFault& fault)
 {
     busy_ = true;
-    busy_until_us_ = clock_.now_us() + duration_us;
+    busy_until_us_ = fault.stuck_us == RomFault::kForever
+                         ? RomFault::kForever
+                         : clock_.now_us() + duration_us + fault.stuck_us;
+    if (fault.power_cut)
+        power_cut();
 }
 
 bool SpiFlash::array_writable() const

@@ -3,10 +3,12 @@
 
 #include "clock.h"
 #include "model.h"
+#include "rom_fault.h"
 
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <utility>
 
 namespace sim {
 
@@ -23,6 +25,9 @@ public:
     SpiFlash(const FlashPart& part, Clock& clock, std::span<uint8_t> cells);
 
     void power_up(uint8_t status);
+    /// What is being written stays half done; nothing answers until the next power-up.
+    void power_cut();
+    void set_fault(RomFaultHook hook) { fault_ = std::move(hook); }
     /// Asserted (low): the status register cannot be changed once its lock bit is set.
     void set_wp_pin(bool asserted) { wp_asserted_ = asserted; }
     uint8_t status();
@@ -35,13 +40,15 @@ public:
 private:
     void settle();
     void execute(std::span<const uint8_t> command, std::span<uint8_t> answer);
-    void read(std::span<const uint8_t> command, std::span<uint8_t> answer) const;
+    void read(std::span<const uint8_t> command, std::span<uint8_t> answer);
     void read_id(std::span<uint8_t> answer) const;
     void write_status(std::span<const uint8_t> command);
     void page_program(std::span<const uint8_t> command);
     void erase(std::span<const uint8_t> command, uint32_t bytes, uint32_t duration_us);
+    RomFault ask(const RomAccess& access) const { return fault_ ? fault_(access) : RomFault{}; }
+    RomFault program(uint32_t address, std::span<const uint8_t> bytes);
     void store_page(uint32_t address, std::span<const uint8_t> bytes);
-    void start_busy(uint32_t duration_us);
+    void start_busy(uint32_t duration_us, const RomFault& fault);
     bool array_writable() const;
 
     const FlashPart part_;
@@ -54,6 +61,9 @@ private:
     bool busy_ = false;
     uint64_t busy_until_us_ = 0;
     std::optional<uint8_t> next_status_;
+    bool powered_ = true;
+    UnfinishedWrite unfinished_;
+    RomFaultHook fault_;
 };
 
 } // namespace sim

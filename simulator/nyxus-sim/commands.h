@@ -23,6 +23,7 @@ struct SimulationArguments {
     bool fast = false;
     unsigned usbfs_memory_mib = 0; ///< 0: no limit
     WatchArguments watch;
+    std::string fault_file; ///< empty: nothing goes wrong
 };
 
 struct RunArguments {

@@ -2,6 +2,7 @@
 #include "simulation.h"
 
 #include "camera_request.h"
+#include "faults/fault_file.h"
 #include "whole_file.h"
 
 #include <algorithm>
@@ -43,7 +44,13 @@ Simulation::Simulation(const SimulationArguments& arguments)
       })
 {
     bed_.set_usbfs_memory(arguments.usbfs_memory_mib);
+    if (!arguments.fault_file.empty()) {
+        faults_ = read_fault_file(arguments.fault_file);
+    }
     plug(arguments);
+    if (!faults_.empty()) {
+        bed_.set_faults(faults_);
+    }
     const std::string& socket = arguments.watch.state_socket;
     state_server_.emplace(socket.empty() ? bed_.folder() + "/state.sock" : socket,
                           [this](const std::string& line) { return state_service_.answer(line); });
@@ -75,11 +82,23 @@ void Simulation::plug(const SimulationArguments& arguments)
     }
 }
 
+// Most often a mistake in a trigger, and the test would pass for nothing.
+void Simulation::report_faults()
+{
+    const std::vector<uint64_t> strikes = bed_.fault_strikes();
+    for (size_t i = 0; i < faults_.size(); ++i) {
+        if (strikes[i] == 0) {
+            std::fprintf(stderr, "nyxus-sim: %s never happened\n", faults_[i].text.c_str());
+        }
+    }
+}
+
 // Every ROM is tried, so that one full disk does not cost the others.
 bool Simulation::finish()
 {
     state_server_.reset();
     bed_.settle();
+    report_faults();
     bool saved = watchers_.finish();
     for (const KeptRom& rom : kept_) {
         const auto controller = rom.camera->controller();

@@ -32,8 +32,8 @@ public:
     /// Where the cameras' state is to be had.
     const std::string& state_socket() const { return state_server_->path(); }
 
-    /// Waits until what is under way has happened, and keeps the ROMs that are to be kept. False
-    /// when something of it is lost, which it has reported.
+    /// Waits until what is under way has happened, tells which faults never did, and keeps the ROMs
+    /// that are to be kept. False when something of it is lost, which it has reported.
     bool finish();
 
 private:
@@ -45,6 +45,7 @@ private:
 
     Clock& clock();
     void plug(const SimulationArguments& arguments);
+    void report_faults();
 
     bool fast_;
     RealClock real_clock_;
@@ -54,6 +55,7 @@ private:
     std::vector<PluggedCamera*> cameras_;
     std::vector<KeptRom> kept_;
     StateService state_service_;
+    FaultPlan faults_;
     std::optional<LineServer> state_server_; ///< last: its thread uses the others
 };
 

@@ -50,7 +50,7 @@ class Camera {
 public:
     explicit Camera(const char* model = "rowan-spi")
         : camera(std::make_shared<UsbCamera>(*find_model(model), clock_, "S1")),
-          node(std::make_shared<UsbfsNode>(camera, 2, [](BusEvent) {}))
+          node(std::make_shared<UsbfsNode>(camera, 2, [](BusEvent) {}, alarms_))
     {
         camera->stream().set_pacing(Pacing::kFlatOut);
     }
@@ -75,6 +75,7 @@ public:
 
 private:
     VirtualClock clock_;
+    Alarms alarms_{clock_};
 
 public:
     std::shared_ptr<UsbCamera> camera;

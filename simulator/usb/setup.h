@@ -41,16 +41,19 @@ struct Transfer {
     bool operator==(const Transfer&) const = default;
 };
 
-/// What goes wrong with a control transfer. The camera sees the request only for kNone and kShort.
+/// What goes wrong with a control transfer. The camera sees the request only for kNone, kShort,
+/// kLength and kLate.
 struct Fault {
     enum class Kind {
         kNone,
-        kStalled,         ///< answered with STALL
-        kIoError,         ///< garbage on the wire (EPROTO)
-        kTimeout,         ///< the host controller gives up (ETIME)
-        kNoAnswer,        ///< stays pending until it is cancelled or the camera unplugged
-        kShort,           ///< `value` bytes at most move
-        kAnswer,          ///< `bytes` come back instead of what the camera would say
+        kStalled,  ///< answered with STALL
+        kIoError,  ///< garbage on the wire (EPROTO)
+        kTimeout,  ///< the host controller gives up (ETIME)
+        kNoAnswer, ///< stays pending until it is cancelled or the camera unplugged
+        kShort,    ///< `value` bytes at most move
+        kLength,   ///< `value` bytes come, cut or filled up with 0; too many for the host: babble
+        kLate,     ///< the answer comes after `value` milliseconds
+        kAnswer,   ///< `bytes` come back instead of what the camera would say
         kSubmitError,     ///< the host refuses it with errno `value`
         kUnplugSilent,    ///< the camera goes; nobody has been told yet
         kUnplugAnnounced, ///< the camera goes, and the event is sent
@@ -59,12 +62,21 @@ struct Fault {
     uint32_t value = 0;
     std::vector<uint8_t> bytes = {};
 
+    /// The firmware's own answer, if there is one, never reaches the host.
+    bool replaces_answer() const
+    {
+        return kind != Kind::kNone && kind != Kind::kShort && kind != Kind::kLength &&
+               kind != Kind::kLate;
+    }
+
     static Fault none() { return {}; }
     static Fault stall() { return {Kind::kStalled, 0, {}}; }
     static Fault io_error() { return {Kind::kIoError, 0, {}}; }
     static Fault timeout() { return {Kind::kTimeout, 0, {}}; }
     static Fault no_answer() { return {Kind::kNoAnswer, 0, {}}; }
     static Fault short_answer(uint32_t bytes) { return {Kind::kShort, bytes, {}}; }
+    static Fault wrong_length(uint32_t bytes) { return {Kind::kLength, bytes, {}}; }
+    static Fault late(uint32_t milliseconds) { return {Kind::kLate, milliseconds, {}}; }
     static Fault answer(std::vector<uint8_t> bytes) { return {Kind::kAnswer, 0, std::move(bytes)}; }
     static Fault submit_error(uint32_t error) { return {Kind::kSubmitError, error, {}}; }
     static Fault unplug_silent() { return {Kind::kUnplugSilent, 0, {}}; }
@@ -74,5 +86,9 @@ struct Fault {
 /// Asked before each control transfer; `ordinal` counts them from 0 since the hook was set. It runs
 /// under the camera's lock: it may look at the camera, but must not call the bed.
 using FaultHook = std::function<Fault(const Setup& setup, uint64_t ordinal)>;
+
+/// Asked once the firmware has served a request: what goes wrong with its answer. Any fault, under
+/// the same conditions.
+using AnswerFaultHook = std::function<Fault()>;
 
 } // namespace sim

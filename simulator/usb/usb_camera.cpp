@@ -29,6 +29,11 @@ void UsbCamera::set_fault(FaultHook hook)
     ordinal_ = 0;
 }
 
+void UsbCamera::set_answer_fault(AnswerFaultHook hook)
+{
+    answer_fault_ = std::move(hook);
+}
+
 void UsbCamera::record(const Setup& setup, std::span<const uint8_t> moved, int status)
 {
     if (!tracing_) {
@@ -83,7 +88,7 @@ Outcome UsbCamera::control(const Setup& setup, std::span<uint8_t> data)
         return outcome;
     }
     clock_.advance_us(controller_.model().usb_latency_us);
-    if (outcome.kind != Outcome::Kind::kPending) {
+    if (outcome.kind != Outcome::Kind::kPending && outcome.kind != Outcome::Kind::kLate) {
         record(setup, data.first(outcome.moved), outcome.status);
     }
     return outcome;
@@ -91,20 +96,37 @@ Outcome UsbCamera::control(const Setup& setup, std::span<uint8_t> data)
 
 Outcome UsbCamera::apply_fault(const Setup& setup, std::span<uint8_t> data, const Fault& fault)
 {
+    if (fault.replaces_answer()) {
+        return fail(fault, data);
+    }
+    Outcome outcome = answer(setup, data);
+    spoil_answer(fault, data, outcome);
+    if (answer_fault_) {
+        const Fault after = answer_fault_();
+        if (after.replaces_answer()) {
+            return fail(after, data);
+        }
+        spoil_answer(after, data, outcome);
+    }
+    return outcome;
+}
+
+Outcome UsbCamera::fail(const Fault& fault, std::span<uint8_t> data)
+{
     using Kind = Outcome::Kind;
     switch (fault.kind) {
         case Fault::Kind::kStalled:
-            return {Kind::kFinished, -EPIPE};
+            return {.status = -EPIPE};
         case Fault::Kind::kIoError:
-            return {Kind::kFinished, -EPROTO};
+            return {.status = -EPROTO};
         case Fault::Kind::kTimeout:
-            return {Kind::kFinished, -ETIME};
+            return {.status = -ETIME};
         case Fault::Kind::kNoAnswer:
             return {Kind::kPending, -EINPROGRESS};
         case Fault::Kind::kAnswer: {
             const size_t moved = std::min(fault.bytes.size(), data.size());
             std::copy_n(fault.bytes.begin(), moved, data.begin());
-            return {Kind::kFinished, 0, static_cast<uint32_t>(moved)};
+            return {.moved = static_cast<uint32_t>(moved)};
         }
         case Fault::Kind::kSubmitError:
             return {Kind::kRefused, -static_cast<int>(fault.value)};
@@ -114,13 +136,27 @@ Outcome UsbCamera::apply_fault(const Setup& setup, std::span<uint8_t> data, cons
             return {Kind::kUnplugAnnounced, -ESHUTDOWN};
         case Fault::Kind::kNone:
         case Fault::Kind::kShort:
+        case Fault::Kind::kLength:
+        case Fault::Kind::kLate:
             break;
     }
-    Outcome outcome = answer(setup, data);
-    if (fault.kind == Fault::Kind::kShort) {
+    return {};
+}
+
+void UsbCamera::spoil_answer(const Fault& fault, std::span<uint8_t> data, Outcome& outcome)
+{
+    const auto room = static_cast<uint32_t>(data.size());
+    const bool is_refused = outcome.status != 0;
+    if (fault.kind == Fault::Kind::kShort && !is_refused) {
         outcome.moved = std::min(outcome.moved, fault.value);
+    } else if (fault.kind == Fault::Kind::kLength && !is_refused) {
+        outcome.status = fault.value > room ? -EOVERFLOW : 0;
+        std::ranges::fill(data.subspan(outcome.moved), uint8_t{0});
+        outcome.moved = std::min(fault.value, room);
+    } else if (fault.kind == Fault::Kind::kLate) {
+        outcome.kind = Outcome::Kind::kLate;
+        outcome.late_us = uint64_t{fault.value} * 1000;
     }
-    return outcome;
 }
 
 Outcome UsbCamera::answer(const Setup& setup, std::span<uint8_t> data)

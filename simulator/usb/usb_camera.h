@@ -21,6 +21,7 @@ struct Outcome {
     enum class Kind {
         kFinished,     ///< `status` and `moved` are final
         kPending,      ///< no answer will come
+        kLate,         ///< as kFinished, in `late_us` from now
         kRefused,      ///< the host takes no such transfer; `status` is the negative errno
         kUnplugSilent, ///< the camera went away under it
         kUnplugAnnounced,
@@ -28,6 +29,7 @@ struct Outcome {
     Kind kind = Kind::kFinished;
     int status = 0;
     uint32_t moved = 0;
+    uint64_t late_us = 0;
     bool restart = false; ///< the firmware will drop off the bus once this answer has arrived
 };
 
@@ -60,6 +62,7 @@ public:
     int get_descriptor(const Setup& setup, std::span<uint8_t> data) const;
 
     void set_fault(FaultHook hook);
+    void set_answer_fault(AnswerFaultHook hook);
     /// The oldest transfers are dropped at kTraceTransfers.
     void set_tracing(bool on) { tracing_ = on; }
     std::vector<Transfer> transfers() const { return {trace_.begin(), trace_.end()}; }
@@ -70,6 +73,8 @@ public:
 
 private:
     Outcome apply_fault(const Setup& setup, std::span<uint8_t> data, const Fault& fault);
+    static Outcome fail(const Fault& fault, std::span<uint8_t> data);
+    static void spoil_answer(const Fault& fault, std::span<uint8_t> data, Outcome& outcome);
     Outcome answer(const Setup& setup, std::span<uint8_t> data);
     int standard_request(const Setup& setup, std::span<uint8_t> data);
     int clear_feature(const Setup& setup);
@@ -84,6 +89,7 @@ private:
     std::string serial_;
     uint8_t configuration_ = 1;
     FaultHook fault_;
+    AnswerFaultHook answer_fault_;
     uint64_t ordinal_ = 0;
     bool tracing_ = true;
     std::deque<Transfer> trace_;

@@ -56,6 +56,7 @@ Outcome Bench::nyxus(const Words& cameras, const Words& arguments, const RunOpti
     Words command = {SIMULATOR_PROGRAM, "run", "--speed", "fast"};
     for (const std::string& camera : cameras)
         command.insert(command.end(), {"--camera", camera});
+    command.insert(command.end(), fault_options_.begin(), fault_options_.end());
     command.insert(command.end(), {"--", NYXUS_PROGRAM});
     command.insert(command.end(), arguments.begin(), arguments.end());
     return run_program(command, options);
@@ -65,6 +66,15 @@ Outcome Bench::nyxus_with_rom(const std::string& model, const Words& arguments,
                               const RunOptions& options) const
 {
     return nyxus({model + ",rom=" + rom_file()}, arguments, options);
+}
+
+void Bench::set_faults(const std::string& json)
+{
+    fault_options_.clear();
+    if (!json.empty()) {
+        write_file(path("faults.json"), {json.begin(), json.end()});
+        fault_options_ = {"--faults", path("faults.json")};
+    }
 }
 
 Outcome Bench::shell(const std::string& camera, const std::string& script,

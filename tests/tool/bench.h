@@ -42,6 +42,9 @@ public:
     /// A bash script with one camera as slow as a real one; $NYXUS is the program.
     Outcome shell(const std::string& camera, const std::string& script,
                   std::map<std::string, std::string> environment) const;
+    /// What goes wrong with the cameras of nyxus() and nyxus_with_rom(): a JSON list; empty:
+    /// nothing.
+    void set_faults(const std::string& json);
     std::string rom_file() const { return path("rom"); }
     /// Where the program keeps backups.
     std::string state_folder() const { return path("state"); }
@@ -49,6 +52,7 @@ public:
 
 private:
     std::filesystem::path folder_;
+    Words fault_options_;
 };
 
 using Bytes = std::vector<uint8_t>;

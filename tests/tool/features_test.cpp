@@ -255,6 +255,19 @@ TEST(Features, OutOfRangeIsRefusedWithTheRange)
 
 } // namespace
 
+TEST(Features, ASnapshotGivesUpWhenNoFrameIsComplete)
+{
+    Bench bench;
+    bench.set_faults(R"([{"when": {}, "do": "truncate", "bytes": 1000}])");
+    const Outcome outcome =
+        bench.nyxus({kModel}, {"snapshot", bench.path("shot.png"), "--wait", "2"});
+    EXPECT_EQ(outcome.exit_code, 10) << outcome.err;
+    EXPECT_EQ(outcome.err,
+              "nyxus: no complete frame within 2 s; try a longer --wait or a smaller "
+              "--size\n");
+    EXPECT_TRUE(read_file(bench.path("shot.png")).empty());
+}
+
 TEST(Features, PicturesAndVideoReachTheirFiles)
 {
     for (const char* camera : {"rowan-spi", "rowan-iso"}) {

@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "chip/clock.h"
+#include "chip/prng.h"
+#include "chip/rom_fault.h"
+#include "faults/fault_plan.h"
+#include "usb/setup.h"
+#include "usb/video_stream.h"
+
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <vector>
+
+namespace sim {
+
+/// Decides for one camera what goes wrong. The first fault of the plan that strikes an event wins;
+/// those behind it do not see the event. To be asked under the camera's lock.
+class FaultEngine {
+public:
+    /// What it does to the camera beyond answering.
+    struct Bench {
+        std::function<void()> cut_power;
+        std::function<void(uint64_t delay_us)> replug_after;
+    };
+
+    FaultEngine(const FaultPlan& plan, unsigned position, const std::string& serial, Clock& clock,
+                Bench bench);
+
+    Fault on_transfer(const Setup& setup);
+    /// After the camera has served the transfer.
+    Fault on_answer();
+    RomFault on_rom_access(const RomAccess& access);
+    FrameFault on_frame();
+    /// Time has passed: an unplug, or nothing.
+    Fault on_clock();
+
+    /// When on_clock() is to be called, from now.
+    std::vector<uint64_t> delays_us() const;
+    /// How often each fault of the plan has struck.
+    std::vector<uint64_t> strikes() const;
+
+private:
+    struct Rule {
+        PlannedFault fault;
+        bool concerned; ///< it is about this camera
+        Prng prng;
+        uint64_t matches = 0;
+        uint64_t strikes = 0;
+    };
+
+    bool strikes_now(Rule& rule, const RomAccess* access = nullptr);
+    bool holds(const Trigger& when, const RomAccess* access) const;
+    Fault transfer_fault(const PlannedFault& fault);
+    Fault departure(const PlannedFault& fault) const;
+    void apply_to_access(Rule& rule, const RomAccess& access, RomFault& result);
+
+    Clock& clock_;
+    Bench bench_;
+    uint64_t start_us_;
+    std::vector<Rule> rules_;
+    Setup setup_; ///< of the transfer under way
+    uint64_t transfer_ = 0;
+    uint64_t frame_ = 0;
+    Fault answer_fault_;
+};
+
+} // namespace sim

@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "faults/fault_words.h"
+
+#include <algorithm>
+#include <iterator>
+#include <vector>
+
+namespace sim {
+
+namespace {
+
+// clang-format off
+constexpr EffectWord kEffects[] = {
+//   name              effect                  strikes                       settings                    required
+    {"stall",          Effect::kStalled,       Strikes::kTransfersAndFrames, {},                         ""},
+    {"io-error",       Effect::kIoError,       Strikes::kTransfers,          {},                         ""},
+    {"timeout",        Effect::kTimeout,       Strikes::kTransfers,          {},                         ""},
+    {"no-answer",      Effect::kNoAnswer,      Strikes::kTransfers,          {},                         ""},
+    {"short",          Effect::kShort,         Strikes::kTransfers,          {"bytes"},                  "bytes"},
+    {"wrong-length",   Effect::kWrongLength,   Strikes::kTransfers,          {"bytes"},                  "bytes"},
+    {"late",           Effect::kLate,          Strikes::kTransfers,          {"ms"},                     "ms"},
+    {"unplug",         Effect::kUnplug,        Strikes::kAnything,           {"announced", "replug_ms"}, ""},
+    {"power-cut",      Effect::kPowerCut,      Strikes::kAnything,           {"announced", "replug_ms"}, ""},
+    {"truncate",       Effect::kTruncate,      Strikes::kFrames,             {"bytes"},                  "bytes"},
+    {"error-bit",      Effect::kErrorBit,      Strikes::kFrames,             {},                         ""},
+    {"lying-write",    Effect::kLyingWrite,    Strikes::kRom,                {},                         ""},
+    {"lying-erase",    Effect::kLyingErase,    Strikes::kRom,                {},                         ""},
+    {"stuck-busy",     Effect::kStuckBusy,     Strikes::kRom,                {"ms"},                     ""},
+    {"ignored-lock",   Effect::kIgnoredLock,   Strikes::kRomStatus,          {},                         ""},
+    {"ignored-unlock", Effect::kIgnoredUnlock, Strikes::kRomStatus,          {},                         ""},
+    {"bit-flip",       Effect::kBitFlip,       Strikes::kRom,                {"mask"},                   ""},
+};
+
+struct RequestWord {
+    std::string_view name;
+    uint8_t code;
+};
+
+constexpr RequestWord kRequests[] = {
+    {"SET_CUR", 0x01}, {"GET_CUR", 0x81}, {"GET_MIN", 0x82},  {"GET_MAX", 0x83},
+    {"GET_RES", 0x84}, {"GET_LEN", 0x85}, {"GET_INFO", 0x86}, {"GET_DEF", 0x87},
+};
+// clang-format on
+
+template <typename Rows>
+auto names_of(const Rows& rows)
+{
+    std::array<std::string_view, std::extent_v<Rows>> names;
+    std::ranges::transform(rows, names.begin(), [](const auto& row) { return row.name; });
+    return names;
+}
+
+size_t edit_distance(std::string_view from, std::string_view to)
+{
+    std::vector<size_t> row(to.size() + 1);
+    for (size_t column = 0; column <= to.size(); ++column) {
+        row[column] = column;
+    }
+    for (size_t line = 1; line <= from.size(); ++line) {
+        size_t diagonal = row[0];
+        row[0] = line;
+        for (size_t column = 1; column <= to.size(); ++column) {
+            const size_t replaced = diagonal + (from[line - 1] == to[column - 1] ? 0 : 1);
+            diagonal = row[column];
+            row[column] = std::min({row[column] + 1, row[column - 1] + 1, replaced});
+        }
+    }
+    return row.back();
+}
+
+} // namespace
+
+std::span<const std::string_view> effect_names()
+{
+    static const auto names = names_of(kEffects);
+    return names;
+}
+
+const EffectWord& effect_named(std::string_view name)
+{
+    return *std::ranges::find(kEffects, name, &EffectWord::name);
+}
+
+std::span<const std::string_view> request_names()
+{
+    static const auto names = names_of(kRequests);
+    return names;
+}
+
+uint8_t request_named(std::string_view name)
+{
+    return std::ranges::find(kRequests, name, &RequestWord::name)->code;
+}
+
+std::string_view nearest_word(std::string_view text, std::span<const std::string_view> words)
+{
+    constexpr size_t kLongest = 40; // beyond that nobody has mistyped a word
+    if (text.empty() || text.size() > kLongest) {
+        return {};
+    }
+    const auto nearest = std::ranges::min_element(
+        words, {}, [text](std::string_view word) { return edit_distance(text, word); });
+    const size_t farthest = std::min<size_t>(3, nearest->size() / 2);
+    return edit_distance(text, *nearest) <= farthest ? *nearest : std::string_view();
+}
+
+} // namespace sim

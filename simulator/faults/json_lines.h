@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <cstddef>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace sim {
+
+/// A JSON list of objects, with the lines on which its parts stand.
+class JsonList {
+public:
+    /// What is wrong with the text, and where.
+    struct Mistake : std::runtime_error {
+        Mistake(unsigned the_line, const std::string& text)
+            : std::runtime_error(text), line(the_line)
+        {
+        }
+        unsigned line;
+    };
+
+    /// Comments are allowed; a key twice in one object is not, nor is deep nesting. Throws Mistake.
+    explicit JsonList(std::string_view text);
+
+    const nlohmann::json& root() const { return root_; }
+    /// Of the element, counted from 0, or of one of its keys, such as "when.unit".
+    unsigned line_of(size_t element, const std::string& key = {}) const;
+
+private:
+    void note(int depth, nlohmann::json::parse_event_t event, const nlohmann::json& parsed,
+              unsigned line);
+
+    nlohmann::json root_;
+    std::map<std::pair<size_t, std::string>, unsigned> lines_;
+    size_t elements_ = 0;
+    std::string outer_key_;
+};
+
+} // namespace sim

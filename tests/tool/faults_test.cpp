@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the user is told when the camera fails, and how the next upgrade heals it.
+#include "bench.h"
+
+#include <gtest/gtest.h>
+
+using namespace test;
+
+namespace {
+
+bool contains(const std::string& text, const std::string& part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+TEST(Faults, AnUpgradeThatFailsSaysWhyAndIsHealedByAnother)
+{
+    // clang-format off
+    const struct {
+        std::string model;
+        const char* fault;
+        int exit_code;
+        const char* message;
+    } cases[] = {
+        {"rowan-spi", R"({"when": {"rom_address": ["0x4000", "0x4FFF"]}, "do": "lying-write"})",
+         8, "4080 of 23100 bytes differ, the first one at 0x4000 (ROM FF, image "},
+        {"willow-eeprom", R"({"when": {"rom_address": ["0x1000", "0x10FF"]}, "do": "lying-write"})",
+         8, "the first one at 0x1000"},
+        {"cedar-spi", R"({"when": {"count": 7}, "do": "stuck-busy"})",
+         10, "the flash did not become ready in time; the ROM is incomplete now"},
+        {"larch-spi", R"({"when": {}, "do": "ignored-unlock"})",
+         9, "the flash did not confirm its write protection"},
+        {"rowan-spi", R"({"when": {}, "do": "ignored-unlock"})",
+         9, "nothing was written"},
+        {"rowan-spi", R"({"when": {"rom_address": "0x2000", "request": "SET_CUR", "count": 2}, "do": "power-cut"})",
+         11, "programming the ROM failed: the camera is gone, perhaps unplugged; the ROM is incomplete"},
+        {"fi2-spi", R"({"when": {"rom_address": "0x2000"}, "do": "stall"})",
+         1, "the camera rejected a request"},
+        {"hawthorn-eeprom", R"({"when": {"rom_address": "0x1000", "request": "SET_CUR"}, "do": "io-error"})",
+         1, "USB transfer error; check the cable and the hub"},
+    };
+    // clang-format on
+    for (const auto& c : cases) {
+        Bench bench;
+        const std::string image = bench.image(c.model, "0x0205");
+        bench.set_faults("[" + std::string(c.fault) + "]");
+        const Outcome failed = bench.nyxus_with_rom(c.model, {"upgrade", image});
+        EXPECT_EQ(failed.exit_code, c.exit_code) << c.fault << failed.err;
+        EXPECT_TRUE(contains(failed.err, c.message)) << c.fault << failed.err;
+
+        bench.set_faults("");
+        Words healing = {"upgrade", image, "--reset"};
+        if (contains(c.model, "eeprom")) // without firmware it does not tell its size
+            healing.insert(healing.end(), {"--eeprom", "32"});
+        const Outcome healed = bench.nyxus_with_rom(c.model, healing);
+        EXPECT_EQ(healed.exit_code, 0) << c.fault << healed.err;
+        EXPECT_TRUE(contains(healed.out, "runs external firmware 0x0205")) << healed.out;
+    }
+}
+
+TEST(Faults, AnUpgradeGoesOnWithACameraThatComesBack)
+{
+    for (const char* effect : {"unplug", "power-cut"}) {
+        Bench bench;
+        const std::string image = bench.image("larch-spi", "0x0205");
+        bench.set_faults(R"([{"when": {"rom_address": "0x2000", "request": "SET_CUR"}, "times": 1,
+                              "do": ")" +
+                         std::string(effect) + R"(", "replug_ms": 100}])");
+        const Outcome outcome = bench.nyxus_with_rom("larch-spi", {"upgrade", image});
+        EXPECT_EQ(outcome.exit_code, 0) << effect << outcome.err;
+        EXPECT_TRUE(contains(outcome.err, "the camera is gone")) << outcome.err;
+        EXPECT_TRUE(contains(outcome.out, "read back and equal")) << outcome.out;
+    }
+}
+
+TEST(Faults, TheSimulatorTellsOfMistakesAndOfFaultsThatNeverHappened)
+{
+    Bench bench;
+    bench.set_faults("[{\"when\": {},\n\"do\": \"stal\"}]");
+    const Outcome wrong = bench.nyxus({kModel}, {"info"});
+    EXPECT_EQ(wrong.exit_code, 2);
+    EXPECT_EQ(wrong.out, "");
+    EXPECT_TRUE(contains(wrong.err, "faults.json:2: fault 1: ")) << wrong.err;
+    EXPECT_TRUE(contains(wrong.err, "did you mean \"stall\"?")) << wrong.err;
+
+    bench.set_faults(R"([{"when": {"camera": 3}, "do": "stall"}])");
+    const Outcome absent = bench.nyxus({kModel}, {"info"});
+    EXPECT_EQ(absent.exit_code, 2);
+    EXPECT_TRUE(contains(absent.err, "about a camera that is not plugged in")) << absent.err;
+
+    bench.set_faults(R"([{"when": {"selector": 119}, "do": "stall"}])");
+    const Outcome unused = bench.nyxus({kModel}, {"info"});
+    EXPECT_EQ(unused.exit_code, 0);
+    EXPECT_EQ(unused.err, "nyxus-sim: fault 1 (\"stall\", line 1) never happened\n");
+}
+
+} // namespace
