@@ -4,6 +4,7 @@
 #include "bus/alarms.h"
 #include "bus/registry.h"
 #include "bus/temp_folder.h"
+#include "bus/virtual_time.h"
 #include "usb/descriptors.h"
 
 #include <sys/stat.h>
@@ -185,7 +186,11 @@ Bed::State::State(Clock& bed_clock) : clock(bed_clock), alarms(bed_clock)
 {
     const ShortTempFolder temp_folder;
     remove_abandoned_beds(temp_folder.path());
-    testbed = umockdev_testbed_new();
+    {
+        // The folder is named after the time of day: while that stands still, names would repeat.
+        const SuspendedVirtualClock real_time;
+        testbed = umockdev_testbed_new();
+    }
     gchar* root = umockdev_testbed_get_root_dir(testbed);
     folder = root;
     g_free(root);

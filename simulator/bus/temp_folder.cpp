@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
@@ -16,6 +17,7 @@ namespace sim {
 namespace {
 
 constexpr char kLockName[] = "/nyxus-sim.lock";
+constexpr char kNewLockName[] = "/nyxus-sim.lock.new";
 constexpr char kBedPrefix[] = "umockdev.";
 // A socket's path has 107 characters; "/umockdev.XXXXXX/ioctl/dev/bus/usb/001/005" takes 42.
 constexpr size_t kLongestTempFolder = 60;
@@ -26,19 +28,24 @@ bool is_usable(const std::string& folder)
            access(folder.c_str(), W_OK | X_OK) == 0;
 }
 
-bool is_abandoned(const std::string& bed)
+/// Takes over the lock of a bed whose process is gone; -1 when there is nothing to clean up.
+int seize_abandoned(const std::string& bed)
 {
     struct stat entry {};
     if (lstat(bed.c_str(), &entry) != 0 || !S_ISDIR(entry.st_mode) || entry.st_uid != geteuid()) {
-        return false;
+        return -1;
     }
     const int fd = open((bed + kLockName).c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
     if (fd < 0) {
-        return false; // not ours, or just being made
+        return -1; // not ours, or just being made
     }
-    const bool free = flock(fd, LOCK_EX | LOCK_NB) == 0;
-    close(fd);
-    return free;
+    // A lock without a name: its owner has removed the bed, and another one may bear that name now.
+    const bool seized =
+        flock(fd, LOCK_EX | LOCK_NB) == 0 && fstat(fd, &entry) == 0 && entry.st_nlink > 0;
+    if (!seized) {
+        close(fd);
+    }
+    return seized ? fd : -1;
 }
 
 } // namespace
@@ -62,11 +69,12 @@ ShortTempFolder::~ShortTempFolder()
     }
 }
 
+// Whoever finds a lock that nobody holds removes the bed, so it gets its name only when it is held.
 BedLock::BedLock(const std::string& bed)
-    : fd_(open((bed + kLockName).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600))
+    : fd_(open((bed + kNewLockName).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600))
 {
-    if (fd_ >= 0) {
-        flock(fd_, LOCK_EX | LOCK_NB);
+    if (fd_ >= 0 && flock(fd_, LOCK_EX | LOCK_NB) == 0) {
+        rename((bed + kNewLockName).c_str(), (bed + kLockName).c_str());
     }
 }
 
@@ -80,16 +88,19 @@ BedLock::~BedLock()
 void remove_abandoned_beds(const std::string& folder)
 {
     std::error_code ignored;
-    std::vector<std::filesystem::path> abandoned;
+    std::vector<std::filesystem::path> beds;
     for (auto entry = std::filesystem::directory_iterator(folder, ignored);
          entry != std::filesystem::directory_iterator(); entry.increment(ignored)) {
-        const bool is_bed = entry->path().filename().string().starts_with(kBedPrefix);
-        if (is_bed && is_abandoned(entry->path().string())) {
-            abandoned.push_back(entry->path());
+        if (entry->path().filename().string().starts_with(kBedPrefix)) {
+            beds.push_back(entry->path());
         }
     }
-    for (const auto& bed : abandoned) {
-        std::filesystem::remove_all(bed, ignored);
+    for (const auto& bed : beds) {
+        const int lock = seize_abandoned(bed.string());
+        if (lock >= 0) {
+            std::filesystem::remove_all(bed, ignored);
+            close(lock);
+        }
     }
 }
 

@@ -23,6 +23,13 @@ InstalledVirtualClock::~InstalledVirtualClock()
     installed = nullptr;
 }
 
+SuspendedVirtualClock::SuspendedVirtualClock() : suspended_(installed.exchange(nullptr)) {}
+
+SuspendedVirtualClock::~SuspendedVirtualClock()
+{
+    installed = suspended_;
+}
+
 VirtualClock* installed_virtual_clock()
 {
     return installed;

@@ -17,6 +17,18 @@ public:
     InstalledVirtualClock& operator=(const InstalledVirtualClock&) = delete;
 };
 
+/// Real time for the process while it lives, whatever clock is installed.
+class SuspendedVirtualClock {
+public:
+    SuspendedVirtualClock();
+    ~SuspendedVirtualClock();
+    SuspendedVirtualClock(const SuspendedVirtualClock&) = delete;
+    SuspendedVirtualClock& operator=(const SuspendedVirtualClock&) = delete;
+
+private:
+    VirtualClock* suspended_;
+};
+
 VirtualClock* installed_virtual_clock();
 
 /// The host sleeps: the clock advances, and what the bus had under way happens meanwhile.
