@@ -3,6 +3,7 @@
 #include "bus/bed.h"
 #include "bus/registry.h"
 #include "bus/transport.h"
+#include "cameras/shipped.h"
 #include "chip/control_table.h"
 #include "chip/prng.h"
 #include "usb/descriptors.h"
