@@ -142,20 +142,19 @@ struct Arguments {
     sim::SimulationArguments attach;
     sim::ImageArguments image;
     sim::DescribeArguments describe;
+    sim::StateArguments state;
 };
 
 int dispatch(const CLI::App& app, const Arguments& arguments)
 {
     if (app.got_subcommand("describe")) {
         return sim::describe(arguments.describe);
-int dispatch(const CLI::App& app, const sim::RunArguments& run, const sim::ImageArguments& image,
-             const sim::StateArguments& state)
-{
+    }
     if (app.got_subcommand("state")) {
-        return sim::print_state(state);
+        return sim::print_state(arguments.state);
     }
     if (app.got_subcommand("do")) {
-        return sim::act(*app.get_subcommand("do"), state);
+        return sim::act(*app.get_subcommand("do"), arguments.state);
     }
     if (app.got_subcommand("models")) {
         return sim::list_models();
@@ -189,9 +188,7 @@ int command_line(int argc, char** argv)
     app.add_subcommand("models", "List the camera models");
     add_describe(app, arguments.describe);
     add_image(app, arguments.image);
-    add_image(app, image);
-    sim::StateArguments state;
-    sim::add_state_commands(app, state);
+    sim::add_state_commands(app, arguments.state);
 
     arguments.run.program = split_program(argc, argv);
     try {
@@ -202,7 +199,6 @@ int command_line(int argc, char** argv)
     const int failure_code = app.got_subcommand("run") ? kRunFailureCode : kFailureCode;
     try {
         return dispatch(app, arguments);
-        return dispatch(app, run, image, state);
     } catch (const sim::UsageError& error) {
         return fail(error, kUsageCode);
     } catch (const std::invalid_argument& error) { // the bed refuses a serial number, or is full
