@@ -21,6 +21,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -108,9 +109,15 @@ public:
     /// The answers that the camera takes its time for.
     std::vector<Answer> wait()
     {
-        pollfd ready{session.ready_fd(), POLLOUT, 0};
-        EXPECT_EQ(poll(&ready, 1, kPatienceMs), 1);
-        session.collect();
+        if (!session.next_due()) {
+            pollfd ready{session.ready_fd(), POLLOUT, 0};
+            EXPECT_EQ(poll(&ready, 1, kPatienceMs), 1);
+            session.collect();
+        }
+        if (const auto due = session.next_due()) { // isochronous ones take their time
+            std::this_thread::sleep_until(*due);
+            session.collect();
+        }
         return answers();
     }
     void commit(uint32_t payload_bytes)
@@ -444,6 +451,25 @@ TEST(UsbipVideo, IsochronousPacketsCarryAFrame)
         EXPECT_TRUE(data.empty());
     }
     EXPECT_EQ(picture, expected_picture(picture));
+}
+
+// What is on the wire when the host cancels it has been answered.
+TEST(UsbipUnlink, AnIsochronousTransferOnTheWireIsAnsweredBeforeItsCancellation)
+{
+    Camera camera("rowan-iso");
+    Host host(camera);
+    host.commit(0);
+    ASSERT_EQ(host.transfer(set_interface(1)).status, 0);
+    EXPECT_TRUE(host.send(host.read_packets(kVideo, 128, 1024)).empty());
+    const uint32_t video = host.sequence();
+    pollfd ready{host.session.ready_fd(), POLLOUT, 0};
+    ASSERT_TRUE(host.session.next_due() || poll(&ready, 1, kPatienceMs) == 1);
+    const std::vector<Answer> answers = host.send(host.unlink(video));
+    ASSERT_EQ(answers.size(), 2);
+    EXPECT_EQ(answers[0].sequence, video);
+    EXPECT_EQ(answers[0].packets.size(), 128);
+    EXPECT_EQ(answers[1].code, kUnlinkReply);
+    EXPECT_EQ(answers[1].status, 0);
 }
 
 TEST(UsbipSession, AnUnplugAnswersWhatIsPendingAndWhatFollows)

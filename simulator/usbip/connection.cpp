@@ -25,9 +25,13 @@ constexpr auto kQuietTime = std::chrono::milliseconds(30);
 constexpr auto kMostLingering = std::chrono::milliseconds(500);
 constexpr size_t kReadBytes = 64u << 10;
 
-int milliseconds_until(steady_clock::time_point deadline)
+// -1: without end.
+int milliseconds_until(std::optional<steady_clock::time_point> deadline)
 {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - steady_clock::now());
+    if (!deadline) {
+        return -1;
+    }
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - steady_clock::now());
     return static_cast<int>(std::max<int64_t>(left.count(), 0));
 }
 
@@ -95,11 +99,13 @@ void converse(int socket, Session& session, FastForward& time)
     const auto import_deadline = steady_clock::now() + kImportTime;
     std::optional<steady_clock::time_point> gone_since;
     while (!session.has_ended()) {
-        int limit_ms = session.is_attached() ? -1 : milliseconds_until(import_deadline);
-        if (session.is_gone()) {
+        const bool is_gone = session.is_gone();
+        std::optional<steady_clock::time_point> deadline = session.next_due();
+        if (is_gone) {
             gone_since = gone_since.value_or(steady_clock::now());
-            const auto deadline = *gone_since + kMostLingering;
-            limit_ms = milliseconds_until(std::min(steady_clock::now() + kQuietTime, deadline));
+            deadline = std::min(steady_clock::now() + kQuietTime, *gone_since + kMostLingering);
+        } else if (!session.is_attached()) {
+            deadline = import_deadline;
         }
         const bool has_output = !session.output().empty();
         std::array<pollfd, 3> waiting{{
@@ -109,8 +115,8 @@ void converse(int socket, Session& session, FastForward& time)
             {session.wants_input() ? session.ready_fd() : -1, POLLOUT, 0},
             {session.gone_fd(), POLLOUT, 0},
         }};
-        const int ready = poll(waiting.data(), waiting.size(), limit_ms);
-        if (ready == 0 || (ready < 0 && errno != EINTR)) {
+        const int ready = poll(waiting.data(), waiting.size(), milliseconds_until(deadline));
+        if ((ready == 0 && (is_gone || !session.is_attached())) || (ready < 0 && errno != EINTR)) {
             break;
         }
         const short events = waiting[0].revents;

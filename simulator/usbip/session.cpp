@@ -297,6 +297,7 @@ void Session::unlink(const Command& command)
     const auto victim = std::ranges::find(pending_, command.victim,
                                           [](const auto& entry) { return entry.second.sequence; });
     int status = 0;
+    release_held(Time::max());
     if (victim != pending_.end()) {
         const uint64_t urb = victim->first;
         const Reply discarded = file_->call({{.code = USBDEVFS_DISCARDURB, .urb = urb}, {}});
@@ -306,14 +307,39 @@ void Session::unlink(const Command& command)
         }
         while (pending_.contains(urb) && reap()) {
         }
+        release_held(Time::max());
     }
     put_unlink_reply(output_, command.sequence, status);
 }
 
 void Session::collect()
 {
-    while (is_attached() && output().size() < kOutputLimit && reap()) {
+    while (is_attached() && has_room() && reap()) {
     }
+    release_held(gone_ ? Time::max() : std::chrono::steady_clock::now());
+}
+
+std::optional<Session::Time> Session::next_due() const
+{
+    return held_.empty() ? std::nullopt : std::optional(held_.front().due);
+}
+
+void Session::release_held(Time until)
+{
+    for (; !held_.empty() && held_.front().due <= until; held_.pop_front()) {
+        const Bytes& answer = held_.front().answer;
+        output_.insert(output_.end(), answer.begin(), answer.end());
+        held_bytes_ -= answer.size();
+    }
+}
+
+// One packet per microframe, whether it carries something or not.
+void Session::hold(uint32_t packets, Bytes&& answer)
+{
+    constexpr auto kMicroframe = std::chrono::microseconds(125);
+    wire_free_ = std::max(wire_free_, std::chrono::steady_clock::now()) + packets * kMicroframe;
+    held_bytes_ += answer.size();
+    held_.push_back({wire_free_, std::move(answer)});
 }
 
 // False when nothing more has finished.
@@ -352,12 +378,18 @@ void Session::answer(const Pending& pending, const Reply& finished)
         data = data.first(std::min<size_t>(data.size(), pending.length));
         reply.actual = static_cast<uint32_t>(data.size());
     }
-    put_submit_reply(output_, reply);
+    Bytes bytes;
+    put_submit_reply(bytes, reply);
     if (pending.is_in) {
-        output_.insert(output_.end(), data.begin(), data.end());
+        bytes.insert(bytes.end(), data.begin(), data.end());
     }
     for (const IsoPacket& packet : packets) {
-        put_iso_packet(output_, packet);
+        put_iso_packet(bytes, packet);
+    }
+    if (!packets.empty() && reply.status == 0) {
+        hold(reply.packets, std::move(bytes));
+    } else {
+        output_.insert(output_.end(), bytes.begin(), bytes.end());
     }
 }
 

@@ -4,10 +4,13 @@
 #include "bus/usbfs.h"
 #include "usbip/wire.h"
 
+#include <chrono>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -29,6 +32,8 @@ std::unique_ptr<UsbfsFile> open_for_host(const std::shared_ptr<UsbfsNode>& node)
 /// peer sends, memory is bounded; what makes no sense ends the session. One thread at a time.
 class Session {
 public:
+    using Time = std::chrono::steady_clock::time_point;
+
     /// The peer lists the devices, or imports one.
     explicit Session(ExportList exports);
     /// The peer has the device already.
@@ -36,8 +41,10 @@ public:
 
     /// More input. Only while wants_input(), so that a peer that does not read its answers waits.
     void feed(std::span<const uint8_t> bytes);
-    /// Puts finished transfers into the output.
+    /// Puts finished transfers into the output. Isochronous ones take their time on the wire.
     void collect();
+    /// When the next one of those is to be collected.
+    std::optional<Time> next_due() const;
 
     bool wants_input() const { return !has_ended() && output().size() < kOutputLimit; }
     /// What the peer has to be sent; consumed() drops the first `bytes` of it.
@@ -55,7 +62,7 @@ public:
     /// "1-2" once a device is imported.
     const std::string& bus_id() const { return bus_id_; }
     /// Both are writable when it is time for collect(); -1 when there is nothing to wait for.
-    int ready_fd() const { return file_ ? file_->ready_fd() : -1; }
+    int ready_fd() const { return file_ && has_room() ? file_->ready_fd() : -1; }
     int gone_fd() const { return file_ && !gone_ ? file_->gone_fd() : -1; }
 
 private:
@@ -66,8 +73,14 @@ private:
         uint32_t length = 0;
         std::vector<IsoPacket> packets;
     };
+    /// The answer to an isochronous transfer that is still on the wire.
+    struct Held {
+        Time due;
+        Bytes answer;
+    };
     static constexpr size_t kOutputLimit = 4u << 20;
 
+    bool has_room() const { return output().size() + held_bytes_ < kOutputLimit; }
     void advance();
     size_t operate(std::span<const uint8_t> input);
     void list_devices();
@@ -78,7 +91,9 @@ private:
     int pass_on(const Command& command, std::span<const uint8_t> data, Pending&& pending);
     void unlink(const Command& command);
     bool reap();
+    void release_held(Time until);
     void answer(const Pending& pending, const Reply& finished);
+    void hold(uint32_t packets, Bytes&& answer);
     void refuse(const Pending& pending, int status);
     void end(std::string complaint = {});
 
@@ -92,6 +107,9 @@ private:
     Bytes input_;
     Bytes output_;
     size_t sent_ = 0;
+    std::deque<Held> held_;
+    size_t held_bytes_ = 0;
+    Time wire_free_; ///< of what is held
     uint64_t next_urb_ = 1;
     std::map<uint64_t, Pending> pending_; ///< by the name that the node knows the URB by
 };
