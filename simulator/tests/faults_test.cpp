@@ -124,7 +124,7 @@ void note_end(libusb_transfer* transfer)
 
 TEST_F(Faults, ALateAnswerHoldsUpNobodyElse)
 {
-    sim::PluggedCamera& other = bed_.plug(sim::models().front(), {.serial = "S2"});
+    sim::PluggedCamera& other = bed_.plug(*sim::find_model("rowan-spi"), {.serial = "S2"});
     const Handle handle = open(camera_);
     const Handle other_handle = open(other);
     plan(R"([{"when": {"camera": "S1", "transfer": 1}, "do": "late", "ms": 3600000}])");
@@ -211,7 +211,7 @@ TEST_F(Faults, APlanIsAboutCamerasThatAreThere)
 
 TEST_F(Faults, EachCameraCountsForItself)
 {
-    sim::PluggedCamera& other = bed_.plug(sim::models().front(), {.serial = "S2"});
+    sim::PluggedCamera& other = bed_.plug(*sim::find_model("rowan-spi"), {.serial = "S2"});
     const Handle first = open(camera_);
     const Handle second = open(other);
     plan(R"([{"when": {"transfer": 2}, "do": "stall"},

@@ -51,7 +51,8 @@ class Camera {
 public:
     explicit Camera(const char* model = "rowan-spi")
         : camera(std::make_shared<UsbCamera>(*find_model(model), clock_, "S1")),
-          node(std::make_shared<UsbfsNode>(camera, 2, [](BusEvent) {}, alarms_))
+          node(std::make_shared<UsbfsNode>(
+              camera, 2, [](BusEvent) {}, alarms_))
     {
         camera->stream().set_pacing(Pacing::kFlatOut);
     }
