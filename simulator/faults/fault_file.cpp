@@ -32,7 +32,7 @@ std::string shown(const json& value)
     constexpr size_t kLongest = 40;
     std::string text = value.dump(-1, ' ', true, json::error_handler_t::replace);
     if (text.size() > kLongest) {
-        text = text.substr(0, kLongest) + "...";
+        text.replace(kLongest, std::string::npos, "...");
     }
     return text;
 }
