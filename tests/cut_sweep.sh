@@ -1,0 +1,30 @@
+#!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
+# Cuts every operation that changes the ROM at every control transfer, in every way that a camera
+# can fail, on every camera model. Prints a line per operation and kind of cut; 0 when all checks
+# have passed. docs/architecture.md explains the columns.
+#
+#   tests/cut_sweep.sh [EVERY]     EVERY: only every so many-th transfer, 1 without it
+set -eu
+cd "$(dirname "$0")/.."
+
+every=${1:-1}
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+quietly() {
+    "$@" >"$log" 2>&1 || { tail -n 40 "$log" >&2; exit 1; }
+}
+quietly cmake --preset dev
+quietly cmake --build --preset dev --target cut_sweep
+
+failed=0
+sweep() {
+    build/dev/bin/cut_sweep --operation "$@" || failed=1
+}
+for operation in upgrade mfi-upgrade erase reserved-area eeprom-window; do
+    sweep "$operation" --every "$every"
+done
+# A range erase reads 64 KiB first, which each of its points has to repeat: a share of its transfers,
+# and a small one of those reads, which change nothing.
+sweep range-erase --every "$((every * 20))" --every-read 20
+exit "$failed"
