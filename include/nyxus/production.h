@@ -18,7 +18,10 @@ NYXUS_BEGIN_DECLS
  * Program nyxus_fw_bin: unlock, erase (SPI flash), MFi image at 0x6000, firmware body, and the
  * header last, so that an interrupted upgrade leaves no valid header; then lock.
  *
- * On an EEPROM set nyxus_write_cycle_time to 5 first, or writes are lost.
+ * On an EEPROM set nyxus_write_cycle_time to 5 first, or writes are lost. An EEPROM keeps its old
+ * header over the new body until the new header is complete; the body's checksum keeps it from
+ * booting meanwhile. A board that protects its EEPROM by GPIO 0 needs XU_GpioSet(pDevObj, 0,
+ * GPIO_LOW) first: the writes vanish otherwise, and 0 is returned. Reading back tells.
  *
  * @param mfi_bin  MFi image of nyxus_mfi_bin_size bytes, or NULL
  * @return 0 (also when only the final locking failed); -1028 when the image is for another chip;

@@ -34,6 +34,11 @@ NYXUS_API int32_t XU_SpiEraseChip(NyDevice* pDevObj);
  * erase commands always address the first block, and the write-back behind the range takes its
  * length from dwLen alone.
  *
+ * Not safe against failures: failed reads and erase commands are not noticed (stale bytes are
+ * written back then, and 0 is returned), and it is not atomic. A part whose block erase is 0x52
+ * clears 32 KiB only. On cameras with several 64 KiB blocks the last one stays selected: call
+ * XuSetFlashBlockIndex(pDevObj, 0) before the ROM is used again.
+ *
  * @return 0; -1035 when there is no memory for the blocks
  *
  * Blocks for many seconds. One thread at a time: the scratch buffer is process-wide.
