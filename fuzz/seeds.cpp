@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Makes the seed corpora of the camera targets from what the simulated cameras really say, and of
-// the image target from their images: fuzz_seeds FOLDER
+// the others from their images and from a USB/IP host's messages: fuzz_seeds FOLDER
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
@@ -12,6 +12,7 @@
 #include "operations.h"
 #include "support/camera_script.h"
 #include "support/open_cameras.h"
+#include "tests/usbip_peer.h"
 
 namespace {
 
@@ -67,6 +68,17 @@ Bytes requests(const std::vector<sim::Transfer>& transfers)
             append(script, transfer.data);
     }
     return script;
+}
+
+/// Bytes as a peer's pieces.
+void put_piece(Bytes& script, const Bytes& bytes)
+{
+    for (size_t at = 0; at < bytes.size(); at += 256) {
+        const size_t count = std::min<size_t>(bytes.size() - at, 256);
+        script.push_back(static_cast<uint8_t>(count - 1));
+        script.insert(script.end(), bytes.begin() + static_cast<ptrdiff_t>(at),
+                      bytes.begin() + static_cast<ptrdiff_t>(at + count));
+    }
 }
 
 Bytes encode(size_t operation, const fuzz::Numbers& n)
@@ -130,6 +142,33 @@ void record_cameras(const std::filesystem::path& corpora)
     }
 }
 
+/// A list, an import with some transfers, and streams of a bulk and an isochronous camera.
+void make_peers(const std::filesystem::path& corpora)
+{
+    using sim::usbip::Peer;
+    const Folder folder(corpora, "usbip_peer");
+    Bytes list = {0, 0};
+    put_piece(list, Peer::operation(sim::usbip::kListRequest));
+    folder.put("list", list);
+
+    const sim::Setup commit = {0x21, sim::kSetCur, 0x0200, 1, 26};
+    const sim::Setup brightness = {0xA1, sim::kGetCur, 0x0200, 0x0200, 2};
+    const sim::Setup start = {0x01, 11, 1, 1, 0};
+    for (const uint8_t model : {uint8_t{0}, uint8_t{6}}) {
+        Peer peer;
+        Bytes stream = {model, 0};
+        put_piece(stream, Peer::import("1-1"));
+        put_piece(stream, peer.control({0x80, 6, 0x0200, 0, 512}));
+        put_piece(stream, peer.control(brightness));
+        put_piece(stream, peer.control(commit, Bytes(26, 1)));
+        put_piece(stream, peer.control(start));
+        put_piece(stream, model == 0 ? peer.read(1, 8192) : peer.read_packets(1, 4, 1024));
+        put_piece(stream, peer.read(3, 16));
+        put_piece(stream, peer.unlink(5));
+        folder.put(model == 0 ? "bulk" : "isochronous", stream);
+    }
+}
+
 void make_images(const std::filesystem::path& corpora)
 {
     const Folder folder(corpora, "images");
@@ -163,5 +202,6 @@ int main(int argc, char** argv)
     const std::filesystem::path corpora = argv[1];
     record_cameras(corpora);
     make_images(corpora);
+    make_peers(corpora);
     return 0;
 }

@@ -33,7 +33,7 @@ public:
 
     sim::Fault answer(const sim::Setup& setup);
 
-    static constexpr unsigned kMostTransfers = 600;
+    static constexpr unsigned kMostTransfers = 250;
 
 private:
     sim::Fault reply(const sim::Setup& setup);
