@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // Feeds a USB/IP session with whatever a peer may send, in pieces of any size, and reads its
-// answers: a peer that asks for the list, imports the camera, or has it already.
+// answers: a peer that asks for the list, imports the camera, or has it already. The log and the
+// capture look on.
 //
 // Input: model, settings, then pieces: a length and the bytes.
 #include <cstdlib>
+#include <initializer_list>
 #include <memory>
+#include <mutex>
 
 #include "bus/usbfs.h"
 #include "cameras/shipped.h"
@@ -12,6 +15,8 @@
 #include "support/input.h"
 #include "usb/descriptors.h"
 #include "usbip/session.h"
+#include "watch/capture.h"
+#include "watch/log.h"
 
 namespace {
 
@@ -32,6 +37,34 @@ sim::usbip::Export exported(const std::shared_ptr<sim::UsbfsNode>& node,
     device.record.interfaces = {{0x0E, 1, 0}, {0x0E, 2, 0}};
     return device;
 }
+
+/// What nyxus-sim writes about a camera, and nobody reads.
+class Watchers {
+public:
+    explicit Watchers(sim::UsbCamera& camera) : camera_(camera)
+    {
+        for (sim::UsbObserver* observer :
+             std::initializer_list<sim::UsbObserver*>{&log_, &capture_}) {
+            observer->plugged(camera, 1, 2);
+            camera_.observers().add(*observer);
+        }
+    }
+    ~Watchers()
+    {
+        const std::lock_guard lock(camera_.mutex());
+        camera_.observers().remove(log_);
+        camera_.observers().remove(capture_);
+    }
+
+private:
+    sim::UsbCamera& camera_;
+    sim::VirtualClock clock_;
+    sim::LogFile log_file_{"/dev/null", clock_};
+    sim::CameraLog log_{log_file_, "", true};
+    sim::PcapFile capture_file_{"/dev/null", sim::kLargestPcapRecord,
+                                sim::RecordTime(clock_, false)};
+    sim::Capture capture_{capture_file_};
+};
 
 void converse(sim::usbip::Session& session, sim::UsbfsNode& node, uint8_t settings,
               fuzz::Input& input)
@@ -61,6 +94,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const auto camera = std::make_shared<sim::UsbCamera>(model, clock, "FUZZ");
     camera->stream().set_pacing(sim::Pacing::kFlatOut);
     const auto node = std::make_shared<sim::UsbfsNode>(camera, 2, [](sim::BusEvent) {});
+    Watchers watchers(*camera);
     const sim::usbip::Export device = exported(node, model);
     if ((settings & kImported) != 0) {
         sim::usbip::Session session(device, sim::usbip::open_for_host(node));
