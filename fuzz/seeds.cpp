@@ -199,7 +199,9 @@ int main(int argc, char** argv)
         std::fputs("usage: fuzz_seeds FOLDER\n", stderr);
         return 2;
     }
-    const std::filesystem::path corpora = argv[1];
+    const std::filesystem::path corpora = std::filesystem::absolute(argv[1]);
+    std::filesystem::current_path(
+        std::filesystem::temp_directory_path()); // MP_FwCompare leaves a file
     record_cameras(corpora);
     make_images(corpora);
     make_peers(corpora);
