@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 
+#include "bus/alarms.h"
 #include "bus/usbfs.h"
 #include "cameras/shipped.h"
 #include "chip/clock.h"
@@ -91,9 +92,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const sim::CameraModel& model = sim::models()[input.byte() % sim::models().size()];
     const uint8_t settings = input.byte();
     sim::VirtualClock clock;
+    sim::Alarms alarms(clock);
     const auto camera = std::make_shared<sim::UsbCamera>(model, clock, "FUZZ");
     camera->stream().set_pacing(sim::Pacing::kFlatOut);
-    const auto node = std::make_shared<sim::UsbfsNode>(camera, 2, [](sim::BusEvent) {});
+    const auto node = std::make_shared<sim::UsbfsNode>(
+        camera, 2, [](sim::BusEvent) {}, alarms);
     Watchers watchers(*camera);
     const sim::usbip::Export device = exported(node, model);
     if ((settings & kImported) != 0) {
