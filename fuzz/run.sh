@@ -11,7 +11,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 case ${1:-} in
-    --smoke) seconds=4 ;;
+    --smoke) seconds=3 ;;
     [1-9]*) seconds=$(($1 * 60)) ;;
     *)
         sed -n '5,6s/^#  *//p' "$0" >&2
