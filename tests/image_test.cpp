@@ -112,13 +112,14 @@ TEST(MfiImage, AWildHeaderNeverLeavesTheImage)
     const struct {
         const char* name;
         uint16_t list_end, list, sn_length, sn;
-        uint16_t first_record_length;
+        uint16_t first_record_length, second_record_length = 8;
     } cases[] = {
         {"addresses below the image", 0xFFFF, 0x0000, 0xFFFF, 0x0000, 8},
         {"addresses behind the image", 0xFFFF, 0xFFFF, 0xFFFF, 0xFFFF, 8},
         {"the last bytes", 0xFFFF, 0x6FFE, 0xFFFF, 0x6FFD, 8},
         {"a record of length 0", 0xFFFF, 0x6040, 4, 0x6200, 0},
         {"a list that wraps", 0xFFFF, 0x6040, 4, 0x6200, 0xFFFC},
+        {"a list that leads back", 0xFFFF, 0x6040, 4, 0x6200, 8, 0xFFF8},
         {"a list of one-byte records", 0xFFFF, 0x6040, 4, 0x6200, 1},
     };
     const std::string serial(5000, 'S');
@@ -126,6 +127,7 @@ TEST(MfiImage, AWildHeaderNeverLeavesTheImage)
         MfiImage image;
         image.header(c.list_end, c.list, c.sn_length, c.sn);
         image.record(0x40, c.first_record_length, 1);
+        image.record(0x48, c.second_record_length, 1);
         std::vector<uint8_t> guarded(3 * 4096, 0x77);
         std::copy(image.bytes.begin(), image.bytes.end(), guarded.begin() + 4096);
         Captured err;

@@ -111,6 +111,10 @@ void load_mfi(const std::string& path, const std::string& serial)
     if (!reason.empty())
         throw Failure(kExitImageRefused, reason + "; nothing was written");
     MP_BinSetSerialNum(nyxus_mfi_bin, serial.c_str());
+    if (!holds_serial(mfi(), serial))
+        throw Failure(kExitImageRefused,
+                      "the parts of the MFi image overlap, so that it cannot hold the serial "
+                      "number; nothing was written");
 }
 
 std::vector<uint8_t> load_image(const std::string& path, uint32_t capacity)

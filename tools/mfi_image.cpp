@@ -35,11 +35,22 @@ size_t offset_of(Bytes image, size_t field)
     return (word(image, field) - NYXUS_MFI_ROM_ADDR) & 0xFFFF;
 }
 
+/// What an address leads to lies behind the header.
 std::optional<Bytes> part(Bytes image, size_t offset, size_t size)
 {
-    if (offset > image.size() || size > image.size() - offset)
+    if (offset < kHeaderSize || offset > image.size() || size > image.size() - offset)
         return std::nullopt;
     return image.subspan(offset, size);
+}
+
+/// The serial-number descriptor without its head.
+std::optional<Bytes> descriptor_text(Bytes image)
+{
+    const size_t size = word(image, kSerialLength);
+    const auto descriptor = part(image, offset_of(image, kSerialAddr), size);
+    if (!descriptor || size < kDescriptorHead)
+        return std::nullopt;
+    return descriptor->subspan(kDescriptorHead);
 }
 
 /// Text of the serial-number record, found as the library finds it.
@@ -52,10 +63,11 @@ std::optional<Bytes> record_text(Bytes image)
         if (!head)
             return std::nullopt;
         const size_t length = word(*head, 0);
-        if (word(*head, 2) == kSerialRecord && length >= kRecordHead)
-            return part(image, offset + kRecordHead, length - kRecordHead);
-        if (length == 0)
+        const bool is_serial = word(*head, 2) == kSerialRecord;
+        if (length == 0 || (is_serial && length < kRecordHead))
             return std::nullopt;
+        if (is_serial)
+            return part(image, offset + kRecordHead, length - kRecordHead);
         offset += length;
     } while (offset < end);
     return std::nullopt;
@@ -78,19 +90,31 @@ std::string refuse_serial(Bytes mfi_image, const std::string& serial)
     if (mfi_image.size() < kHeaderSize)
         return "the MFi image is too short to hold a header";
 
-    const size_t descriptor_size = word(mfi_image, kSerialLength);
-    const auto descriptor = part(mfi_image, offset_of(mfi_image, kSerialAddr), descriptor_size);
-    if (!descriptor || descriptor_size < kDescriptorHead)
+    const auto utf16 = descriptor_text(mfi_image);
+    if (!utf16)
         return "the MFi image has no serial-number descriptor";
     const auto record = record_text(mfi_image);
     if (!record)
         return "the MFi image has no serial-number record";
 
-    const Bytes utf16 = descriptor->subspan(kDescriptorHead);
-    if (!fits(utf16, 2 * serial.size()) || !fits(*record, serial.size()))
+    if (!fits(*utf16, 2 * serial.size()) || !fits(*record, serial.size()))
         return format("the serial number has %zu characters, but the MFi image is made for %zu",
-                      serial.size(), std::min(utf16.size() / 2, record->size()));
+                      serial.size(), std::min(utf16->size() / 2, record->size()));
     return {};
+}
+
+bool holds_serial(Bytes mfi_image, const std::string& serial)
+{
+    const auto utf16 = descriptor_text(mfi_image);
+    const auto record = record_text(mfi_image);
+    if (!utf16 || !record || 2 * serial.size() > utf16->size() || serial.size() > record->size())
+        return false;
+    for (size_t i = 0; i < serial.size(); ++i) {
+        const auto character = static_cast<uint8_t>(serial[i]);
+        if ((*utf16)[2 * i] != character || (*utf16)[2 * i + 1] != 0 || (*record)[i] != character)
+            return false;
+    }
+    return true;
 }
 
 } // namespace tool

@@ -72,7 +72,9 @@ void write_record(uint8_t* image, const char* sn, uint32_t length)
 {
     const uint16_t end = big_endian(image, kDescListEnd);
     uint16_t offset = image_offset(big_endian(image, kDescListAddr));
-    do {
+    // Lengths wrap at 16 bits, so a list can lead back. One with more records than the image has
+    // bytes never ends.
+    for (uint32_t count = 0; count < NYXUS_MFI_BIN_CAPACITY; ++count) {
         if (offset + kRecordHead > NYXUS_MFI_BIN_CAPACITY)
             return;
         if (big_endian(image, offset + 2) == kSerialRecord) {
@@ -80,11 +82,10 @@ void write_record(uint8_t* image, const char* sn, uint32_t length)
                 put(image, offset + kRecordHead + i, static_cast<uint8_t>(sn[i]));
             return;
         }
-        const uint16_t record_length = big_endian(image, offset);
-        if (record_length == 0)
+        offset = static_cast<uint16_t>(offset + big_endian(image, offset));
+        if (end <= offset)
             return;
-        offset = static_cast<uint16_t>(offset + record_length);
-    } while (end > offset);
+    }
 }
 
 } // namespace

@@ -79,6 +79,10 @@ TEST(Upgrade, RefusesWrongImagesBeforeAnythingIsWritten)
         write_file(bench.path(name), bytes);
         return bench.path(name);
     };
+    Bytes overlapping = read_file(mfi);
+    const size_t record = std::string(overlapping.begin(), overlapping.end()).find("A0001234");
+    overlapping[0x10] = static_cast<uint8_t>((0x6000 + record - 2) >> 8);
+    overlapping[0x11] = static_cast<uint8_t>(record - 2);
     struct {
         Words arguments;
         int exit_code;
@@ -96,6 +100,7 @@ TEST(Upgrade, RefusesWrongImagesBeforeAnythingIsWritten)
         {{small, "--mfi", mfi, "--serial", "A0001"}, 7, "is made for 8"},
         {{small, "--mfi", mfi, "--serial", "A000 234"}, 7, "without blanks"},
         {{small, "--mfi", file("nomfi", Bytes(64, 0)), "--serial", "A"}, 7, "no serial-number"},
+        {{small, "--mfi", file("overlap", overlapping), "--serial", "B0001234"}, 7, "overlap"},
         {{bench.path("missing")}, 1, "No such file"},
         {{bench.path("")}, 1, "it is a folder"},
         {{small, "--mfi", "/dev/null"}, 1, "it is not a plain file"},
