@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "usbip/connection.h"
 
+#include "chip/clock.h"
+
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -63,6 +65,7 @@ bool read_input(int socket, Session& session, FastForward& time)
     }
     time.catch_up();
     session.feed(std::span(bytes).first(static_cast<size_t>(got)));
+    RealClock::wait_for_wire();
     return true;
 }
 
