@@ -10,7 +10,7 @@ cd "$(dirname "$0")"
 
 preset=${1:-dev}
 build=build/$preset
-jobs=$(nproc)
+jobs=$(($(nproc) + 2)) # many tests wait for a camera most of their time
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
 trap 'exit 130' INT
