@@ -80,8 +80,8 @@ fs::path keep_backup(const CameraEntry& camera, std::span<const uint8_t> content
     try {
         const fs::path folder = backup_folder();
         fs::create_directories(folder);
-        const fs::path path = free_name(folder, file_stem(camera),
-                                        proven == Proven::kYes ? kSuffix : kUnprovenSuffix);
+        fs::path path = free_name(folder, file_stem(camera),
+                                  proven == Proven::kYes ? kSuffix : kUnprovenSuffix);
         AtomicFile file(path);
         file.write_all(contents);
         file.commit();

@@ -67,13 +67,9 @@ std::string usbfs_advice(const VideoStreamParam& param)
     const uint64_t needed_mib = (needed + kMib - 1) / kMib;
     if (limit_mib == 0 || limit_mib >= needed_mib)
         return "";
-    return format(
-               "the kernel lends %llu MiB to USB transfers, but this size needs about %llu; "
-               "raise it: echo %llu | sudo tee ",
-               static_cast<unsigned long long>(limit_mib),
-               static_cast<unsigned long long>(needed_mib),
-               static_cast<unsigned long long>(2 * needed_mib)) +
-           path;
+    return "the kernel lends " + std::to_string(limit_mib) +
+           " MiB to USB transfers, but this size needs about " + std::to_string(needed_mib) +
+           "; raise it: echo " + std::to_string(2 * needed_mib) + " | sudo tee " + path;
 }
 
 } // namespace tool

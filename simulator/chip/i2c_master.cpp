@@ -27,7 +27,7 @@ void I2cMaster::written(uint16_t address)
 
 void I2cMaster::transfer(uint8_t control)
 {
-    const size_t start = (xdata_[kRegisterHighReg] & 0x80) << 1 | xdata_[kRegisterLowReg];
+    const size_t start = (xdata_[kRegisterHighReg] & 0x80U) << 1 | xdata_[kRegisterLowReg];
     const auto cells = sensor_.subspan(start, std::min(xdata_[kLengthReg], kBufferBytes));
     const auto buffer = xdata_.subspan(kBuffer, cells.size());
     const bool answered = (xdata_[kDeviceReg] & 0xFE) == kSensorAddress;

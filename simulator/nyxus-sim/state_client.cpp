@@ -77,7 +77,7 @@ nlohmann::ordered_json ask_simulation(const std::string& path,
     const bool sent = send_line(socket, request.dump());
     const std::string line = sent ? receive_line(socket) : "";
     close(socket);
-    const auto reply = nlohmann::ordered_json::parse(line, nullptr, false);
+    auto reply = nlohmann::ordered_json::parse(line, nullptr, false);
     if (!reply.is_object()) {
         throw std::runtime_error("the simulation at '" + place + "' gave no answer");
     }

@@ -170,7 +170,7 @@ TEST_P(StreamingModes, FramesArriveWholeAndInOrder)
         viewer.stop();
         EXPECT_FALSE(camera.stream().streaming);
     }
-    const size_t frame_bytes = static_cast<size_t>(mode.width) * mode.height * 2;
+    const size_t frame_bytes = static_cast<size_t>(mode.width * mode.height) * 2;
     for (const size_t size : frames.sizes()) {
         EXPECT_EQ(size, frame_bytes);
     }

@@ -47,7 +47,7 @@ std::vector<Transfer> enumeration(const UsbCamera& camera)
     ask(requests, camera, kConfiguration, 0, total_length(requests.back().data));
     ask(requests, camera, kString, 0, kStringBytes);
     if (device.size() == kDeviceBytes) {
-        for (const size_t place : {15, 14, 16}) { // product, manufacturer, serial number
+        for (const size_t place : {15U, 14U, 16U}) { // product, manufacturer, serial number
             if (device[place] != 0) {
                 ask(requests, camera, kString, device[place], kStringBytes, kEnglish);
             }
