@@ -162,7 +162,7 @@ bool LineServer::go_on(Client& client)
         if (client.leaving) {
             return false;
         }
-        if (end == std::string::npos || end > kLongestLine) {
+        if (end > kLongestLine) { // npos, too
             client.unsent = "{\"ok\":false,\"error\":\"the request is too long\"}\n";
             client.leaving = true;
         } else {
