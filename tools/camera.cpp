@@ -4,9 +4,9 @@
 #include "failure.h"
 #include "text.h"
 
+#include <nyxus/access.h>
 #include <nyxus/config.h>
 #include <nyxus/error.h>
-#include <nyxus/access.h>
 #include <nyxus/trace.h>
 #include <nyxus/video.h>
 #include <algorithm>
