@@ -27,7 +27,7 @@ struct Origin {
 
 // clang-format off
 inline constexpr Origin kOrigins[] = {
-    {0x00, "the function itself (bare: nyxus_errno and nyxus_errmsg keep what they held)"},
+    {0x00, "the function itself; nyxus_errno and nyxus_errmsg keep what they held"},
     {0x01, "library-wide call (version, settings, conversion)"},
     {0x02, "serial-number field"},
     {0x03, "firmware or MFi image"},
