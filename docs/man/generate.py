@@ -86,6 +86,7 @@ class Help:
         self.words = words
         self.sections = {}
         self.examples = []
+        self.takes_program = False
         head, _, body = output(*words, "--help").partition("Usage:")
         self.summary = " ".join(head.split())
         section = None
@@ -103,6 +104,7 @@ class Help:
                 self.add_line(self.sections[section], line)
             elif section != "Exit codes" and line:
                 section = None
+                self.takes_program |= line.endswith("follow after --")
         self.entries = {name: [Entry(*pair) for pair in pairs]
                         for name, pairs in self.sections.items()}
 
@@ -126,6 +128,7 @@ class Help:
     def synopsis(self):
         text = f".Nm {' '.join(self.words)}\n"
         text += "".join(entry.synopsis() for entry in self.options() + self.arguments())
+        text += ".Fl -\n.Ar program ...\n" if self.takes_program else ""
         return text + (".Ar command ...\n" if self.commands() else "")
 
     def items(self):
@@ -156,7 +159,7 @@ def part(page):
 def head(page, section, name, summary):
     summary = summary[0].lower() + summary[1:] if not summary.startswith("H.264") else summary
     return (f'.\\" SPDX-License-Identifier: Apache-2.0\n.\\" Made by docs/man/generate.py.\n'
-            f".Dd {DATE}\n.Dt {page.upper()} {section}\n.Os\n"
+            f".Dd {DATE}\n.Dt {page.upper()} {section}\n.Os NYXUS\n"
             f".Sh NAME\n.Nm {name}\n.Nd {summary.removesuffix('.')}\n")
 
 
