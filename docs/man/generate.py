@@ -45,15 +45,16 @@ class Entry:
     def __init__(self, words, text):
         needs = re.search(r" Needs: (\S+)", words)
         words = words.replace(needs[0], "") if needs else words
-        self.required = "REQUIRED" in words
         words = words.replace(" REQUIRED", "")
         default = re.search(r"(?<=[A-Z\]])=(.+)$", words)
         words = words[:default.start()] if default else words
         words = re.sub(r"(:|\{).*$", "", words)
         self.many = words.endswith("...")
-        self.names, _, self.value = words.removesuffix("...").strip().partition(" ")
-        self.names = self.names.split(",")
-        self.text = text.strip()
+        parts = words.removesuffix("...").replace(",", " ").split()
+        self.names = [part for part in parts if part.startswith("-")] or parts[:1]
+        self.value = " ".join(parts[len(self.names):])
+        self.required = True
+        self.text = re.sub(r" \[([^\[\]]+)\]$", r". Default: \1", text.strip())
         if needs:
             self.text += f". Needs {needs[1]}"
         if default:
@@ -89,11 +90,14 @@ class Help:
         self.takes_program = False
         head, _, body = output(*words, "--help").partition("Usage:")
         self.summary = " ".join(head.split())
+        usage, *lines = body.split("\n")
         section = None
-        for line in body.split("\n")[1:]:
+        for line in lines:
             title = re.fullmatch(r"(\w[\w ]*):", line)
             if title:
                 section = title[1]
+                if section in ("Example", "Examples", "Exit codes"):
+                    continue
                 self.sections[section] = []
             elif section in ("Example", "Examples"):
                 if not line.strip():
@@ -107,10 +111,12 @@ class Help:
                 self.takes_program |= line.endswith("follow after --")
         self.entries = {name: [Entry(*pair) for pair in pairs]
                         for name, pairs in self.sections.items()}
+        for entry in self.arguments():
+            entry.required = f"[{entry.names[0]}" not in usage
 
     @staticmethod
     def add_line(pairs, line):
-        if line.startswith(" " * 20):
+        if line.startswith("   "):
             pairs[-1][1] += " " + line.strip()
             return
         words, _, text = line.strip().partition("  ")
@@ -120,10 +126,12 @@ class Help:
         return [entry for entry in self.entries.get("Options", []) if "--help" not in entry.names]
 
     def arguments(self):
-        return self.entries.get("Positionals", [])
+        return self.entries.get("Positionals", []) + self.entries.get("Arguments", [])
 
     def commands(self):
-        return [entry.names[0] for entry in self.entries.get("Subcommands", [])]
+        """All entries that are neither options nor arguments; they may stand in groups."""
+        return [entry for entries in self.entries.values() for entry in entries
+                if entry not in self.arguments() and not entry.names[0].startswith("-")]
 
     def synopsis(self):
         text = f".Nm {' '.join(self.words)}\n"
@@ -140,8 +148,8 @@ class Help:
     def below(self):
         """A subsection for each command below this one, and for those below it."""
         text = ""
-        for name in self.commands():
-            child = Help(*self.words, name)
+        for command in self.commands():
+            child = Help(*self.words, command.names[0])
             words = " ".join(child.words[1:])
             if not child.commands():
                 text += f".Ss {words}\n{child.synopsis()}.Pp\n{sentences(child.summary)}.\n"
@@ -213,10 +221,10 @@ def exit_status():
 def main():
     folder = Path(sys.argv[2])
     tool = Help("nyxus")
-    names = tool.commands()
+    names = [entry.names[0] for entry in tool.commands()]
     pages = {}
     listing = ".Sh COMMANDS\n.Bl -tag -width Ds\n"
-    for entry in tool.entries["Subcommands"]:
+    for entry in tool.commands():
         listing += f".It Xr nyxus-{entry.names[0]} 1\n{sentences(entry.text)}\n"
     listing += ".El\n"
     see_also = [("nyxus-sim", 1), ("nyxus", 3)]
