@@ -11,21 +11,42 @@ namespace completion {
 
 namespace {
 
+/// What a validator says about a text that it does not accept.
+std::string complaint_of(const CLI::Validator& validator)
+{
+    for (const char* nonsense : {"?", "4294967295"}) {
+        try {
+            return validator(std::string(nonsense));
+        } catch (const CLI::ValidationError&) { // it wants a number
+        }
+    }
+    return {};
+}
+
+bool accepts(const CLI::Validator& validator, const std::string& text)
+{
+    try {
+        return validator(text).empty();
+    } catch (const CLI::ValidationError&) {
+        return false;
+    }
+}
+
 /// The words of a validator's complaint that it would not complain about: its choices.
 std::vector<std::string> choices_in(const CLI::Validator& validator)
 {
-    std::string nonsense = "?";
-    const std::string complaint = validator(nonsense);
+    const std::string complaint = complaint_of(validator);
     std::vector<std::string> choices;
     if (complaint.find("range") != std::string::npos) {
         return choices; // the ends of a range are no choices
     }
-    const auto in_word = [](unsigned char c) { return std::isalnum(c) != 0 || c == '-' || c == '_'; };
+    const auto in_word = [](unsigned char c) {
+        return std::isalnum(c) != 0 || c == '-' || c == '_';
+    };
     for (auto first = complaint.begin(); first != complaint.end();) {
         const auto end = std::find_if_not(first, complaint.end(), in_word);
         std::string word(first, end);
-        std::string accepted = word;
-        if (!word.empty() && validator(accepted).empty()) {
+        if (!word.empty() && accepts(validator, word)) {
             choices.push_back(std::move(word));
         }
         first = end == complaint.end() ? end : std::next(end);
@@ -219,8 +240,7 @@ bool answer(CLI::App& app, int argc, char** argv, const ValuesOf& values_of)
             std::printf("%s\n", word.c_str());
         }
     } catch (const std::exception&) {
-        // The user is typing: a complaint about the bus would only disturb.
-        return true;
+        return true; // the user is typing: a complaint about the bus would only disturb
     }
     return true;
 }

@@ -15,9 +15,9 @@ stage=$out/nyxus-$version
 rm -rf "$out"
 mkdir -p "$stage"
 
-# What is under version control, as it is in the work tree; of an unpacked archive, everything.
+# What is, or will be, under version control; of an unpacked archive, everything.
 if git rev-parse --is-inside-work-tree >/dev/null 2>&1; then
-  git ls-files -z
+  git ls-files -z --cached --others --exclude-standard
 else
   find . -path ./build -prune -o -type f -print0
 fi | tar -c --null --files-from=- | tar -x -C "$stage"
@@ -25,7 +25,7 @@ cp -r "$stage/packaging/debian" "$stage/debian"
 
 log=$out/build.log
 echo "Building; the log is $log."
-if ! (cd "$stage" && dpkg-buildpackage -b -us -uc "$@") >"$log" 2>&1; then
+if ! (cd "$stage" && dpkg-buildpackage -us -uc "${@:--b}") >"$log" 2>&1; then
   tail -n 40 "$log" >&2
   echo "dpkg-buildpackage failed; the end of its output is above." >&2
   exit 1
