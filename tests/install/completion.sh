@@ -10,6 +10,7 @@ failures=0
 # shellcheck disable=SC1091
 . /usr/share/bash-completion/bash_completion
 
+# shellcheck disable=SC2317 # called by expect
 in_bash() { # WORD ... as bash splits them; the last one is in work
   _completion_loader "$1"
   COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)) COMP_LINE="$*" COMP_POINT=${#COMP_LINE} COMPREPLY=()
@@ -18,6 +19,7 @@ in_bash() { # WORD ... as bash splits them; the last one is in work
   echo "${COMPREPLY[*]}"
 }
 
+# shellcheck disable=SC2317
 in_zsh() { # WORD ...
   zsh -fc 'compadd() { shift; print -r -- "$@"; }
     _files() { print -r -- *(N); }
@@ -48,7 +50,7 @@ for shell in bash zsh; do
   expect $shell ' image.bin ' nyxus upgrade ''
   expect $shell ' rowan-spi .* image.bin ' nyxus-sim describe ''
   expect $shell '^ cedar-spi cedar-swapped .*$' nyxus-sim run --rom image.bin --camera ced
-  expect $shell '^ motion-alarm ' nyxus-sim do ''
+  expect $shell '^ motion-alarm ' nyxus-sim 'do' ''
 done
 expect bash '^ real fast $' nyxus-sim run --speed = ''
 expect zsh '^ --speed=real --speed=fast $' nyxus-sim run --speed=

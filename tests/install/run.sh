@@ -34,7 +34,8 @@ expect_probe() { # PROGRAM
 }
 
 export PKG_CONFIG_PATH=$libdir/pkgconfig
-eval "flags=($(pkg-config --define-prefix --cflags --libs nyxus))"
+flags=()
+eval "flags=($(pkg-config --define-prefix --cflags --libs nyxus))" # a space is quoted there
 cc -std=c11 -Wall -Werror "$here/client.c" "${flags[@]}" -o "$work/c_client"
 expect_probe "$work/c_client"
 [ "$(pkg-config --modversion nyxus)" = "$("$here/../../packaging/check-version.sh")" ] ||
