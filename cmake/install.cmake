@@ -23,7 +23,10 @@ foreach(folder libdir includedir)
     string(PREPEND pc_${folder} "\${prefix}/")
   endif()
 endforeach()
-configure_file(cmake/nyxus.pc.in ${PROJECT_BINARY_DIR}/nyxus.pc @ONLY)
+# The prefix itself is known only when it is installed: cmake --install BUILD --prefix FOLDER.
+set(pc_prefix @CMAKE_INSTALL_PREFIX@)
+configure_file(cmake/nyxus.pc.in ${PROJECT_BINARY_DIR}/nyxus.pc.in @ONLY)
+install(CODE "configure_file(\"${PROJECT_BINARY_DIR}/nyxus.pc.in\" \"${PROJECT_BINARY_DIR}/nyxus.pc\" @ONLY)")
 install(FILES ${PROJECT_BINARY_DIR}/nyxus.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 # udev looks into lib/udev, whatever the architecture's folder for libraries.

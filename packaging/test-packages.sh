@@ -26,7 +26,7 @@ root=$PWD/build/clean-system
 cache=$PWD/build/package-cache
 log=$PWD/build/clean-system.log
 clean_up() {
-  umount -lq "$root/proc" "$root/dev" || true
+  umount -lq "$root/proc" "$root/dev" "$root/sys" || true
   [ "$keep" = --keep ] || rm -rf --one-file-system "$root"
 }
 trap clean_up EXIT
@@ -61,6 +61,7 @@ apt-config dump | grep -E '^Acquire::(https?|Retries|ForceIP|Check-)' >"$root/et
 cp /etc/resolv.conf "$root/etc/resolv.conf"
 mount -t proc proc "$root/proc"
 mount --rbind /dev "$root/dev"
+mount --rbind /sys "$root/sys"
 inside useradd --create-home tester
 
 step "Installing"
@@ -77,8 +78,12 @@ as_user '
   nyxus-sim run --camera rowan-spi --rom camera.rom -- nyxus compare image.bin
   cmp --bytes="$(wc -c <image.bin)" image.bin camera.rom' 2>&1
 
+step "The udev rule"
+quietly inside apt-get -q -y --no-install-recommends install udev gcc libc6-dev pkgconf
+inside nyxus-sim run --camera rowan-spi -- udevadm test -a add /sys/bus/usb/devices/1-1 2>&1 |
+  grep '^TAGS=.*:uaccess:' || { echo "it does not hand the camera to the seat" >&2; exit 1; }
+
 step "A C program"
-quietly inside apt-get -q -y --no-install-recommends install gcc libc6-dev pkgconf
 cp tests/install/client.c "$root/home/tester"
 as_user '
   cc -Wall -Werror client.c $(pkg-config --cflags --libs nyxus) -o client

@@ -17,6 +17,7 @@ fail() {
 
 # A space in a folder's name must not matter.
 DESTDIR=$work/staged cmake --install "$build" --prefix /opt/nyxus >"$work/log"
+grep -rqx prefix=/opt/nyxus "$work/staged" || fail "nyxus.pc does not name the prefix"
 root=$work/"moved away"
 mv "$work/staged/opt/nyxus" "$root"
 libdir=$(dirname "$(find "$root" -name libNYXUS.so)")
