@@ -32,24 +32,7 @@ install(FILES ${PROJECT_BINARY_DIR}/nyxus.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}
 # udev looks into lib/udev, whatever the architecture's folder for libraries.
 install(FILES packaging/udev/70-nyxus.rules DESTINATION lib/udev/rules.d)
 
-# Some manual pages are written by hand, others follow from what the programs say of themselves.
-set(man_sections 1 3 5)
-if(EXISTS ${PROJECT_SOURCE_DIR}/docs/man/generate.py AND NYXUS_TOOLS AND NYXUS_SIMULATOR)
-  find_package(Python3 REQUIRED COMPONENTS Interpreter)
-  set(generated_man ${PROJECT_BINARY_DIR}/man)
-  file(MAKE_DIRECTORY ${generated_man})
-  file(GLOB man_sources CONFIGURE_DEPENDS docs/man/generate.py docs/man/parts/*)
-  add_custom_command(OUTPUT ${generated_man}/nyxus.1
-    COMMAND Python3::Interpreter ${PROJECT_SOURCE_DIR}/docs/man/generate.py
-            $<TARGET_FILE_DIR:nyxus_tool> ${generated_man}
-    DEPENDS nyxus_tool nyxus-sim ${man_sources} VERBATIM)
-  add_custom_target(man_pages ALL DEPENDS ${generated_man}/nyxus.1)
-endif()
-foreach(section IN LISTS man_sections)
+foreach(section 1 3 5)
   file(GLOB pages CONFIGURE_DEPENDS docs/man/*.${section})
   install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
-  if(generated_man)
-    install(DIRECTORY ${generated_man}/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section}
-      FILES_MATCHING PATTERN *.${section})
-  endif()
 endforeach()
