@@ -8,7 +8,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-packaging/install-packages.sh build package
+packaging/install-packages.sh build package doc
 version=$(packaging/check-version.sh)
 out=build/packages
 stage=$out/nyxus-$version
