@@ -23,6 +23,8 @@ else
 fi | tar -c --null --files-from=- | tar -x -C "$stage"
 cp -r "$stage/packaging/debian" "$stage/debian"
 
+# Debian's own programs, whatever else the user has in front of them.
+export PATH=/usr/sbin:/usr/bin:/sbin:/bin
 log=$out/build.log
 echo "Building; the log is $log."
 if ! (cd "$stage" && dpkg-buildpackage -us -uc "${@:--b}") >"$log" 2>&1; then
