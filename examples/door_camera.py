@@ -45,7 +45,7 @@ def main() -> int:
                 print(f"{info.serial}: {camera.chip}, firmware 0x{camera.firmware_version:04X}, "
                       f"brightness {brightness(frame):.0f}")
         except nyxus.Error as error:
-            print(f"{info.serial or info.place}: {error}", file=sys.stderr)
+            print(f"{info.serial or info.bus_address}: {error}", file=sys.stderr)
     if found and len(sys.argv) > 1:
         with nyxus.open(found[0]) as camera:
             print("motion" if wait_for_motion(camera, float(sys.argv[1])) else "no motion")

@@ -4,7 +4,7 @@
     import nyxus
 
     for info in nyxus.cameras():
-        print(info.place, info.port_path, info.serial, info.product)
+        print(info.bus_address, info.port_path, info.serial, info.product)
 
     with nyxus.open() as camera:                 # the only one, or by name
         print(camera.chip, hex(camera.firmware_version))

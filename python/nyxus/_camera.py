@@ -50,7 +50,7 @@ class Camera:
         self._handle.close()
 
     def __repr__(self) -> str:
-        return f"<nyxus.Camera {self.info.place} serial={self.info.serial!r}>"
+        return f"<nyxus.Camera {self.info.bus_address} serial={self.info.serial!r}>"
 
     # What the probe has learnt.
 
@@ -322,11 +322,11 @@ def _creation_failure() -> "Error | None":
 
 
 def _probe_failure(status: int) -> Error:
-    return Error(status, "unknown controller chip") if status == UNKNOWN_CHIP else error_of(status)
+    return Error(status, "unknown controller") if status == UNKNOWN_CHIP else error_of(status)
 
 
 def _libuvc_failure() -> Error:
-    return Error(NO_SUPPORT, "libuvc does not understand the camera's descriptors")
+    return Error(NO_SUPPORT, "libuvc does not understand its descriptors")
 
 
 def _open_blank(info: _list.CameraInfo) -> Camera:

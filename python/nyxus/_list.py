@@ -51,7 +51,7 @@ class CameraInfo:
     usb_device: UsbDevice = dataclasses.field(repr=False, compare=False)
 
     @property
-    def place(self) -> str:
+    def bus_address(self) -> str:
         """Bus and address: "1:5"."""
         return f"{self.bus}:{self.address}"
 

@@ -14,7 +14,7 @@ def test_cameras_are_listed_and_found_by_each_of_their_names():
     assert [info.serial for info in nyxus.cameras()] == ["A1", "E1", "B1", "G1"]
     info = nyxus.find("E1")
     bus, address = info.bus, info.address
-    for name in (info.port_path, info.place, f"{bus:03}:{address:03}"):
+    for name in (info.port_path, info.bus_address, f"{bus:03}:{address:03}"):
         assert nyxus.find(name) == info
     with pytest.raises(nyxus.Error) as several:
         nyxus.find()

@@ -55,7 +55,7 @@ TEST(CppList, ACameraIsFoundByEachOfItsNamesAndMissedByOthers)
     ASSERT_EQ(list->size(), 2u);
     const nyxus::CameraInfo& cedar = list->back();
     EXPECT_EQ(cedar.serial, "C2");
-    for (const std::string& name : {std::string("C2"), cedar.port_path, cedar.place()})
+    for (const std::string& name : {std::string("C2"), cedar.port_path, cedar.bus_address()})
         EXPECT_EQ(nyxus::find_camera(name)->serial, "C2") << name;
     EXPECT_TRUE(nyxus::can_open(cedar));
     EXPECT_TRUE(nyxus::can_claim(cedar));

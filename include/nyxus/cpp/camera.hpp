@@ -257,7 +257,7 @@ private:
 
     static Status libuvc_failure()
     {
-        return {NYXUS_E_NO_SUPPORT, "libuvc does not understand the camera's descriptors"};
+        return {NYXUS_E_NO_SUPPORT, "libuvc does not understand its descriptors"};
     }
 
     static Status probe_failure(int32_t returned, const std::string& version = {})
@@ -265,8 +265,9 @@ private:
         constexpr int32_t kUnknownChip = 3;
         if (returned != kUnknownChip)
             return Status::of(returned);
-        return {returned, "unknown controller chip" +
-                              (version.empty() ? "" : ", its firmware is '" + version + "'")};
+        return {returned,
+                "unknown controller" +
+                    (version.empty() ? "" : ", its internal firmware is '" + version + "'")};
     }
 
     /// Probes a camera whose ROM tells nothing: a flash says what it is when it is asked with the

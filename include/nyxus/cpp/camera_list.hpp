@@ -32,7 +32,7 @@ struct CameraInfo {
     std::string product;   ///< as the camera tells it
 
     /// "1:5".
-    std::string place() const { return std::to_string(bus) + ":" + std::to_string(address); }
+    std::string bus_address() const { return std::to_string(bus) + ":" + std::to_string(address); }
 
     /// Whether people may mean it by this: its serial number, port path or place ("1:5",
     /// "001:005").
