@@ -2,7 +2,7 @@
 #include "cameras/camera_file.h"
 
 #include "cameras/fields.h"
-#include "cameras/nearest.h"
+#include "text/nearest.h"
 #include "cameras/shipped.h"
 #include "cameras/toml_reader.h"
 

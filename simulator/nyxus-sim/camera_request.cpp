@@ -2,7 +2,7 @@
 #include "camera_request.h"
 
 #include "cameras/camera_file.h"
-#include "cameras/nearest.h"
+#include "text/nearest.h"
 #include "cameras/shipped.h"
 
 #include <algorithm>
