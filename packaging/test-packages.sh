@@ -67,6 +67,7 @@ inside useradd --create-home tester
 step "Installing"
 mkdir "$root/packages"
 cp build/packages/*.deb "$root/packages"
+rm -f "$root"/packages/*-dbgsym_*.deb
 quietly inside apt-get -q update
 quietly inside sh -c 'apt-get -q -y --no-install-recommends install /packages/*.deb'
 ls -1 "$root/packages"
@@ -91,7 +92,10 @@ as_user '
 
 if compgen -G 'build/packages/python3-nyxus_*.deb' >/dev/null; then
   step "Python"
-  as_user 'nyxus-sim run --camera cedar-spi -- python3 -c "import nyxus; print(nyxus.__file__)"'
+  as_user 'nyxus-sim run --camera cedar-spi -- python3 -c "
+import nyxus
+with nyxus.open() as camera:
+    print(camera.chip, hex(camera.firmware_version))"'
 fi
 
 step "Removing"
