@@ -2,8 +2,8 @@
 // Video by the library and by bare libuvc in turns, on the camera of 'nyxus-sim run': frames per
 // second, processor time, and what is copied. bench_client_stream NAME WIDTH HEIGHT
 #include <nyxus/video.h>
-#include <sys/resource.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdlib>
 #include <mutex>
@@ -66,17 +66,8 @@ void start_libuvc(NyDevice* device)
          "uvc_start_streaming");
 }
 
-double processor_seconds()
-{
-    rusage usage = {};
-    getrusage(RUSAGE_SELF, &usage);
-    return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) * 1e-6;
-}
-
 struct Result {
-    double seconds;
-    double processor_s;
+    bench::Cost cost;
     bench::Copies copied;
 };
 
@@ -85,11 +76,9 @@ Result stream(uint32_t frames, const Start& start, const Stop& stop)
 {
     start();
     counter.wait_for(3); // settled
-    const double processor_before = processor_seconds();
     bench::count_copies();
-    const double seconds = bench::seconds_of([&] { counter.wait_for(frames); });
-    const Result result{seconds / frames, (processor_seconds() - processor_before) / frames,
-                        bench::copies()};
+    const bench::Cost cost = bench::cost_of([&] { counter.wait_for(frames); });
+    const Result result{cost, bench::copies()};
     stop();
     return result;
 }
@@ -106,10 +95,9 @@ void measure(benchmark::State& state)
     };
     const auto by_libuvc = [&] {
         return stream(
-            frames, [&] { start_libuvc(device); },
-            [&] { uvc_stop_streaming(device->uvc_handle); });
+            frames, [&] { start_libuvc(device); }, [&] { uvc_stop_streaming(device->uvc_handle); });
     };
-    bench::Samples rate_ratio, processor_ratio, a_fps, b_fps, a_processor_s, b_processor_s;
+    bench::Pairs pairs(frames);
     bench::Copies a_copies{}, b_copies{};
     bool a_first = true;
     for (auto _ : state) {
@@ -119,13 +107,8 @@ void measure(benchmark::State& state)
         const Result& a = a_first ? first : second;
         const Result& b = a_first ? second : first;
         a_first = !a_first;
-        state.SetIterationTime(a.seconds + b.seconds);
-        rate_ratio.add(b.seconds / a.seconds);
-        processor_ratio.add(a.processor_s / b.processor_s);
-        a_fps.add(1 / a.seconds);
-        b_fps.add(1 / b.seconds);
-        a_processor_s.add(a.processor_s);
-        b_processor_s.add(b.processor_s);
+        state.SetIterationTime(a.cost.wall_s + b.cost.wall_s);
+        pairs.add(a.cost, b.cost);
         a_copies += a.copied;
         b_copies += b.copied;
     }
@@ -133,12 +116,7 @@ void measure(benchmark::State& state)
     state.counters["a_copies"] = static_cast<double>(a_copies.libuvc) / bytes;
     state.counters["b_copies"] = static_cast<double>(b_copies.libuvc) / bytes;
     state.counters["library_copies"] = static_cast<double>(a_copies.library) / bytes;
-    rate_ratio.report(state.counters, "rate_ratio");
-    processor_ratio.report(state.counters, "processor_ratio");
-    a_fps.report(state.counters, "a_fps");
-    b_fps.report(state.counters, "b_fps");
-    a_processor_s.report(state.counters, "a_processor_s");
-    b_processor_s.report(state.counters, "b_processor_s");
+    pairs.report(state.counters);
 }
 
 } // namespace

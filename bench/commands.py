@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 # SPDX-License-Identifier: Apache-2.0
 """Whole commands on simulated cameras: transfers, pyusb beside the tool, and many cameras at once.
 

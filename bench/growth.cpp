@@ -16,9 +16,9 @@ void measure(benchmark::State& state, SimCamera& camera, const std::function<voi
     const auto transfers = static_cast<double>(bench::count_transfers(camera, work));
     bench::Samples per_transfer_s;
     for (auto _ : state) {
-        const double seconds = bench::seconds_of(work);
-        state.SetIterationTime(seconds);
-        per_transfer_s.add(seconds / transfers);
+        const bench::Cost cost = bench::cost_of(work);
+        state.SetIterationTime(cost.wall_s);
+        per_transfer_s.add(cost.processor_s / transfers);
     }
     state.counters["transfers"] = transfers;
     per_transfer_s.report(state.counters, "per_transfer_s");
@@ -33,8 +33,8 @@ void upgrade(benchmark::State& state)
     must(camera.rom(image.size()) == image, "the ROM does not hold the image");
 }
 
-void read(benchmark::State& state, const char* model_name,
-          int32_t (*read_rom)(NyDevice*, uint32_t, uint32_t, uint8_t*))
+void read_rom(benchmark::State& state, const char* model_name,
+              int32_t (*function)(NyDevice*, uint32_t, uint32_t, uint8_t*))
 {
     constexpr uint32_t kFlashBytes = 8U << 20;
     sim::CameraModel model = bench::model_named(model_name);
@@ -42,9 +42,10 @@ void read(benchmark::State& state, const char* model_name,
     SimCamera camera(model, SimCamera::Opened::kByLibusb);
     std::vector<uint8_t> bytes(static_cast<size_t>(state.range(0)));
     measure(state, camera, [&] {
+        must(XuSetFlashBlockIndex(camera.device(), 0) == 0, nyxus_errmsg);
         nyxus_rv = 0;
-        const int32_t rv = read_rom(camera.device(), 0, static_cast<uint32_t>(bytes.size()),
-                                    bytes.data());
+        const int32_t rv =
+            function(camera.device(), 0, static_cast<uint32_t>(bytes.size()), bytes.data());
         must(rv == 0 && nyxus_rv == 0, nyxus_errmsg);
     });
     must(camera.rom(bytes.size()) == bytes, "what was read is not in the ROM");
@@ -57,7 +58,7 @@ void add(const char* name, int64_t from, int64_t to, int multiplier, Arguments..
         ->RangeMultiplier(multiplier)
         ->Range(from, to)
         ->UseManualTime()
-        ->Iterations(bench::pairs(30));
+        ->Iterations(bench::pairs(20));
 }
 
 } // namespace
@@ -65,9 +66,10 @@ void add(const char* name, int64_t from, int64_t to, int multiplier, Arguments..
 int main(int argc, char** argv)
 {
     bench::set_up_library();
+    const int64_t most = bench::is_quick() ? 128 << 10 : 8 << 20;
     add("growth/upgrade", 1 << 10, 32 << 10, 2, upgrade);
-    add("growth/read", 16 << 10, 8 << 20, 8, read, "rowan-spi", XuExtRomRead);
-    add("growth/read512", 16 << 10, 8 << 20, 8, read, "larch-large", XuExtRomRead512DW);
+    add("growth/read", 16 << 10, most, 8, read_rom, "rowan-spi", XuExtRomRead);
+    add("growth/read512", 16 << 10, most, 8, read_rom, "larch-large", XuExtRomRead512DW);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
 }

@@ -2,7 +2,6 @@
 // A register read by the library, and the same two queries through the kernel's video driver, in
 // turns on one camera. For the virtual machine of tests/kernel/run.sh --bench.
 #include <fcntl.h>
-#include <linux/usb/video.h>
 #include <linux/uvcvideo.h>
 #include <nyxus/memory.h>
 #include <sys/ioctl.h>
@@ -32,10 +31,11 @@ void fill_request(uint8_t (&record)[11])
 double by_library(NyDevice* device)
 {
     uint8_t bytes[kBytes] = {};
-    return bench::seconds_of([&] {
-        for (int i = 0; i < kReads; ++i)
-            must(XuRegRead(device, kAddress, kBytes, bytes) == 0, "XuRegRead");
-    });
+    return bench::cost_of([&] {
+               for (int i = 0; i < kReads; ++i)
+                   must(XuRegRead(device, kAddress, kBytes, bytes) == 0, "XuRegRead");
+           })
+        .wall_s;
 }
 
 double by_libusb(libusb_device_handle* handle)
@@ -46,13 +46,14 @@ double by_libusb(libusb_device_handle* handle)
                                      record, sizeof record, 0) == sizeof record,
              "libusb_control_transfer");
     };
-    return bench::seconds_of([&] {
-        for (int i = 0; i < kReads; ++i) {
-            fill_request(record);
-            transfer(0x21, UVC_SET_CUR);
-            transfer(0xA1, UVC_GET_CUR);
-        }
-    });
+    return bench::cost_of([&] {
+               for (int i = 0; i < kReads; ++i) {
+                   fill_request(record);
+                   transfer(0x21, UVC_SET_CUR);
+                   transfer(0xA1, UVC_GET_CUR);
+               }
+           })
+        .wall_s;
 }
 
 /// The driver comes back a moment after the library has let go of the camera.
@@ -76,13 +77,13 @@ double by_kernel()
                                           record};
         must(ioctl(node, UVCIOC_CTRL_QUERY, &arguments) == 0, "UVCIOC_CTRL_QUERY");
     };
-    const double seconds = bench::seconds_of([&] {
-        for (int i = 0; i < kReads; ++i) {
-            fill_request(record);
-            query(UVC_SET_CUR);
-            query(UVC_GET_CUR);
-        }
-    });
+    const double seconds = bench::cost_of([&] {
+                               for (int i = 0; i < kReads; ++i) {
+                                   fill_request(record);
+                                   query(UVC_SET_CUR);
+                                   query(UVC_GET_CUR);
+                               }
+                           }).wall_s;
     close(node);
     return seconds;
 }

@@ -6,8 +6,8 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdlib>
+#include <ctime>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -49,12 +49,26 @@ private:
     std::vector<double> values_;
 };
 
-template <typename Work>
-double seconds_of(const Work& work)
+/// How long something took, and the processor time of all threads in it.
+struct Cost {
+    double wall_s = 0;
+    double processor_s = 0;
+};
+
+inline double now_s(clockid_t clock)
 {
-    const auto start = std::chrono::steady_clock::now();
+    timespec now = {};
+    clock_gettime(clock, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+template <typename Work>
+Cost cost_of(const Work& work)
+{
+    const double wall_s = now_s(CLOCK_MONOTONIC);
+    const double processor_s = now_s(CLOCK_PROCESS_CPUTIME_ID);
     work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return {now_s(CLOCK_MONOTONIC) - wall_s, now_s(CLOCK_PROCESS_CPUTIME_ID) - processor_s};
 }
 
 /// Throws; a benchmark that does not do its work must not have a result.
@@ -64,32 +78,53 @@ inline void must(bool holds, const std::string& what)
         throw std::runtime_error(what);
 }
 
-/// One pair per iteration of the benchmark, every other one in the other order. `units` is how often
-/// a run does what is told: a transfer, say.
+/// The work A and B, in pairs. `units` is how often a run does what is told: a transfer, say.
+class Pairs {
+public:
+    explicit Pairs(double units) : units_(units) {}
+
+    void add(const Cost& a, const Cost& b)
+    {
+        a_s_.add(a.wall_s / units_);
+        b_s_.add(b.wall_s / units_);
+        ratio_.add(a.wall_s / b.wall_s);
+        a_processor_s_.add(a.processor_s / units_);
+        b_processor_s_.add(b.processor_s / units_);
+        processor_ratio_.add(a.processor_s / b.processor_s);
+    }
+
+    void report(benchmark::UserCounters& counters)
+    {
+        counters["pairs"] = static_cast<double>(ratio_.size());
+        a_s_.report(counters, "a_s");
+        b_s_.report(counters, "b_s");
+        ratio_.report(counters, "ratio");
+        a_processor_s_.report(counters, "a_processor_s");
+        b_processor_s_.report(counters, "b_processor_s");
+        processor_ratio_.report(counters, "processor_ratio");
+    }
+
+private:
+    double units_;
+    Samples a_s_, b_s_, ratio_, a_processor_s_, b_processor_s_, processor_ratio_;
+};
+
+/// A pair per iteration of the benchmark, every other one in the other order.
 template <typename A, typename B>
 void run_pairs(benchmark::State& state, double units, const A& a, const B& b)
 {
     a();
     b();
-    Samples a_s;
-    Samples b_s;
-    Samples ratio;
+    Pairs pairs(units);
     bool a_first = true;
     for (auto _ : state) {
-        const double first = a_first ? seconds_of(a) : seconds_of(b);
-        const double second = a_first ? seconds_of(b) : seconds_of(a);
-        const double a_now = a_first ? first : second;
-        const double b_now = a_first ? second : first;
-        a_s.add(a_now / units);
-        b_s.add(b_now / units);
-        ratio.add(a_now / b_now);
-        state.SetIterationTime(first + second);
+        const Cost first = a_first ? cost_of(a) : cost_of(b);
+        const Cost second = a_first ? cost_of(b) : cost_of(a);
+        pairs.add(a_first ? first : second, a_first ? second : first);
+        state.SetIterationTime(first.wall_s + second.wall_s);
         a_first = !a_first;
     }
-    state.counters["pairs"] = static_cast<double>(ratio.size());
-    ratio.report(state.counters, "ratio");
-    a_s.report(state.counters, "a_s");
-    b_s.report(state.counters, "b_s");
+    pairs.report(state.counters);
 }
 
 } // namespace bench

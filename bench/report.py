@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 # SPDX-License-Identifier: Apache-2.0
 """Prints what has been measured as tables, and puts them into a document.
 
@@ -88,14 +88,17 @@ def transfer(results):
     rows = []
     for entry in results.benchmarks("transfer"):
         _, call, opened = topic(entry)
-        rows.append((calls[call], beside[opened], duration(entry["a_s"]), duration(entry["b_s"]),
-                     spread(entry, "ratio", ratio), verdict(entry["ratio"] <= 1.01)))
-    return table(("call", "event thread", "library", "bare libusb", "ratio", "goal 1.010"), rows)
+        rows.append((calls[call], beside[opened], duration(entry["a_processor_s"]),
+                     duration(entry["b_processor_s"]), spread(entry, "processor_ratio", ratio),
+                     spread(entry, "ratio", ratio), verdict(entry["processor_ratio"] <= 1.01)))
+    return table(("call", "event thread", "library", "bare libusb", "ratio", "of elapsed time",
+                  "goal 1.010"), rows)
 
 
 def null_bus(results):
     calls = {"query": "`UvcXuCtrlQueryNYXU`", "register_read": "`XuRegRead`, 8 bytes",
-             "rom_write": "`XuExtRomWrite`, 256 bytes"}
+             "rom_write": "`XuExtRomWrite`, 256 bytes",
+             "rom_read": "`XuExtRomRead`, 4 KiB, which prints progress"}
     rows = [(calls[topic(entry)[1]], spread(entry, "per_transfer_s", duration),
              f"{entry['allocations']:g}",
              verdict(entry["per_transfer_s"] < 150e-9 and entry["allocations"] == 0))
@@ -107,11 +110,12 @@ def rom(results):
     rows = []
     for entry in results.benchmarks("rom"):
         _, operation, model = topic(entry)
-        rows.append((model, operation, f"{entry['transfers']:.0f}", duration(entry["a_s"]),
-                     duration(entry["b_s"]), spread(entry, "ratio", ratio),
-                     verdict(entry["ratio"] <= 1.02)))
+        rows.append((model, operation, f"{entry['transfers']:.0f}", duration(entry["a_processor_s"]),
+                     duration(entry["b_processor_s"]), spread(entry, "processor_ratio", ratio),
+                     spread(entry, "ratio", ratio), verdict(entry["processor_ratio"] <= 1.02)))
     rows.sort(key=lambda row: row[0])
-    return table(("camera", "32 KiB", "transfers", "library", "bare libusb", "ratio", "goal 1.020"), rows)
+    return table(("camera", "32 KiB", "transfers", "library", "bare libusb", "ratio",
+                  "of elapsed time", "goal 1.020"), rows)
 
 
 def real(results):
@@ -157,12 +161,12 @@ def streaming(results):
     rows = []
     for entry in results.benchmarks("streaming"):
         _, model, picture = topic(entry)
-        rows.append((model, picture, f"{entry['a_fps']:.0f}", f"{entry['b_fps']:.0f}",
-                     spread(entry, "rate_ratio", ratio), duration(entry["a_processor_s"]),
+        rows.append((model, picture, f"{1 / entry['a_s']:.0f}",
+                     f"{1 / entry['b_s']:.0f}", duration(entry["a_processor_s"]),
                      spread(entry, "processor_ratio", ratio),
                      f"{entry['a_copies']:.2f} + {entry['library_copies']:.2f}",
                      f"{entry['b_copies']:.2f}"))
-    return table(("camera", "picture", "frames/s", "libuvc's", "ratio", "processor per frame",
+    return table(("camera", "picture", "frames/s", "libuvc's", "processor per frame",
                   "ratio to libuvc's", "copies: libuvc's + ours", "bare libuvc's"), rows)
 
 

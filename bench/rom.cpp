@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Upgrade, dump and compare of 32 KiB on every camera model, against a replay of the very same
-// transfers by bare libusb. The cameras have a clock of their own, so no time passes but computing.
+// transfers by bare libusb. The cameras have a clock of their own, so no time passes but computing,
+// and no event thread runs beside, with which it is a matter of luck who handles a transfer.
 // With a folder as argument, what was recorded is kept there for bench_rom_client.
 #include <string>
 
@@ -20,15 +21,13 @@ std::string recordings_folder;
 void rom(benchmark::State& state, const sim::CameraModel& model,
          const bench::RomOperation& operation)
 {
-    SimCamera camera(model, SimCamera::Opened::kByLibuvc);
+    SimCamera camera(model, SimCamera::Opened::kByLibusb);
     const std::vector<uint8_t> image = bench::load_image(model, kImageBytes);
     if (model.gpio0_protects_eeprom)
         must(XU_GpioSet(camera.device(), 0, GPIO_LOW) == 0, "XU_GpioSet");
     must(bench::upgrade(camera.device()) == 0, "the first upgrade");
 
-    const auto by_library = [&] {
-        must(operation.run(camera.device()) == 0, nyxus_errmsg);
-    };
+    const auto by_library = [&] { must(operation.run(camera.device()) == 0, nyxus_errmsg); };
     const bench::Recording recording = bench::record(camera, by_library);
     const auto by_libusb = [&] { bench::replay(camera.usb(), recording); };
     must(bench::moves_the_same(camera, by_library, by_libusb), "the replay is another");

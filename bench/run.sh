@@ -41,7 +41,7 @@ in_process() { # TOPIC ARGUMENTS...
 
 # Several runs of one, each with other arguments, become one file.
 merge() { # TOPIC
-    python3 - "$results/$1.json" "$work"/part.*.json <<'END'
+    /usr/bin/python3 - "$results/$1.json" "$work"/part.*.json <<'END'
 import json, sys
 parts = [json.load(open(path)) for path in sys.argv[2:]]
 merged = {"context": parts[0]["context"], "benchmarks": sum((part["benchmarks"] for part in parts), [])}
@@ -90,7 +90,7 @@ streaming() {
     merge streaming
 }
 
-commands() { python3 bench/commands.py "$bin" "$results/commands.json" 2>"$work/said"; }
+commands() { /usr/bin/python3 bench/commands.py "$bin" "$results/commands.json" 2>"$work/said"; }
 kernel() { tests/kernel/run.sh --bench >"$results/kernel.json" 2>"$work/said"; }
 
 packaging/install-packages.sh build run bench
@@ -119,4 +119,4 @@ if [ -n "$quick" ]; then
     cp "$page" "$results/performance.md"
     page=$results/performance.md
 fi
-python3 bench/report.py "$results" "$page"
+/usr/bin/python3 bench/report.py "$results" "$page"

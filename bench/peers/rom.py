@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 # SPDX-License-Identifier: Apache-2.0
 """What one would write without the library: upgrade and dump of a camera like rowan-spi with pyusb.
 
