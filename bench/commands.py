@@ -156,7 +156,7 @@ def inside(bin_folder, image, out):
 
 def each(nyxus, image):
     """An upgrade of every camera on the bus, all at once."""
-    cameras = [entry["camera"] for entry in json.loads(run(nyxus, "list", "--json"))]
+    cameras = [entry["serial"] for entry in json.loads(run(nyxus, "list", "--json"))]
     processes = [subprocess.Popen([nyxus, *UPGRADE, "-c", camera, image], stdout=subprocess.DEVNULL,
                                   stderr=subprocess.DEVNULL) for camera in cameras]
     if any([process.wait() for process in processes]):

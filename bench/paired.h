@@ -72,7 +72,7 @@ Cost cost_of(const Work& work)
 }
 
 /// Throws; a benchmark that does not do its work must not have a result.
-inline void must(bool holds, const std::string& what)
+inline void must(bool holds, const char* what)
 {
     if (!holds)
         throw std::runtime_error(what);

@@ -40,6 +40,28 @@ void query(benchmark::State& state, SimCamera::Opened opened)
         });
 }
 
+/// The part of the library's cost that is libusb's: interface 0 is claimed before every transfer.
+void claim(benchmark::State& state, SimCamera::Opened opened)
+{
+    SimCamera camera(bench::model_named("rowan-spi"), opened);
+    uint8_t record[kRecordBytes] = {};
+    const auto get = [&] {
+        bare(camera.usb(), kGet, UVC_GET_CUR, ZRV_XU_REG, record, sizeof record);
+    };
+    bench::run_pairs(
+        state, kCallsPerRun,
+        [&] {
+            for (int i = 0; i < kCallsPerRun; ++i) {
+                must(libusb_claim_interface(camera.usb(), 0) == 0, "libusb_claim_interface");
+                get();
+            }
+        },
+        [&] {
+            for (int i = 0; i < kCallsPerRun; ++i)
+                get();
+        });
+}
+
 /// Two transfers: the request, and the answer.
 void register_read(benchmark::State& state, SimCamera::Opened opened)
 {
@@ -78,6 +100,8 @@ int main(int argc, char** argv)
     add("transfer/query/libuvc", query, SimCamera::Opened::kByLibuvc);
     add("transfer/register_read/libusb", register_read, SimCamera::Opened::kByLibusb);
     add("transfer/register_read/libuvc", register_read, SimCamera::Opened::kByLibuvc);
+    add("transfer/claim/libusb", claim, SimCamera::Opened::kByLibusb);
+    add("transfer/claim/libuvc", claim, SimCamera::Opened::kByLibuvc);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
 }
