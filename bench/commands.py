@@ -18,6 +18,7 @@ from statistics import median, quantiles
 
 HERE = Path(__file__).resolve().parent
 QUICK = "NYXUS_BENCH_QUICK" in os.environ
+PORTS = 8  # of a simulated bus
 UPGRADE = ["upgrade", "--force", "--no-backup"]
 
 
@@ -121,7 +122,8 @@ class Bench:
                 if not has_all:
                     command = [sys.executable, __file__, "--each", nyxus, image]
                 out = self.work / "seconds"
-                self.simulate([model] * number, "real", sys.executable, __file__, "--time", out,
+                cameras = [f"{model},bus={1 + place // PORTS}" for place in range(number)]
+                self.simulate(cameras, "real", sys.executable, __file__, "--time", out,
                               *command)
                 results.append({"cameras": number, "seconds": float(out.read_text())})
         by_number = {}
