@@ -66,6 +66,18 @@ void add_programming(CLI::App* command, Arguments& arguments)
     add_wait(command, arguments);
 }
 
+/// Several cameras at once.
+void add_gang(CLI::App* command, Arguments& arguments)
+{
+    constexpr unsigned kMostJobs = 256;
+    CLI::Option* all =
+        command->add_flag("--all", arguments.all, "Upgrade every camera that is connected");
+    command->add_option("--jobs", arguments.jobs, "With --all: so many at a time [all]")
+        ->type_name("N")
+        ->check(CLI::Range(1U, kMostJobs).description(""))
+        ->needs(all);
+}
+
 void add_upgrade(CLI::App& app, Arguments& arguments)
 {
     CLI::App* command =
@@ -82,6 +94,8 @@ void add_upgrade(CLI::App& app, Arguments& arguments)
         ->needs(mfi);
     command->add_flag("--force", arguments.force, "Program it even if the ROM equals the image");
     add_programming(command, arguments);
+    add_gang(command, arguments);
+    command->add_flag("--json", arguments.json, "Print progress and results as JSON lines");
 }
 
 void add_recover(CLI::App& app, Arguments& arguments)

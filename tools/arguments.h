@@ -29,6 +29,8 @@ struct Arguments {
     bool force = false;
     bool reset = false;
     bool yes = false;
+    bool all = false;  ///< upgrade every camera
+    unsigned jobs = 0; ///< so many at a time; 0: all
     unsigned wait_s = 5;
 
     /// What a command for a single feature does; empty for the other commands.

@@ -12,6 +12,7 @@ namespace tool {
 ExitCode run_list(Console& console, const Arguments& arguments);
 ExitCode run_info(Console& console, const Arguments& arguments);
 ExitCode run_upgrade(Console& console, const Arguments& arguments);
+ExitCode run_gang(Console& console, const Arguments& arguments); ///< upgrade --all
 ExitCode run_erase(Console& console, const Arguments& arguments);
 ExitCode run_dump(Console& console, const Arguments& arguments);
 ExitCode run_compare(Console& console, const Arguments& arguments);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "commands.h"
 #include "image_file.h"
+#include "rom_reader.h"
 #include "text.h"
 
 namespace tool {

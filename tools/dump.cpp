@@ -2,6 +2,7 @@
 #include "atomic_file.h"
 #include "commands.h"
 #include "failure.h"
+#include "rom_reader.h"
 #include "text.h"
 
 #include <nyxus/image.h>

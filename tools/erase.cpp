@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "failure.h"
 #include "last_words.h"
+#include "rom_reader.h"
 #include "rom_watcher.h"
 
 #include <nyxus/error.h>

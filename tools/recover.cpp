@@ -44,7 +44,8 @@ ExitCode run_recover(Console& console, const Arguments& arguments)
     console.display().say("recovering " + camera.name() + " from '" + file + "'");
     if (!arguments.skip_backup)
         back_up(console, camera, read_replaced(console, camera));
-    install(console, camera, arguments, false);
+    RomContents rom{};
+    install(console, camera, arguments, false, rom);
     console.display().say(format("recovered: %zu bytes", firmware().size()) +
                           (arguments.skip_verify ? ", not read back" : ", read back and equal"));
     if (arguments.reset)
