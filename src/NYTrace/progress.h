@@ -6,9 +6,9 @@
 
 namespace nyxus {
 
-/// The progress marks of one transfer, each as NyPrintProgress() prints it. Handing every mark to the
-/// system alone costs more than all else that the library does for an exchange, so those of a few
-/// milliseconds go together.
+/// The progress marks of one transfer, each as NyPrintProgress() prints it. Handing every mark to
+/// the system alone costs more than all else that the library does for an exchange, so those of a
+/// few milliseconds go together.
 class ProgressMarks {
 public:
     explicit ProgressMarks(uint32_t total);
