@@ -8,9 +8,9 @@
 
 namespace {
 
-constexpr uint32_t kRowUnits = 512;
+constexpr uint32_t kRowUnits = nyxus::ProgressMarks::kRowUnits;
 constexpr size_t kLongestStep = sizeof "# (100%)\n";
-constexpr int64_t kLongestDelay_ms = 20;
+constexpr int64_t kShortestPause_ms = 20;
 
 /// Writes one step, which may be empty, and returns its length.
 size_t print_step(char* text, uint32_t current, uint32_t total)
@@ -47,21 +47,17 @@ void NyPrintProgress(int32_t dwCurrent, uint32_t dwTotal)
 
 namespace nyxus {
 
-ProgressMarks::ProgressMarks(uint32_t total) : total_(total), written_ms_(now_ms()) {}
-
-void ProgressMarks::mark(uint32_t current)
+void ProgressMarks::add_step(uint32_t current)
 {
     length_ += print_step(text_ + length_, current, total_);
     const bool full = sizeof text_ - length_ < kLongestStep;
     // Trace lines stand between the marks where they belong.
-    if (full || ny_trace_param != 0 || now_ms() - written_ms_ >= kLongestDelay_ms)
+    if (full || ny_trace_param != 0 || now_ms() - written_ms_ >= kShortestPause_ms)
         write();
 }
 
 void ProgressMarks::write()
 {
-    if (length_ == 0)
-        return;
     std::fwrite(text_, 1, length_, stderr);
     length_ = 0;
     written_ms_ = now_ms();
