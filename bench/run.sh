@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # Measures what docs/performance.md tells, prints it, and writes the figures into that page. Installs
-# and builds what is missing first. Leave the machine alone meanwhile: half an hour.
+# and builds what is missing first. Leave the machine alone meanwhile: a quarter of an hour.
 #
 #   bench/run.sh                  all of it
 #   bench/run.sh --quick          a try-out of a few minutes, whose figures stay in build/bench/results
@@ -12,7 +12,9 @@ cd "$(dirname "$0")/.."
 
 bin=$PWD/build/bench/bin
 results=$PWD/build/bench/results
-work=$(mktemp -d)
+# Files in memory: a disk would be measured, too.
+work=$(mktemp -d -p /dev/shm 2>/dev/null || mktemp -d)
+export TMPDIR=$work
 trap 'rm -rf "$work"' EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
