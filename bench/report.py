@@ -76,10 +76,47 @@ def topic(entry):
 def machine(results):
     context = results.load("null_bus")["context"]
     model = re.search(r"model name\s*: (.*)", Path("/proc/cpuinfo").read_text())
-    quick = " This was a try-out (`--quick`): few pairs." if (results.folder / "quick").exists() else ""
+    tried = sorted(path.stem for path in results.folder.glob("*.quick"))
+    quick = f" Only tried out with few pairs (`--quick`): {', '.join(tried)}." if tried else ""
     return (f"Measured on {datetime.date.today()}, preset `bench` (Release), on {context['num_cpus']} cores "
             f"of {model.group(1) if model else 'an unknown processor'}; load average "
             f"{context['load_avg'][0]:.1f} at the start.{quick}")
+
+
+def bounds(values, text):
+    values = list(values)
+    return f"{text(min(values))} to {text(max(values))}"
+
+
+def summary(results):
+    """A line for each topic that has a goal; one that was not measured has none."""
+    lines = []
+
+    def line(what, measured, goal, good):
+        good = list(good)
+        lines.append((what, measured, goal, verdict(True) if all(good) else
+                      f"{verdict(False)} by {good.count(False)} of {len(good)}"))
+
+    def ratios(what, name, counter, goal, chosen=lambda entry: True):
+        values = [entry[counter] for entry in results.benchmarks(name) if chosen(entry)]
+        line(what, bounds(values, ratio), f"at most {goal:.3f}", [value <= goal for value in values])
+
+    def null():
+        entries = results.benchmarks("null_bus")
+        line("library alone, per transfer", bounds((e["per_transfer_s"] for e in entries), duration),
+             "under 150 ns", [e["per_transfer_s"] < 150e-9 for e in entries])
+        line("allocations per transfer", f"{max(e['allocations'] for e in entries):g}", "0",
+             [e["allocations"] == 0 for e in entries])
+
+    for add in (lambda: ratios("calls / bare libusb", "transfer", "processor_ratio", 1.01,
+                               lambda entry: "claim" not in entry["name"]), null,
+                lambda: ratios("upgrade, dump, compare / replay", "rom", "processor_ratio", 1.02),
+                lambda: ratios("the same on cameras that take their time", "real", "ratio", 1.02)):
+        try:
+            add()
+        except LookupError:
+            pass
+    return table(("", "medians", "goal", ""), lines)
 
 
 def transfer(results):
@@ -193,7 +230,7 @@ def growth(results):
     return table(("operation", "bytes", "transfers", "per transfer"), rows)
 
 
-TOPICS = (machine, transfer, null_bus, rom, real, peers, kernel, round_trips, streaming, gang, growth)
+TOPICS = (machine, summary, transfer, null_bus, rom, real, peers, kernel, round_trips, streaming, gang, growth)
 
 
 def main():

@@ -12,10 +12,10 @@ cd "$(dirname "$0")/.."
 
 bin=$PWD/build/bench/bin
 results=$PWD/build/bench/results
-# Files in memory: a disk would be measured, too.
-work=$(mktemp -d -p /dev/shm 2>/dev/null || mktemp -d)
-export TMPDIR=$work
-trap 'rm -rf "$work"' EXIT
+work=$(mktemp -d)
+# Where dumps and marks are written: in memory, as a disk would be measured, too.
+memory=$(mktemp -d -p /dev/shm 2>/dev/null || mktemp -d)
+trap 'rm -rf "$work" "$memory"' EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
@@ -38,7 +38,10 @@ quietly() {
 in_process() { # TOPIC ARGUMENTS...
     local topic=$1
     shift
-    (cd "$work" && "$bin/bench_$topic" "--benchmark_out=$results/$topic.json" "$@" >/dev/null 2>"$work/said")
+    (cd "$memory" && "$bin/bench_$topic" "--benchmark_out=$results/$topic.json" "$@" >/dev/null 2>said) || {
+        cp "$memory/said" "$work/"
+        return 1
+    }
 }
 
 # Several runs of one, each with other arguments, become one file.
@@ -55,7 +58,7 @@ END
 part() { # NAME SPEED CAMERA PROGRAM ARGUMENTS...
     local name=$1 speed=$2 camera=$3 program=$4
     shift 4
-    (cd "$work" && "$bin/nyxus-sim" run --speed "$speed" --camera "$camera" -- "$bin/$program" \
+    (cd "$memory" && "$bin/nyxus-sim" run --speed "$speed" --camera "$camera" -- "$bin/$program" \
         "--benchmark_out=$work/part.$name.json" "$@" >/dev/null 2>"$work/said")
 }
 
@@ -100,11 +103,10 @@ packaging/install-packages.sh build run bench
 echo "Building preset 'bench'."
 quietly cmake --build --preset bench
 mkdir -p "$results"
-rm -f "$results/quick"
-[ -z "$quick" ] || touch "$results/quick"
 for topic in "$@"; do
     printf '%4d s  %s\n' "$SECONDS" "$topic"
-    rm -f "$results/$topic.failed" "$results/$topic.json"
+    rm -f "$results/$topic".{failed,json,quick}
+    [ -z "$quick" ] || touch "$results/$topic.quick"
     set +e # in a condition, 'set -e' would not hold inside the function either
     (set -e; "$topic")
     code=$?
