@@ -198,6 +198,27 @@ TEST(Transfer, ASingleCallOf64KiBEnds)
     EXPECT_EQ(data, camera.rom(0, 0x10000));
 }
 
+TEST(Transfer, MarksStandWhereTheyBelong)
+{
+    Camera camera{models::kRowan};
+    NyDevice* device = camera.device();
+    std::vector<uint8_t> data(0x410);
+    const auto printed_by_read = [&] {
+        const size_t before = camera.printed().size();
+        (void)XuExtRomRead(device, 0, 0x410, data.data());
+        return camera.printed().substr(before);
+    };
+    const std::string row(15, '#');
+    EXPECT_EQ(printed_by_read(), row + " (49%)\n" + row + " (98%)\n# (100%)\n");
+
+    camera.fail(UVC_GET_CUR, 0x03, sim::Fault::io_error(), 2);
+    EXPECT_EQ(printed_by_read(), "##") << "none is lost";
+    camera.fail(UVC_GET_CUR, 0x03, sim::Fault::io_error(), 2);
+    ny_trace_param = NY_TRACE_ERROR;
+    EXPECT_EQ(printed_by_read().substr(0, 3), "##[") << "the failure's line comes after them";
+    ny_trace_param = 0;
+}
+
 TEST(Transfer, AFailureStopsItAndNamesTheCall)
 {
     Camera camera{models::kRowan};

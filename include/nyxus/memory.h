@@ -5,7 +5,7 @@
  *
  * A transfer is a run of exchanges of 8 or 32 bytes; one that fails half-way leaves what it has
  * done. Each exchange prints a progress mark (nyxus/trace.h) when the transfer is longer than 511
- * bytes.
+ * bytes; while nothing is traced, marks that come within 20 ms are written together.
  *
  * All functions: buffers hold the requested length and are borrowed for the call; one thread at a
  * time per device; 0 on success, -1026 for a NULL device, -1036 for a NULL buffer (unless the

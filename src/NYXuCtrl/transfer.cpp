@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "NYTrace/failure.h"
+#include "NYTrace/progress.h"
 #include "nyxus/config.h"
 #include "pause.h"
 #include "unit.h"
@@ -27,6 +28,7 @@ int32_t XuCtrlSeqContext(NyDevice* pDevObj, uint8_t bSelector, uint8_t bFlag, ui
     const bool write = (bFlag & XU_FLAG_WRITE) != 0;
     const uint32_t chunk_limit = wide ? kWideChunk : kNarrowChunk;
 
+    nyxus::ProgressMarks progress(dwLen);
     NyWrapper oWrapper = {};
     for (uint32_t offset = 0; offset < dwLen;) {
         const uint32_t chunk = std::min(dwLen - offset, chunk_limit);
@@ -50,7 +52,7 @@ int32_t XuCtrlSeqContext(NyDevice* pDevObj, uint8_t bSelector, uint8_t bFlag, ui
             std::memcpy(pBuf + offset, oWrapper.data, chunk);
         }
         offset += chunk;
-        NyPrintProgress(static_cast<int32_t>(offset), dwLen);
+        progress.mark(offset);
     }
     return 0;
 }

@@ -40,9 +40,12 @@ int32_t xu_exchange(NyDevice* pDevObj, int32_t selector, uint8_t request, void* 
     NY_REQUIRE_DEVICE(pDevObj);
     const uvc_xu_ctrl* row =
         find_control(pDevObj->xu_table, pDevObj->xu_table_count, static_cast<uint8_t>(selector));
-    if (row != nullptr && row->length > size)
+    if (row == nullptr) // which says so
+        return UvcXuCtrlQueryNYXU(pDevObj, selector, request, static_cast<uint8_t*>(record));
+    if (row->length > size)
         return exchange_longer_control(pDevObj, *row, request, record, size);
-    return UvcXuCtrlQueryNYXU(pDevObj, selector, request, static_cast<uint8_t*>(record));
+    return UvcXuCtrlQuery(pDevObj, NY_UNIT_VENDOR, row->selector, request, row->length,
+                          static_cast<uint8_t*>(record));
 }
 
 } // namespace nyxus

@@ -7,6 +7,8 @@
 #
 #   tests/kernel/run.sh           all checks
 #   tests/kernel/run.sh --keep    a shell in the machine instead
+#   tests/kernel/run.sh --bench   the kernel's own way to the controls, measured beside the library's
+#                                 (JSON on standard output; bench/run.sh calls it)
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 cd "$here/../.."
@@ -16,7 +18,18 @@ bin=$PWD/build/$preset/bin
 cache=$PWD/build/kernel
 limit_s=540
 mode=${1:-checks}
-case $mode in checks | --keep) ;; *) echo "usage: $0 [--keep]" >&2; exit 2 ;; esac
+programs=(nyxus-sim nyxus check_frames)
+targets=(nyxus-sim nyxus_tool check_frames)
+case $mode in
+    checks | --keep) ;;
+    --bench)
+        preset=bench
+        bin=$PWD/build/$preset/bin
+        programs=(nyxus-sim bench_kernel_query)
+        targets=("${programs[@]}")
+        ;;
+    *) echo "usage: $0 [--keep | --bench]" >&2; exit 2 ;;
+esac
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -42,7 +55,7 @@ fetch_kernel() {
     mkdir -p "$cache"
     package=$(apt-cache depends linux-image-amd64 | sed -n 's/^ *Depends: \(linux-image-[0-9].*\)/\1/p' | head -n 1)
     [ -n "$package" ] || { echo "apt knows no linux-image-amd64; run 'apt-get update'." >&2; exit 1; }
-    echo "Downloading $package; this happens only once."
+    echo "Downloading $package; this happens only once." >&2
     (cd "$work" && quietly apt-get -q -o APT::Sandbox::User=root download "$package")
     for module in "${modules[@]}"; do patterns+=("*/$module.ko"); done
     rm -rf "$cache/unpacked"
@@ -76,7 +89,7 @@ make_initramfs() {
     ln -s /run "$root/var/run"
     cp /bin/busybox "$root/bin/"
     cp -L /lib64/ld-linux-x86-64.so.2 "$root/lib64/"
-    for program in "$bin"/{nyxus,nyxus-sim,check_frames} /usr/bin/{lsusb,v4l2-ctl} /usr/sbin/usbip; do
+    for program in "${programs[@]/#/$bin/}" /usr/bin/{lsusb,v4l2-ctl} /usr/sbin/usbip; do
         add_program "$program"
     done
     for module in "${modules[@]}"; do
@@ -85,7 +98,7 @@ make_initramfs() {
     done
     "$bin/nyxus-sim" image --model rowan-spi --version 0x0205 "$root/image.bin"
     "$bin/nyxus-sim" image --model rowan-spi --version 0x0206 --seed 2 "$root/other.bin"
-    cp "$here/init" "$here/checks.sh" "$root/"
+    cp "$here/init" "$here/checks.sh" "$here/bench.sh" "$root/"
     chmod +x "$root/init"
     (cd "$root" && find . | cpio --quiet -o -H newc) >"$work/initramfs"
 }
@@ -101,14 +114,15 @@ boot() {
         "${machine[@]}" -serial mon:stdio -append "console=ttyS0 $arguments shell" || true
         return 0
     fi
+    [ "$mode" != --bench ] || arguments+=" bench${NYXUS_BENCH_QUICK:+ quick}"
     timeout -k 5 "$limit_s" "${machine[@]}" -monitor none -serial "file:$work/console" -serial stdio \
         -append "console=ttyS0 $arguments" </dev/null | tr -d '\r'
     return "${PIPESTATUS[0]}"
 }
 
-packaging/install-packages.sh build run kernel
+packaging/install-packages.sh build run kernel >&2
 [ -f "build/$preset/build.ninja" ] || quietly cmake --preset "$preset"
-quietly cmake --build --preset "$preset" --target nyxus_tool nyxus-sim check_frames
+quietly cmake --build --preset "$preset" --target "${targets[@]}"
 fetch_kernel
 make_initramfs
 code=0

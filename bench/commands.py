@@ -1,0 +1,184 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
+"""Whole commands on simulated cameras: transfers, pyusb beside the tool, and many cameras at once.
+
+    commands.py BIN RESULTS        BIN: folder of the programs; RESULTS: JSON file to write
+
+NYXUS_BENCH_QUICK makes it a try-out. It starts itself once more inside a simulation (--inside).
+"""
+import json
+import os
+import re
+import subprocess
+import sys
+import tempfile
+import time
+from pathlib import Path
+from statistics import median, quantiles
+
+HERE = Path(__file__).resolve().parent
+QUICK = "NYXUS_BENCH_QUICK" in os.environ
+PORTS = 8  # of a simulated bus
+UPGRADE = ["upgrade", "--force", "--no-backup"]
+
+
+def run(*command, **options):
+    done = subprocess.run([str(word) for word in command], stdin=subprocess.DEVNULL,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, **options)
+    if done.returncode != 0:
+        sys.exit(f"{' '.join(map(str, command))}: exit code {done.returncode}\n{done.stdout}")
+    return done.stdout
+
+
+def seconds(work):
+    start = time.monotonic()
+    work()
+    return time.monotonic() - start
+
+
+def spread(values):
+    q1, _, q3 = quantiles(values, method="inclusive") if len(values) > 1 else values * 3
+    return {"median": median(values), "q1": q1, "q3": q3}
+
+
+def pairs(a, b, count):
+    """Medians of a, b and their ratio; each pair in the other order than the one before."""
+    times = {a: [], b: []}
+    for number in range(count):
+        for work in (a, b) if number % 2 == 0 else (b, a):
+            times[work].append(seconds(work))
+    return {"pairs": count, "a_s": spread(times[a]), "b_s": spread(times[b]),
+            "ratio": spread([x / y for x, y in zip(times[a], times[b])])}
+
+
+class Bench:
+    def __init__(self, bin_folder, work_folder):
+        self.bin = Path(bin_folder).resolve()
+        self.work = Path(work_folder)
+        self.image_number = 0
+
+    def program(self, name):
+        return self.bin / name
+
+    def simulate(self, cameras, speed, *command, options=()):
+        chosen = [word for camera in cameras for word in ("--camera", camera)]
+        return run(self.program("nyxus-sim"), "run", "--speed", speed, *chosen, *options, "--",
+                   *command, cwd=self.work)
+
+    def image(self, model, size=32768):
+        path = self.work / f"{model}-{size}.bin"
+        if not path.exists():
+            run(self.program("nyxus-sim"), "image", "--model", model, "--version", "0x0205", "--size",
+                size, path)
+        return path
+
+    # --- how many transfers a command takes, and how long on the camera's clock
+
+    def count(self, camera, *command):
+        log = self.work / "log"
+        self.simulate([camera], "fast", *command, options=(f"--log={log}", "--log-all"))
+        lines = [line for line in log.read_text().splitlines() if re.search(r"_(CUR|LEN) unit ", line)]
+        times = [float(line.split()[0]) for line in lines]
+        return {"transfers": len(times), "camera_s": times[-1] - times[0]}
+
+    def round_trips(self):
+        results = []
+        for model in ("rowan-spi", "fi2-spi", "larch-spi"):
+            rom = self.work / f"{model}.rom"
+            camera = f"{model},rom={rom}"
+            image = self.image(model)
+            nyxus = self.program("nyxus")
+            read = [self.program("bench_client_read"), 32768]
+            upgrade = self.count(camera, nyxus, "upgrade", "--no-backup", image)
+            for name, command in (("upgrade again", (nyxus, "upgrade", "--no-backup", image)),
+                                  ("compare", (nyxus, "compare", image)),
+                                  ("dump", (nyxus, "dump", self.work / "dump.bin"))):
+                results.append({"model": model, "command": name, **self.count(camera, *command)})
+                (self.work / "dump.bin").unlink(missing_ok=True)
+            results.append({"model": model, "command": "upgrade", **upgrade})
+            results.append({"model": model, "command": "XuExtRomRead", **self.count(camera, *read)})
+        return results
+
+    # --- pyusb beside the tool
+
+    def peers(self):
+        model = "rowan-spi"
+        out = self.work / "peers.json"
+        self.simulate([model], "real", sys.executable, __file__, "--inside", self.bin,
+                      self.image(model), out)
+        return json.loads(out.read_text())
+
+    # --- several cameras
+
+    def gang(self):
+        model = "rowan-spi"
+        image = self.image(model)
+        nyxus = self.program("nyxus")
+        has_all = "--all" in run(nyxus, "upgrade", "--help")
+        results = []
+        for repetition in range(1 if QUICK else 3):
+            for number in (1, 2, 4, 8, 16):
+                command = [nyxus, *UPGRADE, "--all", "--jobs", number, image]
+                if not has_all:
+                    command = [sys.executable, __file__, "--each", nyxus, image]
+                out = self.work / "seconds"
+                cameras = [f"{model},bus={1 + place // PORTS}" for place in range(number)]
+                self.simulate(cameras, "real", sys.executable, __file__, "--time", out,
+                              *command)
+                results.append({"cameras": number, "seconds": float(out.read_text())})
+        by_number = {}
+        for result in results:
+            by_number.setdefault(result["cameras"], []).append(result["seconds"])
+        return {"way": "nyxus upgrade --all" if has_all else "a process per camera, by a shell loop",
+                "times": {str(number): spread(times) for number, times in by_number.items()}}
+
+
+def inside(bin_folder, image, out):
+    """In the simulation: whole commands in turns on its camera."""
+    nyxus = Path(bin_folder) / "nyxus"
+    peer = HERE / "peers" / "rom.py"
+    work = Path(out).parent
+
+    def dump_by(*command):
+        path = work / "peer.bin"
+        path.unlink(missing_ok=True)
+        run(*command, path)
+
+    count = 2 if QUICK else 9
+    results = {
+        "upgrade": pairs(lambda: run(nyxus, *UPGRADE, image),
+                         lambda: run(sys.executable, peer, "upgrade", image), count),
+        "dump": pairs(lambda: dump_by(nyxus, "dump"), lambda: dump_by(sys.executable, peer, "dump"),
+                      count),
+    }
+    if (work / "peer.bin").read_bytes() != Path(image).read_bytes():
+        sys.exit("what was dumped is not the image")
+    Path(out).write_text(json.dumps(results))
+
+
+def each(nyxus, image):
+    """An upgrade of every camera on the bus, all at once."""
+    cameras = [entry["serial"] for entry in json.loads(run(nyxus, "list", "--json"))]
+    processes = [subprocess.Popen([nyxus, *UPGRADE, "-c", camera, image], stdout=subprocess.DEVNULL,
+                                  stderr=subprocess.DEVNULL) for camera in cameras]
+    if any([process.wait() for process in processes]):
+        sys.exit("an upgrade failed")
+
+
+def main():
+    if sys.argv[1] == "--inside":
+        return inside(*sys.argv[2:])
+    if sys.argv[1] == "--each":
+        return each(*sys.argv[2:])
+    if sys.argv[1] == "--time":
+        Path(sys.argv[2]).write_text(str(seconds(lambda: run(*sys.argv[3:]))))
+        return None
+    with tempfile.TemporaryDirectory() as work:
+        bench = Bench(sys.argv[1], work)
+        results = {name: getattr(bench, name)() for name in ("round_trips", "peers", "gang")}
+    Path(sys.argv[2]).write_text(json.dumps(results, indent=1))
+    return None
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,254 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
+"""Prints what has been measured as tables, and puts them into a document.
+
+    report.py RESULTS DOCUMENT
+
+RESULTS is the folder that run.sh fills. In DOCUMENT, all between '<!-- NAME -->' and '<!-- end -->' is
+replaced by the tables of that name. A measurement that failed has a file NAME.failed instead of
+NAME.json, whose text is told in the table's place.
+"""
+import datetime
+import json
+import re
+import sys
+from pathlib import Path
+
+
+def scaled(value, units):
+    for factor, unit in units:
+        if value >= factor:
+            return f"{value / factor:.3g} {unit}"
+    factor, unit = units[-1]
+    return f"{value / factor:.3g} {unit}"
+
+
+def duration(value):
+    return scaled(value, ((1, "s"), (1e-3, "ms"), (1e-6, "µs"), (1e-9, "ns")))
+
+
+def size(value):
+    return scaled(value, ((1 << 20, "MiB"), (1 << 10, "KiB")))
+
+
+def spread(entry, name, text):
+    """Median and quartiles of a benchmark's counter, or of a command's result."""
+    values = entry[name] if isinstance(entry.get(name), dict) else {
+        "median": entry[name], "q1": entry[name + "_q1"], "q3": entry[name + "_q3"]}
+    return f"{text(values['median'])} ({text(values['q1'])} to {text(values['q3'])})"
+
+
+def ratio(value):
+    return f"{value:.3f}"
+
+
+def verdict(met):
+    return "met" if met else "**missed**"
+
+
+def table(heads, rows):
+    lines = [heads, ["---"] * len(heads), *rows]
+    return "\n".join("| " + " | ".join(map(str, line)) + " |" for line in lines)
+
+
+class Results:
+    def __init__(self, folder):
+        self.folder = Path(folder)
+
+    def load(self, name):
+        failed = self.folder / f"{name}.failed"
+        if failed.exists():
+            raise LookupError(failed.read_text().strip())
+        path = self.folder / f"{name}.json"
+        if not path.exists():
+            raise LookupError("not measured in this run")
+        return json.loads(path.read_text())
+
+    def benchmarks(self, name):
+        return self.load(name)["benchmarks"]
+
+
+def topic(entry):
+    """The parts of a benchmark's name, without how often it ran."""
+    return [part for part in entry["name"].split("/") if ":" not in part and part != "manual_time"]
+
+
+def machine(results):
+    context = results.load("null_bus")["context"]
+    model = re.search(r"model name\s*: (.*)", Path("/proc/cpuinfo").read_text())
+    tried = sorted(path.stem for path in results.folder.glob("*.quick"))
+    quick = f" Only tried out with few pairs (`--quick`): {', '.join(tried)}." if tried else ""
+    return (f"Measured on {datetime.date.today()}, preset `bench` (Release), on {context['num_cpus']} cores "
+            f"of {model.group(1) if model else 'an unknown processor'}; load average "
+            f"{context['load_avg'][0]:.1f} at the start.{quick}")
+
+
+def bounds(values, text):
+    values = list(values)
+    return f"{text(min(values))} to {text(max(values))}"
+
+
+def summary(results):
+    """A line for each topic that has a goal; one that was not measured has none."""
+    lines = []
+
+    def line(what, measured, goal, good):
+        good = list(good)
+        lines.append((what, measured, goal, verdict(True) if all(good) else
+                      f"{verdict(False)} by {good.count(False)} of {len(good)}"))
+
+    def ratios(what, name, counter, goal, chosen=lambda entry: True):
+        values = [entry[counter] for entry in results.benchmarks(name) if chosen(entry)]
+        line(what, bounds(values, ratio), f"at most {goal:.3f}", [value <= goal for value in values])
+
+    def null():
+        entries = results.benchmarks("null_bus")
+        line("library alone, per transfer", bounds((e["per_transfer_s"] for e in entries), duration),
+             "under 150 ns", [e["per_transfer_s"] < 150e-9 for e in entries])
+        line("allocations per transfer", f"{max(e['allocations'] for e in entries):g}", "0",
+             [e["allocations"] == 0 for e in entries])
+
+    for add in (lambda: ratios("calls / bare libusb", "transfer", "processor_ratio", 1.01,
+                               lambda entry: "claim" not in entry["name"]), null,
+                lambda: ratios("upgrade, dump, compare / replay", "rom", "processor_ratio", 1.02),
+                lambda: ratios("the same on cameras that take their time", "real", "ratio", 1.02)):
+        try:
+            add()
+        except LookupError:
+            pass
+    return table(("", "medians", "goal", ""), lines)
+
+
+def transfer(results):
+    calls = {"query": "`UvcXuCtrlQueryNYXU`", "register_read": "`XuRegRead`, 8 bytes",
+             "claim": "bare libusb with a claim before it"}
+    beside = {"libusb": "none", "libuvc": "libuvc's"}
+    rows = []
+    for entry in results.benchmarks("transfer"):
+        _, call, opened = topic(entry)
+        rows.append((calls[call], beside[opened], duration(entry["a_processor_s"]),
+                     duration(entry["b_processor_s"]), spread(entry, "processor_ratio", ratio),
+                     spread(entry, "ratio", ratio),
+                     "" if call == "claim" else verdict(entry["processor_ratio"] <= 1.01)))
+    return table(("call", "event thread", "library", "bare libusb", "ratio", "of elapsed time",
+                  "goal 1.010"), rows)
+
+
+def null_bus(results):
+    calls = {"query": "`UvcXuCtrlQueryNYXU`", "register_read": "`XuRegRead`, 8 bytes",
+             "rom_write": "`XuExtRomWrite`, 256 bytes",
+             "rom_read": "`XuExtRomRead`, 4 KiB, which prints progress"}
+    rows = [(calls[topic(entry)[1]], spread(entry, "per_transfer_s", duration),
+             f"{entry['allocations']:g}",
+             verdict(entry["per_transfer_s"] < 150e-9 and entry["allocations"] == 0))
+            for entry in results.benchmarks("null_bus")]
+    return table(("call", "per transfer", "allocations per transfer", "goal 150 ns, 0"), rows)
+
+
+def rom(results):
+    rows = []
+    for entry in results.benchmarks("rom"):
+        _, operation, model = topic(entry)
+        rows.append((model, operation, f"{entry['transfers']:.0f}", duration(entry["a_processor_s"]),
+                     duration(entry["b_processor_s"]), spread(entry, "processor_ratio", ratio),
+                     spread(entry, "ratio", ratio), verdict(entry["processor_ratio"] <= 1.02)))
+    rows.sort(key=lambda row: row[0])
+    return table(("camera", "32 KiB", "transfers", "library", "bare libusb", "ratio",
+                  "of elapsed time", "goal 1.020"), rows)
+
+
+def real(results):
+    rows = []
+    for entry in results.benchmarks("real"):
+        _, operation, model = topic(entry)
+        rows.append((model, operation, duration(entry["required_s"]), duration(entry["a_s"]),
+                     f"{entry['a_s'] / entry['required_s']:.3f}",
+                     f"{entry['b_s'] / entry['required_s']:.3f}", spread(entry, "ratio", ratio),
+                     verdict(entry["ratio"] <= 1.02)))
+    return table(("camera", "32 KiB", "required", "library", "library / required",
+                  "bare libusb / required", "library / bare libusb", "goal 1.020"), rows)
+
+
+def peers(results):
+    rows = [(f"`nyxus {name}`", duration(entry["a_s"]["median"]), duration(entry["b_s"]["median"]),
+             spread(entry, "ratio", ratio)) for name, entry in results.load("commands")["peers"].items()]
+    return table(("command", "nyxus", "pyusb script", "ratio"), rows)
+
+
+def kernel(results):
+    rows = [(spread(entry, "library_s", duration), spread(entry, "libusb_s", duration),
+             spread(entry, "kernel_s", duration), spread(entry, "to_libusb", ratio),
+             spread(entry, "to_kernel", ratio)) for entry in results.benchmarks("kernel")]
+    return table(("library", "bare libusb", "`UVCIOC_CTRL_QUERY`", "library / libusb",
+                  "library / kernel"), rows)
+
+
+def round_trips(results):
+    entries = results.load("commands")["round_trips"]
+    reads = {entry["model"]: entry for entry in entries if entry["command"] == "XuExtRomRead"}
+    rows = []
+    for entry in entries:
+        read = reads[entry["model"]]
+        name = "`XuExtRomRead`" if entry is read else f"`nyxus {entry['command']}`"
+        rows.append((entry["model"], name, entry["transfers"], duration(entry["camera_s"]),
+                     f"{entry['transfers'] / read['transfers']:.2f}"))
+    rows.sort(key=lambda row: row[0])
+    return table(("camera", "32 KiB", "transfers", "camera's time", "transfers / `XuExtRomRead`"), rows)
+
+
+def streaming(results):
+    rows = []
+    for entry in results.benchmarks("streaming"):
+        _, model, picture = topic(entry)
+        rows.append((model, picture, f"{1 / entry['a_s']:.0f}",
+                     f"{1 / entry['b_s']:.0f}", duration(entry["a_processor_s"]),
+                     spread(entry, "processor_ratio", ratio),
+                     f"{entry['a_copies']:.2f} + {entry['library_copies']:.2f}",
+                     f"{entry['b_copies']:.2f}"))
+    return table(("camera", "picture", "frames/s", "libuvc's", "processor per frame",
+                  "ratio to libuvc's", "copies: libuvc's + ours", "bare libuvc's"), rows)
+
+
+def gang(results):
+    measured = results.load("commands")["gang"]
+    one = measured["times"]["1"]["median"]
+    rows = [(number, spread(measured["times"], number, duration),
+             f"{measured['times'][number]['median'] / one:.2f}",
+             f"{int(number) * 60 / measured['times'][number]['median']:.0f}")
+            for number in measured["times"]]
+    return (table(("cameras", "time", "ratio to one", "cameras per minute"), rows) +
+            f"\n\nMeasured with {measured['way']}.")
+
+
+def growth(results):
+    names = {"upgrade": "upgrade", "read": "`XuExtRomRead`", "read512": "`XuExtRomRead512DW`"}
+    rows = []
+    for entry in results.benchmarks("growth"):
+        _, what, length = topic(entry)
+        rows.append((names[what], size(int(length)), f"{entry['transfers']:.0f}",
+                     spread(entry, "per_transfer_s", duration)))
+    return table(("operation", "bytes", "transfers", "per transfer"), rows)
+
+
+TOPICS = (machine, summary, transfer, null_bus, rom, real, peers, kernel, round_trips, streaming, gang, growth)
+
+
+def main():
+    results, document = Results(sys.argv[1]), Path(sys.argv[2])
+    text = document.read_text()
+    for make in TOPICS:
+        name = make.__name__
+        try:
+            content = make(results)
+        except LookupError as reason:
+            content = f"Not measured: {reason}"
+        print(f"\n== {name}\n{content}")
+        text, found = re.subn(rf"(<!-- {name} -->\n).*?(<!-- end -->)",
+                              lambda match: match[1] + content + "\n" + match[2], text, flags=re.S)
+        if found != 1:
+            sys.exit(f"{document} has {found} places for '{name}' instead of one")
+    document.write_text(text)
+
+
+if __name__ == "__main__":
+    main()
