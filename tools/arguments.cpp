@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "arguments.h"
 
+#include "camera_list.h"
+#include "completion.h"
 #include "exit_codes.h"
 #include "feature.h"
 
@@ -141,6 +143,17 @@ std::string version_line()
     return std::string("nyxus ") + std::string(version).substr(0, std::string(version).find('\n'));
 }
 
+/// For the completion of command lines: how the connected cameras can be named.
+std::vector<std::string> names_of_cameras(const CLI::Option& option)
+{
+    std::vector<std::string> names;
+    if (!option.check_name("--camera"))
+        return names;
+    for (const CameraEntry& entry : UsbSession().cameras())
+        names.push_back(entry.serial.empty() ? entry.port_path : entry.serial);
+    return names;
+}
+
 std::string usage_error(const CLI::App* app, const CLI::Error& error)
 {
     std::string help = "nyxus";
@@ -179,6 +192,10 @@ ParsedArguments parse_arguments(int argc, char** argv)
     add_rom_commands(app, arguments);
     add_feature_commands(app, arguments);
 
+    if (completion::answer(app, argc, argv, names_of_cameras)) {
+        parsed.finished = true;
+        return parsed;
+    }
     try {
         app.parse(argc, argv);
         if (app.get_subcommands().empty())

@@ -158,6 +158,7 @@ void add_feature_commands(CLI::App& app, Arguments& arguments)
     add_fingerprint_command(app, arguments);
     add_snapshot_command(app, arguments);
     add_stream_command(app, arguments);
+    add_explain_command(app, arguments);
 }
 
 } // namespace tool

@@ -79,6 +79,7 @@ void add_h264_command(CLI::App& app, Arguments& arguments);
 void add_fingerprint_command(CLI::App& app, Arguments& arguments);
 void add_snapshot_command(CLI::App& app, Arguments& arguments);
 void add_stream_command(CLI::App& app, Arguments& arguments);
+void add_explain_command(CLI::App& app, Arguments& arguments);
 void add_feature_commands(CLI::App& app, Arguments& arguments);
 
 } // namespace tool
