@@ -149,7 +149,7 @@ std::vector<std::string> names_of_cameras(const CLI::Option& option)
     std::vector<std::string> names;
     if (!option.check_name("--camera"))
         return names;
-    for (const CameraEntry& entry : UsbSession().cameras())
+    for (const CameraEntry& entry : list_cameras())
         names.push_back(entry.serial.empty() ? entry.port_path : entry.serial);
     return names;
 }

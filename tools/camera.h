@@ -4,7 +4,7 @@
 #include "camera_list.h"
 #include "console.h"
 
-#include <nyxus/device.h>
+#include <nyxus/cpp/camera.hpp>
 #include <optional>
 #include <span>
 #include <vector>
@@ -14,12 +14,7 @@ namespace tool {
 /// Sets the library's process-wide settings. Call once, before the first camera is opened.
 void prepare_library(int verbosity);
 
-/// What the probe has learnt about the external ROM.
-enum class RomState {
-    kFirmware, ///< it holds firmware for this chip
-    kBlank,    ///< it holds none; the flash has told what it is
-    kUnknown,  ///< it holds none, and no flash answers: an EEPROM, or nothing
-};
+using nyxus::RomState;
 
 /// A probed camera. It is closed when the object dies.
 class Camera {
@@ -27,38 +22,30 @@ public:
     /// Opens and probes; a camera whose ROM holds no firmware is probed with a guess at its flash.
     static Camera open(const CameraEntry& entry);
 
-    Camera(Camera&&) noexcept = default;
-    Camera& operator=(Camera&&) noexcept = default;
+    NyDevice& device() { return *camera_.device(); }
+    const NyDevice& device() const { return *camera_.device(); }
+    const CameraEntry& entry() const { return camera_.info(); }
 
-    NyDevice& device() { return *device_; }
-    const NyDevice& device() const { return *device_; }
-    const CameraEntry& entry() const { return entry_; }
-
-    bool is_spi() const { return device_->xSpiMode != 0; }
-    bool runs_external_firmware() const { return device_->oFwStatus.xExtFwExist != 0; }
-    RomState rom_state() const { return rom_state_; }
+    bool is_spi() const { return camera_.has_spi_flash(); }
+    bool runs_external_firmware() const { return camera_.runs_external_firmware(); }
+    RomState rom_state() const { return camera_.rom_state(); }
     /// Takes an unknown ROM for an EEPROM of this size.
     void assume_eeprom(uint32_t size_bytes);
     /// Closes it before the object dies; nothing but destruction and assignment may follow.
-    void give_up() { device_.reset(); }
+    void give_up() { camera_.close(); }
     std::string chip() const;
-    std::string family() const;
+    std::string family() const { return camera_.family(); }
     /// "serial ABC, NY6410" for messages.
     std::string name() const;
     /// Bytes that one exchange with the external ROM moves.
-    unsigned exchange_bytes() const { return device_->xFeatureXU != 0 ? 32 : 8; }
+    unsigned exchange_bytes() const { return device().xFeatureXU != 0 ? 32 : 8; }
     /// Reading by 512 bytes has gone wrong; it is not tried again.
     bool wide_path_fails = false;
 
 private:
-    Camera(CameraEntry entry, std::shared_ptr<NyDevice> device, RomState rom_state)
-        : entry_(std::move(entry)), device_(std::move(device)), rom_state_(rom_state)
-    {
-    }
+    explicit Camera(nyxus::Camera camera) : camera_(std::move(camera)) {}
 
-    CameraEntry entry_;
-    std::shared_ptr<NyDevice> device_;
-    RomState rom_state_;
+    nyxus::Camera camera_;
 };
 
 /// Where two byte ranges differ.

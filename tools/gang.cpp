@@ -370,7 +370,7 @@ void refuse_single_camera_options(const Arguments& arguments)
 
 std::vector<Job> find_jobs()
 {
-    const std::vector<CameraEntry> cameras = UsbSession().cameras();
+    const std::vector<CameraEntry> cameras = list_cameras();
     if (cameras.empty())
         select_camera(cameras, ""); // says what to check
     std::vector<Job> jobs(cameras.size());

@@ -26,7 +26,7 @@ nlohmann::ordered_json json_entry(const CameraEntry& entry, const Openable& open
 
 std::vector<CameraEntry> chosen_cameras(const Arguments& arguments)
 {
-    std::vector<CameraEntry> cameras = UsbSession().cameras();
+    std::vector<CameraEntry> cameras = list_cameras();
     if (!arguments.camera.empty())
         std::erase_if(cameras,
                       [&](const CameraEntry& entry) { return !entry.matches(arguments.camera); });
@@ -43,7 +43,7 @@ ExitCode run_list(Console& console, const Arguments& arguments)
     for (const CameraEntry& entry : cameras) {
         const Openable openable = try_open(entry);
         array.push_back(json_entry(entry, openable));
-        lines += "\n" + entry.description();
+        lines += "\n" + description(entry);
         if (openable.libusb_code != 0)
             lines += "\n        cannot be opened: " + openable.reason;
     }
@@ -51,7 +51,7 @@ ExitCode run_list(Console& console, const Arguments& arguments)
         console.display().say(
             array.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
     if (cameras.empty())
-        select_camera(UsbSession().cameras(), arguments.camera); // says what is wrong
+        select_camera(list_cameras(), arguments.camera); // says what is wrong
     else if (!arguments.json)
         console.display().say(lines);
     return kExitOk;

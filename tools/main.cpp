@@ -60,7 +60,7 @@ ExitCode run_reporting_failures(const Arguments& arguments)
 
 Camera tool::open_chosen(const Arguments& arguments)
 {
-    return Camera::open(select_camera(UsbSession().cameras(), arguments.camera));
+    return Camera::open(select_camera(list_cameras(), arguments.camera));
 }
 
 Camera tool::open_with_rom(const Arguments& arguments)

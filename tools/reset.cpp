@@ -16,7 +16,7 @@ constexpr std::chrono::milliseconds kPollInterval{50};
 std::optional<CameraEntry> find_again(const CameraEntry& before)
 {
     // A session sees the bus as it is when it starts; an old one may need a udev daemon to learn.
-    const std::vector<CameraEntry> cameras = UsbSession().cameras();
+    const std::vector<CameraEntry> cameras = list_cameras();
     const auto found = std::ranges::find(cameras, before.port_path, &CameraEntry::port_path);
     return found == cameras.end() ? std::nullopt : std::optional(*found);
 }

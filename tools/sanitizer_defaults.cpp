@@ -9,7 +9,7 @@
 extern "C" const char* __lsan_default_suppressions()
 {
     return "leak:DEV_CreateObjectUsb\nleak:uvc_open\nleak:init_uvc_video\n"
-           "leak:libusb_handle_events_completed\nleak:UsbSession::UsbSession\n";
+           "leak:libusb_handle_events_completed\nleak:nyxus::list_cameras\n";
 }
 
 extern "C" const char* __lsan_default_options()

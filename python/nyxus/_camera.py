@@ -333,18 +333,18 @@ def _open_blank(info: _list.CameraInfo) -> Camera:
     """Sets up a device object by hand: the probe asks a flash whose read-ID command it is told."""
     record = NyDevice(state=1, index=-1, usb_device=info.usb_device.pointer.value)
     device = ctypes.pointer(record)
+    handle = Handle(device, info.usb_device)
     NYXUS.init_uvc_video(device)
     if not record.uvc_handle:
+        handle.close()
         raise _libuvc_failure()
     record.usb_handle = LIBUVC.uvc_get_libusb_handle(record.uvc_handle)
     LIBUSB.libusb_set_auto_detach_kernel_driver(record.usb_handle, 1)
-    camera = Camera(info, Handle(device, info.usb_device), RomState.BLANK)
     try:
-        camera.rom_state = _ask_flash(record, device)
+        return Camera(info, handle, _ask_flash(record, device))
     except Error:
-        camera.close()
+        handle.close()
         raise
-    return camera
 
 
 def _ask_flash(record: NyDevice, device: Any) -> RomState:
