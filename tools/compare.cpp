@@ -9,7 +9,7 @@ ExitCode run_compare(Console& console, const Arguments& arguments)
 {
     constexpr uint32_t kLargestRom = 0x10000;
     std::vector<uint8_t> image = load_image(arguments.file, kLargestRom);
-    Camera camera = open_with_rom(arguments);
+    Camera camera = open_with_rom(console, arguments);
     // A file that does not fit is different; the part that does still tells where.
     const bool fits = image.size() <= camera.device().dwExtRomSize;
     if (!fits) {

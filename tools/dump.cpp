@@ -27,7 +27,7 @@ uint32_t dump_size(const Camera& camera, const Arguments& arguments)
 ExitCode run_dump(Console& console, const Arguments& arguments)
 {
     refuse_impossible_target(arguments.file);
-    Camera camera = open_with_rom(arguments);
+    Camera camera = open_with_rom(console, arguments);
     const uint32_t size = dump_size(camera, arguments);
     AtomicFile file(arguments.file);
     file.write_all(read_rom(console, camera, "reading", 0, size));

@@ -55,7 +55,7 @@ void check_erased(Console& console, Camera& camera)
 
 ExitCode run_erase(Console& console, const Arguments& arguments)
 {
-    Camera camera = open_with_rom(arguments);
+    Camera camera = open_with_rom(console, arguments);
     if (!camera.is_spi())
         throw Failure(kExitNotSupported, camera.name() +
                                              " has an EEPROM, which cannot be erased; an upgrade "

@@ -160,7 +160,7 @@ void install(Console& console, Camera& camera, const Arguments& arguments, bool 
     } catch (const Failure& failure) {
         if (failure.code() != kExitCameraLost)
             throw;
-        await_return(console, camera, arguments.wait_s, failure);
+        await_return(console, camera, arguments.return_wait_s(), failure);
         check_images(camera, with_mfi);
         console.display().say("once more: " + camera.name());
         program_and_verify(console, camera, arguments, with_mfi);

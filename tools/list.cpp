@@ -1,17 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "command_line.h"
 #include "commands.h"
-#include "failure.h"
-#include "text.h"
-
-#include <nlohmann/json.hpp>
+#include "json_text.h"
 
 namespace tool {
 
 namespace {
 
-nlohmann::ordered_json json_entry(const CameraEntry& entry, const Openable& openable)
+Values json_entry(const CameraEntry& entry, const Openable& openable)
 {
-    nlohmann::ordered_json object = {
+    Values object = {
         {"bus", entry.bus},
         {"address", entry.address},
         {"port_path", entry.port_path},
@@ -24,21 +22,10 @@ nlohmann::ordered_json json_entry(const CameraEntry& entry, const Openable& open
     return object;
 }
 
-std::vector<CameraEntry> chosen_cameras(const Arguments& arguments)
-{
-    std::vector<CameraEntry> cameras = UsbSession().cameras();
-    if (!arguments.camera.empty())
-        std::erase_if(cameras,
-                      [&](const CameraEntry& entry) { return !entry.matches(arguments.camera); });
-    return cameras;
-}
-
-} // namespace
-
 ExitCode run_list(Console& console, const Arguments& arguments)
 {
-    const std::vector<CameraEntry> cameras = chosen_cameras(arguments);
-    nlohmann::ordered_json array = nlohmann::ordered_json::array();
+    const std::vector<CameraEntry> cameras = matching_cameras(console, arguments);
+    Values array = Values::array();
     std::string lines = "CAMERA  PORT     SERIAL           PRODUCT";
     for (const CameraEntry& entry : cameras) {
         const Openable openable = try_open(entry);
@@ -48,13 +35,20 @@ ExitCode run_list(Console& console, const Arguments& arguments)
             lines += "\n        cannot be opened: " + openable.reason;
     }
     if (arguments.json)
-        console.display().say(
-            array.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+        console.display().say(json_text(array));
     if (cameras.empty())
         select_camera(UsbSession().cameras(), arguments.camera); // says what is wrong
     else if (!arguments.json)
         console.display().say(lines);
     return kExitOk;
+}
+
+} // namespace
+
+void add_list_command(CLI::App& app, Arguments& arguments)
+{
+    CLI::App* command = add_command(app, "list", "List the connected cameras", "nyxus list --json");
+    set_run(command, arguments, run_list);
 }
 
 } // namespace tool

@@ -81,6 +81,11 @@ void Display::say(std::string_view line)
     put_line(out_fd_, line);
 }
 
+std::string Display::coloured(const std::string& text, Colour colour) const
+{
+    return colour_ ? format("\033[%dm", static_cast<int>(colour)) + text + "\033[0m" : text;
+}
+
 void Display::warn(std::string_view line)
 {
     const std::lock_guard lock(mutex_);
@@ -241,7 +246,7 @@ std::string Display::filled_bar(size_t width) const
         if (full < width)
             cells[full] = '>';
     }
-    return colour_ ? "[\033[32m" + cells + "\033[0m]" : "[" + cells + "]";
+    return "[" + coloured(cells, Colour::kGreen) + "]";
 }
 
 std::string Display::summary() const

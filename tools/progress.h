@@ -10,6 +10,8 @@
 
 namespace tool {
 
+enum class Colour { kGreen = 32, kRed = 31 };
+
 /**
  * Everything that the user sees: lines, and the progress of one phase at a time. On a terminal the
  * progress is a bar that is redrawn in place, otherwise a few plain lines. Thread-safe.
@@ -26,6 +28,8 @@ public:
 
     /// A line on standard output.
     void say(std::string_view line);
+    /// The text in a colour where the terminal has colours and the user wants them.
+    std::string coloured(const std::string& text, Colour colour) const;
     /// A line on standard error.
     void warn(std::string_view line);
 

@@ -35,7 +35,7 @@ std::string chosen_file(const Camera& camera, const std::string& file)
 
 ExitCode run_recover(Console& console, const Arguments& arguments)
 {
-    Camera camera = open_with_rom(arguments);
+    Camera camera = open_with_rom(console, arguments);
     refuse_healthy(camera, arguments.force);
     const std::string file = chosen_file(camera, arguments.file);
     load_rom_contents(file);
@@ -48,7 +48,7 @@ ExitCode run_recover(Console& console, const Arguments& arguments)
     console.display().say(format("recovered: %zu bytes", firmware().size()) +
                           (arguments.skip_verify ? ", not read back" : ", read back and equal"));
     if (arguments.reset)
-        restart(console, std::move(camera), arguments.wait_s);
+        restart(console, std::move(camera), arguments.return_wait_s());
     else
         console.display().say("the firmware starts with the next reset: run 'nyxus reset'");
     return kExitOk;

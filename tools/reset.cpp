@@ -74,7 +74,7 @@ void restart(Console& console, Camera camera, unsigned wait_s)
 
 ExitCode run_reset(Console& console, const Arguments& arguments)
 {
-    restart(console, open_chosen(arguments), arguments.wait_s);
+    restart(console, open_chosen(console, arguments), arguments.return_wait_s());
     return kExitOk;
 }
 

@@ -126,7 +126,7 @@ void add_stream_command(CLI::App& app, Arguments& arguments)
     constexpr uint32_t kMost = 1'000'000'000;
     constexpr uint32_t kMost_s = 1'000'000;
     const auto options = std::make_shared<Options>();
-    CLI::App* command = add_feature(app, "stream", "Receive video and measure it",
+    CLI::App* command = add_command(app, "stream", "Receive video and measure it",
                                     "nyxus stream --count 100 --raw video.yuyv");
     add_video_options(command, options->video);
     add_number(command, "--count", options->count, 1, kMost, "Frames to receive");

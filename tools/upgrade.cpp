@@ -53,7 +53,7 @@ ExitCode run_upgrade(Console& console, const Arguments& arguments)
     if (with_mfi)
         load_mfi(arguments.mfi_file, arguments.serial);
 
-    Camera camera = open_with_rom(arguments);
+    Camera camera = open_with_rom(console, arguments);
     check_images(camera, with_mfi);
     console.drain();
     console.display().say("upgrading " + camera.name());
@@ -63,7 +63,7 @@ ExitCode run_upgrade(Console& console, const Arguments& arguments)
         say_what_is_done(console, arguments, with_mfi);
     }
     if (arguments.reset)
-        restart(console, std::move(camera), arguments.wait_s);
+        restart(console, std::move(camera), arguments.return_wait_s());
     else if (!done)
         console.display().say("the new firmware starts with the next reset: run 'nyxus reset'");
     return kExitOk;

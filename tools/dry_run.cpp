@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "dry_run.h"
+
+#include "failure.h"
+#include "text.h"
+
+#include <nyxus/access.h>
+#include <chrono>
+
+namespace tool {
+
+/// How long a control transfer takes with this camera, by a few that only read.
+static double measure_transfer_s(Camera& camera)
+{
+    constexpr int kSamples = 8;
+    const auto begin = std::chrono::steady_clock::now();
+    for (int i = 0; i < kSamples; ++i) {
+        char version[16] = "";
+        const int32_t status = XuGetIntFwVer(&camera.device(), version);
+        if (status < 0)
+            throw library_failure("measuring a transfer", status);
+    }
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - begin;
+    return elapsed.count() / kSamples;
+}
+
+static std::string time_text(double time_s)
+{
+    return time_s < 1 ? format("%.0f ms", time_s * 1000) : format("%.1f s", time_s);
+}
+
+void print_dry_run(Console& console, const Arguments& arguments, Camera& camera,
+                   const std::string& line, Values values, const Cost& cost,
+                   const std::string& more)
+{
+    const double time_s = cost.transfers * measure_transfer_s(camera) + cost.pauses_s;
+    console.drain();
+    if (arguments.json) {
+        values["dry_run"] = true;
+        values["control_transfers"] = cost.transfers;
+        values["estimated_seconds"] = time_s;
+        return console.display().say(json_text(values));
+    }
+    console.display().say(line);
+    console.display().say(format("dry run: nothing was written; it takes %u control transfer%s, "
+                                 "about %s (an estimate",
+                                 cost.transfers, cost.transfers == 1 ? "" : "s",
+                                 time_text(time_s).c_str()) +
+                          (more.empty() ? ")" : "; " + more + ")"));
+}
+
+} // namespace tool
