@@ -12,6 +12,7 @@ CLI::App* add_command(CLI::App& parent, const std::string& name, const std::stri
                       const std::string& example)
 {
     CLI::App* command = parent.add_subcommand(name, summary);
+    command->group("Commands");
     command->footer(example);
     command->fallthrough();
     return command;

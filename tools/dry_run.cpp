@@ -6,6 +6,7 @@
 
 #include <nyxus/access.h>
 #include <chrono>
+#include <cmath>
 
 namespace tool {
 
@@ -26,7 +27,10 @@ static double measure_transfer_s(Camera& camera)
 
 static std::string time_text(double time_s)
 {
-    return time_s < 1 ? format("%.0f ms", time_s * 1000) : format("%.1f s", time_s);
+    const double time_ms = time_s * 1000;
+    if (time_ms < 1)
+        return "less than 1 ms";
+    return time_s < 1 ? format("about %.0f ms", time_ms) : format("about %.1f s", time_s);
 }
 
 void print_dry_run(Console& console, const Arguments& arguments, Camera& camera,
@@ -35,15 +39,16 @@ void print_dry_run(Console& console, const Arguments& arguments, Camera& camera,
 {
     const double time_s = cost.transfers * measure_transfer_s(camera) + cost.pauses_s;
     console.drain();
+    constexpr double kMicro = 1e6;
     if (arguments.json) {
         values["dry_run"] = true;
         values["control_transfers"] = cost.transfers;
-        values["estimated_seconds"] = time_s;
+        values["estimated_seconds"] = std::round(time_s * kMicro) / kMicro;
         return console.display().say(json_text(values));
     }
     console.display().say(line);
-    console.display().say(format("dry run: nothing was written; it takes %u control transfer%s, "
-                                 "about %s (an estimate",
+    console.display().say(format("dry run: nothing was written; it would take %u control "
+                                 "transfer%s, %s (an estimate",
                                  cost.transfers, cost.transfers == 1 ? "" : "s",
                                  time_text(time_s).c_str()) +
                           (more.empty() ? ")" : "; " + more + ")"));

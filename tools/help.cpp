@@ -17,14 +17,14 @@ namespace {
 
 constexpr size_t kWidth = 80;
 constexpr size_t kOptionColumns = 26;
-constexpr size_t kCommandColumns = 13;
+constexpr size_t kCommandColumns = 17;
 
 /// "  name   text", the text broken into lines of its column.
 std::string row(const std::string& name, const std::string& text, size_t columns)
 {
     const bool fits = name.size() + 4 <= columns;
-    std::string lines = fits ? padded("  " + name, columns)
-                             : "  " + name + "\n" + std::string(columns, ' ');
+    std::string lines =
+        fits ? padded("  " + name, columns) : "  " + name + "\n" + std::string(columns, ' ');
     size_t column = columns;
     std::istringstream words(text);
     for (std::string word; words >> word;) {
@@ -79,20 +79,21 @@ std::vector<std::string> option_names(const CLI::App* app)
     return names;
 }
 
-std::string unexpected(const CLI::App* app, const CLI::App* command)
+std::string no_command(const CLI::App* app, const std::string& word)
 {
-    const std::vector<std::string> left = app->remaining(true);
-    if (left.empty())
-        return "";
-    const std::string& word = left.front();
+    return "there is no command '" + printable(call_of(app) + " " + word) + "'" +
+           did_you_mean(word, command_names(app));
+}
+
+/// Why a command does not take a word.
+std::string unexpected(const CLI::App* command, const std::string& word)
+{
     if (word.starts_with("-"))
         return "there is no option '" + printable(word) + "'" +
                did_you_mean(word.substr(0, word.find('=')), option_names(command));
-    const std::vector<std::string> names = command_names(command);
-    if (names.empty())
-        return "'" + printable(word) + "' is too much";
-    return "there is no command '" + printable(call_of(command) + " " + word) + "'" +
-           did_you_mean(word, names);
+    if (!command->get_subcommands({}).empty())
+        return no_command(command, word);
+    return "'" + printable(word) + "' is one argument too many";
 }
 
 const CLI::App* command_below(const CLI::App* app, const std::string& name)
@@ -100,12 +101,16 @@ const CLI::App* command_below(const CLI::App* app, const std::string& name)
     const auto found =
         app->get_subcommands([&](const CLI::App* command) { return command->get_name() == name; });
     if (found.empty())
-        throw CLI::ValidationError("there is no command '" + printable(call_of(app) + " " + name) +
-                                   "'" + did_you_mean(name, command_names(app)));
+        throw CLI::ValidationError(no_command(app, name));
     return found.front();
 }
 
 } // namespace
+
+HelpFormatter::HelpFormatter()
+{
+    label("Positionals", "Arguments");
+}
 
 std::string HelpFormatter::make_help(const CLI::App* app, std::string name,
                                      CLI::AppFormatMode mode) const
@@ -120,7 +125,7 @@ std::string HelpFormatter::make_help(const CLI::App* app, std::string name,
         text += make_groups(app, CLI::AppFormatMode::Sub);
     const auto general = root->get_options([](const CLI::Option* o) { return o->nonpositional(); });
     text += make_group(app == root ? "Options" : "Options of all commands", false, general);
-    return example_end == std::string::npos ? text : text + footer.substr(example_end);
+    return example_end == std::string::npos ? text : text + footer.substr(example_end + 1);
 }
 
 std::string HelpFormatter::make_usage(const CLI::App* app, std::string) const
@@ -169,11 +174,16 @@ void add_help_command(CLI::App& app, Arguments&)
 std::string usage_error(const CLI::App* app, const CLI::Error& error)
 {
     const CLI::App* command = chosen_command(app);
+    const auto is = [&](CLI::ExitCodes code) {
+        return error.get_exit_code() == static_cast<int>(code);
+    };
     std::string text = error.what();
-    if (error.get_name() == "ExtrasError")
-        text = unexpected(app, command);
-    else if (error.get_name() == "RequiredError" && !command->get_subcommands({}).empty())
-        text = "which command? One of " + CLI::detail::join(command_names(command), ", ");
+    const bool lacks = is(CLI::ExitCodes::RequiredError);
+    // What is too much explains best what is missing.
+    if ((lacks || is(CLI::ExitCodes::ExtrasError)) && !app->remaining(true).empty())
+        text = unexpected(command, app->remaining(true).front());
+    else if (lacks && !command->get_subcommands({}).empty())
+        text = "which command? There are " + CLI::detail::join(command_names(command), ", ");
     return "nyxus: " + text + "; see '" + call_of(command) + " --help'\n";
 }
 

@@ -14,6 +14,7 @@ namespace tool {
 /// example.
 class HelpFormatter : public CLI::Formatter {
 public:
+    HelpFormatter();
     std::string make_help(const CLI::App* app, std::string name,
                           CLI::AppFormatMode mode) const override;
     std::string make_usage(const CLI::App* app, std::string name) const override;

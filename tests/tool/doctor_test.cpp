@@ -54,12 +54,12 @@ TEST(Doctor, NamesTheTroubleAndTheRemedy)
     EXPECT_TRUE(contains(finding(memory, "USB memory")["remedy"], "| sudo tee /sys/module/"));
 
     const Outcome busy = bench.shell(kModel,
-                                     R"("$NYXUS" motion poll --watch & user=$!
+                                     R"SH("$NYXUS" motion poll --watch & user=$!
                                         for i in {1..300}; do
                                             "$NYXUS" doctor --json > "$OUT"; code=$?
                                             [ $code != 0 ] && break
                                         done
-                                        kill $user; cat "$OUT"; exit $code)",
+                                        kill $user; cat "$OUT"; exit $code)SH",
                                      {{"OUT", bench.path("out")}});
     EXPECT_EQ(busy.exit_code, 6) << busy.out;
     EXPECT_TRUE(contains(finding(busy, "camera 1:2")["remedy"], "close it")) << busy.out;
@@ -69,15 +69,14 @@ TEST(Doctor, NamesTheTroubleAndTheRemedy)
 TEST(Permission, CamerasThatCannotBeOpenedAreListedWithReasonAndRemedy)
 {
     const Bench bench;
-    const Outcome outcome =
-        bench.shell(kModel,
-                    R"(chmod -R a+rwX "$UMOCKDEV_DIR"
+    const Outcome outcome = bench.shell(kModel,
+                                        R"SH(chmod -R a+rwX "$UMOCKDEV_DIR"
                        chmod 000 "$UMOCKDEV_DIR"/dev/bus/usb/*/*
                        [ "$(id -u)" != 0 ] || other="setpriv --reuid=65534 --clear-groups"
                        for command in list info doctor; do
                            $other "$NYXUS" $command 2>&1; echo "<$?>"
-                       done)",
-                    {});
+                       done)SH",
+                                        {});
     EXPECT_TRUE(contains(outcome.out, "cannot be opened: no permission; ")) << outcome.out;
     EXPECT_TRUE(contains(outcome.out, "<0>\nnyxus: cannot open camera 1:2: no permission; "))
         << outcome.out;

@@ -116,7 +116,7 @@ TEST(DryRunText, SaysThatNothingWasWrittenAndThatTheTimeIsAnEstimate)
     const Outcome outcome = bench.nyxus({kModel}, {"flip", "on", "--dry-run"});
     EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
     EXPECT_TRUE(outcome.out.starts_with(
-        "flip: off -> on\ndry run: nothing was written; it takes 2 control transfers, about "))
+        "flip: off -> on\ndry run: nothing was written; it would take 2 control transfers, "))
         << outcome.out;
     EXPECT_TRUE(outcome.out.ends_with(" (an estimate)\n")) << outcome.out;
 }
