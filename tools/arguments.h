@@ -38,6 +38,8 @@ struct Arguments {
     bool force = false;
     bool reset = false;
     bool yes = false;
+    bool all = false;  ///< upgrade every camera
+    unsigned jobs = 0; ///< so many at a time; 0: all
 
     /// How long a camera may take to come back after a restart.
     unsigned return_wait_s() const { return wait_s.value_or(5); }

@@ -5,12 +5,16 @@
 #include "failure.h"
 #include "text.h"
 
+#include <fcntl.h>
 #include <pwd.h>
+#include <sys/file.h>
 #include <unistd.h>
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
+#include <thread>
 
 namespace tool {
 
@@ -61,12 +65,37 @@ std::string utc_stamp()
 
 fs::path free_name(const fs::path& folder, const std::string& stem, const char* suffix)
 {
-    const std::string base = stem + utc_stamp();
-    for (const char letter : std::string("abcdefghijklmnopqrstuvwxyz"))
-        if (fs::path path = folder / (base + letter + suffix); !fs::exists(path))
-            return path;
+    constexpr int kTries = 30; // more cameras of one serial number than letters wait their second
+    for (int i = 0; i < kTries; ++i) {
+        const std::string base = stem + utc_stamp();
+        for (const char letter : std::string("abcdefghijklmnopqrstuvwxyz"))
+            if (fs::path path = folder / (base + letter + suffix); !fs::exists(path))
+                return path;
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
     throw backup_failure("there are many of this second already");
 }
+
+/// Keeps others of us from taking the same name, as long as it lives; on file systems that can.
+class FolderLock {
+public:
+    explicit FolderLock(const fs::path& folder)
+        : fd_(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+    {
+        if (fd_ >= 0)
+            (void)flock(fd_, LOCK_EX);
+    }
+    ~FolderLock()
+    {
+        if (fd_ >= 0)
+            close(fd_);
+    }
+    FolderLock(const FolderLock&) = delete;
+    FolderLock& operator=(const FolderLock&) = delete;
+
+private:
+    int fd_;
+};
 
 } // namespace
 
@@ -80,6 +109,7 @@ fs::path keep_backup(const CameraEntry& camera, std::span<const uint8_t> content
     try {
         const fs::path folder = backup_folder();
         fs::create_directories(folder);
+        const FolderLock lock(folder);
         fs::path path = free_name(folder, file_stem(camera),
                                   proven == Proven::kYes ? kSuffix : kUnprovenSuffix);
         AtomicFile file(path);

@@ -4,9 +4,9 @@
 #include "failure.h"
 #include "text.h"
 
+#include <nyxus/access.h>
 #include <nyxus/config.h>
 #include <nyxus/error.h>
-#include <nyxus/memory.h>
 #include <nyxus/trace.h>
 #include <nyxus/video.h>
 #include <algorithm>
@@ -17,8 +17,6 @@ namespace {
 
 /// EEPROMs lose a write that comes earlier after the one before.
 constexpr uint8_t kEepromWriteCycle_ms = 5;
-/// Transfers of up to 511 bytes print no progress marks, so reads count for themselves.
-constexpr uint32_t kReadSlice = 256;
 /// DEV_Init()'s answer for a chip that the catalogue lacks.
 constexpr int32_t kUnknownChip = 3;
 /// Read-ID commands of the known flash parts, the most common one first.
@@ -144,28 +142,6 @@ std::string Camera::name() const
 {
     return "camera " + entry_.bus_address() + " (" + chip() +
            (entry_.serial.empty() ? "" : ", serial " + entry_.serial) + ")";
-}
-
-std::vector<uint8_t> read_rom(Console& console, Camera& camera, const std::string& phase,
-                              uint32_t address, uint32_t size)
-{
-    Display& display = console.display();
-    std::vector<uint8_t> bytes(size);
-    display.begin(phase, size);
-    for (uint32_t done = 0; done < size;) {
-        const uint32_t slice = std::min(kReadSlice, size - done);
-        const int32_t status =
-            XuExtRomRead(&camera.device(), address + done, slice, bytes.data() + done);
-        if (status < 0) {
-            display.abandon();
-            throw library_failure(phase + " failed at " + format("0x%04X", address + done), status);
-        }
-        done += slice;
-        display.advance(done);
-        console.sign_of_life();
-    }
-    display.end();
-    return bytes;
 }
 
 Difference find_difference(std::span<const uint8_t> a, std::span<const uint8_t> b)

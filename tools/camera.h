@@ -47,6 +47,8 @@ public:
     std::string name() const;
     /// Bytes that one exchange with the external ROM moves.
     unsigned exchange_bytes() const { return device_->xFeatureXU != 0 ? 32 : 8; }
+    /// Reading by 512 bytes has gone wrong; it is not tried again.
+    bool wide_path_fails = false;
 
 private:
     Camera(CameraEntry entry, std::shared_ptr<NyDevice> device, RomState rom_state)
@@ -58,10 +60,6 @@ private:
     std::shared_ptr<NyDevice> device_;
     RomState rom_state_;
 };
-
-/// Reads a part of the external ROM, as a phase of the display.
-std::vector<uint8_t> read_rom(Console& console, Camera& camera, const std::string& phase,
-                              uint32_t address, uint32_t size);
 
 /// Where two byte ranges differ.
 struct Difference {

@@ -21,6 +21,7 @@ void add_rom_commands(CLI::App& app, Arguments& arguments);
 void add_all_commands(CLI::App& app, Arguments& arguments);
 
 ExitCode run_upgrade(Console& console, const Arguments& arguments);
+ExitCode run_gang(Console& console, const Arguments& arguments); ///< upgrade --all
 ExitCode run_erase(Console& console, const Arguments& arguments);
 ExitCode run_dump(Console& console, const Arguments& arguments);
 ExitCode run_compare(Console& console, const Arguments& arguments);
@@ -36,8 +37,8 @@ std::vector<CameraEntry> matching_cameras(Console& console, const Arguments& arg
 
 /// Waits until the camera has left and come back with its interface ready to be claimed.
 CameraEntry wait_for_return(Console& console, const CameraEntry& before, unsigned wait_s);
-/// Restarts the camera, waits for its return and says how it came back.
-void restart(Console& console, Camera camera, unsigned wait_s);
+/// Restarts the camera, waits for its return and says how it came back, which is returned, too.
+std::string restart(Console& console, Camera camera, unsigned wait_s);
 
 /// "runs external firmware 0x0205" or why it does not.
 std::string firmware_sentence(const Camera& camera);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cost.h"
 
+#include "rom_reader.h"
+
 #include <nyxus/config.h>
 
 namespace tool {
@@ -73,6 +75,14 @@ Cost pin_change(unsigned pin)
 Cost rom_read(const Camera& camera, size_t bytes)
 {
     return {.transfers = 2 * pieces(bytes, camera.exchange_bytes())};
+}
+
+Cost whole_read(const Camera& camera, size_t bytes)
+{
+    if (!reads_wide(camera))
+        return rom_read(camera, bytes);
+    // The end of each slice is read by the narrow path, too.
+    return {.transfers = 2 * (pieces(bytes, kWideSlice) + pieces(bytes, kWideChunk))};
 }
 
 Cost rom_write(const Camera& camera, size_t bytes)

@@ -27,7 +27,10 @@ Cost register_change();
 /// Setting a pin. Pin 0 has to be made a pin before.
 Cost pin_change(unsigned pin);
 
-/// Parts of operations on the external ROM.
+/// Reading a part of the external ROM as read_rom() does.
+Cost whole_read(const Camera& camera, size_t bytes);
+
+/// Parts of the library's operations on the external ROM.
 Cost rom_read(const Camera& camera, size_t bytes);
 Cost rom_write(const Camera& camera, size_t bytes);
 Cost rom_unlock(const Camera& camera);

@@ -47,10 +47,10 @@ void print_dry_run(Console& console, const Arguments& arguments, Camera& camera,
         return console.display().say(json_text(values));
     }
     console.display().say(line);
-    console.display().say(format("dry run: nothing was written; it would take %u control "
+    console.display().say(format("dry run: nothing was written; it would take %s%u control "
                                  "transfer%s, %s (an estimate",
-                                 cost.transfers, cost.transfers == 1 ? "" : "s",
-                                 time_text(time_s).c_str()) +
+                                 more.empty() ? "" : "at least ", cost.transfers,
+                                 cost.transfers == 1 ? "" : "s", time_text(time_s).c_str()) +
                           (more.empty() ? ")" : "; " + more + ")"));
 }
 

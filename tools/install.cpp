@@ -6,6 +6,7 @@
 #include "failure.h"
 #include "image_file.h"
 #include "last_words.h"
+#include "rom_reader.h"
 #include "rom_watcher.h"
 #include "text.h"
 
@@ -52,7 +53,7 @@ Failure program_failure(RomWatcher::Phase phase, int32_t status)
     return {locked ? kExitProtected : failure.code(), failure.text()};
 }
 
-void program(Console& console, Camera& camera, bool with_mfi)
+void program(Console& console, Camera& camera, bool with_mfi, RomContents& rom)
 {
     RomWatcher watcher(console.display(),
                        MarkCounter(camera.exchange_bytes(), transfer_sizes(with_mfi)));
@@ -67,38 +68,45 @@ void program(Console& console, Camera& camera, bool with_mfi)
     last_words::set_consequence("");
     if (status != 0) {
         console.display().abandon();
+        if (watcher.phase() != RomWatcher::Phase::kPreparing)
+            rom = RomContents::kIncomplete;
         throw program_failure(watcher.phase(), status);
     }
     console.display().end();
+    rom = RomContents::kUnverified;
     if (interrupted)
         throw Failure(kExitInterrupted, std::string("interrupted: ") + kUnread);
 }
 
-void verify(Console& console, Camera& camera, const Part& part)
+void verify(Console& console, Camera& camera, const Part& part, RomContents& rom)
 {
-    const std::vector<uint8_t> rom = read_rom(console, camera, part.reading, part.address,
-                                              static_cast<uint32_t>(part.bytes.size()));
-    const Difference difference = find_difference(rom, part.bytes);
+    const std::vector<uint8_t> read = read_rom(console, camera, part.reading, part.address,
+                                               static_cast<uint32_t>(part.bytes.size()));
+    const Difference difference = find_difference(read, part.bytes);
     if (difference.count == 0)
         return;
+    rom = RomContents::kIncomplete;
     const size_t first = difference.first_offsets.front();
     throw Failure(
         kExitMismatch,
         format("the ROM does not hold what was written: %zu of %zu bytes differ, the first "
                "one at 0x%04zX (ROM %02X, image %02X)",
-               difference.count, rom.size(), part.address + first, rom[first], part.bytes[first]) +
+               difference.count, read.size(), part.address + first, read[first],
+               part.bytes[first]) +
             "; " + kIncomplete);
 }
 
-void program_and_verify(Console& console, Camera& camera, const Arguments& arguments, bool with_mfi)
+void program_and_verify(Console& console, Camera& camera, const Arguments& arguments, bool with_mfi,
+                        RomContents& rom)
 {
-    program(console, camera, with_mfi);
+    program(console, camera, with_mfi, rom);
     if (arguments.skip_verify)
         return;
     last_words::set_consequence(kUnread);
     for (const Part& part : parts_to_install(with_mfi))
-        verify(console, camera, part);
+        verify(console, camera, part, rom);
     last_words::set_consequence("");
+    rom = RomContents::kNew;
 }
 
 /// Gives the lost camera up and waits for its return.
@@ -132,12 +140,16 @@ std::vector<Part> parts_to_install(bool with_mfi)
     return parts;
 }
 
-std::vector<uint8_t> read_replaced(Console& console, Camera& camera)
+uint32_t replaced_bytes(const Camera& camera)
 {
     constexpr uint32_t kReachable = 0x10000; // the controller runs from the first block only
+    return std::min(camera.device().dwExtRomSize, kReachable);
+}
+
+std::vector<uint8_t> read_replaced(Console& console, Camera& camera)
+{
     last_words::set_consequence(kUntouched);
-    std::vector<uint8_t> contents =
-        read_rom(console, camera, "reading", 0, std::min(camera.device().dwExtRomSize, kReachable));
+    std::vector<uint8_t> contents = read_rom(console, camera, "reading", 0, replaced_bytes(camera));
     last_words::set_consequence("");
     return contents;
 }
@@ -150,20 +162,21 @@ void back_up(Console& console, const Camera& camera, std::span<const uint8_t> co
         keep_backup(camera.entry(), contents,
                     camera.runs_external_firmware() ? Proven::kYes : Proven::kNo)
             .string();
-    console.display().say("backup of the ROM: " + path);
+    console.display().note("backup of the ROM: " + path);
 }
 
-void install(Console& console, Camera& camera, const Arguments& arguments, bool with_mfi)
+void install(Console& console, Camera& camera, const Arguments& arguments, bool with_mfi,
+             RomContents& rom)
 {
     try {
-        program_and_verify(console, camera, arguments, with_mfi);
+        program_and_verify(console, camera, arguments, with_mfi, rom);
     } catch (const Failure& failure) {
         if (failure.code() != kExitCameraLost)
             throw;
         await_return(console, camera, arguments.return_wait_s(), failure);
         check_images(camera, with_mfi);
-        console.display().say("once more: " + camera.name());
-        program_and_verify(console, camera, arguments, with_mfi);
+        console.display().note("once more: " + camera.name());
+        program_and_verify(console, camera, arguments, with_mfi, rom);
     }
 }
 

@@ -4,6 +4,7 @@
 #include "arguments.h"
 #include "camera.h"
 #include "console.h"
+#include "events.h"
 
 #include <cstdint>
 #include <span>
@@ -22,11 +23,14 @@ std::vector<Part> parts_to_install(bool with_mfi);
 
 /// The part of the ROM that an installation may change and the camera can use.
 std::vector<uint8_t> read_replaced(Console& console, Camera& camera);
+uint32_t replaced_bytes(const Camera& camera);
 /// Keeps it as a backup, unless it is blank, and says where.
 void back_up(Console& console, const Camera& camera, std::span<const uint8_t> contents);
 
 /// Programs the loaded images and reads them back. A camera that goes away in the middle and comes
-/// back is programmed once more. Interrupts (Ctrl-C) wait for a safe point.
-void install(Console& console, Camera& camera, const Arguments& arguments, bool with_mfi);
+/// back is programmed once more. Interrupts (Ctrl-C) wait for a safe point. `rom` tells, at any
+/// end, what the ROM holds.
+void install(Console& console, Camera& camera, const Arguments& arguments, bool with_mfi,
+             RomContents& rom);
 
 } // namespace tool

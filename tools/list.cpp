@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "command_line.h"
 #include "commands.h"
+#include "failure.h"
 #include "json_text.h"
 
 namespace tool {
@@ -22,6 +23,21 @@ Values json_entry(const CameraEntry& entry, const Openable& openable)
     return object;
 }
 
+/// Without a camera to list. For programs an empty list is a result, too.
+ExitCode say_what_is_wrong(Console& console, const Arguments& arguments)
+{
+    try {
+        select_camera(UsbSession().cameras(), arguments.camera);
+        return kExitOk; // it has just been plugged in
+    } catch (const Failure& failure) {
+        if (!arguments.json)
+            throw;
+        console.display().say("[]");
+        console.display().warn("nyxus: " + failure.text());
+        return failure.code();
+    }
+}
+
 ExitCode run_list(Console& console, const Arguments& arguments)
 {
     const std::vector<CameraEntry> cameras = matching_cameras(console, arguments);
@@ -34,12 +50,9 @@ ExitCode run_list(Console& console, const Arguments& arguments)
         if (openable.libusb_code != 0)
             lines += "\n        cannot be opened: " + openable.reason;
     }
-    if (arguments.json)
-        console.display().say(json_text(array));
     if (cameras.empty())
-        select_camera(UsbSession().cameras(), arguments.camera); // says what is wrong
-    else if (!arguments.json)
-        console.display().say(lines);
+        return say_what_is_wrong(console, arguments);
+    console.display().say(arguments.json ? json_text(array) : lines);
     return kExitOk;
 }
 

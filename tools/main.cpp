@@ -3,6 +3,7 @@
 #include "camera.h"
 #include "console.h"
 #include "failure.h"
+#include "json_text.h"
 
 #include <cstdio>
 
@@ -10,17 +11,28 @@ namespace {
 
 using namespace tool;
 
+/// In one line, because it may stand in the place of line events.
+std::string json_error(const Failure& failure)
+{
+    const Values error = {{"exit_code", failure.code()}, {"message", failure.text()}};
+    return Values{{"error", error}}.dump(-1, ' ', false, Values::error_handler_t::replace);
+}
+
 ExitCode run_reporting_failures(const Arguments& arguments)
 {
     Console console(arguments.verbosity, arguments.patience_s);
     try {
         prepare_library(arguments.verbosity);
+        if (arguments.quiet || arguments.json)
+            console.display().be_quiet(); // until events are told
         const ExitCode code = arguments.run(console, arguments);
         console.drain();
         return code;
     } catch (const Failure& failure) {
         console.drain();
         console.display().abandon();
+        if (arguments.json && !console.display().tells_events())
+            console.display().say(json_error(failure));
         console.display().warn("nyxus: " + failure.text());
         return failure.code();
     }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "progress.h"
 
+#include "events.h"
 #include "last_words.h"
 #include "text.h"
 
@@ -22,6 +23,8 @@ constexpr size_t kPhaseColumns = 12;
 constexpr size_t kSmallestBar = 10;
 constexpr size_t kLargestBar = 50;
 constexpr size_t kUsualWidth = 80;
+constexpr size_t kUsualHeight = 24;
+constexpr std::chrono::seconds kSignOfLifeInterval{1};
 constexpr std::chrono::milliseconds kRedrawInterval{100};
 constexpr double kPlainLineInterval_s = 2.0;
 constexpr double kRateKnown_s = 0.3;
@@ -50,12 +53,17 @@ bool can_redraw(int fd)
     return isatty(fd) == 1 && terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
 }
 
-size_t terminal_width(int fd)
+std::pair<size_t, size_t> terminal_size(int fd)
 {
     winsize size{};
-    if (ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
-        return size.ws_col;
-    return kUsualWidth;
+    if (ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 && size.ws_row > 0)
+        return {size.ws_col, size.ws_row};
+    return {kUsualWidth, kUsualHeight};
+}
+
+size_t terminal_width(int fd)
+{
+    return terminal_size(fd).first;
 }
 
 } // namespace
@@ -78,7 +86,21 @@ Display::~Display()
 void Display::say(std::string_view line)
 {
     const std::lock_guard lock(mutex_);
-    put_line(out_fd_, line);
+    if (events_ && quiet_)
+        return;
+    put_line(out_fd_, events_ ? json_line(Message{std::string(line)}) : line);
+}
+
+void Display::note(std::string_view line)
+{
+    if (!quiet_)
+        say(line);
+}
+
+void Display::be_quiet()
+{
+    const std::lock_guard lock(mutex_);
+    quiet_ = true;
 }
 
 std::string Display::coloured(const std::string& text, Colour colour) const
@@ -92,6 +114,25 @@ void Display::warn(std::string_view line)
     put_line(err_fd_, line);
 }
 
+void Display::tell_events()
+{
+    const std::lock_guard lock(mutex_);
+    events_ = true;
+    quiet_ = false;
+    live_ = colour_ = false;
+}
+
+void Display::put_event(std::string_view json_line)
+{
+    const std::lock_guard lock(mutex_);
+    put_line(out_fd_, json_line);
+}
+
+std::pair<size_t, size_t> Display::size() const
+{
+    return terminal_size(out_fd_);
+}
+
 void Display::pass_on(std::span<const uint8_t> bytes)
 {
     const std::lock_guard lock(mutex_);
@@ -102,6 +143,8 @@ void Display::begin(std::string phase, uint64_t total_bytes)
 {
     end();
     const std::lock_guard lock(mutex_);
+    if (quiet_)
+        return;
     active_ = true;
     phase_ = std::move(phase);
     total_bytes_ = total_bytes;
@@ -110,6 +153,8 @@ void Display::begin(std::string phase, uint64_t total_bytes)
     begun_ = drawn_ = Clock::now();
     if (live_)
         redraw(true);
+    else if (events_)
+        put_progress(false);
     else
         put_line(out_fd_, phase_ + " ...");
 }
@@ -122,8 +167,10 @@ void Display::advance(uint64_t done_bytes)
     done_bytes_ = std::min(done_bytes, total_bytes_);
     if (live_)
         redraw(false);
-    else
+    else if (!events_)
         print_quarter();
+    else if (Clock::now() - drawn_ >= kRedrawInterval)
+        put_progress(false);
 }
 
 void Display::end()
@@ -134,7 +181,10 @@ void Display::end()
     done_bytes_ = total_bytes_;
     active_ = false;
     erase_bar();
-    put_line(out_fd_, summary());
+    if (events_)
+        put_progress(true);
+    else
+        put_line(out_fd_, summary());
 }
 
 void Display::abandon()
@@ -149,6 +199,8 @@ void Display::tick()
     const std::lock_guard lock(mutex_);
     if (active_ && live_)
         redraw(false);
+    else if (active_ && events_ && Clock::now() - drawn_ >= kSignOfLifeInterval)
+        put_progress(false);
 }
 
 bool Display::confirm(const std::string& question)
@@ -270,6 +322,12 @@ void Display::print_quarter()
     quarters_said_ = quarter;
     drawn_ = Clock::now();
     put_line(out_fd_, format("%s %u%%", phase_.c_str(), percent()));
+}
+
+void Display::put_progress(bool done)
+{
+    drawn_ = Clock::now();
+    put_line(out_fd_, json_line(Progress{phase_, done_bytes_, total_bytes_, elapsed_s(), done}));
 }
 
 double Display::elapsed_s() const

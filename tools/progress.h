@@ -7,6 +7,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace tool {
 
@@ -30,8 +31,23 @@ public:
     void say(std::string_view line);
     /// The text in a colour where the terminal has colours and the user wants them.
     std::string coloured(const std::string& text, Colour colour) const;
+    /// The same for a remark that a quiet user does not want.
+    void note(std::string_view line);
+    /// From now on neither progress nor remarks.
+    void be_quiet();
     /// A line on standard error.
     void warn(std::string_view line);
+
+    /// From now on standard output carries JSON lines (events.h) in the place of text.
+    void tell_events();
+    bool tells_events() const { return events_; }
+    /// One of them.
+    void put_event(std::string_view json_line);
+    /// Standard output is a terminal that can redraw lines.
+    bool is_live() const { return live_; }
+    bool has_colour() const { return colour_; }
+    /// Columns and rows of the terminal.
+    std::pair<size_t, size_t> size() const;
 
     /// Bytes as they are, on standard output.
     void pass_on(std::span<const uint8_t> bytes);
@@ -60,6 +76,7 @@ private:
     std::string filled_bar(size_t width) const;
     std::string summary() const;
     void print_quarter();
+    void put_progress(bool done);
     double elapsed_s() const;
     double rate_kib_per_s() const;
     unsigned percent() const;
@@ -70,6 +87,8 @@ private:
     bool colour_;
 
     mutable std::mutex mutex_;
+    bool events_ = false;
+    bool quiet_ = false;
     bool active_ = false;
     bool bar_visible_ = false;
     std::string phase_;

@@ -22,6 +22,20 @@ void add_programming(CLI::App* command, Arguments& arguments)
     command->add_flag("--no-verify", arguments.skip_verify, "Do not read back and compare");
     command->add_flag("--reset", arguments.reset,
                       "Restart the camera afterwards and show its new version");
+    add_dry_run(command, arguments);
+}
+
+/// Several cameras at once.
+void add_gang(CLI::App* command, Arguments& arguments)
+{
+    constexpr unsigned kMostJobs = 256;
+    CLI::Option* all =
+        command->add_flag("--all", arguments.all, "Upgrade every camera that is connected");
+    all->excludes(command->get_option("--dry-run"));
+    command->add_option("--jobs", arguments.jobs, "With --all: so many at a time [all]")
+        ->type_name("N")
+        ->check(CLI::Range(1U, kMostJobs).description(""))
+        ->needs(all);
 }
 
 void add_upgrade(CLI::App& app, Arguments& arguments)
@@ -40,6 +54,7 @@ void add_upgrade(CLI::App& app, Arguments& arguments)
         ->needs(mfi);
     command->add_flag("--force", arguments.force, "Program it even if the ROM equals the image");
     add_programming(command, arguments);
+    add_gang(command, arguments);
     set_run(command, arguments, run_upgrade);
 }
 
@@ -81,6 +96,7 @@ void add_erase(CLI::App& app, Arguments& arguments)
     CLI::App* command = add_command(app, "erase", "Erase the firmware of a camera with SPI flash",
                                     "nyxus erase -c A0001234 --yes");
     command->add_flag("-y,--yes", arguments.yes, "Do not ask");
+    add_dry_run(command, arguments);
     set_run(command, arguments, run_erase);
 }
 

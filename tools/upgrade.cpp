@@ -2,6 +2,8 @@
 #include "commands.h"
 #include "image_file.h"
 #include "install.h"
+#include "install_plan.h"
+#include "result.h"
 #include "text.h"
 
 #include <algorithm>
@@ -9,6 +11,8 @@
 namespace tool {
 
 namespace {
+
+constexpr char kUpToDate[] = "already up to date: the ROM equals the image";
 
 bool holds(std::span<const uint8_t> rom, const Part& part)
 {
@@ -29,7 +33,6 @@ bool prepare(Console& console, Camera& camera, const Arguments& arguments, bool 
         return false;
     const std::vector<uint8_t> before = read_replaced(console, camera);
     if (!arguments.force && is_up_to_date(before, with_mfi)) {
-        console.display().say("already up to date: the ROM equals the image");
         return true;
     }
     if (!arguments.skip_backup)
@@ -37,36 +40,73 @@ bool prepare(Console& console, Camera& camera, const Arguments& arguments, bool 
     return false;
 }
 
-void say_what_is_done(Console& console, const Arguments& arguments, bool with_mfi)
+/// False without an MFi image.
+bool load_images(const Arguments& arguments)
 {
-    console.display().say(format("upgraded: %zu bytes of firmware", firmware().size()) +
-                          (with_mfi ? format(", %zu bytes of MFi image", mfi().size()) : "") +
-                          (arguments.skip_verify ? ", not read back" : ", read back and equal"));
+    load_firmware(arguments.file);
+    if (arguments.mfi_file.empty())
+        return false;
+    load_mfi(arguments.mfi_file, arguments.serial);
+    return true;
+}
+
+std::string what_is_done(const Arguments& arguments, bool with_mfi)
+{
+    return format("upgraded: %zu bytes of firmware", firmware().size()) +
+           (with_mfi ? format(", %zu bytes of MFi image", mfi().size()) : "") +
+           (arguments.skip_verify ? ", not read back" : ", read back and equal");
+}
+
+/// What --dry-run does in its place.
+ExitCode plan_upgrade(Console& console, const Arguments& arguments)
+{
+    const bool with_mfi = load_images(arguments);
+    Camera camera = open_with_rom(console, arguments);
+    check_images(camera, with_mfi);
+    if (!arguments.force && is_up_to_date(read_replaced(console, camera), with_mfi))
+        print_nothing_to_do(console, arguments, camera, kUpToDate);
+    else
+        print_install_plan(console, arguments, camera, with_mfi);
+    return kExitOk;
+}
+
+void upgrade(Console& console, const Arguments& arguments, Result& result)
+{
+    const bool with_mfi = load_images(arguments);
+    Camera camera = open_with_rom(console, arguments);
+    result.camera = label_of(camera);
+    check_images(camera, with_mfi);
+    console.drain();
+    console.display().note("upgrading " + camera.name());
+    const bool done = prepare(console, camera, arguments, with_mfi);
+    if (done) {
+        result.message = kUpToDate;
+        result.rom = RomContents::kNew;
+    } else {
+        install(console, camera, arguments, with_mfi, result.rom);
+        result.message = what_is_done(arguments, with_mfi);
+        result.bytes = firmware().size() + (with_mfi ? mfi().size() : 0);
+    }
+    console.display().say(result.message);
+    if (arguments.reset)
+        restart(console, std::move(camera), arguments.return_wait_s());
+    else if (!done)
+        console.display().note("the new firmware starts with the next reset: run 'nyxus reset'");
+    result.outcome = done ? Outcome::kUpToDate : Outcome::kUpgraded;
 }
 
 } // namespace
 
 ExitCode run_upgrade(Console& console, const Arguments& arguments)
 {
-    const bool with_mfi = !arguments.mfi_file.empty();
-    load_firmware(arguments.file);
-    if (with_mfi)
-        load_mfi(arguments.mfi_file, arguments.serial);
-
-    Camera camera = open_with_rom(console, arguments);
-    check_images(camera, with_mfi);
-    console.drain();
-    console.display().say("upgrading " + camera.name());
-    const bool done = prepare(console, camera, arguments, with_mfi);
-    if (!done) {
-        install(console, camera, arguments, with_mfi);
-        say_what_is_done(console, arguments, with_mfi);
-    }
-    if (arguments.reset)
-        restart(console, std::move(camera), arguments.return_wait_s());
-    else if (!done)
-        console.display().say("the new firmware starts with the next reset: run 'nyxus reset'");
-    return kExitOk;
+    if (arguments.all)
+        return run_gang(console, arguments);
+    if (arguments.dry_run)
+        return plan_upgrade(console, arguments);
+    return run_with_result(console, arguments, [&](Result& result) {
+        upgrade(console, arguments, result);
+        return kExitOk;
+    });
 }
 
 } // namespace tool

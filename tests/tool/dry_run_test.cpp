@@ -121,4 +121,31 @@ TEST(DryRunText, SaysThatNothingWasWrittenAndThatTheTimeIsAnEstimate)
     EXPECT_TRUE(outcome.out.ends_with(" (an estimate)\n")) << outcome.out;
 }
 
+/// Whatever the ROM: nothing is written, and what is announced is what is done, as far as the flash
+/// allows to know it.
+TEST(DryRunOfTheRom, WritesNothingAndAnnouncesTheLeast)
+{
+    for (const std::string model : {"rowan-spi", "larch-spi", "fi2-spi", "hawthorn-eeprom"}) {
+        const Bench bench;
+        const std::string call = " '" + bench.image(model, "0x0205") + "' ";
+        const Talk idle = talk(bench, model, "info");
+        Words commands = {"upgrade" + call + "--reset", "upgrade" + call + "--force --no-backup",
+                          "recover" + call + "--force"};
+        if (!model.ends_with("eeprom"))
+            commands.emplace_back("erase --yes");
+        for (const std::string& command : commands) {
+            const Talk dry = talk(bench, model, command + " --dry-run --json");
+            ASSERT_EQ(dry.outcome.exit_code, 0) << model << command << dry.outcome.err;
+            EXPECT_EQ(writes(dry), writes(idle)) << model << ": " << command;
+            const Talk real = talk(bench, model, command);
+            ASSERT_EQ(real.outcome.exit_code, 0) << model << command << real.outcome.err;
+            const size_t done = real.transfers.size() - idle.transfers.size();
+            const size_t announced = json::parse(dry.outcome.out)["control_transfers"];
+            EXPECT_LE(announced, done) << model << ": " << command;
+            EXPECT_GE(announced * 2, done) << model << ": " << command;
+        }
+        EXPECT_EQ(bench.backups().size(), 2U) << "dry runs keep none";
+    }
+}
+
 } // namespace

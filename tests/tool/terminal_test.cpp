@@ -99,7 +99,7 @@ TEST(Terminal, UsesNoColourWhenAskedAndNoBarOnADumbOne)
 TEST(Terminal, AsksBeforeItErases)
 {
     const Bench bench;
-    for (const auto& [answer, exit_code] : {std::pair{"n\n", 9}, {"\n", 9}, {"y\n", 0}}) {
+    for (const auto& [answer, exit_code] : {std::pair{"n\n", 13}, {"\n", 13}, {"y\n", 0}}) {
         RunOptions options = terminal(80);
         options.typed = answer;
         const Outcome outcome = bench.nyxus({kModel}, {"erase"}, options);

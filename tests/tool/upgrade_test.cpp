@@ -180,7 +180,7 @@ TEST(Erase, EmptiesFlashAndRefusesEeprom)
 {
     const Bench bench;
     Outcome outcome = bench.nyxus_with_rom(kModel, {"erase"});
-    EXPECT_EQ(outcome.exit_code, 9) << outcome.err;
+    EXPECT_EQ(outcome.exit_code, 13) << outcome.err;
     EXPECT_TRUE(contains(outcome.err, "not confirmed")) << outcome.err;
 
     outcome = bench.nyxus_with_rom(kModel, {"erase", "--yes"});
@@ -214,6 +214,69 @@ TEST(Dump, EqualsTheRom)
             rom.resize(size == 0 ? 0x8000 : size);
             EXPECT_EQ(read_file(dump), rom) << model << " " << size;
         }
+    }
+}
+
+/// Requests to one control, as the simulator's log names it.
+size_t requests(const Bench& bench, const std::string& model, const std::string& control,
+                const Words& arguments)
+{
+    Words command = {SIMULATOR_PROGRAM,
+                     "run",
+                     "--speed",
+                     "fast",
+                     "--log-all",
+                     "--log=" + bench.path("log"),
+                     "--camera",
+                     model,
+                     "--",
+                     NYXUS_PROGRAM};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    EXPECT_EQ(run_program(command).exit_code, 0);
+    const Bytes log = read_file(bench.path("log"));
+    const std::string text(log.begin(), log.end());
+    size_t count = 0;
+    for (size_t at = text.find(control); at != std::string::npos; at = text.find(control, at + 1))
+        ++count;
+    return count;
+}
+
+TEST(Dump, Reads512BytesAtOnceWhereTheCameraCan)
+{
+    const Bench bench;
+    const struct {
+        const char* model;
+        size_t wide;   // 2 for each 512 bytes
+        size_t narrow; // 2 for each 4 KiB, or for each 8 or 32 bytes
+    } cases[] = {
+        {"fi2-spi", 128, 16},   {"larch-spi", 128, 16},       {"rowan-spi", 0, 2048},
+        {"cedar-spi", 0, 2048}, {"hawthorn-eeprom", 0, 8192},
+    };
+    for (const auto& c : cases) {
+        const auto of_reading = [&](const char* control) {
+            return requests(bench, c.model, control, {"dump", bench.path("dump")}) -
+                   requests(bench, c.model, control, {"info"});
+        };
+        EXPECT_EQ(of_reading(" EXT_ROM_512: "), c.wide) << c.model;
+        EXPECT_EQ(of_reading(" EXT_ROM: "), c.narrow) << c.model;
+    }
+}
+
+TEST(Dump, IsRightWhenTheCameraServes512BytesBadly)
+{
+    for (const char* fault :
+         {R"("request": "SET_CUR"}, "do": "stall")", R"("request": "GET_CUR"}, "do": "stall")",
+          R"("request": "GET_CUR", "count": 20}, "do": "short", "bytes": 100)",
+          R"("request": "GET_CUR"}, "do": "wrong-length", "bytes": 4)",
+          R"("rom_address": "0x4FFF"}, "do": "bit-flip", "mask": 255)"}) {
+        Bench bench;
+        bench.set_faults(R"([{"when": {"selector": 24, )" + std::string(fault) + "}]");
+        const Outcome outcome = bench.nyxus_with_rom("fi2-spi", {"dump", bench.path("dump")});
+        EXPECT_EQ(outcome.exit_code, 0) << fault << outcome.err;
+        EXPECT_EQ(outcome.err, "") << "each fault has struck";
+        Bytes rom = read_file(bench.rom_file());
+        rom.resize(0x8000);
+        EXPECT_EQ(read_file(bench.path("dump")), rom) << fault;
     }
 }
 

@@ -1,0 +1,232 @@
+// SPDX-License-Identifier: Apache-2.0
+// Several cameras upgraded at once, and what programs are told about it.
+#include "bench.h"
+
+#include <gtest/gtest.h>
+#include <algorithm>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+using namespace test;
+using nlohmann::json;
+
+namespace {
+
+bool contains(const std::string& text, const std::string& part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+std::vector<json> events(const std::string& output)
+{
+    std::vector<json> list;
+    std::istringstream lines(output);
+    for (std::string line; std::getline(lines, line);)
+        list.push_back(json::parse(line, nullptr, false));
+    return list;
+}
+
+/// A bash script with cameras; $NYXUS is the program.
+Outcome run_script(const Words& cameras, const Words& simulation, const std::string& script,
+                   std::map<std::string, std::string> environment)
+{
+    Words command = {SIMULATOR_PROGRAM, "run"};
+    command.insert(command.end(), simulation.begin(), simulation.end());
+    for (const std::string& camera : cameras)
+        command.insert(command.end(), {"--camera", camera});
+    command.insert(command.end(), {"--", "bash", "-c", script});
+    RunOptions options;
+    options.environment = std::move(environment);
+    options.environment["NYXUS"] = NYXUS_PROGRAM;
+    return run_program(command, options);
+}
+
+TEST(Gang, TellsHowEachCameraEndsAndTheWorstOfIt)
+{
+    const Bench bench;
+    const std::string image = bench.image(kModel, "0x0205");
+    const std::string faults = R"([
+        {"when": {"camera": "LIAR", "rom_address": ["0x4000", "0x4FFF"]}, "do": "lying-write"},
+        {"when": {"camera": "GONE", "rom_address": "0x2000", "request": "SET_CUR"}, "do": "unplug"}
+    ])";
+    write_file(bench.path("faults.json"), {faults.begin(), faults.end()});
+    // The busy one belongs to another program, which has it as soon as it is refused to a third.
+    const Outcome outcome =
+        run_script({"rowan-spi,serial=GOOD,rom=" + bench.rom_file(), "cedar-spi,serial=OTHER",
+                    "rowan-spi,serial=LIAR", "rowan-spi,serial=GONE", "rowan-spi,serial=BUSY"},
+                   {"--speed", "fast", "--faults", bench.path("faults.json")},
+                   "\"$NYXUS\" motion poll --watch -c BUSY >/dev/null & busy=$!\n"
+                   "while \"$NYXUS\" info -c BUSY >/dev/null 2>&1; do :; done\n"
+                   "\"$NYXUS\" upgrade --all --wait 0 --json \"$IMAGE\"; code=$?\n"
+                   "kill $busy; exit $code",
+                   {{"IMAGE", image}});
+    EXPECT_EQ(outcome.exit_code, 8) << outcome.err;
+    const std::vector<json> lines = events(outcome.out);
+    ASSERT_EQ(lines.size(), 6U) << outcome.out;
+    std::map<std::string, json> results;
+    for (const json& line : lines)
+        if (line["event"] == "result")
+            results[line["serial"]] = line;
+    const struct {
+        const char* serial;
+        const char* port;
+        const char* outcome;
+        const char* rom;
+        int exit_code;
+        const char* message;
+    } cases[] = {
+        {"GOOD", "1-1", "upgraded", "new", 0, "upgraded: "},
+        {"OTHER", "1-2", "failed", "unchanged", 7, "the image is for another chip"},
+        {"LIAR", "1-3", "failed", "incomplete", 8, "the ROM does not hold what was written"},
+        {"GONE", "1-4", "failed", "incomplete", 11, "the ROM is incomplete now"},
+        {"BUSY", "1-5", "failed", "unchanged", 6, "another program uses the camera"},
+    };
+    for (const auto& c : cases) {
+        const json& result = results[c.serial];
+        EXPECT_EQ(result["port"], c.port);
+        EXPECT_EQ(result["outcome"], c.outcome) << result;
+        EXPECT_EQ(result["rom"], c.rom) << result;
+        EXPECT_EQ(result["exit_code"], c.exit_code) << result;
+        EXPECT_TRUE(contains(result["message"], c.message)) << result;
+    }
+    EXPECT_EQ(results["GOOD"]["bytes"], 0x5A3C);
+    EXPECT_EQ(lines.back()["event"], "summary");
+    EXPECT_EQ(lines.back()["failed"], 4);
+    EXPECT_EQ(lines.back()["exit_code"], 8);
+
+    const Bytes expected = read_file(image);
+    Bytes rom = read_file(bench.rom_file());
+    rom.resize(expected.size());
+    EXPECT_EQ(rom, expected);
+}
+
+TEST(Gang, UpgradesSixteenCamerasOfOneSerialNumberAFewAtATime)
+{
+    const Bench bench;
+    const std::string image = bench.image(kModel, "0x0205");
+    Words cameras(8, "rowan-spi,serial=SAME");
+    cameras.resize(16, "rowan-spi,serial=SAME,bus=2"); // a bus has fewer ports
+    const Outcome outcome = bench.nyxus(cameras, {"upgrade", "--all", "--jobs", "4", image});
+    EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+    EXPECT_TRUE(contains(outcome.out, "16 cameras in ")) << outcome.out;
+    EXPECT_TRUE(contains(outcome.out, ": 16 upgraded\n")) << outcome.out;
+    EXPECT_TRUE(contains(outcome.out, "2-8  SAME  rowan-spi  programming ...\n")) << outcome.out;
+    EXPECT_EQ(outcome.out.find_first_of("\r\033#"), std::string::npos);
+    EXPECT_EQ(bench.backups().size(), 16U) << "none has replaced another";
+}
+
+TEST(Gang, InterruptsBringTheCamerasToASafePointOrStopThem)
+{
+    const struct {
+        const char* signals;
+        const char* rom;
+    } cases[] = {{"INT", "unverified"}, {"INT INT", "incomplete"}};
+    for (const auto& c : cases) {
+        const Bench bench;
+        const Outcome outcome = run_script(
+            {"hawthorn-eeprom,serial=A", "hawthorn-eeprom,serial=B"}, {},
+            // The worker says when it is programming; job control, because a shell without it has
+            // its background jobs ignore interrupts.
+            "set -m; \"$NYXUS\" upgrade --all --jobs 1 --json -v \"$IMAGE\" 2>\"$ERR\" & pid=$!\n"
+            "until grep -q 'programming' \"$ERR\"; do sleep 0.01; done\n"
+            "for s in " +
+                std::string(c.signals) + "; do kill -$s $pid; sleep 0.1; done\nwait $pid; exit $?",
+            {{"IMAGE", bench.image("hawthorn-eeprom", "0x0205", {"--size", "4000"})},
+             {"ERR", bench.path("err")}});
+        EXPECT_EQ(outcome.exit_code, 130) << outcome.err;
+        const std::vector<json> lines = events(outcome.out);
+        ASSERT_EQ(lines.size(), 3U) << outcome.out;
+        for (const json& line : lines) {
+            if (line["event"] == "summary")
+                continue;
+            const bool first = line["serial"] == "A";
+            EXPECT_EQ(line["outcome"], first ? "interrupted" : "not-started") << line;
+            EXPECT_EQ(line["rom"], first ? c.rom : "unchanged") << line;
+        }
+        const Bytes err = read_file(bench.path("err"));
+        EXPECT_TRUE(contains({err.begin(), err.end()}, "a second interrupt stops at once"));
+    }
+}
+
+TEST(Gang, ShowsATableOnATerminal)
+{
+    const Bench bench;
+    RunOptions terminal;
+    terminal.environment = {{"TERM", "xterm"}, {"NO_COLOR", "1"}};
+    terminal.terminal_columns = 100;
+    const Outcome outcome =
+        bench.nyxus({"rowan-spi,serial=A1", "cedar-spi,serial=B2"},
+                    {"upgrade", "--all", bench.image(kModel, "0x0205")}, terminal);
+    EXPECT_EQ(outcome.exit_code, 7);
+    EXPECT_TRUE(contains(outcome.out, "1-1  A1  rowan-spi  programming  [")) << outcome.out;
+    EXPECT_TRUE(contains(outcome.out, "1 of 2 done, 1 failed, 0:0")) << outcome.out;
+    const std::string end = outcome.out.substr(outcome.out.rfind("\033[J"));
+    EXPECT_TRUE(contains(end, "1-1  A1  rowan-spi  upgraded: 22.6 KiB in ")) << end;
+    EXPECT_TRUE(contains(end, "1-2  B2  cedar-spi  failed (7): the image is for another")) << end;
+    EXPECT_TRUE(contains(end, "the ROM is unchanged; next: nyxus upgrade '")) << end;
+    EXPECT_TRUE(contains(end, ": 1 upgraded, 1 failed\r\n")) << end;
+}
+
+TEST(Gang, RefusesWhatIsMeantForOneCamera)
+{
+    const Bench bench;
+    const std::string image = bench.image(kModel, "0x0205");
+    const std::string mfi = bench.mfi_image("A0001234");
+    const struct {
+        Words arguments;
+        int exit_code;
+        const char* reason;
+    } cases[] = {
+        {{image, "--all"}, 3, "no camera found"},
+        {{image, "--all", "--mfi", mfi, "--serial", "B0001234"}, 2, "the same serial number"},
+        {{image, "--all", "-c", "1-1"}, 2, "--all means every camera"},
+        {{image, "--jobs", "2"}, 2, "--all"},
+        {{bench.path("missing"), "--all"}, 1, "No such file"},
+    };
+    for (const auto& c : cases) {
+        Words command = {NYXUS_PROGRAM, "upgrade"};
+        command.insert(command.end(), c.arguments.begin(), c.arguments.end());
+        const Outcome outcome = run_program(command);
+        EXPECT_EQ(outcome.exit_code, c.exit_code) << outcome.err;
+        EXPECT_TRUE(contains(outcome.err, c.reason)) << outcome.err;
+    }
+}
+
+TEST(UpgradeAsJson, TellsProgressAndTheResult)
+{
+    const Bench bench;
+    const std::string image = bench.image(kModel, "0x0205");
+    const std::string foreign = bench.image("cedar-spi", "0x0205");
+    const struct {
+        std::string file;
+        const char* outcome;
+        int exit_code;
+        const char* rom;
+        unsigned bytes;
+    } cases[] = {
+        {foreign, "failed", 7, "unchanged", 0},
+        {image, "upgraded", 0, "new", 0x5A3C},
+        {image, "up-to-date", 0, "new", 0},
+    };
+    for (const auto& c : cases) {
+        const Outcome outcome = bench.nyxus_with_rom(kModel, {"upgrade", "--json", c.file});
+        EXPECT_EQ(outcome.exit_code, c.exit_code) << outcome.err;
+        const std::vector<json> lines = events(outcome.out);
+        ASSERT_FALSE(lines.empty());
+        const json& result = lines.back();
+        EXPECT_EQ(result["event"], "result") << outcome.out;
+        EXPECT_EQ(result["outcome"], c.outcome);
+        EXPECT_EQ(result["exit_code"], c.exit_code);
+        EXPECT_EQ(result["rom"], c.rom);
+        EXPECT_EQ(result["bytes"], c.bytes);
+        EXPECT_EQ(result["port"], "1-1");
+        const bool programs = std::ranges::any_of(lines, [](const json& line) {
+            return line["event"] == "progress" && line["phase"] == "programming" && line["done"] &&
+                   line["bytes"] == 0x5A3C && line["remaining_s"] == 0;
+        });
+        EXPECT_EQ(programs, c.bytes > 0) << outcome.out;
+    }
+}
+
+} // namespace

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "arguments.h"
+#include "events.h"
+#include "progress.h"
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+/// One camera of a gang.
+struct Job {
+    enum class State { kWaiting, kRunning, kEnded };
+
+    CameraLabel camera;
+    State state = State::kWaiting;
+    Progress progress;  ///< of the phase that it is in; no phase yet: ""
+    Result result;      ///< valid once it has ended
+    std::string advice; ///< a command to run next; "" for none
+};
+
+/// Shows how a gang gets on. The jobs are those of its maker, by their index.
+class GangView {
+public:
+    virtual ~GangView() = default;
+    /// A job has begun, entered a phase, or ended.
+    virtual void changed(const Job& job) = 0;
+    /// A line about a job, for standard error.
+    virtual void note(const Job& job, const std::string& line) = 0;
+    /// A line about the whole, for standard error.
+    virtual void warn(const std::string& line) = 0;
+    /// About ten times a second.
+    virtual void tick() = 0;
+    virtual void finish(const Summary& summary) = 0;
+};
+
+/// A table that is redrawn in place on a terminal, plain lines elsewhere, or JSON lines.
+std::unique_ptr<GangView> make_gang_view(Display& display, const std::vector<Job>& jobs, bool json);
+
+/// Counts what has ended.
+Summary summarize(const std::vector<Job>& jobs);
+
+} // namespace tool

@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "rom_reader.h"
+
+#include "failure.h"
+#include "text.h"
+
+#include <nyxus/memory.h>
+#include <nyxus/xu.h>
+#include <algorithm>
+#include <span>
+
+namespace tool {
+
+namespace {
+
+using Bytes = std::span<uint8_t>;
+
+/// Transfers of up to 511 bytes print no progress marks, so reads count for themselves.
+constexpr uint32_t kNarrowSlice = 256;
+constexpr uint32_t kMostNarrowBytes = 32;
+/// Bytes that only a camera leaves alone that answers too little.
+constexpr uint8_t kUnanswered = 0xA5;
+constexpr size_t kUnansweredTail = 16;
+
+bool announces_wide_path(const NyDevice& device)
+{
+    const std::span rows(device.xu_table, static_cast<size_t>(device.xu_table_count));
+    return std::ranges::any_of(rows, [](const uvc_xu_ctrl& row) {
+        return row.selector == ZRV_XU_Read_EXT_ROM_512 && row.length == sizeof(NyWrapper512);
+    });
+}
+
+/// One exchange by up to 512 bytes; false when the answer is not what was asked for.
+bool read_chunk(NyDevice& device, uint32_t address, Bytes out)
+{
+    NyWrapper512 request = {static_cast<uint8_t>(out.size() >> 8),
+                            static_cast<uint8_t>(out.size()),
+                            static_cast<uint8_t>(address >> 8),
+                            static_cast<uint8_t>(address),
+                            {}};
+    // A request looks like a write, and is one while the ROM is unlocked. Ones change no flash.
+    std::ranges::fill(request.data, uint8_t{0xFF});
+    if (XuSetWrapper512(&device, &request) < 0)
+        return false;
+    NyWrapper512 answer = {};
+    std::ranges::fill(answer.data, kUnanswered);
+    if (UvcXuCtrlQuery(&device, NY_UNIT_VENDOR, ZRV_XU_Read_EXT_ROM_512, UVC_GET_CUR, sizeof answer,
+                       reinterpret_cast<uint8_t*>(&answer)) < 0)
+        return false;
+    // The library lets short answers pass.
+    const auto tail = std::span(answer.data).last<kUnansweredTail>();
+    const bool is_short = std::ranges::count(tail, kUnanswered) == kUnansweredTail;
+    const bool is_other =
+        answer.length_high != request.length_high || answer.length_low != request.length_low ||
+        answer.address_high != request.address_high || answer.address_low != request.address_low;
+    if (is_short || is_other)
+        return false;
+    std::copy_n(answer.data, out.size(), out.begin());
+    return true;
+}
+
+/// Firmware may announce the wide path and serve it badly, so the end of each slice is read by the
+/// narrow one as well; first, because that selects the block where there are several.
+bool read_wide(Camera& camera, uint32_t address, Bytes out)
+{
+    NyDevice& device = camera.device();
+    uint8_t end[kMostNarrowBytes];
+    const auto end_size =
+        static_cast<uint32_t>(std::min<size_t>(camera.exchange_bytes(), out.size()));
+    const auto size = static_cast<uint32_t>(out.size());
+    if (XuExtRomRead(&device, address + size - end_size, end_size, end) < 0)
+        return false;
+    for (uint32_t done = 0; done < size; done += kWideChunk) {
+        if (!read_chunk(device, address + done,
+                        out.subspan(done, std::min(kWideChunk, size - done))))
+            return false;
+    }
+    return std::ranges::equal(out.last(end_size), std::span(end, end_size));
+}
+
+} // namespace
+
+bool reads_wide(const Camera& camera)
+{
+    // An EEPROM would take the ones of a request for a write, were it unlocked.
+    return camera.is_spi() && !camera.wide_path_fails && announces_wide_path(camera.device());
+}
+
+std::vector<uint8_t> read_rom(Console& console, Camera& camera, const std::string& phase,
+                              uint32_t address, uint32_t size)
+{
+    Display& display = console.display();
+    std::vector<uint8_t> bytes(size);
+    display.begin(phase, size);
+    bool wide = reads_wide(camera);
+    for (uint32_t done = 0; done < size;) {
+        const uint32_t slice = std::min(wide ? kWideSlice : kNarrowSlice, size - done);
+        const Bytes out = Bytes(bytes).subspan(done, slice);
+        if (wide && !read_wide(camera, address + done, out)) {
+            wide = false;
+            camera.wide_path_fails = true;
+            continue;
+        }
+        const int32_t status =
+            wide ? 0 : XuExtRomRead(&camera.device(), address + done, slice, out.data());
+        if (status < 0) {
+            display.abandon();
+            throw library_failure(phase + " failed at " + format("0x%04X", address + done), status);
+        }
+        done += slice;
+        display.advance(done);
+        console.sign_of_life();
+    }
+    display.end();
+    return bytes;
+}
+
+} // namespace tool
