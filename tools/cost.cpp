@@ -77,12 +77,12 @@ Cost rom_read(const Camera& camera, size_t bytes)
     return {.transfers = 2 * pieces(bytes, camera.exchange_bytes())};
 }
 
-Cost whole_read(const Camera& camera, size_t bytes)
+Cost whole_read(Camera& camera, size_t bytes)
 {
-    if (!reads_wide(camera))
+    if (!can_read_wide(camera))
         return rom_read(camera, bytes);
-    // The end of each slice is read by the narrow path, too.
-    return {.transfers = 2 * (pieces(bytes, kWideSlice) + pieces(bytes, kWideChunk))};
+    // It is asked whether the ROM is locked, and a part of each slice is read twice.
+    return {.transfers = 1 + 2 * (pieces(bytes, kWideSlice) + pieces(bytes, kWideChunk))};
 }
 
 Cost rom_write(const Camera& camera, size_t bytes)

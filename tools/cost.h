@@ -28,7 +28,7 @@ Cost register_change();
 Cost pin_change(unsigned pin);
 
 /// Reading a part of the external ROM as read_rom() does.
-Cost whole_read(const Camera& camera, size_t bytes);
+Cost whole_read(Camera& camera, size_t bytes);
 
 /// Parts of the library's operations on the external ROM.
 Cost rom_read(const Camera& camera, size_t bytes);

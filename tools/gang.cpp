@@ -379,6 +379,9 @@ std::vector<Job> find_jobs()
         job.camera = {entry.port_path, entry.serial, entry.product};
         return job;
     });
+    std::ranges::sort(jobs, [](const Job& a, const Job& b) { // 1-2 before 1-10
+        return strverscmp(a.camera.port.c_str(), b.camera.port.c_str()) < 0;
+    });
     return jobs;
 }
 

@@ -21,7 +21,7 @@ struct Step {
 };
 
 /// In the order in which they are done.
-std::vector<Step> steps_of(const Camera& camera, const Arguments& arguments, bool with_mfi)
+std::vector<Step> steps_of(Camera& camera, const Arguments& arguments, bool with_mfi)
 {
     std::vector<Step> steps;
     const auto write = [&](const char* name, uint32_t address, size_t size) {

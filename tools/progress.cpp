@@ -24,7 +24,7 @@ constexpr size_t kSmallestBar = 10;
 constexpr size_t kLargestBar = 50;
 constexpr size_t kUsualWidth = 80;
 constexpr size_t kUsualHeight = 24;
-constexpr std::chrono::seconds kSignOfLifeInterval{1};
+constexpr std::chrono::milliseconds kSignOfLifeInterval{300};
 constexpr std::chrono::milliseconds kRedrawInterval{100};
 constexpr double kPlainLineInterval_s = 2.0;
 constexpr double kRateKnown_s = 0.3;

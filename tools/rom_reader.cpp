@@ -4,8 +4,8 @@
 #include "failure.h"
 #include "text.h"
 
+#include <nyxus/access.h>
 #include <nyxus/memory.h>
-#include <nyxus/xu.h>
 #include <algorithm>
 #include <span>
 
@@ -30,6 +30,14 @@ bool announces_wide_path(const NyDevice& device)
     });
 }
 
+/// Whether a request for data is taken as one: while the ROM is unlocked the firmware takes it for
+/// a write as well.
+bool is_locked(NyDevice& device)
+{
+    uint8_t locked = 0;
+    return XuGetWriteProtect(&device, &locked) >= 0 && locked != 0;
+}
+
 /// One exchange by up to 512 bytes; false when the answer is not what was asked for.
 bool read_chunk(NyDevice& device, uint32_t address, Bytes out)
 {
@@ -38,7 +46,7 @@ bool read_chunk(NyDevice& device, uint32_t address, Bytes out)
                             static_cast<uint8_t>(address >> 8),
                             static_cast<uint8_t>(address),
                             {}};
-    // A request looks like a write, and is one while the ROM is unlocked. Ones change no flash.
+    // Ones change no flash, should they be written.
     std::ranges::fill(request.data, uint8_t{0xFF});
     if (XuSetWrapper512(&device, &request) < 0)
         return false;
@@ -59,31 +67,35 @@ bool read_chunk(NyDevice& device, uint32_t address, Bytes out)
     return true;
 }
 
-/// Firmware may announce the wide path and serve it badly, so the end of each slice is read by the
-/// narrow one as well; first, because that selects the block where there are several.
+/// Firmware may announce the wide path and serve it badly, so the end of each slice's first chunk
+/// is read by the narrow one as well; before, because that selects the block where there are
+/// several.
 bool read_wide(Camera& camera, uint32_t address, Bytes out)
 {
     NyDevice& device = camera.device();
-    uint8_t end[kMostNarrowBytes];
-    const auto end_size =
-        static_cast<uint32_t>(std::min<size_t>(camera.exchange_bytes(), out.size()));
     const auto size = static_cast<uint32_t>(out.size());
-    if (XuExtRomRead(&device, address + size - end_size, end_size, end) < 0)
+    const uint32_t first_chunk = std::min(kWideChunk, size);
+    const uint32_t check_size = std::min<uint32_t>(camera.exchange_bytes(), first_chunk);
+    const uint32_t check_offset = first_chunk - check_size;
+    uint8_t check[kMostNarrowBytes];
+    if (XuExtRomRead(&device, address + check_offset, check_size, check) < 0)
         return false;
     for (uint32_t done = 0; done < size; done += kWideChunk) {
         if (!read_chunk(device, address + done,
                         out.subspan(done, std::min(kWideChunk, size - done))))
             return false;
     }
-    return std::ranges::equal(out.last(end_size), std::span(end, end_size));
+    return std::ranges::equal(out.subspan(check_offset, check_size), std::span(check, check_size));
 }
 
 } // namespace
 
-bool reads_wide(const Camera& camera)
+bool can_read_wide(Camera& camera)
 {
-    // An EEPROM would take the ones of a request for a write, were it unlocked.
-    return camera.is_spi() && !camera.wide_path_fails && announces_wide_path(camera.device());
+    // Should the lock not be what it says, a flash takes no harm from a request, but an EEPROM
+    // does.
+    return camera.is_spi() && !camera.wide_path_fails && announces_wide_path(camera.device()) &&
+           is_locked(camera.device());
 }
 
 std::vector<uint8_t> read_rom(Console& console, Camera& camera, const std::string& phase,
@@ -92,7 +104,7 @@ std::vector<uint8_t> read_rom(Console& console, Camera& camera, const std::strin
     Display& display = console.display();
     std::vector<uint8_t> bytes(size);
     display.begin(phase, size);
-    bool wide = reads_wide(camera);
+    bool wide = can_read_wide(camera);
     for (uint32_t done = 0; done < size;) {
         const uint32_t slice = std::min(wide ? kWideSlice : kNarrowSlice, size - done);
         const Bytes out = Bytes(bytes).subspan(done, slice);

@@ -3,7 +3,7 @@
 
 #include "camera.h"
 
-#include <nyxus/xu.h>
+#include <nyxus/memory.h>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -17,7 +17,7 @@ std::vector<uint8_t> read_rom(Console& console, Camera& camera, const std::strin
 
 /// Whether that is by 512 bytes, as long as the camera answers well; and what is read so before it
 /// is checked.
-bool reads_wide(const Camera& camera);
+bool can_read_wide(Camera& camera);
 inline constexpr uint32_t kWideChunk = sizeof(NyWrapper512::data);
 inline constexpr uint32_t kWideSlice = 4096;
 

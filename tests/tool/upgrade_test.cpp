@@ -268,7 +268,7 @@ TEST(Dump, IsRightWhenTheCameraServes512BytesBadly)
          {R"("request": "SET_CUR"}, "do": "stall")", R"("request": "GET_CUR"}, "do": "stall")",
           R"("request": "GET_CUR", "count": 20}, "do": "short", "bytes": 100)",
           R"("request": "GET_CUR"}, "do": "wrong-length", "bytes": 4)",
-          R"("rom_address": "0x4FFF"}, "do": "bit-flip", "mask": 255)"}) {
+          R"("rom_address": "0x41FF"}, "do": "bit-flip", "mask": 255)"}) {
         Bench bench;
         bench.set_faults(R"([{"when": {"selector": 24, )" + std::string(fault) + "}]");
         const Outcome outcome = bench.nyxus_with_rom("fi2-spi", {"dump", bench.path("dump")});
