@@ -49,7 +49,8 @@ std::shared_ptr<NyDevice> open_by_hand(const CameraEntry& entry)
     init_uvc_video(device.get());
     if (device->uvc_handle == nullptr)
         throw Failure(kExitNotSupported, "cannot open camera " + entry.bus_address() +
-                                             ": libuvc does not understand its descriptors");
+                                             ": libuvc does not understand its descriptors; "
+                                             "'lsusb -v -d 1162:' shows them");
     device->usb_handle = uvc_get_libusb_handle(device->uvc_handle);
     libusb_set_auto_detach_kernel_driver(device->usb_handle, 1);
     return device;

@@ -368,9 +368,9 @@ void refuse_single_camera_options(const Arguments& arguments)
                       "upgrade them one by one");
 }
 
-std::vector<Job> find_jobs()
+std::vector<Job> find_jobs(Console& console, const Arguments& arguments)
 {
-    const std::vector<CameraEntry> cameras = UsbSession().cameras();
+    const std::vector<CameraEntry> cameras = matching_cameras(console, arguments);
     if (cameras.empty())
         select_camera(cameras, ""); // says what to check
     std::vector<Job> jobs(cameras.size());
@@ -395,8 +395,9 @@ ExitCode run_gang(Console& console, const Arguments& arguments)
     if (!arguments.mfi_file.empty())
         load_mfi(arguments.mfi_file, "");
     std::signal(SIGPIPE, SIG_IGN); // the workers inherit it: they outlive a reader that goes away
+    std::vector<Job> jobs = find_jobs(console, arguments);
     const Unwatched unwatched(console);
-    return Gang(console, arguments, find_jobs()).run();
+    return Gang(console, arguments, std::move(jobs)).run();
 }
 
 } // namespace tool

@@ -27,7 +27,9 @@ int32_t call_when_idle(const std::string& doing, Call call)
         if (status != NYXUS_E_BUSY)
             return status;
         if (attempt == kAttempts)
-            throw Failure(kExitTimeout, doing + ": the firmware does not take the update up");
+            throw Failure(
+                kExitTimeout,
+                doing + ": the firmware does not take the update up; 'nyxus reset' restarts it");
         usleep(kPause_us);
     }
 }

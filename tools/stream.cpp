@@ -90,7 +90,7 @@ Failure silence_failure(const NyDevice& device)
                                                    : "the frames have stopped coming";
     if (libusb_kernel_driver_active(device.usb_handle, 0) == LIBUSB_ERROR_NO_DEVICE)
         return usb_failure(text, LIBUSB_ERROR_NO_DEVICE);
-    return {kExitTimeout, text};
+    return {kExitTimeout, text + "; try a smaller --size, or another cable or port"};
 }
 
 void run_stream(Session& session, const Options& options)
