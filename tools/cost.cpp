@@ -118,9 +118,13 @@ Cost rom_lock(const Camera& camera)
 Cost rom_query(const Camera& camera)
 {
     constexpr size_t kHeaderBytes = 24;
+    constexpr size_t kFlashInfoBytes = 11;
+    constexpr uint16_t kHasFlashInfo = 0x0003; // as a control; before, it is in registers
+    const Cost flash_info = camera.device().oXuCtrlVer.wVersion == kHasFlashInfo
+                                ? Cost{.transfers = 1}
+                                : register_read(kFlashInfoBytes);
     // The ROM's header, what the controller knows of its flash, and the type that is set then.
-    return rom_read(camera, kHeaderBytes) + register_read(8) + register_read(3) +
-           Cost{.transfers = 1};
+    return rom_read(camera, kHeaderBytes) + flash_info + Cost{.transfers = 1};
 }
 
 Cost rom_erase(const Camera& camera)

@@ -114,7 +114,7 @@ Finding check_bus()
     if (is_simulated())
         return {.check = "bus",
                 .state = State::kNote,
-                .what = "simulated cameras (nyxus-sim); the machine's own are hidden"};
+                .what = "simulated cameras (nyxus-sim), not the machine's own"};
     std::error_code none;
     if (!fs::is_directory("/dev/bus/usb", none))
         return {.check = "bus",

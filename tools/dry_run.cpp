@@ -10,10 +10,10 @@
 
 namespace tool {
 
-/// How long a control transfer takes with this camera, by a few that only read.
+/// How long a control transfer takes with this camera: the mean of some that only read.
 static double measure_transfer_s(Camera& camera)
 {
-    constexpr int kSamples = 8;
+    constexpr int kSamples = 32;
     const auto begin = std::chrono::steady_clock::now();
     for (int i = 0; i < kSamples; ++i) {
         char version[16] = "";
@@ -46,12 +46,14 @@ void print_dry_run(Console& console, const Arguments& arguments, Camera& camera,
         values["estimated_seconds"] = std::round(time_s * kMicro) / kMicro;
         return console.display().say(json_text(values));
     }
-    console.display().say(line);
-    console.display().say(format("dry run: nothing was written; it would take %s%u control "
-                                 "transfer%s, %s (an estimate",
-                                 more.empty() ? "" : "at least ", cost.transfers,
-                                 cost.transfers == 1 ? "" : "s", time_text(time_s).c_str()) +
-                          (more.empty() ? ")" : "; " + more + ")"));
+    Display& display = console.display();
+    display.say(line);
+    display.say("dry run: nothing was written");
+    display.say(format("it would take %s%u control transfer%s, ", more.empty() ? "" : "at least ",
+                       cost.transfers, cost.transfers == 1 ? "" : "s") +
+                time_text(time_s) + " (an estimate)");
+    if (!more.empty())
+        display.say(more);
 }
 
 } // namespace tool

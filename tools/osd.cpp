@@ -210,10 +210,9 @@ void run_record(Session& session, const char* name, int32_t (*get)(NyDevice*, Re
 using Shared = std::shared_ptr<Options>;
 
 void add_toggle(CLI::App& parent, Arguments& arguments, const Toggle& toggle, const char* summary,
-                const Shared& options)
+                const char* example, const Shared& options)
 {
-    CLI::App* command =
-        add_command(parent, toggle.name, summary, "nyxus osd " + std::string(toggle.name) + " on");
+    CLI::App* command = add_command(parent, toggle.name, summary, example);
     add_choice(command, "STATE", options->state, {"on", "off"}, "on or off; without: ask");
     set_writing_action(command, arguments, [&toggle, options](Session& session) {
         run_toggle(session, toggle, options->state);
@@ -225,7 +224,8 @@ void add_datetime(CLI::App& osd, Arguments& arguments, const Shared& options)
     CLI::App* command = add_command(osd, "datetime", "The date-time stamp: show it, set it, or ask",
                                     "nyxus osd datetime set 2026-05-01T12:00:00");
     set_action(command, arguments, show_datetime);
-    add_toggle(*command, arguments, datetime_toggle, "Show the stamp, or ask", options);
+    add_toggle(*command, arguments, datetime_toggle, "Show the stamp, or ask",
+               "nyxus osd datetime show on", options);
 
     CLI::App* set =
         add_command(*command, "set", "Set the camera's clock", "nyxus osd datetime set now");
@@ -296,12 +296,13 @@ void add_osd_command(CLI::App& app, Arguments& arguments)
     CLI::App* osd =
         add_command(app, "osd", "Text, date and windows over the video", "nyxus osd enable on");
     osd->require_subcommand(1);
-    add_toggle(*osd, arguments, enable_toggle, "Show the on-screen display, or ask", options);
+    add_toggle(*osd, arguments, enable_toggle, "Show the on-screen display, or ask",
+               "nyxus osd enable on", options);
     add_datetime(*osd, arguments, options);
     add_string(*osd, arguments, options);
     add_records(*osd, arguments, options);
     add_toggle(*osd, arguments, transparent_toggle, "Let the picture shine through, or ask",
-               options);
+               "nyxus osd transparent on", options);
     CLI::App* reset = add_command(*osd, "reset", "Clear everything", "nyxus osd reset");
     set_writing_action(reset, arguments, [](Session& session) {
         session.order("osd", "reset", "resetting the on-screen display",

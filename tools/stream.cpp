@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <condition_variable>
 #include <fstream>
 #include <mutex>
@@ -111,7 +112,7 @@ void run_stream(Session& session, const Options& options)
         throw silence_failure(*session.device());
     session.print({{"frames", reception.frames},
                    {"dropped", reception.dropped},
-                   {"frames_per_second", format("%.1f", frames_per_s())}});
+                   {"frames_per_second", std::round(frames_per_s() * 10) / 10}});
     reception.raw.flush();
     if (!options.raw_file.empty() && !reception.raw)
         throw Failure(kExitFailure, "cannot write all frames to '" + options.raw_file + "'");

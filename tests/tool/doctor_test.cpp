@@ -18,7 +18,8 @@ bool contains(const std::string& text, const std::string& part)
 /// The finding of a check.
 json finding(const Outcome& outcome, const std::string& check)
 {
-    for (const json& row : json::parse(outcome.out)["checks"])
+    const json report = json::parse(outcome.out);
+    for (const json& row : report["checks"])
         if (row["check"] == check)
             return row;
     ADD_FAILURE() << "no check '" << check << "' in " << outcome.out;

@@ -38,6 +38,7 @@ std::vector<std::string> writes(const Talk& talk)
     std::vector<std::string> writes;
     for (const std::string& line : talk.transfers) {
         const bool asks = line.find(": asks for ") != std::string::npos ||
+                          line.find(" EXT_ROM_512: ask for, or ") != std::string::npos ||
                           line.find(" OSD: 8") != std::string::npos ||
                           line.find(" OSD: 9") != std::string::npos ||
                           line.find(" OSD: A") != std::string::npos;
@@ -69,7 +70,7 @@ protected:
 
 TEST_P(DryRun, WritesNothingAndCountsWhatTheRealRunTransfers)
 {
-    constexpr size_t kMeasuring = 8;
+    constexpr size_t kMeasuring = 32;
     const char* camera = GetParam().camera;
     const Talk idle = talk(bench_, camera, "info");
     const Talk dry = talk(bench_, camera, arguments() + " --dry-run --json");
@@ -116,7 +117,7 @@ TEST(DryRunText, SaysThatNothingWasWrittenAndThatTheTimeIsAnEstimate)
     const Outcome outcome = bench.nyxus({kModel}, {"flip", "on", "--dry-run"});
     EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
     EXPECT_TRUE(outcome.out.starts_with(
-        "flip: off -> on\ndry run: nothing was written; it would take 2 control transfers, "))
+        "flip: off -> on\ndry run: nothing was written\nit would take 2 control transfers, "))
         << outcome.out;
     EXPECT_TRUE(outcome.out.ends_with(" (an estimate)\n")) << outcome.out;
 }
@@ -142,7 +143,9 @@ TEST(DryRunOfTheRom, WritesNothingAndAnnouncesTheLeast)
             const size_t done = real.transfers.size() - idle.transfers.size();
             const size_t announced = json::parse(dry.outcome.out)["control_transfers"];
             EXPECT_LE(announced, done) << model << ": " << command;
-            EXPECT_GE(announced * 2, done) << model << ": " << command;
+            // How often a flash is asked whether it is erased, nobody knows before.
+            if (!command.starts_with("erase"))
+                EXPECT_GE(announced * 2, done) << model << ": " << command;
         }
         EXPECT_EQ(bench.backups().size(), 2U) << "dry runs keep none";
     }

@@ -4,9 +4,9 @@
 
 #include <gtest/gtest.h>
 #include <algorithm>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <sstream>
-#include <functional>
 
 using namespace test;
 using nlohmann::json;
