@@ -144,8 +144,9 @@ TEST(DryRunOfTheRom, WritesNothingAndAnnouncesTheLeast)
             const size_t announced = json::parse(dry.outcome.out)["control_transfers"];
             EXPECT_LE(announced, done) << model << ": " << command;
             // How often a flash is asked whether it is erased, nobody knows before.
-            if (!command.starts_with("erase"))
+            if (!command.starts_with("erase")) {
                 EXPECT_GE(announced * 2, done) << model << ": " << command;
+            }
         }
         EXPECT_EQ(bench.backups().size(), 2U) << "dry runs keep none";
     }
