@@ -24,7 +24,7 @@ quietly() {
     fi
 }
 
-packaging/install-packages.sh build run test
+packaging/install-packages.sh build run test "$preset"
 [ -d "$build/bin" ] || echo "Building preset '$preset'; this happens only once."
 quietly cmake --preset "$preset"
 quietly cmake --build --preset "$preset"

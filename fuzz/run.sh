@@ -5,8 +5,8 @@
 #   fuzz/run.sh MINUTES [TARGET ...]   every target so long, two at a time; all targets without one
 #   fuzz/run.sh --smoke [TARGET ...]   the seeds and a few seconds more, for CI
 #
-# What they learn stays in build/fuzz/corpus, what they find in build/fuzz/findings. To look into a
-# finding: build/fuzz/bin/fuzz_TARGET FILE
+# They are part of the sanitizer build (preset asan). What they learn stays in build/fuzz/corpus, what
+# they find in build/fuzz/findings. To look into a finding: build/asan/bin/fuzz_TARGET FILE
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -24,10 +24,11 @@ if [ ${#targets[@]} -eq 0 ]; then
     mapfile -t targets < <(ls fuzz/corpus)
 fi
 
-packaging/install-packages.sh build run fuzz
+packaging/install-packages.sh build run asan
+programs=$PWD/build/asan/bin
 build=$PWD/build/fuzz
 mkdir -p "$build"
-if ! { cmake --preset fuzz && cmake --build --preset fuzz; } >"$build/build.log" 2>&1; then
+if ! { cmake --preset asan && cmake --build --preset asan --target fuzz_targets; } >"$build/build.log" 2>&1; then
     tail -n 40 "$build/build.log" >&2
     echo "The fuzz targets could not be built; the end of the log is above." >&2
     exit 1
@@ -47,7 +48,7 @@ fuzz_one() {
     (
         cd "$build/run/$target"
         ASAN_OPTIONS=detect_leaks=$leaks:fast_unwind_on_malloc=1 UBSAN_OPTIONS=print_stacktrace=1 \
-            "$build/bin/fuzz_$target" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=2048 \
+            "$programs/fuzz_$target" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=2048 \
             -detect_leaks=$leaks -close_fd_mask=3 -max_len=8192 -print_final_stats=1 \
             -artifact_prefix="$findings/" "${dictionary[@]}" "$corpus" "$seeds" >"$log" 2>&1
     ) || status=1

@@ -216,6 +216,9 @@ TEST(Osd, CommandsAndRepliesHaveTheirLayout)
     EXPECT_EQ(XU_OsdGetEnable(device, out), -16393);
     EXPECT_EQ(out[0], 0xEE);
     EXPECT_EQ(camera.wire().size(), 1u) << "no read after a refused request";
+    camera.fail(UVC_GET_CUR, 0x13, sim::Fault::io_error());
+    EXPECT_EQ(XU_OsdGetEnable(device, out), -16385);
+    EXPECT_EQ(out[0], 0xEE);
 }
 
 TEST(Osd, RegisterBitsChangeAlone)

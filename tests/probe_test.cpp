@@ -256,6 +256,12 @@ TEST(FlashIdentify, NewerControllersAskForTheOpcodeAlone)
     EXPECT_EQ(camera.wire().size(), 2u);
     EXPECT_EQ(id[0], 0xC8);
     EXPECT_EQ(id[2], 0xEE);
+    for (const uint8_t request : {UVC_SET_CUR, UVC_GET_CUR}) {
+        camera.fail(request, 0x1C, sim::Fault::stall());
+        EXPECT_EQ(XU_SpiCmdGet(device, command, 4, id, 2), -16393);
+        EXPECT_EQ(id[0], 0xC8);
+    }
+    camera.heal();
 
     device->oFlashInfo.abExtParam[0] = 0x01;
     camera.listen();

@@ -233,6 +233,7 @@ TEST_F(Production, ADumpHoldsTheFirstBytesOfTheRom)
     EXPECT_TRUE(camera.wire().empty());
     nyxus_errno = 0;
     EXPECT_EQ(MP_FwDump(device, "no/such/folder", 16), -ENOENT);
+    EXPECT_EQ(MP_FwDump(device, "/dev/full", 16), -ENOSPC);
     EXPECT_EQ(nyxus_errno, 0) << "a bare code";
     camera.fail(UVC_GET_CUR, 0x03, sim::Fault::stall());
     EXPECT_EQ(MP_FwDump(device, "other.bin", 16), -16393);

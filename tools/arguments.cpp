@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "arguments.h"
 
+#include "camera_list.h"
 #include "commands.h"
+#include "completion.h"
 #include "help.h"
 #include "versions.h"
 
@@ -40,6 +42,17 @@ void add_general_options(CLI::App& app, Arguments& arguments)
         ->excludes(quiet);
 }
 
+/// For the completion of command lines: how the connected cameras can be named.
+std::vector<std::string> names_of_cameras(const CLI::Option& option)
+{
+    std::vector<std::string> names;
+    if (!option.check_name("--camera"))
+        return names;
+    for (const CameraEntry& entry : UsbSession().cameras())
+        names.push_back(entry.serial.empty() ? entry.port_path : entry.serial);
+    return names;
+}
+
 } // namespace
 
 ParsedArguments parse_arguments(int argc, char** argv)
@@ -52,6 +65,10 @@ ParsedArguments parse_arguments(int argc, char** argv)
     app.footer(std::string("nyxus upgrade camera.bin --reset\n\n") + kExitCodeHelp);
     add_general_options(app, parsed.arguments);
     add_all_commands(app, parsed.arguments);
+    if (completion::answer(app, argc, argv, names_of_cameras)) {
+        parsed.finished = true;
+        return parsed;
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

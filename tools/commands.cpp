@@ -39,6 +39,7 @@ constexpr Declaration declarations[] = {
     {kBoard,     add_memory_commands},
     {kBoard,     add_reserved_command},
     {kBoard,     add_fingerprint_command},
+    {kHelp,      add_explain_command},
     {kHelp,      add_help_command},
 };
 // clang-format on

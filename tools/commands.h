@@ -17,6 +17,7 @@ void add_list_command(CLI::App& app, Arguments& arguments);
 void add_info_command(CLI::App& app, Arguments& arguments);
 void add_doctor_command(CLI::App& app, Arguments& arguments);
 void add_rom_commands(CLI::App& app, Arguments& arguments);
+void add_explain_command(CLI::App& app, Arguments& arguments);
 /// All of them.
 void add_all_commands(CLI::App& app, Arguments& arguments);
 

@@ -25,10 +25,10 @@ enum {
 /** The record that carries a memory access: flags and length, address, data. Its length on the wire
  *  is the control's (11 or 35). */
 typedef struct NyWrapper {
-    uint8_t flags;
-    uint8_t address_high;
-    uint8_t address_low;
-    uint8_t data[32];
+    uint8_t flags;        /**< XU_FLAG_* and the number of data bytes */
+    uint8_t address_high; /**< bits 15 to 8 */
+    uint8_t address_low;  /**< bits 7 to 0 */
+    uint8_t data[32];     /**< 8 of them on controls of 11 bytes */
 } NyWrapper;
 
 /** Send a wrapper on a memory control (only the low byte of bSelector counts). Blocks for a

@@ -12,7 +12,7 @@ NYXUS_BEGIN_DECLS
 
 /** One chip of the catalogue. */
 typedef struct NyBackend {
-    uint32_t chip_id;
+    uint32_t chip_id;   /**< number of the chip; parts of one chip share it */
     uint32_t family;    /**< index into IC_FAMILY_STR */
     char signature[4];  /**< NUL-terminated; found in the internal firmware version */
     char name[32];      /**< NUL-terminated model name */
@@ -33,6 +33,7 @@ enum {
 
 /** The catalogue in search order: the first row whose signature occurs in the version text wins. */
 NYXUS_DATA const NyBackend backend_list[];
+/** Rows of backend_list. */
 NYXUS_DATA int32_t backend_list_count;
 /** Names of the families. */
 NYXUS_DATA const char* const IC_FAMILY_STR[8];
@@ -67,6 +68,7 @@ NYXUS_API int32_t MP_QueryModuleInfo(NyDevice* pDevObj);
 /**
  * Read the firmware status.
  *
+ * @param pDevObj    probed device, borrowed for the call
  * @param pFwStatus  its first three bytes are written, on success
  * @return 0; -1026, -1036 for NULL; else the transfer's failure
  *
@@ -77,6 +79,7 @@ NYXUS_API int32_t XU_FwGetStatus(NyDevice* pDevObj, NyFirmwareStatus* pFwStatus)
 /**
  * Read the versions of the external firmware and of its sensor application.
  *
+ * @param pDevObj           probed device, borrowed for the call
  * @param pwExtFwVer        external firmware version, written on success
  * @param pwExtSensorApId   sensor application id, written on success
  * @return 0; -1026, -1036 for NULL; else the transfer's failure

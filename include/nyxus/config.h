@@ -38,13 +38,13 @@ NYXUS_DATA void* nyxus_ini_dict;
 /** Production configuration: the host's record of file names and serial-number parts. Texts are
  *  NUL-padded; the flags mean what the host decides. */
 typedef struct __attribute__((packed)) NyIni {
-    char fw_bin_name[256];
-    uint8_t fw_flags[3];
-    char mfi_bin_name[256];
-    uint8_t mfi_flags[2];
-    char sn_prefix[32];
-    char sn_number[32];
-    char sn_suffix[32];
+    char fw_bin_name[256];  /**< firmware image */
+    uint8_t fw_flags[3];    /**< the host's */
+    char mfi_bin_name[256]; /**< MFi image */
+    uint8_t mfi_flags[2];   /**< the host's */
+    char sn_prefix[32];     /**< serial number: first part */
+    char sn_number[32];     /**< the part that counts */
+    char sn_suffix[32];     /**< last part */
 } NyIni;
 
 /** The host's configuration; zero at load time. The library neither reads nor writes it. */

@@ -23,30 +23,30 @@ enum { EXTROM_TYPE_SPI = 0xFF };
 
 /** The per-camera record. Read any field; the library owns and writes them. */
 struct NyDevice {
-    uint8_t state;                    /**< 1 since creation */
-    int32_t index;                    /**< -1 */
-    libusb_device* usb_device;        /**< as given to DEV_CreateObjectUsb() */
-    libusb_device_handle* usb_handle; /**< used by every transfer */
-    uvc_context_t* uvc_context;
+    uint8_t state;                         /**< 1 since creation */
+    int32_t index;                         /**< -1 */
+    libusb_device* usb_device;             /**< as given to DEV_CreateObjectUsb() */
+    libusb_device_handle* usb_handle;      /**< used by every transfer */
+    uvc_context_t* uvc_context;            /**< of this object alone */
     uvc_device_handle_t* uvc_handle;       /**< NULL when libuvc could not open the camera */
     uvc_stream_ctrl_t stream_ctrl;         /**< negotiated by the start functions */
     StreamCallbackRecord* stream_callback; /**< set while a callback stream runs */
     char szIntFwVer[11];                   /**< internal firmware version; may lack a terminator */
     NyBackend oBackend;                    /**< matched row of backend_list */
-    NyXuVersion oXuCtrlVer;
-    uint8_t xFeatureXU;     /**< firmware has an XU version record */
-    uint8_t xFeatureEM;     /**< firmware has the memory extension */
-    uvc_xu_ctrl* xu_table;  /**< the camera's control table */
-    int32_t xu_table_count; /**< its rows */
-    NyFirmwareStatus oFwStatus;
-    uint16_t wExtSensorApId;
-    uint16_t wExtFwVer;     /**< external firmware version */
-    char szSetfileVer[11];  /**< set-file version; may lack a terminator */
-    NyFlashInfo oFlashInfo; /**< identified SPI flash */
-    uint8_t xSpiMode;       /**< 1: SPI flash, 0: I2C EEPROM */
-    uint8_t xModuleMode;    /**< 1: external firmware or set-file present */
-    uint8_t bExtRomType;    /**< EXTROM_TYPE_SPI or EEPROM size / 128, at most 0x80 */
-    uint32_t dwExtRomSize;  /**< bytes: 0x10000 for SPI flash, at most 0x8000 else */
+    NyXuVersion oXuCtrlVer;                /**< as the camera sent it */
+    uint8_t xFeatureXU;                    /**< firmware has an XU version record */
+    uint8_t xFeatureEM;                    /**< firmware has the memory extension */
+    uvc_xu_ctrl* xu_table;                 /**< the camera's control table */
+    int32_t xu_table_count;                /**< its rows */
+    NyFirmwareStatus oFwStatus;            /**< read by the probe */
+    uint16_t wExtSensorApId;               /**< sensor application id */
+    uint16_t wExtFwVer;                    /**< external firmware version */
+    char szSetfileVer[11];                 /**< set-file version; may lack a terminator */
+    NyFlashInfo oFlashInfo;                /**< identified SPI flash */
+    uint8_t xSpiMode;                      /**< 1: SPI flash, 0: I2C EEPROM */
+    uint8_t xModuleMode;                   /**< 1: external firmware or set-file present */
+    uint8_t bExtRomType;   /**< EXTROM_TYPE_SPI or EEPROM size / 128, at most 0x80 */
+    uint32_t dwExtRomSize; /**< bytes: 0x10000 for SPI flash, at most 0x8000 else */
 
     uint8_t device_gone;         /**< private: the latest claim or transfer said NO_DEVICE */
     uint8_t stream_record_owned; /**< private: stream_callback is to be freed */

@@ -21,7 +21,9 @@
 #include <stdint.h>
 
 #ifdef __cplusplus
+/** The declarations that follow have C linkage. */
 #define NYXUS_BEGIN_DECLS extern "C" {
+/** End of NYXUS_BEGIN_DECLS. */
 #define NYXUS_END_DECLS }
 #else
 #define NYXUS_BEGIN_DECLS

@@ -29,13 +29,15 @@ typedef struct __attribute__((packed)) NyFlashInfo {
 
 /** Approved parts in search order; the last row stands for every other part. */
 NYXUS_DATA const NyFlashInfo spi_flash_table[];
+/** Rows of spi_flash_table. */
 NYXUS_DATA int32_t spi_flash_table_count;
 
 /**
  * Look an ID up in the catalogue and copy its row (the last row if there is none) into oFlashInfo.
  *
- * @param bParam  not used
- * @param pId     3 bytes
+ * @param pDevObj  probed device, borrowed for the call
+ * @param bParam   not used
+ * @param pId      3 bytes
  * @return the row, 0 or more; -1 when no row has this ID (bare)
  *
  * Does not block.
@@ -51,8 +53,11 @@ NYXUS_API int32_t MP_IdentifyEeprom(NyDevice* pDevObj);
  * With XU version 0x0003 the controller knows only read-ID commands: the opcode travels alone, and
  * at most 11 answer bytes exist.
  *
- * @param pCmdBuf   bCmdLen command bytes, opcode first
- * @param pDataBuf  room for bDataLen bytes, written on success
+ * @param pDevObj   probed device, borrowed for the call
+ * @param pCmdBuf   command bytes, opcode first
+ * @param bCmdLen   number of them
+ * @param pDataBuf  room for the answer, written on success
+ * @param bDataLen  its bytes
  * @return 0; -9 when the command took more than 500 ms (bare)
  *
  * Blocks for about 7 transfers and up to 500 ms.
@@ -70,6 +75,9 @@ NYXUS_API int32_t XU_SpiCmdSet(NyDevice* pDevObj, const uint8_t* pCmdBuf, uint8_
  * Wait until (status & bMask) == bValue. The status is read, then every 2 ms, about dwTimeout / 3
  * times.
  *
+ * @param pDevObj    probed device, borrowed for the call
+ * @param bMask      bits of the status that count
+ * @param bValue     what they shall be
  * @param dwTimeout  nominal milliseconds; 40 reads 14 times, 100 reads 34 times
  * @return 0; -16 when it did not come true (bare)
  */
@@ -79,6 +87,7 @@ NYXUS_API int32_t XU_SpiWaitStatus(NyDevice* pDevObj, uint8_t bMask, uint8_t bVa
 /**
  * Wait until the flash is no longer busy; polls every 2 ms.
  *
+ * @param pDevObj    probed device, borrowed for the call
  * @param dwTimeout  milliseconds of sleeping
  * @return 0; -16 when it is still busy (bare)
  */

@@ -29,6 +29,7 @@ enum {
 
 /** The controls with their payload lengths. */
 NYXUS_DATA const uvc_xu_ctrl uvc_xu_table_h264[];
+/** Rows of uvc_xu_table_h264. */
 NYXUS_DATA int32_t uvc_xu_table_h264_count;
 
 /** Non-zero: queries go out as bRequest = the request, wLength = the control's length, in the right
@@ -37,7 +38,7 @@ NYXUS_DATA uint8_t nyxus_h264_standard_order;
 
 /** The bitrate payload. */
 typedef struct H264BitrateLayers {
-    uint16_t wLayerID;
+    uint16_t wLayerID;         /**< stream layer, 0 for the only one */
     uint32_t dwPeakBitrate;    /**< bit/s */
     uint32_t dwAverageBitrate; /**< bit/s */
 } H264BitrateLayers;
@@ -45,6 +46,7 @@ typedef struct H264BitrateLayers {
 /**
  * One request to a control of the H.264 unit.
  *
+ * @param pDevObj    probed device, borrowed for the call
  * @param bSelector  UVCX_*; only the low byte counts
  * @param bRequest   UVC_GET_CUR or UVC_SET_CUR; only the low byte counts
  * @param pBuf       the control's length of bytes; never written by a set
@@ -57,6 +59,7 @@ NYXUS_API int32_t UvcXuCtrlQueryH264(NyDevice* pDevObj, int32_t bSelector, int32
 
 /** Rate-control mode: 3 bytes, layer (16 bits, little-endian), mode. Blocks for a transfer. */
 NYXUS_API int32_t H264GetRateCtrlMode(NyDevice* pDevObj, uint8_t* pBuf);
+/** Set the rate-control mode; pBuf as for H264GetRateCtrlMode(). Blocks for a transfer. */
 NYXUS_API int32_t H264SetRateCtrlMode(NyDevice* pDevObj, const uint8_t* pBuf);
 /** Type of the next frame: 4 bytes, layer, picture type (16 bits each, little-endian). Blocks for a
  *  transfer. */
@@ -68,17 +71,19 @@ NYXUS_API int32_t H264Reset(NyDevice* pDevObj, const uint8_t* pBuf);
 /** QP steps: 5 bytes, layer (16 bits, little-endian), frame type, minimum, maximum. Blocks for a
  *  transfer. */
 NYXUS_API int32_t H264GetQpSteps(NyDevice* pDevObj, uint8_t* pBuf);
+/** Set the QP steps; pBuf as for H264GetQpSteps(). Blocks for a transfer. */
 NYXUS_API int32_t H264SetQpSteps(NyDevice* pDevObj, const uint8_t* pBuf);
-/** Peak and average bitrate of a layer. Blocks for a transfer. */
+/** Read peak and average bitrate, bit/s. Blocks for a transfer. */
 NYXUS_API int32_t H264GetBitrate(NyDevice* pDevObj, H264BitrateLayers* out);
+/** Set peak and average bitrate of a layer, bit/s. Blocks for a transfer. */
 NYXUS_API int32_t H264SetBitrate(NyDevice* pDevObj, const H264BitrateLayers* in);
 /** Frames from one I-frame to the next. Blocks for 2 transfers. */
 NYXUS_API int32_t H264GetIFramePeriod(NyDevice* pDevObj, uint16_t* period);
-/** 0 counts as 1. Blocks for a transfer. */
+/** Set the frames from one I-frame to the next; 0 counts as 1. Blocks for a transfer. */
 NYXUS_API int32_t H264SetIFramePeriod(NyDevice* pDevObj, const uint16_t* period);
-/** Stream format, 0 or 1. Blocks for 2 transfers. */
+/** Read the stream format, 0 or 1. Blocks for 2 transfers. */
 NYXUS_API int32_t H264GetFormat(NyDevice* pDevObj, uint8_t* format);
-/** Any non-zero format is 1. Blocks for 3 transfers. */
+/** Set the stream format; any non-zero format is 1. Blocks for 3 transfers. */
 NYXUS_API int32_t H264SetFormat(NyDevice* pDevObj, uint8_t format);
 
 NYXUS_END_DECLS

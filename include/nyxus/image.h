@@ -12,18 +12,21 @@
 
 NYXUS_BEGIN_DECLS
 
+/** Sizes, bytes. */
 enum {
-    NYXUS_FW_BIN_CAPACITY = 32768,
-    NYXUS_MFI_BIN_CAPACITY = 4096,
-    NYXUS_MFI_ROM_ADDR = 0x6000, /**< where an MFi image lies in the external ROM */
+    NYXUS_FW_BIN_CAPACITY = 32768, /**< largest firmware image */
+    NYXUS_MFI_BIN_CAPACITY = 4096, /**< largest MFi image */
+    NYXUS_MFI_ROM_ADDR = 0x6000,   /**< where an MFi image lies in the external ROM */
 };
 
-/** The firmware image, and its real size in bytes (trailing 0xFF not counted). A failed MP_FwLoad()
- *  leaves the low 16 bits of its code in the size. */
+/** The firmware image. */
 NYXUS_DATA uint8_t nyxus_fw_bin[NYXUS_FW_BIN_CAPACITY];
+/** Its real size in bytes (trailing 0xFF not counted). A failed MP_FwLoad() leaves the low 16 bits
+ *  of its code here. */
 NYXUS_DATA uint16_t nyxus_fw_bin_size;
-/** Room for an MFi image, and the bytes of it to program (set by the host). */
+/** Room for an MFi image. */
 NYXUS_DATA uint8_t nyxus_mfi_bin[NYXUS_MFI_BIN_CAPACITY];
+/** Bytes of an MFi image to program; the host sets it. */
 NYXUS_DATA uint16_t nyxus_mfi_bin_size;
 
 /** Size of an image without its trailing 0xFF bytes; 1 when there is nothing else. -770 for NULL.

@@ -24,10 +24,12 @@ NYXUS_BEGIN_DECLS
  * Writes to the external ROM are paced: SPI flash by a bus-ready poll before every exchange (up to
  * 3 s each), EEPROM by a sleep of nyxus_write_cycle_time milliseconds after it.
  *
+ * @param pDevObj    probed device, borrowed for the call
  * @param bSelector  ZRV_XU_REG, ZRV_XU_SENSOR, ZRV_XU_MCU or ZRV_XU_EXT_ROM
  * @param bFlag      wrapper flag; bit 7 set = write
  * @param wAddr      start address
  * @param dwLen      bytes, at most 65,536 make sense
+ * @param pBuf       dwLen bytes, sent or filled
  *
  * Blocks for 2 transfers per 8 bytes (external ROM with xFeatureXU: per 32 bytes) of a read; 1 to 4
  * per exchange of a write, plus the pacing.
@@ -61,11 +63,11 @@ NYXUS_API int32_t XuExtRomWrite(NyDevice* pDevObj, uint32_t dwAddr, uint32_t dwL
 /** The record of the 512-byte path: length and address are big-endian. It has no direction: a
  * SET_CUR carries data or asks for the data that the next GET_CUR returns. */
 typedef struct NyWrapper512 {
-    uint8_t length_high;
-    uint8_t length_low;
-    uint8_t address_high;
-    uint8_t address_low;
-    uint8_t data[512];
+    uint8_t length_high;  /**< bytes of data that count, bits 15 to 8 */
+    uint8_t length_low;   /**< bits 7 to 0 */
+    uint8_t address_high; /**< bits 15 to 8 */
+    uint8_t address_low;  /**< bits 7 to 0 */
+    uint8_t data[512];    /**< sent, or received */
 } NyWrapper512;
 
 /** Send a 512-byte wrapper, then read the answer into it. Only the read can fail the call. Blocks
@@ -79,7 +81,11 @@ NYXUS_API int32_t XuSetWrapper512(NyDevice* pDevObj, NyWrapper512* pWrapper512);
  * After every write it sleeps the time of XU_SetWriteCycleTime(). Prints progress when
  * nyxus_print_progress is set.
  *
- * @param bFlag  bit 7 set = write
+ * @param pDevObj  probed device, borrowed for the call
+ * @param bFlag    bit 7 set = write
+ * @param wAddr    start address
+ * @param dwLen    bytes
+ * @param pBuf     dwLen bytes, sent or filled
  *
  * Blocks for 2 transfers per 512 bytes of a read, 1 of a write.
  */
@@ -96,8 +102,13 @@ NYXUS_API int32_t XuExtRomRead512(NyDevice* pDevObj, uint32_t wAddr, uint32_t wL
  * A transfer that fails ends the walk but is *not* returned: the result is that of the last block
  * selection. Set nyxus_rv to 0 before and look at it after.
  *
+ * @param pDevObj    probed device, borrowed for the call
  * @param bFlag      bit 7 set = write
  * @param bSelector  ZRV_XU_EXT_ROM or ZRV_XU_Read_EXT_ROM_512; any other transfers nothing
+ * @param dwAddr     start address
+ * @param dwLen      bytes
+ * @param pBuf       dwLen bytes, sent or filled
+ * @return 0, or the failure of the last block selection
  */
 NYXUS_API int32_t VELKA_DwAddrRead(NyDevice* pDevObj, uint8_t bFlag, uint8_t bSelector,
                                    uint32_t dwAddr, uint32_t dwLen, uint8_t* pBuf);

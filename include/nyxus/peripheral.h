@@ -16,8 +16,9 @@ enum { GPIO_LOW = 0, GPIO_HIGH = 1 };
 /**
  * Drive a GPIO pin.
  *
- * @param bIndex  pin, 0 to 15; 16 is accepted and changes nothing; only the low byte counts
- * @param bValue  GPIO_LOW, or anything else for high; only the low byte counts
+ * @param pDevObj  probed device, borrowed for the call
+ * @param bIndex   pin, 0 to 15; 16 is accepted and changes nothing; only the low byte counts
+ * @param bValue   GPIO_LOW, or anything else for high; only the low byte counts
  * @return 0, also when a register could not be reached; -1036 for a larger index; -1026 for NULL
  *
  * Blocks for up to 12 transfers. One thread at a time per device.
@@ -27,6 +28,7 @@ NYXUS_API int32_t XU_GpioSet(NyDevice* pDevObj, int32_t bIndex, int32_t bValue);
 /**
  * Read the I2C configuration: the device address in 8-bit form, bit 0 = addressing mode.
  *
+ * @param pDevObj  probed device, borrowed for the call
  * @param pConfig  written on success
  * @return 0; -1026, -1036 for NULL; else the register's failure
  *
@@ -40,9 +42,10 @@ NYXUS_API int32_t XU_I2cConfigSet(NyDevice* pDevObj, const uint8_t* pConfig);
 /**
  * Read registers of the configured I2C device.
  *
- * @param wAddr  register address, 9 bits
- * @param bLen   bytes; keep to 8, behind them lie the controller's own I2C registers
- * @param pBuf   receives bLen bytes
+ * @param pDevObj  probed device, borrowed for the call
+ * @param wAddr    register address, 9 bits
+ * @param bLen     bytes; keep to 8, behind them lie the controller's own I2C registers
+ * @param pBuf     receives bLen bytes
  * @return 0; -1 (bare) for a NULL buffer; -1026 for a NULL device; else the register's failure
  *
  * Blocks for 1 + 2 * (bLen / 8, rounded up) transfers. One thread at a time per device.
@@ -54,6 +57,7 @@ NYXUS_API int32_t XU_I2cSet(NyDevice* pDevObj, uint16_t wAddr, uint8_t bLen, con
 /**
  * Read the state of an LED.
  *
+ * @param pDevObj       probed device, borrowed for the call
  * @param bLedSelector  LED, 0 to 255
  * @param pLedStatus    state bits (mask 0x58); the raw byte when the result is -16
  * @return 0; -16 (bare) while an update is pending; -1026, -1036 for NULL; else the register's
@@ -82,7 +86,8 @@ NYXUS_API int32_t XU_MotionDetectSet(NyDevice* pDevObj, const uint8_t* pSetting)
 /**
  * Ask for a motion alarm, and acknowledge it.
  *
- * @param pAlarm  1: motion since the last poll, 0: none; written on success
+ * @param pDevObj  probed device, borrowed for the call
+ * @param pAlarm   1: motion since the last poll, 0: none; written on success
  * @return 0; -1026, -1036 for NULL; else the register's failure
  *
  * Blocks for 2 transfers, 3 with an alarm. One thread at a time per device.

@@ -23,6 +23,7 @@ NYXUS_BEGIN_DECLS
  * booting meanwhile. A board that protects its EEPROM by GPIO 0 needs XU_GpioSet(pDevObj, 0,
  * GPIO_LOW) first: the writes vanish otherwise, and 0 is returned. Reading back tells.
  *
+ * @param pDevObj  probed device, borrowed for the call
  * @param mfi_bin  MFi image of nyxus_mfi_bin_size bytes, or NULL
  * @return 0 (also when only the final locking failed); -1028 when the image is for another chip;
  *         -1036 when nyxus_fw_bin_size is not 0x42 to 32,768 or nyxus_mfi_bin_size exceeds 4,096;
@@ -40,8 +41,9 @@ NYXUS_API int32_t MP_FwErase(NyDevice* pDevObj);
 /**
  * Write the first bytes of the ROM to a file.
  *
- * @param path  created or overwritten
- * @param size  bytes, at most 32,768 (else -1036, nothing is done)
+ * @param pDevObj  probed device, borrowed for the call
+ * @param path     created or overwritten
+ * @param size     bytes, at most 32,768 (else -1036, nothing is done)
  * @return 0; minus errno (bare) when the file cannot be opened or written
  *
  * Blocks for the transfers of XuExtRomRead().
@@ -62,6 +64,7 @@ NYXUS_API int32_t MP_FwCompare(NyDevice* pDevObj);
 /**
  * Versions that the probe found.
  *
+ * @param pDevObj       probed device, borrowed for the call
  * @param pwExtFwVer    external firmware version
  * @param szSetfileVer  set-file version text, 12 bytes, always terminated
  * @return 0

@@ -54,14 +54,21 @@ NYXUS_API int32_t XU_SpiBlockProtect_for_customer_IB(NyDevice* pDevObj, bool xEn
 /**
  * Unlock or lock the external ROM in the way of its type and controller generation.
  *
+ * @param pDevObj      probed device, borrowed for the call
  * @param bExtRomType  EXTROM_TYPE_SPI, anything else is an EEPROM
  * @param xEnable      true unlocks
  * @return 0; -16 when the flash did not follow; -1033 (see XU_SpiBlockProtect())
  */
 NYXUS_API int32_t MP_ExtRomWriteEnable(NyDevice* pDevObj, uint8_t bExtRomType, bool xEnable);
 
-/** Read the reserved area. @param wLen at most 256 (else -1, bare) @return -1 (bare) also on a
- * camera without SPI flash */
+/**
+ * Read the reserved area.
+ *
+ * @param pDevObj  probed device, borrowed for the call
+ * @param wLen     bytes, at most 256
+ * @param pBuf     receives them
+ * @return 0; -1 (bare) for a larger wLen, and on a camera without SPI flash
+ */
 NYXUS_API int32_t XU_SpiGetReservedArea(NyDevice* pDevObj, uint16_t wLen, uint8_t* pBuf);
 /** Program the reserved area; it is not erased first, so only 1 bits become 0. The same results. */
 NYXUS_API int32_t XU_SpiSetReservedArea(NyDevice* pDevObj, uint16_t wLen, const uint8_t* pBuf);

@@ -21,8 +21,8 @@ enum {
     NY_TRACE_DEBUG = 0x0480, /**< packet dumps, control lengths learnt from the camera */
     NY_TRACE_SPI = 0x8080,   /**< SPI commands and bus-ready polls */
     NY_TRACE_ENUM = 0x0080,  /**< device enumeration */
-    NY_TRACE_STEP = 0x0040,  /**< `<INFO>` milestones and execution times, without time stamp */
-    NY_TRACE_WARN = 0x0010,  /**< `<WARNING>` lines, without time stamp */
+    NY_TRACE_STEP = 0x0040,  /**< "<INFO>" milestones and execution times, without time stamp */
+    NY_TRACE_WARN = 0x0010,  /**< "<WARNING>" lines, without time stamp */
 };
 
 /** The trace mask; 0 (silent) at load time. */

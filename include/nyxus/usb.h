@@ -22,8 +22,9 @@ enum {
     NY_UNIT_H264 = 12,  /**< H.264 encoder, guid_h264 */
 };
 
-/** GUIDs of the two units in memory order. The library addresses units by number only. */
+/** GUID of the vendor unit in memory order. The library addresses units by number only. */
 NYXUS_DATA const uint8_t guid_velkalink[16];
+/** GUID of the H.264 unit in memory order. */
 NYXUS_DATA const uint8_t guid_h264[16];
 
 /** The five fields of a USB setup packet. */

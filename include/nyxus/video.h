@@ -26,8 +26,8 @@ typedef void (*NyFrameCallback)(uvc_frame_t* frame, VideoStreamParam* param);
 
 /** What a running callback stream needs; owned by the device object. */
 typedef struct StreamCallbackRecord {
-    VideoStreamParam* param;
-    NyFrameCallback callback;
+    VideoStreamParam* param;  /**< the caller's */
+    NyFrameCallback callback; /**< the caller's */
 } StreamCallbackRecord;
 
 /** libuvc handle supplied by the application, or NULL. */
@@ -64,6 +64,7 @@ NYXUS_API void get_libusb_handle(libusb_device_handle** out);
 /**
  * Start a YUYV stream with a callback per complete frame; incomplete frames are dropped.
  *
+ * @param pDevObj   probed device, borrowed for the call
  * @param callback  called on libuvc's streaming thread
  * @param param     size and rate; borrowed until the stream is stopped, and handed to the callback
  * @return the libuvc result: 0 or positive, or a negative uvc_error (also printed by libuvc);
@@ -78,9 +79,10 @@ NYXUS_API int32_t startVideoStream(NyDevice* pDevObj, NyFrameCallback callback,
 /**
  * Take one complete YUYV frame. The stream is left running: stop it with stopVideoStream().
  *
- * @param unused  ignored
- * @param param   size and rate; its frame is set on success and points into libuvc's buffer, valid
- *                until the stream is stopped
+ * @param pDevObj  probed device, borrowed for the call
+ * @param unused   ignored
+ * @param param    size and rate; its frame is set on success and points into libuvc's buffer, valid
+ *                 until the stream is stopped
  * @return 0; a negative uvc_error when the stream cannot be started or the camera is gone; -1026,
  *         -1036 for NULL
  *

@@ -46,28 +46,38 @@ typedef struct uvc_xu_ctrl {
     uint16_t length;  /**< payload bytes; the probe overwrites it with what the camera says */
 } uvc_xu_ctrl;
 
-/** Tables by firmware generation. The probe corrects their lengths in place, process-wide: the
- *  last camera that was probed wins. */
+/** Controls of firmware without a version record. As with all of these tables, the probe corrects
+ *  the lengths in place, process-wide: the last camera that was probed wins. */
 NYXUS_DATA uvc_xu_ctrl uvc_xu_table_ver_none[];
+/** Rows of uvc_xu_table_ver_none. */
 NYXUS_DATA int32_t uvc_xu_table_ver_none_count;
+/** Controls of XU version 0x0002. */
 NYXUS_DATA uvc_xu_ctrl uvc_xu_table_ver_0002[];
+/** Rows of uvc_xu_table_ver_0002. */
 NYXUS_DATA int32_t uvc_xu_table_ver_0002_count;
+/** Controls of XU version 0x0003. */
 NYXUS_DATA uvc_xu_ctrl uvc_xu_table_ver_0003[];
+/** Rows of uvc_xu_table_ver_0003. */
 NYXUS_DATA int32_t uvc_xu_table_ver_0003_count;
+/** Controls of XU version 0x0100. */
 NYXUS_DATA uvc_xu_ctrl uvc_xu_table_ver_0100[];
+/** Rows of uvc_xu_table_ver_0100. */
 NYXUS_DATA int32_t uvc_xu_table_ver_0100_count;
+/** Controls of XU version 0x0101. */
 NYXUS_DATA uvc_xu_ctrl uvc_xu_table_ver_0101[];
+/** Rows of uvc_xu_table_ver_0101. */
 NYXUS_DATA int32_t uvc_xu_table_ver_0101_count;
 
 /** A generation and its table. */
 typedef struct NyXuTable {
-    uint16_t version; /**< XU version; 0xFFFF: firmware without a version record */
-    uvc_xu_ctrl* table;
-    int32_t count; /**< rows of the table */
+    uint16_t version;   /**< XU version; 0xFFFF: firmware without a version record */
+    uvc_xu_ctrl* table; /**< its controls */
+    int32_t count;      /**< rows of the table */
 } NyXuTable;
 
 /** Searched from the first row on. */
 NYXUS_DATA NyXuTable xu_table_list[];
+/** Rows of xu_table_list. */
 NYXUS_DATA int32_t xu_table_list_count;
 
 /** The two controls that are read without a table. */
@@ -75,16 +85,17 @@ NYXUS_DATA const uvc_xu_ctrl uvc_xu_ctrl_ver_info[2];
 
 /** Record of ZRV_XU_VERSION as the camera sends it, little-endian. */
 typedef struct __attribute__((packed)) NyXuVersion {
-    uint16_t wPrefix;   /**< "XU", 0x5558 */
-    uint16_t wVersion;  /**< key of xu_table_list */
-    uint16_t wExMemTag; /**< "EM", 0x4D45: the firmware has the memory extension */
-    uint16_t wExMemVer;
-    uint8_t reserved[3];
+    uint16_t wPrefix;    /**< "XU", 0x5558 */
+    uint16_t wVersion;   /**< key of xu_table_list */
+    uint16_t wExMemTag;  /**< "EM", 0x4D45: the firmware has the memory extension */
+    uint16_t wExMemVer;  /**< version of the memory extension */
+    uint8_t reserved[3]; /**< not used */
 } NyXuVersion;
 
 /**
  * Read the XU version record.
  *
+ * @param pDevObj  probed device, borrowed for the call
  * @param pRecord  receives 11 bytes
  * @return 0; -1026, -1036 for NULL; else the transfer's failure (older firmware stalls: -16393)
  *
@@ -95,7 +106,8 @@ NYXUS_API int32_t XuGetVersion(NyDevice* pDevObj, NyXuVersion* pRecord);
 /**
  * Read the internal firmware version, text that begins with the chip's signature.
  *
- * @param pText  receives 11 bytes; without terminator when the text is 11 characters long
+ * @param pDevObj  probed device, borrowed for the call
+ * @param pText    receives 11 bytes; without terminator when the text is 11 characters long
  * @return 0; -1026, -1036 for NULL; else the transfer's failure
  *
  * Blocks for a transfer. One thread at a time per device.
@@ -133,6 +145,7 @@ NYXUS_API int32_t requireXUSizeTable(libusb_device_handle* handle, uint8_t bUnit
 /**
  * One request to a vendor control, checked and sized by the camera's table.
  *
+ * @param pDevObj    probed device, borrowed for the call
  * @param bSelector  ZRV_XU_*; only the low byte counts
  * @param bRequest   UVC_GET_CUR or UVC_SET_CUR
  * @param pData      exactly as many bytes as the table's length of the control, which the *camera*

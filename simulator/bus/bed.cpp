@@ -383,6 +383,10 @@ void Bed::State::set_faults(PluggedCamera& camera, unsigned position, const Faul
         FaultEngine::Bench{
             .cut_power = [&usb] { usb.controller().power_cut(); },
             .replug_after = [this, &camera](uint64_t delay_us) { replug_after(camera, delay_us); },
+            .tell =
+                [&usb](const PlannedFault& fault) {
+                    usb.observers().tell(&UsbObserver::fault_strikes, fault.text);
+                },
         });
     usb.set_fault([engine](const Setup& setup, uint64_t) { return engine->on_transfer(setup); });
     usb.set_answer_fault([engine] { return engine->on_answer(); });

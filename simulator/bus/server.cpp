@@ -5,13 +5,11 @@
 #include "bus/transport.h"
 
 #include <sys/prctl.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 namespace sim {
@@ -25,78 +23,27 @@ Reply result(int status)
     return reply;
 }
 
+int listen_in(const std::string& folder)
+{
+    const int listener = listen_socket(socket_path(folder));
+    if (listener < 0) {
+        throw std::runtime_error("cannot listen in " + folder + ": " + std::strerror(errno));
+    }
+    return listener;
+}
+
 } // namespace
 
 Server::Server(Bed& bed, VirtualClock* clock)
-    : bed_(bed), clock_(clock), listener_(listen_socket(socket_path(bed.folder())))
+    : bed_(bed),
+      clock_(clock),
+      clients_(listen_in(bed.folder()), [this](int socket) { talk(socket); })
 {
-    if (listener_ < 0) {
-        throw std::runtime_error("cannot listen in " + bed.folder() + ": " + std::strerror(errno));
-    }
-    acceptor_ = std::thread([this] { accept_clients(); });
-}
-
-Server::~Server()
-{
-    shutdown(listener_, SHUT_RDWR);
-    acceptor_.join();
-    close(listener_);
-    {
-        const std::lock_guard lock(mutex_);
-        for (const Connection& connection : connections_) {
-            shutdown(connection.socket, SHUT_RDWR);
-        }
-    }
-    for (Connection& connection : connections_) {
-        connection.thread.join();
-        close(connection.socket);
-    }
-}
-
-void Server::accept_clients()
-{
-    for (;;) {
-        const int socket = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-        if (socket < 0) {
-            if (errno == EINTR || errno == ECONNABORTED) {
-                continue;
-            }
-            if (errno == EMFILE || errno == ENFILE) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(10));
-                continue;
-            }
-            return; // shut down
-        }
-        const std::lock_guard lock(mutex_);
-        join_finished();
-        Connection& connection = connections_.emplace_back(Connection{socket, false, {}});
-        connection.thread = std::thread([this, &connection] { serve(connection); });
-    }
-}
-
-void Server::join_finished()
-{
-    connections_.remove_if([](Connection& connection) {
-        if (connection.finished) {
-            connection.thread.join();
-            close(connection.socket);
-        }
-        return connection.finished;
-    });
-}
-
-void Server::serve(Connection& connection)
-{
-    prctl(PR_SET_TIMERSLACK, 1UL); // a transfer takes microseconds; the usual slack is 50 of them
-    talk(connection.socket);
-    // The descriptor itself is closed after the join, so that nobody shuts down a reused number.
-    shutdown(connection.socket, SHUT_RDWR);
-    const std::lock_guard lock(mutex_);
-    connection.finished = true;
 }
 
 void Server::talk(int socket)
 {
+    prctl(PR_SET_TIMERSLACK, 1UL); // a transfer takes microseconds; the usual slack is 50 of them
     std::unique_ptr<UsbfsFile> file;
     Request request;
     while (receive_request(socket, request)) {

@@ -2,9 +2,9 @@
 #include "cameras/camera_file.h"
 
 #include "cameras/fields.h"
-#include "cameras/nearest.h"
 #include "cameras/shipped.h"
 #include "cameras/toml_reader.h"
+#include "text/nearest.h"
 
 #include <algorithm>
 #include <filesystem>

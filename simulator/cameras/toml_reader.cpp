@@ -2,7 +2,7 @@
 #include "cameras/toml_reader.h"
 
 #include "cameras/camera_file.h"
-#include "cameras/nearest.h"
+#include "text/nearest.h"
 
 #include <algorithm>
 #include <sstream>

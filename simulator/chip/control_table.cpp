@@ -187,4 +187,20 @@ bool is_read_only(uint8_t selector)
     }
 }
 
+bool is_memory(uint8_t selector)
+{
+    switch (selector) {
+        case kExtRom:
+        case kReg:
+        case kSensor:
+        case kMcu:
+        case kIntRom:
+        case kExtRomChecksum:
+        case kSpiStatus:
+            return true;
+        default:
+            return false;
+    }
+}
+
 } // namespace sim

@@ -58,6 +58,8 @@ std::span<const Control> control_table(const CameraModel& model);
 const Control* find_control(const CameraModel& model, uint8_t selector);
 
 bool is_read_only(uint8_t selector);
+/// It reads and writes a memory: memory_frame.h.
+bool is_memory(uint8_t selector);
 
 /// "EXT_ROM"; empty when there is no such control.
 std::string_view control_name(uint8_t selector);

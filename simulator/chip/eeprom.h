@@ -3,7 +3,7 @@
 
 #include "clock.h"
 #include "model.h"
-#include "rom_fault.h"
+#include "rom_cells.h"
 
 #include <cstdint>
 #include <span>
@@ -19,7 +19,7 @@ public:
     void power_up();
     /// What is being written stays half done; nothing answers until the next power-up.
     void power_cut();
-    void set_fault(RomFaultHook hook) { fault_ = std::move(hook); }
+    void set_fault(RomFaultHook hook) { cells_.set_fault(std::move(hook)); }
     void set_protected(bool is_protected) { protected_ = is_protected; }
     bool busy() { return clock_.now_us() < busy_until_us_; }
 
@@ -30,19 +30,14 @@ public:
     void write_pages(uint32_t address, std::span<const uint8_t> bytes);
 
 private:
-    RomFault ask(const RomAccess& access) const { return fault_ ? fault_(access) : RomFault{}; }
-    RomFault write_page(uint32_t address, std::span<const uint8_t> bytes);
-    void store_page(uint32_t address, std::span<const uint8_t> bytes);
     void start_cycles(uint32_t count, const RomFault& fault);
 
     const EepromPart part_;
     Clock& clock_;
-    std::span<uint8_t> cells_;
+    RomCells cells_;
     bool protected_ = true;
     uint64_t busy_until_us_ = 0;
     bool powered_ = true;
-    UnfinishedWrite unfinished_;
-    RomFaultHook fault_;
 };
 
 } // namespace sim

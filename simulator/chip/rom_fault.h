@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <functional>
 #include <span>
-#include <vector>
 
 namespace sim {
 
@@ -24,25 +23,15 @@ struct RomFault {
     bool power_cut = false; ///< in the middle of it
     uint64_t stuck_us = 0;  ///< busy for so much longer; kForever: until the power goes
     static constexpr uint64_t kForever = UINT64_MAX;
+
+    /// When a ROM is ready that would be so at `undisturbed_us`.
+    uint64_t ready_us(uint64_t undisturbed_us) const
+    {
+        return stuck_us == kForever ? kForever : undisturbed_us + stuck_us;
+    }
 };
 
 /// Asked at each access that the ROM would obey, under the owner's lock.
 using RomFaultHook = std::function<RomFault(const RomAccess&)>;
-
-/// The cells that the write under way has changed, in their order.
-class UnfinishedWrite {
-public:
-    void begin() { cells_.clear(); }
-    void note(size_t cell, uint8_t old) { cells_.push_back({static_cast<uint32_t>(cell), old}); }
-    /// The power goes: the first half of the cells have their new contents, the others the old.
-    void halve(std::span<uint8_t> rom);
-
-private:
-    struct Cell {
-        uint32_t cell;
-        uint8_t old;
-    };
-    std::vector<Cell> cells_;
-};
 
 } // namespace sim

@@ -17,7 +17,6 @@ constexpr uint8_t kNoSuchCommand = 0xFF;
 
 constexpr uint32_t kSectorBytes = 4096;
 constexpr size_t kAddressedBytes = 4; // opcode and 24-bit address
-constexpr uint8_t kErased = 0xFF;
 
 uint32_t address_of(std::span<const uint8_t> command)
 {
@@ -27,7 +26,7 @@ uint32_t address_of(std::span<const uint8_t> command)
 } // namespace
 
 SpiFlash::SpiFlash(const FlashPart& part, Clock& clock, std::span<uint8_t> cells)
-    : part_(part), clock_(clock), cells_(cells)
+    : part_(part), clock_(clock), cells_(cells, kPageBytes, RomCells::Programming::kClearsBits)
 {
 }
 
@@ -45,7 +44,7 @@ void SpiFlash::power_cut()
 {
     settle();
     if (busy_)
-        unfinished_.halve(cells_);
+        cells_.halve_write();
     powered_ = false;
 }
 
@@ -73,19 +72,8 @@ void SpiFlash::program_pages(uint32_t address, std::span<const uint8_t> bytes)
     settle();
     if (busy_ || (status_ & kBlockProtect) != 0)
         return;
-    uint32_t pages = 0;
-    RomFault worst;
-    while (!bytes.empty() && !worst.power_cut) {
-        const size_t room = kPageBytes - address % kPageBytes;
-        const auto page = bytes.first(std::min(room, bytes.size()));
-        const RomFault fault = program(address, page);
-        worst.power_cut = fault.power_cut;
-        worst.stuck_us = std::max(worst.stuck_us, fault.stuck_us);
-        address += static_cast<uint32_t>(page.size());
-        bytes = bytes.subspan(page.size());
-        ++pages;
-    }
-    start_busy(pages * part_.program_us, worst);
+    const RomCells::Pages pages = cells_.program_pages(address, bytes);
+    start_busy(pages.count * part_.program_us, pages.worst);
 }
 
 /// What was begun ends by itself: the latch falls, a written status takes effect.
@@ -140,11 +128,11 @@ void SpiFlash::read(std::span<const uint8_t> command, std::span<uint8_t> answer)
     const uint32_t first = address_of(command);
     size_t address = first;
     for (uint8_t& byte : answer)
-        byte = cells_[address++ % cells_.size()];
-    const RomFault fault = ask({.kind = RomAccess::Kind::kRead,
-                                .address = first,
-                                .bytes = static_cast<uint32_t>(answer.size()),
-                                .answer = answer});
+        byte = cells_[address++];
+    const RomFault fault = cells_.ask({.kind = RomAccess::Kind::kRead,
+                                       .address = first,
+                                       .bytes = static_cast<uint32_t>(answer.size()),
+                                       .answer = answer});
     if (fault.power_cut)
         power_cut();
 }
@@ -163,10 +151,10 @@ void SpiFlash::write_status(std::span<const uint8_t> command)
     if (command.size() < 2 || !enabled || locked)
         return;
     const uint8_t status = command[1] & (kBlockProtect | kStatusLocked);
-    const RomFault fault = ask({.kind = RomAccess::Kind::kWriteStatus, .status = status});
+    const RomFault fault = cells_.ask({.kind = RomAccess::Kind::kWriteStatus, .status = status});
     if (!fault.ignored)
         next_status_ = status;
-    unfinished_.begin();
+    cells_.begin_write();
     start_busy(part_.status_write_us, fault);
 }
 
@@ -174,7 +162,7 @@ void SpiFlash::page_program(std::span<const uint8_t> command)
 {
     if (command.size() <= kAddressedBytes || !array_writable())
         return;
-    const RomFault fault = program(address_of(command), command.subspan(kAddressedBytes));
+    const RomFault fault = cells_.program(address_of(command), command.subspan(kAddressedBytes));
     start_busy(part_.program_us, fault);
 }
 
@@ -187,46 +175,19 @@ void SpiFlash::erase(std::span<const uint8_t> command, uint32_t bytes, uint32_t 
     const size_t address = command.empty() ? 0 : address_of(command) % cells_.size();
     const size_t start = address - address % length;
     const size_t end = std::min(start + length, cells_.size());
-    const RomFault fault = ask({.kind = RomAccess::Kind::kErase,
-                                .address = static_cast<uint32_t>(start),
-                                .bytes = static_cast<uint32_t>(end - start)});
-    unfinished_.begin();
-    for (size_t cell = start; cell < end && !fault.ignored; ++cell) {
-        unfinished_.note(cell, cells_[cell]);
-        cells_[cell] = kErased;
-    }
-    start_busy(duration_us, fault);
-}
-
-RomFault SpiFlash::program(uint32_t address, std::span<const uint8_t> bytes)
-{
-    const RomFault fault = ask({.kind = RomAccess::Kind::kProgram,
-                                .address = address,
-                                .bytes = static_cast<uint32_t>(bytes.size())});
-    unfinished_.begin();
+    const RomFault fault = cells_.ask({.kind = RomAccess::Kind::kErase,
+                                       .address = static_cast<uint32_t>(start),
+                                       .bytes = static_cast<uint32_t>(end - start)});
+    cells_.begin_write();
     if (!fault.ignored)
-        store_page(address, bytes);
-    return fault;
-}
-
-/// Programming only clears bits, and the address wraps inside its page.
-void SpiFlash::store_page(uint32_t address, std::span<const uint8_t> bytes)
-{
-    const size_t page = address % cells_.size() / kPageBytes * kPageBytes;
-    size_t offset = address % kPageBytes;
-    for (const uint8_t byte : bytes) {
-        const size_t cell = page + offset++ % kPageBytes;
-        unfinished_.note(cell, cells_[cell]);
-        cells_[cell] &= byte;
-    }
+        cells_.erase(start, end);
+    start_busy(duration_us, fault);
 }
 
 void SpiFlash::start_busy(uint32_t duration_us, const RomFault& fault)
 {
     busy_ = true;
-    busy_until_us_ = fault.stuck_us == RomFault::kForever
-                         ? RomFault::kForever
-                         : clock_.now_us() + duration_us + fault.stuck_us;
+    busy_until_us_ = fault.ready_us(clock_.now_us() + duration_us);
     if (fault.power_cut)
         power_cut();
 }

@@ -3,7 +3,7 @@
 
 #include "clock.h"
 #include "model.h"
-#include "rom_fault.h"
+#include "rom_cells.h"
 
 #include <cstdint>
 #include <optional>
@@ -27,7 +27,7 @@ public:
     void power_up(uint8_t status);
     /// What is being written stays half done; nothing answers until the next power-up.
     void power_cut();
-    void set_fault(RomFaultHook hook) { fault_ = std::move(hook); }
+    void set_fault(RomFaultHook hook) { cells_.set_fault(std::move(hook)); }
     /// Asserted (low): the status register cannot be changed once its lock bit is set.
     void set_wp_pin(bool asserted) { wp_asserted_ = asserted; }
     uint8_t status();
@@ -45,15 +45,12 @@ private:
     void write_status(std::span<const uint8_t> command);
     void page_program(std::span<const uint8_t> command);
     void erase(std::span<const uint8_t> command, uint32_t bytes, uint32_t duration_us);
-    RomFault ask(const RomAccess& access) const { return fault_ ? fault_(access) : RomFault{}; }
-    RomFault program(uint32_t address, std::span<const uint8_t> bytes);
-    void store_page(uint32_t address, std::span<const uint8_t> bytes);
     void start_busy(uint32_t duration_us, const RomFault& fault);
     bool array_writable() const;
 
     const FlashPart part_;
     Clock& clock_;
-    std::span<uint8_t> cells_;
+    RomCells cells_;
     uint8_t status_ = 0;
     bool write_enabled_ = false;
     bool status_write_enabled_ = false;
@@ -62,8 +59,6 @@ private:
     uint64_t busy_until_us_ = 0;
     std::optional<uint8_t> next_status_;
     bool powered_ = true;
-    UnfinishedWrite unfinished_;
-    RomFaultHook fault_;
 };
 
 } // namespace sim

@@ -41,22 +41,6 @@ uint8_t largest_value(uint8_t selector)
     }
 }
 
-bool is_memory(uint8_t selector)
-{
-    switch (selector) {
-        case kExtRom:
-        case kReg:
-        case kSensor:
-        case kMcu:
-        case kIntRom:
-        case kExtRomChecksum:
-        case kSpiStatus:
-            return true;
-        default:
-            return false;
-    }
-}
-
 void put_text(std::span<uint8_t> out, std::string_view text)
 {
     std::copy_n(text.begin(), std::min(text.size(), out.size()), out.begin());

@@ -207,6 +207,9 @@ bool FaultEngine::strikes_now(Rule& rule, const RomAccess* access)
         return false;
     }
     ++rule.strikes;
+    if (bench_.tell) {
+        bench_.tell(rule.fault);
+    }
     return true;
 }
 

@@ -19,10 +19,11 @@ namespace sim {
 /// those behind it do not see the event. To be asked under the camera's lock.
 class FaultEngine {
 public:
-    /// What it does to the camera beyond answering.
+    /// What it does beyond answering.
     struct Bench {
         std::function<void()> cut_power;
         std::function<void(uint64_t delay_us)> replug_after;
+        std::function<void(const PlannedFault&)> tell = {}; ///< of a fault that strikes
     };
 
     FaultEngine(const FaultPlan& plan, unsigned position, const std::string& serial, Clock& clock,

@@ -3,6 +3,7 @@
 
 #include "faults/fault_words.h"
 #include "faults/json_lines.h"
+#include "text/nearest.h"
 
 #include <nlohmann/json.hpp>
 
@@ -49,9 +50,8 @@ std::string listed(std::span<const std::string_view> words)
 /// The end of a sentence about a word that is not known.
 std::string choice(std::string_view text, std::span<const std::string_view> known)
 {
-    const std::string_view nearest = nearest_word(text, known);
-    const std::string guess =
-        nearest.empty() ? "." : "; did you mean \"" + std::string(nearest) + "\"?";
+    const auto nearest = nearest_name(text, known);
+    const std::string guess = nearest ? "; did you mean \"" + std::string(*nearest) + "\"?" : ".";
     return guess + " There are " + listed(known);
 }
 

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <vector>
 
 namespace sim {
 
@@ -50,24 +49,6 @@ auto names_of(const Rows& rows)
     return names;
 }
 
-size_t edit_distance(std::string_view from, std::string_view to)
-{
-    std::vector<size_t> row(to.size() + 1);
-    for (size_t column = 0; column <= to.size(); ++column) {
-        row[column] = column;
-    }
-    for (size_t line = 1; line <= from.size(); ++line) {
-        size_t diagonal = row[0];
-        row[0] = line;
-        for (size_t column = 1; column <= to.size(); ++column) {
-            const size_t replaced = diagonal + (from[line - 1] == to[column - 1] ? 0 : 1);
-            diagonal = row[column];
-            row[column] = std::min({row[column] + 1, row[column - 1] + 1, replaced});
-        }
-    }
-    return row.back();
-}
-
 } // namespace
 
 std::span<const std::string_view> effect_names()
@@ -90,18 +71,6 @@ std::span<const std::string_view> request_names()
 uint8_t request_named(std::string_view name)
 {
     return std::ranges::find(kRequests, name, &RequestWord::name)->code;
-}
-
-std::string_view nearest_word(std::string_view text, std::span<const std::string_view> words)
-{
-    constexpr size_t kLongest = 40; // beyond that nobody has mistyped a word
-    if (text.empty() || text.size() > kLongest) {
-        return {};
-    }
-    const auto nearest = std::ranges::min_element(
-        words, {}, [text](std::string_view word) { return edit_distance(text, word); });
-    const size_t farthest = std::min<size_t>(3, nearest->size() / 2);
-    return edit_distance(text, *nearest) <= farthest ? *nearest : std::string_view();
 }
 
 } // namespace sim

@@ -40,7 +40,4 @@ const EffectWord& effect_named(std::string_view name);
 std::span<const std::string_view> request_names();
 uint8_t request_named(std::string_view name);
 
-/// Empty when none is near enough to be meant.
-std::string_view nearest_word(std::string_view text, std::span<const std::string_view> words);
-
 } // namespace sim

@@ -2,8 +2,8 @@
 #include "camera_request.h"
 
 #include "cameras/camera_file.h"
-#include "cameras/nearest.h"
 #include "cameras/shipped.h"
+#include "text/nearest.h"
 
 #include <algorithm>
 #include <charconv>

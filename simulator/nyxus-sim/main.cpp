@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "camera_request.h"
+#include "cameras/shipped.h"
 #include "commands.h"
+#include "completion.h"
 #include "state_commands.h"
 #include "watch_options.h"
 
@@ -133,6 +135,21 @@ std::vector<std::string> split_program(int& argc, char** argv)
     return {mark + 1, end};
 }
 
+/// For the completion of command lines: the models, or a description file. Running cameras have
+/// other names.
+std::vector<std::string> names_of_models(const CLI::Option& option)
+{
+    std::vector<std::string> names;
+    const std::string name = option.get_single_name();
+    if (name == "model" || name == "MODEL" || option.get_type_name() == "CAMERA") {
+        for (const sim::CameraModel& model : sim::models()) {
+            names.push_back(model.name);
+        }
+        names.emplace_back(completion::kFiles);
+    }
+    return names;
+}
+
 int fail(const std::exception& error, int code)
 {
     std::fprintf(stderr, "nyxus-sim: %s\n", error.what());
@@ -194,6 +211,9 @@ int command_line(int argc, char** argv)
     add_image(app, arguments.image);
     sim::add_state_commands(app, arguments.state);
 
+    if (completion::answer(app, argc, argv, names_of_models)) {
+        return 0;
+    }
     arguments.run.program = split_program(argc, argv);
     try {
         app.parse(argc, argv);

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace sim {
@@ -54,6 +55,8 @@ public:
     virtual void refused(const BusTransfer& transfer) = 0;
     /// The stream has begun, ended, sent a frame to its last byte, or dropped one.
     virtual void video_changed(const VideoStream& stream) = 0;
+    /// A planned fault strikes what the camera is asked; the outcome comes after it.
+    virtual void fault_strikes(const std::string& /*fault*/) {}
 };
 
 /// Who observes a camera. The observers belong to others and outlive their place in here.

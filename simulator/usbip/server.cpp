@@ -10,7 +10,6 @@
 
 #include <cerrno>
 #include <charconv>
-#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -36,7 +35,7 @@ AddressList resolve(const Address& address)
     return {found, &freeaddrinfo};
 }
 
-int listen_at(const Address& address)
+int try_listen_at(const Address& address)
 {
     const AddressList list = resolve(address);
     if (!list) {
@@ -55,6 +54,16 @@ int listen_at(const Address& address)
     }
     errno = error;
     return -1;
+}
+
+int listen_at(const Address& address)
+{
+    const int listener = try_listen_at(address);
+    if (listener < 0) {
+        throw std::runtime_error("cannot listen on " + address.text() + ": " +
+                                 std::strerror(errno));
+    }
+    return listener;
 }
 
 uint16_t port_of(int socket)
@@ -129,82 +138,28 @@ Address parse_address(const std::string& text)
 }
 
 Server::Server(const Address& address, ExportList exports, VirtualClock* clock)
-    : exports_(std::move(exports)), time_(clock), listener_(listen_at(address))
+    : Server(listen_at(address), std::move(exports), clock)
 {
-    if (listener_ < 0) {
-        throw std::runtime_error("cannot listen on " + address.text() + ": " +
-                                 std::strerror(errno));
-    }
-    port_ = port_of(listener_);
-    acceptor_ = std::thread([this] { accept_peers(); });
 }
 
-Server::~Server()
+Server::Server(int listener, ExportList exports, VirtualClock* clock)
+    : exports_(std::move(exports)),
+      time_(clock),
+      port_(port_of(listener)),
+      hosts_(
+          listener, [this](int socket) { talk(socket); }, kMostHosts)
 {
-    shutdown(listener_, SHUT_RDWR);
-    acceptor_.join();
-    close(listener_);
-    {
-        const std::lock_guard lock(mutex_);
-        for (const Connection& connection : connections_) {
-            shutdown(connection.socket, SHUT_RDWR);
-        }
-    }
-    for (Connection& connection : connections_) {
-        connection.thread.join();
-        close(connection.socket);
-    }
 }
 
-void Server::accept_peers()
+void Server::talk(int socket)
 {
-    for (;;) {
-        const int socket = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-        if (socket < 0) {
-            if (errno == EINVAL || errno == EBADF) {
-                return; // shut down
-            }
-            // Out of descriptors, or the peer's network failed.
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            continue;
-        }
-        const std::lock_guard lock(mutex_);
-        join_finished();
-        if (connections_.size() >= kMaxConnections) {
-            close(socket);
-            continue;
-        }
-        tune(socket);
-        Connection& connection = connections_.emplace_back(Connection{socket, false, {}});
-        connection.thread = std::thread([this, &connection] { serve(connection); });
+    tune(socket);
+    Session session(exports_);
+    converse(socket, session, time_);
+    if (!session.complaint().empty()) {
+        std::fprintf(stderr, "nyxus-sim: a USB/IP peer was cut off: it sent %s\n",
+                     session.complaint().c_str());
     }
-}
-
-void Server::join_finished()
-{
-    connections_.remove_if([](Connection& connection) {
-        if (connection.finished) {
-            connection.thread.join();
-            close(connection.socket);
-        }
-        return connection.finished;
-    });
-}
-
-void Server::serve(Connection& connection)
-{
-    {
-        Session session(exports_);
-        converse(connection.socket, session, time_);
-        if (!session.complaint().empty()) {
-            std::fprintf(stderr, "nyxus-sim: a USB/IP peer was cut off: it sent %s\n",
-                         session.complaint().c_str());
-        }
-    }
-    // The descriptor itself is closed after the join, so that nobody shuts down a reused number.
-    shutdown(connection.socket, SHUT_RDWR);
-    const std::lock_guard lock(mutex_);
-    connection.finished = true;
 }
 
 } // namespace sim::usbip

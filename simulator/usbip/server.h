@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "bus/peer_server.h"
 #include "usbip/connection.h"
 #include "usbip/session.h"
 
 #include <cstdint>
-#include <list>
-#include <mutex>
 #include <string>
-#include <thread>
 
 namespace sim::usbip {
 
@@ -25,37 +23,25 @@ struct Address {
 /// "HOST", "HOST:PORT" or "[HOST]:PORT". Throws std::invalid_argument.
 Address parse_address(const std::string& text);
 
-/// Offers devices to USB/IP hosts over TCP. One thread per connection, their number is bounded.
+/// Offers devices to USB/IP hosts over TCP. Their number is bounded. When it is destroyed, all
+/// connections are cut: to the hosts, the cameras are unplugged.
 class Server {
 public:
     /// Port 0: a free one. Throws std::runtime_error when it cannot listen there.
     Server(const Address& address, ExportList exports, VirtualClock* clock);
-    /// Cuts all connections: to the hosts, the cameras are unplugged.
-    ~Server();
-    Server(const Server&) = delete;
-    Server& operator=(const Server&) = delete;
 
     uint16_t port() const { return port_; }
 
 private:
-    struct Connection {
-        int socket;
-        bool finished = false;
-        std::thread thread;
-    };
-    static constexpr size_t kMaxConnections = 64;
+    static constexpr size_t kMostHosts = 64;
 
-    void accept_peers();
-    void serve(Connection& connection);
-    void join_finished();
+    Server(int listener, ExportList exports, VirtualClock* clock);
+    void talk(int socket);
 
     ExportList exports_;
     FastForward time_;
-    int listener_;
-    uint16_t port_ = 0;
-    std::mutex mutex_;
-    std::list<Connection> connections_;
-    std::thread acceptor_;
+    uint16_t port_;
+    PeerServer hosts_; ///< last: its threads use the others
 };
 
 } // namespace sim::usbip

@@ -182,6 +182,11 @@ void CameraLog::video_changed(const VideoStream& stream)
     }
 }
 
+void CameraLog::fault_strikes(const std::string& fault)
+{
+    tell_request({fault + " strikes"});
+}
+
 void CameraLog::tell_frames(const VideoStream& stream, const char* what)
 {
     tell(format_text(

@@ -42,6 +42,7 @@ public:
     void finished(const BusTransfer& transfer) override;
     void refused(const BusTransfer& transfer) override;
     void video_changed(const VideoStream& stream) override;
+    void fault_strikes(const std::string& fault) override;
     /// Nothing more will come.
     void finish();
 

@@ -212,22 +212,6 @@ Words memory_in_words(const CameraModel& model, uint8_t selector, std::span<cons
                             record.subspan(kHeaderBytes)});
 }
 
-bool is_memory_frame(uint8_t selector)
-{
-    switch (selector) {
-        case kExtRom:
-        case kReg:
-        case kSensor:
-        case kMcu:
-        case kIntRom:
-        case kExtRomChecksum:
-        case kSpiStatus:
-            return true;
-        default:
-            return false;
-    }
-}
-
 Words value_in_words(const CameraModel& model, const Setup& setup, std::span<const uint8_t> data)
 {
     const bool is_current = setup.request == kSetCur || setup.request == kGetCur;
@@ -246,7 +230,7 @@ Words value_in_words(const CameraModel& model, const Setup& setup, std::span<con
     if (setup.unit() == kVendorUnit && is_current && setup.selector() == kExtRom512) {
         return long_rom_in_words(setup.request, data);
     }
-    if (setup.unit() == kVendorUnit && is_current && is_memory_frame(setup.selector())) {
+    if (setup.unit() == kVendorUnit && is_current && is_memory(setup.selector())) {
         return memory_in_words(model, setup.selector(), data, setup.request == kSetCur);
     }
     if (setup.unit() == kVendorUnit &&

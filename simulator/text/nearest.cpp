@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cameras/nearest.h"
+#include "text/nearest.h"
 
 #include <algorithm>
 #include <cstdint>

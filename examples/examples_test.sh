@@ -1,0 +1,83 @@
+#!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
+# Runs an example against simulated cameras and looks at what it prints and leaves behind.
+# usage: examples_test.sh EXAMPLE FOLDER_OF_PROGRAMS NYXUS_SIM PYTHON; no PYTHON: without it
+set -eu
+example=$1
+programs=$2
+sim=$3
+python=$4
+sources=$(cd "$(dirname "$0")" && pwd)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+
+run() { "$sim" run --speed fast "$@" >out 2>err || fail "exit code $?"; }
+fail() { echo "$example: $1" >&2; cat out err >&2; exit 1; }
+says() { grep -q -- "$1" out || fail "it does not say '$1'"; }
+image() { "$sim" image --model rowan-spi --version 0x0205 new.bin; }
+# The image without its trailing 0xFF bytes is what the ROM begins with.
+holds_image() { cmp -n 16384 new.bin "$1" >/dev/null || fail "the ROM does not hold the image"; }
+
+case $example in
+list)
+    run --camera rowan-spi --camera hawthorn-eeprom -- "$programs/list"
+    says 'NY6410 (ROWAN).*external firmware 0x0100.*SPI flash'
+    says 'HAWTHORN.*EEPROM of 32768 bytes'
+    ;;
+upgrade)
+    image
+    run --camera rowan-spi,rom=rom -- "$programs/upgrade" new.bin
+    says 'verifying 100%'
+    grep -q '<INFO> Upgrade firmware OK' err || fail "no milestones"
+    holds_image rom
+    "$sim" image --model larch-spi --version 0x0205 other.bin
+    if "$sim" run --speed fast --camera rowan-spi -- "$programs/upgrade" other.bin >out 2>err; then
+        fail "it took another chip's image"
+    fi
+    grep -q 'signature not match' err || fail "no reason"
+    ;;
+serial_number)
+    image
+    "$sim" image --mfi --serial VELKA_0001_LINK mfi.bin
+    run --camera rowan-spi,rom=rom -- "$programs/serial_number" new.bin mfi.bin VELKA_0009_LINK
+    says 'VELKA_0009_LINK'
+    holds_image rom
+    tail -c +24577 rom | grep -aq VELKA_0009_LINK || fail "the ROM does not hold the number"
+    ;;
+osd_clock)
+    run -- sh -c '"$0" "Front door" && "$1" state >state && [ -z "$2" ] ||
+        "$2" -c "import nyxus; print(nyxus.open().osd.time)"' "$programs/osd_clock" "$sim" "$python"
+    grep -q 'Front door' state || fail "the display does not show the text"
+    [ -z "$python" ] || says "^$(date +%Y-)"
+    ;;
+motion_alarm)
+    run -- sh -c '"$1" do motion-alarm && "$0" 5' "$programs/motion_alarm" "$sim"
+    says 'motion!'
+    ;;
+snapshot)
+    run -- "$programs/snapshot" shot.pgm
+    head -c 15 shot.pgm | grep -aq 'P5' || fail "no grey map"
+    [ "$(wc -c <shot.pgm)" -eq $((15 + 640 * 480)) ] || fail "the picture is incomplete"
+    ;;
+backup_and_upgrade)
+    image
+    run --camera rowan-spi,serial=A1,rom=rom --camera rowan-spi,serial=B1 -- \
+        "$programs/backup_and_upgrade" new.bin backup.rom A1
+    says 'NY6410, firmware 0x0100'
+    says 'verifying 100%'
+    holds_image rom
+    [ "$(wc -c <backup.rom)" -eq 65536 ] || fail "the backup is incomplete"
+    ;;
+door_camera)
+    run --camera rowan-spi,serial=A1 --camera rowan-spi,serial=C1 -- \
+        sh -c '"$2" do motion-alarm --camera A1 && "$0" "$1" 5' \
+        "$python" "$sources/door_camera.py" "$sim"
+    says 'A1: NY6410, firmware 0x0100, brightness'
+    says "C1: NY6410"
+    says '^motion'
+    ;;
+*)
+    fail "there is no such example"
+    ;;
+esac

@@ -1,0 +1,54 @@
+# SPDX-License-Identifier: Apache-2.0
+import sys
+
+import pytest
+
+import nyxus
+from conftest import simulator
+
+
+def test_frames_come_complete_and_in_order(camera):
+    with camera.stream(320, 240) as stream:
+        frames = [frame for _, frame in zip(range(4), stream)]
+        with pytest.raises(nyxus.Error):
+            camera.stream(320, 240)
+    stream.stop()
+    assert all((f.width, f.height, len(f.data)) == (320, 240, 320 * 240 * 2) for f in frames)
+    assert all(a.sequence < b.sequence for a, b in zip(frames, frames[1:]))
+    picture = camera.take_picture(320, 240)
+    assert len(picture.data) == 320 * 240 * 2
+
+
+def test_pixels_are_rows_of_two_bytes_with_and_without_numpy(camera, monkeypatch):
+    frame = camera.take_picture(320, 240)
+    numpy = pytest.importorskip("numpy")
+    assert isinstance(frame.pixels, numpy.ndarray) and not frame.pixels.flags.writeable
+    with_numpy = frame.pixels[17, 5].tobytes()
+    monkeypatch.setitem(sys.modules, "numpy", None)
+    pixels = frame.pixels
+    assert isinstance(pixels, memoryview) and pixels.shape == (240, 320, 2)
+    assert bytes([pixels[17, 5, 0], pixels[17, 5, 1]]) == with_numpy
+
+
+def test_a_size_that_the_camera_lacks_is_refused(camera):
+    for start in (camera.stream, camera.take_picture):
+        with pytest.raises(nyxus.Error) as refused:
+            start(123, 45)
+        assert refused.value.origin is nyxus.Origin.VIDEO
+
+
+def test_a_camera_that_goes_while_it_streams_raises_and_closes_in_peace():
+    with nyxus.open("G1") as camera:
+        with camera.stream(320, 240) as stream:
+            stream.frame()
+            simulator("do", "unplug", "--camera", "G1")
+            with pytest.raises(nyxus.Error) as gone:
+                while True:
+                    stream.frame(timeout=1)
+            assert gone.value.camera_is_gone
+        with pytest.raises(nyxus.Error) as still_gone:
+            camera.flip
+        assert still_gone.value.camera_is_gone
+    simulator("do", "replug", "--camera", "G1")
+    with nyxus.open("G1") as camera:
+        assert camera.flip is False

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <mutex>
+#include <thread>
+
+namespace sim {
+
+/// Accepts peers on a listening stream socket and serves each in a thread of its own.
+class PeerServer {
+public:
+    /// Talks with a peer until either has ended; a shutdown() of the socket by another thread ends
+    /// it, too. The socket stays the server's.
+    using Serve = std::function<void(int socket)>;
+
+    /// Owns `listener` from now on. Peers beyond `most` are turned away.
+    PeerServer(int listener, Serve serve, size_t most = SIZE_MAX);
+    /// Cuts all connections and waits for their threads.
+    ~PeerServer();
+    PeerServer(const PeerServer&) = delete;
+    PeerServer& operator=(const PeerServer&) = delete;
+
+private:
+    struct Connection {
+        int socket;
+        bool finished = false;
+        std::thread thread;
+    };
+
+    void accept_peers();
+    void serve(Connection& connection);
+    void join_finished();
+
+    const int listener_;
+    const Serve serve_;
+    const size_t most_;
+    std::mutex mutex_;
+    std::list<Connection> connections_;
+    std::thread acceptor_;
+};
+
+} // namespace sim

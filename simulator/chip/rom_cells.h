@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "rom_fault.h"
+
+#include <cstdint>
+#include <span>
+#include <utility>
+#include <vector>
+
+namespace sim {
+
+/// The cells of a ROM that is programmed in pages: asks what goes wrong with an access, and knows
+/// what the write under way has changed.
+class RomCells {
+public:
+    enum class Programming { kReplaces, kClearsBits };
+
+    RomCells(std::span<uint8_t> cells, size_t page_bytes, Programming programming)
+        : cells_(cells), page_bytes_(page_bytes), programming_(programming)
+    {
+    }
+
+    void set_fault(RomFaultHook hook) { fault_ = std::move(hook); }
+    RomFault ask(const RomAccess& access) const { return fault_ ? fault_(access) : RomFault{}; }
+
+    size_t size() const { return cells_.size(); }
+    /// Addresses beyond the last cell begin again at the first.
+    uint8_t operator[](size_t address) const { return cells_[address % cells_.size()]; }
+
+    /// The next changes are those of a new write.
+    void begin_write() { changes_.clear(); }
+    void erase(size_t first, size_t end);
+    /// One page; an address that reaches the end of its page wraps to its start.
+    RomFault program(uint32_t address, std::span<const uint8_t> bytes);
+    struct Pages {
+        uint32_t count = 0;
+        RomFault worst;
+    };
+    /// Page after page, until the power goes.
+    Pages program_pages(uint32_t address, std::span<const uint8_t> bytes);
+
+    /// The power goes: the first half of the changes remains, the other cells are as they were.
+    void halve_write();
+
+private:
+    struct Change {
+        uint32_t cell;
+        uint8_t old;
+    };
+    void set(size_t cell, uint8_t value);
+
+    std::span<uint8_t> cells_;
+    size_t page_bytes_;
+    Programming programming_;
+    std::vector<Change> changes_;
+    RomFaultHook fault_;
+};
+
+} // namespace sim

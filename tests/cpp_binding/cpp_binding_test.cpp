@@ -1,0 +1,357 @@
+// SPDX-License-Identifier: Apache-2.0
+// The C++ layer on the simulated camera: what it adds to the C interface.
+#include <gtest/gtest.h>
+#include <nyxus/nyxus.hpp>
+
+#include <unistd.h>
+#include <condition_variable>
+#include <cstdlib>
+#include <span>
+
+#include "cameras/shipped.h"
+#include "chip/firmware_image.h"
+#include "faults/fault_file.h"
+#include "support/camera.h"
+#include "support/temporary_file.h"
+
+namespace {
+
+using nyxus::Phase;
+
+nyxus::Camera open(const nyxus::Result<nyxus::CameraInfo>& info)
+{
+    auto camera = nyxus::Camera::open(info.value());
+    EXPECT_TRUE(camera) << camera.status().message();
+    static auto& never_freed = *new std::vector<NyDevice*>; // as Camera::create() explains
+    never_freed.push_back(camera->device());
+    return std::move(*camera);
+}
+
+std::vector<uint8_t> file_of(std::string_view model)
+{
+    std::vector<uint8_t> image = load_image(model, 16384);
+    return image;
+}
+
+nyxus::FirmwareImage image_for(std::string_view model)
+{
+    return nyxus::FirmwareImage::from(file_of(model)).value();
+}
+
+std::vector<uint8_t> copy(nyxus::Bytes bytes)
+{
+    return {bytes.begin(), bytes.end()};
+}
+
+} // namespace
+
+TEST(CppList, ACameraIsFoundByEachOfItsNamesAndMissedByOthers)
+{
+    Camera bench{models::kRowan};
+    bench.bed().plug(*sim::find_model(models::kCedar), {.bus = 2, .serial = "C2"});
+    bench.bed().settle();
+    const auto list = nyxus::list_cameras();
+    ASSERT_TRUE(list);
+    ASSERT_EQ(list->size(), 2u);
+    const nyxus::CameraInfo& cedar = list->back();
+    EXPECT_EQ(cedar.serial, "C2");
+    for (const std::string& name : {std::string("C2"), cedar.port_path, cedar.bus_address()})
+        EXPECT_EQ(nyxus::find_camera(name)->serial, "C2") << name;
+    EXPECT_TRUE(nyxus::can_open(cedar));
+    EXPECT_TRUE(nyxus::can_claim(cedar));
+
+    EXPECT_EQ(nyxus::find_camera().status().code(), NYXUS_E_RANGE) << "two cameras";
+    for (const char* name : {"C3", "2:", ":2", "2:99999999999"})
+        EXPECT_EQ(nyxus::find_camera(name).status().usb_code(), LIBUSB_ERROR_NO_DEVICE) << name;
+}
+
+TEST(CppCamera, TellsWhyItCannotBeOpened)
+{
+    const struct {
+        const char* what;
+        std::function<void(Camera&)> arrange;
+        int32_t code;
+        nyxus::Origin origin;
+    } cases[] = {
+        {"stalled", [](Camera& c) { c.fail(0x81, 0x0D, sim::Fault::stall()); }, -16393,
+         nyxus::Origin::kUsb},
+        {"unknown chip", [](Camera& c) { c.answer(0x81, 0x0D, std::vector<uint8_t>(11, 'X')); }, 3,
+         nyxus::Origin::kLibrary},
+        {"unplugged", [](Camera& c) { c.bed().unplug(c.sim(), sim::Announce::kYes); }, -16388,
+         nyxus::Origin::kUsb},
+    };
+    for (const auto& c : cases) {
+        Camera bench{models::kRowan};
+        const auto info = nyxus::find_camera();
+        c.arrange(bench);
+        const auto camera = nyxus::Camera::open(*info);
+        ASSERT_FALSE(camera) << c.what;
+        EXPECT_EQ(camera.status().code(), c.code) << c.what;
+        EXPECT_EQ(camera.status().origin(), c.origin) << c.what;
+        EXPECT_FALSE(camera.status().message().empty()) << c.what;
+    }
+}
+
+TEST(CppCamera, ABlankOneIsOpenedByAskingItsFlash)
+{
+    Camera bench{models::kRowan, std::vector<uint8_t>(0x10000, 0xFF)};
+    const auto info = nyxus::find_camera();
+    EXPECT_EQ(nyxus::Camera::open(*info).status().code(), NYXUS_E_INVALID);
+    auto camera = nyxus::Camera::open_blank(*info);
+    ASSERT_TRUE(camera) << camera.status().message();
+    EXPECT_EQ(camera->rom_state(), nyxus::RomState::kBlank);
+    EXPECT_TRUE(camera->has_spi_flash());
+    const auto image = image_for(models::kRowan);
+    const nyxus::Status done = camera->rom().upgrade(image);
+    EXPECT_TRUE(done) << done.message();
+    EXPECT_EQ(bench.rom(0, image.bytes().size()), copy(image.bytes()));
+}
+
+TEST(CppCamera, MovesAndClosesOnce)
+{
+    Camera bench{models::kRowan};
+    nyxus::Camera first = open(nyxus::find_camera());
+    nyxus::Camera second = std::move(first);
+    EXPECT_EQ(second.chip(), "NY6410");
+    EXPECT_EQ(second.family(), "ROWAN");
+    EXPECT_TRUE(second.set_flip(true));
+    EXPECT_TRUE(second.flip().value());
+    second.close();
+    second.close();
+    EXPECT_TRUE(nyxus::can_claim(*nyxus::find_camera())) << "it is free again";
+}
+
+TEST(CppCamera, AFailureCarriesItsMessageAndNoOlderOne)
+{
+    Camera bench{models::kRowan};
+    nyxus::Camera camera = open(nyxus::find_camera());
+    bench.fail(0x01, 0x04, sim::Fault::stall());
+    const nyxus::Status stalled = camera.set_flip(true);
+    EXPECT_EQ(stalled.usb_code(), LIBUSB_ERROR_PIPE);
+    EXPECT_NE(stalled.message().find("NYXuIoctl.cpp("), std::string::npos) << stalled.message();
+
+    const nyxus::Status refused = camera.set_mjpeg_gain(32);
+    EXPECT_EQ(refused.code(), NYXUS_E_FAILED);
+    EXPECT_EQ(refused.message().find("NYXu"), std::string::npos) << "not the stall's";
+    bench.listen();
+    std::vector<uint8_t> nine(9);
+    EXPECT_EQ(camera.read_i2c(0, nine).code(), NYXUS_E_RANGE);
+    EXPECT_EQ(camera.read_i2c(0x200, std::span(nine).first(1)).code(), NYXUS_E_RANGE);
+    EXPECT_EQ(camera.osd().set_text(8, "x").code(), NYXUS_E_RANGE);
+    EXPECT_EQ(camera.osd().set_text(0, std::string(17, 'x')).code(), NYXUS_E_RANGE);
+    EXPECT_TRUE(bench.wire().empty()) << "nothing was sent";
+}
+
+TEST(CppCamera, FeaturesReadBackWhatWasSet)
+{
+    Camera bench{models::kRowan};
+    nyxus_h264_standard_order = 1;
+    nyxus::Camera camera = open(nyxus::find_camera());
+
+    ASSERT_TRUE(camera.osd().set_text(3, "Front door"));
+    EXPECT_EQ(camera.osd().text(3).value(), "Front door");
+    std::tm time{};
+    time.tm_year = 126, time.tm_mon = 4, time.tm_mday = 1, time.tm_hour = 12;
+    ASSERT_TRUE(camera.osd().set_time(time));
+    EXPECT_EQ(camera.osd().datetime()->data[0], 26);
+    EXPECT_EQ(camera.osd().datetime()->data[1], 5);
+
+    nyxus::H264 encoder = camera.h264();
+    ASSERT_TRUE(encoder.set_rate_control(nyxus::RateControl::kVariableBitrate));
+    EXPECT_EQ(encoder.rate_control().value(), nyxus::RateControl::kVariableBitrate);
+    ASSERT_TRUE(encoder.set_bitrate({4000000, 2000000}));
+    EXPECT_EQ(encoder.bitrate()->average, 2000000u);
+    ASSERT_TRUE(encoder.set_qp_range({7, 20, 40}));
+    EXPECT_EQ(encoder.qp_range()->most, 40);
+    ASSERT_TRUE(encoder.set_iframe_period(30));
+    EXPECT_EQ(encoder.iframe_period().value(), 30);
+
+    const std::array<uint8_t, 4> setting = {1, 0x20, 0, 0};
+    ASSERT_TRUE(camera.set_motion_setting(setting));
+    EXPECT_EQ(camera.motion_setting().value(), setting);
+    EXPECT_FALSE(camera.poll_motion().value());
+    (*bench.sim().controller()).raise_motion_alarm();
+    EXPECT_TRUE(camera.poll_motion().value());
+
+    const uint8_t registers[] = {0x12, 0x34};
+    ASSERT_TRUE(camera.write_registers(0x0B00, registers));
+    uint8_t found[2] = {};
+    ASSERT_TRUE(camera.read_registers(0x0B00, found));
+    EXPECT_EQ(found[1], 0x34);
+    nyxus_h264_standard_order = 0;
+}
+
+TEST(CppRom, AnUpgradeSendsWhatTheLibrarysSends)
+{
+    for (const std::string_view model : models::kAll) {
+        std::vector<std::string> wires[2];
+        const nyxus::FirmwareImage image = image_for(model);
+        for (const bool by_layer : {false, true}) {
+            Camera bench{model};
+            nyxus::Camera camera = open(nyxus::find_camera());
+            bench.listen();
+            if (by_layer) {
+                nyxus::UpgradeOptions options;
+                options.verify = false;
+                EXPECT_TRUE(camera.rom().upgrade(image, options)) << model;
+                EXPECT_EQ(bench.printed(), "") << model;
+            } else {
+                nyxus_fw_bin_size = static_cast<uint16_t>(image.bytes().size());
+                std::copy(image.bytes().begin(), image.bytes().end(), nyxus_fw_bin);
+                EXPECT_EQ(MP_FwUpgrade(camera.device(), nullptr), 0) << model;
+            }
+            wires[by_layer ? 1 : 0] = bench.wire();
+        }
+        EXPECT_GT(wires[0].size(), 100u) << model;
+        EXPECT_EQ(wires[0], wires[1]) << model;
+    }
+}
+
+TEST(CppRom, ProgressGoesThroughThePhasesToTheirEnds)
+{
+    for (const std::string_view model : {models::kRowan, models::kHawthorn}) {
+        Camera bench{model};
+        nyxus::Camera camera = open(nyxus::find_camera());
+        const nyxus::FirmwareImage image = image_for(model);
+        std::vector<nyxus::Progress> steps;
+        nyxus::UpgradeOptions options;
+        options.progress = [&](const nyxus::Progress& step) { steps.push_back(step); };
+        const nyxus::Status done = camera.rom().upgrade(image, options);
+        ASSERT_TRUE(done) << done.message();
+
+        std::vector<Phase> phases;
+        for (size_t i = 0; i < steps.size(); ++i) {
+            if (i == 0 || steps[i].phase != steps[i - 1].phase) {
+                phases.push_back(steps[i].phase);
+                EXPECT_EQ(steps[i].done, 0u);
+            } else {
+                EXPECT_GT(steps[i].done, steps[i - 1].done);
+            }
+            if (i + 1 == steps.size() || steps[i + 1].phase != steps[i].phase) {
+                EXPECT_EQ(steps[i].done, steps[i].total);
+            }
+        }
+        std::vector<Phase> expected = {Phase::kUnlocking, Phase::kErasing, Phase::kProgramming,
+                                       Phase::kLocking, Phase::kVerifying};
+        if (!camera.has_spi_flash())
+            expected.erase(expected.begin() + 1);
+        EXPECT_EQ(phases, expected) << model;
+        EXPECT_EQ(steps.back().total, image.bytes().size());
+        EXPECT_TRUE(camera.rom().compare(image)->equal());
+    }
+}
+
+TEST(CppRom, ImagesThatDoNotFitAreRefusedBeforeAnythingIsSent)
+{
+    Camera bench{models::kHawthorn};
+    nyxus::Camera camera = open(nyxus::find_camera());
+    bench.listen();
+    EXPECT_EQ(camera.rom().upgrade(image_for(models::kRowan)).code(), NYXUS_E_MISMATCH);
+    std::vector<uint8_t> long_image = file_of(models::kHawthorn);
+    long_image.resize(NYXUS_MFI_ROM_ADDR + 1, 0x5A);
+    TemporaryFile mfi_file(sim::make_mfi_image(1, "VELKA_0001_LINK"));
+    const auto mfi = nyxus::MfiImage::load(mfi_file.path());
+    nyxus::UpgradeOptions options;
+    options.mfi = &*mfi;
+    const auto overlapping = nyxus::FirmwareImage::from(long_image);
+    EXPECT_EQ(camera.rom().upgrade(*overlapping, options).code(), NYXUS_E_RANGE);
+    EXPECT_EQ(nyxus::FirmwareImage::from({0x12, 0xFF}).status().code(), NYXUS_E_RANGE);
+    EXPECT_EQ(nyxus::FirmwareImage::load("/nonexistent").status().system_errno(), ENOENT);
+    EXPECT_TRUE(bench.wire().empty());
+    EXPECT_EQ(camera.rom().erase().code(), NYXUS_E_NO_SUPPORT);
+}
+
+TEST(CppRom, ALieIsFoundAndAnUnplugReported)
+{
+    Camera bench{models::kRowan};
+    nyxus::Camera camera = open(nyxus::find_camera());
+    const nyxus::FirmwareImage image = image_for(models::kRowan);
+    bench.bed().set_faults(sim::parse_faults(
+        R"([{"when": {"rom_address": ["0x1000", "0x1FFF"]}, "do": "lying-write"}])", "plan"));
+    const nyxus::Status lied = camera.rom().upgrade(image);
+    EXPECT_EQ(lied.code(), NYXUS_E_FAILED);
+    EXPECT_NE(lied.message().find("bytes differ"), std::string::npos) << lied.message();
+    bench.bed().set_faults({});
+
+    bench.fail(0x01, 0x03, sim::Fault::unplug_silent(), 100);
+    const nyxus::Status lost = camera.rom().upgrade(image);
+    EXPECT_EQ(lost.usb_code(), LIBUSB_ERROR_NO_DEVICE) << lost.message();
+}
+
+TEST(CppMfiImage, TakesASerialNumberOfItsLengthOnly)
+{
+    TemporaryFile file(sim::make_mfi_image(1, "VELKA_0001_LINK"));
+    auto image = nyxus::MfiImage::load(file.path());
+    ASSERT_TRUE(image) << image.status().message();
+    EXPECT_EQ(image->serial(), "VELKA_0001_LINK");
+    const std::vector<uint8_t> before = copy(image->bytes());
+    for (const char* serial : {"", "VELKA_0002_LIN", "VELKA_0002_LINKS", "VELKA 0002 LINK"})
+        EXPECT_EQ(image->set_serial(serial).code(), NYXUS_E_RANGE) << serial;
+    EXPECT_EQ(copy(image->bytes()), before);
+    EXPECT_TRUE(image->set_serial("VELKA_0002_LINK"));
+    EXPECT_EQ(image->serial(), "VELKA_0002_LINK");
+
+    // Whatever a header says, reading stays inside.
+    for (const size_t offset : {0x02, 0x04, 0x0E, 0x10}) {
+        std::vector<uint8_t> broken = before;
+        broken[offset] = 0x60, broken[offset + 1] = 0xFE;
+        TemporaryFile bad(broken);
+        auto loaded = nyxus::MfiImage::load(bad.path());
+        ASSERT_TRUE(loaded);
+        (void)loaded->set_serial("VELKA_0002_LINK");
+    }
+}
+
+TEST(CppVideo, FramesComeUntilTheStreamIsDropped)
+{
+    Camera bench{models::kRowan, Time::kReal};
+    nyxus::Camera camera = open(nyxus::find_camera());
+    std::mutex mutex;
+    std::condition_variable changed;
+    size_t frames = 0;
+    {
+        auto stream = nyxus::Stream::start(camera, {320, 240, 30}, [&](const nyxus::Frame& frame) {
+            EXPECT_EQ(frame.yuyv.size(), 320u * 240 * 2);
+            const std::lock_guard lock(mutex);
+            ++frames;
+            changed.notify_one();
+        });
+        ASSERT_TRUE(stream) << stream.status().message();
+        std::unique_lock lock(mutex);
+        EXPECT_TRUE(changed.wait_for(lock, std::chrono::seconds(20), [&] { return frames >= 3; }));
+    }
+    const auto picture = nyxus::take_picture(camera, {320, 240, 0});
+    ASSERT_TRUE(picture) << picture.status().message();
+    EXPECT_EQ(picture->yuyv.size(), 320u * 240 * 2);
+
+    const auto refused = nyxus::Stream::start(camera, {123, 45, 0}, [](const nyxus::Frame&) {});
+    EXPECT_EQ(refused.status().origin(), nyxus::Origin::kVideo);
+}
+
+TEST(CppVideoDeathTest, AStreamOfACameraThatGoesEndsInPeace)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto body = [] {
+        alarm(20);
+        Camera bench{models::kRowan, Time::kReal};
+        nyxus::Camera camera = open(nyxus::find_camera());
+        std::mutex mutex;
+        std::condition_variable changed;
+        bool any = false;
+        auto stream = nyxus::Stream::start(camera, {320, 240, 30}, [&](const nyxus::Frame&) {
+            const std::lock_guard lock(mutex);
+            any = true;
+            changed.notify_one();
+        });
+        std::unique_lock lock(mutex);
+        changed.wait(lock, [&] { return any; });
+        lock.unlock();
+        bench.bed().unplug(bench.sim(), sim::Announce::kYes);
+        if (camera.flip().status().usb_code() != LIBUSB_ERROR_NO_DEVICE)
+            _exit(1);
+        stream->stop();
+        camera.close();
+        _exit(0);
+    };
+    EXPECT_EXIT(body(), testing::ExitedWithCode(0), "");
+}

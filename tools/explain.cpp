@@ -1,0 +1,197 @@
+// SPDX-License-Identifier: Apache-2.0
+// What a status, an exit code or an error line means. Needs no camera.
+#include "error_lookup.h"
+#include "failure.h"
+#include "feature.h"
+#include "text.h"
+
+#include <cstdlib>
+#include <string_view>
+
+namespace tool {
+
+namespace {
+
+struct Options {
+    std::vector<std::string> words;
+    bool all = false;
+    bool markdown = false;
+};
+
+/// The absolute value, as the headers and the trace show it.
+std::string hex_of(const Explanation& entry)
+{
+    return format("0x%04X", static_cast<unsigned>(std::abs(entry.number)));
+}
+
+std::string title_of(const Explanation& entry)
+{
+    if (entry.exit_code)
+        return format("exit code %d: ", entry.number) + entry.name;
+    const std::string hex = entry.number == 0 ? "" : ", " + hex_of(entry);
+    return std::to_string(entry.number) + hex + ": " + entry.name;
+}
+
+/// "Origin      text", broken into lines of a terminal's width.
+std::string paragraph(const std::string& label, std::string_view text)
+{
+    constexpr size_t kIndent = 12;
+    constexpr size_t kWidth = 88;
+    std::string result = padded("  " + label, kIndent);
+    size_t column = kIndent;
+    while (!text.empty()) {
+        const std::string_view word = text.substr(0, text.find(' '));
+        text.remove_prefix(std::min(text.size(), word.size() + 1));
+        if (column > kIndent && column + 1 + word.size() > kWidth) {
+            result += "\n" + std::string(kIndent, ' ');
+            column = kIndent;
+        }
+        if (column > kIndent) {
+            result += ' ';
+            ++column;
+        }
+        result += word;
+        column += word.size();
+    }
+    return result;
+}
+
+std::string text_of(const Explanation& entry)
+{
+    std::string result = title_of(entry);
+    const std::pair<const char*, const std::string&> parts[] = {{"Origin", entry.origin},
+                                                                {"Called", entry.text},
+                                                                {"Meaning", entry.meaning},
+                                                                {"Causes", entry.causes},
+                                                                {"Do this", entry.advice}};
+    for (const auto& [label, text] : parts)
+        if (!text.empty())
+            result += "\n" + paragraph(label, text);
+    return result;
+}
+
+Values json_of(const Explanation& entry)
+{
+    return {{entry.exit_code ? "exit_code" : "status", entry.number},
+            {"hex", hex_of(entry)},
+            {"name", entry.name},
+            {"origin", entry.origin},
+            {"text", entry.text},
+            {"messages", entry.messages},
+            {"meaning", entry.meaning},
+            {"causes", entry.causes},
+            {"advice", entry.advice}};
+}
+
+std::string markdown_of(const Explanation& entry)
+{
+    std::string result = "### " + title_of(entry) + "\n\n";
+    if (!entry.text.empty())
+        result += "\"" + entry.text + "\". ";
+    result += entry.meaning + "\n\n";
+    for (const std::string& message : entry.messages)
+        result += "    " + message + "\n";
+    if (!entry.messages.empty())
+        result += "\n";
+    if (!entry.causes.empty())
+        result += "* **Causes:** " + entry.causes + "\n";
+    if (!entry.advice.empty())
+        result += "* **Do this:** " + entry.advice + "\n";
+    return result;
+}
+
+/// The sections of docs/errors.md below its introduction, one for each origin.
+std::string markdown_page(std::vector<Explanation> entries)
+{
+    std::string result;
+    while (!entries.empty()) {
+        const std::string origin = entries.front().origin;
+        result += "## From: " + origin + "\n\n";
+        for (const Explanation& entry : entries)
+            if (entry.origin == origin)
+                result += markdown_of(entry) + "\n";
+        std::erase_if(entries, [&](const Explanation& entry) { return entry.origin == origin; });
+    }
+    while (result.ends_with("\n"))
+        result.pop_back();
+    return result;
+}
+
+std::vector<Explanation> explain_each(const std::vector<std::string>& words)
+{
+    std::vector<Explanation> result;
+    for (const std::string& word : words) {
+        const std::vector<Explanation> found = explain_word(word);
+        if (found.empty())
+            return {};
+        result.insert(result.end(), found.begin(), found.end());
+    }
+    return result;
+}
+
+std::string joined(const std::vector<std::string>& words)
+{
+    std::string line;
+    for (const std::string& word : words)
+        line += (line.empty() ? "" : " ") + word;
+    return line;
+}
+
+std::vector<Explanation> find_explanations(const Options& options)
+{
+    if (options.all)
+        return all_explanations();
+    if (options.words.empty())
+        throw Failure(kExitUsage,
+                      "nothing to explain; give a status such as -16393, an exit code, a "
+                      "name or an error line, or '--all'");
+    const std::string line = joined(options.words);
+    std::vector<Explanation> result = explain_each(options.words);
+    if (result.empty())
+        result = explain_line(line);
+    if (result.empty())
+        throw Failure(kExitUsage, "'" + printable(line) +
+                                      "' is no status, exit code or message of this version; "
+                                      "'nyxus explain --all' lists them");
+    return result;
+}
+
+ExitCode run_explain(Console& console, const Arguments& arguments, const Options& options)
+{
+    const std::vector<Explanation> entries = find_explanations(options);
+    if (arguments.json) {
+        Values list = Values::array();
+        for (const Explanation& entry : entries)
+            list.push_back(json_of(entry));
+        console.display().say(json_text(list));
+    } else if (options.markdown) {
+        console.display().say(markdown_page(entries));
+    } else {
+        std::string text;
+        for (const Explanation& entry : entries)
+            text += (text.empty() ? "" : "\n\n") + text_of(entry);
+        console.display().say(text);
+    }
+    return kExitOk;
+}
+
+} // namespace
+
+void add_explain_command(CLI::App& app, Arguments& arguments)
+{
+    CLI::App* command = add_command(
+        app, "explain", "Explain a status, an exit code or an error line", "nyxus explain -16393");
+    const auto options = std::make_shared<Options>();
+    command
+        ->add_option("CODE", options->words,
+                     "Status (-16393, 0x4009), name (NYXUS_E_BUSY, EACCES), 'exit 9', or an error "
+                     "line in quotes")
+        ->type_name("");
+    command->add_flag("--all", options->all, "Explain everything");
+    command->add_flag("--markdown", options->markdown, "Print Markdown");
+    set_run(command, arguments, [options](Console& console, const Arguments& chosen) {
+        return run_explain(console, chosen, *options);
+    });
+}
+
+} // namespace tool
