@@ -152,9 +152,11 @@ std::string HelpFormatter::make_option(const CLI::Option* option, bool is_positi
     if (!is_positional && option->get_type_size() != 0)
         name += " " + option->get_type_name();
     std::ranges::replace(name, ',', ' ');
+    std::string text = option->get_description();
+    for (const CLI::Option* needed : option->get_needs())
+        text += " (needs " + needed->get_name() + ")";
     const std::string usual = option->get_default_str();
-    return row(name, option->get_description() + (usual.empty() ? "" : " [" + usual + "]"),
-               kOptionColumns);
+    return row(name, text + (usual.empty() ? "" : " [" + usual + "]"), kOptionColumns);
 }
 
 void add_help_command(CLI::App& app, Arguments&)
