@@ -10,7 +10,8 @@
 namespace tool {
 
 /// What an estimate leaves out that has to do with flash.
-inline constexpr char kFlashTime[] = "and the time that the flash takes to erase and program itself";
+inline constexpr char kFlashTime[] =
+    "and the time that the flash takes to erase and program itself";
 
 /// Ends a dry run: tells what would be done (a line, and its JSON), that nothing was written, and
 /// what it would cost. `more` is what the estimate leaves out.
