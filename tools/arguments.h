@@ -5,19 +5,28 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace tool {
 
 class Console;
 
+struct Arguments;
+/// What a command does. It returns its exit code or throws a Failure.
+using Run = std::function<ExitCode(Console&, const Arguments&)>;
+
 /// The command line.
 struct Arguments {
-    std::string command;
+    Run run;
+
     std::string camera; ///< serial number, bus:address or port path; "" for the only one
     int verbosity = 0;
-    unsigned patience_s = 60;
+    bool quiet = false;
     bool json = false;
+    bool dry_run = false;
+    unsigned patience_s = 60;
+    std::optional<unsigned> wait_s; ///< for a camera that is not there (yet, or just now)
 
     std::string file; ///< "" for the latest backup (recover)
     std::string mfi_file;
@@ -31,10 +40,9 @@ struct Arguments {
     bool yes = false;
     bool all = false;  ///< upgrade every camera
     unsigned jobs = 0; ///< so many at a time; 0: all
-    unsigned wait_s = 5;
 
-    /// What a command for a single feature does; empty for the other commands.
-    std::function<ExitCode(Console&, const Arguments&)> action;
+    /// How long a camera may take to come back after a restart.
+    unsigned return_wait_s() const { return wait_s.value_or(5); }
 };
 
 struct ParsedArguments {

@@ -6,11 +6,21 @@
 #include "console.h"
 #include "exit_codes.h"
 
+namespace CLI {
+class App;
+} // namespace CLI
+
 namespace tool {
 
-// Each command returns its exit code or throws a Failure.
-ExitCode run_list(Console& console, const Arguments& arguments);
-ExitCode run_info(Console& console, const Arguments& arguments);
+// Each declares commands with their options.
+void add_list_command(CLI::App& app, Arguments& arguments);
+void add_info_command(CLI::App& app, Arguments& arguments);
+void add_doctor_command(CLI::App& app, Arguments& arguments);
+void add_rom_commands(CLI::App& app, Arguments& arguments);
+void add_explain_command(CLI::App& app, Arguments& arguments);
+/// All of them.
+void add_all_commands(CLI::App& app, Arguments& arguments);
+
 ExitCode run_upgrade(Console& console, const Arguments& arguments);
 ExitCode run_gang(Console& console, const Arguments& arguments); ///< upgrade --all
 ExitCode run_erase(Console& console, const Arguments& arguments);
@@ -19,15 +29,17 @@ ExitCode run_compare(Console& console, const Arguments& arguments);
 ExitCode run_reset(Console& console, const Arguments& arguments);
 ExitCode run_recover(Console& console, const Arguments& arguments);
 
-/// The chosen camera, opened and probed.
-Camera open_chosen(const Arguments& arguments);
+/// The chosen camera, opened and probed. With --wait it may still be plugged in.
+Camera open_chosen(Console& console, const Arguments& arguments);
 /// The same, with an external ROM that can be read and written.
-Camera open_with_rom(const Arguments& arguments);
+Camera open_with_rom(Console& console, const Arguments& arguments);
+/// The cameras that match the user's choice; with --wait they may still be plugged in.
+std::vector<CameraEntry> matching_cameras(Console& console, const Arguments& arguments);
 
 /// Waits until the camera has left and come back with its interface ready to be claimed.
 CameraEntry wait_for_return(Console& console, const CameraEntry& before, unsigned wait_s);
-/// Restarts the camera, waits for its return and says how it came back.
-void restart(Console& console, Camera camera, unsigned wait_s);
+/// Restarts the camera, waits for its return and says how it came back, which is returned, too.
+std::string restart(Console& console, Camera camera, unsigned wait_s);
 
 /// "runs external firmware 0x0205" or why it does not.
 std::string firmware_sentence(const Camera& camera);

@@ -1,16 +1,29 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "commands.h"
 #include "image_file.h"
+#include "result.h"
 #include "rom_reader.h"
 #include "text.h"
 
 namespace tool {
 
-ExitCode run_compare(Console& console, const Arguments& arguments)
+namespace {
+
+void print_difference(Display& display, const Difference& difference,
+                      const std::vector<uint8_t>& rom, const std::vector<uint8_t>& image)
+{
+    for (const size_t offset : difference.first_offsets)
+        display.say(format("  0x%04zX: ROM %02X, file %02X", offset, rom[offset], image[offset]));
+    if (difference.count > difference.first_offsets.size())
+        display.say("  ...");
+}
+
+ExitCode compare(Console& console, const Arguments& arguments, Result& result)
 {
     constexpr uint32_t kLargestRom = 0x10000;
     std::vector<uint8_t> image = load_image(arguments.file, kLargestRom);
-    Camera camera = open_with_rom(arguments);
+    Camera camera = open_with_rom(console, arguments);
+    result.camera = label_of(camera);
     // A file that does not fit is different; the part that does still tells where.
     const bool fits = image.size() <= camera.device().dwExtRomSize;
     if (!fits) {
@@ -22,17 +35,21 @@ ExitCode run_compare(Console& console, const Arguments& arguments)
         read_rom(console, camera, "reading", 0, static_cast<uint32_t>(image.size()));
 
     const Difference difference = find_difference(rom, image);
-    Display& display = console.display();
-    if (difference.count == 0 && fits) {
-        display.say(format("equal: %zu bytes", image.size()));
-        return kExitOk;
-    }
-    display.say(format("different: %zu of %zu bytes", difference.count, image.size()));
-    for (const size_t offset : difference.first_offsets)
-        display.say(format("  0x%04zX: ROM %02X, file %02X", offset, rom[offset], image[offset]));
-    if (difference.count > difference.first_offsets.size())
-        display.say("  ...");
-    return kExitMismatch;
+    const bool equal = difference.count == 0 && fits;
+    result.message = equal ? format("equal: %zu bytes", image.size())
+                           : format("different: %zu of %zu bytes", difference.count, image.size());
+    result.outcome = equal ? Outcome::kDone : Outcome::kDifferent;
+    console.display().say(result.message);
+    print_difference(console.display(), difference, rom, image);
+    return equal ? kExitOk : kExitMismatch;
+}
+
+} // namespace
+
+ExitCode run_compare(Console& console, const Arguments& arguments)
+{
+    return run_with_result(console, arguments,
+                           [&](Result& result) { return compare(console, arguments, result); });
 }
 
 } // namespace tool

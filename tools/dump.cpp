@@ -2,6 +2,7 @@
 #include "atomic_file.h"
 #include "commands.h"
 #include "failure.h"
+#include "result.h"
 #include "rom_reader.h"
 #include "text.h"
 
@@ -19,7 +20,8 @@ uint32_t dump_size(const Camera& camera, const Arguments& arguments)
     if (arguments.size_bytes == 0)
         return std::min(rom_size, kUsualSize);
     if (arguments.size_bytes > rom_size)
-        throw Failure(kExitUsage, format("the ROM has only %u bytes", rom_size));
+        throw Failure(kExitUsage,
+                      format("the ROM has only %u bytes; choose a smaller --size", rom_size));
     return arguments.size_bytes;
 }
 
@@ -27,14 +29,18 @@ uint32_t dump_size(const Camera& camera, const Arguments& arguments)
 
 ExitCode run_dump(Console& console, const Arguments& arguments)
 {
-    refuse_impossible_target(arguments.file);
-    Camera camera = open_with_rom(arguments);
-    const uint32_t size = dump_size(camera, arguments);
-    AtomicFile file(arguments.file);
-    file.write_all(read_rom(console, camera, "reading", 0, size));
-    file.commit();
-    console.display().say(format("wrote %u bytes to '", size) + arguments.file + "'");
-    return kExitOk;
+    return run_with_result(console, arguments, [&](Result& result) {
+        refuse_impossible_target(arguments.file);
+        Camera camera = open_with_rom(console, arguments);
+        result.camera = label_of(camera);
+        const uint32_t size = dump_size(camera, arguments);
+        AtomicFile file(arguments.file);
+        file.write_all(read_rom(console, camera, "reading", 0, size));
+        file.commit();
+        result.message = format("wrote %u bytes to '", size) + arguments.file + "'";
+        console.display().say(result.message);
+        return kExitOk;
+    });
 }
 
 } // namespace tool

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "commands.h"
+#include "dry_run.h"
 #include "failure.h"
 #include "last_words.h"
+#include "result.h"
 #include "rom_reader.h"
 #include "rom_watcher.h"
 
@@ -21,10 +23,11 @@ void confirm(Console& console, const Camera& camera, bool yes)
     console.drain();
     const Unwatched unwatched(console);
     if (!console.display().confirm("Erase the firmware of " + camera.name() + "?"))
-        throw Failure(kExitProtected, "not confirmed, nothing was erased; '--yes' erases unasked");
+        throw Failure(kExitNotConfirmed,
+                      "not confirmed, nothing was erased; '--yes' erases unasked");
 }
 
-void erase_rom(Console& console, Camera& camera)
+void erase_rom(Console& console, Camera& camera, RomContents& rom)
 {
     RomWatcher watcher(console.display(), MarkCounter(camera.exchange_bytes(), {}));
     last_words::set_consequence("the ROM is partly erased; erase or upgrade it again");
@@ -34,6 +37,8 @@ void erase_rom(Console& console, Camera& camera)
         status = MP_FwErase(&camera.device());
     }
     last_words::set_consequence("");
+    if (status == 0 || watcher.phase() != RomWatcher::Phase::kPreparing)
+        rom = status == 0 ? RomContents::kUnverified : RomContents::kIncomplete;
     if (status == 0)
         return;
     console.display().abandon();
@@ -43,29 +48,59 @@ void erase_rom(Console& console, Camera& camera)
     throw Failure(kExitProtected, failure.text());
 }
 
-void check_erased(Console& console, Camera& camera)
+uint32_t erased_bytes(const Camera& camera)
 {
-    const uint32_t size = std::min<uint32_t>(camera.device().dwExtRomSize, NYXUS_FW_BIN_CAPACITY);
-    const std::vector<uint8_t> rom = read_rom(console, camera, "verifying", 0, size);
-    if (!std::ranges::all_of(rom, [](uint8_t byte) { return byte == 0xFF; }))
+    return std::min<uint32_t>(camera.device().dwExtRomSize, NYXUS_FW_BIN_CAPACITY);
+}
+
+void check_erased(Console& console, Camera& camera, RomContents& contents)
+{
+    const std::vector<uint8_t> rom =
+        read_rom(console, camera, "verifying", 0, erased_bytes(camera));
+    const bool empty = std::ranges::all_of(rom, [](uint8_t byte) { return byte == 0xFF; });
+    contents = empty ? RomContents::kErased : RomContents::kIncomplete;
+    if (!empty)
         throw Failure(kExitMismatch,
                       "the ROM is not empty after the erase; is it write-protected?");
+}
+
+void refuse_eeprom(const Camera& camera)
+{
+    if (!camera.is_spi())
+        throw Failure(kExitNotSupported, camera.name() +
+                                             " has an EEPROM, which cannot be erased; an upgrade "
+                                             "overwrites it");
+}
+
+void print_plan(Console& console, const Arguments& arguments, Camera& camera)
+{
+    const Cost cost = rom_unlock(camera) + rom_erase(camera) + rom_lock(camera) +
+                      whole_read(camera, erased_bytes(camera));
+    print_dry_run(console, arguments, camera, "erase the firmware of " + camera.name(),
+                  {{"steps", {{{"step", "erase"}}, {{"step", "read back"}}}}}, cost, kFlashTime);
 }
 
 } // namespace
 
 ExitCode run_erase(Console& console, const Arguments& arguments)
 {
-    Camera camera = open_with_rom(arguments);
-    if (!camera.is_spi())
-        throw Failure(kExitNotSupported, camera.name() +
-                                             " has an EEPROM, which cannot be erased; an upgrade "
-                                             "overwrites it");
-    confirm(console, camera, arguments.yes);
-    erase_rom(console, camera);
-    check_erased(console, camera);
-    console.display().say("erased; after a reset the camera runs its mask ROM");
-    return kExitOk;
+    if (arguments.dry_run) {
+        Camera camera = open_with_rom(console, arguments);
+        refuse_eeprom(camera);
+        print_plan(console, arguments, camera);
+        return kExitOk;
+    }
+    return run_with_result(console, arguments, [&](Result& result) {
+        Camera camera = open_with_rom(console, arguments);
+        result.camera = label_of(camera);
+        refuse_eeprom(camera);
+        confirm(console, camera, arguments.yes);
+        erase_rom(console, camera, result.rom);
+        check_erased(console, camera, result.rom);
+        result.message = "erased; after a reset the camera runs its mask ROM";
+        console.display().say(result.message);
+        return kExitOk;
+    });
 }
 
 } // namespace tool

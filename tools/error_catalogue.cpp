@@ -245,10 +245,9 @@ constexpr Explained kExitCodes[] = {
     {kExitMismatch, "contents differ", "What was read is not what was expected.",
      "'compare': another firmware. After a write: worn-out or protected memory, or a bad connection.",
      "After an upgrade run it again before you restart the camera; 'nyxus recover' brings the backup back."},
-    {kExitProtected, "write-protected, or not confirmed", "The ROM is locked, or nobody said yes.",
-     "The flash's WP pin is wired to ground; or 'erase' without '--yes' where nobody can be asked; or 'recover' of a camera "
-     "that runs fine.",
-     "Check the pin; '--yes' and '--force' confirm."},
+    {kExitProtected, "write-protected", "The ROM is locked.",
+     "The flash's WP pin is wired to ground.",
+     "Check the pin."},
     {kExitTimeout, "time-out", "The camera or its flash took too long.",
      "A flash that stays busy, a camera that is silent for longer than '--patience', or that does not come back after a "
      "restart within '--wait'.",
@@ -259,6 +258,9 @@ constexpr Explained kExitCodes[] = {
     {kExitNotSupported, "not supported by this camera", "The camera cannot do this.",
      "Its firmware lacks the control, its ROM is an EEPROM (no erase), or its chip is unknown.",
      "'nyxus info' shows what the camera has."},
+    {kExitNotConfirmed, "not confirmed", "Nobody said yes. Nothing was changed.",
+     "'erase' without '--yes' where nobody can be asked, or 'recover' of a camera that runs fine.",
+     "'--yes' and '--force' confirm."},
     {kExitInterrupted, "interrupted", "You stopped it, with Ctrl-C or SIGTERM.",
      "",
      "The last line says what state the ROM is in, and what to run."},

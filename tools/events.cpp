@@ -15,9 +15,9 @@ using Json = nlohmann::ordered_json;
 /// A rate that is taken from less time says little.
 constexpr double kRateKnown_s = 0.3;
 
-constexpr const char* kOutcomes[] = {"upgraded", "up-to-date", "failed", "interrupted",
-                                     "not-started"};
-constexpr const char* kContents[] = {"unchanged", "new", "unverified", "incomplete"};
+constexpr const char* kOutcomes[] = {"upgraded",    "up-to-date", "failed",   "interrupted",
+                                     "not-started", "done",       "different"};
+constexpr const char* kContents[] = {"unchanged", "new", "unverified", "incomplete", "erased"};
 
 template <class Enum, size_t kCount>
 Enum from_text(const char* const (&texts)[kCount], const std::string& text)

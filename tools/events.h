@@ -8,7 +8,8 @@
 #include <string>
 #include <variant>
 
-// What an upgrade tells programs: one JSON object a line, described in docs/tool.md.
+// What commands that take their time tell programs: one JSON object a line, described in
+// docs/json.md.
 namespace tool {
 
 /// A camera, as far as it is known without talking to it.
@@ -43,19 +44,22 @@ enum class Outcome {
     kFailed,
     kInterrupted,
     kNotStarted, ///< interrupted before its turn
+    kDone,       ///< anything but an upgrade
+    kDifferent,  ///< ROM and file are
 };
 const char* to_text(Outcome outcome);
 
-/// What the ROM holds after an upgrade, with regard to the image.
+/// What the ROM holds then, with regard to the image.
 enum class RomContents {
     kUnchanged,  ///< nothing was written
     kNew,        ///< the image
     kUnverified, ///< the image, but it was not read back
     kIncomplete, ///< something between old and new
+    kErased,     ///< nothing
 };
 const char* to_text(RomContents contents);
 
-/// How an upgrade ended.
+/// How such a command ended.
 struct Result {
     CameraLabel camera;
     Outcome outcome = Outcome::kFailed;

@@ -18,17 +18,19 @@ enum ExitCode {
     kExitTimeout = 10,
     kExitCameraLost = 11,
     kExitNotSupported = 12,
+    kExitNotConfirmed = 13,
     kExitInterrupted = 130,
 };
 
 inline constexpr char kExitCodeHelp[] =
     "Exit codes:\n"
-    "  0   success                        7   image refused, nothing was written\n"
-    "  1   other failure                  8   contents differ\n"
-    "  2   wrong usage                    9   write-protected, or not confirmed\n"
-    "  3   no such camera                 10  time-out\n"
-    "  4   more than one camera matches   11  camera lost\n"
-    "  5   no permission                  12  not supported by this camera\n"
-    "  6   camera is busy                 130 interrupted\n";
+    "  0  success                         8  contents differ\n"
+    "  1  other failure                   9  write-protected\n"
+    "  2  wrong usage                    10  time-out\n"
+    "  3  no such camera                 11  camera lost\n"
+    "  4  more than one camera matches   12  not supported by this camera\n"
+    "  5  no permission                  13  not confirmed (--yes, --force)\n"
+    "  6  camera is busy                130  interrupted\n"
+    "  7  image refused, nothing was written\n";
 
 } // namespace tool

@@ -163,7 +163,7 @@ ExitCode run_explain(Console& console, const Arguments& arguments, const Options
         Values list = Values::array();
         for (const Explanation& entry : entries)
             list.push_back(json_of(entry));
-        console.display().say(list.dump(2));
+        console.display().say(json_text(list));
     } else if (options.markdown) {
         console.display().say(markdown_page(entries));
     } else {
@@ -179,7 +179,7 @@ ExitCode run_explain(Console& console, const Arguments& arguments, const Options
 
 void add_explain_command(CLI::App& app, Arguments& arguments)
 {
-    CLI::App* command = add_feature(
+    CLI::App* command = add_command(
         app, "explain", "Explain a status, an exit code or an error line", "nyxus explain -16393");
     const auto options = std::make_shared<Options>();
     command
@@ -189,11 +189,8 @@ void add_explain_command(CLI::App& app, Arguments& arguments)
         ->type_name("");
     command->add_flag("--all", options->all, "Explain everything");
     command->add_flag("--markdown", options->markdown, "Print Markdown");
-    command->add_flag("--json", arguments.json, "Print JSON");
-    command->callback([&arguments, options] {
-        arguments.action = [options](Console& console, const Arguments& chosen) {
-            return run_explain(console, chosen, *options);
-        };
+    set_run(command, arguments, [options](Console& console, const Arguments& chosen) {
+        return run_explain(console, chosen, *options);
     });
 }
 

@@ -25,7 +25,7 @@ struct Meaning {
 constexpr Meaning kUsbMeanings[] = {
 //   libusb code                exit code        reason, and what the user can do
     {LIBUSB_ERROR_ACCESS,       kExitPermission, "no permission; install the udev rule (packaging/udev/70-nyxus.rules) and plug the camera in again, or run as root"},
-    {LIBUSB_ERROR_BUSY,         kExitBusy,       "another program uses the camera; close it and try again"},
+    {LIBUSB_ERROR_BUSY,         kExitBusy,       "another program uses the camera; close it ('fuser -v /dev/bus/usb/*/* /dev/video*' names it) and try again"},
     {LIBUSB_ERROR_NO_DEVICE,    kExitCameraLost, "the camera is gone, perhaps unplugged"},
     {LIBUSB_ERROR_NOT_FOUND,    kExitCameraLost, "the camera is gone, perhaps unplugged"},
     {LIBUSB_ERROR_TIMEOUT,      kExitTimeout,    "the camera did not answer in time; unplug it and plug it in again"},

@@ -1,16 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "arguments.h"
-#include "camera.h"
+#include "command_line.h"
 #include "commands.h"
-#include "console.h"
+#include "dry_run.h"
 
-#include <CLI/CLI.hpp>
-#include <cstdint>
 #include <functional>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -18,7 +14,17 @@
 // line; parsing it leaves in Arguments what is to be done.
 namespace tool {
 
-using Values = nlohmann::ordered_json;
+/// A setting that is changed: how it is read, and how it is written.
+struct Change {
+    std::string name; ///< "flip"
+    std::function<Values()> read;
+    Values wanted;     ///< what it reads as then
+    std::string doing; ///< "setting flip"
+    std::function<int32_t()> write;
+    Cost cost;                   ///< of all that a dry run leaves out
+    bool read_back = true;       ///< else it is believed
+    bool reading_writes = false; ///< so that a dry run does not even ask
+};
 
 /// A camera with a console to speak on, for the time of a command.
 struct Session {
@@ -29,36 +35,26 @@ struct Session {
     NyDevice* device() { return &camera.device(); }
     /// Prints an object's members: a line each, or JSON. Lists of numbers are bytes.
     void print(const Values& values);
-    /// "flip: off -> on".
-    void print_change(const std::string& name, const Values& before, const Values& after);
-    /// "encoder: reset".
-    void print_done(const std::string& name, const std::string& what);
+    /// Makes the change and prints "flip: off -> on"; with --dry-run tells of it only.
+    void make(const Change& change);
+    /// The same for what cannot be read: "encoder: reset".
+    void order(const std::string& name, const std::string& what, const std::string& doing,
+               const std::function<int32_t()>& write, const Cost& cost);
     /// Ends the command unless the library has succeeded.
     void check(const std::string& doing, int32_t status) const;
 };
 
 using SessionAction = std::function<void(Session&)>;
 
-/// A command below `parent`, with its example.
-CLI::App* add_feature(CLI::App& parent, const std::string& name, const std::string& summary,
-                      const std::string& example);
 /// What the command does with the camera; nothing when a command below it was chosen. `check_first`
 /// refuses what is wrong whatever the camera, before anything is sent.
 void set_action(
     CLI::App* command, Arguments& arguments, SessionAction action,
     std::function<void()> check_first = [] {});
-
-/// A number in the given range; decimal, or hexadecimal with 0x.
-CLI::Option* add_number(CLI::App* command, const std::string& name, uint32_t& value, uint32_t least,
-                        uint32_t most, const std::string& help);
-/// The required ADDRESS of a memory, whose range is told in hexadecimal.
-CLI::Option* add_address(CLI::App* command, uint32_t& value, uint32_t least, uint32_t most);
-/// One or more bytes.
-CLI::Option* add_bytes(CLI::App* command, const std::string& name, std::vector<uint32_t>& values,
-                       const std::string& help);
-/// A text out of a list.
-CLI::Option* add_choice(CLI::App* command, const std::string& name, std::string& value,
-                        const std::vector<std::string>& choices, const std::string& help);
+/// The same for a command that writes, which has --dry-run.
+void set_writing_action(
+    CLI::App* command, Arguments& arguments, SessionAction action,
+    std::function<void()> check_first = [] {});
 
 std::vector<uint8_t> to_bytes(const std::vector<uint32_t>& values);
 inline const char* on_or_off(bool on)
@@ -79,7 +75,5 @@ void add_h264_command(CLI::App& app, Arguments& arguments);
 void add_fingerprint_command(CLI::App& app, Arguments& arguments);
 void add_snapshot_command(CLI::App& app, Arguments& arguments);
 void add_stream_command(CLI::App& app, Arguments& arguments);
-void add_explain_command(CLI::App& app, Arguments& arguments);
-void add_feature_commands(CLI::App& app, Arguments& arguments);
 
 } // namespace tool

@@ -33,6 +33,7 @@ struct Order {
     const char* summary;
     int32_t (*run)(NyDevice*);
     const char* done;
+    Cost cost;
 };
 
 struct SwitchOrder {
@@ -49,14 +50,14 @@ struct Question {
 
 // clang-format off
 constexpr Order orders[] = {
-//   name         summary                              function                what has been done
-    {"reset",     "Reset and set up the sensor",       SG_SetSensorResetInit,  "reset and set up"},
-    {"reset-pin", "Pulse the sensor's reset pin",      SG_SetSensorResetPin,   "reset by its pin"},
-    {"trigger",   "Trigger a snapshot",                SG_SnapshotModeTrigger, "snapshot triggered"},
+//   name         summary                              function                what has been done     cost
+    {"reset",     "Reset and set up the sensor",       SG_SetSensorResetInit,  "reset and set up",    {1}},
+    {"reset-pin", "Pulse the sensor's reset pin",      SG_SetSensorResetPin,   "reset by its pin",    {1}},
+    {"trigger",   "Trigger a snapshot",                SG_SnapshotModeTrigger, "snapshot triggered",  {1}},
 };
 constexpr Order modes[] = {
-    {"stream",    "Leave the snapshot mode",           SG_StreamModeEnable,    "streams"},
-    {"snapshot",  "Enter the snapshot mode",           SG_SnapshotModeEnable,  "waits for a trigger"},
+    {"stream",    "Leave the snapshot mode",           SG_StreamModeEnable,    "streams",             {2, 0.1}},
+    {"snapshot",  "Enter the snapshot mode",           SG_SnapshotModeEnable,  "waits for a trigger", {1}},
 };
 constexpr SwitchOrder switch_orders[] = {
     {"power",     "Switch the automatic power",        SG_SetAutoPower},
@@ -118,27 +119,49 @@ std::vector<uint8_t> load(const std::string& path)
     return bytes;
 }
 
+/// The library writes each page of the window by itself and reads it by the 512-byte path.
+Cost window_cost(const Camera& camera, const Options& options)
+{
+    constexpr uint32_t kPageBytes = 32;
+    constexpr uint32_t kReadBytes = 512;
+    Cost cost = pin_change(0) + pin_change(0) + rom_unlock(camera) + rom_lock(camera);
+    for (size_t done = 0; done < options.bytes.size();) {
+        const size_t page = kPageBytes - (options.address + done) % kPageBytes;
+        const size_t piece = std::min(page, options.bytes.size() - done);
+        cost += rom_write(camera, piece);
+        done += piece;
+    }
+    cost.transfers +=
+        2 * static_cast<uint32_t>((options.bytes.size() + kReadBytes - 1) / kReadBytes);
+    return cost;
+}
+
 void run_write(Session& session, const Options& options)
 {
     constexpr int32_t kWriteCycle_ms = 5;
     require_eeprom(session);
     XU_SetWriteCycleTime(kWriteCycle_ms);
-    session.check(
-        "writing the EEPROM",
-        SG_EepromWrite(session.device(), static_cast<uint16_t>(options.address),
-                       static_cast<uint16_t>(options.bytes.size()), options.bytes.data()));
-    if (read_window(session, options.address, options.bytes.size()) != options.bytes)
-        throw Failure(kExitMismatch, "the EEPROM does not hold what was written; is it protected?");
-    session.print_done(
-        "eeprom", format("%zu bytes written at 0x%04X", options.bytes.size(), options.address));
+    const auto write_and_compare = [&] {
+        session.check(
+            "writing the EEPROM",
+            SG_EepromWrite(session.device(), static_cast<uint16_t>(options.address),
+                           static_cast<uint16_t>(options.bytes.size()), options.bytes.data()));
+        if (read_window(session, options.address, options.bytes.size()) != options.bytes)
+            throw Failure(kExitMismatch,
+                          "the EEPROM does not hold what was written; is it protected?");
+        return 0;
+    };
+    session.order("eeprom",
+                  format("%zu bytes written at 0x%04X", options.bytes.size(), options.address),
+                  "writing the EEPROM", write_and_compare, window_cost(session.camera, options));
 }
 
 void add_order(CLI::App& parent, Arguments& arguments, const Order& row, const std::string& call)
 {
-    CLI::App* command = add_feature(parent, row.name, row.summary, call + row.name);
-    set_action(command, arguments, [&row](Session& session) {
-        session.check(row.summary, row.run(session.device()));
-        session.print_done("sensor", row.done);
+    CLI::App* command = add_command(parent, row.name, row.summary, call + row.name);
+    set_writing_action(command, arguments, [&row](Session& session) {
+        session.order(
+            "sensor", row.done, row.summary, [&] { return row.run(session.device()); }, row.cost);
     });
 }
 
@@ -146,17 +169,18 @@ void add_switch_order(CLI::App& sg, Arguments& arguments, const SwitchOrder& row
                       const Shared& options)
 {
     CLI::App* command =
-        add_feature(sg, row.name, row.summary, std::string("nyxus sg ") + row.name + " on");
+        add_command(sg, row.name, row.summary, std::string("nyxus sg ") + row.name + " on");
     add_choice(command, "STATE", options->state, {"on", "off"}, "on or off")->required();
-    set_action(command, arguments, [&row, options](Session& session) {
-        session.check(row.summary, row.set(session.device(), options->state == "on"));
-        session.print_done(row.name, options->state);
+    set_writing_action(command, arguments, [&row, options](Session& session) {
+        session.order(
+            row.name, options->state, row.summary,
+            [&] { return row.set(session.device(), options->state == "on"); }, register_write(1));
     });
 }
 
 void add_question(CLI::App& sg, Arguments& arguments, const Question& row)
 {
-    CLI::App* command = add_feature(sg, row.name, row.summary, std::string("nyxus sg ") + row.name);
+    CLI::App* command = add_command(sg, row.name, row.summary, std::string("nyxus sg ") + row.name);
     set_action(command, arguments, [&row](Session& session) {
         uint8_t value = 0;
         session.check(row.summary, row.get(session.device(), &value));
@@ -166,7 +190,7 @@ void add_question(CLI::App& sg, Arguments& arguments, const Question& row)
 
 void add_window(CLI::App& sg, Arguments& arguments, const Shared& options)
 {
-    CLI::App* read = add_feature(sg, "read", "Read the EEPROM window", "nyxus sg read 0x2400 64");
+    CLI::App* read = add_command(sg, "read", "Read the EEPROM window", "nyxus sg read 0x2400 64");
     add_address(read, options->address, kWindowStart, kWindowEnd - 1);
     add_number(read, "LENGTH", options->length, 1, kWindowBytes, "Bytes")->required();
     set_action(
@@ -174,10 +198,10 @@ void add_window(CLI::App& sg, Arguments& arguments, const Shared& options)
         [options] { check_window(options->address, options->length); });
 
     CLI::App* write =
-        add_feature(sg, "write", "Write the EEPROM window", "nyxus sg write 0x2400 keys.bin");
+        add_command(sg, "write", "Write the EEPROM window", "nyxus sg write 0x2400 keys.bin");
     add_address(write, options->address, kWindowStart, kWindowEnd - 1);
-    write->add_option("FILE", options->file, "File to write there")->required()->type_name("");
-    set_action(
+    add_file(write, options->file, "File to write there");
+    set_writing_action(
         write, arguments, [options](Session& session) { run_write(session, *options); },
         [options] {
             options->bytes = load(options->file);
@@ -190,11 +214,11 @@ void add_window(CLI::App& sg, Arguments& arguments, const Shared& options)
 void add_fingerprint_command(CLI::App& app, Arguments& arguments)
 {
     const auto options = std::make_shared<Options>();
-    CLI::App* sg = add_feature(app, "sg", "Fingerprint-reader boards", "nyxus sg led on");
+    CLI::App* sg = add_command(app, "sg", "Fingerprint-reader boards", "nyxus sg led on");
     sg->require_subcommand(1);
     for (const Order& row : orders)
         add_order(*sg, arguments, row, "nyxus sg ");
-    CLI::App* mode = add_feature(*sg, "mode", "How the sensor works", "nyxus sg mode snapshot");
+    CLI::App* mode = add_command(*sg, "mode", "How the sensor works", "nyxus sg mode snapshot");
     mode->require_subcommand(1);
     for (const Order& row : modes)
         add_order(*mode, arguments, row, "nyxus sg mode ");

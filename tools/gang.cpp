@@ -30,9 +30,9 @@ constexpr size_t kKeptErrors = 20;
 
 // From the worst to the mildest: cameras that need care first, then those that were never touched.
 constexpr ExitCode kBySeverity[] = {
-    kExitInterrupted, kExitMismatch,     kExitCameraLost,   kExitTimeout, kExitFailure,
-    kExitProtected,   kExitNotSupported, kExitImageRefused, kExitBusy,    kExitPermission,
-    kExitNoCamera,    kExitAmbiguous,    kExitUsage,        kExitOk,
+    kExitInterrupted, kExitMismatch,     kExitCameraLost,   kExitTimeout,      kExitFailure,
+    kExitProtected,   kExitNotConfirmed, kExitNotSupported, kExitImageRefused, kExitBusy,
+    kExitPermission,  kExitNoCamera,     kExitAmbiguous,    kExitUsage,        kExitOk,
 };
 
 int worse(int a, int b)
@@ -110,7 +110,7 @@ std::vector<std::string> shared_arguments(const Arguments& arguments)
     add(arguments.skip_verify, {"--no-verify"});
     add(arguments.force, {"--force"});
     add(arguments.reset, {"--reset"});
-    add(arguments.wait_s != Arguments().wait_s, {"--wait", std::to_string(arguments.wait_s)});
+    add(arguments.wait_s.has_value(), {"--wait", std::to_string(arguments.wait_s.value_or(0))});
     return words;
 }
 
@@ -368,9 +368,9 @@ void refuse_single_camera_options(const Arguments& arguments)
                       "upgrade them one by one");
 }
 
-std::vector<Job> find_jobs()
+std::vector<Job> find_jobs(Console& console, const Arguments& arguments)
 {
-    const std::vector<CameraEntry> cameras = list_cameras();
+    const std::vector<CameraEntry> cameras = matching_cameras(console, arguments);
     if (cameras.empty())
         select_camera(cameras, ""); // says what to check
     std::vector<Job> jobs(cameras.size());
@@ -395,8 +395,9 @@ ExitCode run_gang(Console& console, const Arguments& arguments)
     if (!arguments.mfi_file.empty())
         load_mfi(arguments.mfi_file, "");
     std::signal(SIGPIPE, SIG_IGN); // the workers inherit it: they outlive a reader that goes away
+    std::vector<Job> jobs = find_jobs(console, arguments);
     const Unwatched unwatched(console);
-    return Gang(console, arguments, find_jobs()).run();
+    return Gang(console, arguments, std::move(jobs)).run();
 }
 
 } // namespace tool

@@ -66,6 +66,8 @@ std::string result_text(const Result& result)
             return "not started";
         case Outcome::kInterrupted:
         case Outcome::kFailed:
+        case Outcome::kDone: // of other commands
+        case Outcome::kDifferent:
             break;
     }
     return result.outcome == Outcome::kFailed
@@ -82,6 +84,7 @@ const char* rom_text(RomContents rom)
             return "the ROM holds the new firmware";
         case RomContents::kUnverified:
             return "the ROM was written, but not read back";
+        case RomContents::kErased:
         case RomContents::kIncomplete:
             break;
     }
@@ -364,6 +367,9 @@ Summary summarize(const std::vector<Job>& jobs)
                 break;
             case Outcome::kNotStarted:
                 ++summary.not_started;
+                break;
+            case Outcome::kDone: // of other commands
+            case Outcome::kDifferent:
                 break;
         }
     }

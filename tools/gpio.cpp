@@ -12,6 +12,7 @@ namespace {
 constexpr uint32_t kPinCount = 16;
 /// What is driven on pins 0 to 7 and 8 to 15, then which of them are driven.
 constexpr uint32_t kPinRegisters = 0x20;
+constexpr uint32_t kPinRegisterCount = 4;
 
 struct Pins {
     uint32_t enabled = 0;
@@ -20,7 +21,7 @@ struct Pins {
 
 Pins read_pins(Session& session)
 {
-    std::array<uint8_t, 4> registers{};
+    std::array<uint8_t, kPinRegisterCount> registers{};
     session.check("reading the pins",
                   XuRegRead(session.device(), kPinRegisters, registers.size(), registers.data()));
     const auto pair = [&](size_t first) {
@@ -47,11 +48,14 @@ void print_pins(Session& session)
 
 void set_pin(Session& session, uint32_t index, const std::string& level)
 {
-    const std::string before = state_of(read_pins(session), index);
-    session.check("setting the pin", XU_GpioSet(session.device(), static_cast<int32_t>(index),
-                                                level == "high" ? GPIO_HIGH : GPIO_LOW));
-    session.print_change("gpio_" + std::to_string(index), before,
-                         state_of(read_pins(session), index));
+    const auto pin = static_cast<int32_t>(index);
+    const int32_t value = level == "high" ? GPIO_HIGH : GPIO_LOW;
+    session.make({.name = "gpio_" + std::to_string(index),
+                  .read = [&] { return state_of(read_pins(session), index); },
+                  .wanted = level,
+                  .doing = "setting the pin",
+                  .write = [&] { return XU_GpioSet(session.device(), pin, value); },
+                  .cost = pin_change(index) + register_read(kPinRegisterCount)});
 }
 
 } // namespace
@@ -63,14 +67,14 @@ void add_gpio_command(CLI::App& app, Arguments& arguments)
         std::string level;
     };
     CLI::App* command =
-        add_feature(app, "gpio", "Drive a pin of the controller, or show all", "nyxus gpio 5 high");
+        add_command(app, "gpio", "Drive a pin of the controller, or show all", "nyxus gpio 5 high");
     const auto options = std::make_shared<Options>();
     CLI::Option* index =
         add_number(command, "INDEX", options->index, 0, kPinCount - 1, "Pin; without: show all");
     CLI::Option* level =
         add_choice(command, "LEVEL", options->level, {"high", "low"}, "high or low");
     index->needs(level);
-    set_action(command, arguments, [options](Session& session) {
+    set_writing_action(command, arguments, [options](Session& session) {
         if (options->level.empty())
             print_pins(session);
         else

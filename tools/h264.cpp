@@ -12,6 +12,8 @@ namespace tool {
 
 namespace {
 
+constexpr Cost kControlWrite = {.transfers = 1};
+constexpr Cost kControlChange = {.transfers = 2}; // and reading it back
 constexpr uint32_t kMost16 = 0xFFFF;
 constexpr uint32_t kMost32 = 0xFFFFFFFF;
 constexpr uint32_t kMostQp = 51;
@@ -50,6 +52,13 @@ void check(Session& session, const std::string& doing, int32_t status)
     session.check(doing, status);
 }
 
+/// For orders, which nothing has been read before.
+int32_t checked(Session& session, int32_t status)
+{
+    check(session, "talking to the encoder", status);
+    return status;
+}
+
 template <size_t Size>
 std::array<uint8_t, Size> with_layer(const Options& options)
 {
@@ -70,14 +79,16 @@ std::string mode_of(Session& session)
 
 void run_rate_control(Session& session, const Options& options)
 {
-    const std::string before = mode_of(session);
     if (options.mode.empty())
-        return session.print({{"rate_control", before}});
+        return session.print({{"rate_control", mode_of(session)}});
     auto payload = with_layer<3>(options);
     payload[2] = static_cast<uint8_t>(1 + place_in(kModes, options.mode));
-    check(session, "setting the rate control",
-          H264SetRateCtrlMode(session.device(), payload.data()));
-    session.print_change("rate_control", before, mode_of(session));
+    session.make({.name = "rate_control",
+                  .read = [&] { return mode_of(session); },
+                  .wanted = options.mode,
+                  .doing = "setting the rate control",
+                  .write = [&] { return H264SetRateCtrlMode(session.device(), payload.data()); },
+                  .cost = kControlChange});
 }
 
 H264BitrateLayers bitrate_of(Session& session)
@@ -94,16 +105,21 @@ std::string bitrate_text(const H264BitrateLayers& layers)
 
 void run_bitrate(Session& session, const Options& options)
 {
-    const H264BitrateLayers before = bitrate_of(session);
-    if (!options.peak)
-        return session.print({{"layer", before.wLayerID},
-                              {"peak_bit_per_s", before.dwPeakBitrate},
-                              {"average_bit_per_s", before.dwAverageBitrate}});
+    if (!options.peak) {
+        const H264BitrateLayers now = bitrate_of(session);
+        return session.print({{"layer", now.wLayerID},
+                              {"peak_bit_per_s", now.dwPeakBitrate},
+                              {"average_bit_per_s", now.dwAverageBitrate}});
+    }
     const H264BitrateLayers wanted = {.wLayerID = static_cast<uint16_t>(options.layer),
                                       .dwPeakBitrate = *options.peak,
                                       .dwAverageBitrate = *options.average};
-    check(session, "setting the bitrate", H264SetBitrate(session.device(), &wanted));
-    session.print_change("bitrate", bitrate_text(before), bitrate_text(bitrate_of(session)));
+    session.make({.name = "bitrate",
+                  .read = [&] { return bitrate_text(bitrate_of(session)); },
+                  .wanted = bitrate_text(wanted),
+                  .doing = "setting the bitrate",
+                  .write = [&] { return H264SetBitrate(session.device(), &wanted); },
+                  .cost = kControlChange});
 }
 
 std::array<uint8_t, 5> qp_of(Session& session)
@@ -120,16 +136,20 @@ std::string qp_text(const std::array<uint8_t, 5>& payload)
 
 void run_qp(Session& session, const Options& options)
 {
-    const std::array<uint8_t, 5> before = qp_of(session);
-    if (!options.most)
-        return session.print(
-            {{"frame_types", before[2]}, {"least_qp", before[3]}, {"most_qp", before[4]}});
+    if (!options.most) {
+        const std::array<uint8_t, 5> now = qp_of(session);
+        return session.print({{"frame_types", now[2]}, {"least_qp", now[3]}, {"most_qp", now[4]}});
+    }
     auto payload = with_layer<5>(options);
     payload[2] = static_cast<uint8_t>(*options.frame_types);
     payload[3] = static_cast<uint8_t>(*options.least);
     payload[4] = static_cast<uint8_t>(*options.most);
-    check(session, "setting the QP steps", H264SetQpSteps(session.device(), payload.data()));
-    session.print_change("qp", qp_text(before), qp_text(qp_of(session)));
+    session.make({.name = "qp",
+                  .read = [&] { return qp_text(qp_of(session)); },
+                  .wanted = qp_text(payload),
+                  .doing = "setting the QP steps",
+                  .write = [&] { return H264SetQpSteps(session.device(), payload.data()); },
+                  .cost = kControlChange});
 }
 
 uint16_t period_of(Session& session)
@@ -141,12 +161,15 @@ uint16_t period_of(Session& session)
 
 void run_period(Session& session, const Options& options)
 {
-    const uint16_t before = period_of(session);
     if (!options.period)
-        return session.print({{"iframe_period", before}});
+        return session.print({{"iframe_period", period_of(session)}});
     const auto period = static_cast<uint16_t>(*options.period);
-    session.check("setting the I-frame period", H264SetIFramePeriod(session.device(), &period));
-    session.print_change("iframe_period", before, period_of(session));
+    session.make({.name = "iframe_period",
+                  .read = [&] { return period_of(session); },
+                  .wanted = period,
+                  .doing = "setting the I-frame period",
+                  .write = [&] { return H264SetIFramePeriod(session.device(), &period); },
+                  .cost = register_write(4) + register_read(4)});
 }
 
 uint8_t format_of(Session& session)
@@ -158,27 +181,34 @@ uint8_t format_of(Session& session)
 
 void run_format(Session& session, const Options& options)
 {
-    const uint8_t before = format_of(session);
     if (!options.stream_format)
-        return session.print({{"format", before}});
-    session.check("setting the format",
-                  H264SetFormat(session.device(), static_cast<uint8_t>(*options.stream_format)));
-    session.print_change("format", before, format_of(session));
+        return session.print({{"format", format_of(session)}});
+    const auto wanted = static_cast<uint8_t>(*options.stream_format);
+    session.make({.name = "format",
+                  .read = [&] { return format_of(session); },
+                  .wanted = wanted,
+                  .doing = "setting the format",
+                  .write = [&] { return H264SetFormat(session.device(), wanted); },
+                  .cost = register_change() + register_read(2)});
 }
 
 void run_next_frame(Session& session, const Options& options)
 {
     auto payload = with_layer<4>(options);
     payload[2] = place_in(kFrames, options.frame);
-    check(session, "asking for a frame", H264SetNextFrameType(session.device(), payload.data()));
-    session.print_done("next_frame", options.frame);
+    session.order(
+        "next_frame", options.frame, "asking for a frame",
+        [&] { return checked(session, H264SetNextFrameType(session.device(), payload.data())); },
+        kControlWrite);
 }
 
 void run_reset(Session& session, const Options& options)
 {
-    check(session, "resetting the encoder",
-          H264Reset(session.device(), with_layer<2>(options).data()));
-    session.print_done("encoder", "reset");
+    const auto payload = with_layer<2>(options);
+    session.order(
+        "encoder", "reset", "resetting the encoder",
+        [&] { return checked(session, H264Reset(session.device(), payload.data())); },
+        kControlWrite);
 }
 
 void run_version(Session& session, const Options&)
@@ -209,6 +239,7 @@ struct Row {
     const char* example;
     void (*run)(Session&, const Options&);
     void (*add_options)(CLI::App*, Options&);
+    bool writes = true;
 };
 
 void add_nothing(CLI::App*, Options&) {}
@@ -258,7 +289,7 @@ constexpr Row rows[] = {
     {"format",        "Set the stream format, or ask",            "nyxus h264 format 1",                 run_format,       add_format},
     {"next-frame",    "Ask for a frame of a type",                "nyxus h264 next-frame idr",           run_next_frame,   add_frame},
     {"reset",         "Reset the encoder",                        "nyxus h264 reset",                    run_reset,        add_nothing},
-    {"version",       "Show the version of the payload layout",   "nyxus h264 version",                  run_version,      add_nothing},
+    {"version",       "Show the version of the payload layout",   "nyxus h264 version",                  run_version,      add_nothing, false},
 };
 // clang-format on
 
@@ -268,15 +299,16 @@ void add_h264_command(CLI::App& app, Arguments& arguments)
 {
     const auto options = std::make_shared<Options>();
     CLI::App* h264 =
-        add_feature(app, "h264", "The H.264 encoder", "nyxus h264 bitrate 4000000 2000000");
+        add_command(app, "h264", "The H.264 encoder", "nyxus h264 bitrate 4000000 2000000");
     h264->require_subcommand(1);
     h264->add_flag("--published-order", options->published_order,
                    "For firmware that expects length and request the other way round");
     add_number(h264, "--layer", options->layer, 0, kMost16, "Layer of the stream");
     for (const Row& row : rows) {
-        CLI::App* command = add_feature(*h264, row.name, row.summary, row.example);
+        CLI::App* command = add_command(*h264, row.name, row.summary, row.example);
         row.add_options(command, *options);
-        set_action(
+        const auto set = row.writes ? set_writing_action : set_action;
+        set(
             command, arguments,
             [&row, options](Session& session) {
                 nyxus_h264_standard_order = options->published_order ? 0 : 1;

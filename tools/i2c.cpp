@@ -11,6 +11,7 @@ namespace {
 constexpr uint32_t kLastRegister = 0x1FF;
 /// Behind the bytes of a transfer lie the controller's own I2C registers.
 constexpr uint32_t kMostBytes = 8;
+constexpr uint32_t kTransferRegisters = 4;
 
 struct Options {
     uint32_t address = 0;
@@ -41,11 +42,20 @@ void run_get(Session& session, const Options& options)
 void run_set(Session& session, const Options& options)
 {
     const std::vector<uint8_t> bytes = to_bytes(options.bytes);
-    const std::vector<uint8_t> before = read_registers(session, options, bytes.size());
-    session.check("writing over I2C",
-                  XU_I2cSet(session.device(), static_cast<uint16_t>(options.address),
-                            static_cast<uint8_t>(bytes.size()), bytes.data()));
-    session.print_change(name_of(options), before, read_registers(session, options, bytes.size()));
+    // A transfer over I2C, even one that reads, is started by writing registers of the controller.
+    const Cost start = register_write(kTransferRegisters);
+    const Cost read = start + register_read(bytes.size());
+    const auto write = [&] {
+        return XU_I2cSet(session.device(), static_cast<uint16_t>(options.address),
+                         static_cast<uint8_t>(bytes.size()), bytes.data());
+    };
+    session.make({.name = name_of(options),
+                  .read = [&] { return read_registers(session, options, bytes.size()); },
+                  .wanted = bytes,
+                  .doing = "writing over I2C",
+                  .write = write,
+                  .cost = read + register_write(bytes.size()) + start + read,
+                  .reading_writes = true});
 }
 
 std::string config_of(Session& session)
@@ -57,12 +67,15 @@ std::string config_of(Session& session)
 
 void run_config(Session& session, const Options& options)
 {
-    const std::string before = config_of(session);
     if (!options.config)
-        return session.print({{"i2c_configuration", before}});
+        return session.print({{"i2c_configuration", config_of(session)}});
     const auto config = static_cast<uint8_t>(*options.config);
-    session.check("setting the I2C configuration", XU_I2cConfigSet(session.device(), &config));
-    session.print_change("i2c_configuration", before, config_of(session));
+    session.make({.name = "i2c_configuration",
+                  .read = [&] { return config_of(session); },
+                  .wanted = format("0x%02X", config),
+                  .doing = "setting the I2C configuration",
+                  .write = [&] { return XU_I2cConfigSet(session.device(), &config); },
+                  .cost = register_write(2) + register_read(2)});
 }
 
 } // namespace
@@ -71,31 +84,32 @@ void add_i2c_command(CLI::App& app, Arguments& arguments)
 {
     const auto options = std::make_shared<Options>();
     CLI::App* command =
-        add_feature(app, "i2c", "Talk to a device on the camera's I2C bus", "nyxus i2c get 0x10 4");
+        add_command(app, "i2c", "Talk to a device on the camera's I2C bus", "nyxus i2c get 0x10 4");
     command->require_subcommand(1);
 
-    CLI::App* get = add_feature(*command, "get", "Read registers of the configured device",
+    CLI::App* get = add_command(*command, "get", "Read registers of the configured device",
                                 "nyxus i2c get 0x10 4");
     add_address(get, options->address, 0, kLastRegister);
     add_number(get, "LENGTH", options->length, 1, kMostBytes, "Bytes");
     set_action(get, arguments, [options](Session& session) { run_get(session, *options); });
 
-    CLI::App* set = add_feature(*command, "set", "Write registers of the configured device",
+    CLI::App* set = add_command(*command, "set", "Write registers of the configured device",
                                 "nyxus i2c set 0x10 0x12 0x34");
     add_address(set, options->address, 0, kLastRegister);
     add_bytes(set, "BYTES", options->bytes, "1 to 8 bytes")
         ->required()
         ->expected(1, static_cast<int>(kMostBytes));
-    set_action(set, arguments, [options](Session& session) { run_set(session, *options); });
+    set_writing_action(set, arguments, [options](Session& session) { run_set(session, *options); });
 
     CLI::App* config =
-        add_feature(*command, "config", "Choose the device, or ask", "nyxus i2c config 0x60");
+        add_command(*command, "config", "Choose the device, or ask", "nyxus i2c config 0x60");
     config
         ->add_option("BYTE", options->config,
                      "Device address in 8-bit form, bit 0 = addressing mode (0 to 255)")
         ->type_name("")
         ->check(CLI::Range(0U, 0xFFU).description(""));
-    set_action(config, arguments, [options](Session& session) { run_config(session, *options); });
+    set_writing_action(config, arguments,
+                       [options](Session& session) { run_config(session, *options); });
 }
 
 } // namespace tool

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "command_line.h"
 #include "commands.h"
+#include "json_text.h"
 #include "text.h"
 
-#include <nlohmann/json.hpp>
+#include <algorithm>
 
 namespace tool {
 
@@ -74,11 +76,11 @@ std::string features(const NyDevice& device)
     return list.empty() ? "none" : list.substr(0, list.size() - 2);
 }
 
-nlohmann::ordered_json json_info(const Camera& camera)
+Values json_info(const Camera& camera)
 {
     const NyDevice& device = camera.device();
     const CameraEntry& entry = camera.entry();
-    nlohmann::ordered_json object = {
+    Values object = {
         {"bus", entry.bus},
         {"address", entry.address},
         {"port_path", entry.port_path},
@@ -91,8 +93,8 @@ nlohmann::ordered_json json_info(const Camera& camera)
         {"external_firmware", device.wExtFwVer},
         {"sensor_application", device.wExtSensorApId},
         {"set_file", device.oFwStatus.xSetfileExist != 0 ? set_file(device) : ""},
-        {"xu_version", device.xFeatureXU != 0 ? nlohmann::ordered_json(device.oXuCtrlVer.wVersion)
-                                              : nlohmann::ordered_json(nullptr)},
+        {"xu_version",
+         device.xFeatureXU != 0 ? Values(device.oXuCtrlVer.wVersion) : Values(nullptr)},
         {"memory_extension", device.xFeatureEM != 0},
     };
     object["rom"] = {{"kind", rom_kind(camera)},
@@ -142,16 +144,20 @@ std::string firmware_sentence(const Camera& camera)
     return "runs its mask ROM";
 }
 
-ExitCode run_info(Console& console, const Arguments& arguments)
+static ExitCode run_info(Console& console, const Arguments& arguments)
 {
-    const Camera camera = open_chosen(arguments);
+    const Camera camera = open_chosen(console, arguments);
     console.drain();
-    if (arguments.json)
-        console.display().say(json_info(camera).dump(
-            2, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
-    else
-        console.display().say(text_info(camera));
+    console.display().say(arguments.json ? json_text(json_info(camera)) : text_info(camera));
     return kExitOk;
+}
+
+void add_info_command(CLI::App& app, Arguments& arguments)
+{
+    CLI::App* command =
+        add_command(app, "info", "Show what a camera says about itself, its firmware and its ROM",
+                    "nyxus info -c 1-2");
+    set_run(command, arguments, run_info);
 }
 
 } // namespace tool

@@ -140,12 +140,16 @@ std::vector<Part> parts_to_install(bool with_mfi)
     return parts;
 }
 
-std::vector<uint8_t> read_replaced(Console& console, Camera& camera)
+uint32_t replaced_bytes(const Camera& camera)
 {
     constexpr uint32_t kReachable = 0x10000; // the controller runs from the first block only
+    return std::min(camera.device().dwExtRomSize, kReachable);
+}
+
+std::vector<uint8_t> read_replaced(Console& console, Camera& camera)
+{
     last_words::set_consequence(kUntouched);
-    std::vector<uint8_t> contents =
-        read_rom(console, camera, "reading", 0, std::min(camera.device().dwExtRomSize, kReachable));
+    std::vector<uint8_t> contents = read_rom(console, camera, "reading", 0, replaced_bytes(camera));
     last_words::set_consequence("");
     return contents;
 }
@@ -158,7 +162,7 @@ void back_up(Console& console, const Camera& camera, std::span<const uint8_t> co
         keep_backup(camera.entry(), contents,
                     camera.runs_external_firmware() ? Proven::kYes : Proven::kNo)
             .string();
-    console.display().say("backup of the ROM: " + path);
+    console.display().note("backup of the ROM: " + path);
 }
 
 void install(Console& console, Camera& camera, const Arguments& arguments, bool with_mfi,
@@ -169,9 +173,9 @@ void install(Console& console, Camera& camera, const Arguments& arguments, bool 
     } catch (const Failure& failure) {
         if (failure.code() != kExitCameraLost)
             throw;
-        await_return(console, camera, arguments.wait_s, failure);
+        await_return(console, camera, arguments.return_wait_s(), failure);
         check_images(camera, with_mfi);
-        console.display().say("once more: " + camera.name());
+        console.display().note("once more: " + camera.name());
         program_and_verify(console, camera, arguments, with_mfi, rom);
     }
 }

@@ -23,6 +23,7 @@ std::vector<Part> parts_to_install(bool with_mfi);
 
 /// The part of the ROM that an installation may change and the camera can use.
 std::vector<uint8_t> read_replaced(Console& console, Camera& camera);
+uint32_t replaced_bytes(const Camera& camera);
 /// Keeps it as a backup, unless it is blank, and says where.
 void back_up(Console& console, const Camera& camera, std::span<const uint8_t> contents);
 

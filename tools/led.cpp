@@ -13,19 +13,23 @@ namespace {
 
 /// Bits of an LED register that hold its state.
 constexpr uint32_t kStateBits = 0x58;
+/// The first look afterwards finds the LED busy.
+constexpr Cost kTakenUp = {.transfers = 2, .pauses_s = 0.02};
 
 /// The firmware takes an update up within some ten milliseconds; until then the LED is busy.
 template <typename Call>
-void call_when_idle(Session& session, const std::string& doing, Call call)
+int32_t call_when_idle(const std::string& doing, Call call)
 {
     constexpr int kAttempts = 50;
     constexpr useconds_t kPause_us = 20'000;
     for (int attempt = 1;; ++attempt) {
         const int32_t status = call();
         if (status != NYXUS_E_BUSY)
-            return session.check(doing, status);
+            return status;
         if (attempt == kAttempts)
-            throw Failure(kExitTimeout, doing + ": the firmware does not take the update up");
+            throw Failure(
+                kExitTimeout,
+                doing + ": the firmware does not take the update up; 'nyxus reset' restarts it");
         usleep(kPause_us);
     }
 }
@@ -33,21 +37,31 @@ void call_when_idle(Session& session, const std::string& doing, Call call)
 std::string state_of(Session& session, uint8_t index)
 {
     uint8_t state = 0;
-    call_when_idle(session, "reading the LED",
-                   [&] { return XU_LedStatusGet(session.device(), index, &state); });
+    const std::string doing = "reading the LED";
+    session.check(doing, call_when_idle(doing, [&] {
+                      return XU_LedStatusGet(session.device(), index, &state);
+                  }));
     return format("0x%02X", state);
+}
+
+int32_t set_when_idle(Session& session, uint8_t index, uint8_t state)
+{
+    return call_when_idle("setting the LED",
+                          [&] { return XU_LedStatusSet(session.device(), index, state); });
 }
 
 void run_led(Session& session, uint8_t index, std::optional<uint32_t> wanted)
 {
     const std::string name = format("led_%u", index);
-    const std::string before = state_of(session, index);
     if (!wanted)
-        return session.print({{name, before}});
-    call_when_idle(session, "setting the LED", [&] {
-        return XU_LedStatusSet(session.device(), index, static_cast<uint8_t>(*wanted));
-    });
-    session.print_change(name, before, state_of(session, index));
+        return session.print({{name, state_of(session, index)}});
+    const auto state = static_cast<uint8_t>(*wanted);
+    session.make({.name = name,
+                  .read = [&] { return state_of(session, index); },
+                  .wanted = format("0x%02X", state),
+                  .doing = "setting the LED",
+                  .write = [&] { return set_when_idle(session, index, state); },
+                  .cost = register_change() + kTakenUp + register_read(1)});
 }
 
 std::string refuse_state(const std::string& text)
@@ -68,13 +82,13 @@ void add_led_command(CLI::App& app, Arguments& arguments)
     };
     constexpr uint32_t kLastIndex = 0xFF;
     CLI::App* command =
-        add_feature(app, "led", "Set the state of an LED, or ask", "nyxus led 0 0x08");
+        add_command(app, "led", "Set the state of an LED, or ask", "nyxus led 0 0x08");
     const auto options = std::make_shared<Options>();
     add_number(command, "INDEX", options->index, 0, kLastIndex, "LED")->required();
     command->add_option("STATE", options->state, "Sum of 0x08, 0x10 and 0x40; without: ask")
         ->type_name("")
         ->check(CLI::Validator(refuse_state, ""));
-    set_action(command, arguments, [options](Session& session) {
+    set_writing_action(command, arguments, [options](Session& session) {
         run_led(session, static_cast<uint8_t>(options->index), options->state);
     });
 }

@@ -1,17 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "command_line.h"
 #include "commands.h"
 #include "failure.h"
-#include "text.h"
-
-#include <nlohmann/json.hpp>
+#include "json_text.h"
 
 namespace tool {
 
 namespace {
 
-nlohmann::ordered_json json_entry(const CameraEntry& entry, const Openable& openable)
+Values json_entry(const CameraEntry& entry, const Openable& openable)
 {
-    nlohmann::ordered_json object = {
+    Values object = {
         {"bus", entry.bus},
         {"address", entry.address},
         {"port_path", entry.port_path},
@@ -24,21 +23,25 @@ nlohmann::ordered_json json_entry(const CameraEntry& entry, const Openable& open
     return object;
 }
 
-std::vector<CameraEntry> chosen_cameras(const Arguments& arguments)
+/// Without a camera to list. For programs an empty list is a result, too.
+ExitCode say_what_is_wrong(Console& console, const Arguments& arguments)
 {
-    std::vector<CameraEntry> cameras = list_cameras();
-    if (!arguments.camera.empty())
-        std::erase_if(cameras,
-                      [&](const CameraEntry& entry) { return !entry.matches(arguments.camera); });
-    return cameras;
+    try {
+        select_camera(list_cameras(), arguments.camera);
+        return kExitOk; // it has just been plugged in
+    } catch (const Failure& failure) {
+        if (!arguments.json)
+            throw;
+        console.display().say("[]");
+        console.display().warn("nyxus: " + failure.text());
+        return failure.code();
+    }
 }
-
-} // namespace
 
 ExitCode run_list(Console& console, const Arguments& arguments)
 {
-    const std::vector<CameraEntry> cameras = chosen_cameras(arguments);
-    nlohmann::ordered_json array = nlohmann::ordered_json::array();
+    const std::vector<CameraEntry> cameras = matching_cameras(console, arguments);
+    Values array = Values::array();
     std::string lines = "CAMERA  PORT     SERIAL           PRODUCT";
     for (const CameraEntry& entry : cameras) {
         const Openable openable = try_open(entry);
@@ -47,14 +50,18 @@ ExitCode run_list(Console& console, const Arguments& arguments)
         if (openable.libusb_code != 0)
             lines += "\n        cannot be opened: " + openable.reason;
     }
-    if (arguments.json)
-        console.display().say(
-            array.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
     if (cameras.empty())
-        select_camera(list_cameras(), arguments.camera); // says what is wrong
-    else if (!arguments.json)
-        console.display().say(lines);
+        return say_what_is_wrong(console, arguments);
+    console.display().say(arguments.json ? json_text(array) : lines);
     return kExitOk;
+}
+
+} // namespace
+
+void add_list_command(CLI::App& app, Arguments& arguments)
+{
+    CLI::App* command = add_command(app, "list", "List the connected cameras", "nyxus list --json");
+    set_run(command, arguments, run_list);
 }
 
 } // namespace tool

@@ -74,22 +74,28 @@ void run_write(Session& session, const Memory& memory, const Options& options)
 {
     const std::vector<uint8_t> bytes = to_bytes(options.bytes);
     const auto length = static_cast<uint32_t>(bytes.size());
-    const std::vector<uint8_t> before = read_bytes(session, memory, options.address, length);
-    session.check(std::string("writing ") + memory.what,
-                  memory.write(session.device(), options.address, length, bytes.data()));
+    const auto write = [&] {
+        return memory.write(session.device(), options.address, length, bytes.data());
+    };
     // Not read back: a register need not read as it was written, and may restart the controller.
-    session.print_change(format("0x%04X", options.address), before, bytes);
+    session.make({.name = format("0x%04X", options.address),
+                  .read = [&] { return read_bytes(session, memory, options.address, length); },
+                  .wanted = bytes,
+                  .doing = std::string("writing ") + memory.what,
+                  .write = write,
+                  .cost = register_write(length),
+                  .read_back = false});
 }
 
 void add_memory(CLI::App& app, Arguments& arguments, const Memory& memory)
 {
     const auto options = std::make_shared<Options>();
     const std::string call = std::string("nyxus ") + memory.name;
-    CLI::App* command = add_feature(app, memory.name, std::string("Read or write ") + memory.what,
+    CLI::App* command = add_command(app, memory.name, std::string("Read or write ") + memory.what,
                                     call + " read 0x20 4");
     command->require_subcommand(1);
 
-    CLI::App* read = add_feature(*command, "read", "Read bytes", call + " read 0x20 4");
+    CLI::App* read = add_command(*command, "read", "Read bytes", call + " read 0x20 4");
     add_address(read, options->address, 0, memory.size - 1);
     add_number(read, "LENGTH", options->length, 1, kMostBytes, "Bytes");
     set_action(
@@ -97,12 +103,12 @@ void add_memory(CLI::App& app, Arguments& arguments, const Memory& memory)
         [&memory, options](Session& session) { run_read(session, memory, *options); },
         [&memory, options] { check_range(memory, options->address, options->length); });
 
-    CLI::App* write = add_feature(*command, "write", "Write bytes", call + " write 0x20 0x12 0x34");
+    CLI::App* write = add_command(*command, "write", "Write bytes", call + " write 0x20 0x12 0x34");
     add_address(write, options->address, 0, memory.size - 1);
     add_bytes(write, "BYTES", options->bytes, "1 to 255 bytes")
         ->required()
         ->expected(1, static_cast<int>(kMostBytes));
-    set_action(
+    set_writing_action(
         write, arguments,
         [&memory, options](Session& session) { run_write(session, memory, *options); },
         [&memory, options] { check_range(memory, options->address, options->bytes.size()); });

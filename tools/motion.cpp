@@ -34,10 +34,13 @@ void run_get(Session& session)
 
 void run_set(Session& session, const Options& options)
 {
-    const auto before = setting_of(session);
-    session.check("setting the motion detection",
-                  XU_MotionDetectSet(session.device(), to_bytes(options.setting).data()));
-    session.print_change("motion_setting", before, setting_of(session));
+    const std::vector<uint8_t> wanted = to_bytes(options.setting);
+    session.make({.name = "motion_setting",
+                  .read = [&] { return setting_of(session); },
+                  .wanted = wanted,
+                  .doing = "setting the motion detection",
+                  .write = [&] { return XU_MotionDetectSet(session.device(), wanted.data()); },
+                  .cost = register_write(kSettingBytes) + register_read(kSettingBytes)});
 }
 
 bool poll(Session& session)
@@ -75,20 +78,20 @@ void watch(Session& session, uint32_t count)
 void add_motion_command(CLI::App& app, Arguments& arguments)
 {
     const auto options = std::make_shared<Options>();
-    CLI::App* command = add_feature(app, "motion", "Ask for motion, or set its detection",
+    CLI::App* command = add_command(app, "motion", "Ask for motion, or set its detection",
                                     "nyxus motion poll --watch");
     command->require_subcommand(1);
-    set_action(add_feature(*command, "get", "Show the setting", "nyxus motion get"), arguments,
+    set_action(add_command(*command, "get", "Show the setting", "nyxus motion get"), arguments,
                run_get);
 
     CLI::App* set =
-        add_feature(*command, "set", "Change the setting", "nyxus motion set 1 0x20 0 0");
+        add_command(*command, "set", "Change the setting", "nyxus motion set 1 0x20 0 0");
     add_bytes(set, "BYTES", options->setting, "4 bytes that the firmware defines")
         ->required()
         ->expected(kSettingBytes);
-    set_action(set, arguments, [options](Session& session) { run_set(session, *options); });
+    set_writing_action(set, arguments, [options](Session& session) { run_set(session, *options); });
 
-    CLI::App* ask = add_feature(*command, "poll", "Was there motion since the last time?",
+    CLI::App* ask = add_command(*command, "poll", "Was there motion since the last time?",
                                 "nyxus motion poll --watch --count 50");
     CLI::Option* watch_flag =
         ask->add_flag("--watch", options->watch, "Ask five times a second, tell of motion only");

@@ -19,6 +19,8 @@ constexpr uint32_t kByteMost = 0xFF;
 constexpr uint32_t kLastString = 7;
 constexpr uint32_t kLastWindow = 3;
 constexpr size_t kTextBytes = 16;
+/// A record is written by one transfer and read back by two.
+constexpr Cost kRecordChange = {.transfers = 3};
 
 struct Options {
     std::string state;
@@ -66,11 +68,14 @@ void require_osd(Session& session)
 void run_toggle(Session& session, const Toggle& toggle, const std::string& wanted)
 {
     require_osd(session);
-    const std::string before = state_of(session, toggle);
     if (wanted.empty())
-        return session.print({{toggle.title, before}});
-    session.check("setting the on-screen display", toggle.set(session.device(), wanted == "on"));
-    session.print_change(toggle.title, before, state_of(session, toggle));
+        return session.print({{toggle.title, state_of(session, toggle)}});
+    session.make({.name = toggle.title,
+                  .read = [&] { return state_of(session, toggle); },
+                  .wanted = wanted,
+                  .doing = "setting the on-screen display",
+                  .write = [&] { return toggle.set(session.device(), wanted == "on"); },
+                  .cost = toggle.bit == 0 ? kRecordChange : register_change() + register_read(1)});
 }
 
 OsdDatetime datetime_of(Session& session)
@@ -141,12 +146,15 @@ void show_datetime(Session& session)
 void set_datetime(Session& session, const Options& options)
 {
     OsdDatetime record = datetime_of(session);
-    const std::string before = iso_time(record);
     parse_time(options.time == "now" ? local_time() : options.time, record);
     record.data[6] = static_cast<uint8_t>(options.column.value_or(record.data[6]));
     record.data[7] = static_cast<uint8_t>(options.row.value_or(record.data[7]));
-    session.check("setting the date and time", XU_OsdSetDatetime(session.device(), &record));
-    session.print_change("datetime", before, iso_time(datetime_of(session)));
+    session.make({.name = "datetime",
+                  .read = [&] { return iso_time(datetime_of(session)); },
+                  .wanted = iso_time(record),
+                  .doing = "setting the date and time",
+                  .write = [&] { return XU_OsdSetDatetime(session.device(), &record); },
+                  .cost = kRecordChange});
 }
 
 std::string string_of(Session& session, uint32_t index)
@@ -160,14 +168,17 @@ std::string string_of(Session& session, uint32_t index)
 void run_string(Session& session, const Options& options, bool set)
 {
     const std::string name = format("string_%u", options.index);
-    const std::string before = string_of(session, options.index);
     if (!set)
-        return session.print({{name, before}});
+        return session.print({{name, string_of(session, options.index)}});
+    const auto index = static_cast<uint8_t>(options.index);
     uint8_t text[kTextBytes] = {};
     std::ranges::copy(*options.text, text);
-    session.check("setting the text",
-                  XU_OsdSetString(session.device(), static_cast<uint8_t>(options.index), text));
-    session.print_change(name, before, string_of(session, options.index));
+    session.make({.name = name,
+                  .read = [&] { return string_of(session, index); },
+                  .wanted = *options.text,
+                  .doing = "setting the text",
+                  .write = [&] { return XU_OsdSetString(session.device(), index, text); },
+                  .cost = kRecordChange});
 }
 
 /// Records of nine bytes that are read and written as a whole.
@@ -176,43 +187,48 @@ void run_record(Session& session, const char* name, int32_t (*get)(NyDevice*, Re
                 int32_t (*set)(NyDevice*, const Record*), const std::vector<uint32_t>& wanted)
 {
     const std::string doing = std::string("the on-screen ") + name;
-    const auto values_of = [](const Record& record) {
+    const auto bytes_of = [](const Record& record) {
         return std::vector<uint8_t>(std::begin(record.data), std::end(record.data));
     };
-    Record record{};
-    session.check("reading " + doing, get(session.device(), &record));
-    const std::vector<uint8_t> before = values_of(record);
+    const auto read = [&] {
+        Record record{};
+        session.check("reading " + doing, get(session.device(), &record));
+        return bytes_of(record);
+    };
     if (wanted.empty())
-        return session.print({{name, before}});
-    record = {};
+        return session.print({{name, read()}});
+    Record record{};
     std::ranges::copy(to_bytes(wanted), record.data);
-    session.check("setting " + doing, set(session.device(), &record));
-    session.check("reading " + doing, get(session.device(), &record));
-    session.print_change(name, before, values_of(record));
+    session.make({.name = name,
+                  .read = read,
+                  .wanted = bytes_of(record),
+                  .doing = "setting " + doing,
+                  .write = [&] { return set(session.device(), &record); },
+                  .cost = kRecordChange});
 }
 
 using Shared = std::shared_ptr<Options>;
 
 void add_toggle(CLI::App& parent, Arguments& arguments, const Toggle& toggle, const char* summary,
-                const Shared& options)
+                const char* example, const Shared& options)
 {
-    CLI::App* command =
-        add_feature(parent, toggle.name, summary, "nyxus osd " + std::string(toggle.name) + " on");
+    CLI::App* command = add_command(parent, toggle.name, summary, example);
     add_choice(command, "STATE", options->state, {"on", "off"}, "on or off; without: ask");
-    set_action(command, arguments, [&toggle, options](Session& session) {
+    set_writing_action(command, arguments, [&toggle, options](Session& session) {
         run_toggle(session, toggle, options->state);
     });
 }
 
 void add_datetime(CLI::App& osd, Arguments& arguments, const Shared& options)
 {
-    CLI::App* command = add_feature(osd, "datetime", "The date-time stamp: show it, set it, or ask",
+    CLI::App* command = add_command(osd, "datetime", "The date-time stamp: show it, set it, or ask",
                                     "nyxus osd datetime set 2026-05-01T12:00:00");
     set_action(command, arguments, show_datetime);
-    add_toggle(*command, arguments, datetime_toggle, "Show the stamp, or ask", options);
+    add_toggle(*command, arguments, datetime_toggle, "Show the stamp, or ask",
+               "nyxus osd datetime show on", options);
 
     CLI::App* set =
-        add_feature(*command, "set", "Set the camera's clock", "nyxus osd datetime set now");
+        add_command(*command, "set", "Set the camera's clock", "nyxus osd datetime set now");
     set->add_option("TIME", options->time, "As 2026-05-01T12:00:00, or now")
         ->required()
         ->type_name("")
@@ -222,13 +238,14 @@ void add_datetime(CLI::App& osd, Arguments& arguments, const Shared& options)
         set->add_option(name, *value, "Place of the stamp (0 to 255)")
             ->type_name("CELLS")
             ->check(CLI::Range(0U, kByteMost).description(""));
-    set_action(set, arguments, [options](Session& session) { set_datetime(session, *options); });
+    set_writing_action(set, arguments,
+                       [options](Session& session) { set_datetime(session, *options); });
 }
 
 void add_string(CLI::App& osd, Arguments& arguments, const Shared& options)
 {
     CLI::App* command =
-        add_feature(osd, "string", "Set a line of text, or ask", "nyxus osd string 0 'Front door'");
+        add_command(osd, "string", "Set a line of text, or ask", "nyxus osd string 0 'Front door'");
     add_number(command, "INDEX", options->index, 0, kLastString, "Line")->required();
     CLI::Option* text = command->add_option("TEXT", options->text, "At most 16 characters");
     text->type_name("")->check(CLI::Validator(
@@ -238,19 +255,19 @@ void add_string(CLI::App& osd, Arguments& arguments, const Shared& options)
                        : format("the text has %zu bytes; 0 to %zu fit", words.size(), kTextBytes);
         },
         ""));
-    set_action(command, arguments, [options](Session& session) {
+    set_writing_action(command, arguments, [options](Session& session) {
         run_string(session, *options, options->text.has_value());
     });
 }
 
 void add_records(CLI::App& osd, Arguments& arguments, const Shared& options)
 {
-    CLI::App* window = add_feature(osd, "window", "Set a window, or show the latest one",
+    CLI::App* window = add_command(osd, "window", "Set a window, or show the latest one",
                                    "nyxus osd window 0 2 3 10 4 1");
     add_bytes(window, "VALUES", options->bytes,
               "Index (0 to 3), column, row, width, height in cells of 16x16 pixels, 1 = shown")
         ->expected(6);
-    set_action(
+    set_writing_action(
         window, arguments,
         [options](Session& session) {
             run_record<OsdWindow>(session, "window", XU_OsdGetWindow, XU_OsdSetWindow,
@@ -262,11 +279,11 @@ void add_records(CLI::App& osd, Arguments& arguments, const Shared& options)
                                                  options->bytes[0], kLastWindow));
         });
 
-    CLI::App* colour = add_feature(osd, "color", "Set the colours, or ask",
+    CLI::App* colour = add_command(osd, "color", "Set the colours, or ask",
                                    "nyxus osd color 235 128 128 16 128 128 81 90 240");
     add_bytes(colour, "VALUES", options->bytes, "Y Cb Cr of text, its background and windows")
         ->expected(9);
-    set_action(colour, arguments, [options](Session& session) {
+    set_writing_action(colour, arguments, [options](Session& session) {
         run_record<OsdColor>(session, "color", XU_OsdGetColor, XU_OsdSetColor, options->bytes);
     });
 }
@@ -277,18 +294,19 @@ void add_osd_command(CLI::App& app, Arguments& arguments)
 {
     const auto options = std::make_shared<Options>();
     CLI::App* osd =
-        add_feature(app, "osd", "Text, date and windows over the video", "nyxus osd enable on");
+        add_command(app, "osd", "Text, date and windows over the video", "nyxus osd enable on");
     osd->require_subcommand(1);
-    add_toggle(*osd, arguments, enable_toggle, "Show the on-screen display, or ask", options);
+    add_toggle(*osd, arguments, enable_toggle, "Show the on-screen display, or ask",
+               "nyxus osd enable on", options);
     add_datetime(*osd, arguments, options);
     add_string(*osd, arguments, options);
     add_records(*osd, arguments, options);
     add_toggle(*osd, arguments, transparent_toggle, "Let the picture shine through, or ask",
-               options);
-    CLI::App* reset = add_feature(*osd, "reset", "Clear everything", "nyxus osd reset");
-    set_action(reset, arguments, [](Session& session) {
-        session.check("resetting the on-screen display", XU_OsdReset(session.device()));
-        session.print_done("osd", "reset");
+               "nyxus osd transparent on", options);
+    CLI::App* reset = add_command(*osd, "reset", "Clear everything", "nyxus osd reset");
+    set_writing_action(reset, arguments, [](Session& session) {
+        session.order("osd", "reset", "resetting the on-screen display",
+                      [&] { return XU_OsdReset(session.device()); }, {.transfers = 1});
     });
 }
 

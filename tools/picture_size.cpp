@@ -55,21 +55,32 @@ Failure stream_failure(const VideoStreamParam& param, int32_t status)
     return {kExitNotSupported, text};
 }
 
+static constexpr char kLimitFile[] = "/sys/module/usbcore/parameters/usbfs_memory_mb";
+
+UsbMemory usb_memory(const VideoStreamParam& param)
+{
+    constexpr uint64_t kTransfers = 100; // that libuvc keeps under way
+    constexpr uint64_t kMib = 1024 * 1024;
+    UsbMemory memory;
+    std::ifstream(kLimitFile) >> memory.limit_mib;
+    const uint64_t frame_bytes = uint64_t{param.width} * param.height * 2;
+    memory.needed_mib = (kTransfers * frame_bytes + kMib - 1) / kMib;
+    return memory;
+}
+
+std::string UsbMemory::remedy() const
+{
+    return "raise it: echo " + std::to_string(2 * needed_mib) + " | sudo tee " + kLimitFile;
+}
+
 std::string usbfs_advice(const VideoStreamParam& param)
 {
-    constexpr uint64_t kTransfers = 100;
-    constexpr uint64_t kMib = 1024 * 1024;
-    const std::string path = "/sys/module/usbcore/parameters/usbfs_memory_mb";
-    uint64_t limit_mib = 0;
-    std::ifstream(path) >> limit_mib;
-    const uint64_t frame_bytes = uint64_t{param.width} * param.height * 2;
-    const uint64_t needed = kTransfers * frame_bytes;
-    const uint64_t needed_mib = (needed + kMib - 1) / kMib;
-    if (limit_mib == 0 || limit_mib >= needed_mib)
+    const UsbMemory memory = usb_memory(param);
+    if (memory.is_enough())
         return "";
-    return "the kernel lends " + std::to_string(limit_mib) +
-           " MiB to USB transfers, but this size needs about " + std::to_string(needed_mib) +
-           "; raise it: echo " + std::to_string(2 * needed_mib) + " | sudo tee " + path;
+    return "the kernel lends " + std::to_string(memory.limit_mib) +
+           " MiB to USB transfers, but this size needs about " + std::to_string(memory.needed_mib) +
+           "; " + memory.remedy();
 }
 
 } // namespace tool

@@ -86,7 +86,26 @@ Display::~Display()
 void Display::say(std::string_view line)
 {
     const std::lock_guard lock(mutex_);
+    if (events_ && quiet_)
+        return;
     put_line(out_fd_, events_ ? json_line(Message{std::string(line)}) : line);
+}
+
+void Display::note(std::string_view line)
+{
+    if (!quiet_)
+        say(line);
+}
+
+void Display::be_quiet()
+{
+    const std::lock_guard lock(mutex_);
+    quiet_ = true;
+}
+
+std::string Display::coloured(const std::string& text, Colour colour) const
+{
+    return colour_ ? format("\033[%dm", static_cast<int>(colour)) + text + "\033[0m" : text;
 }
 
 void Display::warn(std::string_view line)
@@ -99,6 +118,7 @@ void Display::tell_events()
 {
     const std::lock_guard lock(mutex_);
     events_ = true;
+    quiet_ = false;
     live_ = colour_ = false;
 }
 
@@ -123,6 +143,8 @@ void Display::begin(std::string phase, uint64_t total_bytes)
 {
     end();
     const std::lock_guard lock(mutex_);
+    if (quiet_)
+        return;
     active_ = true;
     phase_ = std::move(phase);
     total_bytes_ = total_bytes;
@@ -276,7 +298,7 @@ std::string Display::filled_bar(size_t width) const
         if (full < width)
             cells[full] = '>';
     }
-    return colour_ ? "[\033[32m" + cells + "\033[0m]" : "[" + cells + "]";
+    return "[" + coloured(cells, Colour::kGreen) + "]";
 }
 
 std::string Display::summary() const

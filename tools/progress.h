@@ -11,6 +11,8 @@
 
 namespace tool {
 
+enum class Colour { kGreen = 32, kRed = 31 };
+
 /**
  * Everything that the user sees: lines, and the progress of one phase at a time. On a terminal the
  * progress is a bar that is redrawn in place, otherwise a few plain lines. Thread-safe.
@@ -27,6 +29,12 @@ public:
 
     /// A line on standard output.
     void say(std::string_view line);
+    /// The text in a colour where the terminal has colours and the user wants them.
+    std::string coloured(const std::string& text, Colour colour) const;
+    /// The same for a remark that a quiet user does not want.
+    void note(std::string_view line);
+    /// From now on neither progress nor remarks.
+    void be_quiet();
     /// A line on standard error.
     void warn(std::string_view line);
 
@@ -80,6 +88,7 @@ private:
 
     mutable std::mutex mutex_;
     bool events_ = false;
+    bool quiet_ = false;
     bool active_ = false;
     bool bar_visible_ = false;
     std::string phase_;

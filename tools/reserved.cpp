@@ -40,7 +40,7 @@ void run_read(Session& session, const std::string& file)
     AtomicFile out(file);
     out.write_all(bytes);
     out.commit();
-    session.print_done("reserved", format("%zu bytes read", bytes.size()));
+    session.print({{"reserved", format("%zu bytes read", bytes.size())}});
 }
 
 std::vector<uint8_t> load(const std::string& path)
@@ -61,13 +61,20 @@ void run_write(Session& session, const std::vector<uint8_t>& bytes)
 {
     require_flash(session);
     const auto size = static_cast<uint16_t>(bytes.size());
-    session.check("writing the reserved area",
-                  XU_SpiSetReservedArea(session.device(), size, bytes.data()));
-    if (read_area(session, size) != bytes)
-        throw Failure(kExitMismatch,
-                      "the reserved area does not hold what was written: it is not "
-                      "erased first, so bits that are 0 stay 0");
-    session.print_done("reserved", format("%u bytes written, not erased before", size));
+    const auto write_and_compare = [&] {
+        session.check("writing the reserved area",
+                      XU_SpiSetReservedArea(session.device(), size, bytes.data()));
+        if (read_area(session, size) != bytes)
+            throw Failure(kExitMismatch,
+                          "the reserved area does not hold what was written: it is not "
+                          "erased first, so bits that are 0 stay 0");
+        return 0;
+    };
+    const Camera& camera = session.camera;
+    session.order("reserved", format("%u bytes written, not erased before", size),
+                  "writing the reserved area", write_and_compare,
+                  rom_query(camera) + rom_unlock(camera) + rom_write(camera, size) +
+                      rom_lock(camera) + rom_query(camera) + rom_read(camera, size));
 }
 
 } // namespace
@@ -76,14 +83,12 @@ void add_reserved_command(CLI::App& app, Arguments& arguments)
 {
     const auto file = std::make_shared<std::string>();
     const auto bytes = std::make_shared<std::vector<uint8_t>>();
-    CLI::App* command = add_feature(app, "reserved", "Read or write the reserved area of the flash",
+    CLI::App* command = add_command(app, "reserved", "Read or write the reserved area of the flash",
                                     "nyxus reserved read notes.bin");
     command->require_subcommand(1);
     CLI::App* read =
-        add_feature(*command, "read", "Copy the area to a file", "nyxus reserved read notes.bin");
-    read->add_option("FILE", *file, "File to write; - is standard output")
-        ->required()
-        ->type_name("");
+        add_command(*command, "read", "Copy the area to a file", "nyxus reserved read notes.bin");
+    add_file(read, *file, "File to write; - is standard output");
     set_action(
         read, arguments, [file](Session& session) { run_read(session, *file); },
         [file] {
@@ -91,11 +96,11 @@ void add_reserved_command(CLI::App& app, Arguments& arguments)
                 refuse_impossible_target(*file);
         });
 
-    CLI::App* write = add_feature(
+    CLI::App* write = add_command(
         *command, "write", "Program the area; it is not erased first, so only 1 bits become 0",
         "nyxus reserved write notes.bin");
-    write->add_option("FILE", *file, "At most 256 bytes")->required()->type_name("");
-    set_action(
+    add_file(write, *file, "At most 256 bytes");
+    set_writing_action(
         write, arguments, [bytes](Session& session) { run_write(session, *bytes); },
         [file, bytes] { *bytes = load(*file); });
 }

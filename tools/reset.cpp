@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "commands.h"
 #include "failure.h"
+#include "result.h"
 
 #include <nyxus/chip.h>
 #include <algorithm>
@@ -59,7 +60,7 @@ CameraEntry wait_for_return(Console& console, const CameraEntry& before, unsigne
     }
 }
 
-void restart(Console& console, Camera camera, unsigned wait_s)
+std::string restart(Console& console, Camera camera, unsigned wait_s)
 {
     const CameraEntry before = camera.entry();
     Display& display = console.display();
@@ -69,13 +70,19 @@ void restart(Console& console, Camera camera, unsigned wait_s)
     const Camera returned = Camera::open(now);
     console.drain();
     display.end();
-    display.say(returned.name() + " " + firmware_sentence(returned));
+    std::string sentence = returned.name() + " " + firmware_sentence(returned);
+    display.say(sentence);
+    return sentence;
 }
 
 ExitCode run_reset(Console& console, const Arguments& arguments)
 {
-    restart(console, open_chosen(arguments), arguments.wait_s);
-    return kExitOk;
+    return run_with_result(console, arguments, [&](Result& result) {
+        Camera camera = open_chosen(console, arguments);
+        result.camera = label_of(camera);
+        result.message = restart(console, std::move(camera), arguments.return_wait_s());
+        return kExitOk;
+    });
 }
 
 } // namespace tool

@@ -6,7 +6,6 @@
 
 #include <nyxus/access.h>
 #include <nyxus/memory.h>
-#include <nyxus/xu.h>
 #include <algorithm>
 #include <span>
 
@@ -18,9 +17,6 @@ using Bytes = std::span<uint8_t>;
 
 /// Transfers of up to 511 bytes print no progress marks, so reads count for themselves.
 constexpr uint32_t kNarrowSlice = 256;
-/// What is read by 512 bytes before it is checked.
-constexpr uint32_t kWideSlice = 4096;
-constexpr uint32_t kWideChunk = sizeof(NyWrapper512::data);
 constexpr uint32_t kMostNarrowBytes = 32;
 /// Bytes that only a camera leaves alone that answers too little.
 constexpr uint8_t kUnanswered = 0xA5;
@@ -40,14 +36,6 @@ bool is_locked(NyDevice& device)
 {
     uint8_t locked = 0;
     return XuGetWriteProtect(&device, &locked) >= 0 && locked != 0;
-}
-
-bool can_read_wide(Camera& camera)
-{
-    // Should the lock not be what it says, a flash takes no harm from a request, but an EEPROM
-    // does.
-    return camera.is_spi() && !camera.wide_path_fails && announces_wide_path(camera.device()) &&
-           is_locked(camera.device());
 }
 
 /// One exchange by up to 512 bytes; false when the answer is not what was asked for.
@@ -101,6 +89,14 @@ bool read_wide(Camera& camera, uint32_t address, Bytes out)
 }
 
 } // namespace
+
+bool can_read_wide(Camera& camera)
+{
+    // Should the lock not be what it says, a flash takes no harm from a request, but an EEPROM
+    // does.
+    return camera.is_spi() && !camera.wide_path_fails && announces_wide_path(camera.device()) &&
+           is_locked(camera.device());
+}
 
 std::vector<uint8_t> read_rom(Console& console, Camera& camera, const std::string& phase,
                               uint32_t address, uint32_t size)

@@ -113,13 +113,14 @@ std::vector<uint8_t> take_picture(Session& session, VideoStreamParam& param, uin
 struct Options {
     std::string file;
     VideoOptions video;
-    uint32_t wait_s = 10;
 };
 
 void run_snapshot(Session& session, const Options& options)
 {
     VideoStreamParam param = stream_param(options.video);
-    const std::vector<uint8_t> png = png_of(take_picture(session, param, options.wait_s), param);
+    constexpr unsigned kUsualWait_s = 10;
+    const unsigned wait_s = session.arguments.wait_s.value_or(kUsualWait_s);
+    const std::vector<uint8_t> png = png_of(take_picture(session, param, wait_s), param);
     AtomicFile file(options.file);
     file.write_all(png);
     file.commit();
@@ -130,13 +131,11 @@ void run_snapshot(Session& session, const Options& options)
 
 void add_snapshot_command(CLI::App& app, Arguments& arguments)
 {
-    constexpr uint32_t kLongestWait_s = 600;
     const auto options = std::make_shared<Options>();
     CLI::App* command =
-        add_feature(app, "snapshot", "Save a picture as PNG", "nyxus snapshot shot.png");
-    command->add_option("FILE", options->file, "File to write")->required()->type_name("");
+        add_command(app, "snapshot", "Save a picture as PNG", "nyxus snapshot shot.png");
+    add_file(command, options->file, "File to write");
     add_video_options(command, options->video);
-    add_number(command, "--wait", options->wait_s, 1, kLongestWait_s, "Give up after seconds");
     set_action(
         command, arguments, [options](Session& session) { run_snapshot(session, *options); },
         [options] { refuse_impossible_target(options->file); });

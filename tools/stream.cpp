@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <condition_variable>
 #include <fstream>
 #include <mutex>
@@ -90,7 +91,7 @@ Failure silence_failure(const NyDevice& device)
                                                    : "the frames have stopped coming";
     if (libusb_kernel_driver_active(device.usb_handle, 0) == LIBUSB_ERROR_NO_DEVICE)
         return usb_failure(text, LIBUSB_ERROR_NO_DEVICE);
-    return {kExitTimeout, text};
+    return {kExitTimeout, text + "; try a smaller --size, or another cable or port"};
 }
 
 void run_stream(Session& session, const Options& options)
@@ -111,7 +112,7 @@ void run_stream(Session& session, const Options& options)
         throw silence_failure(*session.device());
     session.print({{"frames", reception.frames},
                    {"dropped", reception.dropped},
-                   {"frames_per_second", format("%.1f", frames_per_s())}});
+                   {"frames_per_second", std::round(frames_per_s() * 10) / 10}});
     reception.raw.flush();
     if (!options.raw_file.empty() && !reception.raw)
         throw Failure(kExitFailure, "cannot write all frames to '" + options.raw_file + "'");
@@ -126,7 +127,7 @@ void add_stream_command(CLI::App& app, Arguments& arguments)
     constexpr uint32_t kMost = 1'000'000'000;
     constexpr uint32_t kMost_s = 1'000'000;
     const auto options = std::make_shared<Options>();
-    CLI::App* command = add_feature(app, "stream", "Receive video and measure it",
+    CLI::App* command = add_command(app, "stream", "Receive video and measure it",
                                     "nyxus stream --count 100 --raw video.yuyv");
     add_video_options(command, options->video);
     add_number(command, "--count", options->count, 1, kMost, "Frames to receive");

@@ -33,21 +33,24 @@ std::string state_of(Session& session, const Switch& row)
 
 void run_switch(Session& session, const Switch& row, const std::string& wanted)
 {
-    const std::string before = state_of(session, row);
     if (wanted.empty())
-        return session.print({{row.name, before}});
-    session.check(std::string("setting ") + row.name, row.set(session.device(), wanted == "on"));
-    session.print_change(row.name, before, state_of(session, row));
+        return session.print({{row.name, state_of(session, row)}});
+    session.make({.name = row.name,
+                  .read = [&] { return state_of(session, row); },
+                  .wanted = wanted,
+                  .doing = std::string("setting ") + row.name,
+                  .write = [&] { return row.set(session.device(), wanted == "on"); },
+                  .cost = {.transfers = 2}});
 }
 
 void add_switch(CLI::App& app, Arguments& arguments, const Switch& row)
 {
     CLI::App* command =
-        add_feature(app, row.name, row.summary, std::string("nyxus ") + row.name + " on");
+        add_command(app, row.name, row.summary, std::string("nyxus ") + row.name + " on");
     const auto wanted = std::make_shared<std::string>();
     add_choice(command, "STATE", *wanted, {"on", "off"}, "on or off; without: ask");
-    set_action(command, arguments,
-               [&row, wanted](Session& session) { run_switch(session, row, *wanted); });
+    set_writing_action(command, arguments,
+                       [&row, wanted](Session& session) { run_switch(session, row, *wanted); });
 }
 
 uint8_t gain_of(Session& session)
@@ -59,12 +62,15 @@ uint8_t gain_of(Session& session)
 
 void run_gain(Session& session, uint32_t wanted)
 {
-    const uint8_t before = gain_of(session);
     if (wanted == 0)
-        return session.print({{"gain", before}});
-    session.check("setting the gain",
-                  XU_MjpgQGainSet(session.device(), static_cast<int32_t>(wanted)));
-    session.print_change("gain", before, gain_of(session));
+        return session.print({{"gain", gain_of(session)}});
+    const auto gain = static_cast<int32_t>(wanted);
+    session.make({.name = "gain",
+                  .read = [&] { return gain_of(session); },
+                  .wanted = wanted,
+                  .doing = "setting the gain",
+                  .write = [&] { return XU_MjpgQGainSet(session.device(), gain); },
+                  .cost = register_write(1) + register_read(1)});
 }
 
 /// The encoder takes 32 for none of its steps.
@@ -80,12 +86,13 @@ std::string refuse_gain(const std::string& text)
 void add_gain(CLI::App& app, Arguments& arguments)
 {
     CLI::App* command =
-        add_feature(app, "gain", "Set the quantisation gain of MJPEG, or ask", "nyxus gain 40");
+        add_command(app, "gain", "Set the quantisation gain of MJPEG, or ask", "nyxus gain 40");
     const auto wanted = std::make_shared<uint32_t>(0);
     command->add_option("GAIN", *wanted, "Gain (1 to 63 except 32); without: ask")
         ->type_name("")
         ->check(CLI::Validator(refuse_gain, ""));
-    set_action(command, arguments, [wanted](Session& session) { run_gain(session, *wanted); });
+    set_writing_action(command, arguments,
+                       [wanted](Session& session) { run_gain(session, *wanted); });
 }
 
 } // namespace

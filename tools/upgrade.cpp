@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "commands.h"
-#include "failure.h"
 #include "image_file.h"
 #include "install.h"
+#include "install_plan.h"
+#include "result.h"
 #include "text.h"
 
 #include <algorithm>
-#include <chrono>
 
 namespace tool {
 
@@ -40,6 +40,16 @@ bool prepare(Console& console, Camera& camera, const Arguments& arguments, bool 
     return false;
 }
 
+/// False without an MFi image.
+bool load_images(const Arguments& arguments)
+{
+    load_firmware(arguments.file);
+    if (arguments.mfi_file.empty())
+        return false;
+    load_mfi(arguments.mfi_file, arguments.serial);
+    return true;
+}
+
 std::string what_is_done(const Arguments& arguments, bool with_mfi)
 {
     return format("upgraded: %zu bytes of firmware", firmware().size()) +
@@ -47,18 +57,27 @@ std::string what_is_done(const Arguments& arguments, bool with_mfi)
            (arguments.skip_verify ? ", not read back" : ", read back and equal");
 }
 
+/// What --dry-run does in its place.
+ExitCode plan_upgrade(Console& console, const Arguments& arguments)
+{
+    const bool with_mfi = load_images(arguments);
+    Camera camera = open_with_rom(console, arguments);
+    check_images(camera, with_mfi);
+    if (!arguments.force && is_up_to_date(read_replaced(console, camera), with_mfi))
+        print_nothing_to_do(console, arguments, camera, kUpToDate);
+    else
+        print_install_plan(console, arguments, camera, with_mfi);
+    return kExitOk;
+}
+
 void upgrade(Console& console, const Arguments& arguments, Result& result)
 {
-    const bool with_mfi = !arguments.mfi_file.empty();
-    load_firmware(arguments.file);
-    if (with_mfi)
-        load_mfi(arguments.mfi_file, arguments.serial);
-
-    Camera camera = open_with_rom(arguments);
-    result.camera = {camera.entry().port_path, camera.entry().serial, camera.entry().product};
+    const bool with_mfi = load_images(arguments);
+    Camera camera = open_with_rom(console, arguments);
+    result.camera = label_of(camera);
     check_images(camera, with_mfi);
     console.drain();
-    console.display().say("upgrading " + camera.name());
+    console.display().note("upgrading " + camera.name());
     const bool done = prepare(console, camera, arguments, with_mfi);
     if (done) {
         result.message = kUpToDate;
@@ -70,21 +89,10 @@ void upgrade(Console& console, const Arguments& arguments, Result& result)
     }
     console.display().say(result.message);
     if (arguments.reset)
-        restart(console, std::move(camera), arguments.wait_s);
+        restart(console, std::move(camera), arguments.return_wait_s());
     else if (!done)
-        console.display().say("the new firmware starts with the next reset: run 'nyxus reset'");
+        console.display().note("the new firmware starts with the next reset: run 'nyxus reset'");
     result.outcome = done ? Outcome::kUpToDate : Outcome::kUpgraded;
-    result.exit_code = kExitOk;
-}
-
-/// As a JSON line, when these are wanted.
-void report(Console& console, Result& result, std::chrono::steady_clock::time_point begun)
-{
-    result.seconds =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count();
-    console.drain();
-    if (console.display().tells_events())
-        console.display().put_event(json_line(result));
 }
 
 } // namespace
@@ -93,22 +101,12 @@ ExitCode run_upgrade(Console& console, const Arguments& arguments)
 {
     if (arguments.all)
         return run_gang(console, arguments);
-    if (arguments.json)
-        console.display().tell_events();
-    const auto begun = std::chrono::steady_clock::now();
-    Result result;
-    try {
+    if (arguments.dry_run)
+        return plan_upgrade(console, arguments);
+    return run_with_result(console, arguments, [&](Result& result) {
         upgrade(console, arguments, result);
-    } catch (const Failure& failure) {
-        const bool interrupted = failure.code() == kExitInterrupted;
-        result.outcome = interrupted ? Outcome::kInterrupted : Outcome::kFailed;
-        result.exit_code = failure.code();
-        result.message = failure.text();
-        report(console, result, begun);
-        throw;
-    }
-    report(console, result, begun);
-    return kExitOk;
+        return kExitOk;
+    });
 }
 
 } // namespace tool

@@ -215,7 +215,7 @@ TEST(Features, OutOfRangeIsRefusedWithTheRange)
         Words arguments;
         const char* range;
     } const cases[] = {
-        {{"flip", "sideways"}, "on,off"},
+        {{"flip", "sideways"}, "none of on, off"},
         {{"gain", "0"}, "1 to 63 except 32"},
         {{"gain", "32"}, "1 to 63 except 32"},
         {{"gain", "64"}, "1 to 63 except 32"},
@@ -236,7 +236,7 @@ TEST(Features, OutOfRangeIsRefusedWithTheRange)
         {{"osd", "window", "4", "0", "0", "0", "0", "0"}, "0 to 3"},
         {{"osd", "datetime", "set", "2026-02-29T00:00:00"}, "2000-01-01T00:00:00 to 2099-12-31"},
         {{"osd", "datetime", "set", "2026-13-01T00:00:00"}, "2000-01-01T00:00:00 to 2099-12-31"},
-        {{"h264", "rate-control", "best"}, "cbr,vbr,constant-qp"},
+        {{"h264", "rate-control", "best"}, "none of cbr, vbr, constant-qp"},
         {{"h264", "qp", "1", "0", "52"}, "0 to 51"},
         {{"h264", "iframe-period", "0"}, "1 to 65535"},
         {{"h264", "format", "2"}, "0 to 1"},

@@ -121,7 +121,7 @@ TEST(Recover, BringsTheLatestBackupBack)
     const Bench bench;
     const Bytes factory = factory_rom(bench, kModel);
     const Outcome healthy = bench.nyxus_with_rom(kModel, {"recover"});
-    EXPECT_EQ(healthy.exit_code, 9);
+    EXPECT_EQ(healthy.exit_code, 13);
     EXPECT_TRUE(contains(healthy.err, "nothing to recover")) << healthy.err;
 
     ASSERT_EQ(interrupted(bench, "programming", "INT INT").exit_code, 130);

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 using namespace test;
 using nlohmann::json;
@@ -37,15 +38,116 @@ TEST(Usage, MistakesExitWith2AndOneLine)
     }
 }
 
-TEST(Usage, HelpNamesTheExitCodesAndEveryCommandAnExample)
+TEST(Usage, MistypedWordsAreToldWhatIsNear)
 {
-    EXPECT_NE(run_program({NYXUS_PROGRAM, "--help"}).out.find("Exit codes:"), std::string::npos);
-    for (const char* command : {"list", "info", "upgrade", "erase", "dump", "compare", "reset"}) {
-        const Outcome outcome = run_program({NYXUS_PROGRAM, command, "--help"});
-        EXPECT_EQ(outcome.exit_code, 0);
-        EXPECT_NE(outcome.out.find("Example:\n  nyxus "), std::string::npos) << outcome.out;
+    const struct {
+        Words arguments;
+        const char* message;
+    } cases[] = {
+        {{"upgade", "a.bin"}, "no command 'nyxus upgade'; did you mean 'upgrade'?; see 'nyxus "},
+        {{"snap"}, "did you mean 'snapshot'?"},
+        {{"osd", "sting", "0"}, "no command 'nyxus osd sting'; did you mean 'string'?"},
+        {{"help", "osd", "colour"}, "no command 'nyxus osd colour'; did you mean 'color'?"},
+        {{"upgrade", "--rest"}, "no option '--rest'; did you mean '--reset'?"},
+        {{"info", "--jsno"}, "no option '--jsno'; did you mean '--json'?"},
+        {{"flip", "onn"}, "'onn' is none of on, off; did you mean 'on'?"},
+        {{"h264", "rate-control", "vrb"}, "did you mean 'vbr'?"},
+        {{"info", "1-2"}, "'1-2' is one argument too many"},
+        {{"xyzzy"}, "no command 'nyxus xyzzy'; see"},
+        {{"i2c"}, "which command? There are get, set, config"},
+    };
+    for (const auto& [arguments, message] : cases) {
+        Words command = {NYXUS_PROGRAM};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        const Outcome outcome = run_program(command);
+        EXPECT_EQ(outcome.exit_code, 2) << outcome.err;
+        EXPECT_NE(outcome.err.find(message), std::string::npos) << outcome.err;
     }
-    EXPECT_EQ(run_program({NYXUS_PROGRAM, "--version"}).out, "nyxus 2.0.11\n");
+}
+
+/// Every command that help lists, and those below them.
+std::vector<Words> commands_below(const Words& above)
+{
+    Words call = {NYXUS_PROGRAM, "help"};
+    call.insert(call.end(), above.begin(), above.end());
+    const std::string help = run_program(call).out;
+    std::vector<Words> commands = {above};
+    bool in_list = false;
+    std::istringstream lines(help);
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.starts_with("  "))
+            in_list = above.empty() ? line.ends_with(":") && !line.starts_with("Options") &&
+                                          !line.starts_with("Ex")
+                                    : line == "Commands:";
+        if (!in_list || !line.starts_with("  ") || line.starts_with("   "))
+            continue;
+        Words below = above;
+        below.push_back(line.substr(2, line.find(' ', 2) - 2));
+        for (Words& command : commands_below(below))
+            commands.push_back(std::move(command));
+    }
+    return commands;
+}
+
+TEST(Usage, HelpFitsATerminalAndGivesEachCommandAnExample)
+{
+    const std::vector<Words> commands = commands_below({});
+    EXPECT_GT(commands.size(), 60U);
+    for (const Words& words : commands) {
+        Words call = {NYXUS_PROGRAM};
+        std::string name = "nyxus";
+        for (const std::string& word : words) {
+            call.push_back(word);
+            name += " " + word;
+        }
+        call.push_back("--help");
+        const std::string help = run_program(call).out;
+        EXPECT_NE(help.find("Usage: " + name), std::string::npos) << help;
+        EXPECT_NE(help.find("Example:\n  " + name), std::string::npos) << help;
+        std::istringstream lines(help);
+        for (std::string line; std::getline(lines, line);)
+            EXPECT_LE(line.size(), 80U) << line;
+    }
+}
+
+TEST(Usage, VersionNamesTheLibraries)
+{
+    const Outcome outcome = run_program({NYXUS_PROGRAM, "--version"});
+    EXPECT_TRUE(outcome.out.starts_with("nyxus 2.0.11\nlibNYXUS 2.0.11\nlibusb 1.0."))
+        << outcome.out;
+}
+
+/// The camera appears while the program waits, and may be chosen by what it will be called.
+TEST(Selection, WaitsForACameraThatIsNotThereYet)
+{
+    Bench bench;
+    const std::string late = R"(nyxus-sim() { ")" SIMULATOR_PROGRAM R"(" "$@"; }
+        nyxus-sim do unplug > /dev/null
+        "$NYXUS" info -c LATE; echo "<$?>"
+        (sleep 0.3; nyxus-sim do replug > /dev/null) &
+        "$NYXUS" info --wait 30 -c LATE; echo "<$?>"; wait)";
+    const Outcome outcome = bench.shell("rowan-spi,serial=LATE", late, {});
+    EXPECT_TRUE(outcome.out.starts_with("<3>\nwaiting for the camera ...\n")) << outcome.out;
+    EXPECT_NE(outcome.out.find("serial LATE"), std::string::npos) << outcome.out;
+    EXPECT_TRUE(outcome.out.ends_with("<0>\n")) << outcome.out;
+    EXPECT_EQ(bench.nyxus({kModel}, {"info", "-c", "nobody", "--wait", "1"}).exit_code, 3);
+}
+
+TEST(Output, QuietLeavesResultsAndJsonFailuresAreJson)
+{
+    const Bench bench;
+    const std::string image = bench.image(kModel, "0x0205");
+    const Outcome quiet = bench.nyxus({kModel}, {"-q", "upgrade", image, "--reset"});
+    EXPECT_EQ(quiet.exit_code, 0) << quiet.err;
+    EXPECT_TRUE(quiet.out.starts_with("upgraded: ")) << quiet.out;
+    EXPECT_EQ(std::ranges::count(quiet.out, '\n'), 2) << quiet.out;
+
+    const Outcome failed = bench.nyxus({kModel}, {"flip", "--json", "-c", "nobody"});
+    EXPECT_EQ(failed.exit_code, 3);
+    EXPECT_EQ(json::parse(failed.out)["error"]["exit_code"], 3);
+    const Outcome none = bench.nyxus({kModel}, {"list", "--json", "-c", "nobody"});
+    EXPECT_EQ(none.exit_code, 3);
+    EXPECT_EQ(json::parse(none.out), json::array());
 }
 
 TEST(Selection, ListsCamerasWithPlacesAndSerials)

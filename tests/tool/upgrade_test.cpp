@@ -5,8 +5,11 @@
 #include <gtest/gtest.h>
 #include <algorithm>
 #include <functional>
+#include <nlohmann/json.hpp>
+#include <sstream>
 
 using namespace test;
+using nlohmann::json;
 
 namespace {
 
@@ -180,7 +183,7 @@ TEST(Erase, EmptiesFlashAndRefusesEeprom)
 {
     const Bench bench;
     Outcome outcome = bench.nyxus_with_rom(kModel, {"erase"});
-    EXPECT_EQ(outcome.exit_code, 9) << outcome.err;
+    EXPECT_EQ(outcome.exit_code, 13) << outcome.err;
     EXPECT_TRUE(contains(outcome.err, "not confirmed")) << outcome.err;
 
     outcome = bench.nyxus_with_rom(kModel, {"erase", "--yes"});
@@ -307,6 +310,49 @@ TEST(Compare, ShowsWhereRomAndFileDiffer)
     EXPECT_TRUE(contains(outcome.out, "0x4567: ")) << outcome.out;
 
     EXPECT_EQ(bench.nyxus({kModel}, {"compare", bench.path("missing")}).exit_code, 1);
+}
+
+TEST(ResultAsJson, IsTheLastLineOfEveryCommandThatTakesTime)
+{
+    const Bench bench;
+    const std::string image = bench.image(kModel, "0x0205");
+    const struct {
+        Words arguments;
+        int exit_code;
+        const char* outcome;
+        const char* rom;
+    } cases[] = {
+        {{"dump", bench.path("dump")}, 0, "done", "unchanged"},
+        {{"dump", bench.path("missing/dump")}, 1, "failed", "unchanged"},
+        {{"compare", bench.path("dump")}, 0, "done", "unchanged"},
+        {{"compare", image}, 8, "different", "unchanged"},
+        {{"recover", image}, 13, "failed", "unchanged"},
+        {{"recover", image, "--force"}, 0, "done", "new"},
+        {{"erase"}, 13, "failed", "unchanged"},
+        {{"erase", "--yes"}, 0, "done", "erased"},
+        {{"reset"}, 0, "done", "unchanged"},
+    };
+    for (const auto& c : cases) {
+        for (const bool quiet : {true, false}) {
+            Words arguments = c.arguments;
+            arguments.emplace_back("--json");
+            if (quiet)
+                arguments.emplace_back("--quiet");
+            const Outcome outcome = bench.nyxus({kModel}, arguments);
+            EXPECT_EQ(outcome.exit_code, c.exit_code) << outcome.err;
+            std::istringstream lines(outcome.out);
+            json last;
+            size_t count = 0;
+            for (std::string line; std::getline(lines, line); ++count)
+                last = json::parse(line);
+            EXPECT_EQ(last["event"], "result") << outcome.out;
+            EXPECT_EQ(last["outcome"], c.outcome) << outcome.out;
+            EXPECT_EQ(last["rom"], c.rom) << outcome.out;
+            EXPECT_EQ(last["exit_code"], c.exit_code) << outcome.out;
+            EXPECT_FALSE(last["message"].get<std::string>().empty());
+            EXPECT_TRUE(count == 1 || !quiet) << outcome.out;
+        }
+    }
 }
 
 } // namespace

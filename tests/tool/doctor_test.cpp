@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the doctor finds, and how cameras show that cannot be opened.
+#include "bench.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+using namespace test;
+using nlohmann::json;
+
+namespace {
+
+bool contains(const std::string& text, const std::string& part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+/// The finding of a check.
+json finding(const Outcome& outcome, const std::string& check)
+{
+    const json report = json::parse(outcome.out);
+    for (const json& row : report["checks"])
+        if (row["check"] == check)
+            return row;
+    ADD_FAILURE() << "no check '" << check << "' in " << outcome.out;
+    return json::object();
+}
+
+TEST(Doctor, FindsNothingWhereAllIsWell)
+{
+    const Bench bench;
+    const Outcome text = bench.nyxus({kModel, "cedar-spi"}, {"doctor"});
+    EXPECT_EQ(text.exit_code, 0) << text.out << text.err;
+    EXPECT_TRUE(text.out.ends_with("all is well\n")) << text.out;
+    EXPECT_TRUE(contains(text.out, "libusb 1.0.")) << text.out;
+
+    const Outcome outcome = bench.nyxus({kModel}, {"doctor", "--json"});
+    const json report = json::parse(outcome.out);
+    EXPECT_TRUE(report["well"]);
+    EXPECT_TRUE(contains(report["libraries"]["libNYXUS"]["file"], "libNYXUS.so.2"));
+    EXPECT_TRUE(contains(finding(outcome, "bus")["what"], "simulated"));
+}
+
+TEST(Doctor, NamesTheTroubleAndTheRemedy)
+{
+    const Bench bench;
+    const Outcome absent = bench.nyxus({kModel}, {"doctor", "--json", "-c", "nobody"});
+    EXPECT_EQ(absent.exit_code, 3);
+    EXPECT_TRUE(contains(finding(absent, "camera")["what"], "'nobody'"));
+
+    const Outcome memory = run_program({SIMULATOR_PROGRAM, "run", "--usbfs-memory", "16", "--",
+                                        NYXUS_PROGRAM, "doctor", "--json"});
+    EXPECT_EQ(memory.exit_code, 1);
+    EXPECT_EQ(finding(memory, "USB memory")["state"], "warning");
+    EXPECT_TRUE(contains(finding(memory, "USB memory")["remedy"], "| sudo tee /sys/module/"));
+
+    const Outcome busy = bench.shell(kModel,
+                                     R"SH("$NYXUS" motion poll --watch & user=$!
+                                        for i in {1..300}; do
+                                            "$NYXUS" doctor --json > "$OUT"; code=$?
+                                            [ $code != 0 ] && break
+                                        done
+                                        kill $user; cat "$OUT"; exit $code)SH",
+                                     {{"OUT", bench.path("out")}});
+    EXPECT_EQ(busy.exit_code, 6) << busy.out;
+    EXPECT_TRUE(contains(finding(busy, "camera 1:2")["remedy"], "close it")) << busy.out;
+}
+
+/// Runs nyxus as somebody who must not open the camera.
+TEST(Permission, CamerasThatCannotBeOpenedAreListedWithReasonAndRemedy)
+{
+    const Bench bench;
+    const Outcome outcome = bench.shell(kModel,
+                                        R"SH(chmod -R a+rwX "$UMOCKDEV_DIR"
+                       chmod 000 "$UMOCKDEV_DIR"/dev/bus/usb/*/*
+                       [ "$(id -u)" != 0 ] || other="setpriv --reuid=65534 --clear-groups"
+                       for command in list info doctor; do
+                           $other "$NYXUS" $command 2>&1; echo "<$?>"
+                       done)SH",
+                                        {});
+    EXPECT_TRUE(contains(outcome.out, "cannot be opened: no permission; ")) << outcome.out;
+    EXPECT_TRUE(contains(outcome.out, "<0>\nnyxus: cannot open camera 1:2: no permission; "))
+        << outcome.out;
+    EXPECT_TRUE(contains(outcome.out, "problem  camera 1:2")) << outcome.out;
+    EXPECT_TRUE(outcome.out.ends_with("<5>\n")) << outcome.out;
+}
+
+} // namespace

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "commands.h"
+
+#include "feature.h"
+#include "help.h"
+
+namespace tool {
+
+namespace {
+
+struct Declaration {
+    const char* group;
+    void (*declare)(CLI::App&, Arguments&);
+};
+
+constexpr char kLook[] = "Find cameras and trouble";
+constexpr char kFirmware[] = "Firmware";
+constexpr char kPicture[] = "Picture and video";
+constexpr char kBoard[] = "Controller and board";
+constexpr char kHelp[] = "Help";
+
+// In the order of the help.
+// clang-format off
+constexpr Declaration declarations[] = {
+//   group       declares
+    {kLook,      add_list_command},
+    {kLook,      add_info_command},
+    {kLook,      add_doctor_command},
+    {kFirmware,  add_rom_commands},
+    {kPicture,   add_snapshot_command},
+    {kPicture,   add_stream_command},
+    {kPicture,   add_switch_commands},
+    {kPicture,   add_osd_command},
+    {kPicture,   add_h264_command},
+    {kPicture,   add_motion_command},
+    {kBoard,     add_led_command},
+    {kBoard,     add_gpio_command},
+    {kBoard,     add_i2c_command},
+    {kBoard,     add_memory_commands},
+    {kBoard,     add_reserved_command},
+    {kBoard,     add_fingerprint_command},
+    {kHelp,      add_explain_command},
+    {kHelp,      add_help_command},
+};
+// clang-format on
+
+} // namespace
+
+void add_all_commands(CLI::App& app, Arguments& arguments)
+{
+    for (const Declaration& row : declarations) {
+        const size_t before = app.get_subcommands({}).size();
+        row.declare(app, arguments);
+        const std::vector<CLI::App*> commands = app.get_subcommands({});
+        for (size_t i = before; i < commands.size(); ++i)
+            commands[i]->group(row.group);
+    }
+}
+
+} // namespace tool

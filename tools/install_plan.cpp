@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "install_plan.h"
+
+#include "backup.h"
+#include "dry_run.h"
+#include "image_file.h"
+#include "install.h"
+#include "text.h"
+
+#include <nyxus/production.h>
+
+namespace tool {
+
+namespace {
+
+struct Step {
+    std::string name; ///< "write firmware"
+    uint32_t address;
+    uint32_t bytes; ///< 0 where that means nothing
+    Cost cost;
+};
+
+/// In the order in which they are done.
+std::vector<Step> steps_of(Camera& camera, const Arguments& arguments, bool with_mfi)
+{
+    std::vector<Step> steps;
+    const auto write = [&](const char* name, uint32_t address, size_t size) {
+        steps.push_back({name, address, static_cast<uint32_t>(size), rom_write(camera, size)});
+    };
+    const auto read = [&](const char* name, uint32_t address, size_t size) {
+        steps.push_back({name, address, static_cast<uint32_t>(size), whole_read(camera, size)});
+    };
+    if (!arguments.skip_backup)
+        read("back up", 0, replaced_bytes(camera));
+    steps.push_back({"unlock", 0, 0, rom_unlock(camera)});
+    if (camera.is_spi())
+        steps.push_back({"erase", 0, 0, rom_erase(camera)});
+    if (with_mfi)
+        write("write MFi image", NYXUS_MFI_ROM_ADDR, mfi().size());
+    write("write firmware", 0, firmware().size());
+    steps.push_back({"lock", 0, 0, rom_lock(camera)});
+    if (!arguments.skip_verify)
+        for (const Part& part : parts_to_install(with_mfi))
+            read("read back", part.address, part.bytes.size());
+    if (arguments.reset)
+        steps.push_back({"restart", 0, 0, register_write(1)});
+    return steps;
+}
+
+std::string line_of(const Step& step)
+{
+    return "  " + step.name +
+           (step.bytes == 0 ? "" : format(": %u bytes from 0x%04X", step.bytes, step.address));
+}
+
+Values json_of(const Step& step)
+{
+    Values object = {{"step", step.name}};
+    if (step.bytes != 0) {
+        object["address"] = step.address;
+        object["bytes"] = step.bytes;
+    }
+    return object;
+}
+
+Values json_camera(const Camera& camera)
+{
+    return {{"port", camera.entry().port_path},
+            {"serial", camera.entry().serial},
+            {"product", camera.entry().product}};
+}
+
+} // namespace
+
+void print_install_plan(Console& console, const Arguments& arguments, Camera& camera, bool with_mfi)
+{
+    std::string text = "to be done with " + camera.name() + ":";
+    Values values = json_camera(camera);
+    values["steps"] = Values::array();
+    Cost cost;
+    for (const Step& step : steps_of(camera, arguments, with_mfi)) {
+        text += "\n" + line_of(step);
+        values["steps"].push_back(json_of(step));
+        cost += step.cost;
+    }
+    print_dry_run(console, arguments, camera, text, values, cost,
+                  camera.is_spi() ? kFlashTime : "");
+}
+
+void print_nothing_to_do(Console& console, const Arguments& arguments, Camera& camera,
+                         const std::string& why)
+{
+    Values values = json_camera(camera);
+    values["steps"] = Values::array();
+    values["message"] = why;
+    print_dry_run(console, arguments, camera, why, values, {});
+}
+
+} // namespace tool

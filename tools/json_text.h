@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+namespace tool {
+
+/// JSON whose members keep their order.
+using Values = nlohmann::ordered_json;
+
+/// As it is printed. What a camera says need not be UTF-8; it is made so.
+inline std::string json_text(const Values& values)
+{
+    return values.dump(2, ' ', false, Values::error_handler_t::replace);
+}
+
+} // namespace tool

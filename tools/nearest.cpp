@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "nearest.h"
+
+#include <algorithm>
+#include <cstddef>
+
+namespace tool {
+
+/// Letters to insert, delete, replace, or swap with their neighbour.
+static size_t typing_errors(const std::string& typed, const std::string& word)
+{
+    std::vector<std::vector<size_t>> errors(typed.size() + 1, std::vector<size_t>(word.size() + 1));
+    for (size_t i = 0; i <= typed.size(); ++i) {
+        for (size_t j = 0; j <= word.size(); ++j) {
+            if (i == 0 || j == 0) {
+                errors[i][j] = i + j;
+                continue;
+            }
+            const size_t replaced = errors[i - 1][j - 1] + (typed[i - 1] == word[j - 1] ? 0 : 1);
+            errors[i][j] = std::min({errors[i - 1][j] + 1, errors[i][j - 1] + 1, replaced});
+            if (i > 1 && j > 1 && typed[i - 1] == word[j - 2] && typed[i - 2] == word[j - 1])
+                errors[i][j] = std::min(errors[i][j], errors[i - 2][j - 2] + 1);
+        }
+    }
+    return errors.back().back();
+}
+
+/// A third of the word may be wrong, of a short one a letter.
+static bool is_near(size_t errors, const std::string& word)
+{
+    return errors <= std::max<size_t>(1, word.size() / 3);
+}
+
+static std::string nearest_word(const std::string& typed, const std::vector<std::string>& words)
+{
+    constexpr size_t kLongest = 64; // nobody mistypes so much
+    constexpr size_t kShortestStem = 2;
+    std::string nearest;
+    size_t fewest = kLongest;
+    if (typed.size() > kLongest)
+        return nearest;
+    for (const std::string& word : words) {
+        if (typed.size() >= kShortestStem && word.starts_with(typed))
+            return word;
+        const size_t errors = typing_errors(typed, word);
+        if (errors < fewest && is_near(errors, word)) {
+            fewest = errors;
+            nearest = word;
+        }
+    }
+    return nearest;
+}
+
+std::string did_you_mean(const std::string& typed, const std::vector<std::string>& words)
+{
+    const std::string nearest = nearest_word(typed, words);
+    return nearest.empty() ? "" : "; did you mean '" + nearest + "'?";
+}
+
+} // namespace tool

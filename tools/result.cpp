@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "result.h"
+
+#include "failure.h"
+
+#include <chrono>
+
+namespace tool {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+void report(Console& console, Result& result, Clock::time_point begun)
+{
+    result.seconds = std::chrono::duration<double>(Clock::now() - begun).count();
+    console.drain();
+    if (console.display().tells_events())
+        console.display().put_event(json_line(result));
+}
+
+} // namespace
+
+ExitCode run_with_result(Console& console, const Arguments& arguments,
+                         const std::function<ExitCode(Result&)>& work)
+{
+    if (arguments.json)
+        console.display().tell_events();
+    if (arguments.quiet)
+        console.display().be_quiet();
+    const Clock::time_point begun = Clock::now();
+    Result result;
+    result.outcome = Outcome::kDone;
+    try {
+        result.exit_code = work(result);
+    } catch (const Failure& failure) {
+        const bool interrupted = failure.code() == kExitInterrupted;
+        result.outcome = interrupted ? Outcome::kInterrupted : Outcome::kFailed;
+        result.exit_code = failure.code();
+        result.message = failure.text();
+        report(console, result, begun);
+        throw;
+    }
+    report(console, result, begun);
+    return static_cast<ExitCode>(result.exit_code);
+}
+
+CameraLabel label_of(const Camera& camera)
+{
+    return {camera.entry().port_path, camera.entry().serial, camera.entry().product};
+}
+
+} // namespace tool
