@@ -151,7 +151,10 @@ TEST(Timer, ComputesTheIntervalWithoutABorrow)
         time.set_us(c.end_us);
         NyPrintTimeInterval();
         ny_trace_param = 0;
-        EXPECT_EQ(err.text(), std::string("<INFO> Exection Time: Start counting! \n") +
-                                  "<INFO> Exection Time: Interval = " + c.printed + " seconds \n");
+        std::string expected = "<INFO> Exection Time: Start counting! \n";
+        expected += "<INFO> Exection Time: Interval = ";
+        expected += c.printed;
+        expected += " seconds \n";
+        EXPECT_EQ(err.text(), expected);
     }
 }
