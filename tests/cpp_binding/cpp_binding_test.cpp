@@ -12,6 +12,7 @@
 #include "chip/firmware_image.h"
 #include "faults/fault_file.h"
 #include "support/camera.h"
+#include "support/never_freed.h"
 #include "support/temporary_file.h"
 
 namespace {
@@ -84,6 +85,7 @@ TEST(CppCamera, TellsWhyItCannotBeOpened)
         Camera bench{models::kRowan};
         const auto info = nyxus::find_camera();
         c.arrange(bench);
+        const NeverFreed device_object;
         const auto camera = nyxus::Camera::open(*info);
         ASSERT_FALSE(camera) << c.what;
         EXPECT_EQ(camera.status().code(), c.code) << c.what;
