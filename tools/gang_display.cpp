@@ -287,15 +287,18 @@ private:
             return (phase + format("%5.1f s", progress.seconds)).substr(0, room);
         const auto share = static_cast<unsigned>(progress.bytes * 100 / progress.total);
         const std::string percent = format("%4u%%", share);
-        const std::string rate = progress.rate() > 0
-                                     ? format(" %7.1f KiB/s", progress.rate() / 1024)
-                                     : std::string(14, ' ');
-        const auto remaining = progress.remaining_s();
-        const std::string left = remaining ? "  " + clock_text(*remaining) + " left" : "";
-        for (const std::string& tail : {percent + rate + left, percent + rate, percent}) {
+        std::string with_rate = percent;
+        with_rate += progress.rate() > 0 ? format(" %7.1f KiB/s", progress.rate() / 1024)
+                                         : std::string(14, ' ');
+        std::string with_time = with_rate;
+        if (const auto remaining = progress.remaining_s())
+            with_time.append("  ").append(clock_text(*remaining)).append(" left");
+        for (const std::string& tail : {with_time, with_rate, percent}) {
             const size_t fixed = phase.size() + 2 + tail.size();
             if (room >= fixed + kSmallestBar)
-                return phase + bar(share, std::min(room - fixed, kLargestBar)) + tail;
+                return std::string(phase)
+                    .append(bar(share, std::min(room - fixed, kLargestBar)))
+                    .append(tail);
         }
         return (phase + percent).substr(0, room);
     }

@@ -41,7 +41,7 @@ int64_t now_ms()
 
 void NyPrintProgress(int32_t dwCurrent, uint32_t dwTotal)
 {
-    char text[kLongestStep];
+    char text[kLongestStep] = {};
     std::fwrite(text, 1, print_step(text, static_cast<uint32_t>(dwCurrent), dwTotal), stderr);
 }
 

@@ -35,7 +35,7 @@ private:
     uint32_t total_;
     size_t length_ = 0;
     int64_t written_ms_ = 0; ///< when marks were written last
-    char text_[64];
+    char text_[64] = {};
 };
 
 } // namespace nyxus

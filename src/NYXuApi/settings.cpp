@@ -9,7 +9,7 @@
 #include "NYTrace/failure.h"
 #include "unit.h"
 
-static constexpr int kVersion[] = {NYXUS_VERSION_NUMBERS}; // from the project's CMakeLists.txt
+static constexpr int kVersion[3] = {NYXUS_VERSION_NUMBERS}; // from the project's CMakeLists.txt
 static constexpr int32_t kCustomerCode = 3;
 
 uint8_t nyxus_driver_type = 1;
