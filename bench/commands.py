@@ -114,13 +114,10 @@ class Bench:
         model = "rowan-spi"
         image = self.image(model)
         nyxus = self.program("nyxus")
-        has_all = "--all" in run(nyxus, "upgrade", "--help")
         results = []
         for repetition in range(1 if QUICK else 3):
             for number in (1, 2, 4, 8, 16):
                 command = [nyxus, *UPGRADE, "--all", "--jobs", number, image]
-                if not has_all:
-                    command = [sys.executable, __file__, "--each", nyxus, image]
                 out = self.work / "seconds"
                 cameras = [f"{model},bus={1 + place // PORTS}" for place in range(number)]
                 self.simulate(cameras, "real", sys.executable, __file__, "--time", out,
@@ -129,7 +126,7 @@ class Bench:
         by_number = {}
         for result in results:
             by_number.setdefault(result["cameras"], []).append(result["seconds"])
-        return {"way": "nyxus upgrade --all" if has_all else "a process per camera, by a shell loop",
+        return {"way": "nyxus upgrade --all",
                 "times": {str(number): spread(times) for number, times in by_number.items()}}
 
 
@@ -156,20 +153,9 @@ def inside(bin_folder, image, out):
     Path(out).write_text(json.dumps(results))
 
 
-def each(nyxus, image):
-    """An upgrade of every camera on the bus, all at once."""
-    cameras = [entry["serial"] for entry in json.loads(run(nyxus, "list", "--json"))]
-    processes = [subprocess.Popen([nyxus, *UPGRADE, "-c", camera, image], stdout=subprocess.DEVNULL,
-                                  stderr=subprocess.DEVNULL) for camera in cameras]
-    if any([process.wait() for process in processes]):
-        sys.exit("an upgrade failed")
-
-
 def main():
     if sys.argv[1] == "--inside":
         return inside(*sys.argv[2:])
-    if sys.argv[1] == "--each":
-        return each(*sys.argv[2:])
     if sys.argv[1] == "--time":
         Path(sys.argv[2]).write_text(str(seconds(lambda: run(*sys.argv[3:]))))
         return None
