@@ -2,6 +2,7 @@
 #include "bus/bed.h"
 
 #include "bus/alarms.h"
+#include "bus/event_lock.h"
 #include "bus/registry.h"
 #include "bus/temp_folder.h"
 #include "bus/virtual_time.h"
@@ -219,6 +220,7 @@ Bed::State::~State()
 void Bed::State::add_entry(const std::string& entry)
 {
     GError* error = nullptr;
+    const EventLock lock(folder); // umockdev aborts when a socket vanishes while it sends
     if (umockdev_testbed_add_from_string(testbed, entry.c_str(), &error) == 0) {
         const std::string reason = error != nullptr ? error->message : "unknown reason";
         g_clear_error(&error);
@@ -295,7 +297,10 @@ void Bed::State::unlist(PluggedCamera& camera)
         umockdev_testbed_remove_device(testbed, interface_path(camera.place_, number).c_str());
     }
     const std::string path = sysfs_path(camera.place_);
-    umockdev_testbed_uevent(testbed, path.c_str(), "remove");
+    {
+        const EventLock lock(folder);
+        umockdev_testbed_uevent(testbed, path.c_str(), "remove");
+    }
     umockdev_testbed_remove_device(testbed, path.c_str());
     std::error_code ignored;
     std::filesystem::remove(folder + node_path(camera.place_), ignored);

@@ -92,34 +92,57 @@ int write_rom(libusb_device_handle* handle)
     return report("write", written);
 }
 
-// Asks for a chip reset and waits for the events that the camera went and came back.
+// Counts the events that a camera went and came back.
+class HotplugEvents {
+public:
+    HotplugEvents()
+    {
+        const auto on_event = [](libusb_context*, libusb_device*, libusb_hotplug_event event,
+                                 void* data) {
+            auto& seen = *static_cast<HotplugEvents*>(data);
+            ++(event == LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT ? seen.left_ : seen.arrived_);
+            return 0;
+        };
+        libusb_hotplug_register_callback(
+            nullptr, LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT, 0,
+            0x1162, LIBUSB_HOTPLUG_MATCH_ANY, LIBUSB_HOTPLUG_MATCH_ANY, on_event, this, nullptr);
+    }
+
+    /// Whether the camera has gone once and come back once, within so many seconds.
+    bool came_back(int seconds)
+    {
+        for (int i = 0; i < seconds * 20 && arrived_ == 0; ++i) {
+            timeval wait{0, 50000};
+            libusb_handle_events_timeout(nullptr, &wait);
+        }
+        return left_ == 1 && arrived_ == 1;
+    }
+
+private:
+    int left_ = 0;
+    int arrived_ = 0;
+};
+
+// Asks for a chip reset and waits for the camera to come back.
 int restart(libusb_device_handle* handle)
 {
-    struct Events {
-        int left = 0;
-        int arrived = 0;
-    } events;
-    const auto on_event = [](libusb_context*, libusb_device*, libusb_hotplug_event event,
-                             void* data) {
-        auto& seen = *static_cast<Events*>(data);
-        ++(event == LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT ? seen.left : seen.arrived);
-        return 0;
-    };
-    libusb_hotplug_register_callback(
-        nullptr, LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT, 0, 0x1162,
-        LIBUSB_HOTPLUG_MATCH_ANY, LIBUSB_HOTPLUG_MATCH_ANY, on_event, &events, nullptr);
+    HotplugEvents events;
     const unsigned before = address_of(handle);
     report("restart", set_control(handle, kRegisters, {0x81, 0, 0x26, 0x10, 0, 0, 0, 0, 0, 0, 0}));
-    for (int i = 0; i < 100 && events.arrived == 0; ++i) {
-        timeval wait{0, 50000};
-        libusb_handle_events_timeout(nullptr, &wait);
-    }
+    const bool came_back = events.came_back(5);
     libusb_device_handle* again = open_first();
-    const bool moved = events.left == 1 && events.arrived == 1 && address_of(again) != before &&
-                       get_length(again) == 2;
+    const bool moved = came_back && address_of(again) != before && get_length(again) == 2;
     libusb_close(again);
     std::puts(moved ? "moved" : "did not move");
     return moved ? 0 : 1;
+}
+
+// Waits for somebody else to restart the camera.
+int watch(libusb_device_handle*)
+{
+    HotplugEvents events;
+    report("watch", 0);
+    return events.came_back(60) ? 0 : 1;
 }
 
 // A child must not touch its parent's camera, and may open it once the parent has let go.
@@ -170,7 +193,7 @@ int main(int argc, char** argv)
     } commands[] = {
         {"claim", claim},      {"hold", hold},         {"write-rom", write_rom},
         {"restart", restart},  {"fork", fork_workers}, {"measure", measure},
-        {"sleep", sleep_long},
+        {"sleep", sleep_long}, {"watch", watch},
     };
     libusb_init(nullptr);
     libusb_device_handle* handle = open_first();

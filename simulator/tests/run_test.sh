@@ -134,6 +134,17 @@ restarts_with_a_new_address() {
     expect_code 0 "$sim" run --speed fast -- "$probe" restart
 }
 
+# Programs of one kind, which give the socket for it the same file descriptor.
+tells_everybody_of_hot_plugging() {
+    # shellcheck disable=SC2016 # the inner shell expands
+    "$sim" run -- sh -c '
+        for i in 1 2 3 4 5 6; do "$1" watch >"$2/watch.$i" & watchers="$watchers $!"; done
+        until [ "$(cat "$2"/watch.? | grep -c ok)" -eq 6 ]; do sleep 0.05; done
+        "$1" restart || exit 1
+        for watcher in $watchers; do wait "$watcher" || exit 2; done
+    ' sh "$probe" "$work" || fail "not everybody heard of it: $?"
+}
+
 survives_a_fork() { expect_code 0 "$sim" run -- "$probe" fork; }
 
 does_not_sleep_when_fast() { expect_code 0 "$sim" run --speed fast -- "$probe" sleep; }
