@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "command_line.h"
 
-#include "nearest.h"
 #include "text.h"
+#include "text/nearest.h"
 
 #include <utility>
 
@@ -73,7 +73,7 @@ static std::string refuse_choice(const std::string& text, const std::vector<std:
     if (std::ranges::find(choices, text) != choices.end())
         return "";
     return "'" + printable(text) + "' is none of " + CLI::detail::join(choices, ", ") +
-           did_you_mean(text, choices);
+           text::did_you_mean(text, choices);
 }
 
 CLI::Option* add_choice(CLI::App* command, const std::string& name, std::string& value,

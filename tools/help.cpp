@@ -2,8 +2,8 @@
 #include "help.h"
 
 #include "command_line.h"
-#include "nearest.h"
 #include "text.h"
+#include "text/nearest.h"
 
 #include <algorithm>
 #include <iostream>
@@ -82,7 +82,7 @@ std::vector<std::string> option_names(const CLI::App* app)
 std::string no_command(const CLI::App* app, const std::string& word)
 {
     return "there is no command '" + printable(call_of(app) + " " + word) + "'" +
-           did_you_mean(word, command_names(app));
+           text::did_you_mean(word, command_names(app));
 }
 
 /// Why a command does not take a word.
@@ -90,7 +90,7 @@ std::string unexpected(const CLI::App* command, const std::string& word)
 {
     if (word.starts_with("-"))
         return "there is no option '" + printable(word) + "'" +
-               did_you_mean(word.substr(0, word.find('=')), option_names(command));
+               text::did_you_mean(word.substr(0, word.find('=')), option_names(command));
     if (!command->get_subcommands({}).empty())
         return no_command(command, word);
     return "'" + printable(word) + "' is one argument too many";

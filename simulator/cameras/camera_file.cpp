@@ -49,7 +49,7 @@ Part part_named(const toml::key& key, std::string_view name, std::span<const Par
     std::ranges::transform(parts, std::back_inserter(names), &Part::name);
     const std::string kind(key.str());
     std::string text = "there is no " + kind + " part of that name";
-    if (const auto nearest = nearest_name(name, names)) {
+    if (const auto nearest = text::nearest_word(name, names)) {
         text += "; did you mean \"" + std::string(*nearest) + "\"?";
     } else {
         text += "; 'nyxus-sim describe --" + kind + "-parts' lists them";

@@ -225,7 +225,7 @@ void check_keys(const toml::table& table, std::span<const std::string_view> know
             continue;
         }
         std::string text = "there is no key " + quoted(printable(key.str())) + " here";
-        if (const auto nearest = nearest_name(printable(key.str()), known)) {
+        if (const auto nearest = text::nearest_word(printable(key.str()), known)) {
             text += "; did you mean " + quoted(*nearest) + "?";
         } else {
             text += "; 'nyxus-sim describe' lists them";

@@ -50,7 +50,7 @@ std::string listed(std::span<const std::string_view> words)
 /// The end of a sentence about a word that is not known.
 std::string choice(std::string_view text, std::span<const std::string_view> known)
 {
-    const auto nearest = nearest_name(text, known);
+    const auto nearest = text::nearest_word(text, known);
     const std::string guess = nearest ? "; did you mean \"" + std::string(*nearest) + "\"?" : ".";
     return guess + " There are " + listed(known);
 }

@@ -20,7 +20,7 @@ std::string unknown_model(std::string_view name)
     std::ranges::transform(models(), std::back_inserter(names), &CameraModel::name);
     std::ostringstream text;
     text << "there is no camera model '" << name << "'";
-    if (const auto nearest = nearest_name(name, names)) {
+    if (const auto nearest = text::nearest_word(name, names)) {
         text << "; did you mean '" << *nearest << "'?";
     }
     text << "\nModels:";

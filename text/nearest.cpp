@@ -1,13 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "nearest.h"
+#include "text/nearest.h"
 
 #include <algorithm>
 #include <cstddef>
 
-namespace tool {
+namespace text {
+
+namespace {
+
+constexpr size_t kLongest = 64; // nobody mistypes so much
+constexpr size_t kShortestStem = 2;
 
 /// Letters to insert, delete, replace, or swap with their neighbour.
-static size_t typing_errors(const std::string& typed, const std::string& word)
+size_t typing_errors(std::string_view typed, std::string_view word)
 {
     std::vector<std::vector<size_t>> errors(typed.size() + 1, std::vector<size_t>(word.size() + 1));
     for (size_t i = 0; i <= typed.size(); ++i) {
@@ -26,20 +31,21 @@ static size_t typing_errors(const std::string& typed, const std::string& word)
 }
 
 /// A third of the word may be wrong, of a short one a letter.
-static bool is_near(size_t errors, const std::string& word)
+bool is_near(size_t errors, std::string_view word)
 {
     return errors <= std::max<size_t>(1, word.size() / 3);
 }
 
-static std::string nearest_word(const std::string& typed, const std::vector<std::string>& words)
+} // namespace
+
+std::optional<std::string_view> nearest_word(std::string_view typed,
+                                             std::span<const std::string_view> words)
 {
-    constexpr size_t kLongest = 64; // nobody mistypes so much
-    constexpr size_t kShortestStem = 2;
-    std::string nearest;
+    std::optional<std::string_view> nearest;
     size_t fewest = kLongest;
     if (typed.size() > kLongest)
         return nearest;
-    for (const std::string& word : words) {
+    for (const std::string_view word : words) {
         if (typed.size() >= kShortestStem && word.starts_with(typed))
             return word;
         const size_t errors = typing_errors(typed, word);
@@ -51,10 +57,11 @@ static std::string nearest_word(const std::string& typed, const std::vector<std:
     return nearest;
 }
 
-std::string did_you_mean(const std::string& typed, const std::vector<std::string>& words)
+std::string did_you_mean(std::string_view typed, const std::vector<std::string>& words)
 {
-    const std::string nearest = nearest_word(typed, words);
-    return nearest.empty() ? "" : "; did you mean '" + nearest + "'?";
+    const std::vector<std::string_view> views(words.begin(), words.end());
+    const auto nearest = nearest_word(typed, views);
+    return nearest ? "; did you mean '" + std::string(*nearest) + "'?" : "";
 }
 
-} // namespace tool
+} // namespace text
