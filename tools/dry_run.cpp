@@ -44,7 +44,7 @@ void print_dry_run(Console& console, const Arguments& arguments, Camera& camera,
         values["dry_run"] = true;
         values["control_transfers"] = cost.transfers;
         values["estimated_seconds"] = std::round(time_s * kMicro) / kMicro;
-        return console.display().say(json_text(values));
+        return console.display().say(arguments.all ? json_line(values) : json_text(values));
     }
     Display& display = console.display();
     display.say(line);

@@ -6,6 +6,7 @@
 #include "failure.h"
 #include "gang_display.h"
 #include "image_file.h"
+#include "json_text.h"
 #include "text.h"
 #include "worker.h"
 
@@ -385,15 +386,49 @@ std::vector<Job> find_jobs(Console& console, const Arguments& arguments)
     return jobs;
 }
 
+/// What is wrong with a file is said once.
+void check_files(const Arguments& arguments)
+{
+    load_firmware(arguments.file);
+    if (!arguments.mfi_file.empty())
+        load_mfi(arguments.mfi_file, "");
+}
+
+Values json_of(const CameraLabel& camera)
+{
+    return {{"port", camera.port}, {"serial", camera.serial}, {"product", camera.product}};
+}
+
 } // namespace
+
+ExitCode plan_gang(Console& console, const Arguments& arguments, const Run& plan)
+{
+    refuse_single_camera_options(arguments);
+    check_files(arguments);
+    int code = kExitOk;
+    for (const Job& job : find_jobs(console, arguments)) {
+        Arguments single = arguments;
+        single.camera = job.camera.port;
+        try {
+            code = worse(code, plan(console, single));
+        } catch (const Failure& failure) {
+            console.drain();
+            if (arguments.json) {
+                Values values = json_of(job.camera);
+                values["error"] = json_of(failure);
+                console.display().say(json_line(values));
+            }
+            console.display().warn("nyxus: " + job.camera.port + ": " + failure.text());
+            code = worse(code, failure.code());
+        }
+    }
+    return static_cast<ExitCode>(code);
+}
 
 ExitCode run_gang(Console& console, const Arguments& arguments)
 {
     refuse_single_camera_options(arguments);
-    // What is wrong with a file is said once.
-    load_firmware(arguments.file);
-    if (!arguments.mfi_file.empty())
-        load_mfi(arguments.mfi_file, "");
+    check_files(arguments);
     std::signal(SIGPIPE, SIG_IGN); // the workers inherit it: they outlive a reader that goes away
     std::vector<Job> jobs = find_jobs(console, arguments);
     const Unwatched unwatched(console);

@@ -93,7 +93,8 @@ void print_nothing_to_do(Console& console, const Arguments& arguments, Camera& c
     Values values = json_camera(camera);
     values["steps"] = Values::array();
     values["message"] = why;
-    print_dry_run(console, arguments, camera, why, values, {});
+    const std::string line = arguments.all ? camera.name() + ": " + why : why;
+    print_dry_run(console, arguments, camera, line, values, {});
 }
 
 } // namespace tool

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "failure.h"
+
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -9,10 +11,22 @@ namespace tool {
 /// JSON whose members keep their order.
 using Values = nlohmann::ordered_json;
 
+/// Under the key "error".
+inline Values json_of(const Failure& failure)
+{
+    return {{"exit_code", failure.code()}, {"message", failure.text()}};
+}
+
 /// As it is printed. What a camera says need not be UTF-8; it is made so.
 inline std::string json_text(const Values& values)
 {
     return values.dump(2, ' ', false, Values::error_handler_t::replace);
+}
+
+/// The same as one of several lines.
+inline std::string json_line(const Values& values)
+{
+    return values.dump(-1, ' ', false, Values::error_handler_t::replace);
 }
 
 } // namespace tool

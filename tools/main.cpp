@@ -14,8 +14,7 @@ using namespace tool;
 /// In one line, because it may stand in the place of line events.
 std::string json_error(const Failure& failure)
 {
-    const Values error = {{"exit_code", failure.code()}, {"message", failure.text()}};
-    return Values{{"error", error}}.dump(-1, ' ', false, Values::error_handler_t::replace);
+    return json_line(Values{{"error", json_of(failure)}});
 }
 
 ExitCode run_reporting_failures(const Arguments& arguments)

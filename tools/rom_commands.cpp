@@ -31,7 +31,6 @@ void add_gang(CLI::App* command, Arguments& arguments)
     constexpr unsigned kMostJobs = 256;
     CLI::Option* all =
         command->add_flag("--all", arguments.all, "Upgrade every camera that is connected");
-    all->excludes(command->get_option("--dry-run"));
     command->add_option("--jobs", arguments.jobs, "With --all: so many at a time [all]")
         ->type_name("N")
         ->check(CLI::Range(1U, kMostJobs).description(""))

@@ -100,7 +100,8 @@ void upgrade(Console& console, const Arguments& arguments, Result& result)
 ExitCode run_upgrade(Console& console, const Arguments& arguments)
 {
     if (arguments.all)
-        return run_gang(console, arguments);
+        return arguments.dry_run ? plan_gang(console, arguments, plan_upgrade)
+                                 : run_gang(console, arguments);
     if (arguments.dry_run)
         return plan_upgrade(console, arguments);
     return run_with_result(console, arguments, [&](Result& result) {
