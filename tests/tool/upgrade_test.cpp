@@ -220,6 +220,17 @@ TEST(Dump, EqualsTheRom)
     }
 }
 
+/// How often a text stands in a file.
+size_t count(const std::string& path, const std::string& part)
+{
+    const Bytes bytes = read_file(path);
+    const std::string text(bytes.begin(), bytes.end());
+    size_t times = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++times;
+    return times;
+}
+
 /// Requests to one control, as the simulator's log names it.
 size_t requests(const Bench& bench, const std::string& model, const std::string& control,
                 const Words& arguments)
@@ -236,12 +247,7 @@ size_t requests(const Bench& bench, const std::string& model, const std::string&
                      NYXUS_PROGRAM};
     command.insert(command.end(), arguments.begin(), arguments.end());
     EXPECT_EQ(run_program(command).exit_code, 0);
-    const Bytes log = read_file(bench.path("log"));
-    const std::string text(log.begin(), log.end());
-    size_t count = 0;
-    for (size_t at = text.find(control); at != std::string::npos; at = text.find(control, at + 1))
-        ++count;
-    return count;
+    return count(bench.path("log"), control);
 }
 
 TEST(Dump, Reads512BytesAtOnceWhereTheCameraCan)
@@ -281,6 +287,30 @@ TEST(Dump, IsRightWhenTheCameraServes512BytesBadly)
         rom.resize(0x8000);
         EXPECT_EQ(read_file(bench.path("dump")), rom) << fault;
     }
+}
+
+// The firmware takes a request by 512 bytes for a write as long as the ROM is unlocked.
+TEST(Dump, IsRightWhenAnUpgradeHasLeftTheRomUnlocked)
+{
+    const Bench bench;
+    const std::string image = bench.image("fi2-spi", "0x0205", {"--size", "4096"});
+    const std::string faults =
+        R"([{"when": {"selector": 14, "request": "SET_CUR", "count": [2, null]}, "do": "stall"}])";
+    write_file(bench.path("faults"), {faults.begin(), faults.end()});
+    RunOptions options;
+    options.environment = {{"NYXUS", NYXUS_PROGRAM}, {"IMAGE", image}, {"OUT", bench.path("dump")}};
+    const Outcome outcome = run_program(
+        {SIMULATOR_PROGRAM, "run", "--speed", "fast", "--faults", bench.path("faults"),
+         "--log=" + bench.path("log"), "--log-all", "--camera", "fi2-spi,rom=" + bench.rom_file(),
+         "--", "bash", "-c",
+         "\"$NYXUS\" upgrade --no-backup --force \"$IMAGE\" && exit 99; \"$NYXUS\" dump \"$OUT\""},
+        options);
+    EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+    EXPECT_EQ(count(bench.path("log"), "SET_CUR unit 6 EXT_ROM_512: "), 0U);
+    EXPECT_GT(count(bench.path("log"), " EXT_ROM: "), 0U);
+    Bytes rom = read_file(bench.rom_file());
+    rom.resize(0x8000);
+    EXPECT_EQ(read_file(bench.path("dump")), rom);
 }
 
 TEST(Dump, LeavesNothingBehindWhenItCannotWrite)
