@@ -13,7 +13,7 @@ lay_out_the_pages() {
     mkdir -p "$pages/man"
     cp docs/*.md docs/*.svg docs/*.png docs/site/site.css "$pages/"
     cp docs/site/mkdocs.yml docs/site/hooks.py "$work/"
-    cp CHANGELOG.md "$pages/changelog.md"
+    sed 's|](docs/|](|g' CHANGELOG.md >"$pages/changelog.md"
     cp CONTRIBUTING.md "$pages/contributing.md"
 }
 
@@ -32,16 +32,21 @@ add_the_manuals() {
     done
 }
 
-add_the_c_reference() {
+add_the_references() {
     doxygen docs/site/Doxyfile
     mv "$work/doxygen/html" "$pages/api"
+    doxygen docs/site/Doxyfile.cpp
+    mv "$work/doxygen/html" "$pages/api-cpp"
+    # doxygen offers a list of nested classes also where all of them are private.
+    { grep -L 'name="nested-classes"' "$pages"/api-cpp/class*.html || true; } |
+        xargs sed -i 's|<a href="#nested-classes">Classes</a> &#124;||'
 }
 
 packaging/install-packages.sh doc
 mkdir -p "$work/doxygen"
 lay_out_the_pages
 add_the_manuals
-add_the_c_reference
+add_the_references
 mkdocs build --quiet --strict --config-file "$work/mkdocs.yml"
 rm "$work/site/404.html" # for a web server's root only
 python3 docs/site/check_links.py "$work/site"
