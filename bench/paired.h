@@ -93,15 +93,15 @@ public:
         processor_ratio_.add(a.processor_s / b.processor_s);
     }
 
-    void report(benchmark::UserCounters& counters)
+    void report(benchmark::UserCounters& counters, const std::string& prefix = "")
     {
-        counters["pairs"] = static_cast<double>(ratio_.size());
-        a_s_.report(counters, "a_s");
-        b_s_.report(counters, "b_s");
-        ratio_.report(counters, "ratio");
-        a_processor_s_.report(counters, "a_processor_s");
-        b_processor_s_.report(counters, "b_processor_s");
-        processor_ratio_.report(counters, "processor_ratio");
+        counters[prefix + "pairs"] = static_cast<double>(ratio_.size());
+        a_s_.report(counters, prefix + "a_s");
+        b_s_.report(counters, prefix + "b_s");
+        ratio_.report(counters, prefix + "ratio");
+        a_processor_s_.report(counters, prefix + "a_processor_s");
+        b_processor_s_.report(counters, prefix + "b_processor_s");
+        processor_ratio_.report(counters, prefix + "processor_ratio");
     }
 
 private:

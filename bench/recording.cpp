@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "recording.h"
 
+#include "paired.h"
+
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,18 +11,19 @@
 
 namespace bench {
 
-void replay(libusb_device_handle* handle, const Recording& recording)
+void replay(libusb_device_handle* handle, const Recording& recording, Claim claim)
 {
     uint8_t data[UINT16_MAX];
-    if (libusb_claim_interface(handle, 0) != 0)
-        throw std::runtime_error("libusb_claim_interface");
+    must(libusb_claim_interface(handle, 0) == 0, "libusb_claim_interface");
     for (const Step& step : recording.steps) {
         if (step.pause_us > 0)
             usleep(step.pause_us);
+        if (claim == Claim::kBeforeEachTransfer)
+            must(libusb_claim_interface(handle, 0) == 0, "libusb_claim_interface");
         std::ranges::copy(step.data, data);
-        if (libusb_control_transfer(handle, step.type, step.request, step.value, step.index, data,
-                                    step.length, 0) != step.length)
-            throw std::runtime_error("a replayed transfer failed");
+        must(libusb_control_transfer(handle, step.type, step.request, step.value, step.index, data,
+                                     step.length, 0) == step.length,
+             "a replayed transfer failed");
     }
 }
 

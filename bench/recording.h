@@ -28,8 +28,11 @@ struct Recording {
     double required_s = 0;
 };
 
+/// How often a replay claims interface 0.
+enum class Claim { kOnce, kBeforeEachTransfer };
+
 /// The same transfers and sleeps by bare libusb. Throws when one fails.
-void replay(libusb_device_handle* handle, const Recording& recording);
+void replay(libusb_device_handle* handle, const Recording& recording, Claim claim = Claim::kOnce);
 
 /// As text, for programs that have no simulated camera of their own. Both throw on failure.
 void save(const Recording& recording, const std::string& path);

@@ -111,6 +111,8 @@ def summary(results):
     for add in (lambda: ratios("calls / bare libusb", "transfer", "processor_ratio", 1.01,
                                lambda entry: "claim" not in entry["name"]), null,
                 lambda: ratios("upgrade, dump, compare / replay", "rom", "processor_ratio", 1.02),
+                lambda: ratios("the same / replay that claims, too", "rom", "claiming_processor_ratio",
+                               1.02),
                 lambda: ratios("the same on cameras that take their time", "real", "ratio", 1.02)):
         try:
             add()
@@ -151,10 +153,11 @@ def rom(results):
         _, operation, model = topic(entry)
         rows.append((model, operation, f"{entry['transfers']:.0f}", duration(entry["a_processor_s"]),
                      duration(entry["b_processor_s"]), spread(entry, "processor_ratio", ratio),
-                     spread(entry, "ratio", ratio), verdict(entry["processor_ratio"] <= 1.02)))
+                     spread(entry, "ratio", ratio), verdict(entry["processor_ratio"] <= 1.02),
+                     spread(entry, "claiming_processor_ratio", ratio)))
     rows.sort(key=lambda row: row[0])
     return table(("camera", "32 KiB", "transfers", "library", "bare libusb", "ratio",
-                  "of elapsed time", "goal 1.020"), rows)
+                  "of elapsed time", "goal 1.020", "to libusb with the claims"), rows)
 
 
 def real(results):

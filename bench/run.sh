@@ -112,7 +112,9 @@ for topic in "$@"; do
     code=$?
     set -e
     if [ $code -ne 0 ]; then
-        { tail -n 3 "$work/said" 2>/dev/null || true; } | grep . >"$results/$topic.failed" ||
+        { cp "$work/said" "$results/$topic.said" 2>/dev/null || true; }
+        { grep -aiE 'fail|error|cannot' "$work/said" 2>/dev/null || tail -n 3 "$work/said" 2>/dev/null ||
+            true; } | head -n 5 | grep . >"$results/$topic.failed" ||
             echo "the program failed without a word" >"$results/$topic.failed"
         rm -f "$results/$topic.json" "$work"/part.*.json
     fi
