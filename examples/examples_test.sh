@@ -25,6 +25,29 @@ list)
     says 'NY6410 (ROWAN).*external firmware 0x0100.*SPI flash'
     says 'HAWTHORN.*EEPROM of 32768 bytes'
     ;;
+backup)
+    run --camera rowan-spi,serial=A1,rom=rom --camera willow-eeprom,serial=B1,rom=rom2 -- \
+        "$programs/backup" file A1
+    says '^the picture is upside down'
+    cmp -n 32768 rom file || fail "that is not what the ROM holds"
+    run --camera rowan-spi,serial=A1 --camera willow-eeprom,serial=B1,rom=rom2 -- \
+        "$programs/backup" file2 B1
+    cmp rom2 file2 || fail "that is not what the EEPROM holds"
+    # The probe has some 30 transfers, so that the first fault strikes before it; the second, in the
+    # dump. Each has its reason.
+    for fault in '1:No such device' '500:No such device'; do
+        echo "[{\"when\": {\"transfer\": ${fault%%:*}}, \"do\": \"unplug\"}]" >faults
+        if "$sim" run --speed fast --faults faults -- "$programs/backup" lost >out 2>err; then
+            fail "it did not notice an unplug"
+        fi
+        grep -q "${fault#*:}" err || fail "no reason"
+        [ ! -e lost ] || fail "it kept half a file"
+    done
+    if "$sim" run --speed fast -- "$programs/backup" lost NONE >out 2>err; then
+        fail "it took another camera"
+    fi
+    grep -q 'no such camera' err || fail "no reason"
+    ;;
 upgrade)
     image
     run --camera rowan-spi,rom=rom -- "$programs/upgrade" new.bin

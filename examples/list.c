@@ -8,12 +8,10 @@
 static void identify(libusb_device* device)
 {
     printf("camera %d:%d  ", libusb_get_bus_number(device), libusb_get_device_address(device));
-    nyxus_errmsg[0] = '\0';
-    NyDevice* camera = DEV_CreateObjectUsb(device);
-    if (camera == NULL) {
-        printf("cannot be opened: %s\n", nyxus_errmsg);
+    fflush(stdout);
+    NyDevice* camera = open_device(device);
+    if (camera == NULL)
         return;
-    }
     printf("%s (%s), ", camera->oBackend.name, IC_FAMILY_STR[camera->oBackend.family]);
     /* Version texts of 11 bytes need not end with a zero. */
     printf("internal firmware %.11s, ", camera->szIntFwVer);

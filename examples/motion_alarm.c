@@ -15,7 +15,7 @@ int main(int argc, char** argv)
     long polls = (argc == 2 ? strtol(argv[1], NULL, 10) : 60) * POLLS_PER_S;
     uint8_t alarm = 0;
 
-    NyDevice* camera = open_camera();
+    NyDevice* camera = open_camera(NULL);
     printf("waiting for motion\n");
     fflush(stdout);
     for (long i = 0; i < polls && !alarm; ++i) {

@@ -22,7 +22,7 @@ int main(int argc, char** argv)
     }
     memcpy(text, argv[1], strlen(argv[1]));
 
-    NyDevice* camera = open_camera();
+    NyDevice* camera = open_camera(NULL);
     /* The last two bytes are the place of the stamp, which stays. */
     check("reading the clock", XU_OsdGetDatetime(camera, &stamp));
     stamp.data[0] = (uint8_t)(local->tm_year - 100); /* from 2000 on */

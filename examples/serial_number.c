@@ -43,7 +43,7 @@ int main(int argc, char** argv)
     }
 
     nyxus_write_cycle_time = EEPROM_WRITE_CYCLE_MS; /* EEPROMs lose faster writes */
-    NyDevice* camera = open_camera();
+    NyDevice* camera = open_camera(NULL);
     check("upgrading", MP_FwUpgrade(camera, nyxus_mfi_bin));
     printf("programmed serial number %s\n", argv[3]);
     DEV_DeleteObject(camera);

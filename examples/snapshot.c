@@ -26,7 +26,7 @@ int main(int argc, char** argv)
         fprintf(stderr, "usage: snapshot FILE.pgm\n");
         return 2;
     }
-    NyDevice* camera = open_camera();
+    NyDevice* camera = open_camera(NULL);
     /* libuvc says on standard error what it does not like. The call waits for a complete frame as
      * long as the camera is connected. */
     int32_t status = startVideoStream_snapshot(camera, NULL, &picture);

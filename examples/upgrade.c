@@ -42,7 +42,7 @@ int main(int argc, char** argv)
     ny_trace_param |= NY_TRACE_STEP;
     nyxus_write_cycle_time = EEPROM_WRITE_CYCLE_MS; /* EEPROMs lose faster writes */
 
-    NyDevice* camera = open_camera();
+    NyDevice* camera = open_camera(NULL);
     nyxus_errno = 0; /* only this tells of a file that cannot be loaded */
     MP_FwLoad(argv[1]);
     check("loading the image", nyxus_errno);

@@ -23,7 +23,7 @@ constexpr Explained kLibraryStatuses[] = {
     {3, "unknown chip",
      "MP_QueryChipInfo() and DEV_Init() read the version of the chip's own firmware and found no known signature in it.",
      "The device is a camera of another family, or a chip newer than this library.",
-     "Look at szIntFwVer of the object: it must hold a signature of backend_list."},
+     "DEV_CreateObjectUsb() returns NULL then and leaves nyxus_errno as it was. 'nyxus info' tells what the chip says."},
     {SG_EEPROM_BAD_END, "SG_EEPROM_BAD_END",
      "SG_EepromRead() and SG_EepromWrite() refuse a range that ends beyond 0x8000. Nothing was sent.",
      "Address plus length is too large.",

@@ -60,12 +60,15 @@ struct NyDevice {
  * driver is detached for as long as the object lives.
  *
  * @param device  from libusb_get_device_list(); borrowed, keep a reference while the object lives
- * @return the probed object, NULL on failure: nyxus_errno and nyxus_errmsg tell why where the cause
- *         was a transfer, the driver type or memory; a device that libuvc cannot open is reported
- *         only by libuvc, on standard error
+ * @return the probed object, NULL on failure. nyxus_errno and nyxus_errmsg tell why where the cause
+ *         was a transfer, a ROM without firmware (-1030), the driver type or memory. A device that
+ *         libuvc cannot open (another program has it, no permission, just unplugged) is reported
+ *         only by libuvc, on standard error, and one with an unknown chip not at all: they leave
+ *         nyxus_errno as it was, so set it to 0 before. libusb_open() and libusb_claim_interface()
+ *         of interface 0 then tell which of these it is
  *
- * The memory of an object that was handed out is never freed, not even by DEV_DeleteObject() (about
- * 300 bytes a camera).
+ * The memory of an object that was handed out is never freed, not even by DEV_DeleteObject(): 256
+ * bytes a camera.
  * Blocks for about 30 transfers. One thread at a time.
  */
 NYXUS_API NyDevice* DEV_CreateObjectUsb(libusb_device* device);

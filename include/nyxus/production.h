@@ -42,11 +42,13 @@ NYXUS_API int32_t MP_FwErase(NyDevice* pDevObj);
  * Write the first bytes of the ROM to a file.
  *
  * @param pDevObj  probed device, borrowed for the call
- * @param path     created or overwritten
- * @param size     bytes, at most 32,768 (else -1036, nothing is done)
- * @return 0; minus errno (bare) when the file cannot be opened or written
+ * @param path     created or overwritten once everything has been read; after a failed transfer it
+ *                 is as it was
+ * @param size     bytes, at most 32,768 (else -1036, nothing is done); what a smaller ROM answers
+ *                 for addresses behind its end is up to it, so see dwExtRomSize
+ * @return 0; minus errno (bare) when the file cannot be opened or written; else a transfer's failure
  *
- * Blocks for the transfers of XuExtRomRead().
+ * Prints progress marks on standard error. Blocks for the transfers of XuExtRomRead().
  */
 NYXUS_API int32_t MP_FwDump(NyDevice* pDevObj, const char* path, uint32_t size);
 
