@@ -76,11 +76,15 @@ static std::string refuse_choice(const std::string& text, const std::vector<std:
            text::did_you_mean(text, choices);
 }
 
+CLI::Validator one_of(const std::vector<std::string>& choices)
+{
+    return {[choices](const std::string& text) { return refuse_choice(text, choices); }, ""};
+}
+
 CLI::Option* add_choice(CLI::App* command, const std::string& name, std::string& value,
                         const std::vector<std::string>& choices, const std::string& help)
 {
-    const auto refuse = [choices](const std::string& text) { return refuse_choice(text, choices); };
-    return command->add_option(name, value, help)->type_name("")->check(CLI::Validator(refuse, ""));
+    return command->add_option(name, value, help)->type_name("")->check(one_of(choices));
 }
 
 } // namespace tool

@@ -31,6 +31,8 @@ CLI::Option* add_address(CLI::App* command, uint32_t& value, uint32_t least, uin
 /// One or more bytes.
 CLI::Option* add_bytes(CLI::App* command, const std::string& name, std::vector<uint32_t>& values,
                        const std::string& help);
+/// Refuses what is not in the list; a mistyped word is told which is near.
+CLI::Validator one_of(const std::vector<std::string>& choices);
 /// A text out of a list; a mistyped one is told which is near.
 CLI::Option* add_choice(CLI::App* command, const std::string& name, std::string& value,
                         const std::vector<std::string>& choices, const std::string& help);

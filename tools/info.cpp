@@ -52,9 +52,9 @@ std::string rom_sentence(const Camera& camera)
     const std::string size = format("%u KiB", device.dwExtRomSize / 1024);
     if (!camera.is_spi())
         return "I2C EEPROM, " + size;
-    const std::string id = "ID " + flash_id(device);
+    const std::string id = flash_id(device);
     if (!is_listed(device))
-        return "SPI flash that is not in the catalogue (" + id + "), " + size + " used";
+        return "SPI flash that is not in the catalogue (ID " + id + "), " + size + " used";
     return "SPI flash " + flash_part(device) + format(" (%u KiB, ", flash_kib(device)) + id +
            "), " + size + " used";
 }

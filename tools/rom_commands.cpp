@@ -16,7 +16,7 @@ void add_programming(CLI::App* command, Arguments& arguments)
         ->add_option("--eeprom", arguments.eeprom_kib,
                      "The ROM is an EEPROM of 4, 8, 16 or 32 KiB; needed when it is blank")
         ->type_name("KIB")
-        ->check(CLI::IsMember({4U, 8U, 16U, 32U}).description(""));
+        ->check(one_of({"4", "8", "16", "32"}));
     command->add_flag("--no-backup", arguments.skip_backup,
                       "Do not keep a copy of what the ROM holds");
     command->add_flag("--no-verify", arguments.skip_verify, "Do not read back and compare");

@@ -132,7 +132,11 @@ std::vector<uint8_t> device_descriptor(const CameraModel& model)
 
 std::vector<uint8_t> configuration_descriptor(const CameraModel& model)
 {
-    Bytes bytes{0x09, 0x02, 0x00, 0x00, kInterfaceCount, 0x01, 0x00, 0x80, 0xfa}; // 500 mA
+    constexpr uint8_t kConfiguration[] = {0x09, 0x02, 0x00, 0x00, kInterfaceCount,
+                                          0x01, 0x00, 0x80, 0xfa}; // 500 mA
+    Bytes bytes;
+    bytes.reserve(512); // what most models need
+    add(bytes, kConfiguration);
     add(bytes, kControlInterfaceBytes);
     add_video_interface(bytes, 0, !model.streams_isochronously);
     add_formats(bytes);
