@@ -30,10 +30,10 @@ size_t typing_errors(std::string_view typed, std::string_view word)
     return errors.back().back();
 }
 
-/// A third of the word may be wrong, of a short one a letter.
+/// A third of the word may be wrong, of a short one a letter, but not all of it.
 bool is_near(size_t errors, std::string_view word)
 {
-    return errors <= std::max<size_t>(1, word.size() / 3);
+    return errors < word.size() && errors <= std::max<size_t>(1, word.size() / 3);
 }
 
 } // namespace
