@@ -144,6 +144,8 @@ std::string advice(const Job& job, const Arguments& arguments)
     const std::string choice = " -c " + job.camera.port;
     if (job.result.outcome == Outcome::kUpgraded || job.result.outcome == Outcome::kUpToDate)
         return {};
+    if (job.result.exit_code == kExitImageRefused) // it needs another image
+        return {};
     if (job.result.rom == RomContents::kNew)
         return "nyxus reset" + choice;
     if (job.result.rom == RomContents::kUnverified)
