@@ -18,7 +18,7 @@ from statistics import median, quantiles
 
 HERE = Path(__file__).resolve().parent
 QUICK = "NYXUS_BENCH_QUICK" in os.environ
-PORTS = 8  # of a simulated bus
+PORTS = 8  # used of the 15 of a simulated bus
 UPGRADE = ["upgrade", "--force", "--no-backup"]
 
 
