@@ -35,7 +35,7 @@ add_the_manuals() {
 add_the_references() {
     doxygen docs/site/Doxyfile
     mv "$work/doxygen/html" "$pages/api"
-    doxygen docs/site/Doxyfile.cpp
+    doxygen docs/site/Doxyfile-cpp
     mv "$work/doxygen/html" "$pages/api-cpp"
     # doxygen offers a list of nested classes also where all of them are private.
     { grep -L 'name="nested-classes"' "$pages"/api-cpp/class*.html || true; } |

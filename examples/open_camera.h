@@ -9,8 +9,8 @@
 #include <stdlib.h>
 #include <string.h>
 
-#define CAMERA_VENDOR 0x1162 /* also of the makers' devices that are no cameras: the probe tells \
-                              */
+/* Other devices of these makers have it, too; the probe finds out. */
+#define CAMERA_VENDOR 0x1162
 
 static inline int is_camera(libusb_device* device)
 {

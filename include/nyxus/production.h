@@ -46,7 +46,8 @@ NYXUS_API int32_t MP_FwErase(NyDevice* pDevObj);
  *                 is as it was
  * @param size     bytes, at most 32,768 (else -1036, nothing is done); what a smaller ROM answers
  *                 for addresses behind its end is up to it, so see dwExtRomSize
- * @return 0; minus errno (bare) when the file cannot be opened or written; else a transfer's failure
+ * @return 0; minus errno (bare) when the file cannot be opened or written; else the failure of a
+ *         transfer
  *
  * Prints progress marks on standard error. Blocks for the transfers of XuExtRomRead().
  */
