@@ -1,16 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "events.h"
 
+#include "json_text.h"
+
 #include <algorithm>
 #include <cmath>
 #include <iterator>
-#include <nlohmann/json.hpp>
 
 namespace tool {
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 /// A rate that is taken from less time says little.
 constexpr double kRateKnown_s = 0.3;
@@ -28,17 +27,12 @@ Enum from_text(const char* const (&texts)[kCount], const std::string& text)
     return static_cast<Enum>(found - texts);
 }
 
-std::string dumped(const Json& object)
-{
-    return object.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
 double rounded(double number, double steps)
 {
     return std::round(number * steps) / steps;
 }
 
-Progress to_progress(const Json& object)
+Progress to_progress(const Values& object)
 {
     Progress progress;
     progress.phase = object.at("phase");
@@ -49,7 +43,7 @@ Progress to_progress(const Json& object)
     return progress;
 }
 
-Result to_result(const Json& object)
+Result to_result(const Values& object)
 {
     Result result;
     result.camera = {object.at("port"), object.at("serial"), object.at("product")};
@@ -89,52 +83,52 @@ const char* to_text(RomContents contents)
 
 std::string json_line(const Progress& progress)
 {
-    Json object = {{"event", "progress"}, {"phase", progress.phase}, {"bytes", progress.bytes}};
-    object["total"] = progress.total > 0 ? Json(progress.total) : Json();
+    Values object = {{"event", "progress"}, {"phase", progress.phase}, {"bytes", progress.bytes}};
+    object["total"] = progress.total > 0 ? Values(progress.total) : Values();
     object["seconds"] = rounded(progress.seconds, 1000);
-    object["rate"] = progress.rate() > 0 ? Json(std::round(progress.rate())) : Json();
+    object["rate"] = progress.rate() > 0 ? Values(std::round(progress.rate())) : Values();
     const auto remaining = progress.remaining_s();
-    object["remaining_s"] = remaining ? Json(rounded(*remaining, 10)) : Json();
+    object["remaining_s"] = remaining ? Values(rounded(*remaining, 10)) : Values();
     object["done"] = progress.done;
-    return dumped(object);
+    return json_line(object);
 }
 
 std::string json_line(const Message& message)
 {
-    return dumped({{"event", "message"}, {"text", message.text}});
+    return json_line(Values{{"event", "message"}, {"text", message.text}});
 }
 
 std::string json_line(const Result& result)
 {
-    return dumped({{"event", "result"},
-                   {"port", result.camera.port},
-                   {"serial", result.camera.serial},
-                   {"product", result.camera.product},
-                   {"outcome", to_text(result.outcome)},
-                   {"rom", to_text(result.rom)},
-                   {"exit_code", result.exit_code},
-                   {"message", result.message},
-                   {"seconds", rounded(result.seconds, 10)},
-                   {"bytes", result.bytes}});
+    return json_line(Values{{"event", "result"},
+                            {"port", result.camera.port},
+                            {"serial", result.camera.serial},
+                            {"product", result.camera.product},
+                            {"outcome", to_text(result.outcome)},
+                            {"rom", to_text(result.rom)},
+                            {"exit_code", result.exit_code},
+                            {"message", result.message},
+                            {"seconds", rounded(result.seconds, 10)},
+                            {"bytes", result.bytes}});
 }
 
 std::string json_line(const Summary& summary)
 {
-    return dumped({{"event", "summary"},
-                   {"cameras", summary.cameras},
-                   {"upgraded", summary.upgraded},
-                   {"up_to_date", summary.up_to_date},
-                   {"failed", summary.failed},
-                   {"interrupted", summary.interrupted},
-                   {"not_started", summary.not_started},
-                   {"exit_code", summary.exit_code},
-                   {"seconds", rounded(summary.seconds, 10)}});
+    return json_line(Values{{"event", "summary"},
+                            {"cameras", summary.cameras},
+                            {"upgraded", summary.upgraded},
+                            {"up_to_date", summary.up_to_date},
+                            {"failed", summary.failed},
+                            {"interrupted", summary.interrupted},
+                            {"not_started", summary.not_started},
+                            {"exit_code", summary.exit_code},
+                            {"seconds", rounded(summary.seconds, 10)}});
 }
 
 std::optional<Event> parse_event(const std::string& line)
 {
     try {
-        const Json object = Json::parse(line);
+        const Values object = Values::parse(line);
         const std::string kind = object.at("event");
         if (kind == "progress")
             return to_progress(object);

@@ -7,6 +7,7 @@
 #include "gang_display.h"
 #include "image_file.h"
 #include "json_text.h"
+#include "result.h"
 #include "text.h"
 #include "worker.h"
 
@@ -394,11 +395,6 @@ void check_files(const Arguments& arguments)
     load_firmware(arguments.file);
     if (!arguments.mfi_file.empty())
         load_mfi(arguments.mfi_file, "");
-}
-
-Values json_of(const CameraLabel& camera)
-{
-    return {{"port", camera.port}, {"serial", camera.serial}, {"product", camera.product}};
 }
 
 } // namespace

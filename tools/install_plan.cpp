@@ -5,6 +5,7 @@
 #include "dry_run.h"
 #include "image_file.h"
 #include "install.h"
+#include "result.h"
 #include "text.h"
 
 #include <nyxus/production.h>
@@ -63,19 +64,12 @@ Values json_of(const Step& step)
     return object;
 }
 
-Values json_camera(const Camera& camera)
-{
-    return {{"port", camera.entry().port_path},
-            {"serial", camera.entry().serial},
-            {"product", camera.entry().product}};
-}
-
 } // namespace
 
 void print_install_plan(Console& console, const Arguments& arguments, Camera& camera, bool with_mfi)
 {
     std::string text = "to be done with " + camera.name() + ":";
-    Values values = json_camera(camera);
+    Values values = json_of(label_of(camera));
     values["steps"] = Values::array();
     Cost cost;
     for (const Step& step : steps_of(camera, arguments, with_mfi)) {
@@ -90,7 +84,7 @@ void print_install_plan(Console& console, const Arguments& arguments, Camera& ca
 void print_nothing_to_do(Console& console, const Arguments& arguments, Camera& camera,
                          const std::string& why)
 {
-    Values values = json_camera(camera);
+    Values values = json_of(label_of(camera));
     values["steps"] = Values::array();
     values["message"] = why;
     const std::string line = arguments.all ? camera.name() + ": " + why : why;

@@ -50,4 +50,9 @@ CameraLabel label_of(const Camera& camera)
     return {camera.entry().port_path, camera.entry().serial, camera.entry().product};
 }
 
+Values json_of(const CameraLabel& camera)
+{
+    return {{"port", camera.port}, {"serial", camera.serial}, {"product", camera.product}};
+}
+
 } // namespace tool

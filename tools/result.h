@@ -4,6 +4,7 @@
 #include "arguments.h"
 #include "camera.h"
 #include "events.h"
+#include "json_text.h"
 
 #include <functional>
 
@@ -15,5 +16,6 @@ ExitCode run_with_result(Console& console, const Arguments& arguments,
                          const std::function<ExitCode(Result&)>& work);
 
 CameraLabel label_of(const Camera& camera);
+Values json_of(const CameraLabel& camera);
 
 } // namespace tool

@@ -167,6 +167,7 @@ TEST(Gang, ShowsATableOnATerminal)
     EXPECT_EQ(outcome.exit_code, 11);
     EXPECT_TRUE(contains(outcome.out, "1-1  A1  rowan-spi  programming [")) << outcome.out;
     EXPECT_TRUE(contains(outcome.out, "1 of 3 done, ")) << outcome.out; // whichever was first
+    EXPECT_TRUE(contains(outcome.out, "3 of 3 done, 2 failed, 0:0")) << outcome.out;
     const std::string end = outcome.out.substr(outcome.out.rfind("\033[J"));
     EXPECT_TRUE(contains(end, "1-1  A1  rowan-spi  upgraded: 22.6 KiB in ")) << end;
     EXPECT_TRUE(contains(end, "1-2  B2  cedar-spi  failed (7): the image is for another")) << end;
