@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <ctime>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -109,22 +110,44 @@ private:
     Samples a_s_, b_s_, ratio_, a_processor_s_, b_processor_s_, processor_ratio_;
 };
 
-/// A pair per iteration of the benchmark, every other one in the other order.
-template <typename A, typename B>
-void run_pairs(benchmark::State& state, double units, const A& a, const B& b)
+using Work = std::function<void()>;
+
+/// What A is compared with, and how its figures are named.
+struct Peer {
+    Work work;
+    std::string prefix = {};
+};
+
+/// A beside each of its peers, once per iteration of the benchmark; every other time A comes last.
+inline void run_beside(benchmark::State& state, double units, const Work& a,
+                       const std::vector<Peer>& peers)
 {
     a();
-    b();
-    Pairs pairs(units);
+    for (const Peer& peer : peers)
+        peer.work();
+    std::vector<Pairs> pairs(peers.size(), Pairs(units));
     bool a_first = true;
     for (auto _ : state) {
-        const Cost first = a_first ? cost_of(a) : cost_of(b);
-        const Cost second = a_first ? cost_of(b) : cost_of(a);
-        pairs.add(a_first ? first : second, a_first ? second : first);
-        state.SetIterationTime(first.wall_s + second.wall_s);
+        const Cost first = a_first ? cost_of(a) : Cost{};
+        std::vector<Cost> costs;
+        for (const Peer& peer : peers)
+            costs.push_back(cost_of(peer.work));
+        const Cost cost = a_first ? first : cost_of(a);
+        double round_s = cost.wall_s;
+        for (size_t i = 0; i < peers.size(); ++i) {
+            pairs[i].add(cost, costs[i]);
+            round_s += costs[i].wall_s;
+        }
+        state.SetIterationTime(round_s);
         a_first = !a_first;
     }
-    pairs.report(state.counters);
+    for (size_t i = 0; i < peers.size(); ++i)
+        pairs[i].report(state.counters, peers[i].prefix);
+}
+
+inline void run_pairs(benchmark::State& state, double units, const Work& a, const Work& b)
+{
+    run_beside(state, units, a, {{b}});
 }
 
 } // namespace bench

@@ -31,28 +31,10 @@ void rom(benchmark::State& state, const sim::CameraModel& model,
     const bench::Recording recording = bench::record(camera, by_library);
     const auto by_libusb = [&] { bench::replay(camera.usb(), recording); };
     must(bench::moves_the_same(camera, by_library, by_libusb), "the replay is another");
-    // Both replays beside the library in every round.
     const auto by_claiming_libusb = [&] {
         bench::replay(camera.usb(), recording, bench::Claim::kBeforeEachTransfer);
     };
-    by_library();
-    by_libusb();
-    by_claiming_libusb();
-    bench::Pairs bare(1);
-    bench::Pairs claiming(1);
-    bool library_first = true;
-    for (auto _ : state) {
-        const bench::Cost first = library_first ? bench::cost_of(by_library) : bench::Cost{};
-        const bench::Cost bare_cost = bench::cost_of(by_libusb);
-        const bench::Cost claiming_cost = bench::cost_of(by_claiming_libusb);
-        const bench::Cost library = library_first ? first : bench::cost_of(by_library);
-        bare.add(library, bare_cost);
-        claiming.add(library, claiming_cost);
-        state.SetIterationTime(library.wall_s + bare_cost.wall_s + claiming_cost.wall_s);
-        library_first = !library_first;
-    }
-    bare.report(state.counters);
-    claiming.report(state.counters, "claiming_");
+    bench::run_beside(state, 1, by_library, {{by_libusb}, {by_claiming_libusb, "claiming_"}});
     must(camera.rom(image.size()) == image, "the ROM does not hold the image");
     state.counters["transfers"] = static_cast<double>(recording.steps.size());
     state.counters["required_s"] = recording.required_s;

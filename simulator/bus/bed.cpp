@@ -55,6 +55,19 @@ unsigned PluggedCamera::address() const
     return place_.address;
 }
 
+int PluggedCamera::control(const Setup& setup, std::span<uint8_t> data)
+{
+    const std::lock_guard lock(camera_->mutex());
+    if (!is_plugged_) {
+        return -ENODEV;
+    }
+    const Outcome outcome = camera_->control(setup, data);
+    if (outcome.kind != Outcome::Kind::kFinished || outcome.restart) {
+        return -EIO;
+    }
+    return outcome.status != 0 ? outcome.status : static_cast<int>(outcome.moved);
+}
+
 std::vector<Transfer> PluggedCamera::transfers()
 {
     const std::lock_guard lock(camera_->mutex());

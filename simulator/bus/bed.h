@@ -13,6 +13,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -49,6 +50,9 @@ public:
     unsigned address() const;
     bool is_plugged() const;
 
+    /// A control transfer without a host in between: bytes moved, or a negative errno. For
+    /// transfers that the camera answers at once; what only a host could bear ends with -EIO.
+    int control(const Setup& setup, std::span<uint8_t> data);
     /// Every control transfer since the last clear, oldest first.
     std::vector<Transfer> transfers();
     void clear_transfers();

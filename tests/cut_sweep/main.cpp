@@ -27,17 +27,15 @@ using namespace sweep;
 constexpr unsigned kLimit_s = 30;
 constexpr uint32_t kPointsPerProcess = 120;
 constexpr uint32_t kMostProblems = 40;
+constexpr size_t kPointsPerMark = 200;
 
 struct Options {
     std::string model;
     std::string operation;
     std::string cut;
     uint32_t every = 1;
-    /// A range erase first reads 64 KiB, by thousands of requests that change nothing.
-    uint32_t every_read = 1;
-    /// One of so many cuts that take the camera away strikes an object that the library has opened,
-    /// with libuvc's threads; the others one that was opened for it.
-    uint32_t every_libuvc = 16;
+    /// One of so many points takes the whole path.
+    uint32_t every_whole = 16;
     unsigned processes = std::max(1U, std::thread::hardware_concurrency());
     bool lists = false;
 };
@@ -50,7 +48,7 @@ struct Subject {
 struct Point {
     const CutKind* kind;
     uint32_t transfer;
-    bool with_libuvc;
+    Path path;
 };
 
 /// A part of a subject's points, for one process.
@@ -89,13 +87,8 @@ std::string name_of(const Subject& subject)
     return std::string(subject.model->name) + " " + std::string(subject.operation->name);
 }
 
-/// Numbers of transfers, all and those that read at the start, by subject.
-struct Length {
-    uint32_t transfers = 0;
-    uint32_t reads = 0;
-};
-
-std::vector<Length> measure(const std::vector<Subject>& subjects, unsigned processes)
+/// Numbers of transfers by subject.
+std::vector<uint32_t> measure(const std::vector<Subject>& subjects, unsigned processes)
 {
     std::vector<Job> jobs;
     jobs.reserve(subjects.size());
@@ -103,18 +96,15 @@ std::vector<Length> measure(const std::vector<Subject>& subjects, unsigned proce
         jobs.push_back({0, 1, [subject] {
                             prepare_process();
                             return [subject](uint32_t, Record& record) {
-                                const Sweep sweep(*subject.model, *subject.operation);
-                                std::snprintf(record.text, sizeof record.text, "%zu %zu",
-                                              sweep.size(), sweep.leading_reads());
+                                const Sweep sweep(*subject.model, *subject.operation, Path::kWhole);
+                                std::snprintf(record.text, sizeof record.text, "%zu", sweep.size());
                                 return true;
                             };
                         }});
     }
-    std::vector<Length> lengths(subjects.size());
+    std::vector<uint32_t> lengths(subjects.size());
     run_jobs(jobs, processes, kLimit_s, 1, [&](const Record& record) {
-        Length& length = lengths[record.job];
-        if (record.ending != 0 ||
-            std::sscanf(record.text, "%u %u", &length.transfers, &length.reads) != 2) {
+        if (record.ending != 0 || std::sscanf(record.text, "%u", &lengths[record.job]) != 1) {
             std::printf("%s: %s\n", name_of(subjects[record.job]).c_str(), record.text);
             std::exit(1);
         }
@@ -122,20 +112,7 @@ std::vector<Length> measure(const std::vector<Subject>& subjects, unsigned proce
     return lengths;
 }
 
-std::vector<uint32_t> choose_transfers(const Length& length, const Options& options, uint32_t salt)
-{
-    std::vector<uint32_t> chosen_ones;
-    constexpr uint32_t kEnds = 8; // of the reads, always
-    for (uint32_t i = 0; i < length.transfers; ++i) {
-        const bool is_plain_read = i >= kEnds && i + kEnds < length.reads;
-        const uint32_t every = is_plain_read ? options.every * options.every_read : options.every;
-        if ((i + salt) % every == 0)
-            chosen_ones.push_back(i);
-    }
-    return chosen_ones;
-}
-
-std::vector<Point> choose_points(const Length& length, const Options& options)
+std::vector<Point> choose_points(uint32_t transfers, const Options& options)
 {
     std::vector<Point> points;
     uint32_t salt = 0;
@@ -143,8 +120,11 @@ std::vector<Point> choose_points(const Length& length, const Options& options)
         salt += 5;
         if (!chosen(options.cut, kind.name))
             continue;
-        for (const uint32_t transfer : choose_transfers(length, options, salt))
-            points.push_back({&kind, transfer, points.size() % options.every_libuvc == 0});
+        for (uint32_t i = (options.every - salt % options.every) % options.every; i < transfers;
+             i += options.every)
+            points.push_back(
+                {&kind, i,
+                 points.size() % options.every_whole == 0 ? Path::kWhole : Path::kShortcut});
     }
     return points;
 }
@@ -152,14 +132,14 @@ std::vector<Point> choose_points(const Length& length, const Options& options)
 /// Neighbouring transfers together, so that they share what is known of recoveries.
 std::vector<Batch> make_batches(const std::vector<Subject>& subjects, const Options& options)
 {
-    const std::vector<Length> lengths = measure(subjects, options.processes);
+    const std::vector<uint32_t> lengths = measure(subjects, options.processes);
     std::vector<Batch> batches;
     for (size_t i = 0; i < subjects.size(); ++i) {
         std::vector<Point> points = choose_points(lengths[i], options);
         const auto count = static_cast<uint32_t>(points.size() / (kPointsPerProcess * 8) + 1);
         std::vector<Batch> parts(count, Batch{subjects[i], {}});
         for (const Point& point : points)
-            parts[uint64_t{point.transfer} * count / lengths[i].transfers].points.push_back(point);
+            parts[uint64_t{point.transfer} * count / lengths[i]].points.push_back(point);
         for (Batch& part : parts) {
             if (!part.points.empty())
                 batches.push_back(std::move(part));
@@ -170,25 +150,30 @@ std::vector<Batch> make_batches(const std::vector<Subject>& subjects, const Opti
 
 Job job_of(const Batch& batch)
 {
-    return {
-        0, static_cast<uint32_t>(batch.points.size()), [&batch] {
-            prepare_process();
-            auto sweep = std::make_shared<Sweep>(*batch.subject.model, *batch.subject.operation);
-            return [&batch, sweep](uint32_t task, Record& record) {
-                const Point& point = batch.points[task];
-                const Verdict verdict = sweep->run(*point.kind, point.transfer, point.with_libuvc);
-                record.ending = static_cast<uint8_t>(verdict.ending);
-                record.flagged = verdict.header_over_bad_body;
-                record.milliseconds = static_cast<float>(verdict.milliseconds);
-                std::snprintf(record.text, sizeof record.text, "%s", verdict.problem.c_str());
-                return !sweep->is_worn_out();
-            };
-        }};
+    return {0, static_cast<uint32_t>(batch.points.size()), [&batch] {
+                prepare_process();
+                auto sweep = std::make_shared<Sweep>(*batch.subject.model, *batch.subject.operation,
+                                                     Path::kShortcut);
+                return [&batch, sweep](uint32_t task, Record& record) {
+                    const Point& point = batch.points[task];
+                    const Verdict verdict = sweep->run(*point.kind, point.transfer, point.path);
+                    record.ending = static_cast<uint8_t>(verdict.ending);
+                    record.flagged = verdict.header_over_bad_body;
+                    record.milliseconds = static_cast<float>(verdict.milliseconds);
+                    std::snprintf(record.text, sizeof record.text, "%s", verdict.problem.c_str());
+                    return !sweep->is_worn_out();
+                };
+            }};
 }
 
 class Report {
 public:
-    Report(const std::vector<Batch>& batches, bool lists) : batches_(batches), lists_(lists) {}
+    Report(const std::vector<Batch>& batches, bool lists)
+        : batches_(batches), lists_(lists), shows_progress_(isatty(STDERR_FILENO) != 0)
+    {
+        for (const Batch& batch : batches)
+            points_ += batch.points.size();
+    }
 
     void add(const Record& record)
     {
@@ -207,6 +192,8 @@ public:
                         point.kind->name.data(), point.transfer, is_wrong ? record.text : "",
                         ending == Ending::kUnnoticed ? "unnoticed" : "",
                         record.flagged ? " (header over bad body)" : "");
+        if (shows_progress_ && ++done_ % kPointsPerMark == 0)
+            std::fprintf(stderr, "\r%zu of %zu points\r", done_, points_);
     }
 
     /// True when every check of every point has passed.
@@ -247,13 +234,16 @@ private:
 
     const std::vector<Batch>& batches_;
     const bool lists_;
+    const bool shows_progress_;
+    size_t points_ = 0;
+    size_t done_ = 0;
     uint32_t problems_ = 0;
     std::map<std::pair<const Operation*, const CutKind*>, Sum> sums_;
 };
 
 constexpr char kUsage[] =
     "usage: cut_sweep [--model NAME] [--operation NAME] [--cut NAME] [--every N]\n"
-    "                 [--every-read N] [--every-libuvc N] [--processes N] [--list]\n";
+    "                 [--every-whole N] [--processes N] [--list]\n";
 
 uint32_t number(const char* text)
 {
@@ -267,15 +257,10 @@ uint32_t number(const char* text)
 
 Options parse(int count, char** arguments)
 {
-    const option known[] = {{"model", 1, nullptr, 'm'},
-                            {"operation", 1, nullptr, 'o'},
-                            {"cut", 1, nullptr, 'c'},
-                            {"every", 1, nullptr, 'e'},
-                            {"every-read", 1, nullptr, 'r'},
-                            {"processes", 1, nullptr, 'p'},
-                            {"every-libuvc", 1, nullptr, 'u'},
-                            {"list", 0, nullptr, 'l'},
-                            {}};
+    const option known[] = {{"model", 1, nullptr, 'm'},     {"operation", 1, nullptr, 'o'},
+                            {"cut", 1, nullptr, 'c'},       {"every", 1, nullptr, 'e'},
+                            {"processes", 1, nullptr, 'p'}, {"every-whole", 1, nullptr, 'w'},
+                            {"list", 0, nullptr, 'l'},      {}};
     Options options;
     for (int found = 0; (found = getopt_long(count, arguments, "", known, nullptr)) != -1;) {
         switch (found) {
@@ -291,11 +276,8 @@ Options parse(int count, char** arguments)
             case 'e':
                 options.every = number(optarg);
                 break;
-            case 'r':
-                options.every_read = number(optarg);
-                break;
-            case 'u':
-                options.every_libuvc = number(optarg);
+            case 'w':
+                options.every_whole = number(optarg);
                 break;
             case 'p':
                 options.processes = number(optarg);

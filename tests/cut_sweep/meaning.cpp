@@ -155,14 +155,4 @@ std::vector<Meaning> meanings(std::string_view operation, bool has_xu_version,
     return result;
 }
 
-size_t count_leading_reads(std::span<const sim::Transfer> transfers)
-{
-    const std::vector<Step> steps = steps_of(transfers);
-    const auto other = std::ranges::find_if(steps, [](const Step& step) {
-        return step.selector != ZRV_XU_FLASH_BLOCK &&
-               (step.selector != ZRV_XU_EXT_ROM || step.is_write);
-    });
-    return static_cast<size_t>(other - steps.begin());
-}
-
 } // namespace sweep

@@ -23,7 +23,4 @@ enum class Meaning {
 std::vector<Meaning> meanings(std::string_view operation, bool has_xu_version,
                               std::span<const sim::Transfer> transfers);
 
-/// How many transfers at the start do nothing but read the ROM.
-size_t count_leading_reads(std::span<const sim::Transfer> transfers);
-
 } // namespace sweep

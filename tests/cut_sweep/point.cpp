@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "chip/boot.h"
+#include "shortcut.h"
 
 namespace sweep {
 
@@ -135,9 +136,10 @@ std::span<const CutKind> cut_kinds()
     return kCutKinds;
 }
 
-Sweep::Sweep(const sim::CameraModel& model, const Operation& operation)
+Sweep::Sweep(const sim::CameraModel& model, const Operation& operation, Path path)
     : bench_(model),
       operation_(operation),
+      path_(path),
       before_(rom_before(model)),
       after_(operation.outcome(model, before_))
 {
@@ -149,7 +151,11 @@ Sweep::Sweep(const sim::CameraModel& model, const Operation& operation)
     bench_.camera().set_tracing(true);
     bench_.camera().clear_transfers();
     const uint64_t start_us = bench_.now_us();
+    std::optional<Shortcut> shortcut;
+    if (path == Path::kShortcut)
+        shortcut.emplace(bench_.camera());
     const int32_t status = operation.run(session_->device());
+    shortcut.reset();
     duration_us_ = bench_.now_us() - start_us;
     bench_.camera().set_tracing(false);
     if (status != 0)
@@ -162,13 +168,13 @@ Sweep::Sweep(const sim::CameraModel& model, const Operation& operation)
     const std::vector<sim::Transfer> transfers = bench_.camera().transfers();
     bench_.camera().clear_transfers();
     meanings_ = meanings(operation.name, probed_.xFeatureXU != 0, transfers);
-    leading_reads_ = count_leading_reads(transfers);
 }
 
-Verdict Sweep::run(const CutKind& kind, size_t point, bool with_libuvc)
+Verdict Sweep::run(const CutKind& kind, size_t point, Path path)
 {
+    path_ = path;
     try {
-        return kind.camera_goes ? run_gone(kind, point, with_libuvc) : run_present(kind, point);
+        return kind.camera_goes ? run_gone(kind, point) : run_present(kind, point);
     } catch (const std::exception& error) {
         return {.ending = Ending::kWrong, .problem = error.what()};
     }
@@ -206,8 +212,12 @@ Sweep::Observed Sweep::operate(NyDevice* device, const CutKind& kind, size_t poi
         if (rescuer)
             rescuer->call();
     });
+    std::optional<Shortcut> shortcut;
+    if (path_ == Path::kShortcut)
+        shortcut.emplace(bench_.camera(), point, kind.camera_goes);
     const uint64_t start_us = bench_.now_us();
     observed.status = operation_.run(device);
+    shortcut.reset();
     rescuer.reset();
     observed.elapsed_us = bench_.now_us() - start_us;
     observed.message = nyxus_errmsg;
@@ -235,12 +245,13 @@ Verdict Sweep::run_present(const CutKind& kind, size_t point)
     return verdict;
 }
 
-Verdict Sweep::run_gone(const CutKind& kind, size_t point, bool with_libuvc)
+Verdict Sweep::run_gone(const CutKind& kind, size_t point)
 {
     session_.reset();
     bench_.replug_with(before_);
-    std::unique_ptr<Session> session =
-        with_libuvc ? Session::create(bench_.camera()) : Session::like(probed_, bench_.camera());
+    std::unique_ptr<Session> session = path_ == Path::kWhole
+                                           ? Session::create(bench_.camera())
+                                           : Session::like(probed_, bench_.camera());
     if (session->device() == nullptr)
         throw std::runtime_error(std::string("probe failed: ") + nyxus_errmsg);
     const auto start = std::chrono::steady_clock::now();
@@ -333,6 +344,9 @@ std::string Sweep::judge_rom(const Bytes& rom, const Verdict& verdict) const
 std::string Sweep::upgrade_again(NyDevice* device)
 {
     const Bytes image = new_image(bench_.model());
+    std::optional<Shortcut> shortcut;
+    if (path_ == Path::kShortcut)
+        shortcut.emplace(bench_.camera());
     nyxus_errmsg[0] = '\0';
     (void)XuSetFlashBlockIndex(device, 0); // a range erase leaves another one selected
     const int32_t status = upgrade(device);

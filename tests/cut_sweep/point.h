@@ -35,6 +35,12 @@ struct CutKind {
 
 std::span<const CutKind> cut_kinds();
 
+/// How transfers reach the camera.
+enum class Path : uint8_t {
+    kShortcut, ///< through libusb around the cut only
+    kWhole,    ///< all through libusb; where the camera goes, the library opens it, by libuvc
+};
+
 enum class Ending : uint8_t {
     kReported,  ///< the library said that it failed
     kDone,      ///< it succeeded all the same, and the ROM holds what it shall
@@ -54,16 +60,16 @@ struct Verdict {
 /// The points of one operation on one camera model.
 class Sweep {
 public:
-    Sweep(const sim::CameraModel& model, const Operation& operation);
+    /// Runs the operation without a fault first.
+    Sweep(const sim::CameraModel& model, const Operation& operation, Path path);
 
     /// Transfers that a run without faults makes.
     size_t size() const { return meanings_.size(); }
-    size_t leading_reads() const { return leading_reads_; }
     Meaning meaning(size_t point) const { return meanings_[point]; }
     /// The next point wants a fresh process.
     bool is_worn_out() const { return bench_.is_worn_out(); }
     /// Points of cuts after which the camera is still there have to come first.
-    Verdict run(const CutKind& kind, size_t point, bool with_libuvc);
+    Verdict run(const CutKind& kind, size_t point, Path path);
 
 private:
     struct Observed {
@@ -82,19 +88,19 @@ private:
     bool somebody_decides(size_t point) const;
     std::string judge_rom(const Bytes& rom, const Verdict& verdict) const;
     Verdict run_present(const CutKind& kind, size_t point);
-    Verdict run_gone(const CutKind& kind, size_t point, bool with_libuvc);
+    Verdict run_gone(const CutKind& kind, size_t point);
     /// The camera comes back and is upgraded; the empty text when all is well.
     std::string recover(const Bytes& rom);
     std::string upgrade_again(NyDevice* device);
 
     Bench bench_;
     const Operation& operation_;
+    Path path_; ///< of the point under way
     Bytes before_;
     Bytes after_;
     NyDevice probed_{};
     std::unique_ptr<Session> session_;
     std::vector<Meaning> meanings_;
-    size_t leading_reads_ = 0;
     uint64_t duration_us_ = 0;
     /// How the recovery went: it depends on nothing but what the ROM holds.
     std::map<Bytes, std::string> recoveries_;

@@ -197,6 +197,8 @@ private:
 size_t run_jobs(const std::vector<Job>& jobs, unsigned processes, unsigned limit_s,
                 uint8_t crash_ending, const std::function<void(const Record& record)>& report)
 {
+    if (jobs.empty())
+        return 0;
     Pool pool(jobs, limit_s, crash_ending, report);
     pool.run(processes);
     return pool.repeated();
