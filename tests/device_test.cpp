@@ -238,6 +238,21 @@ TEST(Session, TheApplicationsHandleIsAnsweredAndClosedOnce)
     EXPECT_EQ(usb, nullptr) << "closed";
 }
 
+TEST(Session, OpensAgainAfterItWasClosed)
+{
+    Camera camera{models::kRowan};
+    const NeverFreed device;
+    NyDevice* object = camera.device();
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_EQ(close_libuvc(object), 0);
+        init_uvc_video(object);
+        ASSERT_NE(object->uvc_handle, nullptr) << "still open: round " << round;
+        EXPECT_EQ(object->usb_handle, uvc_get_libusb_handle(object->uvc_handle));
+        uint8_t flip = 0;
+        EXPECT_EQ(XuGetFlip(object, &flip), 0);
+    }
+}
+
 TEST(Session, AMissingDeviceIsReportedOnStandardOutput)
 {
     NyDevice object = {};

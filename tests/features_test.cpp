@@ -100,6 +100,7 @@ TEST(H264, SelectorsOutsideTheTableAreRefused)
         EXPECT_TRUE(h264_setups(camera).empty());
     }
     EXPECT_STREQ(nyxus_errmsg, "NYXuIoctl.cpp(244): <ERROR_NYXUS> Invalid H.264 selector: 0x0C");
+    EXPECT_EQ(UvcXuCtrlQueryH264(device, 0x01, UVC_GET_CUR, nullptr), -1030);
     answer_h264(camera, Bytes(129, 0));
     EXPECT_EQ(UvcXuCtrlQueryH264(device, 0x10E, UVC_GET_CUR, buf), 0) << "the low byte counts";
     camera.sim().set_fault([](const sim::Setup& setup, uint64_t) {

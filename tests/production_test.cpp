@@ -131,8 +131,14 @@ TEST_F(Production, AnImageThatDoesNotFitWritesNothing)
     const auto before = camera.rom(0, 0x20000);
     load_image(models::kLarch, 4096);
     camera.listen();
+    ny_trace_param = NY_TRACE_ERROR;
     EXPECT_EQ(MP_FwUpgrade(device, nullptr), -1028);
+    ny_trace_param = 0;
     EXPECT_STREQ(nyxus_errtmp, "Firmware signature not match");
+    EXPECT_NE(camera.printed().find(
+                  "MP_FwUpgrade(): <ERROR_NYXUS> Firmware signature not match (-1028) \n"),
+              std::string::npos)
+        << camera.printed();
     load_image(models::kRowan, 4096);
     for (const uint16_t size : {uint16_t{0}, uint16_t{0x41}, uint16_t{32769}, uint16_t{0xFCF2}}) {
         nyxus_fw_bin_size = size;
@@ -281,6 +287,9 @@ TEST_F(Production, ACompareOfNothingRunsAllItsSteps)
     std::filesystem::create_directory("dump.bin");
     EXPECT_EQ(MP_FwCompare(device), -(0x8000 + EISDIR));
     EXPECT_NE(std::strstr(nyxus_errmsg, "<ERROR_SYSTEM> Open bin file 'dump.bin' FAILED"), nullptr);
+    std::filesystem::remove("dump.bin");
+    std::filesystem::create_symlink("/dev/full", "dump.bin");
+    EXPECT_EQ(MP_FwCompare(device), 0) << "the copy is not what is asked for";
 
     std::filesystem::remove("dump.bin");
     nyxus_fw_bin_size = 0xFCF2; // left by a failed load

@@ -4,8 +4,8 @@
  * Single settings of the camera, and the wrapper through which its memories are reached.
  *
  * All functions: one thread at a time per device; -1026 for a NULL device, -1036 for another NULL,
- * -1030 when the camera's table lacks the control, else the transfer's failure. A getter writes its
- * result only on success.
+ * -1030 when the camera's table lacks the control, else the transfer's failure. A getter of one
+ * byte writes it only on success; what the others fill is undefined after a failure.
  */
 #ifndef NYXUS_ACCESS_H
 #define NYXUS_ACCESS_H

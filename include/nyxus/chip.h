@@ -59,7 +59,8 @@ NYXUS_API int32_t MP_QueryChipInfo(NyDevice* pDevObj);
  * Read firmware status, versions and set-file version into the object. Only the last read can fail
  * the call; the others are best effort.
  *
- * @return 0; -1026 for NULL; else the failure of the set-file version read
+ * @return 0; -1026 for NULL; else the failure of the set-file version read (-1030 when the camera's
+ *         table lacks it)
  *
  * Blocks for up to 5 transfers. One thread at a time per device.
  */
@@ -70,7 +71,8 @@ NYXUS_API int32_t MP_QueryModuleInfo(NyDevice* pDevObj);
  *
  * @param pDevObj    probed device, borrowed for the call
  * @param pFwStatus  its first three bytes are written, on success
- * @return 0; -1026, -1036 for NULL; else the transfer's failure
+ * @return 0; -1026, -1036 for NULL; -1030 when the camera's table lacks the control; else the
+ *         transfer's failure
  *
  * Blocks for up to 2 transfers. One thread at a time per device.
  */
@@ -82,7 +84,8 @@ NYXUS_API int32_t XU_FwGetStatus(NyDevice* pDevObj, NyFirmwareStatus* pFwStatus)
  * @param pDevObj           probed device, borrowed for the call
  * @param pwExtFwVer        external firmware version, written on success
  * @param pwExtSensorApId   sensor application id, written on success
- * @return 0; -1026, -1036 for NULL; else the transfer's failure
+ * @return 0; -1026, -1036 for NULL; -1030 when the camera's table lacks the control; else the
+ *         transfer's failure
  *
  * Blocks for 2 transfers. One thread at a time per device.
  */

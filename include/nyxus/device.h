@@ -30,7 +30,8 @@ struct NyDevice {
     uvc_context_t* uvc_context;            /**< of this object alone */
     uvc_device_handle_t* uvc_handle;       /**< NULL when libuvc could not open the camera */
     uvc_stream_ctrl_t stream_ctrl;         /**< negotiated by the start functions */
-    StreamCallbackRecord* stream_callback; /**< set while a callback stream runs */
+    StreamCallbackRecord* stream_callback; /**< set by startVideoStream(); invalid after
+                                                 stopVideoStream(), though not cleared */
     char szIntFwVer[11];                   /**< internal firmware version; may lack a terminator */
     NyBackend oBackend;                    /**< matched row of backend_list */
     NyXuVersion oXuCtrlVer;                /**< as the camera sent it */
@@ -60,12 +61,12 @@ struct NyDevice {
  * driver is detached for as long as the object lives.
  *
  * @param device  from libusb_get_device_list(); borrowed, keep a reference while the object lives
- * @return the probed object, NULL on failure. nyxus_errno and nyxus_errmsg tell why where the cause
- *         was a transfer, a ROM without firmware (-1030), the driver type or memory. A device that
- *         libuvc cannot open (another program has it, no permission, just unplugged) is reported
- *         only by libuvc, on standard error, and one with an unknown chip not at all: they leave
- *         nyxus_errno as it was, so set it to 0 before. libusb_open() and libusb_claim_interface()
- *         of interface 0 then tell which of these it is
+ * @return the probed object, NULL on failure. To learn why, set nyxus_rv and nyxus_errno to 0
+ * before. A nyxus_rv that is not 0 then is the probe's status: see DEV_Init(). Otherwise
+ * nyxus_errno tells of the driver type, of memory, or of libusb. With both 0, libuvc could not open
+ * the device (another program has it, no permission: libuvc says so on standard error) or does not
+ * list it (just unplugged, or no camera); libusb_open() and libusb_claim_interface() of interface 0
+ * tell which
  *
  * The memory of an object that was handed out is never freed, not even by DEV_DeleteObject(): 256
  * bytes a camera.
@@ -79,7 +80,10 @@ NYXUS_API NyDevice* DEV_CreateObjectUsb(libusb_device* device);
  * reach a camera whose ROM is blank.
  *
  * @return 0 or positive; 3 for an unknown chip (a failure); -1026 for NULL; -1030 when the ROM
- *         holds no firmware and the flash's read-ID command is unknown; else a transfer's failure
+ *         holds no firmware and the flash's read-ID command is unknown, or when the camera's table
+ *         lacks a control of the probe (the message tells which); -1029 for a preset bCmdRDID that
+ *         is no read-ID command; -9 (bare) for a read-ID command that does not end; else a
+ *         transfer's failure
  *
  * Blocks for about 30 transfers. One thread at a time.
  */

@@ -19,7 +19,8 @@ enum {
     NYXUS_OK = 0,
     NYXUS_E_FAILED = -1,         /**< bare: general failure of a composite operation */
     NYXUS_E_SPI_COMMAND = -9,    /**< bare: an SPI command with answer took longer than 500 ms */
-    NYXUS_E_BUSY = -16,          /**< bare: a status wait ran out of attempts */
+    NYXUS_E_BUSY = -16,          /**< bare: a status wait ran out of attempts, or an LED
+                                      update is pending */
     NYXUS_E_NO_SUPPORT = -38,    /**< bare: EEPROMs cannot be identified */
     NYXUS_E_LIB_NULL = -258,     /**< NULL argument of a library-wide call */
     NYXUS_E_INI_DIGIT = -527,    /**< bad digit in a serial-number field */

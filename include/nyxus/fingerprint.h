@@ -38,7 +38,8 @@ NYXUS_API int32_t SG_SnapshotModeEnable(NyDevice* pDevObj);
 /** Trigger a snapshot. @return 0, always. Blocks for a transfer. */
 NYXUS_API int32_t SG_SnapshotModeTrigger(NyDevice* pDevObj);
 
-/** Read the customer's EEPROM window, by 512 bytes. @return 0, 133 or 134 (see above). */
+/** Read the customer's EEPROM window, by 512 bytes. @return 0, 133 or 134 (see above); -1030 on
+ *  cameras without the 512-byte path. Blocks for 2 transfers per 512 bytes. */
 NYXUS_API int32_t SG_EepromRead(NyDevice* pDevObj, uint16_t wAddr, uint16_t wLen, uint8_t* pBuf);
 
 /**
@@ -47,12 +48,14 @@ NYXUS_API int32_t SG_EepromRead(NyDevice* pDevObj, uint16_t wAddr, uint16_t wLen
  * themselves are paced by nyxus_write_cycle_time, so set that to 5, too.
  *
  * @return 0, 133 or 134 (see above); after a failed write the window stays unlocked
+ *
+ * Blocks for 20 transfers and the pages', see XuCtrlSeqContext().
  */
 NYXUS_API int32_t SG_EepromWrite(NyDevice* pDevObj, uint16_t wAddr, uint16_t wLen,
                                  const uint8_t* pBuf);
 
 /** Write external-ROM bytes in pages of 32, without unlocking. @return the result of the last page;
- *  failures of earlier ones are not reported. */
+ *  failures of earlier ones are not reported. Blocks as XuCtrlSeqContext() for each. */
 NYXUS_API int32_t SG_XuExtRomWrite(NyDevice* pDevObj, uint16_t wAddr, uint16_t wLen,
                                    const uint8_t* pBuf);
 

@@ -60,7 +60,7 @@ NYXUS_API int32_t MP_IdentifyEeprom(NyDevice* pDevObj);
  * @param bDataLen  its bytes
  * @return 0; -9 when the command took more than 500 ms (bare)
  *
- * Blocks for about 7 transfers and up to 500 ms.
+ * Blocks for 9 transfers or more (2 with XU version 0x0003) and up to 500 ms.
  */
 NYXUS_API int32_t XU_SpiCmdGet(NyDevice* pDevObj, const uint8_t* pCmdBuf, uint8_t bCmdLen,
                                uint8_t* pDataBuf, uint8_t bDataLen);
@@ -113,11 +113,15 @@ NYXUS_API int32_t MP_IdentifyFlash(NyDevice* pDevObj);
  * probe. Fills xSpiMode, bExtRomType, dwExtRomSize and oFlashInfo.
  *
  * @return 0; the failure of MP_IdentifyFlash() (always -1030 on a new object) when the ROM header
- *         is blank or foreign
+ *         is blank or foreign, or xModuleMode is 0. When the controller's flash information cannot
+ * be read, that is 0, too: oFlashInfo is not matched, the firmware is not told, and nyxus_rv has
+ *         the failure
  */
 NYXUS_API int32_t MP_QueryExtRom(NyDevice* pDevObj);
 
-/** Check that the flash answers as oFlashInfo describes it. @return 1 if it does, 0 if not. */
+/** Check that the flash answers as oFlashInfo describes it. @return 1 if it does, 0 if not, and 0
+ * for every part whose bParam is not 0x31, 0x24 or 0x2C: that includes those that no row describes.
+ */
 NYXUS_API int32_t MP_CheckFlashIsSupported(NyDevice* pDevObj);
 
 NYXUS_END_DECLS

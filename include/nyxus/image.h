@@ -39,8 +39,8 @@ NYXUS_API int32_t MP_BinGetRealSize(const uint8_t* bin, uint32_t size);
  * @param buf       receives the image
  * @param bin_size  its room, bytes
  * @param path      file name
- * @return the real size; -782 for a file larger than bin_size; -(0x8000 + errno) when it cannot be
- *         opened or read; -770 for NULL
+ * @return the real size; -782 for a file larger than bin_size, which stays open for as long as the
+ *         process lives; -(0x8000 + errno) when it cannot be opened or read; -770 for NULL
  *
  * Blocks for the file system.
  */

@@ -9,7 +9,8 @@
  *
  * All functions: buffers hold the requested length and are borrowed for the call; one thread at a
  * time per device; 0 on success, -1026 for a NULL device, -1036 for a NULL buffer (unless the
- * length is 0), else the failure of the exchange. A length of 0 sends nothing.
+ * length is 0), else the failure of the exchange. A length of 0 moves no data; blocks are selected
+ * all the same by the functions that always select them.
  */
 #ifndef NYXUS_MEMORY_H
 #define NYXUS_MEMORY_H
@@ -53,7 +54,9 @@ NYXUS_API int32_t XuMcuDataWrite(NyDevice* pDevObj, uint32_t wAddr, uint32_t wLe
                                  const uint8_t* pBuf);
 
 /** Read the external ROM from a 32-bit address. Ranges that cross 64 KiB select the blocks behind
- *  the first one by ZRV_XU_FLASH_BLOCK and leave the last one selected. */
+ *  the first one by ZRV_XU_FLASH_BLOCK and leave the last one selected. The first one is selected
+ * only where the XU version's prefix is 0x4646: on other cameras an address from 0x10000 on reads
+ * whatever block is selected. */
 NYXUS_API int32_t XuExtRomRead(NyDevice* pDevObj, uint32_t dwAddr, uint32_t dwLen, uint8_t* pBuf);
 /** Write the external ROM, which must be write-enabled and, if it is SPI flash, erased. Blocks are
  *  selected as by XuExtRomRead(); each selection is reported on standard output. */

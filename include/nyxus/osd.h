@@ -3,8 +3,9 @@
  * @file
  * On-screen display: text, date-time stamp, windows and colours over the video.
  *
- * The records are the firmware's and pass through uninterpreted; the bytes named here are those of
- * the current firmware. Positions and sizes count cells of 16x16 pixels.
+ * The records are the firmware's and pass through uninterpreted. The bytes named here are those of
+ * the simulated camera's firmware, with positions and sizes in cells of 16x16 pixels; another
+ * firmware may differ.
  *
  * All functions: one thread at a time per device; -1026 for a NULL device, -1036 for another NULL,
  * -1030 when the camera has no OSD, else 0 or the failure of a transfer. Setters block for a

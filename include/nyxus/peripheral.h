@@ -21,7 +21,7 @@ enum { GPIO_LOW = 0, GPIO_HIGH = 1 };
  * @param bValue   GPIO_LOW, or anything else for high; only the low byte counts
  * @return 0, also when a register could not be reached; -1036 for a larger index; -1026 for NULL
  *
- * Blocks for up to 12 transfers. One thread at a time per device.
+ * Blocks for 9 transfers (pin 0) or 6. One thread at a time per device.
  */
 NYXUS_API int32_t XU_GpioSet(NyDevice* pDevObj, int32_t bIndex, int32_t bValue);
 
@@ -51,7 +51,8 @@ NYXUS_API int32_t XU_I2cConfigSet(NyDevice* pDevObj, const uint8_t* pConfig);
  * Blocks for 1 + 2 * (bLen / 8, rounded up) transfers. One thread at a time per device.
  */
 NYXUS_API int32_t XU_I2cGet(NyDevice* pDevObj, uint16_t wAddr, uint8_t bLen, uint8_t* pBuf);
-/** Write registers of the configured I2C device. Arguments and results as XU_I2cGet(). */
+/** Write registers of the configured I2C device. Arguments, results and thread word as XU_I2cGet().
+ *  Blocks for 1 + bLen / 8 (rounded up) transfers. */
 NYXUS_API int32_t XU_I2cSet(NyDevice* pDevObj, uint16_t wAddr, uint8_t bLen, const uint8_t* pBuf);
 
 /**

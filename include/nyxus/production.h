@@ -58,7 +58,7 @@ NYXUS_API int32_t MP_FwDump(NyDevice* pDevObj, const char* path, uint32_t size);
  * standard error and writes all of them to "dump.bin" in the current directory.
  *
  * @return 0 when equal; -1 (bare) when not; -(0x8000 + errno) when equal but dump.bin cannot be
- *         written
+ *         opened. One that could be written in part only fails nothing
  *
  * Blocks for the transfers of XuExtRomRead().
  */

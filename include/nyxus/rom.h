@@ -4,7 +4,8 @@
  * Erasing and unlocking the external ROM, and the reserved area of the SPI flash.
  *
  * All functions: one thread at a time per device; -1026 for a NULL device, -1036 for another NULL,
- * else 0 or what is said below, or the failure of a transfer. Nothing is rolled back on failure.
+ * else 0 or what is said below, or the failure of a transfer or of a wait for the flash (-16).
+ * Nothing is rolled back on failure.
  */
 #ifndef NYXUS_ROM_H
 #define NYXUS_ROM_H
@@ -28,18 +29,19 @@ NYXUS_API int32_t XU_SpiEraseBlockById(NyDevice* pDevObj, uint16_t wBlockId);
 NYXUS_API int32_t XU_SpiEraseChip(NyDevice* pDevObj);
 
 /**
- * Erase the 64 KiB blocks that hold a byte range and write back what lay around it.
+ * Erase the 64 KiB blocks that hold a byte range and write back what lay around it. For SPI flash
+ * only: an EEPROM, which erases nothing, would have 0xFF written over what lies around the range.
  *
  * Only ranges in the first block (dwAddr 0, up to 0x10000 bytes) keep everything around them: the
  * erase commands always address the first block, and the write-back behind the range takes its
  * length from dwLen alone.
  *
- * Not safe against failures: failed reads and erase commands are not noticed (stale bytes are
- * written back then, and 0 is returned), and it is not atomic. A part whose block erase is 0x52
- * clears 32 KiB only. On cameras with several 64 KiB blocks the last one stays selected: call
- * XuSetFlashBlockIndex(pDevObj, 0) before the ROM is used again.
+ * Not safe against failures: refused read requests, block selections and erase commands are not
+ * noticed (stale bytes are written back then, and 0 is returned), and it is not atomic. A part
+ * whose block erase is 0x52 clears 32 KiB only. On cameras with several 64 KiB blocks the last one
+ * stays selected: call XuSetFlashBlockIndex(pDevObj, 0) before the ROM is used again.
  *
- * @return 0; -1035 when there is no memory for the blocks
+ * @return 0; -1035 when there is no memory for the blocks; the failures of MP_ExtRomWriteEnable()
  *
  * Blocks for many seconds. One thread at a time: the scratch buffer is process-wide.
  */
@@ -62,15 +64,17 @@ NYXUS_API int32_t XU_SpiBlockProtect_for_customer_IB(NyDevice* pDevObj, bool xEn
 NYXUS_API int32_t MP_ExtRomWriteEnable(NyDevice* pDevObj, uint8_t bExtRomType, bool xEnable);
 
 /**
- * Read the reserved area.
+ * Read the reserved area. Looks at the ROM once more, as MP_QueryExtRom() does.
  *
  * @param pDevObj  probed device, borrowed for the call
  * @param wLen     bytes, at most 256
  * @param pBuf     receives them
- * @return 0; -1 (bare) for a larger wLen, and on a camera without SPI flash
+ * @return 0; -1 (bare) for a larger wLen, and on a camera without SPI flash; the failures of
+ *         MP_QueryExtRom()
  */
 NYXUS_API int32_t XU_SpiGetReservedArea(NyDevice* pDevObj, uint16_t wLen, uint8_t* pBuf);
-/** Program the reserved area; it is not erased first, so only 1 bits become 0. The same results. */
+/** Program the reserved area; it is not erased first, so only 1 bits become 0. The same
+ *  results, and those of MP_ExtRomWriteEnable(). */
 NYXUS_API int32_t XU_SpiSetReservedArea(NyDevice* pDevObj, uint16_t wLen, const uint8_t* pBuf);
 
 NYXUS_END_DECLS

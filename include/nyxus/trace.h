@@ -4,7 +4,9 @@
  * Diagnostic output on standard error, gated by one process-wide bit mask.
  *
  * A gated line begins with the time stamp "[seconds.milliseconds]" and the name of its function.
- * Two kinds of output ignore the mask: the hex dump and the progress marks.
+ * What ignores the mask: the hex dump, the progress marks, "Cannot found appropriate XU table" and
+ * "Identify SPI flash FAILED", and libuvc's own messages; on standard output, the block selections
+ * of XuExtRomWrite() and "Wrong libusb device" of init_uvc_video().
  */
 #ifndef NYXUS_TRACE_H
 #define NYXUS_TRACE_H
@@ -58,7 +60,8 @@ NYXUS_API void NyPrintBuf(uint32_t dwBase, const uint8_t* pData, uint32_t dwLen,
 
 /**
  * One step of a progress bar on standard error, whatever the trace mask: a '#', or the percentage
- * and a line end where the low 16 bits of dwCurrent are a multiple of 512.
+ * and a line end where the low 16 bits of dwCurrent are a multiple of 512. The mark whose low 16
+ * bits equal dwTotal ends the line with 100%.
  *
  * @param dwCurrent  units done
  * @param dwTotal    units in all; up to 511 print nothing
@@ -73,8 +76,9 @@ NYXUS_API void NyPrintTimeStart(void);
 /**
  * Measure the time since NyPrintTimeStart() into ny_tv_interval, and print it as a milestone.
  *
- * Where the microseconds of the start exceed those of the end, the printed fraction is their plain
- * difference, without a borrow (10.9 s to 12.1 s reads 1.800). One thread at a time.
+ * Where the microseconds of the start do not lie below those of the end, the interval has a second
+ * less, and its fraction is their plain difference (10.9 s to 12.1 s reads 1.800, 10.5 s to 12.5 s
+ * reads 1.0). One thread at a time.
  */
 NYXUS_API void NyPrintTimeInterval(void);
 

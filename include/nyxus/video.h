@@ -37,8 +37,12 @@ NYXUS_DATA uvc_stream_ctrl_t ctrl;
 
 /**
  * Open the camera of pDevObj->usb_device through a libuvc context of its own. Fills uvc_context and
- * uvc_handle and zeroes stream_ctrl; uvc_handle stays NULL on failure, which is reported by libuvc
- * on standard error only. DEV_CreateObjectUsb() calls it.
+ * uvc_handle and zeroes stream_ctrl; after close_libuvc() also usb_handle. DEV_CreateObjectUsb()
+ * calls it.
+ *
+ * uvc_handle stays NULL on failure. libuvc reports that on standard error, except for a device that
+ * it does not list (just unplugged, or no camera), which is reported nowhere; a NULL usb_device is
+ * reported on standard output.
  *
  * Starts libuvc's event thread. One thread at a time per device.
  */
@@ -55,7 +59,8 @@ NYXUS_API void setLibuvcHandleForNYXUS(uvc_device_handle_t* devh);
 /**
  * The USB handle inside the application's libuvc handle.
  *
- * @param out  receives the handle, NULL when the application has set none
+ * @param out  receives the handle, NULL when the application has set none; a NULL out is recorded
+ * as -258 in nyxus_errno
  *
  * One thread at a time.
  */

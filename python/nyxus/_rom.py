@@ -24,6 +24,8 @@ if TYPE_CHECKING:
 READ_SLICE = 256
 WRITE_SLICE = 480
 MOST_IN_SILENCE = 511
+# Slices select no block.
+READABLE = 0x10000
 RESERVED_BYTES = 256
 LARGEST_EEPROM = 0x8000
 EEPROM_TYPE_UNIT = 128
@@ -86,7 +88,8 @@ class Rom:
         check(NYXUS.XuSetExtRomType(self._handle.pointer, record.bExtRomType))
 
     def read(self, address: int, length: int, progress: Optional[ProgressCallback] = None) -> bytes:
-        """Reads from any address of the ROM. `progress` is called with a Progress as bytes go by."""
+        """Reads from the first 64 KiB, which are all that the controller uses. `progress` is called with
+        a Progress as bytes go by."""
         return self._read(Phase.READING, address, length, progress or _silent)
 
     def dump(self, progress: Optional[ProgressCallback] = None) -> bytes:
@@ -180,7 +183,8 @@ class Rom:
         check(NYXUS.MP_ExtRomWriteEnable(self._handle.pointer, kind, enable))
 
     def _read(self, phase: Phase, address: int, length: int, tell: ProgressCallback) -> bytes:
-        require(0 <= address and 0 <= length and address + length <= 1 << 32, "range beyond 4 GiB")
+        require(0 <= address and 0 <= length and address + length <= READABLE,
+                "only the first 64 KiB of the ROM can be read")
         data = bytearray()
         tell(Progress(phase, 0, length))
         while len(data) < length:

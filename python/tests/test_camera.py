@@ -70,6 +70,7 @@ def test_motion_is_told_once(camera):
     lambda c: c.set_led(0, 256), lambda c: c.osd.set_text(8, "x"), lambda c: c.osd.set_text(0, "x" * 17),
     lambda c: c.osd.set_text(0, "\u00e9"), lambda c: setattr(c, "motion_setting", b"123"),
     lambda c: setattr(c.h264, "qp_range", (7, 20, 256)), lambda c: c.rom.read(0, -1),
+    lambda c: c.rom.read(0xFFFF, 2),
     lambda c: c.stream(-1, 2)])
 def test_arguments_out_of_range_are_refused(camera, act):
     with pytest.raises(nyxus.Error) as refused:

@@ -49,19 +49,17 @@ void put(uint8_t* image, uint32_t offset, uint8_t value)
         image[offset] = value;
 }
 
-void dump_descriptor(const uint8_t* image)
+void dump_descriptor(const uint8_t* image, uint16_t address, uint16_t length)
 {
-    const uint16_t address = big_endian(image, kSerialNumAddr);
     const uint32_t offset = image_offset(address);
-    const uint32_t length = big_endian(image, kSerialNumLen);
     const uint32_t room = offset < NYXUS_MFI_BIN_CAPACITY ? NYXUS_MFI_BIN_CAPACITY - offset : 0;
     NyPrintBuf(address, image + std::min<uint32_t>(offset, NYXUS_MFI_BIN_CAPACITY),
-               std::min(length, room), true);
+               std::min<uint32_t>(length, room), true);
 }
 
-void write_descriptor(uint8_t* image, const char* sn, uint32_t length)
+void write_descriptor(uint8_t* image, uint16_t address, const char* sn, uint32_t length)
 {
-    const uint32_t start = image_offset(big_endian(image, kSerialNumAddr)) + kDescriptorHead;
+    const uint32_t start = image_offset(address) + kDescriptorHead;
     for (uint32_t i = 0; i < length; ++i) {
         put(image, start + 2 * i, static_cast<uint8_t>(sn[i]));
         put(image, start + 2 * i + 1, 0);
@@ -115,11 +113,14 @@ int32_t MP_BinSetSerialNum(uint8_t* mfi_bin, const char* sn)
     const auto length =
         static_cast<uint32_t>(std::min<size_t>(text_length, NYXUS_MFI_BIN_CAPACITY));
 
+    // Once: an image may place the descriptor over its own header.
+    const uint16_t address = big_endian(mfi_bin, kSerialNumAddr);
+    const uint16_t descriptor_length = big_endian(mfi_bin, kSerialNumLen);
     NY_TRACE(NY_TRACE_ERROR, "before update, usb_sn_data = \n");
-    dump_descriptor(mfi_bin);
-    write_descriptor(mfi_bin, sn, length);
+    dump_descriptor(mfi_bin, address, descriptor_length);
+    write_descriptor(mfi_bin, address, sn, length);
     NY_TRACE(NY_TRACE_ERROR, "After update, usb_sn_data = \n");
-    dump_descriptor(mfi_bin);
+    dump_descriptor(mfi_bin, address, descriptor_length);
     write_record(mfi_bin, sn, length);
     NY_TRACE(NY_TRACE_ERROR, "INFO: Set MFi S/N = '%s' (%d) \n", sn, static_cast<int>(text_length));
     return 0;

@@ -29,11 +29,15 @@ int32_t XU_MjpgQGainSet(NyDevice* pDevObj, int32_t bGain)
 
 int32_t XU_MotionDetectGet(NyDevice* pDevObj, uint8_t* pSetting)
 {
+    NY_REQUIRE_DEVICE(pDevObj);
+    NY_REQUIRE(pSetting);
     return XuRegRead(pDevObj, XDATA_MOTION_SETTING, kMotionBytes, pSetting);
 }
 
 int32_t XU_MotionDetectSet(NyDevice* pDevObj, const uint8_t* pSetting)
 {
+    NY_REQUIRE_DEVICE(pDevObj);
+    NY_REQUIRE(pSetting);
     return XuRegWrite(pDevObj, XDATA_MOTION_SETTING, kMotionBytes, pSetting);
 }
 
@@ -41,14 +45,11 @@ int32_t XU_MotionDetectPoll(NyDevice* pDevObj, uint8_t* pAlarm)
 {
     NY_REQUIRE_DEVICE(pDevObj);
     NY_REQUIRE(pAlarm);
-    uint8_t alarm = 0;
-    NY_TRY_AS("XuRegRead(pDevObj, XDATA_MOTION_ALARM, 1, pAlarm)",
-              XuRegRead(pDevObj, XDATA_MOTION_ALARM, 1, &alarm));
-    const bool raised = (alarm & kAlarmBit) != 0;
+    NY_TRY(XuRegRead(pDevObj, XDATA_MOTION_ALARM, 1, pAlarm));
+    const bool raised = (*pAlarm & kAlarmBit) != 0;
     if (raised) { // acknowledged, so that the next one shows
-        alarm = static_cast<uint8_t>(alarm & ~kAlarmBit);
-        NY_TRY_AS("XuRegWrite(pDevObj, XDATA_MOTION_ALARM, 1, pAlarm)",
-                  XuRegWrite(pDevObj, XDATA_MOTION_ALARM, 1, &alarm));
+        *pAlarm = static_cast<uint8_t>(*pAlarm & ~kAlarmBit);
+        NY_TRY(XuRegWrite(pDevObj, XDATA_MOTION_ALARM, 1, pAlarm));
     }
     *pAlarm = raised ? 1 : 0;
     return 0;

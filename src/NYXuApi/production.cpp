@@ -36,15 +36,16 @@ static int32_t upgrade_failed(const NyDevice* pDevObj, const char* line, int32_t
     return rv;
 }
 
-static int32_t check_image(const NyDevice* pDevObj, const uint8_t* mfi_bin)
+static bool is_image_for(const NyDevice* pDevObj)
 {
-    if (nyxus_fw_bin[0x40] != static_cast<uint8_t>(pDevObj->szIntFwVer[0]) ||
-        nyxus_fw_bin[0x41] != static_cast<uint8_t>(pDevObj->szIntFwVer[1]))
-        return NY_FAIL(NYXUS_E_MISMATCH, "Firmware signature not match");
-    if (nyxus_fw_bin_size < kSignatureEnd || nyxus_fw_bin_size > sizeof nyxus_fw_bin ||
-        (mfi_bin != nullptr && nyxus_mfi_bin_size > sizeof nyxus_mfi_bin))
-        return NY_FAIL(NYXUS_E_RANGE, "Firmware image size out of range");
-    return 0;
+    return nyxus_fw_bin[0x40] == static_cast<uint8_t>(pDevObj->szIntFwVer[0]) &&
+           nyxus_fw_bin[0x41] == static_cast<uint8_t>(pDevObj->szIntFwVer[1]);
+}
+
+static bool has_possible_sizes(const uint8_t* mfi_bin)
+{
+    return nyxus_fw_bin_size >= kSignatureEnd && nyxus_fw_bin_size <= sizeof nyxus_fw_bin &&
+           (mfi_bin == nullptr || nyxus_mfi_bin_size <= sizeof nyxus_mfi_bin);
 }
 
 /// MFi image, body, and the header last: until it is there the ROM holds no valid firmware.
@@ -83,11 +84,12 @@ int32_t MP_FwUpgrade(NyDevice* pDevObj, const uint8_t* mfi_bin)
     NY_TRACE_DEV(NY_TRACE_ERROR, "pDevObj->szIntFwVer = '%.11s' \n", pDevObj->szIntFwVer);
     NY_TRACE_DEV(NY_TRACE_ERROR, "       nyxus_fw_bin[0x40] = '%c' \n", nyxus_fw_bin[0x40]);
     NY_TRACE_DEV(NY_TRACE_ERROR, "       nyxus_fw_bin[0x41] = '%c' \n", nyxus_fw_bin[0x41]);
-    int32_t rv = check_image(pDevObj, mfi_bin);
-    if (rv < 0)
-        return rv;
+    if (!is_image_for(pDevObj))
+        return NY_FAIL(NYXUS_E_MISMATCH, "Firmware signature not match");
+    if (!has_possible_sizes(mfi_bin))
+        return NY_FAIL(NYXUS_E_RANGE, "Firmware image size out of range");
 
-    rv = MP_ExtRomWriteEnable(pDevObj, pDevObj->bExtRomType, true);
+    int32_t rv = MP_ExtRomWriteEnable(pDevObj, pDevObj->bExtRomType, true);
     if (rv < 0)
         return upgrade_failed(pDevObj, "ERROR: External ROM write enable failed !!! \n", rv);
     if (pDevObj->xSpiMode) {
@@ -176,17 +178,6 @@ int32_t MP_FwDump(NyDevice* pDevObj, const char* path, uint32_t size)
     return 0;
 }
 
-/// The copy that a compare leaves behind.
-static int32_t keep_compare_dump(const NyDevice* pDevObj, const uint8_t* data, size_t size)
-{
-    std::FILE* file = std::fopen(kCompareFile, "w");
-    const int error = file != nullptr ? write_file(file, data, size) : errno;
-    if (error == 0)
-        return 0;
-    NY_TRACE_DEV_AS("MP_FwCompare", NY_TRACE_ERROR, "ERROR: Dump file write failed !!! \n");
-    return NY_FAIL_SYSTEM(error, "Open bin file '%s' FAILED", kCompareFile);
-}
-
 static bool equals_image(const NyDevice* pDevObj, const uint8_t* dump, uint32_t size)
 {
     static constexpr char kFunction[] = "MP_FwCompare";
@@ -215,12 +206,18 @@ int32_t MP_FwCompare(NyDevice* pDevObj)
         NY_TRACE_DEV(NY_TRACE_ERROR, "ERROR: External ROM read failed !!! \n");
     }
     NyPrintBuf(0, fw_dmp, kCompareDumpBytes, true);
-    const int32_t kept = keep_compare_dump(pDevObj, fw_dmp, nyxus_fw_bin_size);
+    // The copy is for people to look at: a short one fails nothing, but one that cannot be made
+    // does.
+    std::FILE* file = std::fopen(kCompareFile, "w");
+    const int32_t opened =
+        file != nullptr ? 0 : NY_FAIL_SYSTEM(errno, "Open bin file '%s' FAILED", kCompareFile);
+    if (file == nullptr || write_file(file, fw_dmp, nyxus_fw_bin_size) != 0)
+        NY_TRACE_DEV(NY_TRACE_ERROR, "ERROR: Dump file write failed !!! \n");
     NY_TRACE_BARE(NY_TRACE_STEP, "<INFO> External ROM comparing... \n");
     const uint32_t compared = std::min<uint32_t>(nyxus_fw_bin_size, sizeof nyxus_fw_bin);
     if (!equals_image(pDevObj, fw_dmp, compared))
         return NYXUS_E_FAILED;
-    return rv < 0 ? rv : kept;
+    return rv < 0 ? rv : opened;
 }
 
 int32_t MP_FwRevision(NyDevice* pDevObj, uint16_t* pwExtFwVer, char* szSetfileVer)

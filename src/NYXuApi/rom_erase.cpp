@@ -11,25 +11,38 @@
 
 static constexpr uint8_t kNoChipErase = 0xFF;
 
+/// On behalf of a function, whose name failures carry.
+static int32_t erase(const char* function, NyDevice* pDevObj, uint32_t address, uint8_t bCmd)
+{
+    uint8_t cmd_buf[4] = {kSpiWriteEnable};
+    int32_t rv = XU_SpiCmdSet(pDevObj, cmd_buf, 1);
+    if (rv < 0)
+        return nyxus::pass_on(function, "XU_SpiCmdSet(pDevObj, cmd_buf, 1)", rv);
+    cmd_buf[0] = bCmd;
+    cmd_buf[1] = static_cast<uint8_t>(address >> 16);
+    cmd_buf[2] = static_cast<uint8_t>(address >> 8);
+    cmd_buf[3] = static_cast<uint8_t>(address);
+    rv = XU_SpiCmdSet(pDevObj, cmd_buf, 4);
+    if (rv < 0)
+        return nyxus::pass_on(function, "XU_SpiCmdSet(pDevObj, cmd_buf, 4)", rv);
+    rv = XU_SpiWaitBusReady(pDevObj, 3000);
+    if (rv < 0)
+        return nyxus::pass_on(function, "XU_SpiWaitBusReady(pDevObj, 3000)", rv);
+    cmd_buf[0] = kSpiWriteDisable;
+    rv = XU_SpiCmdSet(pDevObj, cmd_buf, 1);
+    return rv < 0 ? nyxus::pass_on(function, "XU_SpiCmdSet(pDevObj, cmd_buf, 1)", rv) : 0;
+}
+
 int32_t XU_SpiCmdEraseDW(NyDevice* pDevObj, uint32_t dwAddr, uint8_t bCmd)
 {
     NY_REQUIRE_DEVICE(pDevObj);
-    uint8_t cmd_buf[4] = {kSpiWriteEnable};
-    NY_TRY(XU_SpiCmdSet(pDevObj, cmd_buf, 1));
-    cmd_buf[0] = bCmd;
-    cmd_buf[1] = static_cast<uint8_t>(dwAddr >> 16);
-    cmd_buf[2] = static_cast<uint8_t>(dwAddr >> 8);
-    cmd_buf[3] = static_cast<uint8_t>(dwAddr);
-    NY_TRY(XU_SpiCmdSet(pDevObj, cmd_buf, 4));
-    NY_TRY(XU_SpiWaitBusReady(pDevObj, 3000));
-    cmd_buf[0] = kSpiWriteDisable;
-    NY_TRY(XU_SpiCmdSet(pDevObj, cmd_buf, 1));
-    return 0;
+    return erase(__func__, pDevObj, dwAddr, bCmd);
 }
 
 int32_t XU_SpiCmdErase(NyDevice* pDevObj, uint16_t wAddr, uint8_t bCmd)
 {
-    return XU_SpiCmdEraseDW(pDevObj, wAddr, bCmd);
+    NY_REQUIRE_DEVICE(pDevObj);
+    return erase(__func__, pDevObj, wAddr, bCmd);
 }
 
 int32_t XU_SpiEraseBlockById(NyDevice* pDevObj, uint16_t wBlockId)
@@ -55,9 +68,11 @@ int32_t XU_SpiEraseChip(NyDevice* pDevObj)
         NY_TRY(XuSetWriteProtect(pDevObj, true));
     }
     const int32_t rv = XU_SpiWaitBusReady(pDevObj, 5000);
-    if (rv == 0)
+    if (rv == 0) {
         NY_TRACE_DEV(NY_TRACE_ERROR, "succeed. \n");
-    else
-        NY_TRACE_DEV(NY_TRACE_ERROR, "FAILED. '%s (%d)' \n", strerror(-rv), rv);
+        return 0;
+    }
+    nyxus_rv = rv;
+    NY_TRACE_DEV(NY_TRACE_ERROR, "FAILED. '%s (%d)' \n", strerror(-rv), rv);
     return rv;
 }

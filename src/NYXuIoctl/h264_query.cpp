@@ -15,7 +15,6 @@ static constexpr int kInvalidSelectorLine = 244;
 int32_t UvcXuCtrlQueryH264(NyDevice* pDevObj, int32_t bSelector, int32_t bRequest, uint8_t* pBuf)
 {
     NY_REQUIRE_DEVICE(pDevObj);
-    NY_REQUIRE(pBuf);
     const auto selector = static_cast<uint8_t>(bSelector);
     const auto request = static_cast<uint8_t>(bRequest);
     const uvc_xu_ctrl* row =
@@ -23,6 +22,7 @@ int32_t UvcXuCtrlQueryH264(NyDevice* pDevObj, int32_t bSelector, int32_t bReques
     if (row == nullptr)
         return NY_FAIL_AT(kInvalidSelectorLine, NYXUS_E_INVALID, "Invalid H.264 selector: 0x%02X",
                           selector);
+    NY_REQUIRE(pBuf);
 
     // The swapped order asks for up to 0x81 bytes whatever the control's length, so the transfer
     // has room of its own, and the caller gets back what a read of the control holds.

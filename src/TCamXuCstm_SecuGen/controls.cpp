@@ -58,6 +58,8 @@ int32_t SG_LedControl(NyDevice* pDevObj, int32_t bOn)
 
 int32_t SG_TouchStatus(NyDevice* pDevObj, uint8_t* pStatus)
 {
+    NY_REQUIRE_DEVICE(pDevObj);
+    NY_REQUIRE(pStatus);
     return XuRegRead(pDevObj, XDATA_SG_TOUCH_STATUS, 1, pStatus);
 }
 

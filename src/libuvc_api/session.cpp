@@ -29,6 +29,15 @@ static int32_t check_device(NyDevice* pDevObj)
     return 0;
 }
 
+/// Its handles are neither to be used nor closed once more.
+static void forget_closed_session(NyDevice* pDevObj)
+{
+    pDevObj->usb_handle = nullptr;
+    pDevObj->uvc_handle = nullptr;
+    pDevObj->device_gone = 0;
+    pDevObj->session_closed = 0;
+}
+
 void init_uvc_video(NyDevice* pDevObj)
 {
     if (check_device(pDevObj) < 0)
@@ -43,6 +52,9 @@ void init_uvc_video(NyDevice* pDevObj)
         uvc_perror(rc, "uvc_init");
         return;
     }
+    const bool opens_again = pDevObj->session_closed != 0;
+    if (opens_again)
+        forget_closed_session(pDevObj);
     uvc_device_t** list = nullptr;
     rc = uvc_get_device_list(pDevObj->uvc_context, &list);
     if (rc < 0) {
@@ -62,6 +74,8 @@ void init_uvc_video(NyDevice* pDevObj)
         return;
     }
     pDevObj->uvc_handle = handle;
+    if (opens_again)
+        pDevObj->usb_handle = uvc_get_libusb_handle(handle);
     pDevObj->stream_ctrl = {};
     uvc_free_device_list(list, 1);
 }
@@ -71,9 +85,15 @@ void setLibuvcHandleForNYXUS(uvc_device_handle_t* devh)
     devh_global = devh;
 }
 
+static int32_t check_out(libusb_device_handle** out)
+{
+    NY_REQUIRE_AS(NYXUS_E_LIB_NULL, out);
+    return 0;
+}
+
 void get_libusb_handle(libusb_device_handle** out)
 {
-    if (out != nullptr)
+    if (check_out(out) == 0)
         *out = devh_global != nullptr ? uvc_get_libusb_handle(devh_global) : nullptr;
 }
 

@@ -141,6 +141,7 @@ TEST(CppCamera, AFailureCarriesItsMessageAndNoOlderOne)
     EXPECT_EQ(camera.read_i2c(0x200, std::span(nine).first(1)).code(), NYXUS_E_RANGE);
     EXPECT_EQ(camera.osd().set_text(8, "x").code(), NYXUS_E_RANGE);
     EXPECT_EQ(camera.osd().set_text(0, std::string(17, 'x')).code(), NYXUS_E_RANGE);
+    EXPECT_EQ(camera.rom().read(0xFFFF, std::span(nine)).code(), NYXUS_E_RANGE);
     EXPECT_TRUE(bench.wire().empty()) << "nothing was sent";
 }
 

@@ -61,7 +61,7 @@ public:
     /// Bytes that the controller uses.
     uint32_t size() const { return camera_->dwExtRomSize; }
 
-    /// Reads from any address of the ROM.
+    /// Reads from the first 64 KiB, which are all that the controller uses; NYXUS_E_RANGE beyond.
     Status read(uint32_t address, Span<uint8_t> bytes, const ProgressCallback& progress = {})
     {
         return read_as(Phase::kReading, address, bytes, progress);
@@ -157,6 +157,8 @@ private:
     static constexpr size_t kReadSlice = 256;
     static constexpr size_t kWriteSlice = 480;
     static constexpr size_t kMostInSilence = 511;
+    // Slices select no block.
+    static constexpr size_t kReadable = 0x10000;
 
     static void tell(const ProgressCallback& progress, const Progress& state)
     {
@@ -213,6 +215,8 @@ private:
     Status read_as(Phase phase, uint32_t address, Span<uint8_t> bytes,
                    const ProgressCallback& progress)
     {
+        if (address > kReadable || bytes.size() > kReadable - address)
+            return {NYXUS_E_RANGE, "only the first 64 KiB of the ROM can be read"};
         Progress state{phase, 0, static_cast<uint32_t>(bytes.size())};
         tell(progress, state);
         while (state.done < state.total) {
