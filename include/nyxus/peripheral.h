@@ -88,7 +88,7 @@ NYXUS_API int32_t XU_MotionDetectSet(NyDevice* pDevObj, const uint8_t* pSetting)
  * Ask for a motion alarm, and acknowledge it.
  *
  * @param pDevObj  probed device, borrowed for the call
- * @param pAlarm   1: motion since the last poll, 0: none; written on success
+ * @param pAlarm   1: motion since the last poll, 0: none; undefined after a failure
  * @return 0; -1026, -1036 for NULL; else the register's failure
  *
  * Blocks for 2 transfers, 3 with an alarm. One thread at a time per device.
