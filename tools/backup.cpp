@@ -14,6 +14,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
+#include <fstream>
 #include <thread>
 
 namespace tool {
@@ -97,6 +98,11 @@ private:
     int fd_;
 };
 
+fs::path change_file(const CameraEntry& camera)
+{
+    return state_folder() / "nyxus/changed" / file_stem(camera);
+}
+
 } // namespace
 
 fs::path backup_folder()
@@ -137,6 +143,37 @@ std::optional<fs::path> newest_backup(const CameraEntry& camera)
             newest = entry.path();
     }
     return newest;
+}
+
+void remember_change(const CameraEntry& camera, const std::string& running)
+{
+    try {
+        const fs::path path = change_file(camera);
+        fs::create_directories(path.parent_path());
+        AtomicFile file(path);
+        file.write_all(std::span(reinterpret_cast<const uint8_t*>(running.data()), running.size()));
+        file.commit();
+    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch): see the header
+    }
+}
+
+void forget_change(const CameraEntry& camera)
+{
+    try {
+        fs::remove(change_file(camera));
+    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch): a backup more is unproven
+    }
+}
+
+bool is_rom_unchanged_since_start(const CameraEntry& camera, const std::string& running)
+{
+    try {
+        std::ifstream file(change_file(camera));
+        std::string before;
+        return !std::getline(file, before) || before != running;
+    } catch (const Failure&) {
+        return true;
+    }
 }
 
 } // namespace tool

@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "dry_run.h"
 #include "failure.h"
+#include "install.h"
 #include "last_words.h"
 #include "result.h"
 #include "rom_reader.h"
@@ -30,6 +31,7 @@ void confirm(Console& console, const Camera& camera, bool yes)
 void erase_rom(Console& console, Camera& camera, RomContents& rom)
 {
     RomWatcher watcher(console.display(), MarkCounter(camera.exchange_bytes(), {}));
+    rom_will_change(camera);
     last_words::set_consequence("the ROM is partly erased; erase or upgrade it again");
     int32_t status = 0;
     {

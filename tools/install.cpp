@@ -53,10 +53,27 @@ Failure program_failure(RomWatcher::Phase phase, int32_t status)
     return {locked ? kExitProtected : failure.code(), failure.text()};
 }
 
+/// What the camera reports to run; "" for the firmware in its chip.
+std::string running(const Camera& camera)
+{
+    return camera.runs_external_firmware()
+               ? format("0x%04X 0x%04X", camera.device().wExtFwVer, camera.device().wExtSensorApId)
+               : "";
+}
+
+/// Whether the camera runs what its ROM holds.
+bool runs_its_rom(const Camera& camera)
+{
+    return camera.runs_external_firmware() && camera.rom_state() == RomState::kFirmware &&
+           is_rom_unchanged_since_start(camera.entry(), running(camera));
+}
+
 void program(Console& console, Camera& camera, bool with_mfi, RomContents& rom)
 {
     RomWatcher watcher(console.display(),
                        MarkCounter(camera.exchange_bytes(), transfer_sizes(with_mfi)));
+    const bool ran_its_rom = runs_its_rom(camera);
+    rom_will_change(camera);
     last_words::set_consequence(kStopped);
     last_words::postpone_interrupts(kFinishing);
     int32_t status = 0;
@@ -70,6 +87,8 @@ void program(Console& console, Camera& camera, bool with_mfi, RomContents& rom)
         console.display().abandon();
         if (watcher.phase() != RomWatcher::Phase::kPreparing)
             rom = RomContents::kIncomplete;
+        else if (ran_its_rom)
+            forget_change(camera.entry());
         throw program_failure(watcher.phase(), status);
     }
     console.display().end();
@@ -159,10 +178,14 @@ void back_up(Console& console, const Camera& camera, std::span<const uint8_t> co
     if (std::ranges::all_of(contents, [](uint8_t byte) { return byte == 0xFF; }))
         return;
     const std::string path =
-        keep_backup(camera.entry(), contents,
-                    camera.runs_external_firmware() ? Proven::kYes : Proven::kNo)
+        keep_backup(camera.entry(), contents, runs_its_rom(camera) ? Proven::kYes : Proven::kNo)
             .string();
     console.display().note("backup of the ROM: " + path);
+}
+
+void rom_will_change(const Camera& camera)
+{
+    remember_change(camera.entry(), running(camera));
 }
 
 void install(Console& console, Camera& camera, const Arguments& arguments, bool with_mfi,

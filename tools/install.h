@@ -27,6 +27,10 @@ uint32_t replaced_bytes(const Camera& camera);
 /// Keeps it as a backup, unless it is blank, and says where.
 void back_up(Console& console, const Camera& camera, std::span<const uint8_t> contents);
 
+/// Call it before anything is erased or written: a backup that is made before the camera has
+/// started again is not proven then.
+void rom_will_change(const Camera& camera);
+
 /// Programs the loaded images and reads them back. A camera that goes away in the middle and comes
 /// back is programmed once more. Interrupts (Ctrl-C) wait for a safe point. `rom` tells, at any
 /// end, what the ROM holds.

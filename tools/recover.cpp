@@ -68,7 +68,7 @@ void recover(Console& console, const Arguments& arguments, Result& result)
     result.bytes = firmware().size();
     console.display().say(result.message);
     if (arguments.reset)
-        restart(console, std::move(camera), arguments.return_wait_s());
+        start_new_firmware(console, std::move(camera), arguments.return_wait_s());
     else
         console.display().note("the firmware starts with the next reset: run 'nyxus reset'");
 }

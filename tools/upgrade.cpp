@@ -89,7 +89,7 @@ void upgrade(Console& console, const Arguments& arguments, Result& result)
     }
     console.display().say(result.message);
     if (arguments.reset)
-        restart(console, std::move(camera), arguments.return_wait_s());
+        start_new_firmware(console, std::move(camera), arguments.return_wait_s());
     else if (!done)
         console.display().note("the new firmware starts with the next reset: run 'nyxus reset'");
     result.outcome = done ? Outcome::kUpToDate : Outcome::kUpgraded;

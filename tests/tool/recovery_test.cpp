@@ -140,6 +140,72 @@ TEST(Recover, BringsTheLatestBackupBack)
     EXPECT_EQ(rom, factory);
 }
 
+/// Runs a bash script with a fast camera whose ROM is a file; $NYXUS and $SIM are the programs.
+Outcome run_script(const Bench& bench, const std::string& model, const std::string& script,
+                   const std::string& faults = "[]")
+{
+    write_file(bench.path("faults"), {faults.begin(), faults.end()});
+    RunOptions options;
+    options.environment = {{"NYXUS", NYXUS_PROGRAM},
+                           {"SIM", SIMULATOR_PROGRAM},
+                           {"REPLUG", "\"$SIM\" do unplug; \"$SIM\" do replug"},
+                           {"SECOND", bench.image(model, "0x0205")},
+                           {"THIRD", bench.image(model, "0x0206")}};
+    return run_program(
+        {SIMULATOR_PROGRAM, "run", "--speed", "fast", "--faults", bench.path("faults"), "--camera",
+         model + ",rom=" + bench.rom_file(), "--", "bash", "-c", script},
+        options);
+}
+
+// The camera goes on running from its memory what the ROM held before a failed upgrade.
+TEST(Recover, PassesOverWhatNeverStarted)
+{
+    for (const char* model : {"rowan-spi", "hawthorn-eeprom"}) {
+        const Bench bench;
+        const Bytes factory = factory_rom(bench, model);
+        const std::string stalls =
+            R"([{"when": {"rom_address": "0x2000", "request": "SET_CUR", "count": 1}, "do": "stall"},
+                {"when": {"rom_address": "0x2000", "request": "SET_CUR", "count": 2}, "do": "stall"}])";
+        const Outcome outcome =
+            run_script(bench, model,
+                       "for i in 1 2; do \"$NYXUS\" -q upgrade \"$SECOND\" && exit 99; done\n"
+                       "eval \"$REPLUG\"; \"$NYXUS\" recover --reset --eeprom 32",
+                       stalls);
+        EXPECT_EQ(outcome.exit_code, 0) << model << outcome.err;
+        EXPECT_TRUE(contains(outcome.out, "runs external firmware 0x0100")) << outcome.out;
+        Bytes rom = read_file(bench.rom_file());
+        rom.resize(factory.size());
+        EXPECT_EQ(rom, factory) << model;
+    }
+}
+
+TEST(Backup, IsProvenOnceTheCameraHasStartedFromIt)
+{
+    const Bench bench;
+    const auto proven = [&](const std::string& script) {
+        std::filesystem::remove_all(bench.state_folder());
+        const Outcome outcome = run_script(bench, kModel, script);
+        EXPECT_EQ(outcome.exit_code, 0) << script << outcome.err;
+        return bench.backups().size() == 2 && bench.backups().back().extension() == ".rom";
+    };
+    EXPECT_FALSE(proven("\"$NYXUS\" upgrade \"$SECOND\" && \"$NYXUS\" upgrade \"$THIRD\""));
+    EXPECT_TRUE(proven("\"$NYXUS\" upgrade \"$SECOND\" --reset && \"$NYXUS\" upgrade \"$THIRD\""));
+    EXPECT_TRUE(
+        proven("\"$NYXUS\" upgrade \"$SECOND\"; eval \"$REPLUG\"; \"$NYXUS\" upgrade \"$THIRD\""));
+}
+
+TEST(Recover, FailsWhenTheCameraDoesNotStartWhatWasWritten)
+{
+    const Bench bench;
+    Bytes broken = factory_rom(bench, kModel);
+    broken[0x1000] ^= 0xFF;
+    write_file(bench.path("broken"), broken);
+    const Outcome outcome =
+        bench.nyxus_with_rom(kModel, {"recover", bench.path("broken"), "--force", "--reset"});
+    EXPECT_EQ(outcome.exit_code, 1);
+    EXPECT_TRUE(contains(outcome.err, "came back with its mask ROM")) << outcome.err;
+}
+
 TEST(Recover, SaysWhatItLacks)
 {
     const Bench bench;
