@@ -30,6 +30,8 @@ std::atomic<bool> line_open;
 std::atomic<const char*> promise{nullptr};
 std::atomic<bool> interrupted;
 
+/// Ctrl-C, kill, a terminal that goes away, and Ctrl-\.
+constexpr int kInterrupts[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 constexpr int kFatalSignals[] = {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL};
 
 void put(const char* text, size_t size)
@@ -91,8 +93,8 @@ void mask_interrupts(int how)
 {
     sigset_t signals;
     sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
+    for (const int signal : kInterrupts)
+        sigaddset(&signals, signal);
     pthread_sigmask(how, &signals, nullptr);
 }
 
@@ -109,8 +111,9 @@ void arm(int captured_pipe, int real_err)
     pipe_fd = captured_pipe;
     err_fd = real_err;
     mask_interrupts(SIG_BLOCK);
-    catch_unless_ignored(SIGINT);
-    catch_unless_ignored(SIGTERM);
+    for (const int signal : kInterrupts)
+        catch_unless_ignored(signal);
+    std::signal(SIGPIPE, SIG_IGN); // a reader that goes away ends no upgrade in the middle
     if (__sanitizer_set_death_callback != nullptr) {
         __sanitizer_set_death_callback(spill);
         return;
@@ -123,8 +126,9 @@ void disarm()
 {
     for (const int signal : kFatalSignals)
         std::signal(signal, SIG_DFL);
-    std::signal(SIGINT, SIG_DFL);
-    std::signal(SIGTERM, SIG_DFL);
+    for (const int signal : kInterrupts)
+        if (std::signal(signal, SIG_DFL) == SIG_IGN)
+            std::signal(signal, SIG_IGN);
     mask_interrupts(SIG_UNBLOCK);
     err_fd = -1;
     pipe_fd = -1;

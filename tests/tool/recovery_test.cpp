@@ -70,6 +70,23 @@ TEST(Backup, ThatCannotBeKeptStopsTheUpgrade)
     EXPECT_EQ(factory_rom(bench, kModel), before);
 }
 
+/// Runs a bash script with a fast camera whose ROM is a file; $NYXUS and $SIM are the programs.
+Outcome run_script(const Bench& bench, const std::string& model, const std::string& script,
+                   const std::string& faults = "[]")
+{
+    write_file(bench.path("faults"), {faults.begin(), faults.end()});
+    RunOptions options;
+    options.environment = {{"NYXUS", NYXUS_PROGRAM},
+                           {"SIM", SIMULATOR_PROGRAM},
+                           {"REPLUG", "\"$SIM\" do unplug; \"$SIM\" do replug"},
+                           {"SECOND", bench.image(model, "0x0205")},
+                           {"THIRD", bench.image(model, "0x0206")}};
+    return run_program(
+        {SIMULATOR_PROGRAM, "run", "--speed", "fast", "--faults", bench.path("faults"), "--camera",
+         model + ",rom=" + bench.rom_file(), "--", "bash", "-c", script},
+        options);
+}
+
 /// Interrupts the upgrade as soon as a phase has begun.
 Outcome interrupted(const Bench& bench, const std::string& phase, const std::string& signals)
 {
@@ -99,6 +116,9 @@ TEST(Interrupt, TakesEffectAtASafePoint)
         {"erasing", "INT", "interrupted: the ROM was written but not read back; ", false, true},
         {"programming", "TERM", "interrupted: the ROM was written but not read back; ", false,
          true},
+        {"programming", "HUP", "interrupted: the ROM was written but not read back; ", false, true},
+        {"programming", "QUIT", "interrupted: the ROM was written but not read back; ", false,
+         true},
         {"programming", "INT INT", "interrupted: the ROM is incomplete; run the upgrade", false,
          false},
     };
@@ -114,6 +134,19 @@ TEST(Interrupt, TakesEffectAtASafePoint)
         rom.resize(image.size());
         EXPECT_EQ(rom == image, has_new_rom) << phase;
     }
+}
+
+TEST(Interrupt, IsNoReaderThatGoesAway)
+{
+    const Bench bench;
+    factory_rom(bench, kModel);
+    const Outcome outcome =
+        run_script(bench, kModel, "\"$NYXUS\" upgrade --json \"$SECOND\" | grep -q '\"programming\"'");
+    EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+    const Bytes image = read_file(bench.path(std::string(kModel) + " 0x0205.bin"));
+    Bytes rom = read_file(bench.rom_file());
+    rom.resize(image.size());
+    EXPECT_EQ(rom, image);
 }
 
 TEST(Recover, BringsTheLatestBackupBack)
@@ -138,23 +171,6 @@ TEST(Recover, BringsTheLatestBackupBack)
     Bytes rom = read_file(bench.rom_file());
     rom.resize(factory.size());
     EXPECT_EQ(rom, factory);
-}
-
-/// Runs a bash script with a fast camera whose ROM is a file; $NYXUS and $SIM are the programs.
-Outcome run_script(const Bench& bench, const std::string& model, const std::string& script,
-                   const std::string& faults = "[]")
-{
-    write_file(bench.path("faults"), {faults.begin(), faults.end()});
-    RunOptions options;
-    options.environment = {{"NYXUS", NYXUS_PROGRAM},
-                           {"SIM", SIMULATOR_PROGRAM},
-                           {"REPLUG", "\"$SIM\" do unplug; \"$SIM\" do replug"},
-                           {"SECOND", bench.image(model, "0x0205")},
-                           {"THIRD", bench.image(model, "0x0206")}};
-    return run_program(
-        {SIMULATOR_PROGRAM, "run", "--speed", "fast", "--faults", bench.path("faults"), "--camera",
-         model + ",rom=" + bench.rom_file(), "--", "bash", "-c", script},
-        options);
 }
 
 // The camera goes on running from its memory what the ROM held before a failed upgrade.
