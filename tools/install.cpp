@@ -128,8 +128,31 @@ void program_and_verify(Console& console, Camera& camera, const Arguments& argum
     rom = RomContents::kNew;
 }
 
+/// A camera that goes by the same serial number is the same one. Without firmware it may have none;
+/// should that be another camera, it has no firmware to lose, but it must not get this serial
+/// number.
+bool is_same_camera(const CameraEntry& before, const Camera& now, const Arguments& arguments)
+{
+    const std::string& serial = now.entry().serial;
+    if (!serial.empty())
+        return serial == before.serial;
+    return !now.runs_external_firmware() && arguments.serial.empty();
+}
+
+/// What sits at the port now has no backup of ours, and may be the next camera.
+void refuse_other_camera(const CameraEntry& before, const Camera& now, const Arguments& arguments)
+{
+    if (is_same_camera(before, now, arguments))
+        return;
+    const std::string lost =
+        before.serial.empty() ? "without a serial number" : "with serial number " + before.serial;
+    throw Failure(kExitCameraLost, now.name() + " is at port " + before.port_path +
+                                       " now, but perhaps not the camera " + lost +
+                                       " that went away, so it is left alone; " + kIncomplete);
+}
+
 /// Gives the lost camera up and waits for its return.
-void await_return(Console& console, Camera& camera, unsigned wait_s, const Failure& loss)
+void await_return(Console& console, Camera& camera, const Arguments& arguments, const Failure& loss)
 {
     Display& display = console.display();
     display.warn("nyxus: " + loss.text());
@@ -138,13 +161,14 @@ void await_return(Console& console, Camera& camera, unsigned wait_s, const Failu
     camera.give_up();
     display.begin("waiting for the camera", 0);
     try {
-        camera = Camera::open(wait_for_return(console, entry, wait_s));
+        camera = Camera::open(wait_for_return(console, entry, arguments.return_wait_s()));
     } catch (const Failure& failure) {
         display.abandon();
         throw Failure(kExitCameraLost, failure.text() + "; " + kIncomplete);
     }
     console.drain();
     display.end();
+    refuse_other_camera(entry, camera, arguments);
     if (camera.rom_state() == RomState::kUnknown && eeprom_bytes != 0)
         camera.assume_eeprom(eeprom_bytes);
 }
@@ -196,7 +220,7 @@ void install(Console& console, Camera& camera, const Arguments& arguments, bool 
     } catch (const Failure& failure) {
         if (failure.code() != kExitCameraLost)
             throw;
-        await_return(console, camera, arguments.return_wait_s(), failure);
+        await_return(console, camera, arguments, failure);
         check_images(camera, with_mfi);
         console.display().note("once more: " + camera.name());
         program_and_verify(console, camera, arguments, with_mfi, rom);
