@@ -42,14 +42,28 @@ std::vector<uint32_t> transfer_sizes(bool with_mfi)
     return sizes;
 }
 
-Failure program_failure(RomWatcher::Phase phase, int32_t status)
+/// What an end means for the camera when its ROM holds this.
+const char* consequence_of(RomContents rom)
 {
-    const std::string doing = std::string(phase_text(phase)) + " failed";
-    if (phase != RomWatcher::Phase::kPreparing)
-        return library_failure(doing, status, kIncomplete);
+    switch (rom) {
+        case RomContents::kUnchanged:
+            return kUntouched;
+        case RomContents::kUnverified:
+            return kUnread;
+        default:
+            return kIncomplete;
+    }
+}
+
+Failure program_failure(RomWatcher::Phase phase, int32_t status, RomContents rom, bool interrupted)
+{
+    const std::string doing =
+        std::string(interrupted ? "interrupted; " : "") + phase_text(phase) + " failed";
+    const Failure failure = library_failure(doing, status, consequence_of(rom));
+    if (interrupted)
+        return {kExitInterrupted, failure.text()};
     // The flash's status is awaited while it is unlocked; nothing has been erased yet.
-    const Failure failure = library_failure(doing, status, "nothing was written");
-    const bool locked = failure.code() == kExitTimeout;
+    const bool locked = phase == RomWatcher::Phase::kPreparing && failure.code() == kExitTimeout;
     return {locked ? kExitProtected : failure.code(), failure.text()};
 }
 
@@ -81,18 +95,19 @@ void program(Console& console, Camera& camera, bool with_mfi, RomContents& rom)
         const Watching watching(console, watcher);
         status = MP_FwUpgrade(&camera.device(), with_mfi ? nyxus_mfi_bin : nullptr);
     }
+    if (status == 0)
+        rom = RomContents::kUnverified;
+    else if (watcher.phase() != RomWatcher::Phase::kPreparing)
+        rom = RomContents::kIncomplete;
+    else if (ran_its_rom)
+        forget_change(camera.entry());
+    last_words::set_consequence(consequence_of(rom));
     const bool interrupted = last_words::stop_postponing();
-    last_words::set_consequence("");
     if (status != 0) {
         console.display().abandon();
-        if (watcher.phase() != RomWatcher::Phase::kPreparing)
-            rom = RomContents::kIncomplete;
-        else if (ran_its_rom)
-            forget_change(camera.entry());
-        throw program_failure(watcher.phase(), status);
+        throw program_failure(watcher.phase(), status, rom, interrupted);
     }
     console.display().end();
-    rom = RomContents::kUnverified;
     if (interrupted)
         throw Failure(kExitInterrupted, std::string("interrupted: ") + kUnread);
 }
@@ -120,8 +135,7 @@ void program_and_verify(Console& console, Camera& camera, const Arguments& argum
 {
     program(console, camera, with_mfi, rom);
     if (arguments.skip_verify)
-        return;
-    last_words::set_consequence(kUnread);
+        return last_words::set_consequence("");
     for (const Part& part : parts_to_install(with_mfi))
         verify(console, camera, part, rom);
     last_words::set_consequence("");
