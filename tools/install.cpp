@@ -55,6 +55,13 @@ const char* consequence_of(RomContents rom)
     }
 }
 
+/// Puts it in front of the brackets at the end, which tell where in the library a failure began.
+std::string with_advice(std::string text, const char* advice)
+{
+    text.insert(std::min(text.rfind(" ["), text.size()), std::string("; ") + advice);
+    return text;
+}
+
 Failure program_failure(RomWatcher::Phase phase, int32_t status, RomContents rom, bool interrupted)
 {
     const std::string doing =
@@ -112,10 +119,19 @@ void program(Console& console, Camera& camera, bool with_mfi, RomContents& rom)
         throw Failure(kExitInterrupted, std::string("interrupted: ") + kUnread);
 }
 
+std::vector<uint8_t> read_back(Console& console, Camera& camera, const Part& part, RomContents rom)
+{
+    try {
+        return read_rom(console, camera, part.reading, part.address,
+                        static_cast<uint32_t>(part.bytes.size()));
+    } catch (const Failure& failure) {
+        throw Failure(failure.code(), with_advice(failure.text(), consequence_of(rom)));
+    }
+}
+
 void verify(Console& console, Camera& camera, const Part& part, RomContents& rom)
 {
-    const std::vector<uint8_t> read = read_rom(console, camera, part.reading, part.address,
-                                               static_cast<uint32_t>(part.bytes.size()));
+    const std::vector<uint8_t> read = read_back(console, camera, part, rom);
     const Difference difference = find_difference(read, part.bytes);
     if (difference.count == 0)
         return;
@@ -133,7 +149,8 @@ void verify(Console& console, Camera& camera, const Part& part, RomContents& rom
 void program_and_verify(Console& console, Camera& camera, const Arguments& arguments, bool with_mfi,
                         RomContents& rom)
 {
-    program(console, camera, with_mfi, rom);
+    if (rom != RomContents::kUnverified) // else the camera was lost while it was read back
+        program(console, camera, with_mfi, rom);
     if (arguments.skip_verify)
         return last_words::set_consequence("");
     for (const Part& part : parts_to_install(with_mfi))
@@ -162,29 +179,48 @@ void refuse_other_camera(const CameraEntry& before, const Camera& now, const Arg
         before.serial.empty() ? "without a serial number" : "with serial number " + before.serial;
     throw Failure(kExitCameraLost, now.name() + " is at port " + before.port_path +
                                        " now, but perhaps not the camera " + lost +
-                                       " that went away, so it is left alone; " + kIncomplete);
+                                       " that went away, so it is left alone");
+}
+
+/// The images fitted the lost camera.
+void check_images_again(const Camera& camera, bool with_mfi)
+{
+    try {
+        check_images(camera, with_mfi);
+    } catch (const Failure&) {
+        throw Failure(kExitCameraLost, "another kind of camera, " + camera.name() +
+                                           ", has come back and is left alone");
+    }
 }
 
 /// Gives the lost camera up and waits for its return.
-void await_return(Console& console, Camera& camera, const Arguments& arguments, const Failure& loss)
+void await_return(Console& console, Camera& camera, const Arguments& arguments, bool with_mfi)
 {
     Display& display = console.display();
-    display.warn("nyxus: " + loss.text());
     const CameraEntry entry = camera.entry();
     const uint32_t eeprom_bytes = camera.is_spi() ? 0 : camera.device().dwExtRomSize;
     camera.give_up();
     display.begin("waiting for the camera", 0);
-    try {
-        camera = Camera::open(wait_for_return(console, entry, arguments.return_wait_s()));
-    } catch (const Failure& failure) {
-        display.abandon();
-        throw Failure(kExitCameraLost, failure.text() + "; " + kIncomplete);
-    }
+    camera = Camera::open(wait_for_return(console, entry, arguments.return_wait_s()));
     console.drain();
     display.end();
     refuse_other_camera(entry, camera, arguments);
     if (camera.rom_state() == RomState::kUnknown && eeprom_bytes != 0)
         camera.assume_eeprom(eeprom_bytes);
+    check_images_again(camera, with_mfi);
+}
+
+/// The same; a failure tells of the loss, too, and of what it means for the ROM.
+void overcome_loss(Console& console, Camera& camera, const Arguments& arguments, bool with_mfi,
+                   const Failure& loss)
+{
+    console.display().warn("nyxus: " + loss.text());
+    try {
+        await_return(console, camera, arguments, with_mfi);
+    } catch (const Failure& failure) {
+        console.display().abandon();
+        throw Failure(kExitCameraLost, failure.text() + "; before: " + loss.text());
+    }
 }
 
 } // namespace
@@ -234,8 +270,7 @@ void install(Console& console, Camera& camera, const Arguments& arguments, bool 
     } catch (const Failure& failure) {
         if (failure.code() != kExitCameraLost)
             throw;
-        await_return(console, camera, arguments, failure);
-        check_images(camera, with_mfi);
+        overcome_loss(console, camera, arguments, with_mfi, failure);
         console.display().note("once more: " + camera.name());
         program_and_verify(console, camera, arguments, with_mfi, rom);
     }
