@@ -23,7 +23,7 @@ enum class Proven { kYes, kNo };
 std::filesystem::path keep_backup(const CameraEntry& camera, std::span<const uint8_t> contents,
                                   Proven proven);
 
-/// The latest proven one of a camera.
+/// The latest proven one of a camera. A Failure when the folder cannot be read.
 std::optional<std::filesystem::path> newest_backup(const CameraEntry& camera);
 
 // A camera goes on running from its memory what the ROM held before. A file per camera says so

@@ -21,16 +21,22 @@ void refuse_healthy(const Camera& camera, bool force)
                           "'--force' recovers all the same");
 }
 
-std::string chosen_file(const Camera& camera, const std::string& file)
+std::string find_backup(const Camera& camera)
 {
-    if (!file.empty())
-        return file;
     const auto backup = newest_backup(camera.entry());
     if (!backup)
         throw Failure(kExitFailure, "there is no backup of " + camera.name() + " in '" +
-                                        backup_folder().string() +
-                                        "'; 'nyxus recover FILE' takes another file");
+                                        backup_folder().string() + "'");
     return backup->string();
+}
+
+std::string chosen_file(const Camera& camera, const std::string& file)
+{
+    try {
+        return file.empty() ? find_backup(camera) : file;
+    } catch (const Failure& failure) {
+        throw Failure(failure.code(), failure.text() + "; 'nyxus recover FILE' takes another file");
+    }
 }
 
 /// Loads what the camera is to hold; the file that this comes from.

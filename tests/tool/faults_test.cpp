@@ -73,6 +73,49 @@ TEST(Faults, AnUpgradeGoesOnWithACameraThatComesBack)
     }
 }
 
+TEST(Faults, ACameraWithoutASerialNumberIsNotProgrammedAgainUnlessItHasNoFirmware)
+{
+    const struct {
+        const char* when;
+        int exit_code;
+        const char* message;
+    } cases[] = {
+        {R"("selector": 14, "request": "SET_CUR", "count": 1)", 11,
+         "so it is left alone; before: "
+         "unlocking the ROM failed"},
+        {R"("rom_address": "0x2000", "request": "SET_CUR")", 0, "the ROM is incomplete now"},
+    };
+    for (const auto& c : cases) {
+        Bench bench;
+        const std::string image = bench.image("fi2-spi", "0x0205");
+        bench.set_faults(R"([{"when": {)" + std::string(c.when) +
+                         R"(}, "times": 1, "do": "unplug", "replug_ms": 100}])");
+        const Outcome outcome = bench.nyxus({"fi2-spi,serial="}, {"upgrade", image, "--no-backup"});
+        EXPECT_EQ(outcome.exit_code, c.exit_code) << c.when << outcome.err;
+        EXPECT_TRUE(contains(outcome.err, c.message)) << outcome.err;
+    }
+}
+
+TEST(Faults, ACameraThatIsLostWhileItIsReadBackIsOnlyReadBackAgain)
+{
+    for (const bool returns : {true, false}) {
+        Bench bench;
+        const std::string image = bench.image(kModel, "0x0205");
+        bench.set_faults(
+            R"([{"when": {"rom_address": "0x2000", "request": "GET_CUR"}, "times": 1, "do": "unplug")" +
+            std::string(returns ? R"(, "replug_ms": 100}])" : "}]"));
+        const Outcome outcome = bench.nyxus({kModel}, {"upgrade", image, "--force", "--no-backup",
+                                                       "--json", "--wait", returns ? "5" : "0"});
+        EXPECT_EQ(outcome.exit_code, returns ? 0 : 11) << outcome.err;
+        EXPECT_TRUE(contains(outcome.out, returns ? R"("rom":"new")" : R"("rom":"unverified")"))
+            << outcome.out;
+        EXPECT_TRUE(contains(outcome.err, "the ROM was written but not read back")) << outcome.err;
+        EXPECT_FALSE(contains(outcome.err, "incomplete")) << outcome.err;
+        EXPECT_EQ(outcome.out.find("\"erasing\"", outcome.out.find("\"verifying\"")),
+                  std::string::npos);
+    }
+}
+
 TEST(Faults, TheSimulatorTellsOfMistakesAndOfFaultsThatNeverHappened)
 {
     Bench bench;

@@ -25,6 +25,23 @@ Bytes factory_rom(const Bench& bench, const std::string& model)
     return rom;
 }
 
+/// Runs a bash script with a fast camera whose ROM is a file; $NYXUS and $SIM are the programs.
+Outcome run_script(const Bench& bench, const std::string& model, const std::string& script,
+                   const std::string& faults = "[]")
+{
+    write_file(bench.path("faults"), {faults.begin(), faults.end()});
+    RunOptions options;
+    options.environment = {{"NYXUS", NYXUS_PROGRAM},
+                           {"SIM", SIMULATOR_PROGRAM},
+                           {"REPLUG", "\"$SIM\" do unplug; \"$SIM\" do replug"},
+                           {"SECOND", bench.image(model, "0x0205")},
+                           {"THIRD", bench.image(model, "0x0206")}};
+    return run_program(
+        {SIMULATOR_PROGRAM, "run", "--speed", "fast", "--faults", bench.path("faults"), "--camera",
+         model + ",rom=" + bench.rom_file(), "--", "bash", "-c", script},
+        options);
+}
+
 TEST(Backup, HoldsWhatTheUpgradeReplaces)
 {
     for (const std::string model : {"rowan-spi", "hawthorn-eeprom"}) {
@@ -68,27 +85,20 @@ TEST(Backup, ThatCannotBeKeptStopsTheUpgrade)
     EXPECT_TRUE(contains(outcome.err, "nothing was written ('--no-backup' goes on without one)"))
         << outcome.err;
     EXPECT_EQ(factory_rom(bench, kModel), before);
+    const Outcome recover = bench.nyxus({std::string(kModel) + ",blank"}, {"recover"});
+    EXPECT_TRUE(contains(recover.err, "Not a directory; 'nyxus recover FILE' takes"))
+        << recover.err;
+
+    std::filesystem::remove(bench.state_folder());
+    const Outcome full =
+        run_script(bench, kModel, "trap '' XFSZ; ulimit -f 10; \"$NYXUS\" upgrade \"$SECOND\"");
+    EXPECT_TRUE(contains(full.err, "File too large; nothing was written ('--no-backup' goes on"))
+        << full.err;
 }
 
-/// Runs a bash script with a fast camera whose ROM is a file; $NYXUS and $SIM are the programs.
-Outcome run_script(const Bench& bench, const std::string& model, const std::string& script,
-                   const std::string& faults = "[]")
-{
-    write_file(bench.path("faults"), {faults.begin(), faults.end()});
-    RunOptions options;
-    options.environment = {{"NYXUS", NYXUS_PROGRAM},
-                           {"SIM", SIMULATOR_PROGRAM},
-                           {"REPLUG", "\"$SIM\" do unplug; \"$SIM\" do replug"},
-                           {"SECOND", bench.image(model, "0x0205")},
-                           {"THIRD", bench.image(model, "0x0206")}};
-    return run_program(
-        {SIMULATOR_PROGRAM, "run", "--speed", "fast", "--faults", bench.path("faults"), "--camera",
-         model + ",rom=" + bench.rom_file(), "--", "bash", "-c", script},
-        options);
-}
-
-/// Interrupts the upgrade as soon as a phase has begun.
-Outcome interrupted(const Bench& bench, const std::string& phase, const std::string& signals)
+/// Interrupts the upgrade as soon as a phase has begun; `more` commands follow.
+Outcome interrupted(const Bench& bench, const std::string& phase, const std::string& signals,
+                    const std::string& more = ":")
 {
     // Job control, because a shell without it has its background jobs ignore interrupts.
     return bench.shell(std::string(kModel) + ",rom=" + bench.rom_file(),
@@ -97,10 +107,11 @@ Outcome interrupted(const Bench& bench, const std::string& phase, const std::str
                            phase +
                            "' \"$OUT\"; do sleep 0.01; done\n"
                            "for s in " +
-                           signals +
-                           "; do kill -$s $pid; sleep 0.05; done\n"
-                           "wait $pid; exit $?",
-                       {{"IMAGE", bench.image(kModel, "0x0205")}, {"OUT", bench.path("out")}});
+                           signals + "; do kill -$s $pid; sleep 0.05; done\n" + more +
+                           "\nwait $pid; exit $?",
+                       {{"IMAGE", bench.image(kModel, "0x0205")},
+                        {"OUT", bench.path("out")},
+                        {"SIM", SIMULATOR_PROGRAM}});
 }
 
 TEST(Interrupt, TakesEffectAtASafePoint)
@@ -136,12 +147,33 @@ TEST(Interrupt, TakesEffectAtASafePoint)
     }
 }
 
+TEST(Interrupt, HoldsWhenTheCameraIsLost)
+{
+    const struct {
+        const char* signals;
+        const char* more;
+        const char* message;
+    } cases[] = {
+        {"INT", "\"$SIM\" do unplug", "nyxus: interrupted; programming the ROM failed: "},
+        {"",
+         "\"$SIM\" do unplug; until grep -q ^waiting \"$OUT\"; do sleep 0.01; done; kill -INT $pid",
+         "nyxus: interrupted: the ROM is incomplete now, run the upgrade again\n"},
+    };
+    for (const auto& c : cases) {
+        const Bench bench;
+        const Outcome outcome = interrupted(bench, "programming", c.signals, c.more);
+        EXPECT_EQ(outcome.exit_code, 130) << outcome.err;
+        EXPECT_TRUE(contains(outcome.err, c.message)) << outcome.err;
+        EXPECT_TRUE(contains(outcome.err, "the ROM is incomplete now")) << outcome.err;
+    }
+}
+
 TEST(Interrupt, IsNoReaderThatGoesAway)
 {
     const Bench bench;
     factory_rom(bench, kModel);
-    const Outcome outcome =
-        run_script(bench, kModel, "\"$NYXUS\" upgrade --json \"$SECOND\" | grep -q '\"programming\"'");
+    const Outcome outcome = run_script(
+        bench, kModel, "\"$NYXUS\" upgrade --json \"$SECOND\" | grep -q '\"programming\"'");
     EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
     const Bytes image = read_file(bench.path(std::string(kModel) + " 0x0205.bin"));
     Bytes rom = read_file(bench.rom_file());
