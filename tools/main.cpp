@@ -5,7 +5,10 @@
 #include "failure.h"
 #include "json_text.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <iostream>
 
 namespace {
 
@@ -17,6 +20,26 @@ std::string json_error(const Failure& failure)
     return json_line(Values{{"error", json_of(failure)}});
 }
 
+/// A success that nobody could read of is none.
+ExitCode noticing_lost_output(Display& display, ExitCode code)
+{
+    const std::string complaint = display.output_complaint();
+    if (complaint.empty())
+        return code;
+    display.warn("nyxus: " + complaint);
+    return code == kExitOk ? kExitFailure : code;
+}
+
+/// The same for what is printed without a display, such as help.
+int noticing_lost_output(int code)
+{
+    std::cout.flush();
+    if (std::cout && std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+        return code;
+    std::fprintf(stderr, "nyxus: cannot write to standard output: %s\n", std::strerror(errno));
+    return code == kExitOk ? kExitFailure : code;
+}
+
 ExitCode run_reporting_failures(const Arguments& arguments)
 {
     Console console(arguments.verbosity, arguments.patience_s);
@@ -26,7 +49,7 @@ ExitCode run_reporting_failures(const Arguments& arguments)
             console.display().be_quiet(); // until events are told
         const ExitCode code = arguments.run(console, arguments);
         console.drain();
-        return code;
+        return noticing_lost_output(console.display(), code);
     } catch (const Failure& failure) {
         console.drain();
         console.display().abandon();
@@ -43,7 +66,8 @@ int main(int argc, char** argv)
 {
     try {
         const ParsedArguments parsed = parse_arguments(argc, argv);
-        return parsed.finished ? parsed.exit_code : run_reporting_failures(parsed.arguments);
+        return parsed.finished ? noticing_lost_output(parsed.exit_code)
+                               : run_reporting_failures(parsed.arguments);
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "nyxus: %s\n", failure.what());
         return kExitFailure;

@@ -62,12 +62,16 @@ public:
     /// Time passes: redraws.
     void tick();
 
+    /// Why not everything has reached standard output; "" when it has. The work goes on without it.
+    std::string output_complaint() const;
+
     /// Asks a yes-or-no question; false when nobody can answer.
     bool confirm(const std::string& question);
 
 private:
     using Clock = std::chrono::steady_clock;
 
+    void write_out(std::string_view text);
     void put_line(int fd, std::string_view line);
     void redraw(bool always);
     void erase_bar();
@@ -87,6 +91,7 @@ private:
     bool colour_;
 
     mutable std::mutex mutex_;
+    int output_error_ = 0; ///< errno of the first one
     bool events_ = false;
     bool quiet_ = false;
     bool active_ = false;

@@ -181,6 +181,24 @@ TEST(Interrupt, IsNoReaderThatGoesAway)
     EXPECT_EQ(rom, image);
 }
 
+TEST(Output, ThatCannotBeWrittenIsAFailureAfterTheWork)
+{
+    const Bench bench;
+    for (const char* command :
+         {"info --json", "list", "--version", "help upgrade", "flip", "reserved read -",
+          "motion poll --watch --count 1", "upgrade \"$SECOND\""}) {
+        const Outcome outcome = run_script(
+            bench, kModel, "timeout 20 \"$NYXUS\" " + std::string(command) + " >/dev/full");
+        EXPECT_EQ(outcome.exit_code, 1) << command;
+        EXPECT_EQ(outcome.err, "nyxus: cannot write to standard output: No space left on device\n")
+            << command;
+    }
+    const Bytes image = read_file(bench.path(std::string(kModel) + " 0x0205.bin"));
+    Bytes rom = read_file(bench.rom_file());
+    rom.resize(image.size());
+    EXPECT_EQ(rom, image);
+}
+
 TEST(Recover, BringsTheLatestBackupBack)
 {
     const Bench bench;
