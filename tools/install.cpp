@@ -95,7 +95,7 @@ void program(Console& console, Camera& camera, bool with_mfi, RomContents& rom)
                        MarkCounter(camera.exchange_bytes(), transfer_sizes(with_mfi)));
     const bool ran_its_rom = runs_its_rom(camera);
     rom_will_change(camera);
-    last_words::set_consequence(kStopped);
+    last_words::set_consequence(kStopped, to_text(RomContents::kIncomplete));
     last_words::postpone_interrupts(kFinishing);
     int32_t status = 0;
     {
@@ -108,7 +108,7 @@ void program(Console& console, Camera& camera, bool with_mfi, RomContents& rom)
         rom = RomContents::kIncomplete;
     else if (ran_its_rom)
         forget_change(camera.entry());
-    last_words::set_consequence(consequence_of(rom));
+    last_words::set_consequence(consequence_of(rom), to_text(rom));
     const bool interrupted = last_words::stop_postponing();
     if (status != 0) {
         console.display().abandon();
@@ -152,11 +152,11 @@ void program_and_verify(Console& console, Camera& camera, const Arguments& argum
     if (rom != RomContents::kUnverified) // else the camera was lost while it was read back
         program(console, camera, with_mfi, rom);
     if (arguments.skip_verify)
-        return last_words::set_consequence("");
+        return last_words::set_consequence("", to_text(rom));
     for (const Part& part : parts_to_install(with_mfi))
         verify(console, camera, part, rom);
-    last_words::set_consequence("");
     rom = RomContents::kNew;
+    last_words::set_consequence("", to_text(rom));
 }
 
 /// A camera that goes by the same serial number is the same one. Without firmware it may have none;
@@ -241,9 +241,10 @@ uint32_t replaced_bytes(const Camera& camera)
 
 std::vector<uint8_t> read_replaced(Console& console, Camera& camera)
 {
-    last_words::set_consequence(kUntouched);
+    const char* const unchanged = to_text(RomContents::kUnchanged);
+    last_words::set_consequence(kUntouched, unchanged);
     std::vector<uint8_t> contents = read_rom(console, camera, "reading", 0, replaced_bytes(camera));
-    last_words::set_consequence("");
+    last_words::set_consequence("", unchanged);
     return contents;
 }
 

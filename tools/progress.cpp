@@ -231,6 +231,11 @@ void Display::write_out(std::string_view text)
         output_error_ = error;
 }
 
+void Display::set_last_line(last_words::LastLine kind, std::string_view head)
+{
+    last_words::set_last_line(out_fd_, kind, head);
+}
+
 std::string Display::output_complaint() const
 {
     const std::lock_guard lock(mutex_);

@@ -63,6 +63,7 @@ void recover(Console& console, const Arguments& arguments, Result& result)
 {
     Camera camera = open_with_rom(console, arguments);
     result.camera = label_of(camera);
+    promise_result(console, result);
     const std::string file = load_contents(camera, arguments);
     console.drain();
     console.display().note("recovering " + camera.name() + " from '" + file + "'");

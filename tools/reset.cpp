@@ -92,6 +92,7 @@ ExitCode run_reset(Console& console, const Arguments& arguments)
     return run_with_result(console, arguments, [&](Result& result) {
         Camera camera = open_chosen(console, arguments);
         result.camera = label_of(camera);
+        promise_result(console, result);
         const Camera returned = restart(console, std::move(camera), arguments.return_wait_s());
         result.message = returned.name() + " " + firmware_sentence(returned);
         return kExitOk;

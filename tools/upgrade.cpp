@@ -75,6 +75,7 @@ void upgrade(Console& console, const Arguments& arguments, Result& result)
     const bool with_mfi = load_images(arguments);
     Camera camera = open_with_rom(console, arguments);
     result.camera = label_of(camera);
+    promise_result(console, result);
     check_images(camera, with_mfi);
     console.drain();
     console.display().note("upgrading " + camera.name());

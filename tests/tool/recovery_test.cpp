@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <fstream>
+#include <nlohmann/json.hpp>
 
 using namespace test;
 
@@ -165,6 +166,36 @@ TEST(Interrupt, HoldsWhenTheCameraIsLost)
         EXPECT_EQ(outcome.exit_code, 130) << outcome.err;
         EXPECT_TRUE(contains(outcome.err, c.message)) << outcome.err;
         EXPECT_TRUE(contains(outcome.err, "the ROM is incomplete now")) << outcome.err;
+    }
+}
+
+TEST(Interrupt, EndsJsonWithAResult)
+{
+    const struct {
+        const char* phase;
+        const char* signals;
+        const char* rom;
+    } cases[] = {{"reading", "INT", "unchanged"}, {"programming", "INT INT", "incomplete"}};
+    for (const auto& c : cases) {
+        const Bench bench;
+        const Outcome outcome =
+            bench.shell(kModel,
+                        "set -m; \"$NYXUS\" upgrade --json \"$IMAGE\" >\"$OUT\" & pid=$!\n"
+                        "until grep -q '\"" +
+                            std::string(c.phase) +
+                            "\"' \"$OUT\"; do sleep 0.01; done\n"
+                            "for s in " +
+                            c.signals +
+                            "; do kill -$s $pid; sleep 0.05; done\n"
+                            "wait $pid; code=$?; tail -n 1 \"$OUT\"; exit $code",
+                        {{"IMAGE", bench.image(kModel, "0x0205")}, {"OUT", bench.path("out")}});
+        EXPECT_EQ(outcome.exit_code, 130) << outcome.err;
+        const auto result = nlohmann::json::parse(outcome.out);
+        EXPECT_EQ(result["event"], "result") << outcome.out;
+        EXPECT_EQ(result["outcome"], "interrupted");
+        EXPECT_EQ(result["rom"], c.rom);
+        EXPECT_EQ(result["product"], "NY6410") << outcome.out;
+        EXPECT_TRUE(contains(outcome.err, result["message"].get<std::string>())) << outcome.err;
     }
 }
 
