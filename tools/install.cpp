@@ -13,6 +13,7 @@
 #include <nyxus/error.h>
 #include <nyxus/image.h>
 #include <nyxus/production.h>
+#include <nyxus/rom.h>
 #include <algorithm>
 
 namespace tool {
@@ -248,14 +249,35 @@ std::vector<uint8_t> read_replaced(Console& console, Camera& camera)
     return contents;
 }
 
-void back_up(Console& console, const Camera& camera, std::span<const uint8_t> contents)
+void back_up(Console& console, const Camera& camera, const Arguments& arguments,
+             std::span<const uint8_t> contents)
 {
-    if (std::ranges::all_of(contents, [](uint8_t byte) { return byte == 0xFF; }))
+    const std::string remark = reserved_area_remark(camera, contents, arguments);
+    if (!remark.empty())
+        console.display().note(remark);
+    if (arguments.skip_backup ||
+        std::ranges::all_of(contents, [](uint8_t byte) { return byte == 0xFF; }))
         return;
     const std::string path =
         keep_backup(camera.entry(), contents, runs_its_rom(camera) ? Proven::kYes : Proven::kNo)
             .string();
     console.display().note("backup of the ROM: " + path);
+}
+
+std::string reserved_area_remark(const Camera& camera, std::span<const uint8_t> contents,
+                                 const Arguments& arguments)
+{
+    constexpr size_t kAreaBytes = 256;
+    constexpr size_t kAreaEnd = SPI_RESERVED_ADDR + kAreaBytes;
+    if (!camera.is_spi() || firmware().size() > SPI_RESERVED_ADDR)
+        return "";
+    const bool known = contents.size() >= kAreaEnd;
+    if (known && std::ranges::all_of(contents.subspan(SPI_RESERVED_ADDR, kAreaBytes),
+                                     [](uint8_t byte) { return byte == 0xFF; }))
+        return "";
+    return format("the reserved area (0x%04X)%s is erased, too; ", SPI_RESERVED_ADDR,
+                  known ? "" : ", if it is in use,") +
+           (arguments.skip_backup ? "'nyxus reserved read FILE' keeps it" : "the backup holds it");
 }
 
 void rom_will_change(const Camera& camera)

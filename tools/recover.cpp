@@ -55,7 +55,7 @@ ExitCode plan_recovery(Console& console, const Arguments& arguments)
     Camera camera = open_with_rom(console, arguments);
     const std::string file = load_contents(camera, arguments);
     console.display().note("recovering " + camera.name() + " from '" + file + "'");
-    print_install_plan(console, arguments, camera, false);
+    print_install_plan(console, arguments, camera, false, {});
     return kExitOk;
 }
 
@@ -67,8 +67,10 @@ void recover(Console& console, const Arguments& arguments, Result& result)
     const std::string file = load_contents(camera, arguments);
     console.drain();
     console.display().note("recovering " + camera.name() + " from '" + file + "'");
+    std::vector<uint8_t> before;
     if (!arguments.skip_backup)
-        back_up(console, camera, read_replaced(console, camera));
+        before = read_replaced(console, camera);
+    back_up(console, camera, arguments, before);
     install(console, camera, arguments, false, result.rom);
     result.message = format("recovered: %zu bytes", firmware().size()) +
                      (arguments.skip_verify ? ", not read back" : ", read back and equal");
