@@ -14,6 +14,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
+#include <fstream>
 #include <thread>
 
 namespace tool {
@@ -41,7 +42,7 @@ fs::path state_folder()
         return fs::path(home) / ".local/state";
     const passwd* user = getpwuid(getuid());
     if (user == nullptr || user->pw_dir == nullptr)
-        throw backup_failure("there is no home folder");
+        throw Failure(kExitFailure, "there is no home folder");
     return fs::path(user->pw_dir) / ".local/state";
 }
 
@@ -73,7 +74,7 @@ fs::path free_name(const fs::path& folder, const std::string& stem, const char* 
                 return path;
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
-    throw backup_failure("there are many of this second already");
+    throw Failure(kExitFailure, "there are many of this second already");
 }
 
 /// Keeps others of us from taking the same name, as long as it lives; on file systems that can.
@@ -97,6 +98,11 @@ private:
     int fd_;
 };
 
+fs::path change_file(const CameraEntry& camera)
+{
+    return state_folder() / "nyxus/changed" / file_stem(camera);
+}
+
 } // namespace
 
 fs::path backup_folder()
@@ -104,23 +110,28 @@ fs::path backup_folder()
     return state_folder() / "nyxus/backups";
 }
 
+static fs::path write_backup(const std::string& stem, std::span<const uint8_t> contents,
+                             const char* suffix)
+{
+    const fs::path folder = backup_folder();
+    fs::create_directories(folder);
+    const FolderLock lock(folder);
+    fs::path path = free_name(folder, stem, suffix);
+    AtomicFile file(path);
+    file.write_all(contents);
+    file.commit();
+    return path;
+}
+
 fs::path keep_backup(const CameraEntry& camera, std::span<const uint8_t> contents, Proven proven)
 {
     try {
-        const fs::path folder = backup_folder();
-        fs::create_directories(folder);
-        const FolderLock lock(folder);
-        fs::path path = free_name(folder, file_stem(camera),
-                                  proven == Proven::kYes ? kSuffix : kUnprovenSuffix);
-        AtomicFile file(path);
-        file.write_all(contents);
-        file.commit();
-        return path;
+        return write_backup(file_stem(camera), contents,
+                            proven == Proven::kYes ? kSuffix : kUnprovenSuffix);
     } catch (const fs::filesystem_error& error) {
         throw backup_failure("'" + error.path1().string() + "': " + error.code().message());
     } catch (const Failure& failure) {
-        throw failure.text().find("backup") == std::string::npos ? backup_failure(failure.text())
-                                                                 : failure;
+        throw backup_failure(failure.text());
     }
 }
 
@@ -128,8 +139,12 @@ std::optional<fs::path> newest_backup(const CameraEntry& camera)
 {
     const std::string stem = file_stem(camera);
     std::optional<fs::path> newest;
-    std::error_code none; // a folder that does not exist holds no backups
-    for (const fs::directory_entry& entry : fs::directory_iterator(backup_folder(), none)) {
+    std::error_code error;
+    fs::directory_iterator files(backup_folder(), error);
+    if (error && error != std::errc::no_such_file_or_directory)
+        throw Failure(kExitFailure,
+                      "cannot read '" + backup_folder().string() + "': " + error.message());
+    for (const fs::directory_entry& entry : files) {
         const std::string name = entry.path().filename().string();
         const bool is_mine = name.size() == stem.size() + kStampBytes + sizeof kSuffix - 1 &&
                              name.starts_with(stem + "-") && name.ends_with(kSuffix);
@@ -137,6 +152,37 @@ std::optional<fs::path> newest_backup(const CameraEntry& camera)
             newest = entry.path();
     }
     return newest;
+}
+
+void remember_change(const CameraEntry& camera, const std::string& running)
+{
+    try {
+        const fs::path path = change_file(camera);
+        fs::create_directories(path.parent_path());
+        AtomicFile file(path);
+        file.write_all(std::span(reinterpret_cast<const uint8_t*>(running.data()), running.size()));
+        file.commit();
+    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch): see the header
+    }
+}
+
+void forget_change(const CameraEntry& camera)
+{
+    try {
+        fs::remove(change_file(camera));
+    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch): a backup more is unproven
+    }
+}
+
+bool is_rom_unchanged_since_start(const CameraEntry& camera, const std::string& running)
+{
+    try {
+        std::ifstream file(change_file(camera));
+        std::string before;
+        return !std::getline(file, before) || before != running;
+    } catch (const Failure&) {
+        return true;
+    }
 }
 
 } // namespace tool

@@ -120,7 +120,7 @@ void Capture::handle(std::string_view bytes)
     if (requests == 0)
         return;
     const std::lock_guard lock(mutex_);
-    drains_seen_ += requests;
+    drains_seen_ = std::min(drains_seen_ + requests, drain_requests_);
     drained_.notify_all();
 }
 

@@ -24,6 +24,7 @@ ExitCode compare(Console& console, const Arguments& arguments, Result& result)
     std::vector<uint8_t> image = load_image(arguments.file, kLargestRom);
     Camera camera = open_with_rom(console, arguments);
     result.camera = label_of(camera);
+    promise_result(console, result);
     // A file that does not fit is different; the part that does still tells where.
     const bool fits = image.size() <= camera.device().dwExtRomSize;
     if (!fits) {

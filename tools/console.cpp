@@ -90,10 +90,12 @@ void Console::give_up()
 {
     display_.abandon();
     const std::string meaning = last_words::consequence();
-    display_.warn(format("nyxus: the camera has been silent for %lld s; unplug it and plug it in "
-                         "again",
-                         static_cast<long long>(patience_.count())) +
-                  (meaning.empty() ? "" : "; " + meaning));
+    const std::string text =
+        format("the camera has been silent for %lld s; unplug it and plug it in again",
+               static_cast<long long>(patience_.count())) +
+        (meaning.empty() ? "" : "; " + meaning);
+    display_.warn("nyxus: " + text);
+    last_words::put_last_line(kExitTimeout, "failed", text.c_str(), "");
     _exit(kExitTimeout);
 }
 

@@ -33,9 +33,11 @@ ExitCode run_dump(Console& console, const Arguments& arguments)
         refuse_impossible_target(arguments.file);
         Camera camera = open_with_rom(console, arguments);
         result.camera = label_of(camera);
+        promise_result(console, result);
         const uint32_t size = dump_size(camera, arguments);
-        AtomicFile file(arguments.file);
-        file.write_all(read_rom(console, camera, "reading", 0, size));
+        const std::vector<uint8_t> contents = read_rom(console, camera, "reading", 0, size);
+        AtomicFile file(arguments.file); // not before: an interrupt while reading would leave it
+        file.write_all(contents);
         file.commit();
         result.message = format("wrote %u bytes to '", size) + arguments.file + "'";
         console.display().say(result.message);

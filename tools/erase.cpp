@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "dry_run.h"
 #include "failure.h"
+#include "install.h"
 #include "last_words.h"
 #include "result.h"
 #include "rom_reader.h"
@@ -30,15 +31,17 @@ void confirm(Console& console, const Camera& camera, bool yes)
 void erase_rom(Console& console, Camera& camera, RomContents& rom)
 {
     RomWatcher watcher(console.display(), MarkCounter(camera.exchange_bytes(), {}));
-    last_words::set_consequence("the ROM is partly erased; erase or upgrade it again");
+    rom_will_change(camera);
+    last_words::set_consequence("the ROM is partly erased; erase or upgrade it again",
+                                to_text(RomContents::kIncomplete));
     int32_t status = 0;
     {
         const Watching watching(console, watcher);
         status = MP_FwErase(&camera.device());
     }
-    last_words::set_consequence("");
     if (status == 0 || watcher.phase() != RomWatcher::Phase::kPreparing)
         rom = status == 0 ? RomContents::kUnverified : RomContents::kIncomplete;
+    last_words::set_consequence("", to_text(rom));
     if (status == 0)
         return;
     console.display().abandon();
@@ -93,6 +96,7 @@ ExitCode run_erase(Console& console, const Arguments& arguments)
     return run_with_result(console, arguments, [&](Result& result) {
         Camera camera = open_with_rom(console, arguments);
         result.camera = label_of(camera);
+        promise_result(console, result);
         refuse_eeprom(camera);
         confirm(console, camera, arguments.yes);
         erase_rom(console, camera, result.rom);

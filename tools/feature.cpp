@@ -38,10 +38,15 @@ std::string words_of(std::string name)
 void Session::print(const Values& values)
 {
     console.drain();
+    Display& display = console.display();
     if (arguments.json)
-        return console.display().say(json_text(values));
-    for (const auto& [name, value] : values.items())
-        console.display().say(words_of(name) + ": " + text_of(value));
+        display.say(json_text(values));
+    else
+        for (const auto& [name, value] : values.items())
+            display.say(words_of(name) + ": " + text_of(value));
+    // Some print until nobody listens any more.
+    if (const std::string complaint = display.output_complaint(); !complaint.empty())
+        throw Failure(kExitFailure, complaint);
 }
 
 void Session::make(const Change& change)

@@ -53,13 +53,13 @@ public:
         if (pipe2(ends_.data(), O_CLOEXEC | O_NONBLOCK) != 0)
             throw Failure(kExitFailure, std::string("cannot make a pipe: ") + std::strerror(errno));
         write_end = ends_[1];
-        replace(SIGINT, old_int_);
-        replace(SIGTERM, old_term_);
+        for (size_t i = 0; i < kSignals.size(); ++i)
+            replace(kSignals[i], old_[i]);
     }
     ~Interrupts()
     {
-        sigaction(SIGINT, &old_int_, nullptr);
-        sigaction(SIGTERM, &old_term_, nullptr);
+        for (size_t i = 0; i < kSignals.size(); ++i)
+            sigaction(kSignals[i], &old_[i], nullptr);
         write_end = -1;
         close(ends_[0]);
         close(ends_[1]);
@@ -92,10 +92,10 @@ private:
             sigaction(signal, &action, nullptr);
     }
 
+    static constexpr std::array kSignals = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
     static inline volatile std::sig_atomic_t write_end = -1;
     std::array<int, 2> ends_{-1, -1};
-    struct sigaction old_int_ = {};
-    struct sigaction old_term_ = {};
+    std::array<struct sigaction, kSignals.size()> old_{};
 };
 
 /// The arguments of an upgrade that all its cameras share.

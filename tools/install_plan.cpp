@@ -66,7 +66,8 @@ Values json_of(const Step& step)
 
 } // namespace
 
-void print_install_plan(Console& console, const Arguments& arguments, Camera& camera, bool with_mfi)
+void print_install_plan(Console& console, const Arguments& arguments, Camera& camera, bool with_mfi,
+                        std::span<const uint8_t> before)
 {
     std::string text = "to be done with " + camera.name() + ":";
     Values values = json_of(label_of(camera));
@@ -76,6 +77,10 @@ void print_install_plan(Console& console, const Arguments& arguments, Camera& ca
         text += "\n" + line_of(step);
         values["steps"].push_back(json_of(step));
         cost += step.cost;
+    }
+    if (const auto remark = reserved_area_remark(camera, before, arguments); !remark.empty()) {
+        text += "\n" + remark;
+        values["remark"] = remark;
     }
     print_dry_run(console, arguments, camera, text, values, cost,
                   camera.is_spi() ? kFlashTime : "");

@@ -5,7 +5,10 @@
 #include "failure.h"
 #include "json_text.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <iostream>
 
 namespace {
 
@@ -17,6 +20,26 @@ std::string json_error(const Failure& failure)
     return json_line(Values{{"error", json_of(failure)}});
 }
 
+/// A success that nobody could read of is none.
+ExitCode noticing_lost_output(Display& display, ExitCode code)
+{
+    const std::string complaint = display.output_complaint();
+    if (complaint.empty())
+        return code;
+    display.warn("nyxus: " + complaint);
+    return code == kExitOk ? kExitFailure : code;
+}
+
+/// The same for what is printed without a display, such as help.
+int noticing_lost_output(int code)
+{
+    std::cout.flush();
+    if (std::cout && std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+        return code;
+    std::fprintf(stderr, "nyxus: cannot write to standard output: %s\n", std::strerror(errno));
+    return code == kExitOk ? kExitFailure : code;
+}
+
 ExitCode run_reporting_failures(const Arguments& arguments)
 {
     Console console(arguments.verbosity, arguments.patience_s);
@@ -24,12 +47,16 @@ ExitCode run_reporting_failures(const Arguments& arguments)
         prepare_library(arguments.verbosity);
         if (arguments.quiet || arguments.json)
             console.display().be_quiet(); // until events are told
+        if (arguments.json)
+            console.display().set_last_line(last_words::LastLine::kError, "");
         const ExitCode code = arguments.run(console, arguments);
         console.drain();
-        return code;
+        console.display().set_last_line(last_words::LastLine::kNone, "");
+        return noticing_lost_output(console.display(), code);
     } catch (const Failure& failure) {
         console.drain();
         console.display().abandon();
+        console.display().set_last_line(last_words::LastLine::kNone, "");
         if (arguments.json && !console.display().tells_events())
             console.display().say(json_error(failure));
         console.display().warn("nyxus: " + failure.text());
@@ -43,7 +70,8 @@ int main(int argc, char** argv)
 {
     try {
         const ParsedArguments parsed = parse_arguments(argc, argv);
-        return parsed.finished ? parsed.exit_code : run_reporting_failures(parsed.arguments);
+        return parsed.finished ? noticing_lost_output(parsed.exit_code)
+                               : run_reporting_failures(parsed.arguments);
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "nyxus: %s\n", failure.what());
         return kExitFailure;

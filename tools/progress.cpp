@@ -6,6 +6,7 @@
 #include "text.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 #include <algorithm>
@@ -29,16 +30,21 @@ constexpr std::chrono::milliseconds kRedrawInterval{100};
 constexpr double kPlainLineInterval_s = 2.0;
 constexpr double kRateKnown_s = 0.3;
 
-void write_all(int fd, std::string_view text)
+/// Zero, or the errno of what cannot be written.
+int write_all(int fd, std::string_view text)
 {
     while (!text.empty()) {
         const ssize_t count = write(fd, text.data(), text.size());
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0)
-            return;
-        text.remove_prefix(static_cast<size_t>(count));
+        if (count >= 0) {
+            text.remove_prefix(static_cast<size_t>(count));
+        } else if (errno == EAGAIN) { // whoever shares the pipe has made it so
+            pollfd writable{fd, POLLOUT, 0};
+            poll(&writable, 1, -1);
+        } else if (errno != EINTR) {
+            return errno;
+        }
     }
+    return 0;
 }
 
 bool variable_is_set(const char* name)
@@ -136,7 +142,7 @@ std::pair<size_t, size_t> Display::size() const
 void Display::pass_on(std::span<const uint8_t> bytes)
 {
     const std::lock_guard lock(mutex_);
-    write_all(out_fd_, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    write_out({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
 }
 
 void Display::begin(std::string phase, uint64_t total_bytes)
@@ -210,7 +216,7 @@ bool Display::confirm(const std::string& question)
     {
         const std::lock_guard lock(mutex_);
         erase_bar();
-        write_all(out_fd_, question + " [y/N] ");
+        write_out(question + " [y/N] ");
     }
     char answer[16] = "";
     if (std::fgets(answer, sizeof answer, stdin) == nullptr)
@@ -218,10 +224,34 @@ bool Display::confirm(const std::string& question)
     return answer[0] == 'y' || answer[0] == 'Y';
 }
 
+void Display::write_out(std::string_view text)
+{
+    const int error = write_all(out_fd_, text);
+    if (output_error_ == 0)
+        output_error_ = error;
+}
+
+void Display::set_last_line(last_words::LastLine kind, std::string_view head)
+{
+    last_words::set_last_line(out_fd_, kind, head);
+}
+
+std::string Display::output_complaint() const
+{
+    const std::lock_guard lock(mutex_);
+    return output_error_ == 0
+               ? ""
+               : std::string("cannot write to standard output: ") + std::strerror(output_error_);
+}
+
 void Display::put_line(int fd, std::string_view line)
 {
     erase_bar();
-    write_all(fd, std::string(line) + "\n");
+    const std::string text = std::string(line) + "\n";
+    if (fd == out_fd_)
+        write_out(text);
+    else
+        (void)write_all(fd, text); // there is nowhere to complain
     if (active_ && live_)
         redraw(true);
 }
@@ -230,7 +260,7 @@ void Display::erase_bar()
 {
     if (!bar_visible_)
         return;
-    write_all(out_fd_, "\r\033[K");
+    write_out("\r\033[K");
     bar_visible_ = false;
     last_words::set_line_open(false);
 }
@@ -244,7 +274,7 @@ void Display::redraw(bool always)
     bar_visible_ = true;
     last_words::set_line_open(true);
     // One column stays free: a full line would make some terminals wrap.
-    write_all(out_fd_, "\r" + bar_line(terminal_width(out_fd_) - 1) + "\033[K");
+    write_out("\r" + bar_line(terminal_width(out_fd_) - 1) + "\033[K");
 }
 
 std::string Display::bar_line(size_t width) const

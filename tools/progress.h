@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "last_words.h"
+
 #include <chrono>
 #include <cstdint>
 #include <mutex>
@@ -62,12 +64,18 @@ public:
     /// Time passes: redraws.
     void tick();
 
+    /// What an end in the middle still puts on standard output (last_words.h).
+    void set_last_line(last_words::LastLine kind, std::string_view head);
+    /// Why not everything has reached standard output; "" when it has. The work goes on without it.
+    std::string output_complaint() const;
+
     /// Asks a yes-or-no question; false when nobody can answer.
     bool confirm(const std::string& question);
 
 private:
     using Clock = std::chrono::steady_clock;
 
+    void write_out(std::string_view text);
     void put_line(int fd, std::string_view line);
     void redraw(bool always);
     void erase_bar();
@@ -87,6 +95,7 @@ private:
     bool colour_;
 
     mutable std::mutex mutex_;
+    int output_error_ = 0; ///< errno of the first one
     bool events_ = false;
     bool quiet_ = false;
     bool active_ = false;

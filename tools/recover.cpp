@@ -21,16 +21,22 @@ void refuse_healthy(const Camera& camera, bool force)
                           "'--force' recovers all the same");
 }
 
-std::string chosen_file(const Camera& camera, const std::string& file)
+std::string find_backup(const Camera& camera)
 {
-    if (!file.empty())
-        return file;
     const auto backup = newest_backup(camera.entry());
     if (!backup)
         throw Failure(kExitFailure, "there is no backup of " + camera.name() + " in '" +
-                                        backup_folder().string() +
-                                        "'; 'nyxus recover FILE' takes another file");
+                                        backup_folder().string() + "'");
     return backup->string();
+}
+
+std::string chosen_file(const Camera& camera, const std::string& file)
+{
+    try {
+        return file.empty() ? find_backup(camera) : file;
+    } catch (const Failure& failure) {
+        throw Failure(failure.code(), failure.text() + "; 'nyxus recover FILE' takes another file");
+    }
 }
 
 /// Loads what the camera is to hold; the file that this comes from.
@@ -49,7 +55,7 @@ ExitCode plan_recovery(Console& console, const Arguments& arguments)
     Camera camera = open_with_rom(console, arguments);
     const std::string file = load_contents(camera, arguments);
     console.display().note("recovering " + camera.name() + " from '" + file + "'");
-    print_install_plan(console, arguments, camera, false);
+    print_install_plan(console, arguments, camera, false, {});
     return kExitOk;
 }
 
@@ -57,18 +63,21 @@ void recover(Console& console, const Arguments& arguments, Result& result)
 {
     Camera camera = open_with_rom(console, arguments);
     result.camera = label_of(camera);
+    promise_result(console, result);
     const std::string file = load_contents(camera, arguments);
     console.drain();
     console.display().note("recovering " + camera.name() + " from '" + file + "'");
+    std::vector<uint8_t> before;
     if (!arguments.skip_backup)
-        back_up(console, camera, read_replaced(console, camera));
+        before = read_replaced(console, camera);
+    back_up(console, camera, arguments, before);
     install(console, camera, arguments, false, result.rom);
     result.message = format("recovered: %zu bytes", firmware().size()) +
                      (arguments.skip_verify ? ", not read back" : ", read back and equal");
     result.bytes = firmware().size();
     console.display().say(result.message);
     if (arguments.reset)
-        restart(console, std::move(camera), arguments.return_wait_s());
+        start_new_firmware(console, std::move(camera), arguments.return_wait_s());
     else
         console.display().note("the firmware starts with the next reset: run 'nyxus reset'");
 }

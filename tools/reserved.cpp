@@ -83,8 +83,9 @@ void add_reserved_command(CLI::App& app, Arguments& arguments)
 {
     const auto file = std::make_shared<std::string>();
     const auto bytes = std::make_shared<std::vector<uint8_t>>();
-    CLI::App* command = add_command(app, "reserved", "Read or write the reserved area of the flash",
-                                    "nyxus reserved read notes.bin");
+    CLI::App* command = add_command(
+        app, "reserved", "Read or write the flash's reserved area, which an upgrade erases",
+        "nyxus reserved read notes.bin");
     command->require_subcommand(1);
     CLI::App* read =
         add_command(*command, "read", "Copy the area to a file", "nyxus reserved read notes.bin");

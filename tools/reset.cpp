@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "backup.h"
 #include "commands.h"
 #include "failure.h"
 #include "result.h"
@@ -60,19 +61,30 @@ CameraEntry wait_for_return(Console& console, const CameraEntry& before, unsigne
     }
 }
 
-std::string restart(Console& console, Camera camera, unsigned wait_s)
+/// Restarts the camera, waits for its return and says how it came back.
+static Camera restart(Console& console, Camera camera, unsigned wait_s)
 {
     const CameraEntry before = camera.entry();
     Display& display = console.display();
     display.begin("restarting", 0);
     request_restart(std::move(camera));
     const CameraEntry now = wait_for_return(console, before, wait_s);
-    const Camera returned = Camera::open(now);
+    Camera returned = Camera::open(now);
     console.drain();
     display.end();
-    std::string sentence = returned.name() + " " + firmware_sentence(returned);
-    display.say(sentence);
-    return sentence;
+    forget_change(before);
+    display.say(returned.name() + " " + firmware_sentence(returned));
+    return returned;
+}
+
+void start_new_firmware(Console& console, Camera camera, unsigned wait_s)
+{
+    const Camera returned = restart(console, std::move(camera), wait_s);
+    if (!returned.runs_external_firmware())
+        throw Failure(kExitFailure, returned.name() +
+                                        " came back with its mask ROM: it does not start what was "
+                                        "written; 'nyxus upgrade' installs another image, "
+                                        "'nyxus recover FILE' an older backup");
 }
 
 ExitCode run_reset(Console& console, const Arguments& arguments)
@@ -80,7 +92,9 @@ ExitCode run_reset(Console& console, const Arguments& arguments)
     return run_with_result(console, arguments, [&](Result& result) {
         Camera camera = open_chosen(console, arguments);
         result.camera = label_of(camera);
-        result.message = restart(console, std::move(camera), arguments.return_wait_s());
+        promise_result(console, result);
+        const Camera returned = restart(console, std::move(camera), arguments.return_wait_s());
+        result.message = returned.name() + " " + firmware_sentence(returned);
         return kExitOk;
     });
 }

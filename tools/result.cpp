@@ -2,6 +2,7 @@
 #include "result.h"
 
 #include "failure.h"
+#include "last_words.h"
 
 #include <chrono>
 
@@ -15,8 +16,10 @@ void report(Console& console, Result& result, Clock::time_point begun)
 {
     result.seconds = std::chrono::duration<double>(Clock::now() - begun).count();
     console.drain();
-    if (console.display().tells_events())
-        console.display().put_event(json_line(result));
+    Display& display = console.display();
+    display.set_last_line(last_words::LastLine::kNone, "");
+    if (display.tells_events())
+        display.put_event(json_line(result));
 }
 
 } // namespace
@@ -31,6 +34,7 @@ ExitCode run_with_result(Console& console, const Arguments& arguments,
     const Clock::time_point begun = Clock::now();
     Result result;
     result.outcome = Outcome::kDone;
+    promise_result(console, result);
     try {
         result.exit_code = work(result);
     } catch (const Failure& failure) {
@@ -43,6 +47,17 @@ ExitCode run_with_result(Console& console, const Arguments& arguments,
     }
     report(console, result, begun);
     return static_cast<ExitCode>(result.exit_code);
+}
+
+void promise_result(Console& console, const Result& result)
+{
+    if (!console.display().tells_events())
+        return;
+    Values head = {{"event", "result"}};
+    head.update(json_of(result.camera));
+    std::string line = json_line(head);
+    line.back() = ',';
+    console.display().set_last_line(last_words::LastLine::kResult, line);
 }
 
 CameraLabel label_of(const Camera& camera)

@@ -15,6 +15,9 @@ namespace tool {
 ExitCode run_with_result(Console& console, const Arguments& arguments,
                          const std::function<ExitCode(Result&)>& work);
 
+/// With --json: an end in the middle tells of this camera, too, as far as that is known now.
+void promise_result(Console& console, const Result& result);
+
 CameraLabel label_of(const Camera& camera);
 Values json_of(const CameraLabel& camera);
 

@@ -18,7 +18,7 @@ void add_programming(CLI::App* command, Arguments& arguments)
         ->type_name("KIB")
         ->check(one_of({"4", "8", "16", "32"}));
     command->add_flag("--no-backup", arguments.skip_backup,
-                      "Do not keep a copy of what the ROM holds");
+                      "Do not keep a copy of what the ROM holds, a flash's reserved area included");
     command->add_flag("--no-verify", arguments.skip_verify, "Do not read back and compare");
     command->add_flag("--reset", arguments.reset,
                       "Restart the camera afterwards and show its new version");

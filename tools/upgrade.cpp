@@ -29,14 +29,12 @@ bool is_up_to_date(std::span<const uint8_t> rom, bool with_mfi)
 /// Looks at what is there: true when nothing has to be done, otherwise there is a backup.
 bool prepare(Console& console, Camera& camera, const Arguments& arguments, bool with_mfi)
 {
-    if (arguments.force && arguments.skip_backup)
-        return false;
-    const std::vector<uint8_t> before = read_replaced(console, camera);
-    if (!arguments.force && is_up_to_date(before, with_mfi)) {
+    std::vector<uint8_t> before;
+    if (!arguments.force || !arguments.skip_backup)
+        before = read_replaced(console, camera);
+    if (!arguments.force && is_up_to_date(before, with_mfi))
         return true;
-    }
-    if (!arguments.skip_backup)
-        back_up(console, camera, before);
+    back_up(console, camera, arguments, before);
     return false;
 }
 
@@ -63,10 +61,13 @@ ExitCode plan_upgrade(Console& console, const Arguments& arguments)
     const bool with_mfi = load_images(arguments);
     Camera camera = open_with_rom(console, arguments);
     check_images(camera, with_mfi);
-    if (!arguments.force && is_up_to_date(read_replaced(console, camera), with_mfi))
+    std::vector<uint8_t> before;
+    if (!arguments.force)
+        before = read_replaced(console, camera);
+    if (!arguments.force && is_up_to_date(before, with_mfi))
         print_nothing_to_do(console, arguments, camera, kUpToDate);
     else
-        print_install_plan(console, arguments, camera, with_mfi);
+        print_install_plan(console, arguments, camera, with_mfi, before);
     return kExitOk;
 }
 
@@ -75,6 +76,7 @@ void upgrade(Console& console, const Arguments& arguments, Result& result)
     const bool with_mfi = load_images(arguments);
     Camera camera = open_with_rom(console, arguments);
     result.camera = label_of(camera);
+    promise_result(console, result);
     check_images(camera, with_mfi);
     console.drain();
     console.display().note("upgrading " + camera.name());
@@ -89,7 +91,7 @@ void upgrade(Console& console, const Arguments& arguments, Result& result)
     }
     console.display().say(result.message);
     if (arguments.reset)
-        restart(console, std::move(camera), arguments.return_wait_s());
+        start_new_firmware(console, std::move(camera), arguments.return_wait_s());
     else if (!done)
         console.display().note("the new firmware starts with the next reset: run 'nyxus reset'");
     result.outcome = done ? Outcome::kUpToDate : Outcome::kUpgraded;

@@ -3,8 +3,10 @@
 #include "bench.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 using namespace test;
+using nlohmann::json;
 
 namespace {
 
@@ -71,6 +73,69 @@ TEST(Faults, AnUpgradeGoesOnWithACameraThatComesBack)
         EXPECT_TRUE(contains(outcome.err, "the camera is gone")) << outcome.err;
         EXPECT_TRUE(contains(outcome.out, "read back and equal")) << outcome.out;
     }
+}
+
+TEST(Faults, ACameraThatIsLostBeforeItsEraseIsKnownByItsSerialNumber)
+{
+    Bench bench;
+    const std::string image = bench.image("fi2-spi", "0x0205");
+    bench.set_faults(
+        R"([{"when": {"selector": 14, "request": "SET_CUR", "count": 1}, "do": "unplug",
+                          "replug_ms": 100}])");
+    const Outcome outcome = bench.nyxus({"fi2-spi"}, {"upgrade", image});
+    EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+    EXPECT_TRUE(contains(outcome.err, "the camera is gone, perhaps unplugged; nothing was written"))
+        << outcome.err;
+}
+
+TEST(Faults, ACameraThatIsLostWhileItIsReadBackIsOnlyReadBackAgain)
+{
+    for (const bool returns : {true, false}) {
+        Bench bench;
+        const std::string image = bench.image(kModel, "0x0205");
+        bench.set_faults(
+            R"([{"when": {"rom_address": "0x2000", "request": "GET_CUR"}, "times": 1, "do": "unplug")" +
+            std::string(returns ? R"(, "replug_ms": 100}])" : "}]"));
+        const Outcome outcome = bench.nyxus({kModel}, {"upgrade", image, "--force", "--no-backup",
+                                                       "--json", "--wait", returns ? "5" : "0"});
+        EXPECT_EQ(outcome.exit_code, returns ? 0 : 11) << outcome.err;
+        EXPECT_TRUE(contains(outcome.out, returns ? R"("rom":"new")" : R"("rom":"unverified")"))
+            << outcome.out;
+        EXPECT_TRUE(contains(outcome.err, "the ROM was written but not read back")) << outcome.err;
+        EXPECT_FALSE(contains(outcome.err, "incomplete")) << outcome.err;
+        EXPECT_EQ(outcome.out.find("\"erasing\"", outcome.out.find("\"verifying\"")),
+                  std::string::npos);
+    }
+}
+
+json last_line(const std::string& text)
+{
+    const size_t begin = text.find_last_of('\n', text.size() - 2);
+    return json::parse(text.substr(begin == std::string::npos ? 0 : begin + 1));
+}
+
+TEST(Faults, ACameraThatIsSilentIsToldInJsonToo)
+{
+    Bench bench;
+    const std::string image = bench.image(kModel, "0x0205");
+    bench.set_faults(
+        R"([{"when": {"rom_address": "0x2000", "request": "SET_CUR"}, "do": "no-answer"}])");
+    const Outcome upgrade = bench.nyxus(
+        {kModel}, {"upgrade", image, "--force", "--no-backup", "--json", "--patience", "1"});
+    EXPECT_EQ(upgrade.exit_code, 10) << upgrade.err;
+    const json result = last_line(upgrade.out);
+    EXPECT_EQ(result["event"], "result");
+    EXPECT_EQ(result["outcome"], "failed");
+    EXPECT_EQ(result["rom"], "incomplete");
+    EXPECT_EQ(result["exit_code"], 10);
+    EXPECT_EQ(result["port"], "1-1");
+    EXPECT_GE(result["seconds"], 1.0);
+    EXPECT_EQ("nyxus: " + result["message"].get<std::string>() + "\n", upgrade.err);
+
+    bench.set_faults(R"([{"when": {"transfer": 40}, "do": "no-answer"}])");
+    const Outcome info = bench.nyxus({kModel}, {"info", "--json", "--patience", "1"});
+    EXPECT_EQ(info.exit_code, 10) << info.err;
+    EXPECT_EQ(last_line(info.out)["error"]["exit_code"], 10) << info.out;
 }
 
 TEST(Faults, TheSimulatorTellsOfMistakesAndOfFaultsThatNeverHappened)

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <fstream>
+#include <nlohmann/json.hpp>
 
 using namespace test;
 
@@ -23,6 +24,23 @@ Bytes factory_rom(const Bench& bench, const std::string& model)
     Bytes rom = read_file(bench.rom_file());
     rom.resize(std::min(rom.size(), kReplaced));
     return rom;
+}
+
+/// Runs a bash script with a fast camera whose ROM is a file; $NYXUS and $SIM are the programs.
+Outcome run_script(const Bench& bench, const std::string& model, const std::string& script,
+                   const std::string& faults = "[]")
+{
+    write_file(bench.path("faults"), {faults.begin(), faults.end()});
+    RunOptions options;
+    options.environment = {{"NYXUS", NYXUS_PROGRAM},
+                           {"SIM", SIMULATOR_PROGRAM},
+                           {"REPLUG", "\"$SIM\" do unplug; \"$SIM\" do replug"},
+                           {"SECOND", bench.image(model, "0x0205")},
+                           {"THIRD", bench.image(model, "0x0206")}};
+    return run_program(
+        {SIMULATOR_PROGRAM, "run", "--speed", "fast", "--faults", bench.path("faults"), "--camera",
+         model + ",rom=" + bench.rom_file(), "--", "bash", "-c", script},
+        options);
 }
 
 TEST(Backup, HoldsWhatTheUpgradeReplaces)
@@ -68,10 +86,20 @@ TEST(Backup, ThatCannotBeKeptStopsTheUpgrade)
     EXPECT_TRUE(contains(outcome.err, "nothing was written ('--no-backup' goes on without one)"))
         << outcome.err;
     EXPECT_EQ(factory_rom(bench, kModel), before);
+    const Outcome recover = bench.nyxus({std::string(kModel) + ",blank"}, {"recover"});
+    EXPECT_TRUE(contains(recover.err, "Not a directory; 'nyxus recover FILE' takes"))
+        << recover.err;
+
+    std::filesystem::remove(bench.state_folder());
+    const Outcome full =
+        run_script(bench, kModel, "trap '' XFSZ; ulimit -f 10; \"$NYXUS\" upgrade \"$SECOND\"");
+    EXPECT_TRUE(contains(full.err, "File too large; nothing was written ('--no-backup' goes on"))
+        << full.err;
 }
 
-/// Interrupts the upgrade as soon as a phase has begun.
-Outcome interrupted(const Bench& bench, const std::string& phase, const std::string& signals)
+/// Interrupts the upgrade as soon as a phase has begun; `more` commands follow.
+Outcome interrupted(const Bench& bench, const std::string& phase, const std::string& signals,
+                    const std::string& more = ":")
 {
     // Job control, because a shell without it has its background jobs ignore interrupts.
     return bench.shell(std::string(kModel) + ",rom=" + bench.rom_file(),
@@ -80,10 +108,11 @@ Outcome interrupted(const Bench& bench, const std::string& phase, const std::str
                            phase +
                            "' \"$OUT\"; do sleep 0.01; done\n"
                            "for s in " +
-                           signals +
-                           "; do kill -$s $pid; sleep 0.05; done\n"
-                           "wait $pid; exit $?",
-                       {{"IMAGE", bench.image(kModel, "0x0205")}, {"OUT", bench.path("out")}});
+                           signals + "; do kill -$s $pid; sleep 0.05; done\n" + more +
+                           "\nwait $pid; exit $?",
+                       {{"IMAGE", bench.image(kModel, "0x0205")},
+                        {"OUT", bench.path("out")},
+                        {"SIM", SIMULATOR_PROGRAM}});
 }
 
 TEST(Interrupt, TakesEffectAtASafePoint)
@@ -98,6 +127,9 @@ TEST(Interrupt, TakesEffectAtASafePoint)
         {"reading", "INT", "interrupted: nothing was written\n", true, false},
         {"erasing", "INT", "interrupted: the ROM was written but not read back; ", false, true},
         {"programming", "TERM", "interrupted: the ROM was written but not read back; ", false,
+         true},
+        {"programming", "HUP", "interrupted: the ROM was written but not read back; ", false, true},
+        {"programming", "QUIT", "interrupted: the ROM was written but not read back; ", false,
          true},
         {"programming", "INT INT", "interrupted: the ROM is incomplete; run the upgrade", false,
          false},
@@ -114,6 +146,88 @@ TEST(Interrupt, TakesEffectAtASafePoint)
         rom.resize(image.size());
         EXPECT_EQ(rom == image, has_new_rom) << phase;
     }
+}
+
+TEST(Interrupt, HoldsWhenTheCameraIsLost)
+{
+    const struct {
+        const char* signals;
+        const char* more;
+        const char* message;
+    } cases[] = {
+        {"INT", "\"$SIM\" do unplug", "nyxus: interrupted; programming the ROM failed: "},
+        {"",
+         "\"$SIM\" do unplug; until grep -q ^waiting \"$OUT\"; do sleep 0.01; done; kill -INT $pid",
+         "nyxus: interrupted: the ROM is incomplete now, run the upgrade again\n"},
+    };
+    for (const auto& c : cases) {
+        const Bench bench;
+        const Outcome outcome = interrupted(bench, "programming", c.signals, c.more);
+        EXPECT_EQ(outcome.exit_code, 130) << outcome.err;
+        EXPECT_TRUE(contains(outcome.err, c.message)) << outcome.err;
+        EXPECT_TRUE(contains(outcome.err, "the ROM is incomplete now")) << outcome.err;
+    }
+}
+
+TEST(Interrupt, EndsJsonWithAResult)
+{
+    const struct {
+        const char* phase;
+        const char* signals;
+        const char* rom;
+    } cases[] = {{"reading", "INT", "unchanged"}, {"programming", "INT INT", "incomplete"}};
+    for (const auto& c : cases) {
+        const Bench bench;
+        const Outcome outcome =
+            bench.shell(kModel,
+                        "set -m; \"$NYXUS\" upgrade --json \"$IMAGE\" >\"$OUT\" & pid=$!\n"
+                        "until grep -q '\"" +
+                            std::string(c.phase) +
+                            "\"' \"$OUT\"; do sleep 0.01; done\n"
+                            "for s in " +
+                            c.signals +
+                            "; do kill -$s $pid; sleep 0.05; done\n"
+                            "wait $pid; code=$?; tail -n 1 \"$OUT\"; exit $code",
+                        {{"IMAGE", bench.image(kModel, "0x0205")}, {"OUT", bench.path("out")}});
+        EXPECT_EQ(outcome.exit_code, 130) << outcome.err;
+        const auto result = nlohmann::json::parse(outcome.out);
+        EXPECT_EQ(result["event"], "result") << outcome.out;
+        EXPECT_EQ(result["outcome"], "interrupted");
+        EXPECT_EQ(result["rom"], c.rom);
+        EXPECT_EQ(result["product"], kModel) << outcome.out;
+        EXPECT_TRUE(contains(outcome.err, result["message"].get<std::string>())) << outcome.err;
+    }
+}
+
+TEST(Interrupt, IsNoReaderThatGoesAway)
+{
+    const Bench bench;
+    factory_rom(bench, kModel);
+    const Outcome outcome = run_script(
+        bench, kModel, "\"$NYXUS\" upgrade --json \"$SECOND\" | grep -q '\"programming\"'");
+    EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+    const Bytes image = read_file(bench.path(std::string(kModel) + " 0x0205.bin"));
+    Bytes rom = read_file(bench.rom_file());
+    rom.resize(image.size());
+    EXPECT_EQ(rom, image);
+}
+
+TEST(Output, ThatCannotBeWrittenIsAFailureAfterTheWork)
+{
+    const Bench bench;
+    for (const char* command :
+         {"info --json", "list", "--version", "help upgrade", "flip", "reserved read -",
+          "motion poll --watch --count 1", "upgrade \"$SECOND\""}) {
+        const Outcome outcome = run_script(
+            bench, kModel, "timeout 20 \"$NYXUS\" " + std::string(command) + " >/dev/full");
+        EXPECT_EQ(outcome.exit_code, 1) << command;
+        EXPECT_EQ(outcome.err, "nyxus: cannot write to standard output: No space left on device\n")
+            << command;
+    }
+    const Bytes image = read_file(bench.path(std::string(kModel) + " 0x0205.bin"));
+    Bytes rom = read_file(bench.rom_file());
+    rom.resize(image.size());
+    EXPECT_EQ(rom, image);
 }
 
 TEST(Recover, BringsTheLatestBackupBack)
@@ -138,6 +252,81 @@ TEST(Recover, BringsTheLatestBackupBack)
     Bytes rom = read_file(bench.rom_file());
     rom.resize(factory.size());
     EXPECT_EQ(rom, factory);
+}
+
+// The camera goes on running from its memory what the ROM held before a failed upgrade.
+TEST(Recover, PassesOverWhatNeverStarted)
+{
+    // The erase of a flash is the first access to 0x2000.
+    for (const auto& [model, first] :
+         {std::pair("rowan-spi", 2), std::pair("hawthorn-eeprom", 1)}) {
+        const Bench bench;
+        const Bytes factory = factory_rom(bench, model);
+        const std::string stalls = R"([{"when": {"rom_address": "0x2000", "request": "SET_CUR",
+                                                 "count": [)" +
+                                   std::to_string(first) + ", " + std::to_string(first + 1) +
+                                   R"(]}, "do": "stall"}])";
+        const Outcome outcome = run_script(
+            bench, model,
+            "for i in 1 2; do \"$NYXUS\" -q upgrade \"$SECOND\" --eeprom 32 && exit 99; done\n"
+            "eval \"$REPLUG\"; \"$NYXUS\" recover --reset --eeprom 32",
+            stalls);
+        EXPECT_EQ(outcome.exit_code, 0) << model << outcome.err;
+        EXPECT_TRUE(contains(outcome.out, "runs external firmware 0x0100")) << outcome.out;
+        Bytes rom = read_file(bench.rom_file());
+        rom.resize(factory.size());
+        EXPECT_EQ(rom, factory) << model;
+    }
+}
+
+TEST(Backup, HoldsTheReservedAreaThatAnUpgradeErases)
+{
+    const Bench bench;
+    const Bytes notes = {1, 2, 3};
+    write_file(bench.path("notes"), notes);
+    const std::string image = bench.image(kModel, "0x0205");
+    const std::string remark = "the reserved area (0x7F00) is erased, too; ";
+    EXPECT_FALSE(contains(bench.nyxus_with_rom(kModel, {"upgrade", image, "-n"}).out, remark));
+    EXPECT_EQ(bench.nyxus_with_rom(kModel, {"reserved", "write", bench.path("notes")}).exit_code,
+              0);
+    EXPECT_TRUE(contains(bench.nyxus_with_rom(kModel, {"upgrade", image, "-n"}).out,
+                         remark + "the backup holds it"));
+    EXPECT_TRUE(contains(bench.nyxus_with_rom(kModel, {"upgrade", image, "-n", "--no-backup"}).out,
+                         remark + "'nyxus reserved read FILE' keeps it"));
+    EXPECT_TRUE(contains(bench.nyxus_with_rom(kModel, {"upgrade", image}).out,
+                         remark + "the backup holds it"));
+    ASSERT_EQ(bench.backups().size(), 1U);
+    Bytes area = read_file(bench.backups().front());
+    area.erase(area.begin(), area.begin() + 0x7F00);
+    area.resize(notes.size());
+    EXPECT_EQ(area, notes);
+}
+
+TEST(Backup, IsProvenOnceTheCameraHasStartedFromIt)
+{
+    const Bench bench;
+    const auto proven = [&](const std::string& script) {
+        std::filesystem::remove_all(bench.state_folder());
+        const Outcome outcome = run_script(bench, kModel, script);
+        EXPECT_EQ(outcome.exit_code, 0) << script << outcome.err;
+        return bench.backups().size() == 2 && bench.backups().back().extension() == ".rom";
+    };
+    EXPECT_FALSE(proven("\"$NYXUS\" upgrade \"$SECOND\" && \"$NYXUS\" upgrade \"$THIRD\""));
+    EXPECT_TRUE(proven("\"$NYXUS\" upgrade \"$SECOND\" --reset && \"$NYXUS\" upgrade \"$THIRD\""));
+    EXPECT_TRUE(
+        proven("\"$NYXUS\" upgrade \"$SECOND\"; eval \"$REPLUG\"; \"$NYXUS\" upgrade \"$THIRD\""));
+}
+
+TEST(Recover, FailsWhenTheCameraDoesNotStartWhatWasWritten)
+{
+    const Bench bench;
+    Bytes broken = factory_rom(bench, kModel);
+    broken[0x1000] ^= 0xFF;
+    write_file(bench.path("broken"), broken);
+    const Outcome outcome =
+        bench.nyxus_with_rom(kModel, {"recover", bench.path("broken"), "--force", "--reset"});
+    EXPECT_EQ(outcome.exit_code, 1);
+    EXPECT_TRUE(contains(outcome.err, "came back with its mask ROM")) << outcome.err;
 }
 
 TEST(Recover, SaysWhatItLacks)
