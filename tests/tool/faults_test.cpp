@@ -58,6 +58,31 @@ TEST(Faults, AnUpgradeThatFailsSaysWhyAndIsHealedByAnother)
     }
 }
 
+/// Any of the transfers with which a camera is opened may fail in passing. An EEPROM is the worst
+/// case: what is taken for a blank one may be anything.
+TEST(Faults, ATransferThatFailsMakesNoRomBlank)
+{
+    constexpr int kMost = 100;
+    int reported = 0;
+    bool happened = true;
+    for (int transfer = 1; happened && transfer < kMost; ++transfer) {
+        Bench bench;
+        bench.set_faults(R"([{"when": {"transfer": )" + std::to_string(transfer) +
+                         R"(}, "do": "io-error"}])");
+        const Outcome info = bench.nyxus({"hawthorn-eeprom"}, {"info", "--json"});
+        happened = !contains(info.err, "never happened");
+        if (info.exit_code == 0) {
+            EXPECT_TRUE(contains(info.out, "\"holds_firmware\": true"))
+                << "transfer " << transfer << ": " << info.out;
+        } else {
+            EXPECT_TRUE(contains(info.err, "USB transfer error")) << info.err;
+            ++reported;
+        }
+    }
+    EXPECT_FALSE(happened);
+    EXPECT_GT(reported, 0);
+}
+
 TEST(Faults, AnUpgradeGoesOnWithACameraThatComesBack)
 {
     for (const char* effect : {"unplug", "power-cut"}) {
