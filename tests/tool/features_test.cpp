@@ -290,6 +290,39 @@ TEST(Features, PicturesAndVideoReachTheirFiles)
     }
 }
 
+TEST(Features, AStreamThatIsInterruptedTellsWhatItHasReceived)
+{
+    const struct {
+        const char* options;
+        int exit_code;
+        size_t lines; ///< of JSON: what was received, and whether something is missing
+    } cases[] = {{"", 0, 5}, {"--count 1000000", 130, 6}};
+    for (const auto& c : cases) {
+        const Bench bench;
+        const Outcome outcome = bench.shell(
+            kModel,
+            "\"$NYXUS\" stream --size 320x240 --json --raw \"$RAW\" " + std::string(c.options) +
+                " & pid=$!\nuntil [ -s \"$RAW\" ]; do sleep 0.05; done\n"
+                "kill -TERM $pid; wait $pid",
+            {{"RAW", bench.path("raw")}});
+        EXPECT_EQ(outcome.exit_code, c.exit_code) << outcome.err;
+        EXPECT_EQ(static_cast<size_t>(std::ranges::count(outcome.out, '\n')), c.lines);
+        const json received = json::parse(outcome.out.substr(0, outcome.out.find("}\n") + 1));
+        EXPECT_EQ(received["frames"].get<size_t>() * 320 * 240 * 2,
+                  read_file(bench.path("raw")).size());
+    }
+}
+
+TEST(Features, AStreamWithoutACameraLeavesTheFileAlone)
+{
+    const Bench bench;
+    write_file(bench.path("raw"), {1, 2, 3});
+    const Outcome outcome =
+        bench.nyxus({kModel}, {"stream", "-c", "nobody", "--raw", bench.path("raw")});
+    EXPECT_EQ(outcome.exit_code, 3) << outcome.err;
+    EXPECT_EQ(read_file(bench.path("raw")).size(), 3U);
+}
+
 /// What a user is told whose kernel lends less to USB than the picture needs.
 TEST(Features, StreamsWarnOfTooSmallAKernelLimit)
 {
