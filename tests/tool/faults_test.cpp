@@ -48,6 +48,11 @@ TEST(Faults, AnUpgradeThatFailsSaysWhyAndIsHealedByAnother)
         EXPECT_EQ(failed.exit_code, c.exit_code) << c.fault << failed.err;
         EXPECT_TRUE(contains(failed.err, c.message)) << c.fault << failed.err;
 
+        if (failed.err.ends_with("]\n")) { // a status of the library, which explain knows
+            const Outcome explained = run_program({NYXUS_PROGRAM, "explain", failed.err});
+            EXPECT_EQ(explained.exit_code, 0) << explained.err;
+        }
+
         bench.set_faults("");
         Words healing = {"upgrade", image, "--reset"};
         if (contains(c.model, "eeprom")) // without firmware it does not tell its size
