@@ -174,7 +174,7 @@ public:
         : arguments_(arguments),
           jobs_(std::move(jobs)),
           limit_(arguments.jobs == 0 ? jobs_.size() : arguments.jobs),
-          view_(make_gang_view(console.display(), jobs_, arguments.json))
+          view_(make_gang_view(console.display(), jobs_, arguments.json, arguments.quiet))
     {
     }
 

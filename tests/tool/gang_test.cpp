@@ -153,6 +153,25 @@ TEST(Gang, InterruptsBringTheCamerasToASafePointOrStopThem)
     }
 }
 
+TEST(Gang, AQuietOneTellsHowEachCameraEndedAndNoMore)
+{
+    const Bench bench;
+    const std::string image = bench.image(kModel, "0x0205");
+    const Words cameras = {"rowan-spi,serial=A1", "cedar-spi,serial=B2"};
+    RunOptions terminal;
+    terminal.environment = {{"TERM", "xterm"}, {"NO_COLOR", "1"}};
+    terminal.terminal_columns = 100;
+    for (const RunOptions& options : {RunOptions(), terminal}) {
+        const Outcome outcome = bench.nyxus(cameras, {"upgrade", "--all", "-q", image}, options);
+        EXPECT_EQ(outcome.exit_code, 7) << outcome.err;
+        EXPECT_EQ(std::ranges::count(outcome.out, '\n'), 4) << outcome.out;
+        EXPECT_TRUE(contains(outcome.out, "1-1  A1  rowan-spi  upgraded: ")) << outcome.out;
+        EXPECT_TRUE(contains(outcome.out, "the ROM is unchanged")) << outcome.out;
+        EXPECT_TRUE(contains(outcome.out, ": 1 upgraded, 1 failed")) << outcome.out;
+        EXPECT_EQ(outcome.out.find('\033'), std::string::npos);
+    }
+}
+
 TEST(Gang, ShowsATableOnATerminal)
 {
     Bench bench;
