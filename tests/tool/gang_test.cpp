@@ -105,6 +105,23 @@ TEST(Gang, TellsHowEachCameraEndsAndTheWorstOfIt)
     EXPECT_EQ(rom, expected);
 }
 
+/// A supervisor may ignore the ends of its children, and a file may have any name.
+TEST(Gang, CopesWithTheWorldThatItIsStartedIn)
+{
+    const Bench bench;
+    const std::string image = bench.image(kModel, "0x0205");
+    std::filesystem::rename(image, bench.path("-n.bin"));
+    std::filesystem::rename(bench.mfi_image("VELKA_0001_LINK"), bench.path("--mfi.bin"));
+    const Outcome outcome =
+        run_script({"rowan-spi,serial=A1", "cedar-spi,serial=B2"}, {"--speed", "fast"},
+                   "cd \"$FOLDER\" && exec timeout -s KILL 50 env --ignore-signal=CHLD \"$NYXUS\" "
+                   "upgrade --all -q "
+                   "--force --mfi=--mfi.bin -- -n.bin",
+                   {{"FOLDER", bench.path("")}});
+    EXPECT_EQ(outcome.exit_code, 7) << outcome.err;
+    EXPECT_TRUE(contains(outcome.out, ": 1 upgraded, 1 failed")) << outcome.out << outcome.err;
+}
+
 TEST(Gang, UpgradesSixteenCamerasOfOneSerialNumberAFewAtATime)
 {
     const Bench bench;
