@@ -83,6 +83,17 @@ documents_every_key() {
     expect_code 2 "$sim" describe rowan-sip
 }
 
+# Whatever a supervisor ignores; and nothing that we ignore ourselves.
+passes_dispositions_on() {
+    expect_code 7 timeout -s KILL 50 env --ignore-signal=CHLD "$sim" run -- sh -c 'exit 7'
+    ignored='s/^SigIgn:.*\(....\)$/\1/p' # of the first 16 signals
+    for disposition in default ignore; do
+        env --$disposition-signal=PIPE sed -n "$ignored" /proc/self/status >"$work/outside"
+        env --$disposition-signal=PIPE "$sim" run -- sed -n "$ignored" /proc/self/status >"$work/inside"
+        cmp "$work/outside" "$work/inside" || fail "$disposition: $(cat "$work/inside")"
+    done
+}
+
 forwards_signals() {
     "$sim" run -- sh -c 'trap "exit 5" TERM; echo ready; while :; do sleep 0.05; done' >"$work/out" &
     launcher=$!
