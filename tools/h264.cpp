@@ -222,7 +222,7 @@ void run_version(Session& session, const Options&)
 CLI::Option* add_optional(CLI::App* command, const char* name, std::optional<uint32_t>& value,
                           uint32_t least, uint32_t most, const char* help)
 {
-    return command->add_option(name, value, help + format(" (%u to %u)", least, most))
+    return as_number(command->add_option(name, value, help + format(" (%u to %u)", least, most)))
         ->type_name("")
         ->check(CLI::Range(least, most).description(""));
 }
