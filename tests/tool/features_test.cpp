@@ -131,6 +131,8 @@ TEST(Features, EncoderIsSetInTheStandardOrder)
                                {"h264 format 1", 0, "format: 0 -> 1\n"},
                                {"h264 next-frame idr", 0, "next frame: idr\n"},
                                {"h264 version", 0, "version: 1.00\n"},
+                               {"h264 --layer 2 rate-control cbr", 0, ": vbr (layer 0) -> cbr\n"},
+                               {"h264 rate-control", 0, "rate control: cbr (layer 2)\n"},
                                {"h264 reset", 0, "encoder: reset\n"},
                                {"h264 rate-control", 0, "rate control: cbr\n"},
                                {"h264 --published-order version", 12, "no such H.264 control"},
@@ -244,6 +246,8 @@ TEST(Features, OutOfRangeIsRefusedWithTheRange)
         {{"h264", "qp", "1", "0", "52"}, "0 to 51"},
         {{"h264", "iframe-period", "0"}, "1 to 65535"},
         {{"h264", "format", "2"}, "0 to 1"},
+        {{"h264", "--layer", "1", "qp"}, "a setting of a layer that is made"},
+        {{"h264", "--layer", "1", "format", "1"}, "a setting of a layer that is made"},
         {{"sg", "read", "0x23FF", "1"}, "0x2400 to 0x7FFF"},
         {{"sg", "read", "0x7FFF", "2"}, "0x2400 to 0x7FFF"},
     };
