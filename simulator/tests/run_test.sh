@@ -117,6 +117,14 @@ keeps_the_rom() {
     [ -s "$work/new" ] || fail "the ROM of a killed program is lost"
     expect_code 2 "$sim" run --camera rowan-spi --rom "$rom" -- true
     expect_text "$work/err" 'has 32768 bytes'
+    expect_code 2 "$sim" run --camera "hawthorn-eeprom,blank,rom=$rom" -- true
+    expect_text "$work/err" "holds a ROM already"
+    cmp "$rom" "$work/before" || fail "a refused run changed the ROM"
+    cd "$work" || fail "cd"
+    for other in "$work/one.rom" ./one.rom ../"${work##*/}"/one.rom; do
+        expect_code 2 "$sim" run --camera rowan-spi --camera rowan-spi --rom one.rom --rom "$other" -- true
+        expect_text "$work/err" 'in one file'
+    done
     expect_clean
 }
 
