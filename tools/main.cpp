@@ -11,12 +11,6 @@ namespace {
 
 using namespace tool;
 
-/// In one line, because it may stand in the place of line events.
-std::string json_error(const Failure& failure)
-{
-    return json_line(Values{{"error", json_of(failure)}});
-}
-
 ExitCode run_reporting_failures(const Arguments& arguments)
 {
     Console console(arguments.verbosity, arguments.patience_s);

@@ -274,6 +274,11 @@ TEST(Features, ASnapshotGivesUpWhenNoFrameIsComplete)
               "nyxus: no complete frame within 2 s; try a longer --wait or a smaller "
               "--size\n");
     EXPECT_TRUE(read_file(bench.path("shot.png")).empty());
+
+    const Outcome told =
+        bench.nyxus({kModel}, {"snapshot", bench.path("shot.png"), "--wait", "1", "--json"});
+    EXPECT_EQ(told.exit_code, 10) << told.err;
+    EXPECT_EQ(json::parse(told.out)["error"]["exit_code"], 10);
 }
 
 TEST(Features, PicturesAndVideoReachTheirFiles)
