@@ -2,6 +2,7 @@
 #include "arguments.h"
 
 #include "camera_list.h"
+#include "command_line.h"
 #include "commands.h"
 #include "completion.h"
 #include "help.h"
@@ -24,13 +25,14 @@ void add_general_options(CLI::App& app, Arguments& arguments)
     app.add_option("-c,--camera", arguments.camera,
                    "Serial number, BUS:ADDRESS or port path, as 'nyxus list' shows them")
         ->type_name("CAMERA");
-    app.add_option("--wait", arguments.wait_s,
-                   "Wait so long for what is not there yet: a camera to be plugged in (usually "
-                   "0), its return after a restart (5), a picture (10)")
+    as_number(
+        app.add_option("--wait", arguments.wait_s,
+                       "Wait so long for what is not there yet: a camera to be plugged in (usually "
+                       "0), its return after a restart (5), a picture (10)"))
         ->type_name("SECONDS")
         ->check(CLI::Range(0U, kLongestWait_s).description(""));
-    app.add_option("--patience", arguments.patience_s,
-                   "Give up when the camera is silent for so long")
+    as_number(app.add_option("--patience", arguments.patience_s,
+                             "Give up when the camera is silent for so long"))
         ->type_name("SECONDS")
         ->check(CLI::Range(1U, kLongestPatience_s).description(""))
         ->capture_default_str();

@@ -30,6 +30,13 @@ Failure open_failure(const CameraEntry& entry, const nyxus::Status& status)
     return library_failure("cannot identify " + camera, status.code());
 }
 
+/// Only these answers of the probe can mean a blank ROM; the last one is asked for the version that
+/// the chip goes by. Whatever else fails says nothing about the ROM.
+bool may_be_blank(int32_t status)
+{
+    return status == NYXUS_E_INVALID || status == NYXUS_E_UNSUPPORTED || status == kUnknownChip;
+}
+
 } // namespace
 
 void prepare_library(int verbosity)
@@ -50,6 +57,8 @@ Camera Camera::open(const CameraEntry& entry)
         return Camera(std::move(*camera));
     if (const Openable claim = try_claim(entry); claim.libusb_code != 0)
         throw usb_failure("cannot open camera " + entry.bus_address(), claim.libusb_code);
+    if (!may_be_blank(camera.status().code()))
+        throw open_failure(entry, camera.status());
     auto blank = nyxus::Camera::open_blank(entry);
     if (!blank)
         throw open_failure(entry, blank.status());

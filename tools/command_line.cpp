@@ -4,6 +4,7 @@
 #include "text.h"
 #include "text/nearest.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace tool {
@@ -37,10 +38,25 @@ CLI::Option* add_file(CLI::App* command, std::string& file, const std::string& h
     return command->add_option("FILE", file, help)->required()->type_name("");
 }
 
+/// CLI11 takes 010 for octal; people mean ten, and this program itself prints 001:005.
+static std::string without_leading_zeros(std::string text)
+{
+    const size_t sign = text.starts_with('+') ? 1 : 0;
+    const size_t first = text.find_first_not_of('0', sign);
+    if (text.find_first_not_of("0123456789", sign) == std::string::npos && text.size() > sign)
+        text.erase(sign, std::min(first, text.size() - 1) - sign);
+    return text;
+}
+
+CLI::Option* as_number(CLI::Option* option)
+{
+    return option->transform(without_leading_zeros, "");
+}
+
 CLI::Option* add_number(CLI::App* command, const std::string& name, uint32_t& value, uint32_t least,
                         uint32_t most, const std::string& help)
 {
-    return command->add_option(name, value, help + format(" (%u to %u)", least, most))
+    return as_number(command->add_option(name, value, help + format(" (%u to %u)", least, most)))
         ->type_name(name.starts_with("--") ? "N" : "")
         ->check(CLI::Range(least, most).description(""));
 }
@@ -53,7 +69,7 @@ CLI::Option* add_address(CLI::App* command, uint32_t& value, uint32_t least, uin
         const bool number = CLI::detail::lexical_cast(text, address);
         return number && address >= least && address <= most ? "" : text + " not in range " + range;
     };
-    return command->add_option("ADDRESS", value, "Address (" + range + ")")
+    return as_number(command->add_option("ADDRESS", value, "Address (" + range + ")"))
         ->required()
         ->type_name("")
         ->check(CLI::Validator(refuse, ""));
@@ -63,7 +79,7 @@ CLI::Option* add_bytes(CLI::App* command, const std::string& name, std::vector<u
                        const std::string& help)
 {
     constexpr uint32_t kMost = 0xFF;
-    return command->add_option(name, values, help)
+    return as_number(command->add_option(name, values, help))
         ->type_name("")
         ->check(CLI::Range(0U, kMost).description(""));
 }

@@ -23,6 +23,9 @@ void add_dry_run(CLI::App* command, Arguments& arguments);
 
 /// The required FILE.
 CLI::Option* add_file(CLI::App* command, std::string& file, const std::string& help);
+/// Reads what an option is given as numbers: decimal, whatever zeros are in front, or hexadecimal
+/// with 0x.
+CLI::Option* as_number(CLI::Option* option);
 /// A number in the given range; decimal, or hexadecimal with 0x.
 CLI::Option* add_number(CLI::App* command, const std::string& name, uint32_t& value, uint32_t least,
                         uint32_t most, const std::string& help);

@@ -240,7 +240,7 @@ constexpr Explained kExitCodes[] = {
      "A viewer, another 'nyxus', a service.",
      "Close it. 'sudo fuser -v /dev/bus/usb/BUS/ADDRESS' names it."},
     {kExitImageRefused, "image refused", "The image cannot be right for this camera. Nothing was written.",
-     "A wrong file: empty, too large, for another chip, or for another kind of ROM.",
+     "A wrong file: empty, too large, for another chip, or not made for the SPI flash that is there.",
      "The line says which check failed. 'nyxus info' names the chip."},
     {kExitMismatch, "contents differ", "What was read is not what was expected.",
      "'compare': another firmware. After a write: worn-out or protected memory, or a bad connection.",

@@ -175,10 +175,10 @@ std::vector<Explanation> explain_name(std::string name)
     return result;
 }
 
-/// Statuses stand where the library and this program put them: "rv = -5", "(-5)", ", -5]".
+/// Statuses stand where the library and this program put them: "rv = -5", "(-5)", "[-5]", ", -5]".
 std::vector<Explanation> explain_status_inside(const std::string& line)
 {
-    static const std::regex kStatus(R"((?:rv = |\(|, )(-\d{1,5})(?!\d))");
+    static const std::regex kStatus(R"((?:rv = |\(|\[|, )(-\d{1,5})(?!\d))");
     std::vector<Explanation> result;
     for (auto match = std::sregex_iterator(line.begin(), line.end(), kStatus);
          match != std::sregex_iterator(); ++match)

@@ -98,15 +98,21 @@ private:
     std::array<struct sigaction, kSignals.size()> old_{};
 };
 
+/// A file in a command line, where it is not to be taken for an option.
+std::string file_word(const std::string& file)
+{
+    return file.starts_with('-') ? "./" + file : file;
+}
+
 /// The arguments of an upgrade that all its cameras share.
 std::vector<std::string> shared_arguments(const Arguments& arguments)
 {
-    std::vector<std::string> words = {"upgrade", arguments.file};
+    std::vector<std::string> words = {"upgrade", file_word(arguments.file)};
     const auto add = [&words](bool wanted, std::initializer_list<std::string> more) {
         if (wanted)
             words.insert(words.end(), more);
     };
-    add(!arguments.mfi_file.empty(), {"--mfi", arguments.mfi_file});
+    add(!arguments.mfi_file.empty(), {"--mfi", file_word(arguments.mfi_file)});
     add(arguments.eeprom_kib != 0, {"--eeprom", std::to_string(arguments.eeprom_kib)});
     add(arguments.skip_backup, {"--no-backup"});
     add(arguments.skip_verify, {"--no-verify"});
@@ -150,7 +156,7 @@ std::string advice(const Job& job, const Arguments& arguments)
     if (job.result.rom == RomContents::kNew)
         return "nyxus reset" + choice;
     if (job.result.rom == RomContents::kUnverified)
-        return "nyxus compare " + quoted(arguments.file) + choice;
+        return "nyxus compare " + quoted(file_word(arguments.file)) + choice;
     std::string command = "nyxus";
     for (const std::string& word : shared_arguments(arguments))
         command += " " + quoted(word);
@@ -174,7 +180,7 @@ public:
         : arguments_(arguments),
           jobs_(std::move(jobs)),
           limit_(arguments.jobs == 0 ? jobs_.size() : arguments.jobs),
-          view_(make_gang_view(console.display(), jobs_, arguments.json))
+          view_(make_gang_view(console.display(), jobs_, arguments.json, arguments.quiet))
     {
     }
 
@@ -428,6 +434,7 @@ ExitCode run_gang(Console& console, const Arguments& arguments)
     refuse_single_camera_options(arguments);
     check_files(arguments);
     std::signal(SIGPIPE, SIG_IGN); // the workers inherit it: they outlive a reader that goes away
+    std::signal(SIGCHLD, SIG_DFL); // a supervisor may have had it ignored
     std::vector<Job> jobs = find_jobs(console, arguments);
     const Unwatched unwatched(console);
     return Gang(console, arguments, std::move(jobs)).run();

@@ -147,12 +147,15 @@ private:
 
 class PlainView : public GangView {
 public:
-    PlainView(Display& display, const std::vector<Job>& jobs) : display_(display), labels_(jobs) {}
+    PlainView(Display& display, const std::vector<Job>& jobs, bool quiet)
+        : display_(display), labels_(jobs), tells_phases_(!quiet)
+    {
+    }
 
     void changed(const Job& job) override
     {
         const std::string label = labels_.of(job.camera);
-        if (job.state == Job::State::kRunning && !job.progress.phase.empty())
+        if (tells_phases_ && job.state == Job::State::kRunning && !job.progress.phase.empty())
             display_.say(label + job.progress.phase + " ...");
         if (job.state != Job::State::kEnded)
             return;
@@ -171,6 +174,7 @@ public:
 private:
     Display& display_;
     Labels labels_;
+    const bool tells_phases_;
 };
 
 /// The table of a terminal. Lines that do not fit are left out while it runs: those that wait or
@@ -339,13 +343,14 @@ private:
 
 } // namespace
 
-std::unique_ptr<GangView> make_gang_view(Display& display, const std::vector<Job>& jobs, bool json)
+std::unique_ptr<GangView> make_gang_view(Display& display, const std::vector<Job>& jobs, bool json,
+                                         bool quiet)
 {
     if (json)
         return std::make_unique<JsonView>(display);
-    if (display.is_live())
+    if (display.is_live() && !quiet)
         return std::make_unique<LiveView>(display, jobs);
-    return std::make_unique<PlainView>(display, jobs);
+    return std::make_unique<PlainView>(display, jobs, quiet);
 }
 
 Summary summarize(const std::vector<Job>& jobs)

@@ -38,8 +38,10 @@ public:
     virtual void finish(const Summary& summary) = 0;
 };
 
-/// A table that is redrawn in place on a terminal, plain lines elsewhere, or JSON lines.
-std::unique_ptr<GangView> make_gang_view(Display& display, const std::vector<Job>& jobs, bool json);
+/// A table that is redrawn in place on a terminal, plain lines elsewhere, or JSON lines. A quiet
+/// one tells how each camera ended, and the summary.
+std::unique_ptr<GangView> make_gang_view(Display& display, const std::vector<Job>& jobs, bool json,
+                                         bool quiet);
 
 /// Counts what has ended.
 Summary summarize(const std::vector<Job>& jobs);

@@ -21,7 +21,7 @@ constexpr uint32_t kMostFrameTypes = 7; // bits: I, P, B
 
 struct Options {
     bool published_order = false;
-    uint32_t layer = 0;
+    std::optional<uint32_t> layer; ///< without: 0, the only one
     std::string mode;
     std::optional<uint32_t> peak;
     std::optional<uint32_t> average;
@@ -63,28 +63,42 @@ template <size_t Size>
 std::array<uint8_t, Size> with_layer(const Options& options)
 {
     std::array<uint8_t, Size> payload{};
-    payload[0] = static_cast<uint8_t>(options.layer);
-    payload[1] = static_cast<uint8_t>(options.layer >> 8);
+    const uint32_t layer = options.layer.value_or(0);
+    payload[0] = static_cast<uint8_t>(layer);
+    payload[1] = static_cast<uint8_t>(layer >> 8);
     return payload;
 }
 
-std::string mode_of(Session& session)
+/// A setting as it is read, which is of a layer that the camera chooses.
+std::string of_layer(const std::string& setting, unsigned layer, const Options& options)
+{
+    return layer == options.layer.value_or(0) ? setting : setting + format(" (layer %u)", layer);
+}
+
+template <size_t Size>
+unsigned layer_in(const std::array<uint8_t, Size>& payload)
+{
+    return payload[0] | static_cast<unsigned>(payload[1]) << 8;
+}
+
+std::string mode_of(Session& session, const Options& options)
 {
     std::array<uint8_t, 3> payload{};
     check(session, "reading the rate control",
           H264GetRateCtrlMode(session.device(), payload.data()));
     const uint8_t mode = payload[2];
-    return mode >= 1 && mode <= kModes.size() ? kModes[mode - 1U] : format("0x%02X", mode);
+    return of_layer(mode >= 1 && mode <= kModes.size() ? kModes[mode - 1U] : format("0x%02X", mode),
+                    layer_in(payload), options);
 }
 
 void run_rate_control(Session& session, const Options& options)
 {
     if (options.mode.empty())
-        return session.print({{"rate_control", mode_of(session)}});
+        return session.print({{"rate_control", mode_of(session, options)}});
     auto payload = with_layer<3>(options);
     payload[2] = static_cast<uint8_t>(1 + place_in(kModes, options.mode));
     session.make({.name = "rate_control",
-                  .read = [&] { return mode_of(session); },
+                  .read = [&] { return mode_of(session, options); },
                   .wanted = options.mode,
                   .doing = "setting the rate control",
                   .write = [&] { return H264SetRateCtrlMode(session.device(), payload.data()); },
@@ -98,9 +112,11 @@ H264BitrateLayers bitrate_of(Session& session)
     return layers;
 }
 
-std::string bitrate_text(const H264BitrateLayers& layers)
+std::string bitrate_text(const H264BitrateLayers& layers, const Options& options)
 {
-    return format("peak %u, average %u bit/s", layers.dwPeakBitrate, layers.dwAverageBitrate);
+    return of_layer(
+        format("peak %u, average %u bit/s", layers.dwPeakBitrate, layers.dwAverageBitrate),
+        layers.wLayerID, options);
 }
 
 void run_bitrate(Session& session, const Options& options)
@@ -111,12 +127,12 @@ void run_bitrate(Session& session, const Options& options)
                               {"peak_bit_per_s", now.dwPeakBitrate},
                               {"average_bit_per_s", now.dwAverageBitrate}});
     }
-    const H264BitrateLayers wanted = {.wLayerID = static_cast<uint16_t>(options.layer),
+    const H264BitrateLayers wanted = {.wLayerID = static_cast<uint16_t>(options.layer.value_or(0)),
                                       .dwPeakBitrate = *options.peak,
                                       .dwAverageBitrate = *options.average};
     session.make({.name = "bitrate",
-                  .read = [&] { return bitrate_text(bitrate_of(session)); },
-                  .wanted = bitrate_text(wanted),
+                  .read = [&] { return bitrate_text(bitrate_of(session), options); },
+                  .wanted = bitrate_text(wanted, options),
                   .doing = "setting the bitrate",
                   .write = [&] { return H264SetBitrate(session.device(), &wanted); },
                   .cost = kControlChange});
@@ -129,9 +145,10 @@ std::array<uint8_t, 5> qp_of(Session& session)
     return payload;
 }
 
-std::string qp_text(const std::array<uint8_t, 5>& payload)
+std::string qp_text(const std::array<uint8_t, 5>& payload, const Options& options)
 {
-    return format("frame types %u, %u to %u", payload[2], payload[3], payload[4]);
+    return of_layer(format("frame types %u, %u to %u", payload[2], payload[3], payload[4]),
+                    layer_in(payload), options);
 }
 
 void run_qp(Session& session, const Options& options)
@@ -145,8 +162,8 @@ void run_qp(Session& session, const Options& options)
     payload[3] = static_cast<uint8_t>(*options.least);
     payload[4] = static_cast<uint8_t>(*options.most);
     session.make({.name = "qp",
-                  .read = [&] { return qp_text(qp_of(session)); },
-                  .wanted = qp_text(payload),
+                  .read = [&] { return qp_text(qp_of(session), options); },
+                  .wanted = qp_text(payload, options),
                   .doing = "setting the QP steps",
                   .write = [&] { return H264SetQpSteps(session.device(), payload.data()); },
                   .cost = kControlChange});
@@ -222,7 +239,7 @@ void run_version(Session& session, const Options&)
 CLI::Option* add_optional(CLI::App* command, const char* name, std::optional<uint32_t>& value,
                           uint32_t least, uint32_t most, const char* help)
 {
-    return command->add_option(name, value, help + format(" (%u to %u)", least, most))
+    return as_number(command->add_option(name, value, help + format(" (%u to %u)", least, most)))
         ->type_name("")
         ->check(CLI::Range(least, most).description(""));
 }
@@ -231,6 +248,13 @@ void check_qp_order(const Options& options)
 {
     if (options.least && options.most && *options.least > *options.most)
         throw Failure(kExitUsage, "the least QP is above the most one");
+}
+
+/// Whether something is set that each layer has of its own. Reading takes no layer.
+bool sets_a_layer(std::string_view command, const Options& options)
+{
+    return !options.mode.empty() || options.peak || options.most || !options.frame.empty() ||
+           command == "reset";
 }
 
 struct Row {
@@ -303,7 +327,9 @@ void add_h264_command(CLI::App& app, Arguments& arguments)
     h264->require_subcommand(1);
     h264->add_flag("--published-order", options->published_order,
                    "For firmware that expects length and request the other way round");
-    add_number(h264, "--layer", options->layer, 0, kMost16, "Layer of the stream");
+    add_optional(h264, "--layer", options->layer, 0, kMost16,
+                 "Layer of the stream whose setting is made")
+        ->type_name("N");
     for (const Row& row : rows) {
         CLI::App* command = add_command(*h264, row.name, row.summary, row.example);
         row.add_options(command, *options);
@@ -314,7 +340,13 @@ void add_h264_command(CLI::App& app, Arguments& arguments)
                 nyxus_h264_standard_order = options->published_order ? 0 : 1;
                 row.run(session, *options);
             },
-            [options] { check_qp_order(*options); });
+            [&row, options] {
+                check_qp_order(*options);
+                if (options->layer && !sets_a_layer(row.name, *options))
+                    throw Failure(kExitUsage,
+                                  "--layer is for a setting of a layer that is made; "
+                                  "the camera chooses which layer it tells of");
+            });
     }
 }
 

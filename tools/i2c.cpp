@@ -103,9 +103,9 @@ void add_i2c_command(CLI::App& app, Arguments& arguments)
 
     CLI::App* config =
         add_command(*command, "config", "Choose the device, or ask", "nyxus i2c config 0x60");
-    config
-        ->add_option("BYTE", options->config,
-                     "Device address in 8-bit form, bit 0 = addressing mode (0 to 255)")
+    as_number(
+        config->add_option("BYTE", options->config,
+                           "Device address in 8-bit form, bit 0 = addressing mode (0 to 255)"))
         ->type_name("")
         ->check(CLI::Range(0U, 0xFFU).description(""));
     set_writing_action(config, arguments,

@@ -55,7 +55,9 @@ std::string two_characters(const uint8_t* text)
     return "'" + printable(std::string(text, text + 2)) + "'";
 }
 
-/// An image for another kind of ROM would make the camera look for the wrong one.
+/// On a camera with SPI flash, a smaller size would make the probe look for an EEPROM. The other
+/// way round nothing is certain: EEPROMs may have 64 KiB, and the probe takes that for the largest
+/// type.
 void check_rom_size_field(const Camera& camera)
 {
     const bool larch = camera.device().oBackend.family == IC_FAMILY_LARCH;

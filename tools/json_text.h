@@ -29,4 +29,10 @@ inline std::string json_line(const Values& values)
     return values.dump(-1, ' ', false, Values::error_handler_t::replace);
 }
 
+/// The result of what has failed. In one line, because it may stand in the place of line events.
+inline std::string json_error(const Failure& failure)
+{
+    return json_line(Values{{"error", json_of(failure)}});
+}
+
 } // namespace tool

@@ -249,6 +249,11 @@ void postpone_interrupts(const char* text)
     promise = text;
 }
 
+bool interrupt_came()
+{
+    return interrupted;
+}
+
 bool stop_postponing()
 {
     promise = nullptr;

@@ -31,6 +31,8 @@ void put_last_line(int exit_code, const char* outcome, const char* message, cons
 /// From now on an interrupt prints `promise` and lets the work go on to a safe point; a second one
 /// ends the program. The text must be static.
 void postpone_interrupts(const char* promise);
+/// One has come since.
+bool interrupt_came();
 /// Back to ending at once. True when one came meanwhile.
 bool stop_postponing();
 

@@ -85,7 +85,8 @@ void add_led_command(CLI::App& app, Arguments& arguments)
         add_command(app, "led", "Set the state of an LED, or ask", "nyxus led 0 0x08");
     const auto options = std::make_shared<Options>();
     add_number(command, "INDEX", options->index, 0, kLastIndex, "LED")->required();
-    command->add_option("STATE", options->state, "Sum of 0x08, 0x10 and 0x40; without: ask")
+    as_number(
+        command->add_option("STATE", options->state, "Sum of 0x08, 0x10 and 0x40; without: ask"))
         ->type_name("")
         ->check(CLI::Validator(refuse_state, ""));
     set_writing_action(command, arguments, [options](Session& session) {

@@ -14,12 +14,6 @@ namespace {
 
 using namespace tool;
 
-/// In one line, because it may stand in the place of line events.
-std::string json_error(const Failure& failure)
-{
-    return json_line(Values{{"error", json_of(failure)}});
-}
-
 /// A success that nobody could read of is none.
 ExitCode noticing_lost_output(Display& display, ExitCode code)
 {

@@ -235,7 +235,7 @@ void add_datetime(CLI::App& osd, Arguments& arguments, const Shared& options)
         ->check(CLI::Validator(refuse_time, ""));
     for (const auto& [name, value] :
          {std::pair("--column", &options->column), std::pair("--row", &options->row)})
-        set->add_option(name, *value, "Place of the stamp (0 to 255)")
+        as_number(set->add_option(name, *value, "Place of the stamp (0 to 255)"))
             ->type_name("CELLS")
             ->check(CLI::Range(0U, kByteMost).description(""));
     set_writing_action(set, arguments,

@@ -31,7 +31,7 @@ void add_gang(CLI::App* command, Arguments& arguments)
     constexpr unsigned kMostJobs = 256;
     CLI::Option* all =
         command->add_flag("--all", arguments.all, "Upgrade every camera that is connected");
-    command->add_option("--jobs", arguments.jobs, "With --all: so many at a time [all]")
+    as_number(command->add_option("--jobs", arguments.jobs, "With --all: so many at a time [all]"))
         ->type_name("N")
         ->check(CLI::Range(1U, kMostJobs).description(""))
         ->needs(all);
@@ -76,7 +76,8 @@ void add_dump(CLI::App& app, Arguments& arguments)
     CLI::App* command = add_command(app, "dump", "Write the ROM's contents to a file",
                                     "nyxus dump backup.bin --size 65536");
     add_file(command, arguments.file, "File to write");
-    command->add_option("--size", arguments.size_bytes, "Bytes to read [the ROM, at most 32768]")
+    as_number(command->add_option("--size", arguments.size_bytes,
+                                  "Bytes to read [the ROM, at most 32768]"))
         ->type_name("BYTES")
         ->check(CLI::Range(1U, kLargestRom).description(""));
     set_run(command, arguments, run_dump);

@@ -18,8 +18,8 @@ namespace {
 /// The library tries without end to get a complete frame; this ends the program instead.
 class Watchdog {
 public:
-    Watchdog(Console& console, uint32_t wait_s)
-        : thread_([this, &console, wait_s] { run(console, wait_s); })
+    Watchdog(const Session& session, uint32_t wait_s)
+        : thread_([this, &session, wait_s] { run(session, wait_s); })
     {
     }
     ~Watchdog()
@@ -35,15 +35,20 @@ public:
     Watchdog& operator=(const Watchdog&) = delete;
 
 private:
-    void run(Console& console, uint32_t wait_s)
+    void run(const Session& session, uint32_t wait_s)
     {
         std::unique_lock lock(mutex_);
         if (changed_.wait_for(lock, std::chrono::seconds(wait_s), [this] { return done_; }))
             return;
-        console.display().warn(
-            format("nyxus: no complete frame within %u s; try a longer --wait or a smaller --size",
+        const Failure failure(
+            kExitTimeout,
+            format("no complete frame within %u s; try a longer --wait or a smaller --size",
                    wait_s));
-        _exit(kExitTimeout);
+        Display& display = session.console.display();
+        if (session.arguments.json)
+            display.say(json_error(failure));
+        display.warn("nyxus: " + failure.text());
+        _exit(failure.code());
     }
 
     std::mutex mutex_;
@@ -99,7 +104,7 @@ std::vector<uint8_t> png_of(const std::vector<uint8_t>& rgb, const VideoStreamPa
 std::vector<uint8_t> take_picture(Session& session, VideoStreamParam& param, uint32_t wait_s)
 {
     const Unwatched unwatched(session.console);
-    const Watchdog watchdog(session.console, wait_s);
+    const Watchdog watchdog(session, wait_s);
     const int32_t status = startVideoStream_snapshot(session.device(), nullptr, &param);
     std::vector<uint8_t> rgb;
     if (status == 0 && param.frame != nullptr)

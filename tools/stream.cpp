@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "failure.h"
+#include "last_words.h"
 #include "picture_size.h"
 #include "text.h"
 
@@ -37,9 +38,11 @@ struct Reception {
 };
 Reception reception; // the library's callback carries no pointer of ours
 
+/// Nothing more is wanted, or can be kept.
 bool complete()
 {
-    return reception.most_frames != 0 && reception.frames >= reception.most_frames;
+    return !reception.raw ||
+           (reception.most_frames != 0 && reception.frames >= reception.most_frames);
 }
 
 void on_frame(uvc_frame_t* frame, VideoStreamParam*)
@@ -65,24 +68,42 @@ double frames_per_s()
     return reception.frames > 1 && time_s > 0 ? (reception.frames - 1) / time_s : 0;
 }
 
-/// Until the end that the user has set; false when no frame comes any more before.
-bool wait_for_end(uint32_t seconds)
+enum class End { kReached, kSilence, kInterrupt };
+
+/// Until the end that the user has set, by the command line or an interrupt; a second interrupt
+/// ends the program.
+End wait_for_end(uint32_t seconds)
 {
     constexpr std::chrono::seconds kPatience{5};
+    constexpr std::chrono::milliseconds kTick{100}; // nothing wakes us for an interrupt
     const auto end =
         seconds != 0 ? Clock::now() + std::chrono::seconds(seconds) : Clock::time_point::max();
     std::unique_lock lock(reception.mutex);
+    auto silent_since = Clock::now();
     while (!complete()) {
         const uint32_t before = reception.frames;
-        const auto until = std::min(end, Clock::now() + kPatience);
-        const bool more =
-            reception.changed.wait_until(lock, until, [&] { return reception.frames != before; });
+        const auto now = Clock::now();
+        const bool more = reception.changed.wait_until(lock, std::min(end, now + kTick),
+                                                       [&] { return reception.frames != before; });
+        if (last_words::interrupt_came())
+            return End::kInterrupt;
         if (Clock::now() >= end)
-            return true;
-        if (!more)
-            return false;
+            return End::kReached;
+        if (more)
+            silent_since = Clock::now();
+        else if (Clock::now() - silent_since >= kPatience)
+            return End::kSilence;
     }
-    return true;
+    return End::kReached;
+}
+
+End receive(Session& session, uint32_t seconds)
+{
+    const Unwatched unwatched(session.console);
+    last_words::postpone_interrupts("");
+    const End end = wait_for_end(seconds);
+    last_words::stop_postponing();
+    return end;
 }
 
 Failure silence_failure(const NyDevice& device)
@@ -94,20 +115,28 @@ Failure silence_failure(const NyDevice& device)
     return {kExitTimeout, text + "; try a smaller --size, or another cable or port"};
 }
 
+void open_raw_file(const std::string& file)
+{
+    reception.raw.open(file, std::ios::binary);
+    if (!reception.raw)
+        throw Failure(kExitFailure, "cannot write '" + file + "'");
+}
+
 void run_stream(Session& session, const Options& options)
 {
     VideoStreamParam param = stream_param(options.video);
     if (const std::string advice = usbfs_advice(param); !advice.empty())
         session.console.display().warn("nyxus: " + advice);
+    reception.most_frames = options.count;
+    if (!options.raw_file.empty()) // with a camera at hand: it replaces what is there
+        open_raw_file(options.raw_file);
     const int32_t status = startVideoStream(session.device(), on_frame, &param);
-    bool ended_in_order = true;
-    if (status >= 0) {
-        const Unwatched unwatched(session.console);
-        ended_in_order = wait_for_end(options.seconds);
-    }
+    const End end = status >= 0 ? receive(session, options.seconds) : End::kReached;
     stopVideoStream(session.device());
     if (status < 0)
         throw stream_failure(param, status);
+    if (reception.frames == 0 && end == End::kInterrupt)
+        throw Failure(kExitInterrupted, "interrupted before the first frame");
     if (reception.frames == 0)
         throw silence_failure(*session.device());
     session.print({{"frames", reception.frames},
@@ -116,8 +145,11 @@ void run_stream(Session& session, const Options& options)
     reception.raw.flush();
     if (!options.raw_file.empty() && !reception.raw)
         throw Failure(kExitFailure, "cannot write all frames to '" + options.raw_file + "'");
-    if (!ended_in_order)
+    if (end == End::kSilence)
         throw silence_failure(*session.device());
+    // Where nothing else ends the stream, an interrupt is its end.
+    if (end == End::kInterrupt && (options.count != 0 || options.seconds != 0))
+        throw Failure(kExitInterrupted, "interrupted before the end");
 }
 
 } // namespace
@@ -133,16 +165,7 @@ void add_stream_command(CLI::App& app, Arguments& arguments)
     add_number(command, "--count", options->count, 1, kMost, "Frames to receive");
     add_number(command, "--seconds", options->seconds, 1, kMost_s, "Stop after seconds");
     command->add_option("--raw", options->raw_file, "Write the frames as YUYV")->type_name("FILE");
-    set_action(
-        command, arguments, [options](Session& session) { run_stream(session, *options); },
-        [options] {
-            reception.most_frames = options->count;
-            if (options->raw_file.empty())
-                return;
-            reception.raw.open(options->raw_file, std::ios::binary);
-            if (!reception.raw)
-                throw Failure(kExitFailure, "cannot write '" + options->raw_file + "'");
-        });
+    set_action(command, arguments, [options](Session& session) { run_stream(session, *options); });
 }
 
 } // namespace tool

@@ -88,7 +88,7 @@ void add_gain(CLI::App& app, Arguments& arguments)
     CLI::App* command =
         add_command(app, "gain", "Set the quantisation gain of MJPEG, or ask", "nyxus gain 40");
     const auto wanted = std::make_shared<uint32_t>(0);
-    command->add_option("GAIN", *wanted, "Gain (1 to 63 except 32); without: ask")
+    as_number(command->add_option("GAIN", *wanted, "Gain (1 to 63 except 32); without: ask"))
         ->type_name("")
         ->check(CLI::Validator(refuse_gain, ""));
     set_writing_action(command, arguments,

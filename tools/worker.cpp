@@ -140,9 +140,10 @@ void Worker::send(int signal) const
 std::optional<int> Worker::ended()
 {
     int status = 0;
-    if (waitpid(pid_, &status, WNOHANG) != pid_)
-        return std::nullopt;
-    return status;
+    const pid_t pid = waitpid(pid_, &status, WNOHANG);
+    if (pid < 0 && errno == ECHILD) // somebody else has heard of its end
+        return W_EXITCODE(kExitFailure, 0);
+    return pid == pid_ ? std::optional(status) : std::nullopt;
 }
 
 } // namespace tool

@@ -27,7 +27,8 @@ private:
 };
 
 /// This program, run once more as a child. Its input is empty, its output and errors come as lines.
-/// Interrupts from the terminal do not reach it, and it outlives its parent.
+/// Interrupts from the terminal do not reach it, and it outlives its parent. SIGCHLD must not be
+/// ignored, or nobody learns how it ended.
 class Worker {
 public:
     /// Throws a Failure when it cannot be started.

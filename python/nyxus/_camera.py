@@ -10,7 +10,7 @@ from types import TracebackType
 from typing import Any, Callable, Optional, Type, Union
 
 from . import _features, _list, _rom, _video
-from ._errors import NO_SUPPORT, SPI_COMMAND, Error, check, error_of, require
+from ._errors import INVALID, NO_SUPPORT, SPI_COMMAND, UNSUPPORTED, Error, check, error_of, require
 from ._library import LIBUSB, LIBUVC, NYXUS, NyDevice, NyFlashInfo, byte, number, set_number
 
 UNKNOWN_CHIP = 3
@@ -307,12 +307,9 @@ def open(camera: Union[str, _list.CameraInfo] = "", *, blank: bool = False) -> C
     # The calls below change what the library says.
     failure = _creation_failure()
     failure = failure or _list.why_not_open(info) or _libuvc_failure()
-    if not blank or failure.code == NO_SUPPORT or failure.usb_code in _NOT_BLANK:
+    if not blank or failure.code not in (INVALID, UNSUPPORTED):
         raise failure
     return _open_blank(info)
-
-
-_NOT_BLANK = (-3, -4, -6)  # libusb: no permission, no device, busy
 
 
 def _creation_failure() -> "Error | None":
@@ -348,17 +345,21 @@ def _open_blank(info: _list.CameraInfo) -> Camera:
 
 
 def _ask_flash(record: NyDevice, device: Any) -> RomState:
-    probe = NYXUS.DEV_Init
+    # A request for the status that failed in passing hides firmware, too: look again.
+    status = NYXUS.DEV_Init(device)
+    if status == 0:
+        return RomState.FIRMWARE
+    if status not in (INVALID, UNSUPPORTED, SPI_COMMAND):
+        raise _probe_failure(status)
     for command in READ_ID_COMMANDS:
         record.oFlashInfo = NyFlashInfo(bCmdRDID=command)
-        status = probe(device)
+        status = NYXUS.MP_QueryExtRom(device)
         if status not in (0, SPI_COMMAND):
             raise _probe_failure(status)
         identity = bytes(record.oFlashInfo.ID)
         silent = identity[0] == identity[1] and identity[0] in (0x00, 0xFF)
         if status == 0 and not silent:
             return RomState.BLANK
-        probe = NYXUS.MP_QueryExtRom
     record.oFlashInfo = NyFlashInfo()
     record.xSpiMode = 0
     record.dwExtRomSize = 0

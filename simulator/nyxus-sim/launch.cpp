@@ -54,10 +54,23 @@ SignalRelay::SignalRelay()
         sigaddset(&relayed_, signal);
     }
     pthread_sigmask(SIG_BLOCK, &relayed_, &original_);
+
+    // Where it is ignored, the end of the program never shows.
+    struct sigaction by_default {};
+    by_default.sa_handler = SIG_DFL;
+    sigaction(SIGCHLD, &by_default, &original_child_);
+
+    sigemptyset(&not_ignored_);
+    struct sigaction pipe {};
+    sigaction(SIGPIPE, nullptr, &pipe);
+    if (pipe.sa_handler != SIG_IGN) { // GLib's sockets ignore it
+        sigaddset(&not_ignored_, SIGPIPE);
+    }
 }
 
 SignalRelay::~SignalRelay()
 {
+    sigaction(SIGCHLD, &original_child_, nullptr);
     pthread_sigmask(SIG_SETMASK, &original_, nullptr);
 }
 
@@ -72,8 +85,9 @@ int SignalRelay::run(const std::vector<std::string>& words) const
 
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     posix_spawnattr_setsigmask(&attributes, &original_);
+    posix_spawnattr_setsigdefault(&attributes, &not_ignored_);
     pid_t child = 0;
     const int error =
         posix_spawnp(&child, arguments[0], nullptr, &attributes, arguments.data(), environ);
@@ -90,8 +104,12 @@ int SignalRelay::wait_for(pid_t child) const
 {
     for (;;) {
         int status = 0;
-        if (waitpid(child, &status, WNOHANG) == child) {
+        const pid_t ended = waitpid(child, &status, WNOHANG);
+        if (ended == child) {
             return exit_code(status);
+        }
+        if (ended < 0 && errno == ECHILD) {
+            return EXIT_FAILURE; // it has ended, and nobody knows how
         }
         siginfo_t info{};
         const int signal = sigwaitinfo(&relayed_, &info);

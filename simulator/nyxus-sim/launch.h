@@ -23,6 +23,9 @@ private:
     int wait_for(pid_t child) const;
 
     sigset_t relayed_{};
+    /// By us, when we began; libraries have ignored some of them since.
+    sigset_t not_ignored_{};
+    struct sigaction original_child_ {};
     sigset_t original_{};
 };
 

@@ -26,6 +26,11 @@ std::vector<uint8_t> first_contents(const CameraRequest& request)
                                  " bytes, but the ROM of " + std::string(request.model->name) +
                                  " has " + std::to_string(bytes));
             }
+            if (request.blank) {
+                throw UsageError("'" + request.rom_file +
+                                 "' holds a ROM already, which would be used: leave 'blank' away, "
+                                 "or remove the file");
+            }
             return *std::move(kept);
         }
     }

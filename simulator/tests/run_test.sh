@@ -83,6 +83,17 @@ documents_every_key() {
     expect_code 2 "$sim" describe rowan-sip
 }
 
+# Whatever a supervisor ignores; and nothing that we ignore ourselves.
+passes_dispositions_on() {
+    expect_code 7 timeout -s KILL 50 env --ignore-signal=CHLD "$sim" run -- sh -c 'exit 7'
+    ignored='s/^SigIgn:.*\(....\)$/\1/p' # of the first 16 signals
+    for disposition in default ignore; do
+        env --$disposition-signal=PIPE sed -n "$ignored" /proc/self/status >"$work/outside"
+        env --$disposition-signal=PIPE "$sim" run -- sed -n "$ignored" /proc/self/status >"$work/inside"
+        cmp "$work/outside" "$work/inside" || fail "$disposition: $(cat "$work/inside")"
+    done
+}
+
 forwards_signals() {
     "$sim" run -- sh -c 'trap "exit 5" TERM; echo ready; while :; do sleep 0.05; done' >"$work/out" &
     launcher=$!
@@ -106,6 +117,14 @@ keeps_the_rom() {
     [ -s "$work/new" ] || fail "the ROM of a killed program is lost"
     expect_code 2 "$sim" run --camera rowan-spi --rom "$rom" -- true
     expect_text "$work/err" 'has 32768 bytes'
+    expect_code 2 "$sim" run --camera "hawthorn-eeprom,blank,rom=$rom" -- true
+    expect_text "$work/err" "holds a ROM already"
+    cmp "$rom" "$work/before" || fail "a refused run changed the ROM"
+    cd "$work" || fail "cd"
+    for other in "$work/one.rom" ./one.rom ../"${work##*/}"/one.rom; do
+        expect_code 2 "$sim" run --camera rowan-spi --camera rowan-spi --rom one.rom --rom "$other" -- true
+        expect_text "$work/err" 'in one file'
+    done
     expect_clean
 }
 

@@ -294,6 +294,23 @@ TEST(CppMfiImage, TakesASerialNumberOfItsLengthOnly)
     EXPECT_TRUE(image->set_serial("VELKA_0002_LINK"));
     EXPECT_EQ(image->serial(), "VELKA_0002_LINK");
 
+    // Wherever the descriptor is said to lie, and whatever it overlaps.
+    size_t overlaps = 0;
+    for (size_t address = 0x6020; address < 0x6000 + before.size(); ++address) {
+        std::vector<uint8_t> moved = before;
+        moved[0x10] = static_cast<uint8_t>(address >> 8),
+        moved[0x11] = static_cast<uint8_t>(address);
+        TemporaryFile other(moved);
+        auto loaded = nyxus::MfiImage::load(other.path());
+        ASSERT_TRUE(loaded);
+        const nyxus::Status status = loaded->set_serial("VELKA_0002_LINK");
+        overlaps += status.message().find("overlap") != std::string::npos ? 1 : 0;
+        if (!status) {
+            EXPECT_EQ(copy(loaded->bytes()), moved) << address;
+        }
+    }
+    EXPECT_GT(overlaps, 0U);
+
     // Whatever a header says, reading stays inside.
     for (const size_t offset : {0x02, 0x04, 0x0E, 0x10}) {
         std::vector<uint8_t> broken = before;

@@ -35,6 +35,7 @@ TEST(Explain, TakesANumberInAnyNotationANameAndALine)
         {"3", {"unknown chip", "exit code 3"}},
         {"133", {"SG_EEPROM_BAD_END"}},
         {"-1200", {"not in use", "an operation of a camera"}},
+        {"nyxus: talking to the encoder [-16]", {"NYXUS_E_BUSY"}},
         {"[1.5] XuRegRead() XuGetFlip(pDevObj, -1) FAILED, rv = -16388", {"NO_DEVICE"}},
         {"nyxus: x [NYXuIoctl.cpp(26): <ERROR_LIBUSB> libusb_open() FAILED, -1, -16387]",
          {"ACCESS"}},

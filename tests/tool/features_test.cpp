@@ -62,6 +62,8 @@ TEST(Features, SettingsChangeAndAreReadBack)
                                {"gpio 9 high", 0, "gpio 9: not driven -> high\n"},
                                {"gpio", 0, "gpio 9: high\n"},
                                {"gpio 9 low", 0, "gpio 9: high -> low\n"},
+                               {"gpio 010 high", 0, "gpio 10: not driven -> high\n"},
+                               {"gain 010", 0, "gain: 63 -> 10\n"},
                                {"motion set 1 2 3 0xFE", 0, "00 00 00 00 -> 01 02 03 FE\n"},
                                {"motion get", 0, "motion setting: 01 02 03 FE\n"},
                                {"motion poll", 0, "motion: no\n"},
@@ -81,9 +83,11 @@ TEST(Features, BytesOfTheMemoriesAreWrittenAndReadBack)
                                {"sensor write 0x100 7 8 9", 0, "-> 07 08 09\n"},
                                {"sensor read 0x102", 0, "0x0102: 09\n"},
                                {"mcu write 0x80 5", 0, "0x0080: 00 -> 05\n"},
+                               {"mcu write 0128 6", 0, "0x0080: 05 -> 06\n"},
+                               {"mcu write 0x80 05", 0, "0x0080: 06 -> 05\n"},
                                {"mcu read 0x80", 0, "0x0080: 05\n"},
                                {"mcu read 0xF0 16", 0, "0x00F0: "},
-                               {"i2c config 0x60", 0, "i2c configuration: 0x00 -> 0x60\n"},
+                               {"i2c config 096", 0, "i2c configuration: 0x00 -> 0x60\n"},
                                {"i2c set 0x10 1 2 3", 0, "0x010: 00 00 00 -> 01 02 03\n"},
                                {"i2c get 0x11 2", 0, "0x011: 02 03\n"},
                                // The bus's only device is the sensor: its registers are the same.
@@ -127,6 +131,8 @@ TEST(Features, EncoderIsSetInTheStandardOrder)
                                {"h264 format 1", 0, "format: 0 -> 1\n"},
                                {"h264 next-frame idr", 0, "next frame: idr\n"},
                                {"h264 version", 0, "version: 1.00\n"},
+                               {"h264 --layer 2 rate-control cbr", 0, ": vbr (layer 0) -> cbr\n"},
+                               {"h264 rate-control", 0, "rate control: cbr (layer 2)\n"},
                                {"h264 reset", 0, "encoder: reset\n"},
                                {"h264 rate-control", 0, "rate control: cbr\n"},
                                {"h264 --published-order version", 12, "no such H.264 control"},
@@ -240,6 +246,8 @@ TEST(Features, OutOfRangeIsRefusedWithTheRange)
         {{"h264", "qp", "1", "0", "52"}, "0 to 51"},
         {{"h264", "iframe-period", "0"}, "1 to 65535"},
         {{"h264", "format", "2"}, "0 to 1"},
+        {{"h264", "--layer", "1", "qp"}, "a setting of a layer that is made"},
+        {{"h264", "--layer", "1", "format", "1"}, "a setting of a layer that is made"},
         {{"sg", "read", "0x23FF", "1"}, "0x2400 to 0x7FFF"},
         {{"sg", "read", "0x7FFF", "2"}, "0x2400 to 0x7FFF"},
     };
@@ -266,6 +274,11 @@ TEST(Features, ASnapshotGivesUpWhenNoFrameIsComplete)
               "nyxus: no complete frame within 2 s; try a longer --wait or a smaller "
               "--size\n");
     EXPECT_TRUE(read_file(bench.path("shot.png")).empty());
+
+    const Outcome told =
+        bench.nyxus({kModel}, {"snapshot", bench.path("shot.png"), "--wait", "1", "--json"});
+    EXPECT_EQ(told.exit_code, 10) << told.err;
+    EXPECT_EQ(json::parse(told.out)["error"]["exit_code"], 10);
 }
 
 TEST(Features, PicturesAndVideoReachTheirFiles)
@@ -288,6 +301,39 @@ TEST(Features, PicturesAndVideoReachTheirFiles)
                       {"stream --size 320x240 --count 2 --json", 0, "\"frames\": 2"},
                   });
     }
+}
+
+TEST(Features, AStreamThatIsInterruptedTellsWhatItHasReceived)
+{
+    const struct {
+        const char* options;
+        int exit_code;
+        size_t lines; ///< of JSON: what was received, and whether something is missing
+    } cases[] = {{"", 0, 5}, {"--count 1000000", 130, 6}};
+    for (const auto& c : cases) {
+        const Bench bench;
+        const Outcome outcome = bench.shell(
+            kModel,
+            "\"$NYXUS\" stream --size 320x240 --json --raw \"$RAW\" " + std::string(c.options) +
+                " & pid=$!\nuntil [ -s \"$RAW\" ]; do sleep 0.05; done\n"
+                "kill -TERM $pid; wait $pid",
+            {{"RAW", bench.path("raw")}});
+        EXPECT_EQ(outcome.exit_code, c.exit_code) << outcome.err;
+        EXPECT_EQ(static_cast<size_t>(std::ranges::count(outcome.out, '\n')), c.lines);
+        const json received = json::parse(outcome.out.substr(0, outcome.out.find("}\n") + 1));
+        EXPECT_EQ(received["frames"].get<size_t>() * 320 * 240 * 2,
+                  read_file(bench.path("raw")).size());
+    }
+}
+
+TEST(Features, AStreamWithoutACameraLeavesTheFileAlone)
+{
+    const Bench bench;
+    write_file(bench.path("raw"), {1, 2, 3});
+    const Outcome outcome =
+        bench.nyxus({kModel}, {"stream", "-c", "nobody", "--raw", bench.path("raw")});
+    EXPECT_EQ(outcome.exit_code, 3) << outcome.err;
+    EXPECT_EQ(read_file(bench.path("raw")).size(), 3U);
 }
 
 /// What a user is told whose kernel lends less to USB than the picture needs.

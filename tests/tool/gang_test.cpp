@@ -105,6 +105,23 @@ TEST(Gang, TellsHowEachCameraEndsAndTheWorstOfIt)
     EXPECT_EQ(rom, expected);
 }
 
+/// A supervisor may ignore the ends of its children, and a file may have any name.
+TEST(Gang, CopesWithTheWorldThatItIsStartedIn)
+{
+    const Bench bench;
+    const std::string image = bench.image(kModel, "0x0205");
+    std::filesystem::rename(image, bench.path("-n.bin"));
+    std::filesystem::rename(bench.mfi_image("VELKA_0001_LINK"), bench.path("--mfi.bin"));
+    const Outcome outcome =
+        run_script({"rowan-spi,serial=A1", "cedar-spi,serial=B2"}, {"--speed", "fast"},
+                   "cd \"$FOLDER\" && exec timeout -s KILL 50 env --ignore-signal=CHLD \"$NYXUS\" "
+                   "upgrade --all -q "
+                   "--force --mfi=--mfi.bin -- -n.bin",
+                   {{"FOLDER", bench.path("")}});
+    EXPECT_EQ(outcome.exit_code, 7) << outcome.err;
+    EXPECT_TRUE(contains(outcome.out, ": 1 upgraded, 1 failed")) << outcome.out << outcome.err;
+}
+
 TEST(Gang, UpgradesSixteenCamerasOfOneSerialNumberAFewAtATime)
 {
     const Bench bench;
@@ -150,6 +167,25 @@ TEST(Gang, InterruptsBringTheCamerasToASafePointOrStopThem)
         }
         const Bytes err = read_file(bench.path("err"));
         EXPECT_TRUE(contains({err.begin(), err.end()}, "a second interrupt stops at once"));
+    }
+}
+
+TEST(Gang, AQuietOneTellsHowEachCameraEndedAndNoMore)
+{
+    const Bench bench;
+    const std::string image = bench.image(kModel, "0x0205");
+    const Words cameras = {"rowan-spi,serial=A1", "cedar-spi,serial=B2"};
+    RunOptions terminal;
+    terminal.environment = {{"TERM", "xterm"}, {"NO_COLOR", "1"}};
+    terminal.terminal_columns = 100;
+    for (const RunOptions& options : {RunOptions(), terminal}) {
+        const Outcome outcome = bench.nyxus(cameras, {"upgrade", "--all", "-q", image}, options);
+        EXPECT_EQ(outcome.exit_code, 7) << outcome.err;
+        EXPECT_EQ(std::ranges::count(outcome.out, '\n'), 4) << outcome.out;
+        EXPECT_TRUE(contains(outcome.out, "1-1  A1  rowan-spi  upgraded: ")) << outcome.out;
+        EXPECT_TRUE(contains(outcome.out, "the ROM is unchanged")) << outcome.out;
+        EXPECT_TRUE(contains(outcome.out, ": 1 upgraded, 1 failed")) << outcome.out;
+        EXPECT_EQ(outcome.out.find('\033'), std::string::npos);
     }
 }
 

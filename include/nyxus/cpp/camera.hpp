@@ -66,7 +66,7 @@ public:
     /**
      * Opens a camera whose ROM holds no firmware, for instance after an upgrade that broke off: the
      * flash is asked directly what it is. Where none answers, rom_state() is kUnknown, and
-     * assume_eeprom() tells what there is.
+     * assume_eeprom() tells what there is. kFirmware where the ROM holds firmware after all.
      *
      * Blocks for about 50 transfers, without a flash for seconds. One thread at a time.
      */
@@ -270,23 +270,33 @@ private:
                     (version.empty() ? "" : ", its internal firmware is '" + version + "'")};
     }
 
+    static bool flash_is_unknown(int32_t returned)
+    {
+        return returned == NYXUS_E_INVALID || returned == NYXUS_E_UNSUPPORTED ||
+               returned == NYXUS_E_SPI_COMMAND;
+    }
+
     /// Probes a camera whose ROM tells nothing: a flash says what it is when it is asked with the
     /// right command.
     static Result<RomState> ask_flash(NyDevice& device)
     {
         constexpr uint8_t kReadIdCommands[] = {0x9F, 0x90, 0xAB, 0x15}; // most common first
-        bool probed = false;
+        // A request for the status that failed in passing hides firmware, too: look again.
+        int32_t rv = DEV_Init(&device);
+        if (rv == 0)
+            return RomState::kFirmware;
+        if (!flash_is_unknown(rv))
+            return probe_failure(rv, field_text(device.szIntFwVer));
         for (const uint8_t command : kReadIdCommands) {
             device.oFlashInfo = {};
             device.oFlashInfo.bCmdRDID = command;
-            const int32_t rv = probed ? MP_QueryExtRom(&device) : DEV_Init(&device);
+            rv = MP_QueryExtRom(&device);
             if (rv != 0 && rv != NYXUS_E_SPI_COMMAND)
-                return probe_failure(rv, field_text(device.szIntFwVer));
+                return probe_failure(rv);
             const uint8_t(&id)[3] = device.oFlashInfo.ID;
             const bool silent = id[0] == id[1] && (id[0] == 0x00 || id[0] == 0xFF);
             if (rv == 0 && !silent)
                 return RomState::kBlank;
-            probed = true;
         }
         device.oFlashInfo = {};
         device.xSpiMode = 0;

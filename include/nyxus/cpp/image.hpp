@@ -111,9 +111,13 @@ public:
             return {NYXUS_E_RANGE, "the serial number has " + std::to_string(serial_number.size()) +
                                        " characters, but the MFi image is made for " +
                                        std::to_string(room)};
-        const Status status = Status::of(MP_BinSetSerialNum(bytes_.data(), serial_number.c_str()));
-        if (status && serial() != serial_number)
+        MfiImage changed = *this; // one that is refused stays as it is
+        const Status status =
+            Status::of(MP_BinSetSerialNum(changed.bytes_.data(), serial_number.c_str()));
+        if (status && changed.serial() != serial_number)
             return {NYXUS_E_RANGE, "the parts of the MFi image overlap"};
+        if (status)
+            *this = changed;
         return status;
     }
 
