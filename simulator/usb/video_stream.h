@@ -4,6 +4,7 @@
 #include "chip/controller.h"
 #include "usb/descriptors.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdint>
@@ -93,6 +94,9 @@ public:
 
     /// Whether bytes of a frame wait to be carried.
     bool has_data() const { return picture_left() > 0 || payload_left() > 0 || owes_empty_packet_; }
+    /// Neither the next bulk transfer nor the next packet carries more, whatever its room.
+    size_t most_in_transfer() const;
+    size_t most_in_packet() const { return std::min(packet_bytes_, format_->payload_bytes); }
     /// A bulk transfer ends when its room is full or a short packet came. Bytes moved.
     size_t read_transfer(std::span<uint8_t> room);
     /// Whether the last transfer was full in the middle of a payload.
