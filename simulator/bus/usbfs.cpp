@@ -113,6 +113,12 @@ UsbfsFile::~UsbfsFile()
     std::erase(node_->files_, this);
 }
 
+bool UsbfsFile::is_gone() const
+{
+    const std::lock_guard lock(camera_.mutex());
+    return node_->gone_;
+}
+
 Reply UsbfsFile::call(Request&& request)
 {
     const std::lock_guard lock(camera_.mutex());

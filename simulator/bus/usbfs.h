@@ -73,6 +73,7 @@ public:
     UsbfsFile& operator=(const UsbfsFile&) = delete;
 
     Reply call(Request&& request);
+    bool is_gone() const;
     int ready_fd() const { return ready_.fd(); }
     /// Borrowed; writable once the camera is off the bus.
     int gone_fd() const { return node_->gone_signal_.fd(); }

@@ -301,6 +301,10 @@ TEST(UsbipSession, AHostThatReadsNothingCannotFillTheMemory)
     }
     EXPECT_LT(fed, 50);
     EXPECT_LT(host.session.output().size(), 5u << 20);
+    camera.node->set_gone();
+    host.session.collect();
+    EXPECT_TRUE(host.session.is_gone());
+    EXPECT_EQ(host.session.gone_fd(), -1) << "whoever polls it would not come to rest";
     EXPECT_FALSE(host.answers().empty());
     EXPECT_TRUE(host.session.wants_input());
 }
