@@ -326,7 +326,11 @@ void Bed::State::return_with_new_address(PluggedCamera& camera, Departure reason
     unlist(camera);
     {
         const std::lock_guard lock(camera.camera_->mutex());
-        camera.camera_->restart();
+        if (reason == Departure::kRestart) {
+            camera.camera_->restart();
+        } else {
+            camera.camera_->power_cycle();
+        }
     }
     {
         const unsigned address = next_address(camera.place_.bus);

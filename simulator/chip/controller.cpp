@@ -54,18 +54,22 @@ bool Controller::restart_pending() const
 
 void Controller::restart()
 {
-    state_->chip.power_up();
+    state_->chip.reset();
     state_->vendor_xu.power_up();
     state_->h264.power_up();
 }
 
 void Controller::power_cut()
 {
-    ChipState& chip = state_->chip;
-    if (chip.flash)
-        chip.flash->power_cut();
-    if (chip.eeprom)
-        chip.eeprom->power_cut();
+    state_->chip.power_cut();
+}
+
+void Controller::power_cycle()
+{
+    state_->chip.power_cut();
+    state_->chip.power_up();
+    state_->vendor_xu.power_up();
+    state_->h264.power_up();
 }
 
 void Controller::set_rom_fault(const RomFaultHook& hook)

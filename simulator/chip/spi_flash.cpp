@@ -40,6 +40,15 @@ void SpiFlash::power_up(uint8_t status)
     powered_ = true;
 }
 
+void SpiFlash::lock(uint8_t status)
+{
+    settle();
+    if (busy_ || !powered_)
+        return;
+    status_ = status & (kBlockProtect | kStatusLocked);
+    write_enabled_ = false;
+}
+
 void SpiFlash::power_cut()
 {
     settle();

@@ -25,12 +25,15 @@ public:
     SpiFlash(const FlashPart& part, Clock& clock, std::span<uint8_t> cells);
 
     void power_up(uint8_t status);
+    /// By the firmware that starts; a flash that is busy hears nothing.
+    void lock(uint8_t status);
     /// What is being written stays half done; nothing answers until the next power-up.
     void power_cut();
     void set_fault(RomFaultHook hook) { cells_.set_fault(std::move(hook)); }
     /// Asserted (low): the status register cannot be changed once its lock bit is set.
     void set_wp_pin(bool asserted) { wp_asserted_ = asserted; }
     uint8_t status();
+    bool is_busy() { return (status() & kBusy) != 0; }
 
     /// Chip select low, `command` out, `answer` in, chip select high.
     void transfer(std::span<const uint8_t> command, std::span<uint8_t> answer);

@@ -106,6 +106,7 @@ TEST(ExtensionUnit, RestartsOnTheClockRegisterAndForgets)
     bench.write(kSensor, 0x10, {9});
     bench.set(kWriteProtect, {0});
     bench.set_status(0x00);
+    ASSERT_TRUE(bench.wait_ready());
     EXPECT_FALSE(bench.chip.restart_pending());
     bench.write(kReg, 0x0026, {0x10});
     EXPECT_TRUE(bench.chip.restart_pending());

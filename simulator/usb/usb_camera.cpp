@@ -48,6 +48,17 @@ void UsbCamera::record(const Setup& setup, std::span<const uint8_t> moved, int s
 void UsbCamera::restart()
 {
     controller_.restart();
+    await_host();
+}
+
+void UsbCamera::power_cycle()
+{
+    controller_.power_cycle();
+    await_host();
+}
+
+void UsbCamera::await_host()
+{
     video_ = VideoControls(controller_.model());
     stream_.stop();
     video_setting_ = 0;
