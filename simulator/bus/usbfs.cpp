@@ -343,6 +343,7 @@ int UsbfsFile::submit_control(Urb&& urb)
     urb.data.resize(kSetupBytes + setup.length);
     tell(&UsbObserver::submitted, urb);
     const Outcome outcome = camera_.control(setup, std::span(urb.data).subspan(kSetupBytes));
+    urb.restart = outcome.restart;
     switch (outcome.kind) {
         case Outcome::Kind::kRefused:
             urb.status = outcome.status;
@@ -372,8 +373,6 @@ int UsbfsFile::submit_control(Urb&& urb)
         node_->on_event_(BusEvent::kUnplugSilent);
     } else if (outcome.kind == Outcome::Kind::kUnplugAnnounced) {
         node_->on_event_(BusEvent::kUnplugAnnounced);
-    } else if (outcome.restart) {
-        node_->on_event_(BusEvent::kRestart);
     }
     return 0;
 }
@@ -450,6 +449,9 @@ void UsbfsFile::cancel_all(int status)
 void UsbfsFile::finish(Urb&& urb)
 {
     tell(&UsbObserver::finished, urb);
+    if (urb.restart && !node_->gone_) {
+        node_->on_event_(BusEvent::kRestart);
+    }
     finished_bytes_ += urb.data.size();
     finished_.push_back(std::move(urb));
     update_ready();

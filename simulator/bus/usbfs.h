@@ -91,6 +91,7 @@ private:
         int status = 0;
         uint32_t actual_bytes = 0;
         uint64_t late_until_us = 0;         ///< pending: when its answer arrives, 0: never
+        bool restart = false;               ///< once it is over
         std::vector<uint8_t> data;          ///< control: setup and data; IN otherwise: the answer
         std::vector<uint32_t> packet_bytes; ///< isochronous: room per packet
         std::vector<IsoResult> packets;

@@ -17,6 +17,7 @@
 
 namespace {
 
+constexpr uint8_t kSetCur = 0x01;
 constexpr uint8_t kGetCur = 0x81;
 constexpr uint8_t kGetLen = 0x85;
 constexpr uint8_t kRegisters = 0x06;
@@ -62,6 +63,13 @@ protected:
                                        sim::kVendorUnit << 8, data_, room, timeout_ms);
     }
 
+    int restart(const Handle& handle)
+    {
+        uint8_t record[kRegisterBytes] = {0x81, 0x00, 0x26, 0x10};
+        return libusb_control_transfer(handle.get(), 0x21, kSetCur, kRegisters << 8,
+                                       sim::kVendorUnit << 8, record, kRegisterBytes, kTimeoutMs);
+    }
+
     sim::VirtualClock clock_;
     sim::InstalledVirtualClock installed_{clock_};
     sim::Bed bed_{clock_};
@@ -104,6 +112,23 @@ TEST_F(Faults, OfTransfersReachTheCaller)
         if (c.result != LIBUSB_ERROR_NO_DEVICE) {
             EXPECT_EQ(get(handle, kGetCur, kRegisterBytes), kRegisterBytes) << "healed";
         }
+    }
+}
+
+// It was asked for all the same; a host that cancels the transfer changes nothing.
+TEST_F(Faults, ARestartComesThoughItsAnswerIsLateOrCancelled)
+{
+    const struct {
+        const char* ms;
+        int result;
+    } cases[] = {{"1", kRegisterBytes}, {"100000", LIBUSB_ERROR_TIMEOUT}};
+    for (const auto& [ms, result] : cases) {
+        const unsigned before = camera_.address();
+        const Handle handle = open(camera_);
+        plan(std::string(R"([{"when": {"unit": 6}, "times": 1, "do": "late", "ms": )") + ms + "}]");
+        EXPECT_EQ(restart(handle), result);
+        bed_.settle();
+        EXPECT_NE(camera_.address(), before) << ms;
     }
 }
 
