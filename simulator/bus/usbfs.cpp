@@ -81,6 +81,12 @@ void UsbfsNode::set_gone()
     gone_signal_.set(true);
 }
 
+bool UsbfsNode::is_gone()
+{
+    const std::lock_guard lock(camera_->mutex());
+    return gone_;
+}
+
 void UsbfsNode::await_late_answer(uint64_t delay_us)
 {
     alarms_.set(delay_us, Alarms::Passes::kWhileWaiting,
@@ -111,12 +117,6 @@ UsbfsFile::~UsbfsFile()
     std::replace(node_->owners_.begin(), node_->owners_.end(), this,
                  static_cast<UsbfsFile*>(nullptr));
     std::erase(node_->files_, this);
-}
-
-bool UsbfsFile::is_gone() const
-{
-    const std::lock_guard lock(camera_.mutex());
-    return node_->gone_;
 }
 
 Reply UsbfsFile::call(Request&& request)

@@ -44,6 +44,7 @@ public:
     void set_memory(std::shared_ptr<UsbfsMemory> memory);
     /// The camera is off the bus: pending URBs end with ESHUTDOWN, everything else is ENODEV.
     void set_gone();
+    bool is_gone();
 
 private:
     friend class UsbfsFile;
@@ -73,7 +74,7 @@ public:
     UsbfsFile& operator=(const UsbfsFile&) = delete;
 
     Reply call(Request&& request);
-    bool is_gone() const;
+    bool is_gone() const { return node_->is_gone(); }
     int ready_fd() const { return ready_.fd(); }
     /// Borrowed; writable once the camera is off the bus.
     int gone_fd() const { return node_->gone_signal_.fd(); }

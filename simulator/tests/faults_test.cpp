@@ -132,6 +132,18 @@ TEST_F(Faults, ARestartComesThoughItsAnswerIsLateOrCancelled)
     }
 }
 
+TEST_F(Faults, ACameraThatIsUnpluggedDoesNotComeBackByARestart)
+{
+    plan(R"([{"when": {"unit": 6, "request": "GET_CUR"}, "do": "unplug"}])");
+    while (bed_.fault_strikes().front() == 0) { // unless the restart was faster
+        const Handle handle = open(camera_);
+        EXPECT_EQ(restart(handle), kRegisterBytes);
+        EXPECT_EQ(get(handle, kGetCur, kRegisterBytes), LIBUSB_ERROR_NO_DEVICE);
+        bed_.settle();
+    }
+    EXPECT_FALSE(camera_.is_plugged());
+}
+
 TEST_F(Faults, AnAnswerIsLateOnTheClockToo)
 {
     const Handle handle = open(camera_);
