@@ -53,7 +53,7 @@ void SpiFlash::power_cut()
 {
     settle();
     if (busy_)
-        cells_.halve_write();
+        cells_.cut_write(RomCells::steps_in(clock_.now_us() - busy_since_us_, step_us_));
     powered_ = false;
 }
 
@@ -82,7 +82,7 @@ void SpiFlash::program_pages(uint32_t address, std::span<const uint8_t> bytes)
     if (busy_ || (status_ & kBlockProtect) != 0)
         return;
     const RomCells::Pages pages = cells_.program_pages(address, bytes);
-    start_busy(pages.count * part_.program_us, pages.worst);
+    start_busy(part_.program_us, pages.worst, pages.count);
 }
 
 /// What was begun ends by itself: the latch falls, a written status takes effect.
@@ -171,6 +171,7 @@ void SpiFlash::page_program(std::span<const uint8_t> command)
 {
     if (command.size() <= kAddressedBytes || !array_writable())
         return;
+    cells_.begin_write();
     const RomFault fault = cells_.program(address_of(command), command.subspan(kAddressedBytes));
     start_busy(part_.program_us, fault);
 }
@@ -193,12 +194,16 @@ void SpiFlash::erase(std::span<const uint8_t> command, uint32_t bytes, uint32_t 
     start_busy(duration_us, fault);
 }
 
-void SpiFlash::start_busy(uint32_t duration_us, const RomFault& fault)
+void SpiFlash::start_busy(uint32_t step_us, const RomFault& fault, uint32_t steps)
 {
     busy_ = true;
-    busy_until_us_ = fault.ready_us(clock_.now_us() + duration_us);
-    if (fault.power_cut)
-        power_cut();
+    step_us_ = step_us;
+    busy_since_us_ = clock_.now_us();
+    busy_until_us_ = fault.ready_us(busy_since_us_ + uint64_t{steps} * step_us);
+    if (fault.power_cut) {
+        cells_.cut_write(steps); // in the last of them
+        powered_ = false;
+    }
 }
 
 bool SpiFlash::array_writable() const

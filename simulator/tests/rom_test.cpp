@@ -140,6 +140,35 @@ TEST(EepromChip, LosesAWriteThatComesDuringTheWriteCycle)
     EXPECT_EQ(cells[64], 5);
 }
 
+TEST(EepromChip, APowerCutTearsThePageThatIsBeingWritten)
+{
+    const EepromPart& part = find_model("fi2-board")->eeprom;
+    const auto page = static_cast<ptrdiff_t>(part.page_bytes);
+    const Bytes data(static_cast<size_t>(4 * page), 0x55);
+    const struct {
+        ptrdiff_t pages; // in the EEPROM before the power goes
+        bool is_planned;
+    } cases[] = {{0, false}, {2, false}, {3, false}, {1, true}};
+    for (const auto& [pages, is_planned] : cases) {
+        VirtualClock clock;
+        Bytes cells(part.size_bytes, 0xFF);
+        Eeprom chip(part, clock, cells);
+        chip.set_protected(false);
+        if (is_planned) {
+            chip.set_fault([&](const RomAccess& access) {
+                return RomFault{.power_cut = access.address == part.page_bytes};
+            });
+        }
+        chip.write_pages(0, data);
+        if (!is_planned) {
+            clock.advance_us(static_cast<uint64_t>(pages) * part.write_cycle_us + 1);
+            chip.power_cut();
+        }
+        EXPECT_EQ(std::ranges::count(cells, 0x55), pages * page + page / 2);
+        EXPECT_EQ(std::count(cells.begin(), cells.begin() + pages * page, 0x55), pages * page);
+    }
+}
+
 TEST(Boot, RefusesEveryImageThatIsNotWholeOrNotForThisChip)
 {
     const CameraModel& model = *find_model("rowan-spi");
