@@ -12,6 +12,48 @@
 
 namespace sim {
 
+namespace {
+
+bool is_question(uint8_t standard_request)
+{
+    switch (standard_request) {
+        case kGetStatus:
+        case kGetDescriptor:
+        case kGetConfiguration:
+        case kGetInterface:
+            return true;
+        default:
+            return false;
+    }
+}
+
+bool has_recipient(const Setup& setup)
+{
+    switch (setup.recipient()) {
+        case kDeviceRecipient:
+            return true;
+        case kInterfaceRecipient:
+            return setup.index < kInterfaceCount;
+        case kEndpointRecipient:
+            return (setup.index & 0x7F) == 0 || setup.index == kVideoEndpoint ||
+                   setup.index == kInterruptEndpoint;
+        default:
+            return false;
+    }
+}
+
+// The code of a class request names the direction, too. The encoder's unit understands other codes.
+bool is_contradictory(const Setup& setup)
+{
+    constexpr uint8_t kGet = 0x80;
+    const bool has_code = setup.request == kSetCur || (setup.request & kGet) != 0;
+    const bool may_be_swapped =
+        !has_code && setup.interface() == kControlInterface && setup.unit() == kH264Unit;
+    return !may_be_swapped && setup.is_in() != ((setup.request & kGet) != 0);
+}
+
+} // namespace
+
 UsbCamera::UsbCamera(const CameraModel& model, Clock& clock, std::string serial,
                      std::span<const uint8_t> rom)
     : clock_(clock),
@@ -190,6 +232,9 @@ Outcome UsbCamera::answer(const Setup& setup, std::span<uint8_t> data)
 
 int UsbCamera::standard_request(const Setup& setup, std::span<uint8_t> data)
 {
+    if (!data.empty() && setup.is_in() != is_question(setup.request)) {
+        return kControlStall;
+    }
     switch (setup.request) {
         case kGetDescriptor:
             return get_descriptor(setup, data);
@@ -209,7 +254,8 @@ int UsbCamera::standard_request(const Setup& setup, std::span<uint8_t> data)
         case kSetInterface:
             return set_interface(setup.index, setup.value) ? 0 : kControlStall;
         case kGetStatus:
-            return put_answer(std::array<uint8_t, 2>{0, 0}, data);
+            return has_recipient(setup) ? put_answer(std::array<uint8_t, 2>{0, 0}, data)
+                                        : kControlStall;
         case kClearFeature:
             return clear_feature(setup);
         case kSetFeature:
@@ -260,6 +306,9 @@ int UsbCamera::get_descriptor(const Setup& setup, std::span<uint8_t> data) const
 
 int UsbCamera::class_request(const Setup& setup, std::span<uint8_t> data)
 {
+    if (is_contradictory(setup) || static_cast<uint8_t>(setup.value) != 0) {
+        return kControlStall;
+    }
     if (setup.interface() == kVideoInterface) {
         const int moved = setup.unit() == 0 ? video_.video_interface(setup, data) : kControlStall;
         if (moved >= 0 && VideoControls::is_commit(setup)) {
