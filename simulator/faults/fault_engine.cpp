@@ -109,7 +109,9 @@ Fault FaultEngine::on_transfer(const Setup& setup)
     for (Rule& rule : rules_) {
         const Site site = rule.fault.site;
         if ((site == Site::kTransfer || site == Site::kClock) && strikes_now(rule)) {
-            return transfer_fault(rule.fault);
+            Fault fault = transfer_fault(rule.fault);
+            fault.after = rule.fault.after;
+            return fault;
         }
     }
     return Fault::none();

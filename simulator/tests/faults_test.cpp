@@ -63,9 +63,10 @@ protected:
                                        sim::kVendorUnit << 8, data_, room, timeout_ms);
     }
 
-    int restart(const Handle& handle)
+    int restart(const Handle& handle) { return set_register(handle, 0x26, 0x10); }
+    int set_register(const Handle& handle, uint8_t address, uint8_t value)
     {
-        uint8_t record[kRegisterBytes] = {0x81, 0x00, 0x26, 0x10};
+        uint8_t record[kRegisterBytes] = {0x81, 0x00, address, value};
         return libusb_control_transfer(handle.get(), 0x21, kSetCur, kRegisters << 8,
                                        sim::kVendorUnit << 8, record, kRegisterBytes, kTimeoutMs);
     }
@@ -142,6 +143,26 @@ TEST_F(Faults, ACameraThatIsUnpluggedDoesNotComeBackByARestart)
         bed_.settle();
     }
     EXPECT_FALSE(camera_.is_plugged());
+}
+
+TEST_F(Faults, MayStrikeOnceTheCameraHasObeyed)
+{
+    constexpr uint8_t kRegister = 0x60;
+    const Handle handle = open(camera_);
+    const struct {
+        const char* effect;
+        int result;
+    } cases[] = {{"io-error", LIBUSB_ERROR_IO},
+                 {"timeout", LIBUSB_ERROR_IO},
+                 {"no-answer", LIBUSB_ERROR_TIMEOUT},
+                 {"unplug", LIBUSB_ERROR_NO_DEVICE}};
+    uint8_t value = 0;
+    for (const auto& [effect, result] : cases) {
+        camera_.controller()->set_reg(kRegister, value++);
+        plan(std::string(R"([{"when": {"unit": 6}, "after": true, "do": ")") + effect + "\"}]");
+        EXPECT_EQ(set_register(handle, kRegister, value), result) << effect;
+        EXPECT_EQ(camera_.controller()->reg(kRegister), value) << effect;
+    }
 }
 
 TEST_F(Faults, AnAnswerIsLateOnTheClockToo)

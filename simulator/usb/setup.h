@@ -42,7 +42,7 @@ struct Transfer {
 };
 
 /// What goes wrong with a control transfer. The camera sees the request only for kNone, kShort,
-/// kLength and kLate.
+/// kLength and kLate, and for what strikes `after` it has been obeyed.
 struct Fault {
     enum class Kind {
         kNone,
@@ -61,6 +61,7 @@ struct Fault {
     Kind kind = Kind::kNone;
     uint32_t value = 0;
     std::vector<uint8_t> bytes = {};
+    bool after = false; ///< the camera has done what it was asked, only its answer is lost
 
     /// The firmware's own answer, if there is one, never reaches the host.
     bool replaces_answer() const

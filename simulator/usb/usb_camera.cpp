@@ -136,10 +136,11 @@ Outcome UsbCamera::control(const Setup& setup, std::span<uint8_t> data)
 {
     const Fault fault = fault_ ? fault_(setup, ordinal_) : Fault::none();
     ++ordinal_;
-    const Outcome outcome = apply_fault(setup, data, fault);
+    Outcome outcome = apply_fault(setup, data, fault);
     if (outcome.kind == Outcome::Kind::kRefused) {
         return outcome;
     }
+    outcome.restart = controller_.restart_pending();
     clock_.advance_us(controller_.model().usb_latency_us);
     if (outcome.kind != Outcome::Kind::kPending && outcome.kind != Outcome::Kind::kLate) {
         record(setup, data.first(outcome.moved), outcome.status);
@@ -150,6 +151,9 @@ Outcome UsbCamera::control(const Setup& setup, std::span<uint8_t> data)
 Outcome UsbCamera::apply_fault(const Setup& setup, std::span<uint8_t> data, const Fault& fault)
 {
     if (fault.replaces_answer()) {
+        if (fault.after) {
+            (void)answer(setup, data);
+        }
         return fail(fault, data);
     }
     Outcome outcome = answer(setup, data);
@@ -226,7 +230,6 @@ Outcome UsbCamera::answer(const Setup& setup, std::span<uint8_t> data)
     } else {
         outcome.moved = std::min(static_cast<uint32_t>(moved), static_cast<uint32_t>(data.size()));
     }
-    outcome.restart = controller_.restart_pending();
     return outcome;
 }
 
