@@ -13,6 +13,7 @@ constexpr uint8_t kWriteDisable = 0x04;
 constexpr uint8_t kReadStatus = 0x05;
 constexpr uint8_t kWriteEnable = 0x06;
 constexpr uint8_t kEnableStatusWrite = 0x50;
+constexpr uint8_t kReadJedecId = 0x9F;
 constexpr uint8_t kNoSuchCommand = 0xFF;
 
 constexpr uint32_t kSectorBytes = 4096;
@@ -101,7 +102,7 @@ void SpiFlash::execute(std::span<const uint8_t> command, std::span<uint8_t> answ
 {
     const uint8_t opcode = command[0];
     if (opcode == part_.read_id_command)
-        return read_id(answer);
+        return read_id(command, answer);
     if (opcode == part_.chip_erase_command && opcode != kNoSuchCommand)
         return erase({}, static_cast<uint32_t>(cells_.size()), part_.chip_erase_us);
     if (opcode == part_.block_erase_command)
@@ -146,8 +147,11 @@ void SpiFlash::read(std::span<const uint8_t> command, std::span<uint8_t> answer)
         power_cut();
 }
 
-void SpiFlash::read_id(std::span<uint8_t> answer) const
+/// But for the JEDEC one, these commands have an address.
+void SpiFlash::read_id(std::span<const uint8_t> command, std::span<uint8_t> answer) const
 {
+    if (command[0] != kReadJedecId && command.size() < kAddressedBytes)
+        return;
     const size_t length = std::min<size_t>({part_.id_length, part_.id.size(), answer.size()});
     std::copy_n(part_.id.begin(), length, answer.begin());
 }

@@ -45,7 +45,7 @@ private:
     void settle();
     void execute(std::span<const uint8_t> command, std::span<uint8_t> answer);
     void read(std::span<const uint8_t> command, std::span<uint8_t> answer);
-    void read_id(std::span<uint8_t> answer) const;
+    void read_id(std::span<const uint8_t> command, std::span<uint8_t> answer) const;
     void write_status(std::span<const uint8_t> command);
     void page_program(std::span<const uint8_t> command);
     void erase(std::span<const uint8_t> command, uint32_t bytes, uint32_t duration_us);

@@ -129,7 +129,7 @@ int VendorXu::set_current(const Control& control, std::span<const uint8_t> data)
     else if (control.selector == kWriteProtect)
         chip_.set_write_protect(data[0] != 0);
     else if (control.selector == kFlashReadId)
-        rom_.read_id(data[0], std::span(setting).first(3));
+        rom_.read_id(data[0], data[1], std::span(setting).first(3));
     else if (control.selector == kOsd)
         osd_.command(std::span(setting).first<Osd::kCommandBytes>());
     return static_cast<int>(data.size());

@@ -129,6 +129,7 @@ TEST(SpiChannel, ReadsTheIdByThePartsOwnCommandOnly)
             const bool known = bench.has_flash() && opcode == part.read_id_command;
             const Bytes expected = known ? id : Bytes(3, 0xFF);
             EXPECT_EQ(bench.spi({opcode, 0, 0, 0}, 3), expected);
+            EXPECT_EQ(bench.spi({opcode}, 3), opcode == 0x9F ? expected : Bytes(3, 0xFF));
             if (bench.length(kFlashReadId) != 0) {
                 bench.set(kFlashReadId, {opcode, 4, 3, 0, 0, 0, 0, 0, 0, 0, 0});
                 EXPECT_EQ(bench.get(kFlashReadId, 3), expected);
