@@ -158,6 +158,7 @@ Reply UsbfsFile::dispatch(Request&& request)
         case USBDEVFS_RESETEP:
             return result(check_endpoint(header.first));
         case USBDEVFS_RESET:
+            (void)camera_.configure(1); // as Linux does behind it
             return result(0);
         case USBDEVFS_SUBMITURB:
             return result(submit(std::move(request)));
@@ -238,7 +239,9 @@ int UsbfsFile::set_configuration(uint32_t number)
     if (number > 1 && number != UINT32_MAX) {
         return -EINVAL;
     }
-    tell_request({.request = kSetConfiguration, .value = static_cast<uint16_t>(number == 1)}, 0);
+    const uint16_t configuration = number == 1 ? 1 : 0;
+    tell_request({.request = kSetConfiguration, .value = configuration}, 0);
+    (void)camera_.configure(configuration);
     return 0;
 }
 

@@ -102,9 +102,18 @@ void UsbCamera::power_cycle()
 void UsbCamera::await_host()
 {
     video_ = VideoControls(controller_.model());
-    stream_.stop();
+    (void)configure(1);
+}
+
+bool UsbCamera::configure(unsigned number)
+{
+    if (number > 1) {
+        return false;
+    }
+    configuration_ = static_cast<uint8_t>(number);
     video_setting_ = 0;
-    configuration_ = 1;
+    stream_.stop();
+    return true;
 }
 
 bool UsbCamera::has_setting(unsigned number, unsigned setting)
@@ -244,11 +253,7 @@ int UsbCamera::standard_request(const Setup& setup, std::span<uint8_t> data)
         case kGetConfiguration:
             return put_answer(std::array{configuration_}, data);
         case kSetConfiguration:
-            if (setup.value > 1) {
-                return kControlStall;
-            }
-            configuration_ = static_cast<uint8_t>(setup.value);
-            return 0;
+            return configure(setup.value) ? 0 : kControlStall;
         case kGetInterface: {
             const uint8_t setting = setup.index == kVideoInterface ? video_setting_ : uint8_t{0};
             return setup.index >= kInterfaceCount ? kControlStall

@@ -48,6 +48,8 @@ public:
 
     /// One control transfer. `data` has wLength bytes: the host's, or the room for the answer.
     Outcome control(const Setup& setup, std::span<uint8_t> data);
+    /// 1, or 0 for none: whatever was set up is over. False for another one.
+    bool configure(unsigned number);
     bool has_setting(unsigned number, unsigned setting);
     /// False for a setting that the interface does not have.
     bool set_interface(unsigned number, unsigned setting);
