@@ -50,7 +50,7 @@ struct Fault {
         kIoError,  ///< garbage on the wire (EPROTO)
         kTimeout,  ///< the host controller gives up (ETIME)
         kNoAnswer, ///< stays pending until it is cancelled or the camera unplugged
-        kShort,    ///< `value` bytes at most move
+        kShort,    ///< `value` bytes at most move; what is set has been obeyed as a whole
         kLength,   ///< `value` bytes come, cut or filled up with 0; too many for the host: babble
         kLate,     ///< the answer comes after `value` milliseconds
         kAnswer,   ///< `bytes` come back instead of what the camera would say
