@@ -2,6 +2,8 @@
 #include "faults/fault_engine.h"
 
 #include "chip/spi_flash.h"
+#include "chip/uvc_request.h"
+#include "usb/standard_request.h"
 
 #include <algorithm>
 #include <array>
@@ -11,10 +13,6 @@
 namespace sim {
 
 namespace {
-
-constexpr uint8_t kClassType = 1;
-constexpr uint8_t kInterfaceRecipient = 1;
-constexpr uint8_t kGetLen = 0x85;
 
 bool contains(const std::optional<Range>& range, uint64_t value)
 {

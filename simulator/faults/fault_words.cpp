@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "faults/fault_words.h"
 
+#include "chip/uvc_request.h"
+
 #include <algorithm>
 #include <iterator>
 
@@ -36,8 +38,8 @@ struct RequestWord {
 };
 
 constexpr RequestWord kRequests[] = {
-    {"SET_CUR", 0x01}, {"GET_CUR", 0x81}, {"GET_MIN", 0x82},  {"GET_MAX", 0x83},
-    {"GET_RES", 0x84}, {"GET_LEN", 0x85}, {"GET_INFO", 0x86}, {"GET_DEF", 0x87},
+    {"SET_CUR", kSetCur}, {"GET_CUR", kGetCur}, {"GET_MIN", kGetMin},   {"GET_MAX", kGetMax},
+    {"GET_RES", kGetRes}, {"GET_LEN", kGetLen}, {"GET_INFO", kGetInfo}, {"GET_DEF", kGetDef},
 };
 // clang-format on
 
