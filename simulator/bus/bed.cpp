@@ -155,6 +155,7 @@ struct Bed::State {
     struct Task {
         PluggedCamera* camera;
         BusEvent event;
+        unsigned address; ///< that the camera had when it was asked for; kReplug: none
         std::chrono::steady_clock::time_point due;
     };
 
@@ -174,7 +175,7 @@ struct Bed::State {
     void strike_by_clock(PluggedCamera& camera, const std::weak_ptr<FaultEngine>& planned);
     void replug_after(PluggedCamera& camera, uint64_t delay_us);
 
-    void request(PluggedCamera& camera, BusEvent event);
+    void request(PluggedCamera& camera, unsigned address, BusEvent event);
     void work();
     void perform(const Task& task);
 
@@ -283,7 +284,10 @@ void Bed::State::attach(PluggedCamera& camera)
     chmod(node.c_str(), 0666);
 
     camera.node_ = std::make_shared<UsbfsNode>(
-        camera.camera_, place.address, [this, &camera](BusEvent event) { request(camera, event); },
+        camera.camera_, place.address,
+        [this, &camera, address = place.address](BusEvent event) {
+            request(camera, address, event);
+        },
         alarms);
     camera.node_->set_memory(memory);
     register_node(place.bus, place.address, camera.node_);
@@ -326,7 +330,11 @@ void Bed::State::return_with_new_address(PluggedCamera& camera, Departure reason
     unlist(camera);
     {
         const std::lock_guard lock(camera.camera_->mutex());
-        camera.camera_->restart();
+        if (reason == Departure::kRestart) {
+            camera.camera_->restart();
+        } else {
+            camera.camera_->power_cycle();
+        }
     }
     {
         const unsigned address = next_address(camera.place_.bus);
@@ -337,17 +345,17 @@ void Bed::State::return_with_new_address(PluggedCamera& camera, Departure reason
 }
 
 // Called under the camera's mutex, by whichever thread made the transfer.
-void Bed::State::request(PluggedCamera& camera, BusEvent event)
+void Bed::State::request(PluggedCamera& camera, unsigned address, BusEvent event)
 {
     const std::lock_guard lock(task_mutex);
     const bool known = std::any_of(tasks.begin(), tasks.end(), [&](const Task& task) {
-        return task.camera == &camera && task.event == event;
+        return task.camera == &camera && task.address == address && task.event == event;
     });
     if (known) {
         return;
     }
     const auto delay = event == BusEvent::kRestart ? kRestartDelay : std::chrono::milliseconds(0);
-    tasks.push_back({&camera, event, std::chrono::steady_clock::now() + delay});
+    tasks.push_back({&camera, event, address, std::chrono::steady_clock::now() + delay});
     task_change.notify_all();
 }
 
@@ -373,15 +381,18 @@ void Bed::State::perform(const Task& task)
 {
     const std::lock_guard lock(mutex);
     PluggedCamera& camera = *task.camera;
-    if (task.event == BusEvent::kRestart) {
-        if (camera.node_) {
-            return_with_new_address(camera, Departure::kRestart);
-        }
-        return;
-    }
     if (task.event == BusEvent::kReplug) {
         if (!camera.node_) {
             return_with_new_address(camera, Departure::kUnplugged);
+        }
+        return;
+    }
+    if (!camera.node_ || camera.place_.address != task.address) {
+        return; // it has come back since
+    }
+    if (task.event == BusEvent::kRestart) {
+        if (!camera.node_->is_gone()) { // it may have been unplugged before its time came
+            return_with_new_address(camera, Departure::kRestart);
         }
         return;
     }
@@ -449,7 +460,7 @@ void Bed::State::replug_after(PluggedCamera& camera, uint64_t delay_us)
 {
     alarms.set(delay_us, Alarms::Passes::kWhileWaiting, [this, &camera](uint64_t) {
         const std::lock_guard lock(camera.camera_->mutex());
-        request(camera, BusEvent::kReplug);
+        request(camera, 0, BusEvent::kReplug);
     });
 }
 

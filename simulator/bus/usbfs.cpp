@@ -81,6 +81,12 @@ void UsbfsNode::set_gone()
     gone_signal_.set(true);
 }
 
+bool UsbfsNode::is_gone()
+{
+    const std::lock_guard lock(camera_->mutex());
+    return gone_;
+}
+
 void UsbfsNode::await_late_answer(uint64_t delay_us)
 {
     alarms_.set(delay_us, Alarms::Passes::kWhileWaiting,
@@ -152,6 +158,7 @@ Reply UsbfsFile::dispatch(Request&& request)
         case USBDEVFS_RESETEP:
             return result(check_endpoint(header.first));
         case USBDEVFS_RESET:
+            (void)camera_.configure(1); // as Linux does behind it
             return result(0);
         case USBDEVFS_SUBMITURB:
             return result(submit(std::move(request)));
@@ -232,7 +239,9 @@ int UsbfsFile::set_configuration(uint32_t number)
     if (number > 1 && number != UINT32_MAX) {
         return -EINVAL;
     }
-    tell_request({.request = kSetConfiguration, .value = static_cast<uint16_t>(number == 1)}, 0);
+    const uint16_t configuration = number == 1 ? 1 : 0;
+    tell_request({.request = kSetConfiguration, .value = configuration}, 0);
+    (void)camera_.configure(configuration);
     return 0;
 }
 
@@ -337,6 +346,7 @@ int UsbfsFile::submit_control(Urb&& urb)
     urb.data.resize(kSetupBytes + setup.length);
     tell(&UsbObserver::submitted, urb);
     const Outcome outcome = camera_.control(setup, std::span(urb.data).subspan(kSetupBytes));
+    urb.restart = outcome.restart;
     switch (outcome.kind) {
         case Outcome::Kind::kRefused:
             urb.status = outcome.status;
@@ -366,8 +376,6 @@ int UsbfsFile::submit_control(Urb&& urb)
         node_->on_event_(BusEvent::kUnplugSilent);
     } else if (outcome.kind == Outcome::Kind::kUnplugAnnounced) {
         node_->on_event_(BusEvent::kUnplugAnnounced);
-    } else if (outcome.restart) {
-        node_->on_event_(BusEvent::kRestart);
     }
     return 0;
 }
@@ -444,6 +452,9 @@ void UsbfsFile::cancel_all(int status)
 void UsbfsFile::finish(Urb&& urb)
 {
     tell(&UsbObserver::finished, urb);
+    if (urb.restart && !node_->gone_) {
+        node_->on_event_(BusEvent::kRestart);
+    }
     finished_bytes_ += urb.data.size();
     finished_.push_back(std::move(urb));
     update_ready();

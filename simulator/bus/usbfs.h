@@ -44,6 +44,7 @@ public:
     void set_memory(std::shared_ptr<UsbfsMemory> memory);
     /// The camera is off the bus: pending URBs end with ESHUTDOWN, everything else is ENODEV.
     void set_gone();
+    bool is_gone();
 
 private:
     friend class UsbfsFile;
@@ -73,6 +74,7 @@ public:
     UsbfsFile& operator=(const UsbfsFile&) = delete;
 
     Reply call(Request&& request);
+    bool is_gone() const { return node_->is_gone(); }
     int ready_fd() const { return ready_.fd(); }
     /// Borrowed; writable once the camera is off the bus.
     int gone_fd() const { return node_->gone_signal_.fd(); }
@@ -90,6 +92,7 @@ private:
         int status = 0;
         uint32_t actual_bytes = 0;
         uint64_t late_until_us = 0;         ///< pending: when its answer arrives, 0: never
+        bool restart = false;               ///< once it is over
         std::vector<uint8_t> data;          ///< control: setup and data; IN otherwise: the answer
         std::vector<uint32_t> packet_bytes; ///< isochronous: room per packet
         std::vector<IsoResult> packets;

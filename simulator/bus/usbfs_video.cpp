@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <functional>
 #include <numeric>
 #include <utility>
 
@@ -116,7 +117,8 @@ void UsbfsFile::move_video()
 void UsbfsFile::fill_transfer(Urb& urb)
 {
     VideoStream& stream = camera_.stream();
-    urb.data.resize(urb.buffer_bytes);
+    // What is asked for costs nothing, or a host could have all memory by asking.
+    urb.data.resize(std::min<size_t>(urb.buffer_bytes, stream.most_in_transfer()));
     urb.actual_bytes = static_cast<uint32_t>(stream.read_transfer(urb.data));
     urb.data.resize(urb.actual_bytes);
     // A whole packet came where there was room for a part of it only.
@@ -129,10 +131,15 @@ void UsbfsFile::fill_packets(Urb& urb)
 {
     VideoStream& stream = camera_.stream();
     std::vector<uint8_t>& data = urb.data;
-    data.resize(std::accumulate(urb.packet_bytes.begin(), urb.packet_bytes.end(), size_t{0}));
+    const auto room = [most = stream.most_in_packet()](uint32_t packet_bytes) {
+        return std::min<size_t>(packet_bytes, most);
+    };
+    data.resize(std::transform_reduce(urb.packet_bytes.begin(), urb.packet_bytes.end(), size_t{0},
+                                      std::plus<>(), room));
     size_t filled = 0;
     for (size_t i = 0; i < urb.packets.size() && stream.has_data(); ++i) {
-        const auto moved = stream.read_packet(std::span(data).subspan(filled, urb.packet_bytes[i]));
+        const auto moved =
+            stream.read_packet(std::span(data).subspan(filled, room(urb.packet_bytes[i])));
         urb.packets[i] = {static_cast<uint32_t>(moved.value_or(0)), moved ? 0 : -EOVERFLOW};
         filled += urb.packets[i].actual_bytes;
     }

@@ -156,8 +156,9 @@ std::span<const Field<CameraModel>> camera_fields()
          "table [eeprom].", nullptr},
         {"write_protect", Choice{kWriteProtect}, Computed<M>{
             "\"gpio0\" for the flash of older firmware, else \"control\"", default_write_protect},
-         "What drives the ROM's protection pin: the write-protect control alone, or GPIO 0 as "
-         "well. A high GPIO 0 releases a flash, a low one an EEPROM.", set_write_protect},
+         "What drives the ROM's protection pin: the write-protect control, or GPIO 0. With "
+         "\"gpio0\" a flash minds nothing but GPIO 0, which releases it when high; an EEPROM needs "
+         "both, the control and a low GPIO 0.", set_write_protect},
         {"size_byte", EitherNumber{6, 22}, Computed<M>{
             "22 for the LARCH chips (LE LD LS LP), else 6", default_size_byte},
          "Where the ROM header keeps the ROM's size: at byte 6 or 22.", set_size_byte},

@@ -46,6 +46,11 @@ constexpr uint8_t kModelSetfile = 0x10;
 constexpr uint8_t kLockedByGpio0 = 0x9C;
 constexpr uint8_t kLockedByControl = 0x8C;
 
+uint8_t lock_status(const CameraModel& model)
+{
+    return model.gpio0_is_wp ? kLockedByGpio0 : kLockedByControl;
+}
+
 std::vector<uint8_t> rom_with(const CameraModel& model, std::span<const uint8_t> contents)
 {
     std::vector<uint8_t> rom(rom_bytes(model), 0xFF);
@@ -97,17 +102,32 @@ ChipState::ChipState(const CameraModel& the_model, Clock& clock,
 
 void ChipState::power_up()
 {
+    if (flash)
+        flash->power_up(lock_status(model));
+    if (eeprom)
+        eeprom->power_up();
+    reset();
+}
+
+void ChipState::power_cut()
+{
+    if (flash)
+        flash->power_cut();
+    if (eeprom)
+        eeprom->power_cut();
+}
+
+void ChipState::reset()
+{
     xdata.fill(0);
     sensor.fill(0);
     mcu_data.fill(0);
     flash_block = 0;
     restart_pending = false;
     spi.power_up();
+    firmware = boot(model, rom_is_busy() ? std::span<const uint8_t>() : rom);
     if (flash)
-        flash->power_up(model.gpio0_is_wp ? kLockedByGpio0 : kLockedByControl);
-    if (eeprom)
-        eeprom->power_up();
-    firmware = boot(model, rom);
+        flash->lock(lock_status(model));
     publish_firmware_state();
     set_write_protect(true);
 }
@@ -187,6 +207,11 @@ void ChipState::drive_wp_pins()
         flash->set_wp_pin(model.gpio0_is_wp ? !gpio_level(xdata, 0) : write_protect);
     if (eeprom)
         eeprom->set_protected(eeprom_protected());
+}
+
+bool ChipState::rom_is_busy()
+{
+    return (flash && flash->is_busy()) || (eeprom && eeprom->busy());
 }
 
 /// The fingerprint board pulls the EEPROM's protection pin up; only GPIO 0 can pull it down.

@@ -23,8 +23,12 @@ struct ChipState {
     ChipState(const ChipState&) = delete;
     ChipState& operator=(const ChipState&) = delete;
 
-    /// Volatile state is lost; the boot rule chooses the firmware.
+    /// The ROM has power again; then as reset().
     void power_up();
+    /// The controller's volatile state is lost; the boot rule chooses the firmware. The ROM goes on
+    /// with what it is at, and is not there to boot from meanwhile.
+    void reset();
+    void power_cut();
     /// Writes one controller register with everything that hangs on it.
     void write_register(uint16_t address, uint8_t value);
     void set_write_protect(bool on);
@@ -59,6 +63,7 @@ private:
     void set_encoder_defaults();
     void run_board_command(uint16_t address, uint8_t value);
     void drive_wp_pins();
+    bool rom_is_busy();
     bool eeprom_protected() const;
 
     uint8_t touch_ = 0;

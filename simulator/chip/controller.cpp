@@ -5,13 +5,12 @@
 #include "gpio.h"
 #include "h264_unit.h"
 #include "picture.h"
+#include "uvc_request.h"
 #include "vendor_xu.h"
 
 namespace sim {
 namespace {
 
-constexpr uint8_t kVendorUnit = 6;
-constexpr uint8_t kH264UnitId = 12;
 constexpr uint8_t kFlipped = 0x02;
 constexpr uint8_t kMirrored = 0x01;
 
@@ -40,7 +39,7 @@ int Controller::xu_request(uint8_t unit, uint8_t selector, uint8_t request, std:
     switch (unit) {
         case kVendorUnit:
             return state_->vendor_xu.request(selector, request, data);
-        case kH264UnitId:
+        case kH264Unit:
             return state_->h264.request(selector, request, data);
         default:
             return kStall;
@@ -54,18 +53,22 @@ bool Controller::restart_pending() const
 
 void Controller::restart()
 {
-    state_->chip.power_up();
+    state_->chip.reset();
     state_->vendor_xu.power_up();
     state_->h264.power_up();
 }
 
 void Controller::power_cut()
 {
-    ChipState& chip = state_->chip;
-    if (chip.flash)
-        chip.flash->power_cut();
-    if (chip.eeprom)
-        chip.eeprom->power_cut();
+    state_->chip.power_cut();
+}
+
+void Controller::power_cycle()
+{
+    state_->chip.power_cut();
+    state_->chip.power_up();
+    state_->vendor_xu.power_up();
+    state_->h264.power_up();
 }
 
 void Controller::set_rom_fault(const RomFaultHook& hook)

@@ -34,10 +34,12 @@ public:
     /// The firmware has asked for a restart (register 0x26); the bus takes the camera away, calls
     /// restart() and brings it back with a new address.
     bool restart_pending() const;
-    /// What a reset or a power cycle does: volatile state is lost, the boot rule runs.
+    /// The controller's reset: its volatile state is lost, the boot rule runs. A ROM that is busy
+    /// stays so, and the mask ROM's firmware starts.
     void restart();
-    /// The power goes: what the ROM is writing stays half done. The next restart() powers up.
+    /// The power goes: what the ROM is writing stays half done. The next power_cycle() powers up.
     void power_cut();
+    void power_cycle();
     /// From now on something may go wrong with the external ROM; an empty hook ends it.
     void set_rom_fault(const RomFaultHook& hook);
 

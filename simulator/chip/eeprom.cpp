@@ -17,7 +17,8 @@ void Eeprom::power_up()
 void Eeprom::power_cut()
 {
     if (busy())
-        cells_.halve_write();
+        cells_.cut_write(
+            RomCells::steps_in(clock_.now_us() - busy_since_us_, part_.write_cycle_us));
     powered_ = false;
 }
 
@@ -41,6 +42,7 @@ void Eeprom::write(uint32_t address, std::span<const uint8_t> bytes)
 {
     if (!powered_ || busy() || protected_ || bytes.empty())
         return;
+    cells_.begin_write();
     start_cycles(1, cells_.program(address, bytes));
 }
 
@@ -54,10 +56,12 @@ void Eeprom::write_pages(uint32_t address, std::span<const uint8_t> bytes)
 
 void Eeprom::start_cycles(uint32_t count, const RomFault& fault)
 {
-    const uint64_t duration_us = uint64_t{count} * part_.write_cycle_us;
-    busy_until_us_ = fault.ready_us(clock_.now_us() + duration_us);
-    if (fault.power_cut)
-        power_cut();
+    busy_since_us_ = clock_.now_us();
+    busy_until_us_ = fault.ready_us(busy_since_us_ + uint64_t{count} * part_.write_cycle_us);
+    if (fault.power_cut) {
+        cells_.cut_write(count); // in the last of them
+        powered_ = false;
+    }
 }
 
 } // namespace sim

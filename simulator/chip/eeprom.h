@@ -17,7 +17,7 @@ public:
     Eeprom(const EepromPart& part, Clock& clock, std::span<uint8_t> cells);
 
     void power_up();
-    /// What is being written stays half done; nothing answers until the next power-up.
+    /// The page that is being written stays half done; nothing answers until the next power-up.
     void power_cut();
     void set_fault(RomFaultHook hook) { cells_.set_fault(std::move(hook)); }
     void set_protected(bool is_protected) { protected_ = is_protected; }
@@ -36,6 +36,7 @@ private:
     Clock& clock_;
     RomCells cells_;
     bool protected_ = true;
+    uint64_t busy_since_us_ = 0;
     uint64_t busy_until_us_ = 0;
     bool powered_ = true;
 };

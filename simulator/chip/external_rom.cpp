@@ -82,11 +82,13 @@ void ExternalRom::set_status(uint8_t status)
     send(std::array{kWriteStatus, status});
 }
 
-void ExternalRom::read_id(uint8_t opcode, std::span<uint8_t> out)
+void ExternalRom::read_id(uint8_t opcode, size_t command_bytes, std::span<uint8_t> out)
 {
     std::ranges::fill(out, uint8_t{0xFF});
+    const std::array<uint8_t, 4> command = {opcode};
     if (chip_.flash)
-        chip_.flash->transfer(std::array{opcode}, out);
+        chip_.flash->transfer(
+            std::span(command).first(std::clamp<size_t>(command_bytes, 1, command.size())), out);
 }
 
 uint16_t ExternalRom::checksum() const

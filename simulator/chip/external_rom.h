@@ -24,7 +24,8 @@ public:
 
     uint8_t status();
     void set_status(uint8_t status);
-    void read_id(uint8_t opcode, std::span<uint8_t> out);
+    /// `command_bytes`: of the opcode and the zeros behind it, 1 to 4.
+    void read_id(uint8_t opcode, size_t command_bytes, std::span<uint8_t> out);
     uint16_t checksum() const;
 
 private:

@@ -37,13 +37,6 @@ static_assert(std::size(kTable) == H264Unit::kControls);
 constexpr size_t kSwappedGet = kGetCur;
 constexpr size_t kSwappedSet = kSetCur;
 
-int answer(std::span<uint8_t> room, std::span<const uint8_t> bytes)
-{
-    const size_t count = std::min(room.size(), bytes.size());
-    std::copy_n(bytes.begin(), count, room.begin());
-    return static_cast<int>(count);
-}
-
 } // namespace
 
 std::string_view H264Unit::control_name(uint8_t selector)
@@ -91,13 +84,13 @@ int H264Unit::standard_request(size_t control, uint8_t code, std::span<uint8_t> 
         case kSetCur:
             return set_current(control, data);
         case kGetCur:
-            return readable ? answer(data, setting(control)) : kStall;
+            return readable ? put_answer(setting(control), data) : kStall;
         case kGetDef:
-            return readable ? answer(data, std::span(row.defaults).first(row.length)) : kStall;
+            return readable ? put_answer(std::span(row.defaults).first(row.length), data) : kStall;
         case kGetLen:
-            return answer(data, std::array<uint8_t, 2>{row.length, 0});
+            return put_answer(std::array<uint8_t, 2>{row.length, 0}, data);
         case kGetInfo:
-            return answer(data, std::array{row.info});
+            return put_answer(std::array{row.info}, data);
         default:
             return kStall;
     }
@@ -120,7 +113,7 @@ int H264Unit::swapped_request(size_t control, std::span<uint8_t> data) const
 {
     if (data.size() != kSwappedGet && data.size() != kSwappedSet)
         return kStall;
-    return answer(data, setting(control));
+    return put_answer(setting(control), data);
 }
 
 std::span<const uint8_t> H264Unit::setting(size_t control) const

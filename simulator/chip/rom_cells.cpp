@@ -13,6 +13,7 @@ void RomCells::set(size_t cell, uint8_t value)
 
 void RomCells::erase(size_t first, size_t end)
 {
+    steps_.push_back(changes_.size());
     for (size_t cell = first; cell < end; ++cell)
         set(cell, 0xFF);
 }
@@ -22,7 +23,7 @@ RomFault RomCells::program(uint32_t address, std::span<const uint8_t> bytes)
     const RomFault fault = ask({.kind = RomAccess::Kind::kProgram,
                                 .address = address,
                                 .bytes = static_cast<uint32_t>(bytes.size())});
-    begin_write();
+    steps_.push_back(changes_.size());
     if (fault.ignored)
         return fault;
     const size_t page = address % cells_.size() / page_bytes_ * page_bytes_;
@@ -37,6 +38,7 @@ RomFault RomCells::program(uint32_t address, std::span<const uint8_t> bytes)
 
 RomCells::Pages RomCells::program_pages(uint32_t address, std::span<const uint8_t> bytes)
 {
+    begin_write();
     Pages pages;
     while (!bytes.empty() && !pages.worst.power_cut) {
         const size_t room = page_bytes_ - address % page_bytes_;
@@ -52,12 +54,16 @@ RomCells::Pages RomCells::program_pages(uint32_t address, std::span<const uint8_
 }
 
 // Backwards, because a write that wraps may have changed a cell twice.
-void RomCells::halve_write()
+void RomCells::cut_write(uint64_t done)
 {
-    const size_t done = changes_.size() / 2;
-    for (size_t i = changes_.size(); i-- > done;)
+    if (steps_.empty())
+        return;
+    const size_t step = std::min<uint64_t>(done, steps_.size() - 1);
+    const size_t end = step + 1 < steps_.size() ? steps_[step + 1] : changes_.size();
+    const size_t kept = steps_[step] + (end - steps_[step]) / 2;
+    for (size_t i = changes_.size(); i-- > kept;)
         cells_[changes_[i].cell] = changes_[i].old;
-    changes_.clear();
+    begin_write();
 }
 
 } // namespace sim

@@ -28,20 +28,30 @@ public:
     /// Addresses beyond the last cell begin again at the first.
     uint8_t operator[](size_t address) const { return cells_[address % cells_.size()]; }
 
-    /// The next changes are those of a new write.
-    void begin_write() { changes_.clear(); }
+    /// The next changes are those of a new write, of which nothing is done yet.
+    void begin_write()
+    {
+        changes_.clear();
+        steps_.clear();
+    }
     void erase(size_t first, size_t end);
-    /// One page; an address that reaches the end of its page wraps to its start.
+    /// One page, a step of the write; an address that reaches the end of its page wraps to its
+    /// start.
     RomFault program(uint32_t address, std::span<const uint8_t> bytes);
     struct Pages {
         uint32_t count = 0;
         RomFault worst;
     };
-    /// Page after page, until the power goes.
+    /// A write of page after page, until the power goes.
     Pages program_pages(uint32_t address, std::span<const uint8_t> bytes);
 
-    /// The power goes: the first half of the changes remains, the other cells are as they were.
-    void halve_write();
+    /// The power goes in the middle of a step, with `done` steps before it, or of the last one: the
+    /// first half of its changes remains, the cells behind them are as they were.
+    void cut_write(uint64_t done);
+    static uint64_t steps_in(uint64_t time_us, uint64_t step_us)
+    {
+        return step_us == 0 ? UINT64_MAX : time_us / step_us;
+    }
 
 private:
     struct Change {
@@ -54,6 +64,7 @@ private:
     size_t page_bytes_;
     Programming programming_;
     std::vector<Change> changes_;
+    std::vector<size_t> steps_; ///< where each begins in the changes
     RomFaultHook fault_;
 };
 

@@ -13,6 +13,7 @@ constexpr uint8_t kWriteDisable = 0x04;
 constexpr uint8_t kReadStatus = 0x05;
 constexpr uint8_t kWriteEnable = 0x06;
 constexpr uint8_t kEnableStatusWrite = 0x50;
+constexpr uint8_t kReadJedecId = 0x9F;
 constexpr uint8_t kNoSuchCommand = 0xFF;
 
 constexpr uint32_t kSectorBytes = 4096;
@@ -40,11 +41,20 @@ void SpiFlash::power_up(uint8_t status)
     powered_ = true;
 }
 
+void SpiFlash::lock(uint8_t status)
+{
+    settle();
+    if (busy_ || !powered_)
+        return;
+    status_ = status & (kBlockProtect | kStatusLocked);
+    write_enabled_ = false;
+}
+
 void SpiFlash::power_cut()
 {
     settle();
     if (busy_)
-        cells_.halve_write();
+        cells_.cut_write(RomCells::steps_in(clock_.now_us() - busy_since_us_, step_us_));
     powered_ = false;
 }
 
@@ -73,7 +83,7 @@ void SpiFlash::program_pages(uint32_t address, std::span<const uint8_t> bytes)
     if (busy_ || (status_ & kBlockProtect) != 0)
         return;
     const RomCells::Pages pages = cells_.program_pages(address, bytes);
-    start_busy(pages.count * part_.program_us, pages.worst);
+    start_busy(part_.program_us, pages.worst, pages.count);
 }
 
 /// What was begun ends by itself: the latch falls, a written status takes effect.
@@ -92,7 +102,7 @@ void SpiFlash::execute(std::span<const uint8_t> command, std::span<uint8_t> answ
 {
     const uint8_t opcode = command[0];
     if (opcode == part_.read_id_command)
-        return read_id(answer);
+        return read_id(command, answer);
     if (opcode == part_.chip_erase_command && opcode != kNoSuchCommand)
         return erase({}, static_cast<uint32_t>(cells_.size()), part_.chip_erase_us);
     if (opcode == part_.block_erase_command)
@@ -137,8 +147,11 @@ void SpiFlash::read(std::span<const uint8_t> command, std::span<uint8_t> answer)
         power_cut();
 }
 
-void SpiFlash::read_id(std::span<uint8_t> answer) const
+/// But for the JEDEC one, these commands have an address.
+void SpiFlash::read_id(std::span<const uint8_t> command, std::span<uint8_t> answer) const
 {
+    if (command[0] != kReadJedecId && command.size() < kAddressedBytes)
+        return;
     const size_t length = std::min<size_t>({part_.id_length, part_.id.size(), answer.size()});
     std::copy_n(part_.id.begin(), length, answer.begin());
 }
@@ -162,6 +175,7 @@ void SpiFlash::page_program(std::span<const uint8_t> command)
 {
     if (command.size() <= kAddressedBytes || !array_writable())
         return;
+    cells_.begin_write();
     const RomFault fault = cells_.program(address_of(command), command.subspan(kAddressedBytes));
     start_busy(part_.program_us, fault);
 }
@@ -184,12 +198,16 @@ void SpiFlash::erase(std::span<const uint8_t> command, uint32_t bytes, uint32_t 
     start_busy(duration_us, fault);
 }
 
-void SpiFlash::start_busy(uint32_t duration_us, const RomFault& fault)
+void SpiFlash::start_busy(uint32_t step_us, const RomFault& fault, uint32_t steps)
 {
     busy_ = true;
-    busy_until_us_ = fault.ready_us(clock_.now_us() + duration_us);
-    if (fault.power_cut)
-        power_cut();
+    step_us_ = step_us;
+    busy_since_us_ = clock_.now_us();
+    busy_until_us_ = fault.ready_us(busy_since_us_ + uint64_t{steps} * step_us);
+    if (fault.power_cut) {
+        cells_.cut_write(steps); // in the last of them
+        powered_ = false;
+    }
 }
 
 bool SpiFlash::array_writable() const

@@ -25,12 +25,16 @@ public:
     SpiFlash(const FlashPart& part, Clock& clock, std::span<uint8_t> cells);
 
     void power_up(uint8_t status);
-    /// What is being written stays half done; nothing answers until the next power-up.
+    /// By the firmware that starts; a flash that is busy hears nothing.
+    void lock(uint8_t status);
+    /// The page or area that is being written stays half done; nothing answers until the next
+    /// power-up.
     void power_cut();
     void set_fault(RomFaultHook hook) { cells_.set_fault(std::move(hook)); }
     /// Asserted (low): the status register cannot be changed once its lock bit is set.
     void set_wp_pin(bool asserted) { wp_asserted_ = asserted; }
     uint8_t status();
+    bool is_busy() { return (status() & kBusy) != 0; }
 
     /// Chip select low, `command` out, `answer` in, chip select high.
     void transfer(std::span<const uint8_t> command, std::span<uint8_t> answer);
@@ -41,11 +45,11 @@ private:
     void settle();
     void execute(std::span<const uint8_t> command, std::span<uint8_t> answer);
     void read(std::span<const uint8_t> command, std::span<uint8_t> answer);
-    void read_id(std::span<uint8_t> answer) const;
+    void read_id(std::span<const uint8_t> command, std::span<uint8_t> answer) const;
     void write_status(std::span<const uint8_t> command);
     void page_program(std::span<const uint8_t> command);
     void erase(std::span<const uint8_t> command, uint32_t bytes, uint32_t duration_us);
-    void start_busy(uint32_t duration_us, const RomFault& fault);
+    void start_busy(uint32_t step_us, const RomFault& fault, uint32_t steps = 1);
     bool array_writable() const;
 
     const FlashPart part_;
@@ -56,6 +60,8 @@ private:
     bool status_write_enabled_ = false;
     bool wp_asserted_ = true;
     bool busy_ = false;
+    uint32_t step_us_ = 0; ///< of what it is at
+    uint64_t busy_since_us_ = 0;
     uint64_t busy_until_us_ = 0;
     std::optional<uint8_t> next_status_;
     bool powered_ = true;

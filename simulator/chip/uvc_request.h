@@ -1,11 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <span>
 
 namespace sim {
 
-// Request codes of a control of an extension unit.
+// The extension units.
+inline constexpr uint8_t kVendorUnit = 6;
+inline constexpr uint8_t kH264Unit = 12;
+
+// Request codes of a control.
 inline constexpr uint8_t kSetCur = 0x01;
 inline constexpr uint8_t kGetCur = 0x81;
 inline constexpr uint8_t kGetMin = 0x82;
@@ -19,5 +25,13 @@ inline constexpr uint8_t kGetDef = 0x87;
 inline constexpr uint8_t kInfoGet = 0x01;
 inline constexpr uint8_t kInfoSet = 0x02;
 inline constexpr uint8_t kInfoGetAndSet = kInfoGet | kInfoSet;
+
+/// Copies as much of `answer` as there is room for; returns the bytes moved.
+inline int put_answer(std::span<const uint8_t> answer, std::span<uint8_t> room)
+{
+    const size_t moved = std::min(answer.size(), room.size());
+    std::copy_n(answer.begin(), moved, room.begin());
+    return static_cast<int>(moved);
+}
 
 } // namespace sim

@@ -14,13 +14,6 @@ constexpr uint8_t kRomTypeSpi = 0xFF;
 constexpr uint32_t kRomTypeUnit = 128;
 constexpr uint32_t kLargestRomType = 0x80;
 
-int answer(std::span<uint8_t> room, std::span<const uint8_t> bytes)
-{
-    const size_t count = std::min(room.size(), bytes.size());
-    std::copy_n(bytes.begin(), count, room.begin());
-    return static_cast<int>(count);
-}
-
 uint8_t rom_type(const CameraModel& model)
 {
     if (model.rom_kind == RomKind::kSpiFlash)
@@ -108,7 +101,7 @@ int VendorXu::request(uint8_t selector, uint8_t code, std::span<uint8_t> data)
         default:
             return kStall;
     }
-    return answer(data, out);
+    return put_answer(out, data);
 }
 
 int VendorXu::set_current(const Control& control, std::span<const uint8_t> data)
@@ -129,7 +122,7 @@ int VendorXu::set_current(const Control& control, std::span<const uint8_t> data)
     else if (control.selector == kWriteProtect)
         chip_.set_write_protect(data[0] != 0);
     else if (control.selector == kFlashReadId)
-        rom_.read_id(data[0], std::span(setting).first(3));
+        rom_.read_id(data[0], data[1], std::span(setting).first(3));
     else if (control.selector == kOsd)
         osd_.command(std::span(setting).first<Osd::kCommandBytes>());
     return static_cast<int>(data.size());

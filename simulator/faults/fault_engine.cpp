@@ -2,6 +2,8 @@
 #include "faults/fault_engine.h"
 
 #include "chip/spi_flash.h"
+#include "chip/uvc_request.h"
+#include "usb/standard_request.h"
 
 #include <algorithm>
 #include <array>
@@ -11,10 +13,6 @@
 namespace sim {
 
 namespace {
-
-constexpr uint8_t kClassType = 1;
-constexpr uint8_t kInterfaceRecipient = 1;
-constexpr uint8_t kGetLen = 0x85;
 
 bool contains(const std::optional<Range>& range, uint64_t value)
 {
@@ -109,7 +107,9 @@ Fault FaultEngine::on_transfer(const Setup& setup)
     for (Rule& rule : rules_) {
         const Site site = rule.fault.site;
         if ((site == Site::kTransfer || site == Site::kClock) && strikes_now(rule)) {
-            return transfer_fault(rule.fault);
+            Fault fault = transfer_fault(rule.fault);
+            fault.after = rule.fault.after;
+            return fault;
         }
     }
     return Fault::none();

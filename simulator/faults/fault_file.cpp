@@ -354,6 +354,10 @@ void FaultReader::read_settings(const EffectWord& word, PlannedFault& fault) con
         fault.mask = static_cast<uint8_t>(*mask);
     }
     fault.announced = flag_at("announced", true);
+    fault.after = flag_at("after", false);
+    if (fault.after && (fault.site == Site::kFrame || fault.site == Site::kClock)) {
+        fail("after", "\"after\" is about a request, and nothing is asked here");
+    }
     if (const auto replug_ms = number_at("replug_ms", 0, kMostMs)) {
         fault.replug_us = *replug_ms * kUsPerMs;
     }

@@ -70,6 +70,7 @@ struct PlannedFault {
     std::optional<uint8_t> mask = {};         ///< kBitFlip; nothing: one bit by chance
     bool announced = true;                    ///< kUnplug, kPowerCut
     std::optional<uint64_t> replug_us = {};   ///< the same: it comes back after so long
+    bool after = false;                       ///< once the camera has obeyed
     uint64_t times =
         std::numeric_limits<uint64_t>::max(); ///< how often it strikes a camera at most
     uint64_t seed = 0;

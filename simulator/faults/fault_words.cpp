@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "faults/fault_words.h"
 
+#include "chip/uvc_request.h"
+
 #include <algorithm>
 #include <iterator>
 
@@ -10,24 +12,24 @@ namespace {
 
 // clang-format off
 constexpr EffectWord kEffects[] = {
-//   name              effect                  strikes                       settings                    required
-    {"stall",          Effect::kStalled,       Strikes::kTransfersAndFrames, {},                         ""},
-    {"io-error",       Effect::kIoError,       Strikes::kTransfers,          {},                         ""},
-    {"timeout",        Effect::kTimeout,       Strikes::kTransfers,          {},                         ""},
-    {"no-answer",      Effect::kNoAnswer,      Strikes::kTransfers,          {},                         ""},
-    {"short",          Effect::kShort,         Strikes::kTransfers,          {"bytes"},                  "bytes"},
-    {"wrong-length",   Effect::kWrongLength,   Strikes::kTransfers,          {"bytes"},                  "bytes"},
-    {"late",           Effect::kLate,          Strikes::kTransfers,          {"ms"},                     "ms"},
-    {"unplug",         Effect::kUnplug,        Strikes::kAnything,           {"announced", "replug_ms"}, ""},
-    {"power-cut",      Effect::kPowerCut,      Strikes::kAnything,           {"announced", "replug_ms"}, ""},
-    {"truncate",       Effect::kTruncate,      Strikes::kFrames,             {"bytes"},                  "bytes"},
-    {"error-bit",      Effect::kErrorBit,      Strikes::kFrames,             {},                         ""},
-    {"lying-write",    Effect::kLyingWrite,    Strikes::kRom,                {},                         ""},
-    {"lying-erase",    Effect::kLyingErase,    Strikes::kRom,                {},                         ""},
-    {"stuck-busy",     Effect::kStuckBusy,     Strikes::kRom,                {"ms"},                     ""},
-    {"ignored-lock",   Effect::kIgnoredLock,   Strikes::kRomStatus,          {},                         ""},
-    {"ignored-unlock", Effect::kIgnoredUnlock, Strikes::kRomStatus,          {},                         ""},
-    {"bit-flip",       Effect::kBitFlip,       Strikes::kRom,                {"mask"},                   ""},
+//   name              effect                  strikes                       settings                             required
+    {"stall",          Effect::kStalled,       Strikes::kTransfersAndFrames, {},                                  ""},
+    {"io-error",       Effect::kIoError,       Strikes::kTransfers,          {"after"},                           ""},
+    {"timeout",        Effect::kTimeout,       Strikes::kTransfers,          {"after"},                           ""},
+    {"no-answer",      Effect::kNoAnswer,      Strikes::kTransfers,          {"after"},                           ""},
+    {"short",          Effect::kShort,         Strikes::kTransfers,          {"bytes"},                           "bytes"},
+    {"wrong-length",   Effect::kWrongLength,   Strikes::kTransfers,          {"bytes"},                           "bytes"},
+    {"late",           Effect::kLate,          Strikes::kTransfers,          {"ms"},                              "ms"},
+    {"unplug",         Effect::kUnplug,        Strikes::kAnything,           {"announced", "replug_ms", "after"}, ""},
+    {"power-cut",      Effect::kPowerCut,      Strikes::kAnything,           {"announced", "replug_ms"},          ""},
+    {"truncate",       Effect::kTruncate,      Strikes::kFrames,             {"bytes"},                           "bytes"},
+    {"error-bit",      Effect::kErrorBit,      Strikes::kFrames,             {},                                  ""},
+    {"lying-write",    Effect::kLyingWrite,    Strikes::kRom,                {},                                  ""},
+    {"lying-erase",    Effect::kLyingErase,    Strikes::kRom,                {},                                  ""},
+    {"stuck-busy",     Effect::kStuckBusy,     Strikes::kRom,                {"ms"},                              ""},
+    {"ignored-lock",   Effect::kIgnoredLock,   Strikes::kRomStatus,          {},                                  ""},
+    {"ignored-unlock", Effect::kIgnoredUnlock, Strikes::kRomStatus,          {},                                  ""},
+    {"bit-flip",       Effect::kBitFlip,       Strikes::kRom,                {"mask"},                            ""},
 };
 
 struct RequestWord {
@@ -36,8 +38,8 @@ struct RequestWord {
 };
 
 constexpr RequestWord kRequests[] = {
-    {"SET_CUR", 0x01}, {"GET_CUR", 0x81}, {"GET_MIN", 0x82},  {"GET_MAX", 0x83},
-    {"GET_RES", 0x84}, {"GET_LEN", 0x85}, {"GET_INFO", 0x86}, {"GET_DEF", 0x87},
+    {"SET_CUR", kSetCur}, {"GET_CUR", kGetCur}, {"GET_MIN", kGetMin},   {"GET_MAX", kGetMax},
+    {"GET_RES", kGetRes}, {"GET_LEN", kGetLen}, {"GET_INFO", kGetInfo}, {"GET_DEF", kGetDef},
 };
 // clang-format on
 

@@ -12,10 +12,10 @@ namespace sim {
 
 /// The words of the fault language.
 
-inline constexpr std::string_view kSettingKeys[] = {"bytes", "ms", "mask", "announced",
-                                                    "replug_ms"};
-inline constexpr std::string_view kFaultKeys[] = {"when", "do",   "times",     "seed",     "bytes",
-                                                  "ms",   "mask", "announced", "replug_ms"};
+inline constexpr std::string_view kSettingKeys[] = {"bytes",     "ms",        "mask",
+                                                    "announced", "replug_ms", "after"};
+inline constexpr std::string_view kFaultKeys[] = {
+    "when", "do", "times", "seed", "bytes", "ms", "mask", "announced", "replug_ms", "after"};
 inline constexpr std::string_view kTransferTriggers[] = {"transfer", "unit", "selector", "request"};
 inline constexpr std::string_view kRomTriggers[] = {"rom_address"};
 inline constexpr std::string_view kFrameTriggers[] = {"frame"};
@@ -29,7 +29,7 @@ struct EffectWord {
     std::string_view name;
     Effect effect;
     Strikes strikes;
-    std::array<std::string_view, 2> settings; ///< that it takes
+    std::array<std::string_view, 3> settings; ///< that it takes
     std::string_view required;                ///< the one that it cannot do without
 };
 

@@ -106,6 +106,7 @@ TEST(ExtensionUnit, RestartsOnTheClockRegisterAndForgets)
     bench.write(kSensor, 0x10, {9});
     bench.set(kWriteProtect, {0});
     bench.set_status(0x00);
+    ASSERT_TRUE(bench.wait_ready());
     EXPECT_FALSE(bench.chip.restart_pending());
     bench.write(kReg, 0x0026, {0x10});
     EXPECT_TRUE(bench.chip.restart_pending());
@@ -128,6 +129,7 @@ TEST(SpiChannel, ReadsTheIdByThePartsOwnCommandOnly)
             const bool known = bench.has_flash() && opcode == part.read_id_command;
             const Bytes expected = known ? id : Bytes(3, 0xFF);
             EXPECT_EQ(bench.spi({opcode, 0, 0, 0}, 3), expected);
+            EXPECT_EQ(bench.spi({opcode}, 3), opcode == 0x9F ? expected : Bytes(3, 0xFF));
             if (bench.length(kFlashReadId) != 0) {
                 bench.set(kFlashReadId, {opcode, 4, 3, 0, 0, 0, 0, 0, 0, 0, 0});
                 EXPECT_EQ(bench.get(kFlashReadId, 3), expected);

@@ -80,6 +80,8 @@ TEST(FaultFile, MistakesNameTheirPlaceAndWhatWasExpected)
                                                         "f.json:1: fault 1: ", "means nothing to \"stall\""},
         {"[{\"when\": {}, \"do\": \"unplug\", \"announced\": 1}]",
                                                         "f.json:1: fault 1: ", "true or false, not 1"},
+        {"[{\"when\": {\"time_ms\": 1}, \"do\": \"unplug\", \"after\": true}]",
+                                                        "f.json:1: fault 1: ", "nothing is asked"},
         {"[{\"when\": {}, \"do\": \"bit-flip\", \"mask\": 0}]",
                                                         "f.json:1: fault 1: ", "1 to 255"},
     };

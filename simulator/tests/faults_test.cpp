@@ -17,6 +17,7 @@
 
 namespace {
 
+constexpr uint8_t kSetCur = 0x01;
 constexpr uint8_t kGetCur = 0x81;
 constexpr uint8_t kGetLen = 0x85;
 constexpr uint8_t kRegisters = 0x06;
@@ -62,6 +63,14 @@ protected:
                                        sim::kVendorUnit << 8, data_, room, timeout_ms);
     }
 
+    int restart(const Handle& handle) { return set_register(handle, 0x26, 0x10); }
+    int set_register(const Handle& handle, uint8_t address, uint8_t value)
+    {
+        uint8_t record[kRegisterBytes] = {0x81, 0x00, address, value};
+        return libusb_control_transfer(handle.get(), 0x21, kSetCur, kRegisters << 8,
+                                       sim::kVendorUnit << 8, record, kRegisterBytes, kTimeoutMs);
+    }
+
     sim::VirtualClock clock_;
     sim::InstalledVirtualClock installed_{clock_};
     sim::Bed bed_{clock_};
@@ -104,6 +113,55 @@ TEST_F(Faults, OfTransfersReachTheCaller)
         if (c.result != LIBUSB_ERROR_NO_DEVICE) {
             EXPECT_EQ(get(handle, kGetCur, kRegisterBytes), kRegisterBytes) << "healed";
         }
+    }
+}
+
+// It was asked for all the same; a host that cancels the transfer changes nothing.
+TEST_F(Faults, ARestartComesThoughItsAnswerIsLateOrCancelled)
+{
+    const struct {
+        const char* ms;
+        int result;
+    } cases[] = {{"1", kRegisterBytes}, {"100000", LIBUSB_ERROR_TIMEOUT}};
+    for (const auto& [ms, result] : cases) {
+        const unsigned before = camera_.address();
+        const Handle handle = open(camera_);
+        plan(std::string(R"([{"when": {"unit": 6}, "times": 1, "do": "late", "ms": )") + ms + "}]");
+        EXPECT_EQ(restart(handle), result);
+        bed_.settle();
+        EXPECT_NE(camera_.address(), before) << ms;
+    }
+}
+
+TEST_F(Faults, ACameraThatIsUnpluggedDoesNotComeBackByARestart)
+{
+    plan(R"([{"when": {"unit": 6, "request": "GET_CUR"}, "do": "unplug"}])");
+    while (bed_.fault_strikes().front() == 0) { // unless the restart was faster
+        const Handle handle = open(camera_);
+        EXPECT_EQ(restart(handle), kRegisterBytes);
+        EXPECT_EQ(get(handle, kGetCur, kRegisterBytes), LIBUSB_ERROR_NO_DEVICE);
+        bed_.settle();
+    }
+    EXPECT_FALSE(camera_.is_plugged());
+}
+
+TEST_F(Faults, MayStrikeOnceTheCameraHasObeyed)
+{
+    constexpr uint8_t kRegister = 0x60;
+    const Handle handle = open(camera_);
+    const struct {
+        const char* effect;
+        int result;
+    } cases[] = {{"io-error", LIBUSB_ERROR_IO},
+                 {"timeout", LIBUSB_ERROR_IO},
+                 {"no-answer", LIBUSB_ERROR_TIMEOUT},
+                 {"unplug", LIBUSB_ERROR_NO_DEVICE}};
+    uint8_t value = 0;
+    for (const auto& [effect, result] : cases) {
+        camera_.controller()->set_reg(kRegister, value++);
+        plan(std::string(R"([{"when": {"unit": 6}, "after": true, "do": ")") + effect + "\"}]");
+        EXPECT_EQ(set_register(handle, kRegister, value), result) << effect;
+        EXPECT_EQ(camera_.controller()->reg(kRegister), value) << effect;
     }
 }
 

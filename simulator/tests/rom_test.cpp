@@ -140,6 +140,35 @@ TEST(EepromChip, LosesAWriteThatComesDuringTheWriteCycle)
     EXPECT_EQ(cells[64], 5);
 }
 
+TEST(EepromChip, APowerCutTearsThePageThatIsBeingWritten)
+{
+    const EepromPart& part = find_model("fi2-board")->eeprom;
+    const auto page = static_cast<ptrdiff_t>(part.page_bytes);
+    const Bytes data(static_cast<size_t>(4 * page), 0x55);
+    const struct {
+        ptrdiff_t pages; // in the EEPROM before the power goes
+        bool is_planned;
+    } cases[] = {{0, false}, {2, false}, {3, false}, {1, true}};
+    for (const auto& [pages, is_planned] : cases) {
+        VirtualClock clock;
+        Bytes cells(part.size_bytes, 0xFF);
+        Eeprom chip(part, clock, cells);
+        chip.set_protected(false);
+        if (is_planned) {
+            chip.set_fault([&](const RomAccess& access) {
+                return RomFault{.power_cut = access.address == part.page_bytes};
+            });
+        }
+        chip.write_pages(0, data);
+        if (!is_planned) {
+            clock.advance_us(static_cast<uint64_t>(pages) * part.write_cycle_us + 1);
+            chip.power_cut();
+        }
+        EXPECT_EQ(std::ranges::count(cells, 0x55), pages * page + page / 2);
+        EXPECT_EQ(std::count(cells.begin(), cells.begin() + pages * page, 0x55), pages * page);
+    }
+}
+
 TEST(Boot, RefusesEveryImageThatIsNotWholeOrNotForThisChip)
 {
     const CameraModel& model = *find_model("rowan-spi");
@@ -173,6 +202,39 @@ TEST(Boot, RefusesEveryImageThatIsNotWholeOrNotForThisChip)
     };
     for (const auto& [name, image] : cases)
         EXPECT_FALSE(boot(model, image).external) << name;
+}
+
+// Until it is ready the ROM cannot be read, so there is nothing to boot from but the mask ROM.
+TEST(Boot, ARomThatIsBusyStaysSoOverAResetButNotOverAPowerCycle)
+{
+    for (const char* model : {"rowan-spi", "willow-eeprom"}) {
+        for (const bool power_cycle : {false, true}) {
+            Bench bench(model);
+            const Bytes before(bench.chip.rom().begin(), bench.chip.rom().end());
+            const Bytes data = {0x11, 0x22, 0x33, 0x44};
+            const auto address = // behind the firmware
+                static_cast<ptrdiff_t>(std::min<size_t>(before.size(), 0x10000) - 8);
+            bench.unlock();
+            bench.clock.advance_us(50'000); // until the lock is off
+            bench.write(kExtRom, static_cast<uint16_t>(address), data, bench.newer() ? 0x80 : 0xA0);
+            Bytes half = before;
+            std::copy_n(data.begin(), 2, half.begin() + address);
+            Bytes whole = half;
+            std::ranges::copy(data, whole.begin() + address);
+            ASSERT_TRUE(std::ranges::equal(bench.chip.rom(), whole)) << model;
+
+            power_cycle ? bench.chip.power_cycle() : bench.chip.restart();
+            EXPECT_EQ(bench.chip.runs_external_firmware(), power_cycle) << model;
+            EXPECT_EQ(bench.chip.flash_status(),
+                      bench.has_flash() ? (power_cycle ? 0x8C : 0x03) : 0x00);
+            EXPECT_TRUE(std::ranges::equal(bench.chip.rom(), power_cycle ? half : whole)) << model;
+
+            bench.clock.advance_us(10'000);
+            bench.chip.restart();
+            EXPECT_TRUE(bench.chip.runs_external_firmware()) << model;
+            EXPECT_EQ(bench.chip.flash_status(), bench.has_flash() ? 0x8C : 0x00) << model;
+        }
+    }
 }
 
 TEST(Images, AreTheSameOnEveryMachineAndNeverEndInAnErasedByte)

@@ -190,6 +190,27 @@ TEST_F(UsbTest, UnknownRequestsStall)
     }
 }
 
+// They would be obeyed if the camera looked at the code alone.
+TEST_F(UsbTest, RequestsThatContradictThemselvesStall)
+{
+    sim::PluggedCamera& camera = plug();
+    const sim::Setup cases[] = {
+        {0xA1, kSetCur, 0x0E00, 0x0600, 1}, // in, the write protection
+        {0xA1, kSetCur, 0x0200, 0x0200, 2}, // in, the brightness
+        {0x21, kGetLen, 0x0600, 0x0600, 2}, // out
+        {0x21, kGetLen, 0x0100, 0x0001, 2}, // out, to the video interface
+        {0xA1, kGetLen, 0x0655, 0x0600, 2}, // the selector's neighbour is reserved
+        {0x00, 6, 0x0100, 0, 18},           // a descriptor, out
+        {0x82, 0, 0, 0x008F, 2},            // status of an endpoint that is not there
+        {0x81, 0, 0, 2, 2},                 // of an interface
+    };
+    for (const sim::Setup& setup : cases) {
+        std::vector<uint8_t> data(setup.length);
+        EXPECT_EQ(camera.control(setup, data), -EPIPE) << std::hex << setup.value;
+    }
+    EXPECT_TRUE(camera.controller()->write_protect());
+}
+
 TEST_F(UsbTest, AnswersAreClippedToTheRequest)
 {
     const Handle handle = open(plug());

@@ -51,8 +51,8 @@ public:
         Bytes bytes;
         for (const uint32_t word :
              {command.code, command.sequence, command.device, command.direction, command.endpoint,
-              command.code == kUnlink ? command.victim : command.flags, command.length,
-              command.start_frame, command.packets, command.interval}) {
+              command.code == kUnlink ? command.victim : 0U, command.length, 0U, command.packets,
+              0U}) {
             put_u32(bytes, word);
         }
         bytes.insert(bytes.end(), command.setup.begin(), command.setup.end());

@@ -3,6 +3,10 @@
 #include "usbip/server.h"
 #include "usbip_host.h"
 
+#include "bus/bed.h"
+#include "bus/registry.h"
+#include "faults/fault_file.h"
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -81,6 +85,25 @@ TEST(UsbipServer, ServesHostsAndUnplugsThem)
     const Wire idle(server->port());
     server.reset(); // does not wait for those that say nothing
     EXPECT_TRUE(idle.is_closed());
+}
+
+// Nobody asks the camera for anything, but its time passes.
+TEST(UsbipServer, WhatIsPlannedHappensToAFastCameraByItself)
+{
+    VirtualClock clock;
+    Bed bed(clock);
+    PluggedCamera& camera = bed.plug(*find_model("rowan-spi"));
+    bed.set_faults(parse_faults(R"([{"when": {"time_ms": 500}, "do": "unplug"}])", "plan"));
+    Export device;
+    device.node = find_node(camera.bus(), camera.address());
+    device.record.bus_id = "1-1";
+    const Server server(
+        Address{"127.0.0.1", 0}, [&] { return std::vector{device}; }, &clock);
+    const Wire host(server.port());
+    host.send(Peer::import("1-1"));
+    EXPECT_EQ(host.receive(8 + 312).size(), 8 + 312);
+    EXPECT_TRUE(host.is_closed());
+    EXPECT_FALSE(camera.is_plugged());
 }
 
 TEST(UsbipServer, TakesAddressesApart)

@@ -265,6 +265,20 @@ TEST(UsbipUnlink, AnIsochronousTransferOnTheWireIsAnsweredBeforeItsCancellation)
     EXPECT_EQ(answers[1].status, 0);
 }
 
+TEST(UsbipTransfers, AConfigurationEndsTheStream)
+{
+    for (const uint16_t configuration : {uint16_t{0}, uint16_t{1}}) {
+        Camera camera("rowan-iso");
+        Host host(camera);
+        host.commit(0);
+        ASSERT_EQ(host.transfer(set_interface(1)).status, 0);
+        ASSERT_TRUE(camera.camera->stream().state().streaming);
+        EXPECT_EQ(host.transfer({0x00, 9, configuration, 0, 0}).status, 0);
+        EXPECT_FALSE(camera.camera->stream().state().streaming);
+        EXPECT_EQ(host.transfer({0x81, 10, 0, kVideoInterface, 1}).data, Bytes{0});
+    }
+}
+
 TEST(UsbipSession, AnUnplugAnswersWhatIsPendingAndWhatFollows)
 {
     Camera camera;
@@ -301,6 +315,10 @@ TEST(UsbipSession, AHostThatReadsNothingCannotFillTheMemory)
     }
     EXPECT_LT(fed, 50);
     EXPECT_LT(host.session.output().size(), 5u << 20);
+    camera.node->set_gone();
+    host.session.collect();
+    EXPECT_TRUE(host.session.is_gone());
+    EXPECT_EQ(host.session.gone_fd(), -1) << "whoever polls it would not come to rest";
     EXPECT_FALSE(host.answers().empty());
     EXPECT_TRUE(host.session.wants_input());
 }

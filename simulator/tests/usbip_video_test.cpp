@@ -5,10 +5,19 @@
 #include "chip/canvas.h"
 #include "chip/picture.h"
 
+#include <sys/resource.h>
+
 #include <vector>
 
 namespace sim::usbip {
 namespace {
+
+long peak_memory_kib()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
 
 Bytes expected_picture(std::span<const uint8_t> picture)
 {
@@ -94,6 +103,31 @@ TEST(UsbipVideo, IsochronousPacketsCarryAFrame)
         EXPECT_TRUE(data.empty());
     }
     EXPECT_EQ(picture, expected_picture(picture));
+}
+
+TEST(UsbipVideo, RoomThatIsAskedForCostsNoMemory)
+{
+    constexpr size_t kTransfers = 60;
+    constexpr uint32_t kPayloadBytes = 513;
+    Camera camera;
+    Host host(camera);
+    const long before_kib = peak_memory_kib();
+    host.commit(kPayloadBytes);
+    Bytes reads;
+    for (size_t i = 0; i < kTransfers; ++i) {
+        const Bytes read = host.read(kVideo, kMaxUrbBytes);
+        reads.insert(reads.end(), read.begin(), read.end());
+    }
+    std::vector<Answer> answers = host.send(reads);
+    while (answers.size() < kTransfers) {
+        const std::vector<Answer> more = host.wait();
+        ASSERT_FALSE(more.empty());
+        answers.insert(answers.end(), more.begin(), more.end());
+    }
+    for (const Answer& answer : answers) {
+        EXPECT_EQ(answer.data.size(), kPayloadBytes);
+    }
+    EXPECT_LT(peak_memory_kib() - before_kib, 4 * static_cast<long>(kMaxUrbBytes >> 10));
 }
 
 } // namespace

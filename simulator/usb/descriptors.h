@@ -2,6 +2,7 @@
 #pragma once
 
 #include "chip/model.h"
+#include "chip/uvc_request.h"
 
 #include <array>
 #include <cstdint>
@@ -19,10 +20,7 @@ inline constexpr uint8_t kVideoInterface = 1;
 inline constexpr uint8_t kInterruptEndpoint = 0x83;
 inline constexpr uint8_t kVideoEndpoint = 0x81;
 
-inline constexpr uint8_t kCameraTerminal = 1;
-inline constexpr uint8_t kProcessingUnit = 2;
-inline constexpr uint8_t kVendorUnit = 6;
-inline constexpr uint8_t kH264Unit = 12;
+inline constexpr uint8_t kProcessingUnit = 2; ///< the extension units are the chip's
 
 /// A picture size that the video interface offers; its frame index is its place, counted from 1.
 struct FrameSize {

@@ -42,7 +42,7 @@ struct Transfer {
 };
 
 /// What goes wrong with a control transfer. The camera sees the request only for kNone, kShort,
-/// kLength and kLate.
+/// kLength and kLate, and for what strikes `after` it has been obeyed.
 struct Fault {
     enum class Kind {
         kNone,
@@ -50,7 +50,7 @@ struct Fault {
         kIoError,  ///< garbage on the wire (EPROTO)
         kTimeout,  ///< the host controller gives up (ETIME)
         kNoAnswer, ///< stays pending until it is cancelled or the camera unplugged
-        kShort,    ///< `value` bytes at most move
+        kShort,    ///< `value` bytes at most move; what is set has been obeyed as a whole
         kLength,   ///< `value` bytes come, cut or filled up with 0; too many for the host: babble
         kLate,     ///< the answer comes after `value` milliseconds
         kAnswer,   ///< `bytes` come back instead of what the camera would say
@@ -61,6 +61,7 @@ struct Fault {
     Kind kind = Kind::kNone;
     uint32_t value = 0;
     std::vector<uint8_t> bytes = {};
+    bool after = false; ///< the camera has done what it was asked, only its answer is lost
 
     /// The firmware's own answer, if there is one, never reaches the host.
     bool replaces_answer() const

@@ -12,6 +12,48 @@
 
 namespace sim {
 
+namespace {
+
+bool is_question(uint8_t standard_request)
+{
+    switch (standard_request) {
+        case kGetStatus:
+        case kGetDescriptor:
+        case kGetConfiguration:
+        case kGetInterface:
+            return true;
+        default:
+            return false;
+    }
+}
+
+bool has_recipient(const Setup& setup)
+{
+    switch (setup.recipient()) {
+        case kDeviceRecipient:
+            return true;
+        case kInterfaceRecipient:
+            return setup.index < kInterfaceCount;
+        case kEndpointRecipient:
+            return (setup.index & 0x7F) == 0 || setup.index == kVideoEndpoint ||
+                   setup.index == kInterruptEndpoint;
+        default:
+            return false;
+    }
+}
+
+// The code of a class request names the direction, too. The encoder's unit understands other codes.
+bool is_contradictory(const Setup& setup)
+{
+    constexpr uint8_t kGet = 0x80;
+    const bool has_code = setup.request == kSetCur || (setup.request & kGet) != 0;
+    const bool may_be_swapped =
+        !has_code && setup.interface() == kControlInterface && setup.unit() == kH264Unit;
+    return !may_be_swapped && setup.is_in() != ((setup.request & kGet) != 0);
+}
+
+} // namespace
+
 UsbCamera::UsbCamera(const CameraModel& model, Clock& clock, std::string serial,
                      std::span<const uint8_t> rom)
     : clock_(clock),
@@ -48,10 +90,30 @@ void UsbCamera::record(const Setup& setup, std::span<const uint8_t> moved, int s
 void UsbCamera::restart()
 {
     controller_.restart();
+    await_host();
+}
+
+void UsbCamera::power_cycle()
+{
+    controller_.power_cycle();
+    await_host();
+}
+
+void UsbCamera::await_host()
+{
     video_ = VideoControls(controller_.model());
-    stream_.stop();
+    (void)configure(1);
+}
+
+bool UsbCamera::configure(unsigned number)
+{
+    if (number > 1) {
+        return false;
+    }
+    configuration_ = static_cast<uint8_t>(number);
     video_setting_ = 0;
-    configuration_ = 1;
+    stream_.stop();
+    return true;
 }
 
 bool UsbCamera::has_setting(unsigned number, unsigned setting)
@@ -83,10 +145,11 @@ Outcome UsbCamera::control(const Setup& setup, std::span<uint8_t> data)
 {
     const Fault fault = fault_ ? fault_(setup, ordinal_) : Fault::none();
     ++ordinal_;
-    const Outcome outcome = apply_fault(setup, data, fault);
+    Outcome outcome = apply_fault(setup, data, fault);
     if (outcome.kind == Outcome::Kind::kRefused) {
         return outcome;
     }
+    outcome.restart = controller_.restart_pending();
     clock_.advance_us(controller_.model().usb_latency_us);
     if (outcome.kind != Outcome::Kind::kPending && outcome.kind != Outcome::Kind::kLate) {
         record(setup, data.first(outcome.moved), outcome.status);
@@ -97,6 +160,9 @@ Outcome UsbCamera::control(const Setup& setup, std::span<uint8_t> data)
 Outcome UsbCamera::apply_fault(const Setup& setup, std::span<uint8_t> data, const Fault& fault)
 {
     if (fault.replaces_answer()) {
+        if (fault.after) {
+            (void)answer(setup, data);
+        }
         return fail(fault, data);
     }
     Outcome outcome = answer(setup, data);
@@ -173,23 +239,21 @@ Outcome UsbCamera::answer(const Setup& setup, std::span<uint8_t> data)
     } else {
         outcome.moved = std::min(static_cast<uint32_t>(moved), static_cast<uint32_t>(data.size()));
     }
-    outcome.restart = controller_.restart_pending();
     return outcome;
 }
 
 int UsbCamera::standard_request(const Setup& setup, std::span<uint8_t> data)
 {
+    if (!data.empty() && setup.is_in() != is_question(setup.request)) {
+        return kControlStall;
+    }
     switch (setup.request) {
         case kGetDescriptor:
             return get_descriptor(setup, data);
         case kGetConfiguration:
             return put_answer(std::array{configuration_}, data);
         case kSetConfiguration:
-            if (setup.value > 1) {
-                return kControlStall;
-            }
-            configuration_ = static_cast<uint8_t>(setup.value);
-            return 0;
+            return configure(setup.value) ? 0 : kControlStall;
         case kGetInterface: {
             const uint8_t setting = setup.index == kVideoInterface ? video_setting_ : uint8_t{0};
             return setup.index >= kInterfaceCount ? kControlStall
@@ -198,7 +262,8 @@ int UsbCamera::standard_request(const Setup& setup, std::span<uint8_t> data)
         case kSetInterface:
             return set_interface(setup.index, setup.value) ? 0 : kControlStall;
         case kGetStatus:
-            return put_answer(std::array<uint8_t, 2>{0, 0}, data);
+            return has_recipient(setup) ? put_answer(std::array<uint8_t, 2>{0, 0}, data)
+                                        : kControlStall;
         case kClearFeature:
             return clear_feature(setup);
         case kSetFeature:
@@ -249,6 +314,9 @@ int UsbCamera::get_descriptor(const Setup& setup, std::span<uint8_t> data) const
 
 int UsbCamera::class_request(const Setup& setup, std::span<uint8_t> data)
 {
+    if (is_contradictory(setup) || static_cast<uint8_t>(setup.value) != 0) {
+        return kControlStall;
+    }
     if (setup.interface() == kVideoInterface) {
         const int moved = setup.unit() == 0 ? video_.video_interface(setup, data) : kControlStall;
         if (moved >= 0 && VideoControls::is_commit(setup)) {

@@ -48,13 +48,17 @@ public:
 
     /// One control transfer. `data` has wLength bytes: the host's, or the room for the answer.
     Outcome control(const Setup& setup, std::span<uint8_t> data);
+    /// 1, or 0 for none: whatever was set up is over. False for another one.
+    bool configure(unsigned number);
     bool has_setting(unsigned number, unsigned setting);
     /// False for a setting that the interface does not have.
     bool set_interface(unsigned number, unsigned setting);
     uint8_t video_setting() const { return video_setting_; }
     VideoStream& stream() { return stream_; }
-    /// After a reset or a power cycle the camera is unconfigured and its firmware boots anew.
+    /// The firmware boots anew and waits for a host.
     void restart();
+    /// The same after the power was away, with what the ROM was at left half done.
+    void power_cycle();
 
     Observers& observers() { return observers_; }
     uint64_t next_transfer_id() { return ++transfer_id_; }
@@ -72,6 +76,7 @@ public:
     static constexpr size_t kTraceTransfers = 262144;
 
 private:
+    void await_host();
     Outcome apply_fault(const Setup& setup, std::span<uint8_t> data, const Fault& fault);
     static Outcome fail(const Fault& fault, std::span<uint8_t> data);
     static void spoil_answer(const Fault& fault, std::span<uint8_t> data, Outcome& outcome);

@@ -58,13 +58,6 @@ uint32_t nearest_interval(const FrameSize& size, uint32_t wanted_100ns)
 
 } // namespace
 
-int put_answer(std::span<const uint8_t> answer, std::span<uint8_t> room)
-{
-    const size_t moved = std::min(answer.size(), room.size());
-    std::copy_n(answer.begin(), moved, room.begin());
-    return static_cast<int>(moved);
-}
-
 VideoControls::VideoControls(const CameraModel& model)
     : isochronous_(model.streams_isochronously), probe_(negotiate({})), commit_(probe_)
 {

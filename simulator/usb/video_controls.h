@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "chip/uvc_request.h"
 #include "usb/descriptors.h"
 #include "usb/setup.h"
 #include "usb/video_stream.h"
@@ -14,15 +15,6 @@ namespace sim {
 
 /// Result of a request that the camera answers with STALL.
 inline constexpr int kControlStall = -1;
-
-inline constexpr uint8_t kSetCur = 0x01;
-inline constexpr uint8_t kGetCur = 0x81;
-inline constexpr uint8_t kGetMin = 0x82;
-inline constexpr uint8_t kGetMax = 0x83;
-inline constexpr uint8_t kGetRes = 0x84;
-inline constexpr uint8_t kGetLen = 0x85;
-inline constexpr uint8_t kGetInfo = 0x86;
-inline constexpr uint8_t kGetDef = 0x87;
 
 inline constexpr uint8_t kBrightnessSelector = 0x02; ///< of the processing unit
 
@@ -54,8 +46,5 @@ private:
     Probe probe_;
     Probe commit_;
 };
-
-/// Copies as much of `answer` as there is room for; returns the bytes moved.
-int put_answer(std::span<const uint8_t> answer, std::span<uint8_t> room);
 
 } // namespace sim

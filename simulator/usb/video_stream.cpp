@@ -203,6 +203,16 @@ void VideoStream::finish_payload()
     }
 }
 
+// What is left of the frame, with the header of the payload under way and of each that follows.
+size_t VideoStream::most_in_transfer() const
+{
+    const size_t payload = format_->payload_bytes;
+    const size_t headers = picture_left() / (payload - kPayloadHeaderBytes) + 2;
+    const size_t left = picture_left() + headers * kPayloadHeaderBytes;
+    const bool ends_transfer = payload % kBulkPacketBytes != 0; // by its short packet
+    return ends_transfer ? std::min(left, payload) : left;
+}
+
 // A payload that is neither of the agreed size nor ends in a short packet is followed by an empty
 // one; without it the host could not tell where the next payload begins.
 size_t VideoStream::read_transfer(std::span<uint8_t> room)
@@ -226,7 +236,7 @@ size_t VideoStream::read_transfer(std::span<uint8_t> room)
 
 std::optional<size_t> VideoStream::read_packet(std::span<uint8_t> room)
 {
-    open_payload(std::min(packet_bytes_, format_->payload_bytes));
+    open_payload(most_in_packet());
     if (payload_bytes_ > room.size()) {
         picture_at_ += payload_bytes_ - header_.size();
         payload_at_ = payload_bytes_;

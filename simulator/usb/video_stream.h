@@ -4,6 +4,7 @@
 #include "chip/controller.h"
 #include "usb/descriptors.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdint>
@@ -77,8 +78,6 @@ public:
     /// Called after the stream has begun, ended, sent or dropped a frame.
     void set_listener(std::function<void()> listener) { changed_ = std::move(listener); }
 
-    bool is_streaming() const { return state_.streaming; }
-    bool is_halted() const { return halted_; }
     bool is_paced() const { return pacing_ == Pacing::kRealTime; }
     const StreamState& state() const { return state_; }
     /// Nothing before a commit, and after a stop.
@@ -93,6 +92,9 @@ public:
 
     /// Whether bytes of a frame wait to be carried.
     bool has_data() const { return picture_left() > 0 || payload_left() > 0 || owes_empty_packet_; }
+    /// Neither the next bulk transfer nor the next packet carries more, whatever its room.
+    size_t most_in_transfer() const;
+    size_t most_in_packet() const { return std::min(packet_bytes_, format_->payload_bytes); }
     /// A bulk transfer ends when its room is full or a short packet came. Bytes moved.
     size_t read_transfer(std::span<uint8_t> room);
     /// Whether the last transfer was full in the middle of a payload.

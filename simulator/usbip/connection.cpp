@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "usbip/connection.h"
 
+#include "bus/bed.h"
 #include "chip/clock.h"
 
 #include <poll.h>
@@ -25,6 +26,8 @@ constexpr auto kFarewellTime = std::chrono::seconds(1);
 // when the camera goes get an answer.
 constexpr auto kQuietTime = std::chrono::milliseconds(30);
 constexpr auto kMostLingering = std::chrono::milliseconds(500);
+// How long a fast clock may stand while nothing is asked.
+constexpr auto kTick = std::chrono::milliseconds(10);
 constexpr size_t kReadBytes = 64u << 10;
 
 // -1: without end.
@@ -90,11 +93,14 @@ void FastForward::catch_up()
     if (clock_ == nullptr) {
         return;
     }
-    const std::lock_guard lock(mutex_);
-    const auto now = steady_clock::now();
-    const auto passed = std::chrono::duration_cast<std::chrono::microseconds>(now - last_);
-    last_ += passed;
-    clock_->advance_us(static_cast<uint64_t>(passed.count()) * kFaster);
+    {
+        const std::lock_guard lock(mutex_);
+        const auto now = steady_clock::now();
+        const auto passed = std::chrono::duration_cast<std::chrono::microseconds>(now - last_);
+        last_ += passed;
+        clock_->advance_us(static_cast<uint64_t>(passed.count()) * kFaster);
+    }
+    Bed::settle_active();
 }
 
 void converse(int socket, Session& session, FastForward& time)
@@ -109,6 +115,9 @@ void converse(int socket, Session& session, FastForward& time)
             deadline = std::min(steady_clock::now() + kQuietTime, *gone_since + kMostLingering);
         } else if (!session.is_attached()) {
             deadline = import_deadline;
+        } else if (time.is_needed()) {
+            deadline = std::min(deadline.value_or(steady_clock::time_point::max()),
+                                steady_clock::now() + kTick);
         }
         const bool has_output = !session.output().empty();
         std::array<pollfd, 3> waiting{{
@@ -121,6 +130,9 @@ void converse(int socket, Session& session, FastForward& time)
         const int ready = poll(waiting.data(), waiting.size(), milliseconds_until(deadline));
         if ((ready == 0 && (is_gone || !session.is_attached())) || (ready < 0 && errno != EINTR)) {
             break;
+        }
+        if (ready == 0) {
+            time.catch_up();
         }
         const short events = waiting[0].revents;
         if ((events & (POLLERR | POLLNVAL)) != 0 ||

@@ -15,8 +15,10 @@ class FastForward {
 public:
     /// nullptr: the cameras run in real time.
     explicit FastForward(VirtualClock* clock) : clock_(clock) {}
-    /// Brings the cameras' clock up to now. Called before they answer anything.
+    /// Brings the cameras' clock up to now, and does what is due by it. Called before they answer
+    /// anything, and from time to time while nothing is asked.
     void catch_up();
+    bool is_needed() const { return clock_ != nullptr; }
 
 private:
     VirtualClock* clock_;

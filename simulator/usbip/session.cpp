@@ -312,8 +312,11 @@ void Session::unlink(const Command& command)
     put_unlink_reply(output_, command.sequence, status);
 }
 
+// A camera that goes is noticed even while there is no room to collect what has become of its
+// transfers.
 void Session::collect()
 {
+    gone_ = gone_ || (is_attached() && file_->is_gone());
     while (is_attached() && has_room() && reap()) {
     }
     release_held(gone_ ? Time::max() : std::chrono::steady_clock::now());
@@ -347,7 +350,6 @@ bool Session::reap()
 {
     const Reply finished = file_->call({{.code = USBDEVFS_REAPURBNDELAY}, {}});
     if (finished.header.result < 0) {
-        gone_ = finished.header.result == -ENODEV;
         return false;
     }
     // A cancelled one has left the table.

@@ -85,7 +85,6 @@ private:
     size_t operate(std::span<const uint8_t> input);
     void list_devices();
     void import_device(const std::string& bus_id);
-    OperationStatus open_device(const Export& device);
     size_t transfer(std::span<const uint8_t> input);
     void submit(const Command& command, std::span<const uint8_t> payload);
     int pass_on(const Command& command, std::span<const uint8_t> data, Pending&& pending);

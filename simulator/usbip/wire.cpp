@@ -103,11 +103,8 @@ Command parse_command(std::span<const uint8_t, kCommandBytes> bytes)
         command.victim = get_u32(bytes, 20);
         return command;
     }
-    command.flags = get_u32(bytes, 20);
     command.length = get_u32(bytes, 24);
-    command.start_frame = get_u32(bytes, 28);
     command.packets = get_u32(bytes, 32);
-    command.interval = get_u32(bytes, 36);
     std::ranges::copy(bytes.last<kSetupBytes>(), command.setup.begin());
     return command;
 }

@@ -27,7 +27,7 @@ enum OperationCode : uint16_t {
     kImportReply = 0x0003,
 };
 
-enum class OperationStatus : uint32_t { kOk = 0, kBusy = 2, kNoDevice = 4, kError = 5 };
+enum class OperationStatus : uint32_t { kOk = 0, kBusy = 2, kNoDevice = 4 };
 
 struct Operation {
     uint16_t version = kVersion;
@@ -73,11 +73,8 @@ struct Command {
     uint32_t direction = 0;
     uint32_t endpoint = 0;
     // kSubmit
-    uint32_t flags = 0;
-    uint32_t length = 0; ///< of the data, or of the room for them
-    uint32_t start_frame = 0;
+    uint32_t length = 0;  ///< of the data, or of the room for them
     uint32_t packets = 0; ///< isochronous; otherwise 0 or all ones
-    uint32_t interval = 0;
     std::array<uint8_t, kSetupBytes> setup{};
     // kUnlink
     uint32_t victim = 0;

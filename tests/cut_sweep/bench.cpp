@@ -139,15 +139,17 @@ Bytes Bench::rom()
 void Bench::restart_with(const Bytes& rom)
 {
     const auto controller = camera_.controller();
-    std::ranges::copy(rom, (*controller).rom().begin());
-    (*controller).restart();
+    controller->power_cut(); // what it is at is not to go into these contents
+    std::ranges::copy(rom, controller->rom().begin());
+    controller->power_cycle();
 }
 
 void Bench::replug_with(const Bytes& rom)
 {
     heal();
     bed_.settle();
-    std::ranges::copy(rom, (*camera_.controller()).rom().begin());
+    camera_.controller()->power_cut();
+    std::ranges::copy(rom, camera_.controller()->rom().begin());
     bed_.replug(camera_);
     ++plugs_;
 }
