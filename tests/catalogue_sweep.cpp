@@ -53,6 +53,7 @@ constexpr Unit kUnits[] = {
     // The library has no control table for it and refuses the camera.
     {"xu_version = 0x0777\n", 0x0777, true, false},
     {"xu_version = 0x0777\nmemory_extension = false\n", 0x0777, false, true},
+    {"xu_version = 0x0002\nxu_prefix = \"FF\"\n", 0x0002, false, true},
 };
 
 struct Rom {

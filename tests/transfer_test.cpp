@@ -149,11 +149,26 @@ TEST(Transfer, BlocksAreSelectedBehindTheFirst)
         EXPECT_EQ(XuExtRomRead(device, c.address, c.length, data.data()), 0);
         EXPECT_EQ(c.expected.match(camera.sim().transfers()), "") << c.address << "+" << c.length;
     }
-    // Firmware with the other prefix wants the first block selected, too.
-    device->oXuCtrlVer.wPrefix = 0x4646;
+}
+
+TEST(Transfer, FirmwareWithTheOtherPrefixHasEachBlockSelected)
+{
+    sim::CameraModel model = *sim::find_model("larch-large");
+    model.has_xu_version = true;
+    model.xu_version = 0x0002;
+    model.has_memory_extension = true;
+    model.selects_every_block = true;
+    Camera camera{model, Time::kSimulated};
+    NyDevice* device = camera.device();
+    EXPECT_EQ(device->oXuCtrlVer.wPrefix, 0x4646);
+    EXPECT_EQ(device->xu_table, uvc_xu_table_ver_none) << "8 bytes at a time";
+    std::vector<uint8_t> data(4);
     camera.listen();
     EXPECT_EQ(XuExtRomRead(device, 0x10000, 4, data.data()), 0);
     EXPECT_EQ(Script{}.set(0x02, {1, 0}).read(0x03, 4, 0).match(camera.sim().transfers()), "");
+    EXPECT_EQ(data, camera.rom(0x10000, 4));
+    EXPECT_EQ(XuExtRomRead(device, 0x40, 4, data.data()), 0);
+    EXPECT_EQ(data, camera.rom(0x40, 4)) << "block 0 again";
 }
 
 TEST(Transfer, AWriteReportsEachSelectedBlockOnStandardOutput)

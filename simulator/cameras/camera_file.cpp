@@ -140,11 +140,17 @@ private:
                 "the ROM is missing: either 'flash' or 'eeprom', the name of a part or "
                 "a table");
         }
-        const toml::key* memory = find_key(table_, "memory_extension");
-        if (memory != nullptr && model_.has_memory_extension && !model_.has_xu_version) {
-            mistakes_.add(memory->source(),
-                          "'memory_extension' is part of the version record, which a camera "
-                          "without 'xu_version' does not have");
+        check_needs_version("memory_extension", model_.has_memory_extension);
+        check_needs_version("xu_prefix", model_.selects_every_block);
+    }
+
+    void check_needs_version(const char* name, bool is_set)
+    {
+        const toml::key* key = find_key(table_, name);
+        if (key != nullptr && is_set && !model_.has_xu_version) {
+            mistakes_.add(key->source(), "'" + std::string(name) +
+                                             "' is part of the version record, which a camera "
+                                             "without 'xu_version' does not have");
         }
     }
 

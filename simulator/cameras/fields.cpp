@@ -15,6 +15,7 @@ constexpr int64_t kSmallestImage = 0x80;
 constexpr int64_t kLargestImage = 0x8000;
 constexpr uint8_t kShortBlockErase = 0x52; // this opcode erases 32 KiB, all others 64 KiB
 
+constexpr std::string_view kXuPrefix[] = {"XU", "FF"};
 constexpr std::string_view kVideo[] = {"bulk", "isochronous"};
 constexpr std::string_view kWriteProtect[] = {"control", "gpio0"};
 
@@ -47,6 +48,11 @@ void set_xu_version(CameraModel& model, const Value& value)
     model.xu_version = static_cast<uint16_t>(number(value));
 }
 
+void set_xu_prefix(CameraModel& model, const Value& value)
+{
+    model.selects_every_block = std::get<std::string>(value) == kXuPrefix[1];
+}
+
 void set_video(CameraModel& model, const Value& value)
 {
     model.streams_isochronously = std::get<std::string>(value) == kVideo[1];
@@ -62,7 +68,8 @@ void set_write_protect(CameraModel& model, const Value& value)
 
 Value default_write_protect(const CameraModel& model)
 {
-    const bool older = !model.has_xu_version || !model.has_memory_extension;
+    const bool older =
+        !model.has_xu_version || !model.has_memory_extension || model.selects_every_block;
     return std::string(kWriteProtect[older && model.rom_kind == RomKind::kSpiFlash ? 1 : 0]);
 }
 
@@ -139,6 +146,9 @@ std::span<const Field<CameraModel>> camera_fields()
             [](const M& m) -> Value { return m.has_xu_version; }},
          "The version record announces 32-byte ROM transfers. Without it the firmware is an older "
          "one, whatever its xu_version says.", store<&M::has_memory_extension>},
+        {"xu_prefix", Choice{kXuPrefix}, Value("XU"),
+         "First letters of the version record. FF: an older firmware, whose hosts select the 64 KiB "
+         "block of each ROM access first.", set_xu_prefix},
         {"usb_product_id", kWord16, Value(0x0600),
          "USB product ID; the vendor is always 0x1162.", store<&M::usb_product_id>},
         {"usb_latency_us", Number{0, 1'000'000}, Value(125),

@@ -47,7 +47,7 @@ inline constexpr uint16_t kLongestControl = 516;
 /// The firmware announces the wide memory controls: 32-byte ROM exchanges, write enable inside.
 constexpr bool is_newer_firmware(const CameraModel& model)
 {
-    return model.has_xu_version && model.has_memory_extension;
+    return model.has_xu_version && model.has_memory_extension && !model.selects_every_block;
 }
 
 /// Controls of the model's firmware generation, without the two that have a fixed place.

@@ -45,6 +45,7 @@ struct CameraModel {
     bool has_xu_version = false;           ///< answers control 0x16
     uint16_t xu_version = 0;               ///< 0x0002, 0x0003, 0x0100, 0x0101
     bool has_memory_extension = false;     ///< "EM" in the version record
+    bool selects_every_block = false;      ///< the version record begins with "FF", not with "XU"
     uint8_t bond = 0;                      ///< byte 7 of the device status (XU 0x0003)
     bool size_at_alternative_byte = false; ///< ROM header keeps its size at byte 22 instead of 6
     RomKind rom_kind = RomKind::kSpiFlash;

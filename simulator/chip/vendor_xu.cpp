@@ -41,8 +41,7 @@ void put_text(std::span<uint8_t> out, std::string_view text)
 
 void put_xu_version(const CameraModel& model, std::span<uint8_t> out)
 {
-    out[0] = 'X';
-    out[1] = 'U';
+    put_text(out, model.selects_every_block ? "FF" : "XU");
     out[2] = static_cast<uint8_t>(model.xu_version);
     out[3] = static_cast<uint8_t>(model.xu_version >> 8);
     if (model.has_memory_extension) {

@@ -187,6 +187,9 @@ TEST(CameraFile, MistakesAreToldWithTheirPlace)
         {kMinimal + "memory_extension = true\n" + kFlash,
          "my.toml:2:1: 'memory_extension' is part of the version record, which a camera without "
          "'xu_version' does not have"},
+        {kMinimal + "xu_prefix = \"FF\"\n" + kFlash,
+         "my.toml:2:1: 'xu_prefix' is part of the version record, which a camera without "
+         "'xu_version' does not have"},
         {kMinimal + "eeprom = \"24C04\"\nfirmware.size_bytes = 0x400\n",
          "my.toml:3:10: the firmware is larger than the ROM, which has 512 bytes"},
         {kMinimal + "firmware = 0x0100\n" + kFlash,
