@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <numeric>
 
+#include "cameras/shipped.h"
 #include "support/camera.h"
 #include "support/script.h"
 
