@@ -87,13 +87,13 @@ TEST(UsbipServer, ServesHostsAndUnplugsThem)
     EXPECT_TRUE(idle.is_closed());
 }
 
-// Nobody asks the camera for anything, but its time passes.
+// Nobody asks the camera for anything, but its time passes: these 100 s in one.
 TEST(UsbipServer, WhatIsPlannedHappensToAFastCameraByItself)
 {
     VirtualClock clock;
     Bed bed(clock);
     PluggedCamera& camera = bed.plug(*find_model("rowan-spi"));
-    bed.set_faults(parse_faults(R"([{"when": {"time_ms": 500}, "do": "unplug"}])", "plan"));
+    bed.set_faults(parse_faults(R"([{"when": {"time_ms": 100000}, "do": "unplug"}])", "plan"));
     Export device;
     device.node = find_node(camera.bus(), camera.address());
     device.record.bus_id = "1-1";
