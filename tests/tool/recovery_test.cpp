@@ -199,6 +199,14 @@ TEST(Interrupt, EndsJsonWithAResult)
     }
 }
 
+void expect_second_image_in_rom(const Bench& bench)
+{
+    const Bytes image = read_file(bench.path(std::string(kModel) + " 0x0205.bin"));
+    Bytes rom = read_file(bench.rom_file());
+    rom.resize(image.size());
+    EXPECT_EQ(rom, image);
+}
+
 TEST(Interrupt, IsNoReaderThatGoesAway)
 {
     const Bench bench;
@@ -206,10 +214,7 @@ TEST(Interrupt, IsNoReaderThatGoesAway)
     const Outcome outcome = run_script(
         bench, kModel, "\"$NYXUS\" upgrade --json \"$SECOND\" | grep -q '\"programming\"'");
     EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
-    const Bytes image = read_file(bench.path(std::string(kModel) + " 0x0205.bin"));
-    Bytes rom = read_file(bench.rom_file());
-    rom.resize(image.size());
-    EXPECT_EQ(rom, image);
+    expect_second_image_in_rom(bench);
 }
 
 TEST(Output, ThatCannotBeWrittenIsAFailureAfterTheWork)
@@ -224,10 +229,7 @@ TEST(Output, ThatCannotBeWrittenIsAFailureAfterTheWork)
         EXPECT_EQ(outcome.err, "nyxus: cannot write to standard output: No space left on device\n")
             << command;
     }
-    const Bytes image = read_file(bench.path(std::string(kModel) + " 0x0205.bin"));
-    Bytes rom = read_file(bench.rom_file());
-    rom.resize(image.size());
-    EXPECT_EQ(rom, image);
+    expect_second_image_in_rom(bench);
 }
 
 TEST(Recover, BringsTheLatestBackupBack)
