@@ -3,6 +3,7 @@
 
 #include "text.h"
 #include "text/nearest.h"
+#include "text/numbers.h"
 
 #include <algorithm>
 #include <utility>
@@ -38,19 +39,9 @@ CLI::Option* add_file(CLI::App* command, std::string& file, const std::string& h
     return command->add_option("FILE", file, help)->required()->type_name("");
 }
 
-/// CLI11 takes 010 for octal; people mean ten, and this program itself prints 001:005.
-static std::string without_leading_zeros(std::string text)
-{
-    const size_t sign = text.starts_with('+') ? 1 : 0;
-    const size_t first = text.find_first_not_of('0', sign);
-    if (text.find_first_not_of("0123456789", sign) == std::string::npos && text.size() > sign)
-        text.erase(sign, std::min(first, text.size() - 1) - sign);
-    return text;
-}
-
 CLI::Option* as_number(CLI::Option* option)
 {
-    return option->transform(without_leading_zeros, "");
+    return option->transform(text::without_leading_zeros, "");
 }
 
 CLI::Option* add_number(CLI::App* command, const std::string& name, uint32_t& value, uint32_t least,

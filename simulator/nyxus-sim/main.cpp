@@ -4,6 +4,7 @@
 #include "commands.h"
 #include "completion.h"
 #include "state_commands.h"
+#include "text/numbers.h"
 #include "watch_options.h"
 
 #include <CLI/CLI.hpp>
@@ -62,6 +63,7 @@ void add_simulation_options(CLI::App* command, sim::SimulationArguments& argumen
     command
         ->add_option("--usbfs-memory", arguments.usbfs_memory_mib,
                      "What the kernel lends to USB transfers, 16 on most machines; 0: no limit")
+        ->transform(text::without_leading_zeros, "")
         ->type_name("MIB")
         ->check(CLI::Range(0U, kMostMib))
         ->capture_default_str();
@@ -104,8 +106,10 @@ void add_image(CLI::App& app, sim::ImageArguments& arguments)
     image->add_option("--model", arguments.model,
                       "Camera model, or description file, that the firmware is for");
     image->add_option("--version", arguments.version, "Firmware version, such as 0x0205");
-    image->add_option("--size", arguments.size_bytes, "Size of the image in bytes");
+    image->add_option("--size", arguments.size_bytes, "Size of the image in bytes")
+        ->transform(text::without_leading_zeros, "");
     image->add_option("--seed", arguments.seed, "Another seed, other contents")
+        ->transform(text::without_leading_zeros, "")
         ->capture_default_str();
     CLI::Option* mfi =
         image->add_flag("--mfi", arguments.mfi, "An MFi image instead of a firmware");

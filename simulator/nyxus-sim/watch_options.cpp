@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "watch_options.h"
 
+#include "text/numbers.h"
 #include "watch/pcap_file.h"
 
 namespace sim {
@@ -15,6 +16,7 @@ void add_watch_options(CLI::App* command, WatchArguments& arguments)
     command
         ->add_option("--pcap-snaplen", arguments.pcap_snaplen,
                      "Cut each record of the capture at this length")
+        ->transform(text::without_leading_zeros, "")
         ->type_name("BYTES")
         ->check(CLI::Range(kSmallestSnaplen, kLargestPcapRecord))
         ->capture_default_str();
