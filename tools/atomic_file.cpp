@@ -2,6 +2,7 @@
 #include "atomic_file.h"
 
 #include "failure.h"
+#include "write_all.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -10,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <string_view>
 
 namespace tool {
 
@@ -46,12 +48,9 @@ AtomicFile::~AtomicFile()
 
 void AtomicFile::write_all(std::span<const uint8_t> bytes)
 {
-    while (!bytes.empty()) {
-        const ssize_t count = write(fd_, bytes.data(), bytes.size());
-        if (count < 0)
-            throw write_failure(path_, errno);
-        bytes = bytes.subspan(static_cast<size_t>(count));
-    }
+    const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    if (const int error = tool::write_all(fd_, text); error != 0)
+        throw write_failure(path_, error);
 }
 
 void AtomicFile::commit()

@@ -2,6 +2,7 @@
 #include "console.h"
 
 #include "exit_codes.h"
+#include "last_line.h"
 #include "last_words.h"
 #include "text.h"
 
@@ -95,7 +96,7 @@ void Console::give_up()
                static_cast<long long>(patience_.count())) +
         (meaning.empty() ? "" : "; " + meaning);
     display_.warn("nyxus: " + text);
-    last_words::put_last_line(kExitTimeout, "failed", text.c_str(), "");
+    last_line::put(kExitTimeout, "failed", text.c_str(), "");
     _exit(kExitTimeout);
 }
 

@@ -2,15 +2,14 @@
 #include "last_words.h"
 
 #include "exit_codes.h"
+#include "last_line.h"
+#include "write_all.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 #include <algorithm>
 #include <atomic>
-#include <charconv>
-#include <chrono>
 #include <csignal>
-#include <cstdint>
 #include <cstring>
 
 // Present when the program is built with a sanitizer: its report ends the process without a signal.
@@ -29,12 +28,6 @@ std::atomic<size_t> unfinished_size;
 std::atomic<int> pipe_fd{-1};
 std::atomic<int> err_fd{-1};
 std::atomic<const char*> current_consequence{""};
-std::atomic<const char*> current_rom{"unchanged"};
-std::atomic<LastLine> last_line{LastLine::kNone};
-int last_line_fd = -1;
-char last_line_head[kCapacity];
-size_t last_line_head_size;
-std::chrono::steady_clock::time_point last_line_begun;
 std::atomic<bool> line_open;
 std::atomic<const char*> promise{nullptr};
 std::atomic<bool> interrupted;
@@ -43,52 +36,9 @@ std::atomic<bool> interrupted;
 constexpr int kInterrupts[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 constexpr int kFatalSignals[] = {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL};
 
-void put(int fd, const char* text, size_t size)
+void put(std::string_view text)
 {
-    while (size > 0) {
-        const ssize_t count = write(fd, text, size);
-        if (count <= 0)
-            return;
-        text += count;
-        size -= static_cast<size_t>(count);
-    }
-}
-
-void put(const char* text)
-{
-    put(err_fd, text, std::strlen(text));
-}
-
-/// A line that is put together without memory of its own; what does not fit is left out.
-class Line {
-public:
-    Line& operator<<(std::string_view text)
-    {
-        const size_t count = std::min(text.size(), sizeof text_ - size_);
-        std::copy_n(text.data(), count, text_ + size_);
-        size_ += count;
-        return *this;
-    }
-    Line& operator<<(int64_t number)
-    {
-        char digits[24];
-        const auto end = std::to_chars(digits, digits + sizeof digits, number).ptr;
-        return *this << std::string_view(digits, static_cast<size_t>(end - digits));
-    }
-    void write_to(int fd) const { put(fd, text_, size_); }
-
-private:
-    char text_[2 * kCapacity];
-    size_t size_ = 0;
-};
-
-Line& put_seconds(Line& line)
-{
-    constexpr int64_t kTenth_ms = 100;
-    const auto passed = std::chrono::steady_clock::now() - last_line_begun;
-    const int64_t tenths =
-        std::chrono::duration_cast<std::chrono::milliseconds>(passed).count() / kTenth_ms;
-    return line << tenths / 10 << "." << tenths % 10;
+    (void)write_all(err_fd, text);
 }
 
 void spill()
@@ -97,12 +47,12 @@ void spill()
         return;
     if (line_open)
         put("\n");
-    put(err_fd, kept_lines, kept_lines_size);
-    put(err_fd, unfinished, unfinished_size);
+    put({kept_lines, kept_lines_size});
+    put({unfinished, unfinished_size});
     char buffer[1024];
     fcntl(pipe_fd, F_SETFL, O_NONBLOCK);
     for (ssize_t count = 0; (count = read(pipe_fd, buffer, sizeof buffer)) > 0;)
-        put(err_fd, buffer, static_cast<size_t>(count));
+        put({buffer, static_cast<size_t>(count)});
 }
 
 void on_fatal(int signal)
@@ -128,8 +78,8 @@ void on_interrupt(int)
         put(meaning);
         put("\n");
     }
-    put_last_line(kExitInterrupted, "interrupted",
-                  *meaning != '\0' ? "interrupted: " : "interrupted", meaning);
+    last_line::put(kExitInterrupted, "interrupted",
+                   *meaning != '\0' ? "interrupted: " : "interrupted", meaning);
     _exit(kExitInterrupted);
 }
 
@@ -204,38 +154,7 @@ void remember_line(std::string_view line)
 void set_consequence(const char* text, const char* rom)
 {
     current_consequence = text;
-    current_rom = rom;
-}
-
-void set_last_line(int fd, LastLine kind, std::string_view head)
-{
-    const LastLine before = last_line.exchange(LastLine::kNone);
-    if (head.size() > kCapacity)
-        return;
-    if (before == LastLine::kNone)
-        last_line_begun = std::chrono::steady_clock::now();
-    last_line_fd = fd;
-    std::copy_n(head.data(), head.size(), last_line_head);
-    last_line_head_size = head.size();
-    last_line = kind;
-}
-
-void put_last_line(int exit_code, const char* outcome, const char* message, const char* more)
-{
-    const LastLine kind = last_line.exchange(LastLine::kNone);
-    if (kind == LastLine::kNone)
-        return;
-    const bool is_result = kind == LastLine::kResult;
-    Line line;
-    line << (is_result ? std::string_view(last_line_head, last_line_head_size) : "{\"error\":{")
-         << "\"exit_code\":" << exit_code << ",\"message\":\"" << message << more << "\"";
-    if (is_result) {
-        line << ",\"outcome\":\"" << outcome << "\",\"rom\":\"" << current_rom.load()
-             << "\",\"bytes\":0,\"seconds\":";
-        put_seconds(line);
-    }
-    line << (is_result ? "}\n" : "}}\n");
-    line.write_to(last_line_fd);
+    last_line::set_rom(rom);
 }
 
 const char* consequence()

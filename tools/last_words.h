@@ -16,17 +16,9 @@ void remember(std::string_view text);
 void remember_line(std::string_view line);
 
 /// What an end in the middle means for the camera and what to do then; "" for nothing; and what the
-/// ROM holds then, as a result says it. The texts must be static and need no escapes in JSON.
+/// ROM holds then, for the last line. The texts must be static and need no escapes in JSON.
 void set_consequence(const char* text, const char* rom);
 const char* consequence();
-
-/// What programs hear of an end in the middle.
-enum class LastLine { kNone, kError, kResult };
-/// From now on an end in the middle puts a JSON line on `fd`. `head` is how a result begins, up to
-/// the comma in front of its exit code.
-void set_last_line(int fd, LastLine kind, std::string_view head);
-/// Puts it there, once. The texts need no escapes in JSON.
-void put_last_line(int exit_code, const char* outcome, const char* message, const char* more);
 
 /// From now on an interrupt prints `promise` and lets the work go on to a safe point; a second one
 /// ends the program. The text must be static.

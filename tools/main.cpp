@@ -42,15 +42,15 @@ ExitCode run_reporting_failures(const Arguments& arguments)
         if (arguments.quiet || arguments.json)
             console.display().be_quiet(); // until events are told
         if (arguments.json)
-            console.display().set_last_line(last_words::LastLine::kError, "");
+            console.display().set_last_line(last_line::Kind::kError, "");
         const ExitCode code = arguments.run(console, arguments);
         console.drain();
-        console.display().set_last_line(last_words::LastLine::kNone, "");
+        console.display().set_last_line(last_line::Kind::kNone, "");
         return noticing_lost_output(console.display(), code);
     } catch (const Failure& failure) {
         console.drain();
         console.display().abandon();
-        console.display().set_last_line(last_words::LastLine::kNone, "");
+        console.display().set_last_line(last_line::Kind::kNone, "");
         if (arguments.json && !console.display().tells_events())
             console.display().say(json_error(failure));
         console.display().warn("nyxus: " + failure.text());

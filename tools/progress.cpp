@@ -4,13 +4,12 @@
 #include "events.h"
 #include "last_words.h"
 #include "text.h"
+#include "write_all.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -29,23 +28,6 @@ constexpr std::chrono::milliseconds kSignOfLifeInterval{300};
 constexpr std::chrono::milliseconds kRedrawInterval{100};
 constexpr double kPlainLineInterval_s = 2.0;
 constexpr double kRateKnown_s = 0.3;
-
-/// Zero, or the errno of what cannot be written.
-int write_all(int fd, std::string_view text)
-{
-    while (!text.empty()) {
-        const ssize_t count = write(fd, text.data(), text.size());
-        if (count >= 0) {
-            text.remove_prefix(static_cast<size_t>(count));
-        } else if (errno == EAGAIN) { // whoever shares the pipe has made it so
-            pollfd writable{fd, POLLOUT, 0};
-            poll(&writable, 1, -1);
-        } else if (errno != EINTR) {
-            return errno;
-        }
-    }
-    return 0;
-}
 
 bool variable_is_set(const char* name)
 {
@@ -231,9 +213,9 @@ void Display::write_out(std::string_view text)
         output_error_ = error;
 }
 
-void Display::set_last_line(last_words::LastLine kind, std::string_view head)
+void Display::set_last_line(last_line::Kind kind, std::string_view head)
 {
-    last_words::set_last_line(out_fd_, kind, head);
+    last_line::set(out_fd_, kind, head);
 }
 
 std::string Display::output_complaint() const

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "last_words.h"
+#include "last_line.h"
 
 #include <chrono>
 #include <cstdint>
@@ -64,8 +64,8 @@ public:
     /// Time passes: redraws.
     void tick();
 
-    /// What an end in the middle still puts on standard output (last_words.h).
-    void set_last_line(last_words::LastLine kind, std::string_view head);
+    /// What an end in the middle still puts on standard output (last_line.h).
+    void set_last_line(last_line::Kind kind, std::string_view head);
     /// Why not everything has reached standard output; "" when it has. The work goes on without it.
     std::string output_complaint() const;
 

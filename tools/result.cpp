@@ -2,7 +2,6 @@
 #include "result.h"
 
 #include "failure.h"
-#include "last_words.h"
 
 #include <chrono>
 
@@ -17,7 +16,7 @@ void report(Console& console, Result& result, Clock::time_point begun)
     result.seconds = std::chrono::duration<double>(Clock::now() - begun).count();
     console.drain();
     Display& display = console.display();
-    display.set_last_line(last_words::LastLine::kNone, "");
+    display.set_last_line(last_line::Kind::kNone, "");
     if (display.tells_events())
         display.put_event(json_line(result));
 }
@@ -57,7 +56,7 @@ void promise_result(Console& console, const Result& result)
     head.update(json_of(result.camera));
     std::string line = json_line(head);
     line.back() = ',';
-    console.display().set_last_line(last_words::LastLine::kResult, line);
+    console.display().set_last_line(last_line::Kind::kResult, line);
 }
 
 CameraLabel label_of(const Camera& camera)

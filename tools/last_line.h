@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string_view>
+
+/// The JSON line that programs read last, even when the process ends in the middle.
+namespace tool::last_line {
+
+enum class Kind { kNone, kError, kResult };
+
+/// From now on an end in the middle puts a line on `fd`. `head` is how a result begins, up to the
+/// comma in front of its exit code.
+void set(int fd, Kind kind, std::string_view head);
+/// What the ROM holds then, as a result says it; static.
+void set_rom(const char* rom);
+
+/// Puts the line there, once. Signal handlers may call it. The texts need no escapes in JSON.
+void put(int exit_code, const char* outcome, const char* message, const char* more);
+
+} // namespace tool::last_line
