@@ -55,6 +55,12 @@ unsigned PluggedCamera::address() const
     return place_.address;
 }
 
+unsigned PluggedCamera::port() const
+{
+    const std::lock_guard lock(place_mutex_);
+    return place_.port;
+}
+
 int PluggedCamera::control(const Setup& setup, std::span<uint8_t> data)
 {
     const std::lock_guard lock(camera_->mutex());
@@ -168,7 +174,8 @@ struct Bed::State {
     void attach(PluggedCamera& camera);
     void detach(PluggedCamera& camera, Departure reason);
     void unlist(PluggedCamera& camera);
-    void return_with_new_address(PluggedCamera& camera, Departure reason);
+    bool is_taken(const PluggedCamera& newcomer, unsigned port) const;
+    void come_back(PluggedCamera& camera, Departure reason, unsigned port);
     void add_entry(const std::string& entry);
 
     void set_faults(PluggedCamera& camera, unsigned position, const FaultPlan& plan);
@@ -324,7 +331,16 @@ void Bed::State::unlist(PluggedCamera& camera)
     unregister_node(camera.place_.bus, camera.place_.address);
 }
 
-void Bed::State::return_with_new_address(PluggedCamera& camera, Departure reason)
+// A camera that went unannounced holds its port: sysfs still shows it there.
+bool Bed::State::is_taken(const PluggedCamera& newcomer, unsigned port) const
+{
+    return std::ranges::any_of(cameras, [&](const auto& other) {
+        return other.get() != &newcomer && other->listed_ &&
+               other->place_.bus == newcomer.place_.bus && other->place_.port == port;
+    });
+}
+
+void Bed::State::come_back(PluggedCamera& camera, Departure reason, unsigned port)
 {
     detach(camera, reason);
     unlist(camera);
@@ -339,6 +355,7 @@ void Bed::State::return_with_new_address(PluggedCamera& camera, Departure reason
     {
         const unsigned address = next_address(camera.place_.bus);
         const std::lock_guard lock(camera.place_mutex_);
+        camera.place_.port = port;
         camera.place_.address = address;
     }
     attach(camera);
@@ -382,8 +399,9 @@ void Bed::State::perform(const Task& task)
     const std::lock_guard lock(mutex);
     PluggedCamera& camera = *task.camera;
     if (task.event == BusEvent::kReplug) {
-        if (!camera.node_) {
-            return_with_new_address(camera, Departure::kUnplugged);
+        const unsigned port = camera.place_.port;
+        if (!camera.node_ && !is_taken(camera, port)) {
+            come_back(camera, Departure::kUnplugged, port);
         }
         return;
     }
@@ -392,7 +410,7 @@ void Bed::State::perform(const Task& task)
     }
     if (task.event == BusEvent::kRestart) {
         if (!camera.node_->is_gone()) { // it may have been unplugged before its time came
-            return_with_new_address(camera, Departure::kRestart);
+            come_back(camera, Departure::kRestart, camera.place_.port);
         }
         return;
     }
@@ -552,10 +570,17 @@ std::vector<uint64_t> Bed::fault_strikes()
     return sums;
 }
 
-void Bed::replug(PluggedCamera& camera)
+void Bed::replug(PluggedCamera& camera, std::optional<unsigned> port)
 {
     const std::lock_guard lock(state_->mutex);
-    state_->return_with_new_address(camera, Departure::kUnplugged);
+    const unsigned wanted = port.value_or(camera.place_.port);
+    if (wanted < 1 || wanted > kPortsPerBus) {
+        throw std::invalid_argument("the bus has ports 1 to " + std::to_string(kPortsPerBus));
+    }
+    if (state_->is_taken(camera, wanted)) {
+        throw std::invalid_argument("another camera is in port " + std::to_string(wanted));
+    }
+    state_->come_back(camera, Departure::kUnplugged, wanted);
 }
 
 void Bed::settle()

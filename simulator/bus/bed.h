@@ -45,7 +45,7 @@ public:
     const CameraModel& model() { return camera_->controller().model(); }
     const std::string& serial() const { return camera_->serial(); }
     unsigned bus() const { return place_.bus; }
-    unsigned port() const { return place_.port; }
+    unsigned port() const;
     /// Changes with every re-plug and restart.
     unsigned address() const;
     bool is_plugged() const;
@@ -103,8 +103,10 @@ public:
     void unplug(PluggedCamera& camera, Announce announce = Announce::kYes);
     /// The same, while the ROM may be writing: what it is at stays half done.
     void power_cut(PluggedCamera& camera, Announce announce = Announce::kYes);
-    /// A power cycle: the camera comes back with a new address and boots.
-    void replug(PluggedCamera& camera);
+    /// A power cycle: the camera comes back with a new address and boots, in this port of its bus
+    /// or in the one that it had. Throws std::invalid_argument when there is none such, or another
+    /// camera is in it.
+    void replug(PluggedCamera& camera, std::optional<unsigned> port = std::nullopt);
     /// From now on these things go wrong, instead of all that was planned before, by set_fault() or
     /// by set_frame_fault(). Throws std::invalid_argument for a camera that is not on the bed.
     void set_faults(const FaultPlan& plan);

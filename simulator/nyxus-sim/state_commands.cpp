@@ -3,6 +3,7 @@
 
 #include "camera_request.h"
 #include "state_client.h"
+#include "text/numbers.h"
 #include "whole_file.h"
 
 #include <cstdio>
@@ -26,10 +27,13 @@ void add_place_options(CLI::App* command, StateArguments& arguments)
         ->type_name("SERIAL|N");
 }
 
-void add_value(CLI::App* command, StateArguments& arguments, const char* text)
+void add_value(CLI::App* command, StateArguments& arguments, const char* help)
 {
     constexpr int kMost = 0xFF;
-    command->add_option("VALUE", arguments.value, text)->required()->check(CLI::Range(0, kMost));
+    command->add_option("VALUE", arguments.value, help)
+        ->required()
+        ->transform(text::without_leading_zeros, "")
+        ->check(CLI::Range(0, kMost));
 }
 
 void add_acts(CLI::App* command, StateArguments& arguments)
@@ -44,18 +48,24 @@ void add_acts(CLI::App* command, StateArguments& arguments)
               "What the detector says; 0: no finger");
     add("unplug", "Take the camera off the bus")
         ->add_flag("--silent", arguments.silent, "Without a hot-plug event");
-    add("replug", "Plug it in again: it starts anew, at another address");
+    add("replug", "Plug it in again: it starts anew, at another address")
+        ->add_option("--port", arguments.port, "Into this port of its bus, instead of its own")
+        ->transform(text::without_leading_zeros, "")
+        ->type_name("N");
     CLI::App* write = add("register", "Write a register of the controller");
-    write->add_option("ADDRESS", arguments.address, "Of the register")->required();
+    write->add_option("ADDRESS", arguments.address, "Of the register")
+        ->required()
+        ->transform(text::without_leading_zeros, "");
     add_value(write, arguments, "New contents");
 }
 
-bool is_number(const std::string& text, unsigned long& number)
+bool is_number(const std::string& word, unsigned long& number)
 {
     constexpr unsigned long kLastRegister = 0xFFFF;
+    const std::string digits = text::without_leading_zeros(word);
     char* end = nullptr;
-    number = std::strtoul(text.c_str(), &end, 0);
-    return !text.empty() && text.front() != '-' && *end == '\0' && number <= kLastRegister;
+    number = std::strtoul(digits.c_str(), &end, 0);
+    return !digits.empty() && digits.front() != '-' && *end == '\0' && number <= kLastRegister;
 }
 
 // "0x0B00-0x0BFF", or one register.
@@ -137,6 +147,9 @@ int act(const CLI::App& command, const StateArguments& arguments)
     json request = {{"command", name}, {"value", arguments.value}, {"silent", arguments.silent}};
     if (name == "register") {
         request["address"] = arguments.address;
+    }
+    if (arguments.port) {
+        request["port"] = *arguments.port;
     }
     if (!arguments.camera.empty()) {
         request["camera"] = arguments.camera;

@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace sim {
@@ -17,6 +18,7 @@ struct StateArguments {
     uint16_t address = 0;
     uint8_t value = 0;
     bool silent = false;
+    std::optional<unsigned> port; ///< empty: the one that the camera had
 };
 
 void add_state_commands(CLI::App& app, StateArguments& arguments);

@@ -306,6 +306,27 @@ TEST_F(UsbTest, ReplugHasANewAddress)
     EXPECT_EQ(get_len(handle.get()), 2);
 }
 
+TEST_F(UsbTest, ReplugMayChooseAnotherPort)
+{
+    sim::PluggedCamera& first = plug();
+    sim::PluggedCamera& second = plug();
+    ASSERT_EQ(second.port(), 2U);
+    bed_.unplug(first, sim::Announce::kNo);
+    bed_.unplug(second);
+    EXPECT_THROW(bed_.replug(second, 1), std::invalid_argument) << "the host does not know yet";
+    EXPECT_THROW(bed_.replug(second, 0), std::invalid_argument);
+    EXPECT_THROW(bed_.replug(second, 16), std::invalid_argument);
+    bed_.unplug(first);
+    bed_.replug(second, 1);
+    EXPECT_EQ(second.port(), 1U);
+    const Handle handle = open(second);
+    EXPECT_EQ(libusb_get_port_number(libusb_get_device(handle.get())), 1);
+    EXPECT_EQ(get_len(handle.get()), 2);
+    EXPECT_THROW(bed_.replug(first), std::invalid_argument) << "somebody else is in its port now";
+    bed_.replug(first, 2);
+    EXPECT_EQ(get_len(open(first).get()), 2);
+}
+
 TEST_F(UsbTest, RestartAskedByTheHostGivesANewAddress)
 {
     const sim::InstalledVirtualClock installed(clock_);

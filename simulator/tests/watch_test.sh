@@ -133,8 +133,8 @@ state_and_acts() {
         sim=$1 nyxus=$2
         set -x
         test "$("$nyxus" sg touch)" = "touch: 0" || exit 10
-        "$sim" do touch 5 || exit 11
-        test "$("$nyxus" sg touch)" = "touch: 5" || exit 12
+        "$sim" do touch 010 || exit 11
+        test "$("$nyxus" sg touch)" = "touch: 10" || exit 12
         "$sim" do register 0x0B00 0xA5 || exit 13
         "$nyxus" reg read 0x0B00 | grep -q A5 || exit 14
         "$sim" state --registers 0x0AFF-0x0B00 | grep -q "\"00 A5\"" || exit 15
@@ -145,8 +145,10 @@ state_and_acts() {
         "$nyxus" info && exit 21
         "$sim" state | grep -q "\"plugged\": false" || exit 22
         "$sim" do unplug && exit 23
-        "$sim" do replug || exit 24
+        "$sim" do replug --port 16 && exit 24
+        "$sim" do replug --port 3 || exit 24
         "$nyxus" info | grep -q "1:3" || exit 25
+        "$nyxus" -c 1-3 info >/dev/null || exit 25
         "$sim" do unplug --silent && "$nyxus" list | grep -q 1:3 || exit 26
         "$nyxus" info && exit 27
         "$sim" do fly && exit 28

@@ -149,10 +149,14 @@ void unplug(Bed& bed, PluggedCamera& camera, const json& request)
     bed.unplug(camera, flag_member(request, "silent") ? Announce::kNo : Announce::kYes);
 }
 
-void replug(Bed& bed, PluggedCamera& camera, const json&)
+void replug(Bed& bed, PluggedCamera& camera, const json& request)
 {
     require_plugged(camera, false);
-    bed.replug(camera);
+    std::optional<unsigned> port;
+    if (request.contains("port")) {
+        port = number_member(request, "port", 0xFF);
+    }
+    bed.replug(camera, port);
 }
 
 void write_register(Bed&, PluggedCamera& camera, const json& request)

@@ -28,7 +28,7 @@ Bytes factory_rom(const Bench& bench, const std::string& model)
 
 /// Runs a bash script with a fast camera whose ROM is a file; $NYXUS and $SIM are the programs.
 Outcome run_script(const Bench& bench, const std::string& model, const std::string& script,
-                   const std::string& faults = "[]")
+                   const std::string& faults = "[]", const Words& more_options = {})
 {
     write_file(bench.path("faults"), {faults.begin(), faults.end()});
     RunOptions options;
@@ -37,10 +37,13 @@ Outcome run_script(const Bench& bench, const std::string& model, const std::stri
                            {"REPLUG", "\"$SIM\" do unplug; \"$SIM\" do replug"},
                            {"SECOND", bench.image(model, "0x0205")},
                            {"THIRD", bench.image(model, "0x0206")}};
-    return run_program(
-        {SIMULATOR_PROGRAM, "run", "--speed", "fast", "--faults", bench.path("faults"), "--camera",
-         model + ",rom=" + bench.rom_file(), "--", "bash", "-c", script},
-        options);
+    Words call = {SIMULATOR_PROGRAM, "run",
+                  "--speed",         "fast",
+                  "--faults",        bench.path("faults"),
+                  "--camera",        model + ",rom=" + bench.rom_file()};
+    call.insert(call.end(), more_options.begin(), more_options.end());
+    call.insert(call.end(), {"--", "bash", "-c", script});
+    return run_program(call, options);
 }
 
 TEST(Backup, HoldsWhatTheUpgradeReplaces)
@@ -279,6 +282,32 @@ TEST(Recover, PassesOverWhatNeverStarted)
         rom.resize(factory.size());
         EXPECT_EQ(rom, factory) << model;
     }
+}
+
+// A station's next camera, in the port of the one that was pulled out too early.
+TEST(Upgrade, LeavesAnotherCameraAtThePortAlone)
+{
+    const Bench bench;
+    const std::string others_rom = bench.path("other");
+    const std::string other = std::string(kModel) + ",serial=OTHER,rom=" + others_rom;
+    ASSERT_EQ(bench.nyxus({other}, {"info"}).exit_code, 0);
+    const Bytes before = read_file(others_rom);
+    const Outcome outcome = run_script(
+        bench, kModel,
+        "\"$SIM\" do unplug --camera OTHER\n"
+        "\"$NYXUS\" upgrade \"$SECOND\" & pid=$!\n"
+        "until \"$SIM\" do replug --camera OTHER --port 1; do sleep 0.05; done 2>/dev/null\n"
+        "wait $pid",
+        R"([{"when": {"camera": "SIM00001", "rom_address": "0x2000", "request": "SET_CUR"},
+             "do": "unplug"}])",
+        {"--camera", other});
+    EXPECT_EQ(outcome.exit_code, 11) << outcome.err;
+    EXPECT_TRUE(contains(outcome.err,
+                         "is at port 1-1 now, but perhaps not the camera with serial "
+                         "number SIM00001 that went away, so it is left alone; "
+                         "before: "))
+        << outcome.err;
+    EXPECT_EQ(read_file(others_rom), before);
 }
 
 TEST(Backup, HoldsTheReservedAreaThatAnUpgradeErases)
