@@ -312,7 +312,7 @@ TEST(CppMfiImage, TakesASerialNumberOfItsLengthOnly)
     EXPECT_GT(overlaps, 0U);
 
     // Whatever a header says, reading stays inside.
-    for (const size_t offset : {0x02, 0x04, 0x0E, 0x10}) {
+    for (const size_t offset : {size_t{0x02}, size_t{0x04}, size_t{0x0E}, size_t{0x10}}) {
         std::vector<uint8_t> broken = before;
         broken[offset] = 0x60, broken[offset + 1] = 0xFE;
         TemporaryFile bad(broken);
