@@ -24,6 +24,9 @@ constexpr std::chrono::seconds kTimeLimit{60};
 {
     for (const auto& [name, value] : options.environment)
         setenv(name.c_str(), value.c_str(), 1);
+    // Who runs the tests in the background has had them ignored.
+    for (const int signal : {SIGINT, SIGQUIT, SIGHUP})
+        std::signal(signal, SIG_DFL);
     std::vector<char*> arguments;
     std::ranges::transform(command, std::back_inserter(arguments),
                            [](const std::string& word) { return const_cast<char*>(word.c_str()); });
