@@ -3,6 +3,8 @@
 
 #include "write_all.h"
 
+#include <poll.h>
+#include <unistd.h>
 #include <algorithm>
 #include <atomic>
 #include <charconv>
@@ -21,6 +23,8 @@ char begun_line[kCapacity];
 size_t begun_size;
 std::chrono::steady_clock::time_point begun_at;
 std::atomic<const char*> rom_contents{"unchanged"};
+std::atomic<bool> is_put;
+std::atomic<pid_t> writer; ///< the thread that has the turn; 0: none
 
 /// A line that is put together without memory of its own; what does not fit is left out.
 class Line {
@@ -54,7 +58,35 @@ Line& put_seconds(Line& line)
     return line << tenths / 10 << "." << tenths % 10;
 }
 
+// Not for ever: perhaps nobody reads what the other thread writes.
+void await_turn()
+{
+    constexpr int kPatience_ms = 1000;
+    const pid_t self = gettid();
+    for (int waited_ms = 0; waited_ms < kPatience_ms; ++waited_ms) {
+        const pid_t other = writer;
+        if (other == 0 || other == self)
+            return;
+        poll(nullptr, 0, 1);
+    }
+}
+
 } // namespace
+
+Turn::Turn()
+{
+    writer = gettid();
+}
+
+Turn::~Turn()
+{
+    writer = 0;
+}
+
+Turn::operator bool() const
+{
+    return !is_put;
+}
 
 void set(int fd, Kind kind, std::string_view head)
 {
@@ -79,6 +111,8 @@ void put(int exit_code, const char* outcome, const char* message, const char* mo
     const Kind kind = current.exchange(Kind::kNone);
     if (kind == Kind::kNone)
         return;
+    is_put = true;
+    await_turn();
     const bool is_result = kind == Kind::kResult;
     Line line;
     line << (is_result ? std::string_view(begun_line, begun_size) : "{\"error\":{")

@@ -17,4 +17,16 @@ void set_rom(const char* rom);
 /// Puts the line there, once. Signal handlers may call it. The texts need no escapes in JSON.
 void put(int exit_code, const char* outcome, const char* message, const char* more);
 
+/// The right to write other output, while it lives; false once the line has been put. One at a
+/// time.
+class Turn {
+public:
+    Turn();
+    ~Turn();
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+
+    explicit operator bool() const;
+};
+
 } // namespace tool::last_line

@@ -208,7 +208,8 @@ bool Display::confirm(const std::string& question)
 
 void Display::write_out(std::string_view text)
 {
-    const int error = write_all(out_fd_, text);
+    const last_line::Turn turn;
+    const int error = turn ? write_all(out_fd_, text) : 0;
     if (output_error_ == 0)
         output_error_ = error;
 }

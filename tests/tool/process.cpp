@@ -18,7 +18,7 @@ namespace test {
 
 namespace {
 
-constexpr std::chrono::seconds kTimeLimit{60};
+constexpr std::chrono::seconds kTimeLimit{120}; // under a sanitizer, beside other tests
 
 [[noreturn]] void exec_program(const std::vector<std::string>& command, const RunOptions& options)
 {
