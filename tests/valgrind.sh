@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # Runs the test programs under valgrind's memcheck, and the tool and the simulator that they start.
-# Prints a line per program: how many tests passed, and what memcheck found. Exit code 1: memcheck found an
-# error, or memory that is definitely lost. Reports and outputs lie in build/valgrind.
+# Prints a line per program: how many tests passed, and what memcheck found. Exit code 1: memcheck
+# found an error, or memory that is definitely lost. Reports and outputs lie in build/valgrind.
 #
 #   tests/valgrind.sh [PROGRAM ...]     all of them without one
 set -euo pipefail

@@ -123,7 +123,7 @@ void put(int exit_code, const char* outcome, const char* message, const char* mo
         put_seconds(line);
     }
     line << (is_result ? "}\n" : "}}\n");
-    (void)write_all(out_fd, line.text());
+    (void)write_before_end(out_fd, line.text());
 }
 
 } // namespace tool::last_line

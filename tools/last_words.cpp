@@ -38,7 +38,7 @@ constexpr int kFatalSignals[] = {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL};
 
 void put(std::string_view text)
 {
-    (void)write_all(err_fd, text);
+    (void)write_before_end(err_fd, text);
 }
 
 void spill()

@@ -4,8 +4,15 @@
 #include <poll.h>
 #include <unistd.h>
 #include <cerrno>
+#include <climits>
 
 namespace tool {
+
+static bool has_room(int fd, int patience_ms)
+{
+    pollfd writable{fd, POLLOUT, 0};
+    return poll(&writable, 1, patience_ms) > 0;
+}
 
 int write_all(int fd, std::string_view text)
 {
@@ -14,11 +21,25 @@ int write_all(int fd, std::string_view text)
         if (count >= 0) {
             text.remove_prefix(static_cast<size_t>(count));
         } else if (errno == EAGAIN) { // whoever shares the pipe has made it so
-            pollfd writable{fd, POLLOUT, 0};
-            poll(&writable, 1, -1);
+            has_room(fd, -1);
         } else if (errno != EINTR) {
             return errno;
         }
+    }
+    return 0;
+}
+
+// A pipe with room takes PIPE_BUF bytes without blocking.
+int write_before_end(int fd, std::string_view text)
+{
+    constexpr int kPatience_ms = 500;
+    while (!text.empty()) {
+        if (!has_room(fd, kPatience_ms))
+            return EAGAIN;
+        const std::string_view part = text.substr(0, PIPE_BUF);
+        if (const int error = write_all(fd, part); error != 0)
+            return error;
+        text.remove_prefix(part.size());
     }
     return 0;
 }

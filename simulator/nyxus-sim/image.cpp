@@ -2,6 +2,7 @@
 #include "camera_request.h"
 #include "chip/firmware_image.h"
 #include "commands.h"
+#include "text/numbers.h"
 #include "whole_file.h"
 
 #include <cstdlib>
@@ -13,12 +14,14 @@ namespace {
 constexpr uint32_t kSmallestImage = 0x80;
 constexpr uint32_t kLargestImage = 0x8000;
 
-uint16_t parse_version(const std::string& text)
+uint16_t parse_version(const std::string& word)
 {
     char* end = nullptr;
-    const unsigned long version = std::strtoul(text.c_str(), &end, 0);
-    if (text.empty() || *end != '\0' || text.front() == '-' || version > 0xFFFF) {
-        throw UsageError("'" + text + "': a version is a number up to 0xFFFF, for example 0x0205");
+    // 0205 may be meant as 205 or as 0x0205.
+    const bool is_ambiguous = text::without_leading_zeros(word) != word;
+    const unsigned long version = std::strtoul(word.c_str(), &end, 0);
+    if (word.empty() || is_ambiguous || *end != '\0' || word.front() == '-' || version > 0xFFFF) {
+        throw UsageError("'" + word + "': a version is a number up to 0xFFFF, for example 0x0205");
     }
     return static_cast<uint16_t>(version);
 }

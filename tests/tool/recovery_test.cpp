@@ -37,10 +37,9 @@ Outcome run_script(const Bench& bench, const std::string& model, const std::stri
                            {"REPLUG", "\"$SIM\" do unplug; \"$SIM\" do replug"},
                            {"SECOND", bench.image(model, "0x0205")},
                            {"THIRD", bench.image(model, "0x0206")}};
-    Words call = {SIMULATOR_PROGRAM, "run",
-                  "--speed",         "fast",
-                  "--faults",        bench.path("faults"),
-                  "--camera",        model + ",rom=" + bench.rom_file()};
+    const std::string camera = model + ",rom=" + bench.rom_file();
+    Words call = {SIMULATOR_PROGRAM, "run", "--speed", "fast", "--camera", camera};
+    call.insert(call.end(), {"--faults", bench.path("faults")});
     call.insert(call.end(), more_options.begin(), more_options.end());
     call.insert(call.end(), {"--", "bash", "-c", script});
     return run_program(call, options);
@@ -118,6 +117,14 @@ Outcome interrupted(const Bench& bench, const std::string& phase, const std::str
                         {"SIM", SIMULATOR_PROGRAM}});
 }
 
+bool has_second_image_in_rom(const Bench& bench)
+{
+    const Bytes image = read_file(bench.path(std::string(kModel) + " 0x0205.bin"));
+    Bytes rom = read_file(bench.rom_file());
+    rom.resize(image.size());
+    return rom == image;
+}
+
 TEST(Interrupt, TakesEffectAtASafePoint)
 {
     struct {
@@ -144,10 +151,7 @@ TEST(Interrupt, TakesEffectAtASafePoint)
         EXPECT_EQ(outcome.exit_code, 130) << phase;
         EXPECT_TRUE(contains(outcome.err, message)) << phase << ": " << outcome.err;
         EXPECT_EQ(factory_rom(bench, kModel) == factory, keeps_factory_rom) << phase;
-        const Bytes image = read_file(bench.path(std::string(kModel) + " 0x0205.bin"));
-        Bytes rom = read_file(bench.rom_file());
-        rom.resize(image.size());
-        EXPECT_EQ(rom == image, has_new_rom) << phase;
+        EXPECT_EQ(has_second_image_in_rom(bench), has_new_rom) << phase;
     }
 }
 
@@ -202,14 +206,6 @@ TEST(Interrupt, EndsJsonWithAResult)
     }
 }
 
-void expect_second_image_in_rom(const Bench& bench)
-{
-    const Bytes image = read_file(bench.path(std::string(kModel) + " 0x0205.bin"));
-    Bytes rom = read_file(bench.rom_file());
-    rom.resize(image.size());
-    EXPECT_EQ(rom, image);
-}
-
 TEST(Interrupt, IsNoReaderThatGoesAway)
 {
     const Bench bench;
@@ -217,7 +213,20 @@ TEST(Interrupt, IsNoReaderThatGoesAway)
     const Outcome outcome = run_script(
         bench, kModel, "\"$NYXUS\" upgrade --json \"$SECOND\" | grep -q '\"programming\"'");
     EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
-    expect_second_image_in_rom(bench);
+    EXPECT_TRUE(has_second_image_in_rom(bench));
+}
+
+// It holds its pipe open, but reads nothing.
+TEST(Interrupt, EndsAnUpgradeWhoseReaderHasStopped)
+{
+    const Bench bench;
+    const Outcome outcome =
+        bench.shell(kModel,
+                    "set -m; mkfifo \"$OUT\"; exec 3<>\"$OUT\"; head -c 65536 /dev/zero >&3\n"
+                    "\"$NYXUS\" upgrade --json \"$IMAGE\" >\"$OUT\" 3<&- & pid=$!\n"
+                    "sleep 1; kill -INT $pid; sleep 0.1; kill -INT $pid; wait $pid",
+                    {{"IMAGE", bench.image(kModel, "0x0205")}, {"OUT", bench.path("out")}});
+    EXPECT_EQ(outcome.exit_code, 130) << outcome.err;
 }
 
 TEST(Output, ThatCannotBeWrittenIsAFailureAfterTheWork)
@@ -232,7 +241,7 @@ TEST(Output, ThatCannotBeWrittenIsAFailureAfterTheWork)
         EXPECT_EQ(outcome.err, "nyxus: cannot write to standard output: No space left on device\n")
             << command;
     }
-    expect_second_image_in_rom(bench);
+    EXPECT_TRUE(has_second_image_in_rom(bench));
 }
 
 TEST(Recover, BringsTheLatestBackupBack)
