@@ -399,7 +399,7 @@ void Bed::State::perform(const Task& task)
     const std::lock_guard lock(mutex);
     PluggedCamera& camera = *task.camera;
     if (task.event == BusEvent::kReplug) {
-        const unsigned port = camera.place_.port;
+        const unsigned port = camera.place_.port; // where another one may be by now, which keeps it
         if (!camera.node_ && !is_taken(camera, port)) {
             come_back(camera, Departure::kUnplugged, port);
         }
