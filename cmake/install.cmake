@@ -7,7 +7,7 @@ set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/nyxus)
 configure_package_config_file(cmake/nyxus-config.cmake.in ${PROJECT_BINARY_DIR}/nyxus-config.cmake
   INSTALL_DESTINATION ${package_dir} NO_SET_AND_CHECK_MACRO NO_CHECK_REQUIRED_COMPONENTS_MACRO)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/nyxus-config-version.cmake
-  COMPATIBILITY SameMajorVersion)
+  VERSION ${NYXUS_LIBRARY_VERSION} COMPATIBILITY SameMajorVersion)
 install(EXPORT nyxus-targets NAMESPACE nyxus:: DESTINATION ${package_dir})
 install(FILES ${PROJECT_BINARY_DIR}/nyxus-config.cmake
               ${PROJECT_BINARY_DIR}/nyxus-config-version.cmake

@@ -4,7 +4,7 @@
 #include "camera_list.h"
 #include "command_line.h"
 #include "commands.h"
-#include "completion.h"
+#include "command_line/completion.h"
 #include "help.h"
 #include "versions.h"
 

@@ -22,7 +22,7 @@ static std::string file_of(Function* function)
     return std::filesystem::weakly_canonical(info.dli_fname, none).string();
 }
 
-static std::string nyxus_version()
+static std::string library_version()
 {
     char version[16] = "";
     LIB_NyxusGetVersion(version);
@@ -39,14 +39,14 @@ static std::string usb_version()
 std::array<LibraryVersion, 3> library_versions()
 {
     // libuvc cannot be asked at run time; this is the one that the program was built with.
-    return {{{"libNYXUS", nyxus_version(), file_of(LIB_NyxusGetVersion)},
+    return {{{"libNYXUS", library_version(), file_of(LIB_NyxusGetVersion)},
              {"libusb", usb_version(), file_of(libusb_get_version)},
              {"libuvc", LIBUVC_VERSION_STR, file_of(uvc_init)}}};
 }
 
 std::string version_text()
 {
-    std::string text = "nyxus " + nyxus_version();
+    std::string text = "nyxus " NYXUS_VERSION;
     for (const LibraryVersion& library : library_versions())
         text += std::string("\n") + library.name + " " + library.version;
     return text;

@@ -2,7 +2,7 @@
 #include "camera_request.h"
 #include "cameras/shipped.h"
 #include "commands.h"
-#include "completion.h"
+#include "command_line/completion.h"
 #include "state_commands.h"
 #include "text/numbers.h"
 #include "watch_options.h"
@@ -204,7 +204,7 @@ int command_line(int argc, char** argv)
 {
     CLI::App app("Simulated NYXUS cameras for unmodified programs", "nyxus-sim");
     app.footer(kExamples);
-    app.set_version_flag("--version", "nyxus-sim " NYXUS_VERSION_TEXT);
+    app.set_version_flag("--version", "nyxus-sim " NYXUS_VERSION);
     app.require_subcommand(1);
     Arguments arguments;
     add_run(app, arguments.run);

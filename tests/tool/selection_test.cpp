@@ -113,7 +113,7 @@ TEST(Usage, HelpFitsATerminalAndGivesEachCommandAnExample)
 TEST(Usage, VersionNamesTheLibraries)
 {
     const Outcome outcome = run_program({NYXUS_PROGRAM, "--version"});
-    EXPECT_TRUE(outcome.out.starts_with("nyxus 2.0.11\nlibNYXUS 2.0.11\nlibusb 1.0."))
+    EXPECT_TRUE(outcome.out.starts_with("nyxus 1.0.0\nlibNYXUS 2.0.11\nlibusb 1.0."))
         << outcome.out;
 }
 

@@ -1,0 +1,3 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+static constexpr char kUnit[] = "NYXuApi.cpp"; // static, never inline: it differs per unit
