@@ -1,4 +1,13 @@
 # SPDX-License-Identifier: Apache-2.0
+# Where ccache is installed it is used: -DNYXUS_CCACHE=OFF builds without.
+option(NYXUS_CCACHE "Use ccache where it is installed" ON)
+find_program(NYXUS_CCACHE_PROGRAM ccache)
+mark_as_advanced(NYXUS_CCACHE_PROGRAM)
+if(NYXUS_CCACHE AND NYXUS_CCACHE_PROGRAM)
+  set(CMAKE_C_COMPILER_LAUNCHER ${NYXUS_CCACHE_PROGRAM})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${NYXUS_CCACHE_PROGRAM})
+endif()
+
 # nyxus_warnings: language level and warnings, for every target.
 add_library(nyxus_warnings INTERFACE)
 target_compile_features(nyxus_warnings INTERFACE c_std_11 cxx_std_20)
