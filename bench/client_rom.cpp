@@ -13,10 +13,9 @@ using bench::must;
 
 static const bench::RomOperation& operation_named(std::string_view name)
 {
-    for (const bench::RomOperation& operation : bench::rom_operations) {
+    for (const bench::RomOperation& operation : bench::rom_operations)
         if (operation.name == name)
             return operation;
-    }
     throw std::invalid_argument("no such operation: " + std::string(name));
 }
 

@@ -40,10 +40,9 @@ int look_for_copiers(dl_phdr_info* info, size_t, void*)
 
 void note(uintptr_t caller, size_t length)
 {
-    for (Copier& copier : copiers) {
+    for (Copier& copier : copiers)
         if (caller >= copier.begin && caller < copier.end)
             copier.bytes += length;
-    }
 }
 
 } // namespace

@@ -33,10 +33,9 @@ void count(benchmark::State& state, double transfers_per_call, const Call& call)
     for (auto _ : state) {
         const uint64_t before = bench::allocations();
         const bench::Cost cost = bench::cost_of([&] {
-            for (int i = 0; i < kCallsPerRun; ++i) {
+            for (int i = 0; i < kCallsPerRun; ++i)
                 if (call(&device) != 0)
                     std::abort();
-            }
         });
         allocations += bench::allocations() - before;
         state.SetIterationTime(cost.wall_s);

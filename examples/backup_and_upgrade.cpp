@@ -19,12 +19,13 @@ int fail(const char* doing, const nyxus::Status& status)
 
 void show(const nyxus::Progress& progress)
 {
-    if (progress.total == 0)
+    if (progress.total == 0) {
         std::printf("%s ...\n", nyxus::phase_name(progress.phase));
-    else
+    } else {
         std::printf("\r%s %3u%%%s", nyxus::phase_name(progress.phase),
                     progress.done * 100 / progress.total,
                     progress.done == progress.total ? "\n" : "");
+    }
     std::fflush(stdout);
 }
 

@@ -17,10 +17,11 @@ static void identify(libusb_device* device)
     printf("internal firmware %.11s, ", camera->szIntFwVer);
     if (camera->oFwStatus.xExtFwExist)
         printf("runs external firmware 0x%04X, ", camera->wExtFwVer);
-    if (camera->xSpiMode)
+    if (camera->xSpiMode) {
         printf("SPI flash %.32s\n", camera->oFlashInfo.szName);
-    else
+    } else {
         printf("EEPROM of %u bytes\n", camera->dwExtRomSize);
+    }
     DEV_DeleteObject(camera);
 }
 

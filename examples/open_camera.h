@@ -79,9 +79,10 @@ static inline NyDevice* open_camera(const char* serial)
     check("libusb", libusb_init(NULL));
     ssize_t count = libusb_get_device_list(NULL, &devices); /* in no particular order */
     check("listing the devices", (int32_t)count);
-    for (ssize_t i = 0; i < count && chosen == NULL; ++i)
+    for (ssize_t i = 0; i < count && chosen == NULL; ++i) {
         if (is_camera(devices[i]) && has_serial(devices[i], serial))
             chosen = libusb_ref_device(devices[i]); /* the object borrows it, to the end */
+    }
     libusb_free_device_list(devices, 1);
     if (chosen == NULL)
         fprintf(stderr, "no such camera is plugged in\n");

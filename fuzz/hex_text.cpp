@@ -40,9 +40,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     (void)check_base_char(false, characters);
     if (check_base_char(true, characters) != 0)
         return 0;
-    for (size_t i = 0; i < count; ++i) {
+    for (size_t i = 0; i < count; ++i)
         if (bytes[i] != (digit(characters[2 * i]) << 4 | digit(characters[2 * i + 1])))
             std::abort();
-    }
     return 0;
 }

@@ -38,19 +38,17 @@ private:
 
 size_t control_length(const NyDevice* device, uint8_t selector)
 {
-    for (int32_t i = 0; i < device->xu_table_count; ++i) {
+    for (int32_t i = 0; i < device->xu_table_count; ++i)
         if (device->xu_table[i].selector == selector)
             return device->xu_table[i].length;
-    }
     return 0;
 }
 
 size_t h264_length(uint8_t selector)
 {
-    for (int32_t i = 0; i < uvc_xu_table_h264_count; ++i) {
+    for (int32_t i = 0; i < uvc_xu_table_h264_count; ++i)
         if (uvc_xu_table_h264[i].selector == selector)
             return uvc_xu_table_h264[i].length;
-    }
     return 0;
 }
 

@@ -49,10 +49,9 @@ void append(Bytes& bytes, const Bytes& more)
 Bytes answers(const std::vector<sim::Transfer>& transfers)
 {
     Bytes script;
-    for (const sim::Transfer& transfer : transfers) {
+    for (const sim::Transfer& transfer : transfers)
         if (script.size() < kMostBytes)
             fuzz::put_reply(script, transfer);
-    }
     return script;
 }
 

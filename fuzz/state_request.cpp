@@ -28,10 +28,9 @@ public:
             if (reply.at("ok").is_boolean() != true || reply.at("ok") == reply.contains("error"))
                 std::abort();
         }
-        for (sim::PluggedCamera* camera : cameras_) {
+        for (sim::PluggedCamera* camera : cameras_)
             if (!camera->is_plugged())
                 bed_.replug(*camera);
-        }
     }
 
 private:

@@ -73,9 +73,10 @@ Function describe(const char* name, int32_t (*function)(A...))
                        (std::is_integral_v<A> || ...),
                        (std::is_same_v<A, NyDevice*> || ...)};
     const std::array<bool, sizeof...(A)> is_pointer{std::is_pointer_v<A>...};
-    for (int position = 0; position < static_cast<int>(is_pointer.size()); ++position)
+    for (int position = 0; position < static_cast<int>(is_pointer.size()); ++position) {
         if (is_pointer[static_cast<size_t>(position)])
             described.pointers.push_back(position);
+    }
     return described;
 }
 

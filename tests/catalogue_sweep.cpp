@@ -287,10 +287,11 @@ int main(int argc, char** argv)
     size_t failed = 0;
     const auto report = [&](const std::string& name, const std::string& findings) {
         ++cases;
-        if (!findings.empty() && ++failed <= 20)
+        if (!findings.empty() && ++failed <= 20) {
             std::printf("FAILED:\n%s%s\n", name.c_str(), findings.c_str());
-        else if (options.verbose)
+        } else if (options.verbose) {
             std::printf("ok:\n%s\n", name.c_str());
+        }
     };
 
     if (options.shard == 0)

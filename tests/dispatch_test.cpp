@@ -206,9 +206,8 @@ TEST(Dispatch, LengthsAreLearntFromTheCamera)
     } cases[] = {{0x02, 2}, {0x03, 35}, {0x04, 1}, {0x06, 11}, {0x08, 11}, {0x12, 11}, {0x19, 11}};
     for (const auto& c : cases) {
         for (int32_t i = 0; i < uvc_xu_table_ver_0003_count; ++i) {
-            if (uvc_xu_table_ver_0003[i].selector == c.selector) {
+            if (uvc_xu_table_ver_0003[i].selector == c.selector)
                 EXPECT_EQ(uvc_xu_table_ver_0003[i].length, c.length) << int{c.selector};
-            }
         }
     }
     // A control that does not answer stops the check and keeps what was learnt.

@@ -319,9 +319,10 @@ TEST(RangeErase, AFailureNamesItsStepAndReleasesTheBuffer)
     const std::string printed = camera.printed();
     for (const char* call : {"XuCtrlSeqContext(pDevObj, ZRV_XU_EXT_ROM, XU_FLAG_READ, 0, 0x10000, "
                              "pData+(i-blockStart)*0x10000) FAILED",
-                             "MP_ExtRomWriteEnable(pDevObj, pDevObj->bExtRomType, true) FAILED"})
+                             "MP_ExtRomWriteEnable(pDevObj, pDevObj->bExtRomType, true) FAILED"}) {
         EXPECT_NE(printed.find(std::string("XU_ExtRomEraseDWORD(): ") + call), std::string::npos)
             << call;
+    }
 }
 
 TEST(ReservedArea, IsWrittenAndReadOnSpiFlashOnly)

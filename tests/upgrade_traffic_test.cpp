@@ -21,48 +21,51 @@ struct Upgrade {
 
 void unlock(Script& script, const Upgrade& u)
 {
-    if (u.gpio)
+    if (u.gpio) {
         script.gpio0(true)
             .spi_command({0x06})
             .spi_command({0x50})
             .set(0x12, {0x80, 0, 0, 0x00})
             .poll_status(0x04, 0x00);
-    else if (u.pace != Pace::kNone)
+    } else if (u.pace != Pace::kNone) {
         script.get(0x0E)
             .set(0x0E, {0})
             .get(0x0E)
             .set(0x12, {0x80, 0, 0, 0x00})
             .poll_status(0x0C, 0x00);
-    else
+    } else {
         script.set(0x0E, {0});
+    }
 }
 
 void erase(Script& script, const Upgrade& u)
 {
     if (u.pace == Pace::kNone)
         return;
-    if (u.chip_erase)
+    if (u.chip_erase) {
         script.set(0x0E, {0}).set(0x03, {0x40}).set(0x0E, {1});
-    else
+    } else {
         script.spi_command({0x06})
             .spi_command({0xD8, 0, 0, 0})
             .poll_status(1, 0)
             .spi_command({0x04});
+    }
     script.poll_status(0x01, 0x00);
 }
 
 void lock(Script& script, const Upgrade& u)
 {
-    if (u.gpio)
+    if (u.gpio) {
         script.spi_command({0x06})
             .spi_command({0x50})
             .set(0x12, {0x80, 0, 0, 0x9C})
             .poll_status(0x04, 0x04)
             .gpio0(false, 0x80, 0x01, 0x01);
-    else if (u.pace != Pace::kNone)
+    } else if (u.pace != Pace::kNone) {
         script.set(0x12, {0x80, 0, 0, 0x8C}).set(0x0E, {1}).poll_status(0x0C, 0x0C);
-    else
+    } else {
         script.set(0x0E, {1});
+    }
 }
 
 constexpr Upgrade kUpgrades[] = {

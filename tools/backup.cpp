@@ -69,9 +69,10 @@ fs::path free_name(const fs::path& folder, const std::string& stem, const char* 
     constexpr int kTries = 30; // more cameras of one serial number than letters wait their second
     for (int i = 0; i < kTries; ++i) {
         const std::string base = stem + utc_stamp();
-        for (const char letter : std::string("abcdefghijklmnopqrstuvwxyz"))
+        for (const char letter : std::string("abcdefghijklmnopqrstuvwxyz")) {
             if (fs::path path = folder / (base + letter + suffix); !fs::exists(path))
                 return path;
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
     throw Failure(kExitFailure, "there are many of this second already");
@@ -141,9 +142,10 @@ std::optional<fs::path> newest_backup(const CameraEntry& camera)
     std::optional<fs::path> newest;
     std::error_code error;
     fs::directory_iterator files(backup_folder(), error);
-    if (error && error != std::errc::no_such_file_or_directory)
+    if (error && error != std::errc::no_such_file_or_directory) {
         throw Failure(kExitFailure,
                       "cannot read '" + backup_folder().string() + "': " + error.message());
+    }
     for (const fs::directory_entry& entry : files) {
         const std::string name = entry.path().filename().string();
         const bool is_mine = name.size() == stem.size() + kStampBytes + sizeof kSuffix - 1 &&

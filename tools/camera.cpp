@@ -22,9 +22,10 @@ Failure open_failure(const CameraEntry& entry, const nyxus::Status& status)
 {
     const std::string camera = "camera " + entry.bus_address();
     const std::string reason = ": " + printable(status.message());
-    if (status.code() == NYXUS_E_NO_SUPPORT)
+    if (status.code() == NYXUS_E_NO_SUPPORT) {
         return {kExitNotSupported,
                 "cannot open " + camera + reason + "; 'lsusb -v -d 1162:' shows them"};
+    }
     if (status.code() == kUnknownChip)
         return {kExitNotSupported, "cannot identify " + camera + reason};
     return library_failure("cannot identify " + camera, status.code());

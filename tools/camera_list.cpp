@@ -56,24 +56,27 @@ Openable try_claim(const CameraEntry& entry)
 
 CameraEntry select_camera(const std::vector<CameraEntry>& cameras, const std::string& choice)
 {
-    if (cameras.empty())
+    if (cameras.empty()) {
         throw Failure(
             kExitNoCamera,
             "no camera found; check that it is plugged in and has power ('lsusb -d 1162:' "
             "shows it then)");
+    }
     std::vector<CameraEntry> matching;
     std::ranges::copy_if(cameras, std::back_inserter(matching), [&](const CameraEntry& entry) {
         return choice.empty() || entry.matches(choice);
     });
-    if (matching.empty())
+    if (matching.empty()) {
         throw Failure(kExitNoCamera, "no camera is called '" + printable(choice) +
                                          "'; these are connected:" + listed(cameras));
-    if (matching.size() > 1)
+    }
+    if (matching.size() > 1) {
         throw Failure(kExitAmbiguous,
                       format("%zu cameras %s; choose one by --camera with its bus:address, port "
                              "path or serial number:",
                              matching.size(), choice.empty() ? "are connected" : "match") +
                           listed(matching));
+    }
     return matching.front();
 }
 

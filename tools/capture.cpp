@@ -50,21 +50,23 @@ bool is_row_end(std::string_view line)
 void MarkParser::feed(std::string_view bytes)
 {
     for (const char c : bytes) {
-        if (c == '\n')
+        if (c == '\n') {
             end_line();
-        else if (c == '#' && line_.empty())
+        } else if (c == '#' && line_.empty()) {
             listener_.on_mark();
-        else if (c != kDrainByte && line_.size() < kLongestLine)
+        } else if (c != kDrainByte && line_.size() < kLongestLine) {
             line_ += c;
+        }
     }
 }
 
 void MarkParser::end_line()
 {
-    if (is_row_end(line_))
+    if (is_row_end(line_)) {
         listener_.on_row_end();
-    else if (!line_.empty())
+    } else if (!line_.empty()) {
         listener_.on_line(line_);
+    }
     line_.clear();
 }
 

@@ -39,10 +39,11 @@ void wait_for_plug(Console& console, const std::string& choice, unsigned wait_s)
         std::this_thread::sleep_for(kPollInterval);
         there = is_there(matching_now(choice));
     }
-    if (there)
+    if (there) {
         console.display().end();
-    else
+    } else {
         console.display().abandon(); // what follows says what is wrong
+    }
 }
 
 } // namespace
@@ -66,11 +67,12 @@ Camera open_with_rom(Console& console, const Arguments& arguments)
     constexpr uint32_t kKib = 1024;
     Camera camera = open_chosen(console, arguments);
     if (camera.rom_state() == RomState::kUnknown) {
-        if (arguments.eeprom_kib == 0)
+        if (arguments.eeprom_kib == 0) {
             throw Failure(kExitNotSupported,
                           camera.name() +
                               " has no firmware in its ROM, and no SPI flash answers; if it has an "
                               "EEPROM, 'nyxus upgrade FILE --eeprom KIB' programs it");
+        }
         camera.assume_eeprom(arguments.eeprom_kib * kKib);
     }
     return camera;

@@ -70,10 +70,11 @@ void Console::on_line(std::string_view line)
     // Only milestones count: the library also speaks while it polls a camera that never gets ready.
     if (line.starts_with("<INFO>"))
         sign_of_life();
-    if (verbosity_ > 0)
+    if (verbosity_ > 0) {
         display_.warn("  | " + tidy(line));
-    else
+    } else {
         last_words::remember_line(line);
+    }
     const std::lock_guard lock(watcher_mutex_);
     if (watcher_ != nullptr)
         watcher_->on_line(line);

@@ -88,12 +88,13 @@ Cost whole_read(Camera& camera, size_t bytes)
 Cost rom_write(const Camera& camera, size_t bytes)
 {
     Cost piece = {.transfers = 1};
-    if (!camera.is_spi())
+    if (!camera.is_spi()) {
         piece.pauses_s = nyxus_write_cycle_time / 1000.0;
-    else if (is_wide(camera))
+    } else if (is_wide(camera)) {
         piece += kStatusRead;
-    else
+    } else {
         piece += kStatusRead + kProtectWrite;
+    }
     return times(pieces(bytes, camera.exchange_bytes()), piece);
 }
 

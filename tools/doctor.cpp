@@ -63,9 +63,10 @@ void print_text(Console& console, const std::vector<Finding>& findings, ExitCode
         const Colour colour = finding.state >= State::kWarning ? Colour::kRed : Colour::kGreen;
         display.say(display.coloured(padded(state_name(finding.state), kStateColumns), colour) +
                     padded(finding.check, kCheckColumns) + finding.what);
-        if (!finding.remedy.empty())
+        if (!finding.remedy.empty()) {
             display.say(std::string(kStateColumns, ' ') + padded("what to do", kCheckColumns) +
                         finding.remedy);
+        }
     }
     if (code == kExitOk)
         display.say("all is well");
@@ -76,10 +77,11 @@ ExitCode run_doctor(Console& console, const Arguments& arguments)
     const std::vector<Finding> findings = examine(arguments.camera);
     const ExitCode code = verdict(findings);
     console.drain();
-    if (arguments.json)
+    if (arguments.json) {
         print_json(console, findings, code);
-    else
+    } else {
         print_text(console, findings, code);
+    }
     return code;
 }
 

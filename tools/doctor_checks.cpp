@@ -43,9 +43,10 @@ std::string find_udev_rule()
          {"/etc/udev/rules.d", "/run/udev/rules.d", "/usr/local/lib/udev/rules.d",
           "/usr/lib/udev/rules.d", "/lib/udev/rules.d"}) {
         std::error_code none;
-        for (const fs::directory_entry& entry : fs::directory_iterator(folder, none))
+        for (const fs::directory_entry& entry : fs::directory_iterator(folder, none)) {
             if (entry.path().extension() == ".rules" && names_the_cameras(entry.path()))
                 return entry.path().string();
+        }
     }
     return "";
 }
@@ -81,11 +82,12 @@ Finding check_user(const std::string& check, const CameraEntry& entry)
         return problem(check, node_text(entry) + " cannot be opened", usb_failure("", opened));
     const std::unique_ptr<libusb_device_handle, decltype(&libusb_close)> handle(raw, libusb_close);
     const std::string who = entry.product + (entry.serial.empty() ? "" : ", " + entry.serial);
-    if (libusb_kernel_driver_active(raw, 0) == 1)
+    if (libusb_kernel_driver_active(raw, 0) == 1) {
         return {.check = check,
                 .what = who +
                         ": can be opened; the kernel's video driver has it, and lends it to "
                         "nyxus while a command runs"};
+    }
     const int claimed = libusb_claim_interface(raw, 0);
     if (claimed != 0)
         return problem(check, who + " cannot be used", usb_failure("", claimed));
@@ -111,12 +113,13 @@ Finding check_libraries()
 
 Finding check_bus()
 {
-    if (is_simulated())
+    if (is_simulated()) {
         return {.check = "bus",
                 .state = State::kNote,
                 .what = "simulated cameras (nyxus-sim), not the machine's own"};
+    }
     std::error_code none;
-    if (!fs::is_directory("/dev/bus/usb", none))
+    if (!fs::is_directory("/dev/bus/usb", none)) {
         return {.check = "bus",
                 .state = State::kProblem,
                 .what = "there is no /dev/bus/usb",
@@ -124,6 +127,7 @@ Finding check_bus()
                     "a container needs '--device /dev/bus/usb', a virtual machine a USB "
                     "controller; or try 'nyxus-sim run -- nyxus info'",
                 .code = kExitNoCamera};
+    }
     return {.check = "bus", .what = "this machine's USB"};
 }
 
@@ -131,11 +135,12 @@ Finding check_udev_rule()
 {
     if (const std::string file = find_udev_rule(); !file.empty())
         return {.check = "udev rule", .what = file};
-    if (is_simulated() || geteuid() == 0)
+    if (is_simulated() || geteuid() == 0) {
         return {.check = "udev rule",
                 .state = State::kNote,
                 .what = is_simulated() ? "not installed; simulated cameras need none"
                                        : "not installed; root needs none"};
+    }
     return {.check = "udev rule",
             .state = State::kWarning,
             .what = "not installed, so that only root may open cameras",
@@ -162,10 +167,11 @@ Finding check_usb_memory()
 std::vector<Finding> check_cameras(const std::string& choice)
 {
     std::vector<Finding> findings;
-    for (const CameraEntry& entry : list_cameras())
+    for (const CameraEntry& entry : list_cameras()) {
         if (choice.empty() || entry.matches(choice))
             findings.push_back(check_user("camera " + entry.bus_address(), entry));
-    if (findings.empty())
+    }
+    if (findings.empty()) {
         findings.push_back({.check = "camera",
                             .state = State::kProblem,
                             .what = choice.empty() ? "none is connected"
@@ -173,6 +179,7 @@ std::vector<Finding> check_cameras(const std::string& choice)
                             .remedy = "check that it is plugged in and has power; 'lsusb -d 1162:' "
                                       "shows it then",
                             .code = kExitNoCamera});
+    }
     return findings;
 }
 

@@ -19,9 +19,10 @@ uint32_t dump_size(const Camera& camera, const Arguments& arguments)
     const uint32_t rom_size = camera.device().dwExtRomSize;
     if (arguments.size_bytes == 0)
         return std::min(rom_size, kUsualSize);
-    if (arguments.size_bytes > rom_size)
+    if (arguments.size_bytes > rom_size) {
         throw Failure(kExitUsage,
                       format("the ROM has only %u bytes; choose a smaller --size", rom_size));
+    }
     return arguments.size_bytes;
 }
 

@@ -23,9 +23,10 @@ void confirm(Console& console, const Camera& camera, bool yes)
         return;
     console.drain();
     const Unwatched unwatched(console);
-    if (!console.display().confirm("Erase the firmware of " + camera.name() + "?"))
+    if (!console.display().confirm("Erase the firmware of " + camera.name() + "?")) {
         throw Failure(kExitNotConfirmed,
                       "not confirmed, nothing was erased; '--yes' erases unasked");
+    }
 }
 
 void erase_rom(Console& console, Camera& camera, RomContents& rom)
@@ -62,17 +63,19 @@ void check_erased(Console& console, Camera& camera, RomContents& contents)
         read_rom(console, camera, "verifying", 0, erased_bytes(camera));
     const bool empty = std::ranges::all_of(rom, [](uint8_t byte) { return byte == 0xFF; });
     contents = empty ? RomContents::kErased : RomContents::kIncomplete;
-    if (!empty)
+    if (!empty) {
         throw Failure(kExitMismatch,
                       "the ROM is not empty after the erase; is it write-protected?");
+    }
 }
 
 void refuse_eeprom(const Camera& camera)
 {
-    if (!camera.is_spi())
+    if (!camera.is_spi()) {
         throw Failure(kExitNotSupported, camera.name() +
                                              " has an EEPROM, which cannot be erased; an upgrade "
                                              "overwrites it");
+    }
 }
 
 void print_plan(Console& console, const Arguments& arguments, Camera& camera)

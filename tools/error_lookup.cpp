@@ -42,9 +42,10 @@ Explanation explanation(int32_t number, const Explained& row)
     result.meaning = row.meaning;
     result.causes = row.causes;
     result.advice = row.advice;
-    for (const char* message : row.messages)
+    for (const char* message : row.messages) {
         if (message != nullptr)
             result.messages.emplace_back(message);
+    }
     return result;
 }
 
@@ -152,9 +153,10 @@ std::vector<Explanation> explain_positive(int64_t number)
         if (auto code = explain_exit_code(static_cast<int32_t>(number)))
             result.push_back(*code);
     }
-    for (const int64_t status : {-number, number - kTwo32, number - kTwo16, kSignBit - number})
+    for (const int64_t status : {-number, number - kTwo32, number - kTwo16, kSignBit - number}) {
         if (result.empty() && status < 0 && status > -kTwo16)
             result = explain_status(static_cast<int32_t>(status));
+    }
     return result;
 }
 
@@ -162,16 +164,19 @@ std::vector<Explanation> explain_name(std::string name)
 {
     std::ranges::transform(name, name.begin(), [](unsigned char c) { return std::toupper(c); });
     std::vector<Explanation> result;
-    for (const Explanation& candidate : all_explanations())
+    for (const Explanation& candidate : all_explanations()) {
         if (!candidate.exit_code &&
             (candidate.name == name || candidate.name.find("(" + name + ")") != std::string::npos))
             result.push_back(candidate);
-    for (const Explained& row : libusb_codes()) // libuvc's names of them
+    }
+    for (const Explained& row : libusb_codes()) { // libuvc's names of them
         if (name.starts_with("UVC_") && name.substr(4) == row.name + std::strlen("LIBUSB_"))
             result.push_back(libuvc_explanation(row.number, row));
-    for (int error = 1; result.empty() && error <= kLastErrno; ++error)
+    }
+    for (int error = 1; result.empty() && error <= kLastErrno; ++error) {
         if (strerrorname_np(error) != nullptr && name == strerrorname_np(error))
             result.push_back(system_explanation(error));
+    }
     return result;
 }
 
@@ -181,9 +186,10 @@ std::vector<Explanation> explain_status_inside(const std::string& line)
     static const std::regex kStatus(R"((?:rv = |\(|\[|, )(-\d{1,5})(?!\d))");
     std::vector<Explanation> result;
     for (auto match = std::sregex_iterator(line.begin(), line.end(), kStatus);
-         match != std::sregex_iterator(); ++match)
+         match != std::sregex_iterator(); ++match) {
         if (auto found = explain_status(std::stoi((*match)[1].str())); !found.empty())
             result = std::move(found); // the last one counts
+    }
     return result;
 }
 
@@ -219,9 +225,10 @@ std::vector<Explanation> explain_status(int32_t status)
         result.push_back(library_explanation(*row));
     if (status < 0 && -status < 0x100)
         explain_bare(status, result);
-    if (status < 0 && origin == kUsbOrigin && -status < kSystemOrigin)
+    if (status < 0 && origin == kUsbOrigin && -status < kSystemOrigin) {
         if (const Explained* row = find_row(libusb_codes(), -kind))
             result.push_back(libusb_explanation(*row));
+    }
     if (status < 0 && origin == kSystemOrigin && kind >= 1 && kind <= kLastErrno)
         result.push_back(system_explanation(kind));
     if (result.empty() && status <= -0x100 && find_origin(status) != nullptr)
@@ -255,9 +262,10 @@ std::vector<Explanation> explain_line(const std::string& line)
 {
     static const std::regex kExit(R"(\bexit (?:code |status )?(\d{1,3})$)");
     std::smatch exit;
-    if (std::regex_search(line, exit, kExit))
+    if (std::regex_search(line, exit, kExit)) {
         if (auto code = explain_exit_code(std::stoi(exit[1].str())))
             return {*code};
+    }
     std::vector<Explanation> result = explain_status_inside(line);
     return result.empty() ? explain_message(line) : result;
 }

@@ -64,9 +64,10 @@ std::string text_of(const Explanation& entry)
                                                                 {"Meaning", entry.meaning},
                                                                 {"Causes", entry.causes},
                                                                 {"Do this", entry.advice}};
-    for (const auto& [label, text] : parts)
+    for (const auto& [label, text] : parts) {
         if (!text.empty())
             result += "\n" + paragraph(label, text);
+    }
     return result;
 }
 
@@ -107,9 +108,10 @@ std::string markdown_page(std::vector<Explanation> entries)
     while (!entries.empty()) {
         const std::string origin = entries.front().origin;
         result += "## From: " + origin + "\n\n";
-        for (const Explanation& entry : entries)
+        for (const Explanation& entry : entries) {
             if (entry.origin == origin)
                 result += markdown_of(entry) + "\n";
+        }
         std::erase_if(entries, [&](const Explanation& entry) { return entry.origin == origin; });
     }
     while (result.ends_with("\n"))
@@ -141,18 +143,20 @@ std::vector<Explanation> find_explanations(const Options& options)
 {
     if (options.all)
         return all_explanations();
-    if (options.words.empty())
+    if (options.words.empty()) {
         throw Failure(kExitUsage,
                       "nothing to explain; give a status such as -16393, an exit code, a "
                       "name or an error line, or '--all'");
+    }
     const std::string line = joined(options.words);
     std::vector<Explanation> result = explain_each(options.words);
     if (result.empty())
         result = explain_line(line);
-    if (result.empty())
+    if (result.empty()) {
         throw Failure(kExitUsage, "'" + printable(line) +
                                       "' is no status, exit code or message of this version; "
                                       "'nyxus explain --all' lists them");
+    }
     return result;
 }
 

@@ -39,11 +39,12 @@ void Session::print(const Values& values)
 {
     console.drain();
     Display& display = console.display();
-    if (arguments.json)
+    if (arguments.json) {
         display.say(json_text(values));
-    else
+    } else {
         for (const auto& [name, value] : values.items())
             display.say(words_of(name) + ": " + text_of(value));
+    }
     // Some print until nobody listens any more.
     if (const std::string complaint = display.output_complaint(); !complaint.empty())
         throw Failure(kExitFailure, complaint);
@@ -60,9 +61,10 @@ void Session::make(const Change& change)
         return words_of(change.name) + ": " + (asks ? text_of(before) : "?") + " -> " +
                text_of(after);
     };
-    if (arguments.dry_run)
+    if (arguments.dry_run) {
         return print_dry_run(console, arguments, camera, line(change.wanted), values(change.wanted),
                              change.cost);
+    }
     check(change.doing, change.write());
     const Values after = change.read_back ? change.read() : change.wanted;
     console.drain();
@@ -72,18 +74,20 @@ void Session::make(const Change& change)
 void Session::order(const std::string& name, const std::string& what, const std::string& doing,
                     const std::function<int32_t()>& write, const Cost& cost)
 {
-    if (arguments.dry_run)
+    if (arguments.dry_run) {
         return print_dry_run(console, arguments, camera, words_of(name) + ": " + what,
                              {{name, what}}, cost);
+    }
     check(doing, write());
     print({{name, what}});
 }
 
 void Session::check(const std::string& doing, int32_t status) const
 {
-    if (status == NYXUS_E_INVALID)
+    if (status == NYXUS_E_INVALID) {
         throw Failure(kExitNotSupported,
                       doing + ": " + camera.name() + " has no such control in its firmware");
+    }
     if (status < 0)
         throw library_failure(doing, status);
 }

@@ -71,18 +71,20 @@ constexpr Question questions[] = {
 
 void require_eeprom(const Session& session)
 {
-    if (session.camera.is_spi())
+    if (session.camera.is_spi()) {
         throw Failure(
             kExitNotSupported,
             session.camera.name() + " has an SPI flash; the fingerprint boards have an EEPROM");
+    }
 }
 
 void check_window(uint32_t address, size_t length)
 {
-    if (address < kWindowStart || length == 0 || address + length > kWindowEnd)
+    if (address < kWindowStart || length == 0 || address + length > kWindowEnd) {
         throw Failure(kExitUsage,
                       format("%zu bytes from 0x%04X are not in the window 0x%04X to 0x%04X", length,
                              address, kWindowStart, kWindowEnd - 1));
+    }
 }
 
 std::vector<uint8_t> read_window(Session& session, uint32_t address, size_t length)
@@ -146,9 +148,10 @@ void run_write(Session& session, const Options& options)
             "writing the EEPROM",
             SG_EepromWrite(session.device(), static_cast<uint16_t>(options.address),
                            static_cast<uint16_t>(options.bytes.size()), options.bytes.data()));
-        if (read_window(session, options.address, options.bytes.size()) != options.bytes)
+        if (read_window(session, options.address, options.bytes.size()) != options.bytes) {
             throw Failure(kExitMismatch,
                           "the EEPROM does not hold what was written; is it protected?");
+        }
         return 0;
     };
     session.order("eeprom",

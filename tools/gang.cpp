@@ -39,9 +39,10 @@ constexpr ExitCode kBySeverity[] = {
 
 int worse(int a, int b)
 {
-    for (const int code : kBySeverity)
+    for (const int code : kBySeverity) {
         if (a == code || b == code)
             return code;
+    }
     return kExitFailure;
 }
 
@@ -253,12 +254,14 @@ private:
             interrupt(interrupts_.take());
         auto polled = fds.begin() + 1;
         for (Running& running : running_) {
-            if ((polled++)->revents != 0)
+            if ((polled++)->revents != 0) {
                 for (const std::string& line : running.worker.out().read_lines())
                     take_event(running, line);
-            if ((polled++)->revents != 0)
+            }
+            if ((polled++)->revents != 0) {
                 for (const std::string& line : running.worker.err().read_lines())
                     take_error(running, line);
+            }
         }
     }
 
@@ -266,10 +269,11 @@ private:
     void interrupt(size_t count)
     {
         for (size_t i = 0; i < count; ++i) {
-            if (interrupts_seen_++ == 0)
+            if (interrupts_seen_++ == 0) {
                 view_->warn(
                     "nyxus: interrupted: cameras that are being programmed are completed "
                     "first; a second interrupt stops at once");
+            }
             for (const Running& running : running_)
                 running.worker.send(SIGINT);
         }
@@ -345,18 +349,20 @@ private:
         const auto last = std::ranges::find_if(
             running.errors.rbegin(), running.errors.rend(),
             [&](const std::string& line) { return line.starts_with(kPrefix); });
-        if (last != running.errors.rend())
+        if (last != running.errors.rend()) {
             result.message = last->substr(kPrefix.size());
-        else if (interrupted)
+        } else if (interrupted) {
             result.message = "interrupted";
-        else if (WIFSIGNALED(status))
+        } else if (WIFSIGNALED(status)) {
             result.message = format("the worker was ended by signal %d (%s)", WTERMSIG(status),
                                     strsignal(WTERMSIG(status)));
-        else
+        } else {
             result.message = format("the worker ended with exit code %d", result.exit_code);
-        if (!interrupted && arguments_.verbosity == 0)
+        }
+        if (!interrupted && arguments_.verbosity == 0) {
             for (const std::string& line : running.errors)
                 view_->note(running.job, line);
+        }
     }
 
     const Arguments& arguments_;
@@ -372,10 +378,11 @@ void refuse_single_camera_options(const Arguments& arguments)
 {
     if (!arguments.camera.empty())
         throw Failure(kExitUsage, "--all means every camera; leave --camera away");
-    if (!arguments.serial.empty())
+    if (!arguments.serial.empty()) {
         throw Failure(kExitUsage,
                       "--serial would give all cameras the same serial number; "
                       "upgrade them one by one");
+    }
 }
 
 std::vector<Job> find_jobs(Console& console, const Arguments& arguments)

@@ -250,10 +250,12 @@ private:
     std::vector<const Job*> choose(size_t most) const
     {
         std::vector<const Job*> chosen;
-        for (const bool running : {true, false})
-            for (const Job& job : jobs_)
+        for (const bool running : {true, false}) {
+            for (const Job& job : jobs_) {
                 if ((job.state == Job::State::kRunning) == running && chosen.size() < most)
                     chosen.push_back(&job);
+            }
+        }
         std::ranges::sort(chosen); // they lie in one vector: back to its order
         return chosen;
     }
@@ -299,10 +301,11 @@ private:
             with_time.append("  ").append(clock_text(*remaining)).append(" left");
         for (const std::string& tail : {with_time, with_rate, percent}) {
             const size_t fixed = phase.size() + 2 + tail.size();
-            if (room >= fixed + kSmallestBar)
+            if (room >= fixed + kSmallestBar) {
                 return std::string(phase)
                     .append(bar(share, std::min(room - fixed, kLargestBar)))
                     .append(tail);
+            }
         }
         return (phase + percent).substr(0, room);
     }

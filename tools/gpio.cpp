@@ -75,10 +75,11 @@ void add_gpio_command(CLI::App& app, Arguments& arguments)
         add_choice(command, "LEVEL", options->level, {"high", "low"}, "high or low");
     index->needs(level);
     set_writing_action(command, arguments, [options](Session& session) {
-        if (options->level.empty())
+        if (options->level.empty()) {
             print_pins(session);
-        else
+        } else {
             set_pin(session, options->index, options->level);
+        }
     });
 }
 

@@ -45,10 +45,11 @@ uint8_t place_in(const std::vector<std::string>& names, const std::string& name)
 void check(Session& session, const std::string& doing, int32_t status)
 {
     constexpr int32_t kStalled = -(0x4000 + 9); // a rejected request
-    if (status == kStalled)
+    if (status == kStalled) {
         throw Failure(kExitNotSupported,
                       doing + ": " + session.camera.name() +
                           " has no such H.264 control; older firmware needs --published-order");
+    }
     session.check(doing, status);
 }
 
@@ -342,10 +343,11 @@ void add_h264_command(CLI::App& app, Arguments& arguments)
             },
             [&row, options] {
                 check_qp_order(*options);
-                if (options->layer && !sets_a_layer(row.name, *options))
+                if (options->layer && !sets_a_layer(row.name, *options)) {
                     throw Failure(kExitUsage,
                                   "--layer is for a setting of a layer that is made; "
                                   "the camera chooses which layer it tells of");
+                }
             });
     }
 }

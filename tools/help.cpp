@@ -72,10 +72,12 @@ std::vector<std::string> command_names(const CLI::App* app)
 std::vector<std::string> option_names(const CLI::App* app)
 {
     std::vector<std::string> names;
-    for (; app != nullptr; app = app->get_parent())
-        for (const CLI::Option* option : app->get_options())
+    for (; app != nullptr; app = app->get_parent()) {
+        for (const CLI::Option* option : app->get_options()) {
             for (const std::string& name : option->get_lnames())
                 names.push_back("--" + name);
+        }
+    }
     return names;
 }
 
@@ -88,9 +90,10 @@ std::string no_command(const CLI::App* app, const std::string& word)
 /// Why a command does not take a word.
 std::string unexpected(const CLI::App* command, const std::string& word)
 {
-    if (word.starts_with("-"))
+    if (word.starts_with("-")) {
         return "there is no option '" + printable(word) + "'" +
                text::did_you_mean(word.substr(0, word.find('=')), option_names(command));
+    }
     if (!command->get_subcommands({}).empty())
         return no_command(command, word);
     return "'" + printable(word) + "' is one argument too many";
@@ -131,10 +134,11 @@ std::string HelpFormatter::make_help(const CLI::App* app, std::string name,
 std::string HelpFormatter::make_usage(const CLI::App* app, std::string) const
 {
     std::string usage = "Usage: " + call_of(app);
-    if (!app->get_subcommands({}).empty())
+    if (!app->get_subcommands({}).empty()) {
         usage += app->get_require_subcommand_min() == 0 && app->get_parent() != nullptr
                      ? " [COMMAND ...]"
                      : " COMMAND ...";
+    }
     for (const CLI::Option* option :
          app->get_options([](const CLI::Option* o) { return o->get_positional(); }))
         usage += " " + make_option_usage(option);
@@ -182,10 +186,11 @@ std::string usage_error(const CLI::App* app, const CLI::Error& error)
     std::string text = error.what();
     const bool lacks = is(CLI::ExitCodes::RequiredError);
     // What is too much explains best what is missing.
-    if ((lacks || is(CLI::ExitCodes::ExtrasError)) && !app->remaining(true).empty())
+    if ((lacks || is(CLI::ExitCodes::ExtrasError)) && !app->remaining(true).empty()) {
         text = unexpected(command, app->remaining(true).front());
-    else if (lacks && !command->get_subcommands({}).empty())
+    } else if (lacks && !command->get_subcommands({}).empty()) {
         text = "which command? There are " + CLI::detail::join(command_names(command), ", ");
+    }
     return "nyxus: " + text + "; see '" + call_of(command) + " --help'\n";
 }
 

@@ -36,11 +36,12 @@ uint32_t checked_size(const std::string& path, uint32_t capacity, const char* ki
         throw Failure(kExitFailure, "cannot read '" + path + "': it is not a plain file");
     if (status.st_size == 0)
         throw Failure(kExitImageRefused, "'" + path + "' is empty");
-    if (status.st_size > capacity)
+    if (status.st_size > capacity) {
         throw Failure(kExitImageRefused,
                       "'" + path + "' is too large for " + kind +
                           format(": %lld bytes, at most %u are possible",
                                  static_cast<long long>(status.st_size), capacity));
+    }
     return static_cast<uint32_t>(status.st_size);
 }
 
@@ -63,11 +64,12 @@ void check_rom_size_field(const Camera& camera)
     const bool larch = camera.device().oBackend.family == IC_FAMILY_LARCH;
     const size_t field = larch ? kRomUnitsLarch : kRomUnits;
     const uint32_t rom_size = field < nyxus_fw_bin_size ? nyxus_fw_bin[field] * kRomUnit : 0;
-    if (camera.is_spi() && rom_size != kSpiRomSize)
+    if (camera.is_spi() && rom_size != kSpiRomSize) {
         throw Failure(kExitImageRefused,
                       format("the image is made for a ROM of %u KiB, but the camera has an SPI "
                              "flash (64 KiB); nothing was written",
                              rom_size / 1024));
+    }
 }
 
 } // namespace
@@ -79,21 +81,23 @@ void load_firmware(const std::string& path)
     MP_FwLoad(path.c_str());
     if (nyxus_errno != 0)
         throw read_failure(path, nyxus_errno);
-    if (nyxus_fw_bin_size < kSmallestFirmware)
+    if (nyxus_fw_bin_size < kSmallestFirmware) {
         throw Failure(kExitImageRefused,
                       "'" + path + "' is no firmware image: " +
                           format("only %u bytes before the erased rest", nyxus_fw_bin_size));
+    }
 }
 
 void load_rom_contents(const std::string& path)
 {
     constexpr uint32_t kLargestRom = 0x10000;
     const std::vector<uint8_t> contents = load_image(path, kLargestRom);
-    if (contents.size() < kSmallestFirmware || contents.size() > NYXUS_FW_BIN_CAPACITY)
+    if (contents.size() < kSmallestFirmware || contents.size() > NYXUS_FW_BIN_CAPACITY) {
         throw Failure(kExitImageRefused,
                       "'" + path + "' holds no firmware: " +
                           format("%zu bytes before the erased rest; 66 to %u are possible",
                                  contents.size(), NYXUS_FW_BIN_CAPACITY));
+    }
     std::ranges::fill(nyxus_fw_bin, uint8_t{0xFF});
     std::ranges::copy(contents, nyxus_fw_bin);
     nyxus_fw_bin_size = static_cast<uint16_t>(contents.size());
@@ -113,10 +117,11 @@ void load_mfi(const std::string& path, const std::string& serial)
     if (!reason.empty())
         throw Failure(kExitImageRefused, reason + "; nothing was written");
     MP_BinSetSerialNum(nyxus_mfi_bin, serial.c_str());
-    if (!holds_serial(mfi(), serial))
+    if (!holds_serial(mfi(), serial)) {
         throw Failure(kExitImageRefused,
                       "the parts of the MFi image overlap, so that it cannot hold the serial "
                       "number; nothing was written");
+    }
 }
 
 std::vector<uint8_t> load_image(const std::string& path, uint32_t capacity)
@@ -143,30 +148,34 @@ std::span<const uint8_t> mfi()
 void check_images(const Camera& camera, bool with_mfi)
 {
     const NyDevice& device = camera.device();
-    if (std::memcmp(nyxus_fw_bin + kSignature, device.szIntFwVer, 2) != 0)
+    if (std::memcmp(nyxus_fw_bin + kSignature, device.szIntFwVer, 2) != 0) {
         throw Failure(kExitImageRefused, "the image is for another chip: its signature is " +
                                              two_characters(nyxus_fw_bin + kSignature) +
                                              ", but this camera (" + camera.chip() + ") needs '" +
                                              printable_field(device.szIntFwVer, 2) +
                                              "'; nothing was written");
-    if (firmware().size() > device.dwExtRomSize)
+    }
+    if (firmware().size() > device.dwExtRomSize) {
         throw Failure(kExitImageRefused,
                       format("the image has %zu bytes, but the camera's ROM only %u; nothing was "
                              "written",
                              firmware().size(), device.dwExtRomSize));
+    }
     check_rom_size_field(camera);
     if (!with_mfi)
         return;
-    if (firmware().size() > NYXUS_MFI_ROM_ADDR)
+    if (firmware().size() > NYXUS_MFI_ROM_ADDR) {
         throw Failure(
             kExitImageRefused,
             format("the firmware ends at 0x%04zX and would overwrite the MFi image, which "
                    "lies at 0x%04X; nothing was written",
                    firmware().size(), NYXUS_MFI_ROM_ADDR));
-    if (NYXUS_MFI_ROM_ADDR + mfi().size() > device.dwExtRomSize)
+    }
+    if (NYXUS_MFI_ROM_ADDR + mfi().size() > device.dwExtRomSize) {
         throw Failure(kExitImageRefused,
                       "the camera's ROM is too small for an MFi image; nothing "
                       "was written");
+    }
 }
 
 } // namespace tool

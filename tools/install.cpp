@@ -103,12 +103,13 @@ void program(Console& console, Camera& camera, bool with_mfi, RomContents& rom)
         const Watching watching(console, watcher);
         status = MP_FwUpgrade(&camera.device(), with_mfi ? nyxus_mfi_bin : nullptr);
     }
-    if (status == 0)
+    if (status == 0) {
         rom = RomContents::kUnverified;
-    else if (watcher.phase() != RomWatcher::Phase::kPreparing)
+    } else if (watcher.phase() != RomWatcher::Phase::kPreparing) {
         rom = RomContents::kIncomplete;
-    else if (ran_its_rom)
+    } else if (ran_its_rom) {
         forget_change(camera.entry());
+    }
     last_words::set_consequence(consequence_of(rom), to_text(rom));
     const bool interrupted = last_words::stop_postponing();
     if (status != 0) {

@@ -40,9 +40,10 @@ std::vector<Step> steps_of(Camera& camera, const Arguments& arguments, bool with
         write("write MFi image", NYXUS_MFI_ROM_ADDR, mfi().size());
     write("write firmware", 0, firmware().size());
     steps.push_back({"lock", 0, 0, rom_lock(camera)});
-    if (!arguments.skip_verify)
+    if (!arguments.skip_verify) {
         for (const Part& part : parts_to_install(with_mfi))
             read("read back", part.address, part.bytes.size());
+    }
     if (arguments.reset)
         steps.push_back({"restart", 0, 0, register_write(1)});
     return steps;

@@ -120,9 +120,10 @@ void disarm()
 {
     for (const int signal : kFatalSignals)
         std::signal(signal, SIG_DFL);
-    for (const int signal : kInterrupts)
+    for (const int signal : kInterrupts) {
         if (std::signal(signal, SIG_DFL) == SIG_IGN)
             std::signal(signal, SIG_IGN);
+    }
     mask_interrupts(SIG_UNBLOCK);
     err_fd = -1;
     pipe_fd = -1;

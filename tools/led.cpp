@@ -26,10 +26,11 @@ int32_t call_when_idle(const std::string& doing, Call call)
         const int32_t status = call();
         if (status != NYXUS_E_BUSY)
             return status;
-        if (attempt == kAttempts)
+        if (attempt == kAttempts) {
             throw Failure(
                 kExitTimeout,
                 doing + ": the firmware does not take the update up; 'nyxus reset' restarts it");
+        }
         usleep(kPause_us);
     }
 }

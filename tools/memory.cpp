@@ -42,10 +42,11 @@ struct Options {
 
 void check_range(const Memory& memory, uint32_t address, size_t length)
 {
-    if (address + length > memory.size)
+    if (address + length > memory.size) {
         throw Failure(kExitUsage,
                       format("%zu bytes from 0x%04X reach beyond the end of ", length, address) +
                           memory.what + format(" (0x0000 to 0x%04X)", memory.size - 1));
+    }
 }
 
 std::vector<uint8_t> read_bytes(Session& session, const Memory& memory, uint32_t address,

@@ -97,9 +97,10 @@ std::string refuse_serial(Bytes mfi_image, const std::string& serial)
     if (!record)
         return "the MFi image has no serial-number record";
 
-    if (!fits(*utf16, 2 * serial.size()) || !fits(*record, serial.size()))
+    if (!fits(*utf16, 2 * serial.size()) || !fits(*record, serial.size())) {
         return format("the serial number has %zu characters, but the MFi image is made for %zu",
                       serial.size(), std::min(utf16->size() / 2, record->size()));
+    }
     return {};
 }
 

@@ -99,10 +99,11 @@ void add_motion_command(CLI::App& app, Arguments& arguments)
     add_number(ask, "--count", options->count, 1, kMostPolls, "Stop after so many times")
         ->needs(watch_flag);
     set_action(ask, arguments, [options](Session& session) {
-        if (options->watch)
+        if (options->watch) {
             watch(session, options->count);
-        else
+        } else {
             print_poll(session, poll(session));
+        }
     });
 }
 

@@ -51,10 +51,11 @@ std::string state_of(Session& session, const Toggle& toggle)
 {
     const std::string doing = "reading the on-screen display";
     uint8_t value = 0;
-    if (toggle.bit == 0)
+    if (toggle.bit == 0) {
         session.check(doing, XU_OsdGetEnable(session.device(), &value));
-    else
+    } else {
         session.check(doing, XuRegRead(session.device(), kControlRegister, 1, &value));
+    }
     return on_or_off(toggle.bit == 0 ? value != 0 : (value & toggle.bit) != 0);
 }
 
@@ -234,10 +235,11 @@ void add_datetime(CLI::App& osd, Arguments& arguments, const Shared& options)
         ->type_name("")
         ->check(CLI::Validator(refuse_time, ""));
     for (const auto& [name, value] :
-         {std::pair("--column", &options->column), std::pair("--row", &options->row)})
+         {std::pair("--column", &options->column), std::pair("--row", &options->row)}) {
         as_number(set->add_option(name, *value, "Place of the stamp (0 to 255)"))
             ->type_name("CELLS")
             ->check(CLI::Range(0U, kByteMost).description(""));
+    }
     set_writing_action(set, arguments,
                        [options](Session& session) { set_datetime(session, *options); });
 }
@@ -274,9 +276,10 @@ void add_records(CLI::App& osd, Arguments& arguments, const Shared& options)
                                   options->bytes);
         },
         [options] {
-            if (!options->bytes.empty() && options->bytes[0] > kLastWindow)
+            if (!options->bytes.empty() && options->bytes[0] > kLastWindow) {
                 throw Failure(kExitUsage, format("window %u does not exist; 0 to %u do",
                                                  options->bytes[0], kLastWindow));
+            }
         });
 
     CLI::App* colour = add_command(osd, "color", "Set the colours, or ask",

@@ -139,12 +139,13 @@ void Display::begin(std::string phase, uint64_t total_bytes)
     done_bytes_ = 0;
     quarters_said_ = 0;
     begun_ = drawn_ = Clock::now();
-    if (live_)
+    if (live_) {
         redraw(true);
-    else if (events_)
+    } else if (events_) {
         put_progress(false);
-    else
+    } else {
         put_line(out_fd_, phase_ + " ...");
+    }
 }
 
 void Display::advance(uint64_t done_bytes)
@@ -153,12 +154,13 @@ void Display::advance(uint64_t done_bytes)
     if (!active_)
         return;
     done_bytes_ = std::min(done_bytes, total_bytes_);
-    if (live_)
+    if (live_) {
         redraw(false);
-    else if (!events_)
+    } else if (!events_) {
         print_quarter();
-    else if (Clock::now() - drawn_ >= kRedrawInterval)
+    } else if (Clock::now() - drawn_ >= kRedrawInterval) {
         put_progress(false);
+    }
 }
 
 void Display::end()
@@ -169,10 +171,11 @@ void Display::end()
     done_bytes_ = total_bytes_;
     active_ = false;
     erase_bar();
-    if (events_)
+    if (events_) {
         put_progress(true);
-    else
+    } else {
         put_line(out_fd_, summary());
+    }
 }
 
 void Display::abandon()
@@ -185,10 +188,11 @@ void Display::abandon()
 void Display::tick()
 {
     const std::lock_guard lock(mutex_);
-    if (active_ && live_)
+    if (active_ && live_) {
         redraw(false);
-    else if (active_ && events_ && Clock::now() - drawn_ >= kSignOfLifeInterval)
+    } else if (active_ && events_ && Clock::now() - drawn_ >= kSignOfLifeInterval) {
         put_progress(false);
+    }
 }
 
 bool Display::confirm(const std::string& question)
@@ -231,10 +235,11 @@ void Display::put_line(int fd, std::string_view line)
 {
     erase_bar();
     const std::string text = std::string(line) + "\n";
-    if (fd == out_fd_)
+    if (fd == out_fd_) {
         write_out(text);
-    else
+    } else {
         (void)write_all(fd, text); // there is nowhere to complain
+    }
     if (active_ && live_)
         redraw(true);
 }

@@ -14,19 +14,21 @@ namespace {
 
 void refuse_healthy(const Camera& camera, bool force)
 {
-    if (!force && camera.runs_external_firmware())
+    if (!force && camera.runs_external_firmware()) {
         throw Failure(kExitNotConfirmed,
                       camera.name() + " " + firmware_sentence(camera) +
                           ", so there is nothing to recover; 'nyxus upgrade' replaces it, and "
                           "'--force' recovers all the same");
+    }
 }
 
 std::string find_backup(const Camera& camera)
 {
     const auto backup = newest_backup(camera.entry());
-    if (!backup)
+    if (!backup) {
         throw Failure(kExitFailure, "there is no backup of " + camera.name() + " in '" +
                                         backup_folder().string() + "'");
+    }
     return backup->string();
 }
 
@@ -76,10 +78,11 @@ void recover(Console& console, const Arguments& arguments, Result& result)
                      (arguments.skip_verify ? ", not read back" : ", read back and equal");
     result.bytes = firmware().size();
     console.display().say(result.message);
-    if (arguments.reset)
+    if (arguments.reset) {
         start_new_firmware(console, std::move(camera), arguments.return_wait_s());
-    else
+    } else {
         console.display().note("the firmware starts with the next reset: run 'nyxus reset'");
+    }
 }
 
 } // namespace

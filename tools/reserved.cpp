@@ -17,9 +17,10 @@ constexpr uint16_t kAreaBytes = 256;
 
 void require_flash(const Session& session)
 {
-    if (!session.camera.is_spi())
+    if (!session.camera.is_spi()) {
         throw Failure(kExitNotSupported,
                       session.camera.name() + " has no SPI flash, and so no reserved area");
+    }
 }
 
 std::vector<uint8_t> read_area(Session& session, uint16_t size)
@@ -51,9 +52,10 @@ std::vector<uint8_t> load(const std::string& path)
     bytes.resize(static_cast<size_t>(file.gcount()));
     if (bytes.empty())
         throw Failure(kExitFailure, "cannot read '" + path + "', or it is empty");
-    if (bytes.size() > kAreaBytes)
+    if (bytes.size() > kAreaBytes) {
         throw Failure(kExitUsage, "'" + path + "' is too large; the reserved area has 1 to " +
                                       std::to_string(kAreaBytes) + " bytes");
+    }
     return bytes;
 }
 
@@ -64,10 +66,11 @@ void run_write(Session& session, const std::vector<uint8_t>& bytes)
     const auto write_and_compare = [&] {
         session.check("writing the reserved area",
                       XU_SpiSetReservedArea(session.device(), size, bytes.data()));
-        if (read_area(session, size) != bytes)
+        if (read_area(session, size) != bytes) {
             throw Failure(kExitMismatch,
                           "the reserved area does not hold what was written: it is not "
                           "erased first, so bits that are 0 stay 0");
+        }
         return 0;
     };
     const Camera& camera = session.camera;

@@ -80,11 +80,12 @@ static Camera restart(Console& console, Camera camera, unsigned wait_s)
 void start_new_firmware(Console& console, Camera camera, unsigned wait_s)
 {
     const Camera returned = restart(console, std::move(camera), wait_s);
-    if (!returned.runs_external_firmware())
+    if (!returned.runs_external_firmware()) {
         throw Failure(kExitFailure, returned.name() +
                                         " came back with its mask ROM: it does not start what was "
                                         "written; 'nyxus upgrade' installs another image, "
                                         "'nyxus recover FILE' an older backup");
+    }
 }
 
 ExitCode run_reset(Console& console, const Arguments& arguments)

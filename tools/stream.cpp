@@ -51,14 +51,16 @@ void on_frame(uvc_frame_t* frame, VideoStreamParam*)
     if (complete())
         return;
     reception.last = Clock::now();
-    if (reception.frames++ == 0)
+    if (reception.frames++ == 0) {
         reception.first = reception.last;
-    else if (frame->sequence > reception.last_sequence)
+    } else if (frame->sequence > reception.last_sequence) {
         reception.dropped += frame->sequence - reception.last_sequence - 1;
+    }
     reception.last_sequence = frame->sequence;
-    if (reception.raw.is_open())
+    if (reception.raw.is_open()) {
         reception.raw.write(static_cast<const char*>(frame->data),
                             static_cast<std::streamsize>(frame->data_bytes));
+    }
     reception.changed.notify_one();
 }
 
@@ -89,10 +91,11 @@ End wait_for_end(uint32_t seconds)
             return End::kInterrupt;
         if (Clock::now() >= end)
             return End::kReached;
-        if (more)
+        if (more) {
             silent_since = Clock::now();
-        else if (Clock::now() - silent_since >= kPatience)
+        } else if (Clock::now() - silent_since >= kPatience) {
             return End::kSilence;
+        }
     }
     return End::kReached;
 }

@@ -64,10 +64,11 @@ ExitCode plan_upgrade(Console& console, const Arguments& arguments)
     std::vector<uint8_t> before;
     if (!arguments.force)
         before = read_replaced(console, camera);
-    if (!arguments.force && is_up_to_date(before, with_mfi))
+    if (!arguments.force && is_up_to_date(before, with_mfi)) {
         print_nothing_to_do(console, arguments, camera, kUpToDate);
-    else
+    } else {
         print_install_plan(console, arguments, camera, with_mfi, before);
+    }
     return kExitOk;
 }
 
@@ -90,10 +91,11 @@ void upgrade(Console& console, const Arguments& arguments, Result& result)
         result.bytes = firmware().size() + (with_mfi ? mfi().size() : 0);
     }
     console.display().say(result.message);
-    if (arguments.reset)
+    if (arguments.reset) {
         start_new_firmware(console, std::move(camera), arguments.return_wait_s());
-    else if (!done)
+    } else if (!done) {
         console.display().note("the new firmware starts with the next reset: run 'nyxus reset'");
+    }
     result.outcome = done ? Outcome::kUpToDate : Outcome::kUpgraded;
 }
 
@@ -101,9 +103,10 @@ void upgrade(Console& console, const Arguments& arguments, Result& result)
 
 ExitCode run_upgrade(Console& console, const Arguments& arguments)
 {
-    if (arguments.all)
+    if (arguments.all) {
         return arguments.dry_run ? plan_gang(console, arguments, plan_upgrade)
                                  : run_gang(console, arguments);
+    }
     if (arguments.dry_run)
         return plan_upgrade(console, arguments);
     return run_with_result(console, arguments, [&](Result& result) {

@@ -37,18 +37,16 @@ std::vector<std::string> choices_in(const CLI::Validator& validator)
 {
     const std::string complaint = complaint_of(validator);
     std::vector<std::string> choices;
-    if (complaint.find("range") != std::string::npos) {
+    if (complaint.find("range") != std::string::npos)
         return choices; // the ends of a range are no choices
-    }
     const auto in_word = [](unsigned char c) {
         return std::isalnum(c) != 0 || c == '-' || c == '_';
     };
     for (auto first = complaint.begin(); first != complaint.end();) {
         const auto end = std::find_if_not(first, complaint.end(), in_word);
         std::string word(first, end);
-        if (!word.empty() && accepts(validator, word)) {
+        if (!word.empty() && accepts(validator, word))
             choices.push_back(std::move(word));
-        }
         first = end == complaint.end() ? end : std::next(end);
     }
     return choices;
@@ -59,9 +57,8 @@ std::vector<std::string> choices_of(CLI::Option& option)
     std::vector<std::string> all;
     try {
         for (int i = 0;; ++i) {
-            for (std::string& choice : choices_in(*option.get_validator(i))) {
+            for (std::string& choice : choices_in(*option.get_validator(i)))
                 all.push_back(std::move(choice));
-            }
         }
     } catch (const CLI::OptionNotFound&) { // that was the last
         return all;
@@ -129,18 +126,16 @@ private:
     std::vector<CLI::App*> reachable() const
     {
         std::vector<CLI::App*> apps = {app_};
-        while (apps.back()->get_fallthrough() && apps.back()->get_parent() != nullptr) {
+        while (apps.back()->get_fallthrough() && apps.back()->get_parent() != nullptr)
             apps.push_back(apps.back()->get_parent());
-        }
         return apps;
     }
 
     CLI::Option* option_named(const std::string& name) const
     {
         for (CLI::App* app : reachable()) {
-            if (CLI::Option* option = app->get_option_no_throw(name)) {
+            if (CLI::Option* option = app->get_option_no_throw(name))
                 return option;
-            }
         }
         return nullptr;
     }
@@ -148,9 +143,8 @@ private:
     CLI::App* command_named(const std::string& name) const
     {
         for (CLI::App* command : app_->get_subcommands({})) {
-            if (command->check_name(name)) {
+            if (command->check_name(name))
                 return command;
-            }
         }
         return nullptr;
     }
@@ -159,30 +153,24 @@ private:
 
     void offer_values_of(CLI::Option& option)
     {
-        for (std::string& choice : choices_of(option)) {
+        for (std::string& choice : choices_of(option))
             offer(std::move(choice));
-        }
-        for (std::string& value : values_of_(option)) {
+        for (std::string& value : values_of_(option))
             offer(std::move(value));
-        }
-        if (names_a_file(option)) {
+        if (names_a_file(option))
             found_.emplace_back(kFiles);
-        }
     }
 
     void offer_options()
     {
         for (CLI::App* app : reachable()) {
             for (const CLI::Option* option : app->get_options()) {
-                if (option->get_group().empty()) {
+                if (option->get_group().empty())
                     continue; // a hidden one
-                }
-                for (const std::string& name : option->get_lnames()) {
+                for (const std::string& name : option->get_lnames())
                     offer("--" + name);
-                }
-                for (const std::string& name : option->get_snames()) {
+                for (const std::string& name : option->get_snames())
                     offer("-" + name);
-                }
             }
         }
     }
@@ -190,9 +178,8 @@ private:
     void offer_commands()
     {
         for (const CLI::App* command : app_->get_subcommands({})) {
-            if (!command->get_group().empty()) {
+            if (!command->get_group().empty())
                 offer(command->get_name());
-            }
         }
     }
 
@@ -200,9 +187,8 @@ private:
     {
         int passed = positionals_passed_;
         for (CLI::Option* option : app_->get_options()) {
-            if (option->get_positional() && option->get_items_expected_max() > passed) {
+            if (option->get_positional() && option->get_items_expected_max() > passed)
                 return offer_values_of(*option);
-            }
             passed -= option->get_positional() ? option->get_items_expected_max() : 0;
         }
     }
@@ -221,24 +207,20 @@ std::vector<std::string> candidates(CLI::App& app, const std::vector<std::string
                                     const ValuesOf& values_of)
 {
     Reader reader(app, values_of);
-    if (words.empty()) {
+    if (words.empty())
         return reader.complete("");
-    }
-    for (size_t i = 0; i + 1 < words.size(); ++i) {
+    for (size_t i = 0; i + 1 < words.size(); ++i)
         reader.pass(words[i]);
-    }
     return reader.complete(words.back());
 }
 
 bool answer(CLI::App& app, int argc, char** argv, const ValuesOf& values_of)
 {
-    if (argc < 2 || std::string_view(argv[1]) != "--complete") {
+    if (argc < 2 || std::string_view(argv[1]) != "--complete")
         return false;
-    }
     try {
-        for (const std::string& word : candidates(app, {argv + 2, argv + argc}, values_of)) {
+        for (const std::string& word : candidates(app, {argv + 2, argv + argc}, values_of))
             std::printf("%s\n", word.c_str());
-        }
     } catch (const std::exception&) {
         return true; // the user is typing: a complaint about the bus would only disturb
     }

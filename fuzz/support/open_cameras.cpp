@@ -9,9 +9,8 @@ namespace fuzz {
 
 Cameras::Cameras()
 {
-    for (const std::string_view model : kModels) {
+    for (const std::string_view model : kModels)
         cameras_.push_back(&bed_.plug(*sim::find_model(model)));
-    }
     libusb_device** list = nullptr;
     if (libusb_init(nullptr) != 0)
         std::abort();

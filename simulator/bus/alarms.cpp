@@ -12,21 +12,18 @@ void Alarms::set(uint64_t delay_us, Passes passes, Action action)
     const bool waits = passes == Passes::kWhileWaiting;
     const bool real = dynamic_cast<RealClock*>(&clock_) != nullptr;
     Alarm alarm{clock_.now_us() + delay_us, std::nullopt, std::move(action)};
-    if (waits || real) {
+    if (waits || real)
         alarm.due = std::chrono::steady_clock::now() + std::chrono::microseconds(delay_us);
-    }
     alarms_.push_back(std::move(alarm));
-    if (!thread_.joinable() && !stopping_) {
+    if (!thread_.joinable() && !stopping_)
         thread_ = std::thread([this] { work(); });
-    }
     changed_.notify_all();
 }
 
 void Alarms::run_due()
 {
-    while (const std::optional<Alarm> alarm = take_due()) {
+    while (const std::optional<Alarm> alarm = take_due())
         alarm->action(alarm->due_us);
-    }
 }
 
 void Alarms::stop()
@@ -36,9 +33,8 @@ void Alarms::stop()
         stopping_ = true;
     }
     changed_.notify_all();
-    if (thread_.joinable()) {
+    if (thread_.joinable())
         thread_.join();
-    }
 }
 
 // The earliest one on the clock first. One that the machine's time has made due brings the clock
@@ -53,16 +49,13 @@ std::optional<Alarms::Alarm> Alarms::take_due()
     };
     auto first = alarms_.end();
     for (auto alarm = alarms_.begin(); alarm != alarms_.end(); ++alarm) {
-        if (is_due(*alarm) && (first == alarms_.end() || alarm->due_us < first->due_us)) {
+        if (is_due(*alarm) && (first == alarms_.end() || alarm->due_us < first->due_us))
             first = alarm;
-        }
     }
-    if (first == alarms_.end() || stopping_) {
+    if (first == alarms_.end() || stopping_)
         return std::nullopt;
-    }
-    if (first->due_us > now_us) {
+    if (first->due_us > now_us)
         clock_.advance_us(first->due_us - now_us);
-    }
     std::optional<Alarm> taken = std::move(*first);
     alarms_.erase(first);
     return taken;
@@ -74,9 +67,8 @@ void Alarms::work()
     while (!stopping_) {
         std::optional<MachineTime> due;
         for (const Alarm& alarm : alarms_) {
-            if (alarm.due && (!due || *alarm.due < *due)) {
+            if (alarm.due && (!due || *alarm.due < *due))
                 due = alarm.due;
-            }
         }
         if (!due) {
             changed_.wait(lock);

@@ -64,13 +64,11 @@ unsigned PluggedCamera::port() const
 int PluggedCamera::control(const Setup& setup, std::span<uint8_t> data)
 {
     const std::lock_guard lock(camera_->mutex());
-    if (!is_plugged_) {
+    if (!is_plugged_)
         return -ENODEV;
-    }
     const Outcome outcome = camera_->control(setup, data);
-    if (outcome.kind != Outcome::Kind::kFinished || outcome.restart) {
+    if (outcome.kind != Outcome::Kind::kFinished || outcome.restart)
         return -EIO;
-    }
     return outcome.status != 0 ? outcome.status : static_cast<int>(outcome.moved);
 }
 
@@ -126,9 +124,8 @@ void PluggedCamera::add_observer(UsbObserver& observer)
 {
     const std::lock_guard lock(camera_->mutex());
     camera_->observers().add(observer);
-    if (is_plugged_) {
+    if (is_plugged_)
         observer.plugged(*camera_, place_.bus, address());
-    }
 }
 
 void PluggedCamera::remove_observer(UsbObserver& observer)
@@ -251,9 +248,8 @@ void Bed::State::add_entry(const std::string& entry)
 
 void Bed::State::add_root_hub(unsigned bus)
 {
-    if (last_address.try_emplace(bus, 1).second) {
+    if (last_address.try_emplace(bus, 1).second)
         add_entry(root_hub_entry(bus));
-    }
 }
 
 unsigned Bed::State::next_address(unsigned bus)
@@ -271,9 +267,8 @@ Place Bed::State::free_place(unsigned bus)
         const bool taken = std::any_of(cameras.begin(), cameras.end(), [&](const auto& camera) {
             return camera->place_.bus == bus && camera->place_.port == port;
         });
-        if (!taken) {
+        if (!taken)
             return {bus, port, next_address(bus)};
-        }
     }
     throw std::invalid_argument("no free port on the simulated bus");
 }
@@ -314,12 +309,10 @@ void Bed::State::detach(PluggedCamera& camera, Departure reason)
 
 void Bed::State::unlist(PluggedCamera& camera)
 {
-    if (!std::exchange(camera.listed_, false)) {
+    if (!std::exchange(camera.listed_, false))
         return;
-    }
-    for (unsigned number = 0; number < kInterfaceCount; ++number) {
+    for (unsigned number = 0; number < kInterfaceCount; ++number)
         umockdev_testbed_remove_device(testbed, interface_path(camera.place_, number).c_str());
-    }
     const std::string path = sysfs_path(camera.place_);
     {
         const EventLock lock(folder);
@@ -368,9 +361,8 @@ void Bed::State::request(PluggedCamera& camera, unsigned address, BusEvent event
     const bool known = std::any_of(tasks.begin(), tasks.end(), [&](const Task& task) {
         return task.camera == &camera && task.address == address && task.event == event;
     });
-    if (known) {
+    if (known)
         return;
-    }
     const auto delay = event == BusEvent::kRestart ? kRestartDelay : std::chrono::milliseconds(0);
     tasks.push_back({&camera, event, address, std::chrono::steady_clock::now() + delay});
     task_change.notify_all();
@@ -381,9 +373,8 @@ void Bed::State::work()
     std::unique_lock lock(task_mutex);
     for (;;) {
         task_change.wait(lock, [this] { return stopping || !tasks.empty(); });
-        if (stopping) {
+        if (stopping)
             return;
-        }
         const Task task = tasks.front();
         task_change.wait_until(lock, task.due, [this] { return stopping; });
         lock.unlock();
@@ -400,25 +391,21 @@ void Bed::State::perform(const Task& task)
     PluggedCamera& camera = *task.camera;
     if (task.event == BusEvent::kReplug) {
         const unsigned port = camera.place_.port; // where another one may be by now, which keeps it
-        if (!camera.node_ && !is_taken(camera, port)) {
+        if (!camera.node_ && !is_taken(camera, port))
             come_back(camera, Departure::kUnplugged, port);
-        }
         return;
     }
-    if (!camera.node_ || camera.place_.address != task.address) {
+    if (!camera.node_ || camera.place_.address != task.address)
         return; // it has come back since
-    }
     if (task.event == BusEvent::kRestart) {
-        if (!camera.node_->is_gone()) { // it may have been unplugged before its time came
+        if (!camera.node_->is_gone()) // it may have been unplugged before its time came
             come_back(camera, Departure::kRestart, camera.place_.port);
-        }
         return;
     }
     detach(camera, task.event == BusEvent::kUnplugAnnounced ? Departure::kUnplugged
                                                             : Departure::kUnpluggedSilently);
-    if (task.event == BusEvent::kUnplugAnnounced) {
+    if (task.event == BusEvent::kUnplugAnnounced)
         unlist(camera);
-    }
 }
 
 void Bed::State::set_faults(PluggedCamera& camera, unsigned position, const FaultPlan& plan)
@@ -456,20 +443,17 @@ void Bed::State::strike_by_clock(PluggedCamera& camera, const std::weak_ptr<Faul
     {
         const std::lock_guard camera_lock(camera.camera_->mutex());
         const std::shared_ptr<FaultEngine> engine = planned.lock();
-        if (!engine || engine != camera.faults_ || !camera.node_) {
+        if (!engine || engine != camera.faults_ || !camera.node_)
             return;
-        }
         fault = engine->on_clock();
-        if (fault.kind == Fault::Kind::kNone) {
+        if (fault.kind == Fault::Kind::kNone)
             return;
-        }
         camera.node_->set_gone();
     }
     detach(camera, fault.kind == Fault::Kind::kUnplugAnnounced ? Departure::kUnplugged
                                                                : Departure::kUnpluggedSilently);
-    if (fault.kind == Fault::Kind::kUnplugAnnounced) {
+    if (fault.kind == Fault::Kind::kUnplugAnnounced)
         unlist(camera);
-    }
 }
 
 // Called under the camera's mutex. The transfer that was hit has told of the unplug before the
@@ -494,12 +478,10 @@ Bed::~Bed()
 
 PluggedCamera& Bed::plug(const CameraModel& model, PlugOptions options)
 {
-    if (options.bus < 1 || options.bus > kHighestBus) {
+    if (options.bus < 1 || options.bus > kHighestBus)
         throw std::invalid_argument("bus must be 1 to 64");
-    }
-    if (!is_printable(options.serial)) {
+    if (!is_printable(options.serial))
         throw std::invalid_argument("serial must be printable ASCII without backslash");
-    }
     const std::lock_guard lock(state_->mutex);
     if (options.serial.empty()) {
         const std::string number = std::to_string(state_->cameras.size() + 1);
@@ -518,9 +500,8 @@ void Bed::unplug(PluggedCamera& camera, Announce announce)
     const std::lock_guard lock(state_->mutex);
     state_->detach(
         camera, announce == Announce::kYes ? Departure::kUnplugged : Departure::kUnpluggedSilently);
-    if (announce == Announce::kYes) {
+    if (announce == Announce::kYes)
         state_->unlist(camera);
-    }
 }
 
 void Bed::power_cut(PluggedCamera& camera, Announce announce)
@@ -532,9 +513,8 @@ void Bed::power_cut(PluggedCamera& camera, Announce announce)
         const std::lock_guard camera_lock(camera.camera_->mutex());
         camera.camera_->controller().power_cut();
     }
-    if (announce == Announce::kYes) {
+    if (announce == Announce::kYes)
         state_->unlist(camera);
-    }
 }
 
 void Bed::set_faults(const FaultPlan& plan)
@@ -547,14 +527,12 @@ void Bed::set_faults(const FaultPlan& plan)
             (when.serial.empty() || std::ranges::any_of(state_->cameras, [&](const auto& camera) {
                  return camera->serial() == when.serial;
              }));
-        if (!is_there) {
+        if (!is_there)
             throw std::invalid_argument(fault.text + " is about a camera that is not plugged in");
-        }
     }
     unsigned position = 0;
-    for (const auto& camera : state_->cameras) {
+    for (const auto& camera : state_->cameras)
         state_->set_faults(*camera, ++position, plan);
-    }
 }
 
 std::vector<uint64_t> Bed::fault_strikes()
@@ -574,12 +552,10 @@ void Bed::replug(PluggedCamera& camera, std::optional<unsigned> port)
 {
     const std::lock_guard lock(state_->mutex);
     const unsigned wanted = port.value_or(camera.place_.port);
-    if (wanted < 1 || wanted > kPortsPerBus) {
+    if (wanted < 1 || wanted > kPortsPerBus)
         throw std::invalid_argument("the bus has ports 1 to " + std::to_string(kPortsPerBus));
-    }
-    if (state_->is_taken(camera, wanted)) {
+    if (state_->is_taken(camera, wanted))
         throw std::invalid_argument("another camera is in port " + std::to_string(wanted));
-    }
     state_->come_back(camera, Departure::kUnplugged, wanted);
 }
 
@@ -607,9 +583,8 @@ const std::string& Bed::folder() const
 
 void Bed::settle_active()
 {
-    if (Bed* bed = active_bed) {
+    if (Bed* bed = active_bed)
         bed->settle();
-    }
 }
 
 } // namespace sim

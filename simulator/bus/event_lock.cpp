@@ -18,9 +18,8 @@ EventLock::EventLock(const std::string& bed)
 
 EventLock::~EventLock()
 {
-    if (fd_ >= 0) {
+    if (fd_ >= 0)
         close(fd_);
-    }
 }
 
 } // namespace sim

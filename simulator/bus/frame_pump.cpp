@@ -18,16 +18,14 @@ FramePump::~FramePump()
         closing_ = true;
         changed_.notify_all();
     }
-    if (thread_.joinable()) {
+    if (thread_.joinable())
         thread_.join();
-    }
 }
 
 void FramePump::wake()
 {
-    if (!thread_.joinable()) {
+    if (!thread_.joinable())
         thread_ = std::thread([this] { run(); });
-    }
     changed_.notify_all();
 }
 

@@ -15,9 +15,8 @@ extern "C" int ioctl(int fd, unsigned long code, ...) noexcept
     va_end(arguments);
 
     if (const auto result = sim::hooked_ioctl(fd, code, argument)) {
-        if (*result >= 0) {
+        if (*result >= 0)
             return *result;
-        }
         errno = -*result;
         return -1;
     }

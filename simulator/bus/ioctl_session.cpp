@@ -37,9 +37,8 @@ uint32_t number_at(const void* argument)
 // Setup, and the data if it goes to the camera.
 int add_control_payload(const usbdevfs_urb& urb, std::vector<uint8_t>& payload)
 {
-    if (urb.buffer_length < static_cast<int>(kSetupBytes)) {
+    if (urb.buffer_length < static_cast<int>(kSetupBytes))
         return -EINVAL;
-    }
     const auto* bytes = static_cast<const uint8_t*>(urb.buffer);
     const Setup setup = Setup::from_wire(std::span<const uint8_t, kSetupBytes>(bytes, kSetupBytes));
     const size_t room = static_cast<size_t>(urb.buffer_length) - kSetupBytes;
@@ -53,9 +52,8 @@ int add_control_payload(const usbdevfs_urb& urb, std::vector<uint8_t>& payload)
 int IoctlSession::ioctl(uint32_t code, void* argument)
 {
     const bool needs_argument = _IOC_DIR(code) != _IOC_NONE || code == USBDEVFS_DISCARDURB;
-    if (needs_argument && argument == nullptr) {
+    if (needs_argument && argument == nullptr)
         return -EFAULT;
-    }
     switch (code) {
         case USBDEVFS_CLAIMINTERFACE:
         case USBDEVFS_RELEASEINTERFACE:
@@ -107,9 +105,8 @@ int IoctlSession::simple_call(uint32_t code, uint32_t first, uint32_t second)
 int IoctlSession::read_number(uint32_t code, void* argument)
 {
     const ReplyHeader reply = channel_->call({{.code = code}, {}}).header;
-    if (reply.result < 0) {
+    if (reply.result < 0)
         return reply.result;
-    }
     switch (code) {
         case USBDEVFS_GET_SPEED:
             return static_cast<int>(reply.value);
@@ -127,9 +124,8 @@ int IoctlSession::read_driver_name(void* argument)
     auto* driver = static_cast<usbdevfs_getdriver*>(argument);
     const Reply reply =
         channel_->call({{.code = USBDEVFS_GETDRIVER, .first = driver->interface}, {}});
-    if (reply.header.result < 0) {
+    if (reply.header.result < 0)
         return reply.header.result;
-    }
     const size_t characters = std::min<size_t>(reply.payload.size(), USBDEVFS_MAXDRIVERNAME);
     std::copy_n(reply.payload.begin(), characters, driver->driver);
     driver->driver[characters] = '\0';
@@ -142,12 +138,10 @@ int IoctlSession::submit(usbdevfs_urb* urb)
     const bool is_iso = urb->type == USBDEVFS_URB_TYPE_ISO;
     const int packets = is_iso ? urb->number_of_packets : 0;
     if (urb->buffer_length < 0 || static_cast<uint32_t>(urb->buffer_length) > kMaxUrbBytes ||
-        packets < 0 || packets > static_cast<int>(kMaxIsoPackets)) {
+        packets < 0 || packets > static_cast<int>(kMaxIsoPackets))
         return -EINVAL;
-    }
-    if (urb->buffer == nullptr && urb->buffer_length > 0) {
+    if (urb->buffer == nullptr && urb->buffer_length > 0)
         return -EFAULT;
-    }
     Request request;
     request.header.code = USBDEVFS_SUBMITURB;
     request.header.urb = address_of(urb);
@@ -156,13 +150,11 @@ int IoctlSession::submit(usbdevfs_urb* urb)
     request.header.urb_bytes = static_cast<uint32_t>(urb->buffer_length);
     request.header.iso_packets = static_cast<uint16_t>(packets);
     if (is_control) {
-        if (const int status = add_control_payload(*urb, request.payload); status < 0) {
+        if (const int status = add_control_payload(*urb, request.payload); status < 0)
             return status;
-        }
     }
-    for (int i = 0; i < packets; ++i) {
+    for (int i = 0; i < packets; ++i)
         add_bytes(request.payload, &urb->iso_frame_desc[i].length, sizeof(uint32_t));
-    }
 
     // The completion can be reaped by another thread before the call returns.
     const uint64_t name = address_of(urb);
@@ -186,21 +178,18 @@ int IoctlSession::reap(bool wait, void* argument)
         const Reply reply = channel_->call({{.code = USBDEVFS_REAPURBNDELAY}, {}});
         if (reply.header.result == -EAGAIN && wait) {
             pollfd ready{channel_->ready_fd(), POLLOUT, 0};
-            if (poll(&ready, 1, -1) < 0) {
+            if (poll(&ready, 1, -1) < 0)
                 return -errno;
-            }
             continue;
         }
-        if (reply.header.result < 0) {
+        if (reply.header.result < 0)
             return reply.header.result;
-        }
         Target target{};
         {
             const std::lock_guard lock(mutex_);
             const auto found = targets_.find(reply.header.urb);
-            if (found == targets_.end()) {
+            if (found == targets_.end())
                 return -EIO;
-            }
             target = found->second;
             targets_.erase(found);
         }
@@ -235,9 +224,8 @@ void IoctlSession::deliver(const Reply& reply, const Target& target)
         data = data.subspan(moved);
         offset = std::min<size_t>(offset + urb->iso_frame_desc[i].length, room);
     }
-    if (packets == 0) {
+    if (packets == 0)
         std::copy_n(data.begin(), std::min(data.size(), room), target.buffer + skipped);
-    }
 }
 
 } // namespace sim

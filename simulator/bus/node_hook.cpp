@@ -78,9 +78,8 @@ std::string path_of(int fd)
 std::optional<NodeName> node_of(int fd)
 {
     const char* bed = std::getenv("UMOCKDEV_DIR");
-    if (bed == nullptr) {
+    if (bed == nullptr)
         return std::nullopt;
-    }
     std::string_view folder(bed);
     folder.remove_prefix(folder.rfind('/') + 1);
     const std::string marker = "/" + std::string(folder) + "/dev/bus/usb/";
@@ -88,9 +87,8 @@ std::optional<NodeName> node_of(int fd)
     const size_t at = path.find(marker);
     NodeName node{};
     if (at == std::string::npos ||
-        std::sscanf(path.c_str() + at + marker.size(), "%3u/%3u", &node.bus, &node.address) != 2) {
+        std::sscanf(path.c_str() + at + marker.size(), "%3u/%3u", &node.bus, &node.address) != 2)
         return std::nullopt;
-    }
     return node;
 }
 
@@ -113,13 +111,11 @@ bool is_inherited(int fd)
 std::shared_ptr<IoctlSession> open_session(int fd, const NodeName& node)
 {
     std::unique_ptr<Channel> channel = connect_node(node);
-    if (!channel) {
+    if (!channel)
         return nullptr;
-    }
     const int flags = fcntl(fd, F_GETFD);
-    if (dup3(channel->ready_fd(), fd, (flags & FD_CLOEXEC) != 0 ? O_CLOEXEC : 0) < 0) {
+    if (dup3(channel->ready_fd(), fd, (flags & FD_CLOEXEC) != 0 ? O_CLOEXEC : 0) < 0)
         return nullptr;
-    }
     auto session = std::make_shared<IoctlSession>(std::move(channel));
     OpenNodes& nodes = open_nodes();
     const std::lock_guard lock(nodes.mutex);
@@ -132,15 +128,13 @@ std::shared_ptr<IoctlSession> open_session(int fd, const NodeName& node)
 
 std::optional<int> hooked_ioctl(int fd, unsigned long code, void* argument)
 {
-    if (_IOC_TYPE(code) != kUsbfsLetter) {
+    if (_IOC_TYPE(code) != kUsbfsLetter)
         return std::nullopt;
-    }
     std::shared_ptr<IoctlSession> session = find_session(fd);
     if (!session) {
         const std::optional<NodeName> node = node_of(fd);
-        if (!node) {
+        if (!node)
             return is_inherited(fd) ? std::optional(-ENODEV) : std::nullopt;
-        }
         session = open_session(fd, *node);
     }
     return session ? session->ioctl(static_cast<uint32_t>(code), argument) : -ENODEV;

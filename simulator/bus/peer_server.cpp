@@ -23,9 +23,8 @@ PeerServer::~PeerServer()
     close(listener_);
     {
         const std::lock_guard lock(mutex_);
-        for (const Connection& connection : connections_) {
+        for (const Connection& connection : connections_)
             shutdown(connection.socket, SHUT_RDWR);
-        }
     }
     for (Connection& connection : connections_) {
         connection.thread.join();
@@ -38,9 +37,8 @@ void PeerServer::accept_peers()
     for (;;) {
         const int socket = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
         if (socket < 0) {
-            if (errno == EINVAL || errno == EBADF) {
+            if (errno == EINVAL || errno == EBADF)
                 return; // shut down
-            }
             // Out of descriptors, or the peer has gone again.
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
             continue;

@@ -26,9 +26,8 @@ Reply result(int status)
 int listen_in(const std::string& folder)
 {
     const int listener = listen_socket(socket_path(folder));
-    if (listener < 0) {
+    if (listener < 0)
         throw std::runtime_error("cannot listen in " + folder + ": " + std::strerror(errno));
-    }
     return listener;
 }
 
@@ -51,9 +50,8 @@ void Server::talk(int socket)
         const Reply reply = answer(std::move(request), file);
         RealClock::wait_for_wire(); // in the thread of this opener: others go on meanwhile
         const bool opened = code == kOpenNode && file != nullptr;
-        if (!send_reply(socket, reply, opened ? file->ready_fd() : -1) || code == kCloseNode) {
+        if (!send_reply(socket, reply, opened ? file->ready_fd() : -1) || code == kCloseNode)
             return;
-        }
     }
 }
 
@@ -79,9 +77,8 @@ Reply Server::answer(Request&& request, std::unique_ptr<UsbfsFile>& file)
 Reply Server::open_node(const RequestHeader& header, std::unique_ptr<UsbfsFile>& file)
 {
     const std::shared_ptr<UsbfsNode> node = find_node(header.first, header.second);
-    if (!node || file) {
+    if (!node || file)
         return result(-ENODEV);
-    }
     file = node->open();
     if (file->ready_fd() < 0) {
         file.reset();

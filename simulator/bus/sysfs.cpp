@@ -41,9 +41,8 @@ std::string attribute(const char* name, const std::string& value)
 std::string descriptors(std::span<const uint8_t> bytes)
 {
     std::string line = "H: descriptors=";
-    for (const uint8_t byte : bytes) {
+    for (const uint8_t byte : bytes)
         line += text("%02X", unsigned{byte});
-    }
     return line + "\n";
 }
 

@@ -32,19 +32,16 @@ bool is_usable(const std::string& folder)
 int seize_abandoned(const std::string& bed)
 {
     struct stat entry {};
-    if (lstat(bed.c_str(), &entry) != 0 || !S_ISDIR(entry.st_mode) || entry.st_uid != geteuid()) {
+    if (lstat(bed.c_str(), &entry) != 0 || !S_ISDIR(entry.st_mode) || entry.st_uid != geteuid())
         return -1;
-    }
     const int fd = open((bed + kLockName).c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
-    if (fd < 0) {
+    if (fd < 0)
         return -1; // not ours, or just being made
-    }
     // A lock without a name: its owner has removed the bed, and another one may bear that name now.
     const bool seized =
         flock(fd, LOCK_EX | LOCK_NB) == 0 && fstat(fd, &entry) == 0 && entry.st_nlink > 0;
-    if (!seized) {
+    if (!seized)
         close(fd);
-    }
     return seized ? fd : -1;
 }
 
@@ -73,16 +70,14 @@ ShortTempFolder::~ShortTempFolder()
 BedLock::BedLock(const std::string& bed)
     : fd_(open((bed + kNewLockName).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600))
 {
-    if (fd_ >= 0 && flock(fd_, LOCK_EX | LOCK_NB) == 0) {
+    if (fd_ >= 0 && flock(fd_, LOCK_EX | LOCK_NB) == 0)
         rename((bed + kNewLockName).c_str(), (bed + kLockName).c_str());
-    }
 }
 
 BedLock::~BedLock()
 {
-    if (fd_ >= 0) {
+    if (fd_ >= 0)
         close(fd_);
-    }
 }
 
 void remove_abandoned_beds(const std::string& folder)
@@ -91,9 +86,8 @@ void remove_abandoned_beds(const std::string& folder)
     std::vector<std::filesystem::path> beds;
     for (auto entry = std::filesystem::directory_iterator(folder, ignored);
          entry != std::filesystem::directory_iterator(); entry.increment(ignored)) {
-        if (entry->path().filename().string().starts_with(kBedPrefix)) {
+        if (entry->path().filename().string().starts_with(kBedPrefix))
             beds.push_back(entry->path());
-        }
     }
     for (const auto& bed : beds) {
         const int lock = seize_abandoned(bed.string());

@@ -50,18 +50,15 @@ bool send_bytes(int socket, const void* header, size_t header_bytes,
     msghdr message{};
     message.msg_iov = parts.data();
     message.msg_iovlen = parts.size();
-    if (passed_fd >= 0) {
+    if (passed_fd >= 0)
         attach_fd(message, control, passed_fd);
-    }
     size_t left = header_bytes + payload.size();
     while (left > 0) {
         const ssize_t sent = sendmsg(socket, &message, MSG_NOSIGNAL);
-        if (sent < 0 && errno == EINTR) {
+        if (sent < 0 && errno == EINTR)
             continue;
-        }
-        if (sent <= 0) {
+        if (sent <= 0)
             return false;
-        }
         left -= static_cast<size_t>(sent);
         size_t done = static_cast<size_t>(sent);
         for (iovec& part : parts) {
@@ -81,12 +78,10 @@ bool receive_bytes(int socket, void* buffer, size_t bytes)
     auto* next = static_cast<char*>(buffer);
     while (bytes > 0) {
         const ssize_t got = recvfrom(socket, next, bytes, 0, nullptr, nullptr);
-        if (got < 0 && errno == EINTR) {
+        if (got < 0 && errno == EINTR)
             continue;
-        }
-        if (got <= 0) {
+        if (got <= 0)
             return false;
-        }
         next += got;
         bytes -= static_cast<size_t>(got);
     }
@@ -95,9 +90,8 @@ bool receive_bytes(int socket, void* buffer, size_t bytes)
 
 bool receive_payload(int socket, std::vector<uint8_t>& payload, uint32_t bytes, uint32_t most)
 {
-    if (bytes > most) {
+    if (bytes > most)
         return false;
-    }
     payload.resize(bytes);
     return receive_bytes(socket, payload.data(), bytes);
 }
@@ -117,9 +111,8 @@ int fd_of(msghdr& message)
     int fd = -1;
     const cmsghdr* entry = CMSG_FIRSTHDR(&message);
     if (entry != nullptr && entry->cmsg_type == SCM_RIGHTS &&
-        entry->cmsg_len == CMSG_LEN(sizeof fd)) {
+        entry->cmsg_len == CMSG_LEN(sizeof fd))
         std::memcpy(&fd, CMSG_DATA(entry), sizeof fd);
-    }
     return fd;
 }
 
@@ -173,9 +166,8 @@ bool receive_reply(int socket, Reply& reply, int& passed_fd)
     message.msg_control = control.bytes.data();
     message.msg_controllen = control.bytes.size();
     const ssize_t got = receive_message(socket, message);
-    if (got <= 0) {
+    if (got <= 0)
         return false;
-    }
     passed_fd = fd_of(message);
     const size_t done = static_cast<size_t>(got);
     return receive_bytes(socket, reinterpret_cast<char*>(&reply.header) + done,
@@ -192,9 +184,8 @@ int connect_socket(const std::string& path)
 {
     sockaddr_un address{};
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) {
+    if (fd < 0)
         return -1;
-    }
     // Past connect(), which the preloaded library of the bed interposes.
     if (!fill_address(path, address) || syscall(SYS_connect, fd, &address, sizeof address) != 0) {
         close(fd);
@@ -207,9 +198,8 @@ int listen_socket(const std::string& path)
 {
     sockaddr_un address{};
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) {
+    if (fd < 0)
         return -1;
-    }
     const auto* generic = reinterpret_cast<const sockaddr*>(&address);
     if (!fill_address(path, address) || bind(fd, generic, sizeof address) != 0 ||
         listen(fd, SOMAXCONN) != 0) {

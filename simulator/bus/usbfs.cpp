@@ -71,13 +71,11 @@ void UsbfsNode::set_memory(std::shared_ptr<UsbfsMemory> memory)
 void UsbfsNode::set_gone()
 {
     const std::lock_guard lock(camera_->mutex());
-    if (std::exchange(gone_, true)) {
+    if (std::exchange(gone_, true))
         return;
-    }
     camera_->stream().stop();
-    for (UsbfsFile* file : files_) {
+    for (UsbfsFile* file : files_)
         file->cancel_all(-ESHUTDOWN);
-    }
     gone_signal_.set(true);
 }
 
@@ -92,13 +90,11 @@ void UsbfsNode::await_late_answer(uint64_t delay_us)
     alarms_.set(delay_us, Alarms::Passes::kWhileWaiting,
                 [weak = weak_from_this()](uint64_t due_us) {
                     const std::shared_ptr<UsbfsNode> node = weak.lock();
-                    if (!node) {
+                    if (!node)
                         return;
-                    }
                     const std::lock_guard lock(node->camera_->mutex());
-                    for (UsbfsFile* file : node->files_) {
+                    for (UsbfsFile* file : node->files_)
                         file->finish_late(due_us);
-                    }
                 });
 }
 
@@ -124,9 +120,8 @@ Reply UsbfsFile::call(Request&& request)
     const std::lock_guard lock(camera_.mutex());
     const uint32_t code = request.header.code;
     const bool is_reap = code == USBDEVFS_REAPURB || code == USBDEVFS_REAPURBNDELAY;
-    if (node_->gone_ && !is_reap) {
+    if (node_->gone_ && !is_reap)
         return result(-ENODEV);
-    }
     return dispatch(std::move(request));
 }
 
@@ -175,28 +170,24 @@ Reply UsbfsFile::dispatch(Request&& request)
 // Also called on use: whatever needs an interface claims it silently, as Linux does.
 int UsbfsFile::claim(uint32_t interface)
 {
-    if (interface >= kInterfaceCount) {
+    if (interface >= kInterfaceCount)
         return -ENOENT;
-    }
     UsbfsFile*& owner = node_->owners_[interface];
-    if (owner != nullptr && owner != this) {
+    if (owner != nullptr && owner != this)
         return -EBUSY;
-    }
     owner = this;
     return 0;
 }
 
 int UsbfsFile::release(uint32_t interface)
 {
-    if (interface >= kInterfaceCount || node_->owners_[interface] != this) {
+    if (interface >= kInterfaceCount || node_->owners_[interface] != this)
         return -EINVAL;
-    }
     node_->owners_[interface] = nullptr;
     cancel_interface(interface);
     if (!node_->gone_) {
-        if (interface == kVideoInterface && camera_.video_setting() != 0) {
+        if (interface == kVideoInterface && camera_.video_setting() != 0)
             tell_request(interface_request(interface, 0), 0);
-        }
         (void)camera_.set_interface(interface, 0); // as it was before anybody used it
     }
     return 0;
@@ -207,22 +198,19 @@ void UsbfsFile::cancel_interface(uint32_t interface)
     const uint8_t endpoint = interface == kVideoInterface ? kVideoEndpoint : kInterruptEndpoint;
     for (auto urb = pending_.begin(); urb != pending_.end();) {
         const auto next = std::next(urb);
-        if (urb->endpoint == endpoint) {
+        if (urb->endpoint == endpoint)
             cancel(urb, -ENOENT);
-        }
         urb = next;
     }
 }
 
 int UsbfsFile::set_interface(uint32_t interface, uint32_t setting)
 {
-    if (const int status = claim(interface); status < 0) {
+    if (const int status = claim(interface); status < 0)
         return status;
-    }
     cancel_interface(interface);
-    if (!camera_.has_setting(interface, setting)) {
+    if (!camera_.has_setting(interface, setting))
         return -EINVAL;
-    }
     tell_request(interface_request(interface, setting), 0);
     (void)camera_.set_interface(interface, setting);
     return 0;
@@ -232,13 +220,11 @@ int UsbfsFile::set_configuration(uint32_t number)
 {
     const bool claimed = std::any_of(node_->owners_.begin(), node_->owners_.end(),
                                      [](const UsbfsFile* owner) { return owner != nullptr; });
-    if (claimed) {
+    if (claimed)
         return -EBUSY;
-    }
     // 0 and -1 both unconfigure the device.
-    if (number > 1 && number != UINT32_MAX) {
+    if (number > 1 && number != UINT32_MAX)
         return -EINVAL;
-    }
     const uint16_t configuration = number == 1 ? 1 : 0;
     tell_request({.request = kSetConfiguration, .value = configuration}, 0);
     (void)camera_.configure(configuration);
@@ -248,9 +234,8 @@ int UsbfsFile::set_configuration(uint32_t number)
 // No kernel driver was ever bound, so there is none to detach and none to bring back.
 int UsbfsFile::driver_request(uint32_t interface, uint32_t code)
 {
-    if (interface >= kInterfaceCount) {
+    if (interface >= kInterfaceCount)
         return -EINVAL;
-    }
     switch (code) {
         case USBDEVFS_DISCONNECT:
             return -ENODATA;
@@ -263,9 +248,8 @@ int UsbfsFile::driver_request(uint32_t interface, uint32_t code)
 
 Reply UsbfsFile::driver_name(uint32_t interface) const
 {
-    if (interface >= kInterfaceCount || node_->owners_[interface] == nullptr) {
+    if (interface >= kInterfaceCount || node_->owners_[interface] == nullptr)
         return result(-ENODATA);
-    }
     constexpr std::string_view kName = "usbfs";
     Reply reply;
     reply.payload.assign(kName.begin(), kName.end());
@@ -287,33 +271,28 @@ int UsbfsFile::check_endpoint(uint32_t endpoint)
 int UsbfsFile::clear_halt(uint32_t endpoint)
 {
     const int status = check_endpoint(endpoint);
-    if (status < 0) {
+    if (status < 0)
         return status;
-    }
     tell_request({.request_type = kEndpointRecipient,
                   .request = kClearFeature,
                   .value = kEndpointHalt,
                   .index = static_cast<uint16_t>(endpoint)},
                  0);
-    if (endpoint == kVideoEndpoint) {
+    if (endpoint == kVideoEndpoint)
         camera_.stream().stop();
-    }
     return 0;
 }
 
 int UsbfsFile::submit(Request&& request)
 {
     const RequestHeader& header = request.header;
-    if (header.urb_bytes > kMaxUrbBytes || header.iso_packets > kMaxIsoPackets) {
+    if (header.urb_bytes > kMaxUrbBytes || header.iso_packets > kMaxIsoPackets)
         return -EINVAL;
-    }
-    if (pending_.size() + finished_.size() >= kMaxUrbsInFlight) {
+    if (pending_.size() + finished_.size() >= kMaxUrbsInFlight)
         return -ENOMEM;
-    }
     std::optional<UsbfsMemory::Loan> loan = UsbfsMemory::lend(node_->memory_, header.urb_bytes);
-    if (!loan) {
+    if (!loan)
         return -ENOMEM;
-    }
     Urb urb;
     urb.loan = *std::move(loan);
     urb.id = camera_.next_transfer_id();
@@ -331,17 +310,14 @@ int UsbfsFile::submit(Request&& request)
 int UsbfsFile::submit_control(Urb&& urb)
 {
     if ((urb.endpoint & 0x7F) != 0 || urb.data.size() < kSetupBytes ||
-        urb.buffer_bytes < kSetupBytes) {
+        urb.buffer_bytes < kSetupBytes)
         return -EINVAL;
-    }
     const Setup setup = Setup::from_wire(std::span(urb.data).first<kSetupBytes>());
-    if (setup.length > urb.buffer_bytes - kSetupBytes) {
+    if (setup.length > urb.buffer_bytes - kSetupBytes)
         return -EINVAL;
-    }
     if (setup.recipient() == kInterfaceRecipient && setup.type() != kVendorType) {
-        if (const int status = claim(setup.interface()); status < 0) {
+        if (const int status = claim(setup.interface()); status < 0)
             return status;
-        }
     }
     urb.data.resize(kSetupBytes + setup.length);
     tell(&UsbObserver::submitted, urb);
@@ -382,23 +358,18 @@ int UsbfsFile::submit_control(Urb&& urb)
 
 int UsbfsFile::submit_to_endpoint(Urb&& urb, const Request& request)
 {
-    if (const int status = check_endpoint(urb.endpoint); status < 0) {
+    if (const int status = check_endpoint(urb.endpoint); status < 0)
         return status;
-    }
     std::vector<uint32_t> packet_bytes(request.header.iso_packets);
-    if (request.payload.size() != packet_bytes.size() * sizeof(uint32_t)) {
+    if (request.payload.size() != packet_bytes.size() * sizeof(uint32_t))
         return -EINVAL;
-    }
-    if (!packet_bytes.empty()) {
+    if (!packet_bytes.empty())
         std::memcpy(packet_bytes.data(), request.payload.data(), request.payload.size());
-    }
-    if (urb.endpoint == kVideoEndpoint) {
+    if (urb.endpoint == kVideoEndpoint)
         return submit_video(std::move(urb), packet_bytes);
-    }
     // Linux takes a bulk URB for an interrupt endpoint, but nothing else that does not fit.
-    if (urb.type != USBDEVFS_URB_TYPE_BULK && urb.type != USBDEVFS_URB_TYPE_INTERRUPT) {
+    if (urb.type != USBDEVFS_URB_TYPE_BULK && urb.type != USBDEVFS_URB_TYPE_INTERRUPT)
         return -EINVAL;
-    }
     tell(&UsbObserver::submitted, urb);
     pending_.push_back(std::move(urb));
     return 0;
@@ -409,18 +380,16 @@ int UsbfsFile::discard(uint64_t address)
     const auto urb =
         std::find_if(pending_.begin(), pending_.end(),
                      [address](const Urb& candidate) { return candidate.address == address; });
-    if (urb == pending_.end()) {
+    if (urb == pending_.end())
         return -EINVAL;
-    }
     cancel(urb, -ENOENT);
     return 0;
 }
 
 void UsbfsFile::cancel(std::list<Urb>::iterator urb, int status)
 {
-    if (urb->type == USBDEVFS_URB_TYPE_CONTROL) {
+    if (urb->type == USBDEVFS_URB_TYPE_CONTROL)
         camera_.record(Setup::from_wire(std::span(urb->data).first<kSetupBytes>()), {}, status);
-    }
     urb->status = status;
     urb->actual_bytes = 0;
     finish(std::move(*urb));
@@ -444,17 +413,15 @@ void UsbfsFile::finish_late(uint64_t now_us)
 
 void UsbfsFile::cancel_all(int status)
 {
-    while (!pending_.empty()) {
+    while (!pending_.empty())
         cancel(pending_.begin(), status);
-    }
 }
 
 void UsbfsFile::finish(Urb&& urb)
 {
     tell(&UsbObserver::finished, urb);
-    if (urb.restart && !node_->gone_) {
+    if (urb.restart && !node_->gone_)
         node_->on_event_(BusEvent::kRestart);
-    }
     finished_bytes_ += urb.data.size();
     finished_.push_back(std::move(urb));
     update_ready();
@@ -462,9 +429,8 @@ void UsbfsFile::finish(Urb&& urb)
 
 Reply UsbfsFile::reap()
 {
-    if (finished_.empty()) {
+    if (finished_.empty())
         return result(node_->gone_ ? -ENODEV : -EAGAIN);
-    }
     Urb urb = std::move(finished_.front());
     finished_.pop_front();
     finished_bytes_ -= urb.data.size();
@@ -479,9 +445,8 @@ Reply UsbfsFile::reap()
     reply.payload.assign(packets, packets + urb.packets.size() * sizeof(IsoResult));
 
     const bool is_control = urb.type == USBDEVFS_URB_TYPE_CONTROL;
-    if (urb.endpoint == kVideoEndpoint) {
+    if (urb.endpoint == kVideoEndpoint)
         node_->pump_.wake(); // there may be room again
-    }
     if (!is_control && urb.packets.empty()) {
         reply.payload = std::move(urb.data); // a whole frame, most often
         return reply;

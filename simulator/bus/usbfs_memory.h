@@ -29,9 +29,8 @@ public:
         }
         ~Loan()
         {
-            if (memory_) {
+            if (memory_)
                 memory_->used_ -= bytes_;
-            }
         }
 
     private:

@@ -29,9 +29,8 @@ bool UsbfsNode::has_room_for_frame() const
 std::optional<FramePump::Time> UsbfsNode::frame_due() const
 {
     const VideoStream& stream = camera_->stream();
-    if (gone_ || (!stream.is_paced() && !has_room_for_frame())) {
+    if (gone_ || (!stream.is_paced() && !has_room_for_frame()))
         return std::nullopt;
-    }
     return stream.due();
 }
 
@@ -76,21 +75,18 @@ bool UsbfsFile::has_room_for_frame() const
 int UsbfsFile::submit_video(Urb&& urb, std::span<const uint32_t> packet_bytes)
 {
     const bool isochronous = camera_.controller().model().streams_isochronously;
-    if (isochronous && camera_.video_setting() == 0) {
+    if (isochronous && camera_.video_setting() == 0)
         return -ENOENT; // setting 0 has no endpoint
-    }
     const int type = isochronous ? USBDEVFS_URB_TYPE_ISO : USBDEVFS_URB_TYPE_BULK;
     const uint64_t total = std::accumulate(packet_bytes.begin(), packet_bytes.end(), uint64_t{0});
-    if (urb.type != type || total > urb.buffer_bytes || packet_bytes.empty() == isochronous) {
+    if (urb.type != type || total > urb.buffer_bytes || packet_bytes.empty() == isochronous)
         return -EINVAL;
-    }
     urb.packet_bytes.assign(packet_bytes.begin(), packet_bytes.end());
     urb.packets.resize(packet_bytes.size());
     tell(&UsbObserver::submitted, urb);
     pending_.push_back(std::move(urb));
-    if (!isochronous) {
+    if (!isochronous)
         camera_.stream().start();
-    }
     move_video();
     node_->pump_.wake();
     return 0;
@@ -101,9 +97,8 @@ void UsbfsFile::move_video()
     VideoStream& stream = camera_.stream();
     while (stream.has_data()) {
         const auto urb = first_video_urb();
-        if (urb == pending_.end()) {
+        if (urb == pending_.end())
             return;
-        }
         if (urb->packets.empty()) {
             fill_transfer(*urb);
         } else {
@@ -151,9 +146,8 @@ void UsbfsFile::fill_packets(Urb& urb)
 // The transfer under way fails; the next one will when its time comes.
 void UsbfsFile::stall_video()
 {
-    if (const auto urb = first_video_urb(); urb != pending_.end()) {
+    if (const auto urb = first_video_urb(); urb != pending_.end())
         cancel(urb, -EPIPE);
-    }
 }
 
 } // namespace sim

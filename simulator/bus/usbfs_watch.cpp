@@ -21,9 +21,8 @@ std::vector<IsoPacket> iso_packets(std::span<const uint32_t> rooms,
                                    std::span<const IsoResult> results)
 {
     std::vector<IsoPacket> packets(rooms.size());
-    for (size_t i = 0; i < packets.size(); ++i) {
+    for (size_t i = 0; i < packets.size(); ++i)
         packets[i] = {rooms[i], results[i].actual_bytes, results[i].status};
-    }
     return packets;
 }
 
@@ -33,9 +32,8 @@ std::vector<IsoPacket> iso_packets(std::span<const uint32_t> rooms,
 void UsbfsFile::tell(void (UsbObserver::*event)(const BusTransfer&), const Urb& urb) const
 {
     const Observers& observers = camera_.observers();
-    if (observers.empty()) {
+    if (observers.empty())
         return;
-    }
     BusTransfer transfer{.id = urb.id,
                          .type = static_cast<TransferType>(urb.type),
                          .endpoint = urb.endpoint,
@@ -66,9 +64,8 @@ void UsbfsFile::tell(void (UsbObserver::*event)(const BusTransfer&), const Urb& 
 void UsbfsFile::tell_request(const Setup& setup, int status) const
 {
     const Observers& observers = camera_.observers();
-    if (!observers.empty()) {
+    if (!observers.empty())
         observers.tell_request(camera_.next_transfer_id(), setup, status);
-    }
 }
 
 } // namespace sim

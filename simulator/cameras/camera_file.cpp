@@ -42,9 +42,8 @@ Part part_named(const toml::key& key, std::string_view name, std::span<const Par
                 Mistakes& mistakes)
 {
     const auto found = std::ranges::find(parts, name, &Part::name);
-    if (found != parts.end()) {
+    if (found != parts.end())
         return *found;
-    }
     std::vector<std::string_view> names;
     std::ranges::transform(parts, std::back_inserter(names), &Part::name);
     const std::string kind(key.str());
@@ -63,12 +62,10 @@ template <typename Part>
 Part read_part_or_table(const toml::key& key, const toml::node& node, const Kind& kind,
                         std::span<const Part> parts, Mistakes& mistakes)
 {
-    if (const auto* table = node.as_table()) {
+    if (const auto* table = node.as_table())
         return read_part(*table, Part(), mistakes);
-    }
-    if (const auto* name = node.as_string()) {
+    if (const auto* name = node.as_string())
         return part_named(key, name->get(), parts, mistakes);
-    }
     report_kind(key, node, kind, mistakes);
     return parts.front();
 }
@@ -179,9 +176,8 @@ std::vector<Part> parse_parts(std::string_view text, const std::string& file, co
     check_keys(table, known, mistakes);
     if (const auto* list = table.get_as<toml::array>(section)) {
         for (const toml::node& item : *list) {
-            if (const auto* row = item.as_table()) {
+            if (const auto* row = item.as_table())
                 parts.push_back(read_part(*row, Part(), mistakes));
-            }
         }
     }
     mistakes.throw_if_any();
@@ -208,22 +204,18 @@ CameraModel read_camera_file(const std::string& path)
     };
     std::error_code error;
     const auto status = std::filesystem::status(path, error);
-    if (status.type() == std::filesystem::file_type::not_found) {
+    if (status.type() == std::filesystem::file_type::not_found)
         fail("there is no such file");
-    }
-    if (!std::filesystem::is_regular_file(status)) {
+    if (!std::filesystem::is_regular_file(status))
         fail("a camera description is a plain file");
-    }
     std::ifstream file(path, std::ios::binary);
     std::string text(kLargestFile + 1, '\0');
     file.read(text.data(), static_cast<std::streamsize>(text.size()));
-    if (!file.is_open() || file.bad()) {
+    if (!file.is_open() || file.bad())
         fail("the file cannot be read");
-    }
     text.resize(static_cast<size_t>(file.gcount()));
-    if (text.size() > kLargestFile) {
+    if (text.size() > kLargestFile)
         fail("a camera description has at most " + std::to_string(kLargestFile) + " bytes");
-    }
     return parse_camera_file(text, path);
 }
 

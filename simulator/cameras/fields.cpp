@@ -260,9 +260,8 @@ namespace {
 
 std::string format_number(int64_t value, Digits digits)
 {
-    if (digits == Digits::kDecimal) {
+    if (digits == Digits::kDecimal)
         return std::to_string(value);
-    }
     char text[24];
     const int width = value > 0xFF ? 4 : 2;
     std::snprintf(text, sizeof text, "0x%0*llX", width, static_cast<unsigned long long>(value));
@@ -305,9 +304,8 @@ struct KindText {
     std::string operator()(const Choice& c) const
     {
         std::string text;
-        for (const std::string_view word : c.words) {
+        for (const std::string_view word : c.words)
             text += (text.empty() ? "" : " or ") + quoted(word);
-        }
         return text;
     }
     std::string operator()(const PartOrTable& p) const
@@ -330,9 +328,8 @@ struct ValueText {
     std::string operator()(const std::vector<uint8_t>& value) const
     {
         std::string text;
-        for (const uint8_t byte : value) {
+        for (const uint8_t byte : value)
             text += (text.empty() ? "" : ", ") + format_number(byte, Digits::kHex);
-        }
         return "[" + text + "]";
     }
 };

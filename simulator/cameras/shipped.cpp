@@ -15,9 +15,8 @@ namespace {
 std::vector<CameraModel> read_models()
 {
     std::vector<CameraModel> all;
-    for (const ShippedFile& file : kCameraFiles) {
+    for (const ShippedFile& file : kCameraFiles)
         all.push_back(parse_camera_file(file.text, std::string(file.name)));
-    }
     return all;
 }
 

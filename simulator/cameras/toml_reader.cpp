@@ -24,9 +24,8 @@ std::string printable(std::string_view text)
 {
     constexpr size_t kLongest = 60;
     std::string shown;
-    for (const char character : text.substr(0, kLongest)) {
+    for (const char character : text.substr(0, kLongest))
         shown += character >= ' ' && character <= '~' ? character : '?';
-    }
     return text.size() > kLongest ? shown + "..." : shown;
 }
 
@@ -66,16 +65,14 @@ std::string name_value(const toml::node& node, const Kind& kind)
 {
     if (const auto* number = node.as_integer(); number != nullptr) {
         if (const auto* rule = std::get_if<Number>(&kind);
-            rule != nullptr && rule->digits != Digits::kDecimal && number->get() >= 0) {
+            rule != nullptr && rule->digits != Digits::kDecimal && number->get() >= 0)
             return format_value(number->get(), kind);
-        }
         return std::to_string(number->get());
     }
     if (const auto* text = node.as_string();
         text != nullptr &&
-        (std::holds_alternative<Choice>(kind) || std::holds_alternative<Word>(kind))) {
+        (std::holds_alternative<Choice>(kind) || std::holds_alternative<Word>(kind)))
         return '"' + printable(text->get()) + '"';
-    }
     if (const auto* text = node.as_string();
         text != nullptr && std::holds_alternative<Text>(kind)) {
         return is_plain(text->get()) ? "a text of " + std::to_string(text->get().size())
@@ -84,9 +81,8 @@ std::string name_value(const toml::node& node, const Kind& kind)
     if (const auto* list = node.as_array();
         list != nullptr && std::holds_alternative<ByteList>(kind)) {
         const auto misfit = std::ranges::find_if_not(*list, is_byte);
-        if (misfit == list->end()) {
+        if (misfit == list->end())
             return "a list of " + std::to_string(list->size());
-        }
         return "a list with " +
                (misfit->is_integer() ? name_value(*misfit, Number{}) : name_type(*misfit));
     }
@@ -99,9 +95,8 @@ struct Reader {
     std::optional<Value> operator()(const Number& rule) const
     {
         const auto* number = node.as_integer();
-        if (number == nullptr || number->get() < rule.least || number->get() > rule.most) {
+        if (number == nullptr || number->get() < rule.least || number->get() > rule.most)
             return std::nullopt;
-        }
         const int64_t value = number->get();
         const bool power_of_two = (value & (value - 1)) == 0;
         return rule.digits != Digits::kHexPowerOfTwo || power_of_two ? std::optional<Value>(value)
@@ -138,13 +133,11 @@ struct Reader {
     {
         const auto* list = node.as_array();
         if (list == nullptr || list->size() < rule.fewest || list->size() > rule.most ||
-            !std::ranges::all_of(*list, is_byte)) {
+            !std::ranges::all_of(*list, is_byte))
             return std::nullopt;
-        }
         std::vector<uint8_t> bytes;
-        for (const toml::node& item : *list) {
+        for (const toml::node& item : *list)
             bytes.push_back(static_cast<uint8_t>(item.as_integer()->get()));
-        }
         return bytes;
     }
     std::optional<Value> operator()(const Choice& rule) const
@@ -178,18 +171,16 @@ void Mistakes::add(const std::string& what)
 
 void Mistakes::throw_if_any() const
 {
-    if (found_.empty()) {
+    if (found_.empty())
         return;
-    }
     std::vector<Mistake> sorted = found_;
     std::ranges::stable_sort(sorted,
                              [](const Mistake& a, const Mistake& b) { return a.where < b.where; });
     std::ostringstream text;
     for (const Mistake& mistake : sorted) {
         text << (&mistake == sorted.data() ? "" : "\n") << file_;
-        if (mistake.where) {
+        if (mistake.where)
             text << ":" << mistake.where.line << ":" << mistake.where.column;
-        }
         text << ": " << mistake.text;
     }
     throw CameraFileError(text.str());
@@ -221,9 +212,8 @@ void check_keys(const toml::table& table, std::span<const std::string_view> know
                 Mistakes& mistakes)
 {
     for (const auto& [key, node] : table) {
-        if (std::ranges::find(known, key.str()) != known.end()) {
+        if (std::ranges::find(known, key.str()) != known.end())
             continue;
-        }
         std::string text = "there is no key " + quoted(printable(key.str())) + " here";
         if (const auto nearest = text::nearest_word(printable(key.str()), known)) {
             text += "; did you mean " + quoted(*nearest) + "?";
@@ -244,9 +234,8 @@ std::optional<Value> read_value(const toml::key& key, const toml::node& node, co
                                 Mistakes& mistakes)
 {
     auto value = std::visit(Reader{node}, kind);
-    if (!value) {
+    if (!value)
         report_kind(key, node, kind, mistakes);
-    }
     return value;
 }
 

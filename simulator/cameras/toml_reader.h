@@ -63,9 +63,8 @@ void read_fields(const toml::table& table, std::string_view section,
                  OpenSection&& open_section)
 {
     std::vector<std::string_view> known;
-    for (const Field<Target>& field : fields) {
+    for (const Field<Target>& field : fields)
         known.push_back(field.key);
-    }
     check_keys(table, known, mistakes);
 
     for (const Field<Target>& field : fields) {
@@ -73,9 +72,8 @@ void read_fields(const toml::table& table, std::string_view section,
         if (field.set == nullptr) {
             open_section(field, key);
         } else if (key != nullptr) {
-            if (const auto value = read_value(*key, *table.get(field.key), field.kind, mistakes)) {
+            if (const auto value = read_value(*key, *table.get(field.key), field.kind, mistakes))
                 field.set(target, *value);
-            }
         } else if (std::holds_alternative<Required>(field.fallback)) {
             report_missing(table, section, field.key, field.kind, field.meaning, mistakes);
         } else if (const auto* value = std::get_if<Value>(&field.fallback)) {

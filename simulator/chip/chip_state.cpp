@@ -167,10 +167,11 @@ void ChipState::run_board_command(uint16_t address, uint8_t value)
 {
     const bool reset_pin_pulsed = address == kSensorResetPinReg && value == 1;
     const bool is_command = address == kSensorCommandReg;
-    if (reset_pin_pulsed || (is_command && value == kSensorReset))
+    if (reset_pin_pulsed || (is_command && value == kSensorReset)) {
         ++sensor_resets;
-    else if (is_command && value == kSnapshotTrigger)
+    } else if (is_command && value == kSnapshotTrigger) {
         ++snapshot_triggers;
+    }
 }
 
 void ChipState::settle()

@@ -16,9 +16,10 @@ void Eeprom::power_up()
 
 void Eeprom::power_cut()
 {
-    if (busy())
+    if (busy()) {
         cells_.cut_write(
             RomCells::steps_in(clock_.now_us() - busy_since_us_, part_.write_cycle_us));
+    }
     powered_ = false;
 }
 

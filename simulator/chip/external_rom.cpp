@@ -25,10 +25,11 @@ std::array<uint8_t, 4> addressed(uint8_t opcode, uint32_t address)
 
 void ExternalRom::read(uint32_t address, std::span<uint8_t> out)
 {
-    if (chip_.flash)
+    if (chip_.flash) {
         chip_.flash->transfer(addressed(kRead, address), out);
-    else
+    } else {
         chip_.eeprom->read(address, out);
+    }
 }
 
 void ExternalRom::write(uint32_t address, std::span<const uint8_t> bytes)
@@ -86,9 +87,10 @@ void ExternalRom::read_id(uint8_t opcode, size_t command_bytes, std::span<uint8_
 {
     std::ranges::fill(out, uint8_t{0xFF});
     const std::array<uint8_t, 4> command = {opcode};
-    if (chip_.flash)
+    if (chip_.flash) {
         chip_.flash->transfer(
             std::span(command).first(std::clamp<size_t>(command_bytes, 1, command.size())), out);
+    }
 }
 
 uint16_t ExternalRom::checksum() const

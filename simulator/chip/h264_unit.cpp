@@ -101,10 +101,11 @@ int H264Unit::set_current(size_t control, std::span<const uint8_t> data)
     const H264Control& row = kTable[control];
     if ((row.info & kInfoSet) == 0 || data.size() != row.length)
         return kStall;
-    if (row.selector == kEncoderReset)
+    if (row.selector == kEncoderReset) {
         power_up();
-    else
+    } else {
         std::ranges::copy(data, settings_[control].begin());
+    }
     return static_cast<int>(data.size());
 }
 

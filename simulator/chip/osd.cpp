@@ -44,10 +44,11 @@ void draw_glyph(Canvas& canvas, uint32_t x, uint32_t y, uint8_t character, Colou
     const auto& rows = glyph(character);
     for (uint32_t row = 0; row < kGlyphRows; ++row) {
         for (uint32_t column = 0; column < kGlyphColumns; ++column) {
-            if ((rows[row] >> (kGlyphColumns - 1 - column) & 1) != 0)
+            if ((rows[row] >> (kGlyphColumns - 1 - column) & 1) != 0) {
                 canvas.fill(
                     {x + (column + 1) * kDotPixels, y + row * kDotPixels, kDotPixels, kDotPixels},
                     colour);
+            }
         }
     }
 }
@@ -165,9 +166,10 @@ void Osd::draw(Canvas& canvas, uint8_t control) const
     const bool transparent = (control & kTransparent) != 0;
     if (state_.enabled != 0) {
         draw_windows(canvas);
-        for (uint32_t line = 0; line < kStringCount; ++line)
+        for (uint32_t line = 0; line < kStringCount; ++line) {
             draw_text(canvas, kTextColumn, kFirstStringRow + line, state_.strings[line],
                       transparent);
+        }
         if (state_.header_shown) {
             const auto title = std::span(header_.data(), header_.size());
             Text text{};
@@ -182,10 +184,11 @@ void Osd::draw(Canvas& canvas, uint8_t control) const
 void Osd::draw_windows(Canvas& canvas) const
 {
     for (const Record& window : state_.windows) {
-        if (window[5] != 0)
+        if (window[5] != 0) {
             canvas.fill({window[1] * kCellPixels, window[2] * kCellPixels, window[3] * kCellPixels,
                          window[4] * kCellPixels},
                         colour(kWindowColour));
+        }
     }
 }
 

@@ -71,10 +71,11 @@ void SpiFlash::transfer(std::span<const uint8_t> command, std::span<uint8_t> ans
     settle();
     if (command.empty() || !powered_)
         return;
-    if (command[0] == kReadStatus)
+    if (command[0] == kReadStatus) {
         std::ranges::fill(answer, status()); // repeats for as long as it is clocked
-    else if (!busy_)
+    } else if (!busy_) {
         execute(command, answer);
+    }
 }
 
 void SpiFlash::program_pages(uint32_t address, std::span<const uint8_t> bytes)

@@ -116,14 +116,15 @@ int VendorXu::set_current(const Control& control, std::span<const uint8_t> data)
 
     auto& setting = settings_[control.selector];
     std::ranges::copy(data, setting.begin());
-    if (control.selector == kFlashBlock)
+    if (control.selector == kFlashBlock) {
         chip_.flash_block = static_cast<uint16_t>(data[0] | data[1] << 8);
-    else if (control.selector == kWriteProtect)
+    } else if (control.selector == kWriteProtect) {
         chip_.set_write_protect(data[0] != 0);
-    else if (control.selector == kFlashReadId)
+    } else if (control.selector == kFlashReadId) {
         rom_.read_id(data[0], data[1], std::span(setting).first(3));
-    else if (control.selector == kOsd)
+    } else if (control.selector == kOsd) {
         osd_.command(std::span(setting).first<Osd::kCommandBytes>());
+    }
     return static_cast<int>(data.size());
 }
 
@@ -189,10 +190,11 @@ void VendorXu::get_limit(const Control& control, uint8_t code, std::span<uint8_t
             out[0] = control.selector == kFlip ? largest : 1;
             break;
         case kGetDef:
-            if (control.selector == kWriteProtect)
+            if (control.selector == kWriteProtect) {
                 out[0] = 1;
-            else if (control.selector == kExtRomType)
+            } else if (control.selector == kExtRomType) {
                 out[0] = rom_type(chip_.model);
+            }
             break;
         default: // the smallest value is zero everywhere
             break;

@@ -29,10 +29,11 @@ bool VendorXu::set_memory(const Control& control, std::span<const uint8_t> frame
         return false;
     if ((frame[0] & kWrite) == 0)
         return true; // a request; the data is fetched next
-    if (control.selector == kSpiStatus)
+    if (control.selector == kSpiStatus) {
         rom_.set_status(frame[kHeaderBytes]);
-    else
+    } else {
         write_space(control.selector, be16(frame.subspan(1)), frame.subspan(kHeaderBytes, count));
+    }
     return true;
 }
 
@@ -43,10 +44,11 @@ bool VendorXu::set_rom(std::span<const uint8_t> frame)
     if (count > frame.size() - kHeaderBytes)
         return false;
     const uint8_t flags = frame[0] & static_cast<uint8_t>(newer ? ~kLengthBits : ~kOlderLengthBits);
-    if (flags == kErase)
+    if (flags == kErase) {
         rom_.erase();
-    else if (flags == (newer ? kWrite : kOlderRomWrite))
+    } else if (flags == (newer ? kWrite : kOlderRomWrite)) {
         rom_.write(rom_address(be16(frame.subspan(1))), frame.subspan(kHeaderBytes, count));
+    }
     return true;
 }
 
@@ -107,12 +109,13 @@ void VendorXu::write_space(uint8_t selector, uint16_t address, std::span<const u
     if (selector == kReg)
         chip_.settle();
     for (const uint8_t byte : bytes) {
-        if (selector == kReg)
+        if (selector == kReg) {
             chip_.write_register(address, byte);
-        else if (selector == kSensor)
+        } else if (selector == kSensor) {
             chip_.sensor[address] = byte;
-        else if (selector == kMcu)
+        } else if (selector == kMcu) {
             chip_.mcu_data[address & 0xFF] = byte;
+        }
         ++address;
     }
 }

@@ -26,9 +26,8 @@ bool equals(const std::optional<uint8_t>& wanted, uint8_t value)
 
 bool is_control_meant(const Trigger& when, const Setup& setup)
 {
-    if (!when.unit && !when.selector && !when.request) {
+    if (!when.unit && !when.selector && !when.request)
         return true;
-    }
     return setup.type() == kClassType && setup.recipient() == kInterfaceRecipient &&
            equals(when.unit, setup.unit()) && equals(when.selector, setup.selector()) &&
            equals(when.request, setup.request);
@@ -76,9 +75,8 @@ void flip_bits(const PlannedFault& fault, const RomAccess& access, Prng& prng)
 {
     const std::span<uint8_t> bytes = bytes_in(fault.when.rom_address, access);
     if (fault.mask) {
-        for (uint8_t& byte : bytes) {
+        for (uint8_t& byte : bytes)
             byte ^= *fault.mask;
-        }
     } else {
         const uint64_t bit = prng.next() % (bytes.size() * 8);
         bytes[bit / 8] ^= static_cast<uint8_t>(1U << bit % 8);
@@ -162,9 +160,8 @@ FrameFault FaultEngine::on_frame()
     ++frame_;
     for (Rule& rule : rules_) {
         const PlannedFault& fault = rule.fault;
-        if ((fault.site != Site::kFrame && fault.site != Site::kClock) || !strikes_now(rule)) {
+        if ((fault.site != Site::kFrame && fault.site != Site::kClock) || !strikes_now(rule))
             continue;
-        }
         switch (fault.effect) {
             case Effect::kTruncate:
                 return FrameFault::truncated(fault.bytes);
@@ -184,9 +181,8 @@ FrameFault FaultEngine::on_frame()
 Fault FaultEngine::on_clock()
 {
     for (Rule& rule : rules_) {
-        if (rule.fault.site == Site::kClock && strikes_now(rule)) {
+        if (rule.fault.site == Site::kClock && strikes_now(rule))
             return transfer_fault(rule.fault);
-        }
     }
     return Fault::none();
 }
@@ -195,21 +191,17 @@ bool FaultEngine::strikes_now(Rule& rule, const RomAccess* access)
 {
     const Trigger& when = rule.fault.when;
     if (!rule.concerned || rule.strikes >= rule.fault.times || !holds(when, access) ||
-        (access != nullptr && !concerns(rule.fault.effect, *access))) {
+        (access != nullptr && !concerns(rule.fault.effect, *access)))
         return false;
-    }
-    if (!contains(when.count, ++rule.matches)) {
+    if (!contains(when.count, ++rule.matches))
         return false;
-    }
     constexpr double kSteps = 1ULL << 53; // as many as a double tells apart
     if (when.probability < 1 &&
-        static_cast<double>(rule.prng.next() >> 11) >= when.probability * kSteps) {
+        static_cast<double>(rule.prng.next() >> 11) >= when.probability * kSteps)
         return false;
-    }
     ++rule.strikes;
-    if (bench_.tell) {
+    if (bench_.tell)
         bench_.tell(rule.fault);
-    }
     return true;
 }
 
@@ -251,9 +243,8 @@ Fault FaultEngine::transfer_fault(const PlannedFault& fault)
 
 Fault FaultEngine::departure(const PlannedFault& fault) const
 {
-    if (fault.replug_us) {
+    if (fault.replug_us)
         bench_.replug_after(*fault.replug_us);
-    }
     return fault.announced ? Fault::unplug_announced() : Fault::unplug_silent();
 }
 
@@ -261,9 +252,8 @@ std::vector<uint64_t> FaultEngine::delays_us() const
 {
     std::vector<uint64_t> delays;
     for (const Rule& rule : rules_) {
-        if (rule.concerned && rule.fault.site == Site::kClock) {
+        if (rule.concerned && rule.fault.site == Site::kClock)
             delays.push_back(rule.fault.when.time_us.value_or(Range{}).from);
-        }
     }
     return delays;
 }

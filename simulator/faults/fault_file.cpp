@@ -32,18 +32,16 @@ std::string shown(const json& value)
 {
     constexpr size_t kLongest = 40;
     std::string text = value.dump(-1, ' ', true, json::error_handler_t::replace);
-    if (text.size() > kLongest) {
+    if (text.size() > kLongest)
         text.replace(kLongest, std::string::npos, "...");
-    }
     return text;
 }
 
 std::string listed(std::span<const std::string_view> words)
 {
     std::string text;
-    for (const std::string_view word : words) {
+    for (const std::string_view word : words)
         text += (text.empty() ? "\"" : ", \"") + std::string(word) + "\"";
-    }
     return text;
 }
 
@@ -103,9 +101,8 @@ const json* FaultReader::find(const std::string& key) const
 {
     const json* object = &list_.root()[element_];
     const size_t point = key.find('.');
-    if (point != std::string::npos) {
+    if (point != std::string::npos)
         object = &object->at("when");
-    }
     const auto found = object->find(point == std::string::npos ? key : key.substr(point + 1));
     return found == object->end() ? nullptr : &*found;
 }
@@ -145,9 +142,8 @@ uint64_t FaultReader::number(const json& value, const std::string& key, uint64_t
         uint64_t hex = 0;
         const char* const end = text.data() + text.size();
         if (text.starts_with("0x") && text.size() > 2 &&
-            std::from_chars(text.data() + 2, end, hex, 16) == std::from_chars_result{end, {}}) {
+            std::from_chars(text.data() + 2, end, hex, 16) == std::from_chars_result{end, {}})
             read = hex;
-        }
     }
     if (!read || *read < least || *read > most) {
         fail(key, "\"" + key.substr(key.find('.') + 1) + "\" is a number from " +
@@ -175,48 +171,40 @@ std::optional<Range> FaultReader::range_at(const std::string& key, uint64_t leas
                                            uint64_t most) const
 {
     const json* value = find(key);
-    if (value == nullptr) {
+    if (value == nullptr)
         return std::nullopt;
-    }
     if (!value->is_array()) {
         const uint64_t single = number(*value, key, least, most);
         return Range{single, single};
     }
-    if (value->size() != 2) {
+    if (value->size() != 2)
         fail(key, "a range is written [FROM, TO] or [FROM, null], not " + shown(*value));
-    }
     Range range{number((*value)[0], key, least, most), Range{}.to};
-    if (!(*value)[1].is_null()) {
+    if (!(*value)[1].is_null())
         range.to = number((*value)[1], key, least, most);
-    }
-    if (range.to < range.from) {
+    if (range.to < range.from)
         fail(key, "the range " + shown(*value) + " ends before it begins");
-    }
     return range;
 }
 
 bool FaultReader::flag_at(const std::string& key, bool otherwise) const
 {
     const json* value = find(key);
-    if (value == nullptr) {
+    if (value == nullptr)
         return otherwise;
-    }
-    if (!value->is_boolean()) {
+    if (!value->is_boolean())
         fail(key, "\"" + key + "\" is true or false, not " + shown(*value));
-    }
     return value->get<bool>();
 }
 
 PlannedFault FaultReader::read()
 {
     const json& element = list_.root()[element_];
-    if (!element.is_object()) {
+    if (!element.is_object())
         fail({}, R"(a fault is written {"when": {...}, "do": "..."}, not )" + shown(element));
-    }
     check_keys(element, {}, kFaultKeys);
-    if (!element.contains("when") || !element["when"].is_object()) {
+    if (!element.contains("when") || !element["when"].is_object())
         fail("when", R"("when" is missing; it is written "when": {...}, with {} for always)");
-    }
     check_keys(element["when"], "when.", kTriggerKeys);
 
     const EffectWord& word = read_effect();
@@ -233,9 +221,8 @@ PlannedFault FaultReader::read()
 const EffectWord& FaultReader::read_effect() const
 {
     const json* value = find("do");
-    if (value == nullptr) {
+    if (value == nullptr)
         fail({}, "\"do\" is missing: what happens? There are " + listed(effect_names()));
-    }
     return effect_named(word(*value, "do", effect_names()));
 }
 
@@ -245,9 +232,8 @@ Trigger FaultReader::read_trigger() const
     when.transfer = range_at("when.transfer", 1, kMostEvents);
     when.unit = byte_at("when.unit");
     when.selector = byte_at("when.selector");
-    if (const json* request = find("when.request")) {
+    if (const json* request = find("when.request"))
         when.request = request_named(word(*request, "when.request", request_names()));
-    }
     when.rom_address = range_at("when.rom_address", 0, kMostBytes);
     when.frame = range_at("when.frame", 1, kMostEvents);
     when.count = range_at("when.count", 1, kMostEvents);
@@ -277,9 +263,8 @@ void FaultReader::read_probability(Trigger& when) const
 void FaultReader::read_camera(Trigger& when) const
 {
     const json* value = find("when.camera");
-    if (value == nullptr) {
+    if (value == nullptr)
         return;
-    }
     if (value->is_string() && !value->get_ref<const std::string&>().empty()) {
         when.serial = value->get<std::string>();
     } else if (value->is_number_unsigned() && *value >= 1 && *value <= UINT16_MAX) {
@@ -303,9 +288,8 @@ void FaultReader::refuse_triggers(std::span<const std::string_view> triggers,
 {
     for (const std::string_view trigger : triggers) {
         const std::string key = "when." + std::string(trigger);
-        if (find(key) != nullptr) {
+        if (find(key) != nullptr)
             fail(key, "\"" + std::string(trigger) + "\" does not go together with " + why);
-        }
     }
 }
 
@@ -314,20 +298,17 @@ Site FaultReader::site(const EffectWord& word) const
     const std::string effect = "\"" + std::string(word.name) + "\"";
     if (word.strikes == Strikes::kFrames || has_any(kFrameTriggers)) {
         if (word.strikes != Strikes::kFrames && word.strikes != Strikes::kTransfersAndFrames &&
-            word.strikes != Strikes::kAnything) {
+            word.strikes != Strikes::kAnything)
             refuse_triggers(kFrameTriggers, effect + ", which does not happen to frames");
-        }
         refuse_triggers(kTransferTriggers, "a fault of a frame");
         refuse_triggers(kRomTriggers, "a fault of a frame");
         return Site::kFrame;
     }
-    if (word.strikes == Strikes::kRomStatus) {
+    if (word.strikes == Strikes::kRomStatus)
         refuse_triggers(kRomTriggers, effect + ", which is about the status register");
-    }
     if (word.strikes == Strikes::kRom || word.strikes == Strikes::kRomStatus ||
-        has_any(kRomTriggers)) {
+        has_any(kRomTriggers))
         return Site::kRom;
-    }
     const bool happens_by_itself =
         word.strikes == Strikes::kAnything && !has_any(kTransferTriggers);
     return happens_by_itself && find("when.time_ms") != nullptr ? Site::kClock : Site::kTransfer;
@@ -347,20 +328,16 @@ void FaultReader::read_settings(const EffectWord& word, PlannedFault& fault) con
                        "\": a number");
     }
     fault.bytes = static_cast<uint32_t>(number_at("bytes", 0, kMostBytes).value_or(0));
-    if (const auto duration_ms = number_at("ms", 0, kMostMs)) {
+    if (const auto duration_ms = number_at("ms", 0, kMostMs))
         fault.duration_us = *duration_ms * kUsPerMs;
-    }
-    if (const auto mask = number_at("mask", 1, UINT8_MAX)) {
+    if (const auto mask = number_at("mask", 1, UINT8_MAX))
         fault.mask = static_cast<uint8_t>(*mask);
-    }
     fault.announced = flag_at("announced", true);
     fault.after = flag_at("after", false);
-    if (fault.after && (fault.site == Site::kFrame || fault.site == Site::kClock)) {
+    if (fault.after && (fault.site == Site::kFrame || fault.site == Site::kClock))
         fail("after", "\"after\" is about a request, and nothing is asked here");
-    }
-    if (const auto replug_ms = number_at("replug_ms", 0, kMostMs)) {
+    if (const auto replug_ms = number_at("replug_ms", 0, kMostMs))
         fault.replug_us = *replug_ms * kUsPerMs;
-    }
     const json* const time = find("when.time_ms");
     const bool at_one_moment = time != nullptr && !time->is_array();
     fault.times = number_at("times", 1, kMostEvents).value_or(at_one_moment ? 1 : fault.times);
@@ -371,22 +348,19 @@ void FaultReader::read_settings(const EffectWord& word, PlannedFault& fault) con
 
 FaultPlan parse_faults(std::string_view text, const std::string& name)
 {
-    if (text.size() > kLargestFile) {
+    if (text.size() > kLargestFile)
         throw FaultFileError(name + ": a fault file has at most 1 MiB");
-    }
     try {
         const JsonList list(text);
-        if (!list.root().is_array()) {
+        if (!list.root().is_array())
             throw FaultFileError(name + ":1: a fault file is a list: [ {...}, {...} ]");
-        }
         if (list.root().size() > kMostFaults) {
             throw FaultFileError(name + ": a fault file has at most " +
                                  std::to_string(kMostFaults) + " faults");
         }
         FaultPlan plan;
-        for (size_t i = 0; i < list.root().size(); ++i) {
+        for (size_t i = 0; i < list.root().size(); ++i)
             plan.push_back(FaultReader(list, i, name).read());
-        }
         return plan;
     } catch (const JsonList::Mistake& mistake) {
         throw FaultFileError(name + ":" + std::to_string(mistake.line) + ": " + mistake.what());
@@ -398,9 +372,8 @@ FaultPlan read_fault_file(const std::string& path)
     std::ifstream file(path, std::ios::binary);
     std::string text(kLargestFile + 1, '\0');
     file.read(text.data(), static_cast<std::streamsize>(text.size()));
-    if (file.bad() || !file.is_open() || (file.fail() && !file.eof())) {
+    if (file.bad() || !file.is_open() || (file.fail() && !file.eof()))
         throw FaultFileError("cannot read the fault file '" + path + "': " + std::strerror(errno));
-    }
     text.resize(static_cast<size_t>(file.gcount()));
     return parse_faults(text, path);
 }

@@ -51,9 +51,8 @@ unsigned line_at(std::string_view text, size_t offset)
 std::string plain(const std::string& what)
 {
     std::string text = what.substr(std::min(what.find("syntax error"), what.size()));
-    if (text.empty()) {
+    if (text.empty())
         text = what;
-    }
     std::ranges::replace_if(
         text, [](char character) { return character < ' ' || character > '~'; }, '?');
     return text;
@@ -88,31 +87,27 @@ void JsonList::note(int depth, json::parse_event_t event, const json& parsed, un
 {
     const bool begins =
         event == json::parse_event_t::object_start || event == json::parse_event_t::array_start;
-    if (begins && depth >= kDeepest) {
+    if (begins && depth >= kDeepest)
         throw Mistake(line, "too many brackets inside each other");
-    }
     const bool is_element = depth == 1 && event != json::parse_event_t::key;
     if (is_element) {
         lines_.try_emplace({elements_, {}}, line);
         elements_ += begins ? 0 : 1;
     } else if (event == json::parse_event_t::key) {
         const auto& name = parsed.get_ref<const std::string&>();
-        if (depth == 2) {
+        if (depth == 2)
             outer_key_ = name;
-        }
         const std::string path = depth == 2 ? name : outer_key_ + "." + name;
-        if (!lines_.try_emplace({elements_, path}, line).second) {
+        if (!lines_.try_emplace({elements_, path}, line).second)
             throw Mistake(line, "\"" + plain(name) + "\" stands here for the second time");
-        }
     }
 }
 
 unsigned JsonList::line_of(size_t element, const std::string& key) const
 {
     for (const std::string& path : {key, std::string()}) {
-        if (const auto found = lines_.find({element, path}); found != lines_.end()) {
+        if (const auto found = lines_.find({element, path}); found != lines_.end())
             return found->second;
-        }
     }
     return 1;
 }

@@ -21,13 +21,11 @@ std::string unknown_model(std::string_view name)
     std::ranges::transform(models(), std::back_inserter(names), &CameraModel::name);
     std::ostringstream text;
     text << "there is no camera model '" << name << "'";
-    if (const auto nearest = text::nearest_word(name, names)) {
+    if (const auto nearest = text::nearest_word(name, names))
         text << "; did you mean '" << *nearest << "'?";
-    }
     text << "\nModels:";
-    for (const std::string_view model : names) {
+    for (const std::string_view model : names)
         text << " " << model;
-    }
     text << "\nThe name of a file with a camera's description has a '/' or ends in .toml.";
     return text.str();
 }
@@ -42,9 +40,8 @@ unsigned parse_bus(const std::string& text)
     constexpr unsigned kHighestBus = 64;
     unsigned bus = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), bus);
-    if (error != std::errc() || end != text.data() + text.size() || bus < 1 || bus > kHighestBus) {
+    if (error != std::errc() || end != text.data() + text.size() || bus < 1 || bus > kHighestBus)
         throw UsageError("'bus=" + text + "': a bus is a number from 1 to 64");
-    }
     return bus;
 }
 
@@ -99,9 +96,8 @@ std::shared_ptr<const CameraModel> model_named(const std::string& text)
         }
     }
     const CameraModel* model = find_model(text);
-    if (model == nullptr) {
+    if (model == nullptr)
         throw UsageError(unknown_model(text));
-    }
     return std::make_shared<CameraModel>(*model);
 }
 
@@ -112,9 +108,8 @@ CameraRequest parse_camera(const std::string& text)
     std::getline(parts, part, ',');
     CameraRequest camera;
     camera.model = model_named(part);
-    while (std::getline(parts, part, ',')) {
+    while (std::getline(parts, part, ','))
         apply_setting(camera, part);
-    }
     return camera;
 }
 
@@ -123,16 +118,13 @@ std::vector<CameraRequest> parse_cameras(const std::vector<std::string>& texts,
 {
     std::vector<CameraRequest> cameras;
     std::ranges::transform(texts, std::back_inserter(cameras), parse_camera);
-    if (cameras.empty()) {
+    if (cameras.empty())
         cameras.emplace_back().model = std::make_shared<CameraModel>(models().front());
-    }
-    if (rom_files.size() > cameras.size()) {
+    if (rom_files.size() > cameras.size())
         throw UsageError("there are more ROM files than cameras");
-    }
     for (size_t i = 0; i < rom_files.size(); ++i) {
-        if (!cameras[i].rom_file.empty()) {
+        if (!cameras[i].rom_file.empty())
             throw UsageError("camera " + std::to_string(i + 1) + " has two ROM files");
-        }
         cameras[i].rom_file = rom_files[i];
     }
     check_rom_files_differ(cameras);

@@ -46,15 +46,12 @@ void print_wrapped(const std::string& text)
 template <typename Target>
 std::string describe_fallback(const Field<Target>& field)
 {
-    if (const auto* value = std::get_if<Value>(&field.fallback)) {
+    if (const auto* value = std::get_if<Value>(&field.fallback))
         return "Default: " + format_value(*value, field.kind) + ".";
-    }
-    if (const auto* absent = std::get_if<Absent>(&field.fallback)) {
+    if (const auto* absent = std::get_if<Absent>(&field.fallback))
         return "Default: " + std::string(absent->text) + ".";
-    }
-    if (const auto* computed = std::get_if<Computed<Target>>(&field.fallback)) {
+    if (const auto* computed = std::get_if<Computed<Target>>(&field.fallback))
         return "Default: " + std::string(computed->text) + ".";
-    }
     return "Required.";
 }
 
@@ -98,9 +95,8 @@ void print_flash_parts()
 void print_eeprom_parts()
 {
     std::printf("%-20s %8s %8s\n", "name", "bytes", "page");
-    for (const EepromPart& part : eeprom_parts()) {
+    for (const EepromPart& part : eeprom_parts())
         std::printf("%-20s %8u %8u\n", part.name.c_str(), part.size_bytes, part.page_bytes);
-    }
 }
 
 } // namespace

@@ -37,9 +37,8 @@ usbip::ExportList exports_of(const Simulation& simulation)
         std::vector<usbip::Export> devices;
         for (PluggedCamera* camera : simulation.cameras()) {
             const unsigned address = camera->address();
-            if (std::shared_ptr<UsbfsNode> node = find_node(camera->bus(), address)) {
+            if (std::shared_ptr<UsbfsNode> node = find_node(camera->bus(), address))
                 devices.push_back({record_of(*camera, address), std::move(node)});
-            }
         }
         return devices;
     };

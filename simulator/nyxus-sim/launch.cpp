@@ -36,9 +36,8 @@ std::filesystem::path client_library()
                                 prefix / "lib" / "nyxus" / kClientName,
                                 prefix / NYXUS_LIBDIR / "nyxus" / kClientName};
     for (const auto& candidate : candidates) {
-        if (std::filesystem::exists(candidate)) {
+        if (std::filesystem::exists(candidate))
             return candidate;
-        }
     }
     throw std::runtime_error(std::string(kClientName) + " is missing; it belongs to " +
                              candidates.back().string());
@@ -49,10 +48,8 @@ std::filesystem::path client_library()
 SignalRelay::SignalRelay()
 {
     sigemptyset(&relayed_);
-    for (const int signal :
-         {SIGCHLD, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2, SIGWINCH}) {
+    for (const int signal : {SIGCHLD, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2, SIGWINCH})
         sigaddset(&relayed_, signal);
-    }
     pthread_sigmask(SIG_BLOCK, &relayed_, &original_);
 
     // Where it is ignored, the end of the program never shows.
@@ -63,9 +60,8 @@ SignalRelay::SignalRelay()
     sigemptyset(&not_ignored_);
     struct sigaction pipe {};
     sigaction(SIGPIPE, nullptr, &pipe);
-    if (pipe.sa_handler != SIG_IGN) { // GLib's sockets ignore it
+    if (pipe.sa_handler != SIG_IGN) // GLib's sockets ignore it
         sigaddset(&not_ignored_, SIGPIPE);
-    }
 }
 
 SignalRelay::~SignalRelay()
@@ -78,9 +74,8 @@ int SignalRelay::run(const std::vector<std::string>& words) const
 {
     std::vector<char*> arguments;
     arguments.reserve(words.size() + 1);
-    for (const std::string& word : words) {
+    for (const std::string& word : words)
         arguments.push_back(const_cast<char*>(word.c_str()));
-    }
     arguments.push_back(nullptr);
 
     posix_spawnattr_t attributes;
@@ -105,18 +100,15 @@ int SignalRelay::wait_for(pid_t child) const
     for (;;) {
         int status = 0;
         const pid_t ended = waitpid(child, &status, WNOHANG);
-        if (ended == child) {
+        if (ended == child)
             return exit_code(status);
-        }
-        if (ended < 0 && errno == ECHILD) {
+        if (ended < 0 && errno == ECHILD)
             return EXIT_FAILURE; // it has ended, and nobody knows how
-        }
         siginfo_t info{};
         const int signal = sigwaitinfo(&relayed_, &info);
         // What the terminal sends, it has sent to the program too.
-        if (signal > 0 && signal != SIGCHLD && info.si_code != SI_KERNEL) {
+        if (signal > 0 && signal != SIGCHLD && info.si_code != SI_KERNEL)
             kill(child, signal);
-        }
     }
 }
 
@@ -130,9 +122,8 @@ std::string preload_list(const std::string& bed_folder)
         client = link;
     }
     std::string list = client.string() + ":libumockdev-preload.so.0";
-    if (const char* others = std::getenv("LD_PRELOAD")) {
+    if (const char* others = std::getenv("LD_PRELOAD"))
         list += ":" + std::string(others);
-    }
     return list;
 }
 

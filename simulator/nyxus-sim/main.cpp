@@ -132,9 +132,8 @@ std::vector<std::string> split_program(int& argc, char** argv)
 {
     char** const end = argv + argc;
     char** const mark = std::find(argv, end, std::string("--"));
-    if (mark == end) {
+    if (mark == end)
         return {};
-    }
     argc = static_cast<int>(mark - argv);
     return {mark + 1, end};
 }
@@ -146,9 +145,8 @@ std::vector<std::string> names_of_models(const CLI::Option& option)
     std::vector<std::string> names;
     const std::string name = option.get_single_name();
     if (name == "model" || name == "MODEL" || option.get_type_name() == "CAMERA") {
-        for (const sim::CameraModel& model : sim::models()) {
+        for (const sim::CameraModel& model : sim::models())
             names.push_back(model.name);
-        }
         names.emplace_back(completion::kFiles);
     }
     return names;
@@ -172,31 +170,23 @@ struct Arguments {
 
 int dispatch(const CLI::App& app, const Arguments& arguments)
 {
-    if (app.got_subcommand("describe")) {
+    if (app.got_subcommand("describe"))
         return sim::describe(arguments.describe);
-    }
-    if (app.got_subcommand("state")) {
+    if (app.got_subcommand("state"))
         return sim::print_state(arguments.state);
-    }
-    if (app.got_subcommand("do")) {
+    if (app.got_subcommand("do"))
         return sim::act(*app.get_subcommand("do"), arguments.state);
-    }
-    if (app.got_subcommand("models")) {
+    if (app.got_subcommand("models"))
         return sim::list_models();
-    }
-    if (app.got_subcommand("image")) {
+    if (app.got_subcommand("image"))
         return sim::make_image(arguments.image);
-    }
-    if (app.got_subcommand("serve")) {
+    if (app.got_subcommand("serve"))
         return sim::serve(arguments.serve);
-    }
-    if (app.got_subcommand("attach")) {
+    if (app.got_subcommand("attach"))
         return sim::attach(arguments.attach);
-    }
     const sim::RunArguments& run = arguments.run;
-    if (run.program.empty()) {
+    if (run.program.empty())
         throw sim::UsageError("which program? Write: nyxus-sim run [OPTIONS] -- PROGRAM ARGUMENTS");
-    }
     return sim::run_program(run);
 }
 
@@ -215,9 +205,8 @@ int command_line(int argc, char** argv)
     add_image(app, arguments.image);
     sim::add_state_commands(app, arguments.state);
 
-    if (completion::answer(app, argc, argv, names_of_models)) {
+    if (completion::answer(app, argc, argv, names_of_models))
         return 0;
-    }
     arguments.run.program = split_program(argc, argv);
     try {
         app.parse(argc, argv);

@@ -10,9 +10,8 @@ namespace sim {
 int list_models()
 {
     size_t width = 0;
-    for (const CameraModel& model : models()) {
+    for (const CameraModel& model : models())
         width = std::max(width, model.name.size());
-    }
     for (const CameraModel& model : models()) {
         std::printf("%-*s  %s\n", static_cast<int>(width), model.name.c_str(),
                     model.description.c_str());

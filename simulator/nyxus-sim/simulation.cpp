@@ -49,13 +49,11 @@ Simulation::Simulation(const SimulationArguments& arguments)
       })
 {
     bed_.set_usbfs_memory(arguments.usbfs_memory_mib);
-    if (!arguments.fault_file.empty()) {
+    if (!arguments.fault_file.empty())
         faults_ = read_fault_file(arguments.fault_file);
-    }
     plug(arguments);
-    if (!faults_.empty()) {
+    if (!faults_.empty())
         bed_.set_faults(faults_);
-    }
     const std::string& socket = arguments.watch.state_socket;
     state_server_.emplace(socket.empty() ? bed_.folder() + "/state.sock" : socket,
                           [this](const std::string& line) { return state_service_.answer(line); });
@@ -81,9 +79,8 @@ void Simulation::plug(const SimulationArguments& arguments)
         camera.set_pacing(pacing);
         watchers_.watch(camera, requests.size() > 1 ? camera.serial() : "");
         cameras_.push_back(&camera);
-        if (!request.rom_file.empty()) {
+        if (!request.rom_file.empty())
             kept_.push_back({&camera, request.rom_file, rom});
-        }
     }
 }
 
@@ -92,9 +89,8 @@ void Simulation::report_faults()
 {
     const std::vector<uint64_t> strikes = bed_.fault_strikes();
     for (size_t i = 0; i < faults_.size(); ++i) {
-        if (strikes[i] == 0) {
+        if (strikes[i] == 0)
             std::fprintf(stderr, "nyxus-sim: %s never happened\n", faults_[i].text.c_str());
-        }
     }
 }
 
@@ -110,9 +106,8 @@ bool Simulation::finish()
         const std::span<const uint8_t> contents = controller->rom();
         try {
             const bool exists = read_file(rom.file).has_value();
-            if (!exists || !std::ranges::equal(contents, rom.contents)) {
+            if (!exists || !std::ranges::equal(contents, rom.contents))
                 write_file(rom.file, contents);
-            }
         } catch (const std::runtime_error& error) {
             std::fprintf(stderr, "nyxus-sim: the camera's ROM is lost: %s\n", error.what());
             saved = false;

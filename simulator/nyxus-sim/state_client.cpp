@@ -20,9 +20,8 @@ constexpr size_t kLongestReply = 64u << 20;
 
 std::string place_of(const std::string& path)
 {
-    if (!path.empty()) {
+    if (!path.empty())
         return path;
-    }
     const char* place = std::getenv(kSocketVariable);
     if (place == nullptr) {
         throw std::runtime_error(
@@ -38,9 +37,8 @@ bool send_line(int socket, std::string line)
     size_t done = 0;
     while (done < line.size()) {
         const ssize_t sent = send(socket, line.data() + done, line.size() - done, MSG_NOSIGNAL);
-        if (sent < 0 && errno != EINTR) {
+        if (sent < 0 && errno != EINTR)
             return false;
-        }
         done += sent > 0 ? static_cast<size_t>(sent) : 0;
     }
     return true;
@@ -52,12 +50,10 @@ std::string receive_line(int socket)
     std::array<char, 65536> bytes{};
     while (line.size() < kLongestReply && (line.empty() || line.back() != '\n')) {
         const ssize_t got = recvfrom(socket, bytes.data(), bytes.size(), 0, nullptr, nullptr);
-        if (got < 0 && errno == EINTR) {
+        if (got < 0 && errno == EINTR)
             continue;
-        }
-        if (got <= 0) {
+        if (got <= 0)
             break;
-        }
         line.append(bytes.data(), static_cast<size_t>(got));
     }
     return line;
@@ -78,12 +74,10 @@ nlohmann::ordered_json ask_simulation(const std::string& path,
     const std::string line = sent ? receive_line(socket) : "";
     close(socket);
     auto reply = nlohmann::ordered_json::parse(line, nullptr, false);
-    if (!reply.is_object()) {
+    if (!reply.is_object())
         throw std::runtime_error("the simulation at '" + place + "' gave no answer");
-    }
-    if (!reply.value("ok", false)) {
+    if (!reply.value("ok", false))
         throw std::runtime_error(reply.value("error", "the simulation refused"));
-    }
     return reply;
 }
 

@@ -75,9 +75,8 @@ json register_range(const std::string& text)
     unsigned long first = 0;
     unsigned long last = 0;
     const std::string end = dash == std::string::npos ? text : text.substr(dash + 1);
-    if (!is_number(text.substr(0, dash), first) || !is_number(end, last) || first > last) {
+    if (!is_number(text.substr(0, dash), first) || !is_number(end, last) || first > last)
         throw UsageError("'" + text + "' is no range of registers, such as 0x0B00-0x0BFF");
-    }
     return json::array({first, last});
 }
 
@@ -94,9 +93,8 @@ std::vector<uint8_t> bytes_of(const std::string& hex)
 
 void save_rom(json& cameras, const std::string& file)
 {
-    if (cameras.size() != 1) {
+    if (cameras.size() != 1)
         throw UsageError("whose ROM? Choose one by --camera");
-    }
     json& rom = cameras.front().at("rom");
     write_file(file, bytes_of(rom.at("contents").get<std::string>()));
     rom.erase("contents");
@@ -124,19 +122,15 @@ void add_state_commands(CLI::App& app, StateArguments& arguments)
 int print_state(const StateArguments& arguments)
 {
     json request = {{"command", "state"}};
-    if (!arguments.camera.empty()) {
+    if (!arguments.camera.empty())
         request["camera"] = arguments.camera;
-    }
-    if (!arguments.registers.empty()) {
+    if (!arguments.registers.empty())
         request["registers"] = register_range(arguments.registers);
-    }
-    if (!arguments.rom_file.empty()) {
+    if (!arguments.rom_file.empty())
         request["rom"] = true;
-    }
     json cameras = ask_simulation(arguments.socket, request).at("cameras");
-    if (!arguments.rom_file.empty()) {
+    if (!arguments.rom_file.empty())
         save_rom(cameras, arguments.rom_file);
-    }
     std::printf("%s\n", cameras.dump(2).c_str());
     return 0;
 }
@@ -145,15 +139,12 @@ int act(const CLI::App& command, const StateArguments& arguments)
 {
     const std::string name = command.get_subcommands().front()->get_name();
     json request = {{"command", name}, {"value", arguments.value}, {"silent", arguments.silent}};
-    if (name == "register") {
+    if (name == "register")
         request["address"] = arguments.address;
-    }
-    if (arguments.port) {
+    if (arguments.port)
         request["port"] = *arguments.port;
-    }
-    if (!arguments.camera.empty()) {
+    if (!arguments.camera.empty())
         request["camera"] = arguments.camera;
-    }
     (void)ask_simulation(arguments.socket, request);
     return 0;
 }

@@ -6,9 +6,8 @@ namespace sim {
 Termination::Termination()
 {
     sigemptyset(&awaited_);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
         sigaddset(&awaited_, signal);
-    }
     pthread_sigmask(SIG_BLOCK, &awaited_, &original_);
 }
 

@@ -7,22 +7,18 @@ Watchers::Watchers(const WatchArguments& arguments, Clock& clock, bool is_real_t
     : log_all_(arguments.log_all)
 {
     const RecordTime time(clock, is_real_time);
-    if (!arguments.pcap_file.empty()) {
+    if (!arguments.pcap_file.empty())
         pcap_.emplace(arguments.pcap_file, arguments.pcap_snaplen, time);
-    }
-    if (!arguments.log_file.empty()) {
+    if (!arguments.log_file.empty())
         log_.emplace(arguments.log_file, clock);
-    }
 }
 
 void Watchers::watch(PluggedCamera& camera, const std::string& name)
 {
-    if (pcap_) {
+    if (pcap_)
         observe(camera, captures_.emplace_back(*pcap_));
-    }
-    if (log_) {
+    if (log_)
         observe(camera, camera_logs_.emplace_back(*log_, name, !log_all_));
-    }
 }
 
 void Watchers::observe(PluggedCamera& camera, UsbObserver& observer)
@@ -33,20 +29,17 @@ void Watchers::observe(PluggedCamera& camera, UsbObserver& observer)
 
 void Watchers::note(const std::string& name, const std::string& text)
 {
-    if (log_) {
+    if (log_)
         log_->add(name, text);
-    }
 }
 
 bool Watchers::finish()
 {
-    for (const auto& [camera, observer] : observed_) {
+    for (const auto& [camera, observer] : observed_)
         camera->remove_observer(*observer);
-    }
     observed_.clear();
-    for (CameraLog& log : camera_logs_) {
+    for (CameraLog& log : camera_logs_)
         log.finish();
-    }
     const bool captured = !pcap_ || pcap_->report();
     const bool logged = !log_ || log_->report();
     return captured && logged;

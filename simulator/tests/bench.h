@@ -130,10 +130,11 @@ public:
             const auto part = data.first(std::min(chunk, data.size()));
             if (has_flash() && !newer())
                 set(kWriteProtect, {0});
-            if (has_flash())
+            if (has_flash()) {
                 EXPECT_TRUE(wait_ready());
-            else
+            } else {
                 clock.advance_us(5000);
+            }
             write(kExtRom, address, {part.begin(), part.end()}, newer() ? 0x80 : 0xA0);
             address = static_cast<uint16_t>(address + part.size());
             data = data.subspan(part.size());

@@ -195,9 +195,8 @@ TEST(CameraFile, MistakesAreToldWithTheirPlace)
         {kMinimal + "firmware = 0x0100\n" + kFlash,
          "my.toml:2:1: 'firmware' must be a table, not 256"},
     };
-    for (const auto& c : cases) {
+    for (const auto& c : cases)
         EXPECT_EQ(mistakes_in(c.text), c.message) << c.text;
-    }
     EXPECT_EQ(mistakes_in("x = 1\nvideo = 2\n" + kMinimal + kFlash),
               "my.toml:1:1: there is no key 'x' here; 'nyxus-sim describe' lists them\n"
               "my.toml:2:1: 'video' must be \"bulk\" or \"isochronous\", not 2")
@@ -208,14 +207,12 @@ TEST(CameraFile, HostileTextsAreRefused)
 {
     const std::string many(15000, '[');
     std::string tables;
-    for (int i = 0; i < 8000; ++i) {
+    for (int i = 0; i < 8000; ++i)
         tables += "{a=";
-    }
     std::string dotted = "a";
     std::string half_dotted = "a";
-    for (int i = 0; i < 15000; ++i) {
+    for (int i = 0; i < 15000; ++i)
         (i < 1900 ? half_dotted : dotted) += ".a";
-    }
     const std::string texts[] = {
         "",
         "\xFF\xFE\x00\x01",
@@ -247,9 +244,8 @@ TEST(CameraFile, FilesThatAreNoneAreRefused)
     const std::string large = folder / "large.toml";
     std::ofstream(large) << std::string(40000, '#');
     for (const std::string& path :
-         {large, folder.string(), (folder / "none.toml").string(), std::string("/dev/zero")}) {
+         {large, folder.string(), (folder / "none.toml").string(), std::string("/dev/zero")})
         EXPECT_THROW((void)read_camera_file(path), CameraFileError) << path;
-    }
     const std::string good = folder / "good.toml";
     std::ofstream(good) << kMinimal << kFlash;
     EXPECT_EQ(read_camera_file(good).name, "good");

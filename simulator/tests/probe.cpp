@@ -23,9 +23,8 @@ libusb_device* first_camera(libusb_device** list)
     for (; *list != nullptr; ++list) {
         libusb_device_descriptor descriptor{};
         libusb_get_device_descriptor(*list, &descriptor);
-        if (descriptor.idVendor == 0x1162) {
+        if (descriptor.idVendor == 0x1162)
             return *list;
-        }
     }
     return nullptr;
 }
@@ -150,9 +149,8 @@ int fork_workers(libusb_device_handle* handle)
 {
     libusb_claim_interface(handle, 0);
     const pid_t child = fork();
-    if (child == 0) {
+    if (child == 0)
         _exit(get_length(handle) == LIBUSB_ERROR_NO_DEVICE ? 0 : 1);
-    }
     int status = 0;
     waitpid(child, &status, 0);
     std::printf("child kept off: %d, parent still talks: %d\n", status == 0, get_length(handle));
@@ -164,9 +162,8 @@ int measure(libusb_device_handle* handle)
     constexpr int kTransfers = 5000;
     const auto start = std::chrono::steady_clock::now();
     for (int i = 0; i < kTransfers; ++i) {
-        if (get_length(handle) != 2) {
+        if (get_length(handle) != 2)
             return 1;
-        }
     }
     const std::chrono::duration<double, std::micro> took = std::chrono::steady_clock::now() - start;
     std::printf("%.1f us per control transfer\n", took.count() / kTransfers);
@@ -177,9 +174,8 @@ int measure(libusb_device_handle* handle)
 int sleep_long(libusb_device_handle*)
 {
     const auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < 100; ++i) {
+    for (int i = 0; i < 100; ++i)
         usleep(100000);
-    }
     return std::chrono::steady_clock::now() - start < std::chrono::seconds(3) ? 0 : 1;
 }
 
@@ -199,9 +195,8 @@ int main(int argc, char** argv)
     libusb_device_handle* handle = open_first();
     int code = 2;
     for (const auto& command : commands) {
-        if (argc == 2 && std::strcmp(command.name, argv[1]) == 0) {
+        if (argc == 2 && std::strcmp(command.name, argv[1]) == 0)
             code = command.run(handle);
-        }
     }
     libusb_close(handle);
     libusb_exit(nullptr);

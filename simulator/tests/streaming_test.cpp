@@ -56,9 +56,8 @@ private:
         const auto* bytes = static_cast<const uint8_t*>(frame.data);
         sizes_.push_back(frame.data_bytes);
         if (const auto number = sim::read_frame_number(frame.width, frame.height,
-                                                       {bytes, frame.data_bytes}, false, false)) {
+                                                       {bytes, frame.data_bytes}, false, false))
             numbers_.push_back(*number);
-        }
         changed_.notify_all();
     }
 
@@ -95,9 +94,8 @@ public:
         uvc_stream_ctrl_t control{};
         const int status = uvc_get_stream_ctrl_format_size(handle_, &control, UVC_FRAME_FORMAT_YUYV,
                                                            width, height, fps);
-        if (status < 0) {
+        if (status < 0)
             return status;
-        }
         if (!iso_) {
             const uint32_t whole = control.dwMaxVideoFrameSize + sim::kPayloadHeaderBytes;
             control.dwMaxPayloadTransferSize = payload_bytes != 0 ? payload_bytes : whole;
@@ -131,9 +129,8 @@ protected:
 
 void expect_increasing(const std::vector<uint32_t>& numbers)
 {
-    for (size_t i = 1; i < numbers.size(); ++i) {
+    for (size_t i = 1; i < numbers.size(); ++i)
         EXPECT_GT(numbers[i], numbers[i - 1]);
-    }
 }
 
 struct Mode {
@@ -171,9 +168,8 @@ TEST_P(StreamingModes, FramesArriveWholeAndInOrder)
         EXPECT_FALSE(camera.stream().streaming);
     }
     const size_t frame_bytes = static_cast<size_t>(mode.width * mode.height) * 2;
-    for (const size_t size : frames.sizes()) {
+    for (const size_t size : frames.sizes())
         EXPECT_EQ(size, frame_bytes);
-    }
     EXPECT_EQ(frames.numbers().size(), frames.sizes().size());
     expect_increasing(frames.numbers());
     EXPECT_GE(camera.stream().frames_sent, kFrameCount);
@@ -246,9 +242,8 @@ TEST_P(Streaming, FaultyFramesAreSeenAsSuch)
     Frames frames;
     ASSERT_EQ(viewer.start(frames), 0);
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    while (camera.stream().frames_sent < 5 && std::chrono::steady_clock::now() < deadline) {
+    while (camera.stream().frames_sent < 5 && std::chrono::steady_clock::now() < deadline)
         usleep(1000);
-    }
     usleep(100'000); // the callback's thread is another one, and a halted endpoint stays so
     viewer.stop();
     EXPECT_EQ(camera.stream().frames_sent, 5);
@@ -258,9 +253,8 @@ TEST_P(Streaming, FaultyFramesAreSeenAsSuch)
     ASSERT_FALSE(sizes.empty());
     EXPECT_LE(sizes.size(), 4);
     EXPECT_EQ(sizes.back(), kFrameBytes);
-    for (const size_t size : sizes) {
+    for (const size_t size : sizes)
         EXPECT_TRUE(size == 1000 || size == kFrameBytes - 2 || size == kFrameBytes) << size;
-    }
 }
 
 TEST_F(Streaming, FramesWithoutRoomAreDroppedAndCounted)
@@ -342,18 +336,15 @@ protected:
         Frames frames;
         Viewer viewer(camera);
         viewer.abandon();
-        if (viewer.start(frames) != 0 || !frames.wait_for(2)) {
+        if (viewer.start(frames) != 0 || !frames.wait_for(2))
             _exit(1);
-        }
         camera.set_frame_fault([fault](uint64_t) { return fault; });
-        while (camera.stream().streaming) {
+        while (camera.stream().streaming)
             usleep(1000);
-        }
         bed_.settle();
         // What arrived before is still handed out; a stream that goes on meets the alarm.
-        for (size_t last = SIZE_MAX; frames.sizes().size() != last; usleep(200'000)) {
+        for (size_t last = SIZE_MAX; frames.sizes().size() != last; usleep(200'000))
             last = frames.sizes().size();
-        }
         _exit(0);
     }
 };

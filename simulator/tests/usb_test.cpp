@@ -53,10 +53,8 @@ Handle open_camera(libusb_context* context, unsigned bus, unsigned address)
     const ssize_t count = libusb_get_device_list(context, &list);
     libusb_device_handle* handle = nullptr;
     for (ssize_t i = 0; i < count; ++i) {
-        if (libusb_get_bus_number(list[i]) == bus &&
-            libusb_get_device_address(list[i]) == address) {
+        if (libusb_get_bus_number(list[i]) == bus && libusb_get_device_address(list[i]) == address)
             EXPECT_EQ(libusb_open(list[i], &handle), 0);
-        }
     }
     libusb_free_device_list(list, 1);
     return Handle(handle);
@@ -77,9 +75,8 @@ protected:
     }
     Handle open(sim::PluggedCamera& camera)
     {
-        if (!context_) {
+        if (!context_)
             context_ = make_context();
-        }
         Handle handle = open_camera(context_.get(), camera.bus(), camera.address());
         EXPECT_NE(handle, nullptr);
         return handle;
@@ -374,9 +371,8 @@ TEST_F(UsbTest, ManyTransfersInARow)
     const Handle handle = open(camera);
     constexpr int kTransfers = 20000;
     const auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < kTransfers; ++i) {
+    for (int i = 0; i < kTransfers; ++i)
         ASSERT_EQ(get_len(handle.get()), 2);
-    }
     const std::chrono::duration<double, std::micro> took = std::chrono::steady_clock::now() - start;
     RecordProperty("us_per_transfer", std::to_string(took.count() / kTransfers));
     std::printf("%.2f us per control transfer\n", took.count() / kTransfers);

@@ -116,9 +116,8 @@ public:
     {
         Bytes record(26);
         record[3] = 1;
-        for (size_t i = 0; i < 4; ++i) {
+        for (size_t i = 0; i < 4; ++i)
             record[22 + i] = static_cast<uint8_t>(payload_bytes >> (8 * i));
-        }
         EXPECT_EQ(transfer({0x21, kSetCur, 0x0200, kVideoInterface, 26}, record).status, 0);
     }
 

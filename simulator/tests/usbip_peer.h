@@ -52,9 +52,8 @@ public:
         for (const uint32_t word :
              {command.code, command.sequence, command.device, command.direction, command.endpoint,
               command.code == kUnlink ? command.victim : 0U, command.length, 0U, command.packets,
-              0U}) {
+              0U})
             put_u32(bytes, word);
-        }
         bytes.insert(bytes.end(), command.setup.begin(), command.setup.end());
         return bytes;
     }
@@ -86,9 +85,8 @@ public:
         Command made = command(kSubmit, kIn, endpoint, count * packet_bytes);
         made.packets = count;
         Bytes bytes = encode(made);
-        for (uint32_t i = 0; i < count; ++i) {
+        for (uint32_t i = 0; i < count; ++i)
             put_iso_packet(bytes, {i * packet_bytes, packet_bytes, 0, 0});
-        }
         return bytes;
     }
     Bytes unlink(uint32_t victim)
@@ -105,9 +103,8 @@ public:
     {
         input_.insert(input_.end(), bytes.begin(), bytes.end());
         std::vector<Answer> answers;
-        while (std::optional<Answer> answer = take_one()) {
+        while (std::optional<Answer> answer = take_one())
             answers.push_back(*std::move(answer));
-        }
         return answers;
     }
     bool has_rest() const { return !input_.empty(); }
@@ -123,9 +120,8 @@ private:
 
     std::optional<Answer> take_one()
     {
-        if (input_.size() < kCommandBytes) {
+        if (input_.size() < kCommandBytes)
             return std::nullopt;
-        }
         Answer answer{word(0), word(4), static_cast<int32_t>(word(20)), 0, 0, {}, {}};
         size_t end = kCommandBytes;
         size_t data_bytes = 0;
@@ -137,9 +133,8 @@ private:
             data_bytes = directions_[answer.sequence] == kIn ? answer.actual : 0;
             end += data_bytes + packets * kIsoPacketRecordBytes;
         }
-        if (input_.size() < end) {
+        if (input_.size() < end)
             return std::nullopt;
-        }
         const auto data = std::span(input_).subspan(kCommandBytes, data_bytes);
         answer.data.assign(data.begin(), data.end());
         for (size_t at = kCommandBytes + data_bytes; at < end; at += kIsoPacketRecordBytes) {

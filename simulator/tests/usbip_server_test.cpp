@@ -126,9 +126,8 @@ TEST(UsbipServer, TakesAddressesApart)
         EXPECT_EQ(address.is_loopback(), is_loopback) << text;
     }
     for (const char* bad : {"", ":", ":3240", "localhost:x", "127.0.0.1:", "127.0.0.1:65536",
-                            "127.0.0.1:-1", "300.0.0.1:1", "[::1", "[]:1", "::1:3240x"}) {
+                            "127.0.0.1:-1", "300.0.0.1:1", "[::1", "[]:1", "::1:3240x"})
         EXPECT_THROW(parse_address(bad), std::invalid_argument) << bad;
-    }
 }
 
 } // namespace

@@ -195,9 +195,8 @@ TEST(UsbipTransfers, MessagesMayComeInPieces)
     Host host(camera);
     for (const Bytes& message : {host.control(kSetBrightness, {9, 0}), host.read_packets(5, 3, 64),
                                  host.control(get_descriptor(1, 0, 18))}) {
-        for (size_t i = 0; i + 1 < message.size(); ++i) {
+        for (size_t i = 0; i + 1 < message.size(); ++i)
             EXPECT_TRUE(host.send({message[i]}).empty());
-        }
         EXPECT_EQ(host.send({message.back()}).size(), 1);
     }
 }
@@ -329,9 +328,8 @@ TEST(UsbipSession, PendingTransfersAreBounded)
     Host host(camera);
     std::vector<Answer> answers;
     for (int i = 0; i < 5000; ++i) {
-        for (const Answer& answer : host.send(host.read(kInterrupt, 16))) {
+        for (const Answer& answer : host.send(host.read(kInterrupt, 16)))
             answers.push_back(answer);
-        }
     }
     ASSERT_EQ(answers.size(), 5000 - 4096);
     EXPECT_EQ(answers.front().status, -ENOMEM);
@@ -351,12 +349,10 @@ TEST(UsbipSession, SurvivesScrambledConversations)
              {host->control(get_descriptor(2, 0, 255)), host->control(set_interface(1)),
               host->read(kVideo, 4096), host->read_packets(kVideo, 4, 1024),
               host->read(kInterrupt, 16), host->unlink(host->sequence()),
-              host->control(kSetBrightness, {1, 0})}) {
+              host->control(kSetBrightness, {1, 0})})
             conversation.insert(conversation.end(), message.begin(), message.end());
-        }
-        for (int change = 0; change < 3; ++change) {
+        for (int change = 0; change < 3; ++change)
             conversation[random() % conversation.size()] = static_cast<uint8_t>(random());
-        }
         host->session.feed(conversation);
         host->session.collect();
         EXPECT_LT(host->session.output().size(), 1u << 20);

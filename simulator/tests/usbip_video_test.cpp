@@ -47,9 +47,8 @@ TEST(UsbipVideo, BulkTransfersCarryAFrame)
         uint32_t in_payload = 0;
         while (picture.size() < kFrameBytes || in_payload != 0) {
             std::vector<Answer> answers = host.send(host.read(kVideo, room));
-            if (answers.empty()) {
+            if (answers.empty())
                 answers = host.wait();
-            }
             ASSERT_EQ(answers.size(), 1);
             const Bytes& data = answers[0].data;
             EXPECT_EQ(answers[0].status, 0);
@@ -59,9 +58,8 @@ TEST(UsbipVideo, BulkTransfersCarryAFrame)
             picture.insert(picture.end(), data.begin() + static_cast<std::ptrdiff_t>(skipped),
                            data.end());
             in_payload += static_cast<uint32_t>(data.size());
-            if (data.size() < room || in_payload == payload_bytes) {
+            if (data.size() < room || in_payload == payload_bytes)
                 in_payload = 0;
-            }
         }
         EXPECT_EQ(empty, empty_answers) << payload_bytes << " in " << room;
         EXPECT_EQ(picture, expected_picture(picture));
@@ -80,9 +78,8 @@ TEST(UsbipVideo, IsochronousPacketsCarryAFrame)
     bool complete = false;
     while (!complete) {
         std::vector<Answer> answers = host.send(host.read_packets(kVideo, kPackets, kPacketBytes));
-        if (answers.empty()) {
+        if (answers.empty())
             answers = host.wait();
-        }
         ASSERT_EQ(answers.size(), 1);
         ASSERT_EQ(answers[0].packets.size(), kPackets);
         std::span<const uint8_t> data = answers[0].data;
@@ -124,9 +121,8 @@ TEST(UsbipVideo, RoomThatIsAskedForCostsNoMemory)
         ASSERT_FALSE(more.empty());
         answers.insert(answers.end(), more.begin(), more.end());
     }
-    for (const Answer& answer : answers) {
+    for (const Answer& answer : answers)
         EXPECT_EQ(answer.data.size(), kPayloadBytes);
-    }
     EXPECT_LT(peak_memory_kib() - before_kib, 4 * static_cast<long>(kMaxUrbBytes >> 10));
 }
 

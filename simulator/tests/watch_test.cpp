@@ -55,9 +55,8 @@ public:
     TemporaryFile()
     {
         std::string pattern = (std::filesystem::temp_directory_path() / "nyxus-XXXXXX").string();
-        if (mkdtemp(pattern.data()) != nullptr) {
+        if (mkdtemp(pattern.data()) != nullptr)
             folder_ = pattern;
-        }
     }
     ~TemporaryFile()
     {
@@ -152,9 +151,8 @@ TEST(PlainWords, NameTheControlAndWhatItIsAbout)
          {0xFF},
          "request 0x09 of type 0xC0, value 0x0001, index 0x0002: FF"},
     };
-    for (const auto& row : cases) {
+    for (const auto& row : cases)
         EXPECT_EQ(sim::request_in_words(model(row.model), row.setup, row.data).text, row.text);
-    }
 }
 
 TEST(PlainWords, AreFoundForAnyBytes)
@@ -207,9 +205,8 @@ public:
         log_.finish();
         std::istringstream text(file_on_disk_.contents());
         std::vector<std::string> lines;
-        for (std::string line; std::getline(text, line);) {
+        for (std::string line; std::getline(text, line);)
             lines.push_back(line.substr(kTimeWidth));
-        }
         lines.erase(lines.begin());
         return lines;
     }
@@ -466,9 +463,8 @@ public:
         char character = 0;
         while (recv(socket_, &character, 1, 0) == 1) {
             line += character;
-            if (character == '\n') {
+            if (character == '\n')
                 break;
-            }
         }
         return line;
     }

@@ -78,9 +78,8 @@ void add_frame(Bytes& bytes, uint8_t index, const FrameSize& size)
     add_u32(bytes, size.bytes());
     add_u32(bytes, intervals.front()); // unless the host asks for another one
     bytes.push_back(count);
-    for (const uint32_t interval : intervals) {
+    for (const uint32_t interval : intervals)
         add_u32(bytes, interval);
-    }
 }
 
 void add_video_interface(Bytes& bytes, uint8_t setting, bool has_endpoint)
@@ -93,9 +92,8 @@ void add_formats(Bytes& bytes)
 {
     Bytes formats;
     add(formats, kFormat);
-    for (uint8_t index = 1; const FrameSize& size : kFrameSizes) {
+    for (uint8_t index = 1; const FrameSize& size : kFrameSizes)
         add_frame(formats, index++, size);
-    }
     add(formats, kColour);
 
     constexpr uint8_t kHeaderBytes = 14;
@@ -158,9 +156,8 @@ std::vector<uint8_t> interface_descriptor(const CameraModel& model, unsigned num
     constexpr uint8_t kInterfaceType = 4;
     const Bytes bytes = configuration_descriptor(model);
     std::span<const uint8_t> rest = bytes;
-    while (!(rest[1] == kInterfaceType && rest[2] == number)) {
+    while (!(rest[1] == kInterfaceType && rest[2] == number))
         rest = rest.subspan(rest[0]);
-    }
     return {rest.begin(), rest.begin() + rest[0]};
 }
 

@@ -69,9 +69,8 @@ public:
     template <typename Method, typename... Arguments>
     void tell(Method method, const Arguments&... arguments) const
     {
-        for (UsbObserver* observer : observers_) {
+        for (UsbObserver* observer : observers_)
             (observer->*method)(arguments...);
-        }
     }
     /// A request that the host's kernel makes by itself, to its end.
     void tell_request(uint64_t id, const Setup& setup, int status) const;

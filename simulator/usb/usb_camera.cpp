@@ -78,12 +78,10 @@ void UsbCamera::set_answer_fault(AnswerFaultHook hook)
 
 void UsbCamera::record(const Setup& setup, std::span<const uint8_t> moved, int status)
 {
-    if (!tracing_) {
+    if (!tracing_)
         return;
-    }
-    if (trace_.size() >= kTraceTransfers) {
+    if (trace_.size() >= kTraceTransfers)
         trace_.pop_front();
-    }
     trace_.push_back({setup.to_wire(), {moved.begin(), moved.end()}, status});
 }
 
@@ -107,9 +105,8 @@ void UsbCamera::await_host()
 
 bool UsbCamera::configure(unsigned number)
 {
-    if (number > 1) {
+    if (number > 1)
         return false;
-    }
     configuration_ = static_cast<uint8_t>(number);
     video_setting_ = 0;
     stream_.stop();
@@ -126,12 +123,10 @@ bool UsbCamera::has_setting(unsigned number, unsigned setting)
 // has none of these and takes setting 0 for the end of its stream.
 bool UsbCamera::set_interface(unsigned number, unsigned setting)
 {
-    if (!has_setting(number, setting)) {
+    if (!has_setting(number, setting))
         return false;
-    }
-    if (number != kVideoInterface) {
+    if (number != kVideoInterface)
         return true;
-    }
     video_setting_ = static_cast<uint8_t>(setting);
     if (setting == 0) {
         stream_.stop();
@@ -146,32 +141,28 @@ Outcome UsbCamera::control(const Setup& setup, std::span<uint8_t> data)
     const Fault fault = fault_ ? fault_(setup, ordinal_) : Fault::none();
     ++ordinal_;
     Outcome outcome = apply_fault(setup, data, fault);
-    if (outcome.kind == Outcome::Kind::kRefused) {
+    if (outcome.kind == Outcome::Kind::kRefused)
         return outcome;
-    }
     outcome.restart = controller_.restart_pending();
     clock_.advance_us(controller_.model().usb_latency_us);
-    if (outcome.kind != Outcome::Kind::kPending && outcome.kind != Outcome::Kind::kLate) {
+    if (outcome.kind != Outcome::Kind::kPending && outcome.kind != Outcome::Kind::kLate)
         record(setup, data.first(outcome.moved), outcome.status);
-    }
     return outcome;
 }
 
 Outcome UsbCamera::apply_fault(const Setup& setup, std::span<uint8_t> data, const Fault& fault)
 {
     if (fault.replaces_answer()) {
-        if (fault.after) {
+        if (fault.after)
             (void)answer(setup, data);
-        }
         return fail(fault, data);
     }
     Outcome outcome = answer(setup, data);
     spoil_answer(fault, data, outcome);
     if (answer_fault_) {
         const Fault after = answer_fault_();
-        if (after.replaces_answer()) {
+        if (after.replaces_answer())
             return fail(after, data);
-        }
         spoil_answer(after, data, outcome);
     }
     return outcome;
@@ -244,9 +235,8 @@ Outcome UsbCamera::answer(const Setup& setup, std::span<uint8_t> data)
 
 int UsbCamera::standard_request(const Setup& setup, std::span<uint8_t> data)
 {
-    if (!data.empty() && setup.is_in() != is_question(setup.request)) {
+    if (!data.empty() && setup.is_in() != is_question(setup.request))
         return kControlStall;
-    }
     switch (setup.request) {
         case kGetDescriptor:
             return get_descriptor(setup, data);
@@ -278,9 +268,8 @@ int UsbCamera::standard_request(const Setup& setup, std::span<uint8_t> data)
 int UsbCamera::clear_feature(const Setup& setup)
 {
     if (setup.recipient() == kEndpointRecipient && setup.value == kEndpointHalt &&
-        setup.index == kVideoEndpoint) {
+        setup.index == kVideoEndpoint)
         stream_.stop();
-    }
     return 0;
 }
 
@@ -314,19 +303,16 @@ int UsbCamera::get_descriptor(const Setup& setup, std::span<uint8_t> data) const
 
 int UsbCamera::class_request(const Setup& setup, std::span<uint8_t> data)
 {
-    if (is_contradictory(setup) || static_cast<uint8_t>(setup.value) != 0) {
+    if (is_contradictory(setup) || static_cast<uint8_t>(setup.value) != 0)
         return kControlStall;
-    }
     if (setup.interface() == kVideoInterface) {
         const int moved = setup.unit() == 0 ? video_.video_interface(setup, data) : kControlStall;
-        if (moved >= 0 && VideoControls::is_commit(setup)) {
+        if (moved >= 0 && VideoControls::is_commit(setup))
             stream_.commit(video_.committed());
-        }
         return moved;
     }
-    if (setup.interface() != kControlInterface) {
+    if (setup.interface() != kControlInterface)
         return kControlStall;
-    }
     switch (setup.unit()) {
         case kProcessingUnit:
             return video_.processing_unit(setup, data);

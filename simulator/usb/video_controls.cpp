@@ -23,17 +23,15 @@ constexpr size_t kMaxPayloadBytes = 22;
 
 void put_u32(std::span<uint8_t> record, size_t at, uint32_t value)
 {
-    for (size_t i = 0; i < 4; ++i) {
+    for (size_t i = 0; i < 4; ++i)
         record[at + i] = static_cast<uint8_t>(value >> (8 * i));
-    }
 }
 
 uint32_t get_u32(std::span<const uint8_t> record, size_t at)
 {
     uint32_t value = 0;
-    for (size_t i = 0; i < 4; ++i) {
+    for (size_t i = 0; i < 4; ++i)
         value |= static_cast<uint32_t>(record[at + i]) << (8 * i);
-    }
     return value;
 }
 
@@ -47,9 +45,8 @@ int put_word(uint16_t value, std::span<uint8_t> room)
 uint32_t nearest_interval(const FrameSize& size, uint32_t wanted_100ns)
 {
     const auto& intervals = size.intervals_100ns;
-    if (wanted_100ns == 0) {
+    if (wanted_100ns == 0)
         return intervals.front();
-    }
     const auto distance = [wanted_100ns](uint32_t interval) {
         return interval > wanted_100ns ? interval - wanted_100ns : wanted_100ns - interval;
     };
@@ -77,23 +74,20 @@ StreamFormat VideoControls::committed() const
 std::optional<StreamFormat> VideoControls::format_in(std::span<const uint8_t> record)
 {
     if (record.size() < kProbeBytes || record[kFrameIndex] < 1 ||
-        record[kFrameIndex] > std::size(kFrameSizes)) {
+        record[kFrameIndex] > std::size(kFrameSizes))
         return std::nullopt;
-    }
     return StreamFormat{kFrameSizes[record[kFrameIndex] - 1], get_u32(record, kInterval),
                         get_u32(record, kMaxPayloadBytes)};
 }
 
 int VideoControls::processing_unit(const Setup& setup, std::span<uint8_t> data)
 {
-    if (setup.selector() != kBrightnessSelector) {
+    if (setup.selector() != kBrightnessSelector)
         return kControlStall;
-    }
     switch (setup.request) {
         case kSetCur:
-            if (data.size() != 2) {
+            if (data.size() != 2)
                 return kControlStall;
-            }
             brightness_ = std::min<uint16_t>(static_cast<uint16_t>(data[0] | data[1] << 8), 255);
             return 2;
         case kGetCur:
@@ -127,9 +121,8 @@ uint32_t VideoControls::payload_bytes(uint32_t wanted, const FrameSize& size,
     constexpr uint32_t kMicroframe100ns = 1250;
     const uint32_t packets = interval_100ns / kMicroframe100ns;
     for (const uint32_t packet_bytes : kIsoPacketBytes) {
-        if (uint64_t{packets} * (packet_bytes - kPayloadHeaderBytes) >= size.bytes()) {
+        if (uint64_t{packets} * (packet_bytes - kPayloadHeaderBytes) >= size.bytes())
             return packet_bytes;
-        }
     }
     return *std::rbegin(kIsoPacketBytes);
 }
@@ -162,15 +155,13 @@ VideoControls::Probe VideoControls::with_interval(uint32_t interval_100ns) const
 int VideoControls::video_interface(const Setup& setup, std::span<uint8_t> data)
 {
     const uint8_t selector = setup.selector();
-    if (selector != kProbeSelector && selector != kCommitSelector) {
+    if (selector != kProbeSelector && selector != kCommitSelector)
         return kControlStall;
-    }
     Probe& record = selector == kProbeSelector ? probe_ : commit_;
     switch (setup.request) {
         case kSetCur:
-            if (data.size() < kProbeBytes) {
+            if (data.size() < kProbeBytes)
                 return kControlStall;
-            }
             record = negotiate(data);
             return static_cast<int>(data.size());
         case kGetCur:

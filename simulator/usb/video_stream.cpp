@@ -38,9 +38,8 @@ uint32_t clock_ticks(uint32_t time_us)
 template <typename Word>
 void put(std::span<uint8_t> bytes, size_t at, Word word)
 {
-    for (size_t i = 0; i < sizeof word; ++i) {
+    for (size_t i = 0; i < sizeof word; ++i)
         bytes[at + i] = static_cast<uint8_t>(word >> (8 * i));
-    }
 }
 
 } // namespace
@@ -50,16 +49,14 @@ void VideoStream::commit(const StreamFormat& format)
     stop();
     format_ = format;
     earliest_ = steady_clock::now();
-    if (is_paced()) {
+    if (is_paced())
         earliest_ += kSettlingTime;
-    }
 }
 
 void VideoStream::start(uint32_t packet_bytes)
 {
-    if (!format_ || state_.streaming) {
+    if (!format_ || state_.streaming)
         return;
-    }
     packet_bytes_ = packet_bytes;
     due_ = std::max(earliest_, steady_clock::now());
     state_.streaming = true;
@@ -72,9 +69,8 @@ void VideoStream::stop()
     format_.reset();
     halted_ = false;
     abandon_frame();
-    if (was_streaming) {
+    if (was_streaming)
         changed_();
-    }
 }
 
 void VideoStream::abandon_frame()
@@ -114,9 +110,8 @@ void VideoStream::schedule_next()
     const auto interval =
         std::chrono::duration_cast<steady_clock::duration>(Ticks(format_->interval_100ns));
     due_ += interval;
-    if (due_ < now) {
+    if (due_ < now)
         due_ = now + interval;
-    }
 }
 
 FrameFault::Kind VideoStream::take_frame()
@@ -124,9 +119,8 @@ FrameFault::Kind VideoStream::take_frame()
     const FrameFault fault = fault_ && !halted_ ? fault_(ordinal_++) : FrameFault::none();
     halted_ = halted_ || fault.kind == FrameFault::Kind::kHalted;
     const uint32_t number = frame_number_++;
-    if (!halted_) {
+    if (!halted_)
         draw(number, fault);
-    }
     // After drawing, which takes time: a machine too slow for the rate gets fewer frames, and the
     // host its turn in between.
     schedule_next();
@@ -138,9 +132,8 @@ void VideoStream::draw(uint32_t number, const FrameFault& fault)
     const FrameSize& size = format_->size;
     picture_.resize(size.bytes());
     sensor_.picture(size.width, size.height, number, picture_);
-    if (fault.kind == FrameFault::Kind::kTruncated) {
+    if (fault.kind == FrameFault::Kind::kTruncated)
         picture_.resize(std::clamp<size_t>(fault.bytes, 1, picture_.size()));
-    }
     picture_at_ = 0;
     has_error_ = fault.kind == FrameFault::Kind::kErrorBit;
     frame_id_ = !frame_id_;
@@ -189,9 +182,8 @@ size_t VideoStream::read_payload(std::span<uint8_t> room)
         picture_at_ += bytes;
         moved += bytes;
     }
-    if (payload_left() == 0) {
+    if (payload_left() == 0)
         finish_payload();
-    }
     return moved;
 }
 
@@ -219,16 +211,13 @@ size_t VideoStream::read_transfer(std::span<uint8_t> room)
 {
     size_t moved = 0;
     while (has_data() && moved < room.size()) {
-        if (std::exchange(owes_empty_packet_, false)) {
+        if (std::exchange(owes_empty_packet_, false))
             return moved;
-        }
-        if (payload_left() == 0) {
+        if (payload_left() == 0)
             open_payload(format_->payload_bytes);
-        }
         moved += read_payload(room.subspan(moved));
-        if (payload_left() == 0 && payload_bytes_ % kBulkPacketBytes != 0) {
+        if (payload_left() == 0 && payload_bytes_ % kBulkPacketBytes != 0)
             return moved;
-        }
         owes_empty_packet_ = payload_left() == 0 && payload_bytes_ < format_->payload_bytes;
     }
     return moved;

@@ -33,9 +33,8 @@ constexpr size_t kReadBytes = 64u << 10;
 // -1: without end.
 int milliseconds_until(std::optional<steady_clock::time_point> deadline)
 {
-    if (!deadline) {
+    if (!deadline)
         return -1;
-    }
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - steady_clock::now());
     return static_cast<int>(std::max<int64_t>(left.count(), 0));
 }
@@ -51,9 +50,8 @@ bool send_output(int socket, Session& session)
     while (!session.output().empty()) {
         const auto bytes = session.output();
         const ssize_t sent = send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (sent < 0) {
+        if (sent < 0)
             return is_temporary(errno);
-        }
         session.consumed(static_cast<size_t>(sent));
     }
     return true;
@@ -63,9 +61,8 @@ bool read_input(int socket, Session& session, FastForward& time)
 {
     std::array<uint8_t, kReadBytes> bytes; // NOLINT(cppcoreguidelines-pro-type-member-init)
     const ssize_t got = recv(socket, bytes.data(), bytes.size(), MSG_DONTWAIT);
-    if (got <= 0) {
+    if (got <= 0)
         return got < 0 && is_temporary(errno);
-    }
     time.catch_up();
     session.feed(std::span(bytes).first(static_cast<size_t>(got)));
     RealClock::wait_for_wire();
@@ -79,9 +76,8 @@ void say_farewell(int socket, Session& session)
     while (send_output(socket, session) && !session.output().empty()) {
         pollfd writable{socket, POLLOUT, 0};
         const int limit_ms = milliseconds_until(deadline);
-        if (limit_ms == 0 || poll(&writable, 1, limit_ms) < 0) {
+        if (limit_ms == 0 || poll(&writable, 1, limit_ms) < 0)
             return;
-        }
     }
 }
 
@@ -90,9 +86,8 @@ void say_farewell(int socket, Session& session)
 void FastForward::catch_up()
 {
     constexpr int kFaster = 100;
-    if (clock_ == nullptr) {
+    if (clock_ == nullptr)
         return;
-    }
     {
         const std::lock_guard lock(mutex_);
         const auto now = steady_clock::now();
@@ -128,26 +123,21 @@ void converse(int socket, Session& session, FastForward& time)
             {session.gone_fd(), POLLOUT, 0},
         }};
         const int ready = poll(waiting.data(), waiting.size(), milliseconds_until(deadline));
-        if ((ready == 0 && (is_gone || !session.is_attached())) || (ready < 0 && errno != EINTR)) {
+        if ((ready == 0 && (is_gone || !session.is_attached())) || (ready < 0 && errno != EINTR))
             break;
-        }
-        if (ready == 0) {
+        if (ready == 0)
             time.catch_up();
-        }
         const short events = waiting[0].revents;
         if ((events & (POLLERR | POLLNVAL)) != 0 ||
             ((events & (POLLIN | POLLHUP)) != 0 && session.wants_input() &&
-             !read_input(socket, session, time))) {
+             !read_input(socket, session, time)))
             return;
-        }
         session.collect();
-        if (!send_output(socket, session)) {
+        if (!send_output(socket, session))
             return;
-        }
         // Nobody reads any more what does not go out.
-        if ((events & POLLHUP) != 0 && !session.wants_input()) {
+        if ((events & POLLHUP) != 0 && !session.wants_input())
             return;
-        }
     }
     say_farewell(socket, session);
 }

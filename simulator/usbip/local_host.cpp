@@ -38,13 +38,11 @@ LocalHost::~LocalHost()
     stopping_ = true;
     {
         const std::lock_guard lock(mutex_);
-        for (const Port& port : ports_) {
+        for (const Port& port : ports_)
             shutdown(port.socket, SHUT_RDWR);
-        }
     }
-    for (Port& port : ports_) {
+    for (Port& port : ports_)
         port.thread.join();
-    }
 }
 
 // A camera that restarts is away for a moment and comes back with a new address.
@@ -54,9 +52,8 @@ std::vector<Export> LocalHost::wait_for(const std::string& bus_id) const
         std::vector<Export> devices = exports_();
         std::erase_if(devices,
                       [&](const Export& device) { return device.record.bus_id != bus_id; });
-        if (!devices.empty()) {
+        if (!devices.empty())
             return devices;
-        }
         std::this_thread::sleep_for(kPause);
     }
     return {};
@@ -84,15 +81,13 @@ bool LocalHost::plug_once(Port& port, const Export& device)
         return true; // it is on its way off the bus
     }
     std::array<int, 2> ends{};
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0)
         throw std::runtime_error(std::string("cannot make a socket: ") + std::strerror(errno));
-    }
     {
         const std::lock_guard lock(mutex_);
         port.socket = ends[0];
-        if (stopping_) {
+        if (stopping_)
             shutdown(port.socket, SHUT_RDWR);
-        }
     }
     Session session(device, std::move(file));
     std::string failure;
@@ -113,9 +108,8 @@ bool LocalHost::plug_once(Port& port, const Export& device)
         port.socket = -1;
         close(ends[0]);
     }
-    if (!failure.empty()) {
+    if (!failure.empty())
         throw std::runtime_error(failure);
-    }
     if (!session.is_gone() && !stopping_) {
         std::printf("%s was detached.\n", port.bus_id.c_str());
         std::fflush(stdout);

@@ -29,9 +29,8 @@ AddressList resolve(const Address& address)
     hints.ai_socktype = SOCK_STREAM;
     addrinfo* found = nullptr;
     if (getaddrinfo(address.host.c_str(), std::to_string(address.port).c_str(), &hints, &found) !=
-        0) {
+        0)
         found = nullptr;
-    }
     return {found, &freeaddrinfo};
 }
 
@@ -45,13 +44,11 @@ int try_listen_at(const Address& address)
     const int socket = ::socket(list->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const int on = 1;
     if (socket >= 0 && setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) == 0 &&
-        bind(socket, list->ai_addr, list->ai_addrlen) == 0 && listen(socket, SOMAXCONN) == 0) {
+        bind(socket, list->ai_addr, list->ai_addrlen) == 0 && listen(socket, SOMAXCONN) == 0)
         return socket;
-    }
     const int error = errno;
-    if (socket >= 0) {
+    if (socket >= 0)
         close(socket);
-    }
     errno = error;
     return -1;
 }
@@ -85,9 +82,8 @@ void tune(int socket)
     } settings[] = {{IPPROTO_TCP, TCP_NODELAY, 1},   {SOL_SOCKET, SO_KEEPALIVE, 1},
                     {IPPROTO_TCP, TCP_KEEPIDLE, 20}, {IPPROTO_TCP, TCP_KEEPINTVL, 10},
                     {IPPROTO_TCP, TCP_KEEPCNT, 4},   {IPPROTO_TCP, TCP_USER_TIMEOUT, 60'000}};
-    for (const auto& [level, option, value] : settings) {
+    for (const auto& [level, option, value] : settings)
         setsockopt(socket, level, option, &value, sizeof value);
-    }
 }
 
 uint16_t parse_port(const std::string& text)
@@ -95,9 +91,8 @@ uint16_t parse_port(const std::string& text)
     uint16_t port = 0;
     const char* end = text.data() + text.size();
     const auto [parsed, error] = std::from_chars(text.data(), end, port);
-    if (error != std::errc() || parsed != end) {
+    if (error != std::errc() || parsed != end)
         throw std::invalid_argument("'" + text + "': a port is a number from 0 to 65535");
-    }
     return port;
 }
 
@@ -106,9 +101,8 @@ uint16_t parse_port(const std::string& text)
 bool Address::is_loopback() const
 {
     in_addr four{};
-    if (inet_pton(AF_INET, host.c_str(), &four) == 1) {
+    if (inet_pton(AF_INET, host.c_str(), &four) == 1)
         return ntohl(four.s_addr) >> 24 == 127;
-    }
     in6_addr six{};
     return inet_pton(AF_INET6, host.c_str(), &six) == 1 && IN6_IS_ADDR_LOOPBACK(&six);
 }
@@ -126,9 +120,8 @@ Address parse_address(const std::string& text)
     const size_t colon = text.find(':', bracket == std::string::npos ? 0 : bracket);
     address.host =
         bracket == std::string::npos ? text.substr(0, colon) : text.substr(1, bracket - 1);
-    if (colon != std::string::npos) {
+    if (colon != std::string::npos)
         address.port = parse_port(text.substr(colon + 1));
-    }
     if (!resolve(address)) {
         throw std::invalid_argument("'" + text +
                                     "' is no address to listen on; write 127.0.0.1:3240 or "

@@ -27,30 +27,23 @@ uint32_t packets_of(const Command& command)
 // nullptr when it can be followed.
 const char* fault_in(const Command& command, uint32_t device)
 {
-    if (command.code != kSubmit && command.code != kUnlink) {
+    if (command.code != kSubmit && command.code != kUnlink)
         return "neither a transfer nor a cancellation";
-    }
-    if (command.device != device) {
+    if (command.device != device)
         return "a transfer with another device than the imported one";
-    }
-    if (command.code == kUnlink) {
+    if (command.code == kUnlink)
         return nullptr;
-    }
-    if (command.direction > kIn || command.endpoint > kMaxEndpoint) {
+    if (command.direction > kIn || command.endpoint > kMaxEndpoint)
         return "an endpoint that cannot be";
-    }
-    if (command.length > INT32_MAX ||
-        (command.direction == kOut && command.length > kMaxOutBytes)) {
+    if (command.length > INT32_MAX || (command.direction == kOut && command.length > kMaxOutBytes))
         return "a transfer that is too long";
-    }
     return packets_of(command) > kMaxPackets ? "a transfer of too many packets" : nullptr;
 }
 
 size_t payload_bytes(const Command& command)
 {
-    if (command.code != kSubmit) {
+    if (command.code != kSubmit)
         return 0;
-    }
     return (command.direction == kOut ? command.length : 0) +
            size_t{packets_of(command)} * kIsoPacketRecordBytes;
 }
@@ -58,17 +51,15 @@ size_t payload_bytes(const Command& command)
 std::vector<IsoPacket> parse_packets(std::span<const uint8_t> records)
 {
     std::vector<IsoPacket> packets;
-    for (; !records.empty(); records = records.subspan(kIsoPacketRecordBytes)) {
+    for (; !records.empty(); records = records.subspan(kIsoPacketRecordBytes))
         packets.push_back(parse_iso_packet(records.first<kIsoPacketRecordBytes>()));
-    }
     return packets;
 }
 
 uint8_t urb_type(const Command& command)
 {
-    if (packets_of(command) > 0) {
+    if (packets_of(command) > 0)
         return USBDEVFS_URB_TYPE_ISO;
-    }
     switch (command.endpoint) {
         case 0:
             return USBDEVFS_URB_TYPE_CONTROL;
@@ -105,15 +96,13 @@ int refusal(int status)
 std::unique_ptr<UsbfsFile> open_for_host(const std::shared_ptr<UsbfsNode>& node)
 {
     std::unique_ptr<UsbfsFile> file = node->open();
-    if (file->ready_fd() < 0 || file->gone_fd() < 0) { // the process has none left
+    if (file->ready_fd() < 0 || file->gone_fd() < 0) // the process has none left
         return nullptr;
-    }
     for (uint32_t interface = 0; interface < kInterfaceCount; ++interface) {
         const Reply claimed =
             file->call({{.code = USBDEVFS_CLAIMINTERFACE, .first = interface}, {}});
-        if (claimed.header.result < 0) {
+        if (claimed.header.result < 0)
             return nullptr;
-        }
     }
     return file;
 }
@@ -130,9 +119,8 @@ Session::Session(const Export& device, std::unique_ptr<UsbfsFile> file)
 
 void Session::feed(std::span<const uint8_t> bytes)
 {
-    if (has_ended()) {
+    if (has_ended())
         return;
-    }
     input_.insert(input_.end(), bytes.begin(), bytes.end());
     advance();
 }
@@ -153,9 +141,8 @@ void Session::advance()
     std::span<const uint8_t> rest = input_;
     while (wants_input()) {
         const size_t taken = phase_ == Phase::kOperation ? operate(rest) : transfer(rest);
-        if (taken == 0) {
+        if (taken == 0)
             break;
-        }
         rest = rest.subspan(taken);
     }
     input_.erase(input_.begin(), input_.end() - static_cast<std::ptrdiff_t>(rest.size()));
@@ -172,9 +159,8 @@ void Session::end(std::string complaint)
 // Both return the bytes of the message that they have followed; 0: it is not complete yet.
 size_t Session::operate(std::span<const uint8_t> input)
 {
-    if (input.size() < kOperationBytes) {
+    if (input.size() < kOperationBytes)
         return 0;
-    }
     const Operation operation = parse_operation(input.first<kOperationBytes>());
     if (operation.version != kVersion) {
         end("another version of the protocol, or none");
@@ -188,9 +174,8 @@ size_t Session::operate(std::span<const uint8_t> input)
         end("an operation that is neither a list nor an import");
         return kOperationBytes;
     }
-    if (input.size() < kOperationBytes + kBusIdBytes) {
+    if (input.size() < kOperationBytes + kBusIdBytes)
         return 0;
-    }
     import_device(parse_bus_id(input.subspan<kOperationBytes, kBusIdBytes>()));
     return kOperationBytes + kBusIdBytes;
 }
@@ -232,18 +217,16 @@ void Session::import_device(const std::string& bus_id)
 
 size_t Session::transfer(std::span<const uint8_t> input)
 {
-    if (input.size() < kCommandBytes) {
+    if (input.size() < kCommandBytes)
         return 0;
-    }
     const Command command = parse_command(input.first<kCommandBytes>());
     if (const char* fault = fault_in(command, device_)) {
         end(fault);
         return kCommandBytes;
     }
     const size_t payload = payload_bytes(command);
-    if (input.size() - kCommandBytes < payload) {
+    if (input.size() - kCommandBytes < payload)
         return 0;
-    }
     if (command.code == kSubmit) {
         submit(command, input.subspan(kCommandBytes, payload));
     } else {
@@ -349,13 +332,11 @@ void Session::hold(uint32_t packets, Bytes&& answer)
 bool Session::reap()
 {
     const Reply finished = file_->call({{.code = USBDEVFS_REAPURBNDELAY}, {}});
-    if (finished.header.result < 0) {
+    if (finished.header.result < 0)
         return false;
-    }
     // A cancelled one has left the table.
-    if (const auto pending = pending_.extract(finished.header.urb); !pending.empty()) {
+    if (const auto pending = pending_.extract(finished.header.urb); !pending.empty())
         answer(pending.mapped(), finished);
-    }
     return true;
 }
 
@@ -382,12 +363,10 @@ void Session::answer(const Pending& pending, const Reply& finished)
     }
     Bytes bytes;
     put_submit_reply(bytes, reply);
-    if (pending.is_in) {
+    if (pending.is_in)
         bytes.insert(bytes.end(), data.begin(), data.end());
-    }
-    for (const IsoPacket& packet : packets) {
+    for (const IsoPacket& packet : packets)
         put_iso_packet(bytes, packet);
-    }
     if (!packets.empty() && reply.status == 0) {
         hold(reply.packets, std::move(bytes));
     } else {

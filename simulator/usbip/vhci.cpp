@@ -36,9 +36,8 @@ public:
     }
     ~File()
     {
-        if (fd_ >= 0) {
+        if (fd_ >= 0)
             close(fd_);
-        }
     }
     File(const File&) = delete;
     File& operator=(const File&) = delete;
@@ -61,9 +60,8 @@ std::optional<unsigned> free_port(std::optional<unsigned> wanted)
         unsigned port = 0;
         unsigned status = 0;
         if (fields >> hub >> port >> status && hub == "hs" && status == kFreePort &&
-            wanted.value_or(port) == port) {
+            wanted.value_or(port) == port)
             return port;
-        }
     }
     return std::nullopt;
 }
@@ -101,9 +99,8 @@ unsigned Vhci::attach(int socket, uint32_t device_id, std::optional<unsigned> wa
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         if (const std::optional<unsigned> port = free_port(wanted)) {
             const int error = write_attachment(*port, socket, device_id);
-            if (error == 0) {
+            if (error == 0)
                 return *port;
-            }
             if (error != EBUSY) {
                 throw std::runtime_error(std::string("the kernel refuses the camera: ") +
                                          std::strerror(error));

@@ -75,9 +75,8 @@ void put_device(Bytes& out, const DeviceRecord& device)
     put_u32(out, device.address);
     put_u32(out, kHighSpeed);
     const auto& bytes = device.descriptor;
-    for (const size_t at : {kVendor, kProduct, kRelease}) {
+    for (const size_t at : {kVendor, kProduct, kRelease})
         put_u16(out, static_cast<uint16_t>(bytes[at] | bytes[at + 1] << 8));
-    }
     out.insert(out.end(),
                {bytes[kClass], bytes[kClass + 1], bytes[kClass + 2], device.configuration,
                 bytes[kConfigurations], static_cast<uint8_t>(device.interfaces.size())});

@@ -35,9 +35,8 @@ std::string hex(std::span<const uint8_t> bytes, const char* separator)
 json register_run(const Controller& controller, uint32_t first, uint32_t end)
 {
     std::vector<uint8_t> bytes;
-    for (uint32_t address = first; address < end; ++address) {
+    for (uint32_t address = first; address < end; ++address)
         bytes.push_back(controller.reg(static_cast<uint16_t>(address)));
-    }
     return {{"address", format_text("0x%04X", first)}, {"bytes", hex(bytes, " ")}};
 }
 
@@ -46,18 +45,15 @@ json registers_that_are_set(const Controller& controller)
 {
     constexpr uint32_t kGap = 4;
     std::vector<uint8_t> values(kRegisters);
-    for (uint32_t address = 0; address < kRegisters; ++address) {
+    for (uint32_t address = 0; address < kRegisters; ++address)
         values[address] = controller.reg(static_cast<uint16_t>(address));
-    }
     json runs = json::array();
     for (uint32_t first = 0; first < kRegisters; ++first) {
-        if (values[first] == 0) {
+        if (values[first] == 0)
             continue;
-        }
         uint32_t end = first + 1;
-        for (uint32_t next = end; next < kRegisters && next < end + kGap; ++next) {
+        for (uint32_t next = end; next < kRegisters && next < end + kGap; ++next)
             end = values[next] != 0 ? next + 1 : end;
-        }
         runs.push_back(register_run(controller, first, end));
         first = end;
     }
@@ -110,13 +106,11 @@ json rom_state(Controller& controller, bool with_contents)
                 {"part", is_flash ? model.flash.name : model.eeprom.name},
                 {"bytes", controller.rom().size()},
                 {"sha256", sha256(controller.rom())}};
-    if (is_flash) {
+    if (is_flash)
         rom["status"] = format_text("0x%02X", controller.flash_status());
-    }
     rom["write_protect"] = controller.write_protect();
-    if (with_contents) {
+    if (with_contents)
         rom["contents"] = hex(controller.rom(), "");
-    }
     return rom;
 }
 
@@ -137,9 +131,8 @@ json stream_state(const StreamState& state, const std::optional<StreamFormat>& f
 json h264_state(const Controller& controller)
 {
     json settings = json::object();
-    for (const H264Unit::Setting& setting : controller.h264().settings()) {
+    for (const H264Unit::Setting& setting : controller.h264().settings())
         settings[std::string(setting.name)] = hex(setting.value, " ");
-    }
     return settings;
 }
 
@@ -155,9 +148,8 @@ std::string text_of(std::span<const uint8_t> bytes)
 json osd_state(const Osd& osd)
 {
     json strings = json::array();
-    for (size_t i = 0; i < Osd::kStringCount; ++i) {
+    for (size_t i = 0; i < Osd::kStringCount; ++i)
         strings.push_back(text_of(osd.string(i)));
-    }
     return {{"enabled", osd.is_enabled()}, {"strings", strings}};
 }
 

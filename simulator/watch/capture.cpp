@@ -20,9 +20,8 @@ std::map<uint8_t, int32_t> endpoint_intervals(std::span<const uint8_t> descripto
     while (descriptors.size() >= 2 && descriptors[0] >= 2 && descriptors[0] <= descriptors.size()) {
         const auto one = descriptors.first(descriptors[0]);
         if (one[1] == kEndpoint && one.size() >= 7 && (one[3] & 3) != kBulk && one[6] > 0 &&
-            one[6] <= kLongestInterval) {
+            one[6] <= kLongestInterval)
             intervals[one[2]] = 1 << (one[6] - 1);
-        }
         descriptors = descriptors.subspan(one.size());
     }
     return intervals;
@@ -35,9 +34,8 @@ void Capture::plugged(const UsbCamera& camera, unsigned bus, unsigned address)
     place_ = {.bus = static_cast<uint16_t>(bus), .address = static_cast<uint8_t>(address)};
     for (const Transfer& request : enumeration(camera)) {
         add_request(request);
-        if (const auto intervals = endpoint_intervals(request.data); !intervals.empty()) {
+        if (const auto intervals = endpoint_intervals(request.data); !intervals.empty())
             intervals_ = intervals;
-        }
     }
 }
 

@@ -48,9 +48,8 @@ std::vector<Transfer> enumeration(const UsbCamera& camera)
     ask(requests, camera, kString, 0, kStringBytes);
     if (device.size() == kDeviceBytes) {
         for (const size_t place : {15U, 14U, 16U}) { // product, manufacturer, serial number
-            if (device[place] != 0) {
+            if (device[place] != 0)
                 ask(requests, camera, kString, device[place], kStringBytes, kEnglish);
-            }
         }
     }
     requests.push_back({Setup{.request = kSetConfiguration, .value = 1}.to_wire(), {}, 0});

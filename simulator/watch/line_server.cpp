@@ -26,13 +26,11 @@ constexpr int kBacklog = 16;
 bool is_abandoned(const std::string& path)
 {
     struct stat entry {};
-    if (lstat(path.c_str(), &entry) != 0 || !S_ISSOCK(entry.st_mode)) {
+    if (lstat(path.c_str(), &entry) != 0 || !S_ISSOCK(entry.st_mode))
         return false;
-    }
     const int socket = connect_socket(path);
-    if (socket >= 0) {
+    if (socket >= 0)
         close(socket);
-    }
     return socket < 0 && errno == ECONNREFUSED;
 }
 
@@ -61,9 +59,8 @@ int listen_at(const std::string& path)
     }
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
     const int fd = bind_private(address);
-    if (fd >= 0 || errno != EADDRINUSE) {
+    if (fd >= 0 || errno != EADDRINUSE)
         return fd;
-    }
     if (!is_abandoned(path)) {
         errno = EADDRINUSE;
         return -1;
@@ -80,9 +77,8 @@ LineServer::LineServer(std::string path, Answer answer)
       listener_(listen_at(path_)),
       stop_event_(-1)
 {
-    if (listener_ < 0) {
+    if (listener_ < 0)
         throw std::runtime_error("cannot listen at '" + path_ + "': " + std::strerror(errno));
-    }
     stop_event_ = eventfd(0, EFD_CLOEXEC);
     thread_ = std::thread([this] { serve(); });
 }
@@ -91,9 +87,8 @@ LineServer::~LineServer()
 {
     eventfd_write(stop_event_, 1);
     thread_.join();
-    for (const Client& client : clients_) {
+    for (const Client& client : clients_)
         close(client.socket);
-    }
     close(stop_event_);
     close(listener_);
     unlink(path_.c_str());
@@ -108,12 +103,10 @@ void LineServer::serve()
             const short event = client.unsent.empty() ? POLLIN : POLLOUT;
             waited.push_back({client.socket, event, 0});
         }
-        if (poll(waited.data(), waited.size(), -1) < 0) {
+        if (poll(waited.data(), waited.size(), -1) < 0)
             continue; // interrupted
-        }
-        if (waited[0].revents != 0) {
+        if (waited[0].revents != 0)
             return;
-        }
         size_t place = 2;
         for (auto client = clients_.begin(); client != clients_.end(); ++place) {
             const bool ready = waited[place].revents != 0;
@@ -126,27 +119,24 @@ void LineServer::serve()
                 client = clients_.erase(client);
             }
         }
-        if (waited[1].revents != 0) {
+        if (waited[1].revents != 0)
             accept_client();
-        }
     }
 }
 
 void LineServer::accept_client()
 {
     const int socket = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-    if (socket >= 0) {
+    if (socket >= 0)
         clients_.push_back({socket});
-    }
 }
 
 bool LineServer::receive(Client& client)
 {
     std::array<char, 1024> bytes{};
     const ssize_t got = recvfrom(client.socket, bytes.data(), bytes.size(), 0, nullptr, nullptr);
-    if (got <= 0) {
+    if (got <= 0)
         return got < 0 && (errno == EAGAIN || errno == EINTR);
-    }
     client.received.append(bytes.data(), static_cast<size_t>(got));
     return go_on(client);
 }
@@ -156,12 +146,10 @@ bool LineServer::go_on(Client& client)
 {
     while (send_unsent(client)) {
         const size_t end = client.received.find('\n');
-        if (!client.unsent.empty() || (end == std::string::npos && !is_too_long(client))) {
+        if (!client.unsent.empty() || (end == std::string::npos && !is_too_long(client)))
             return true;
-        }
-        if (client.leaving) {
+        if (client.leaving)
             return false;
-        }
         if (end > kLongestLine) { // npos, too
             client.unsent = "{\"ok\":false,\"error\":\"the request is too long\"}\n";
             client.leaving = true;
@@ -183,9 +171,8 @@ bool LineServer::send_unsent(Client& client)
     while (!client.unsent.empty()) {
         const ssize_t sent =
             send(client.socket, client.unsent.data(), client.unsent.size(), MSG_NOSIGNAL);
-        if (sent < 0) {
+        if (sent < 0)
             return errno == EAGAIN || errno == EINTR;
-        }
         client.unsent.erase(0, static_cast<size_t>(sent));
     }
     return true;

@@ -78,19 +78,16 @@ void CameraLog::tell(const std::string& text)
 
 void CameraLog::finish()
 {
-    for (const std::string& line : repetition_.summary()) {
+    for (const std::string& line : repetition_.summary())
         file_.add(name_, line);
-    }
 }
 
 void CameraLog::tell_request(const Words& request)
 {
-    if (counts_repeated_ && repetition_.absorbs(request)) {
+    if (counts_repeated_ && repetition_.absorbs(request))
         return;
-    }
-    if (repetition_.is_counting()) {
+    if (repetition_.is_counting())
         finish();
-    }
     file_.add(name_, request.text);
     repetition_.remember(request);
 }
@@ -134,23 +131,20 @@ Words CameraLog::words(const BusTransfer& transfer)
 
 void CameraLog::submitted(const BusTransfer& transfer)
 {
-    if (!transfer.data.empty()) {
+    if (!transfer.data.empty())
         sent_[transfer.id].assign(transfer.data.begin(), transfer.data.end());
-    }
 }
 
 // Video that arrives is told of by the frame.
 void CameraLog::finished(const BusTransfer& transfer)
 {
     const std::string result = result_in_words(transfer);
-    if (transfer.type != TransferType::kControl && result.empty()) {
+    if (transfer.type != TransferType::kControl && result.empty())
         return;
-    }
     Words request = words(transfer);
     request.text += result;
-    if (!result.empty()) {
+    if (!result.empty())
         request.step.reset();
-    }
     tell_request(request);
 }
 

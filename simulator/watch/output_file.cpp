@@ -49,16 +49,14 @@ int open_fifo(const std::string& path)
             fcntl(fd, F_SETFL, O_WRONLY);
             return fd;
         }
-        if (errno != ENXIO) {
+        if (errno != ENXIO)
             return -1;
-        }
         if (is_interrupted()) {
             errno = EINTR;
             return -1;
         }
-        if (!std::exchange(told, true)) {
+        if (!std::exchange(told, true))
             std::fprintf(stderr, "nyxus-sim: waiting for a reader of '%s'\n", path.c_str());
-        }
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
 }
@@ -66,17 +64,15 @@ int open_fifo(const std::string& path)
 int take_standard_output()
 {
     const int fd = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    if (fd >= 0) {
+    if (fd >= 0)
         dup2(STDERR_FILENO, STDOUT_FILENO);
-    }
     return fd;
 }
 
 int open_output(const std::string& path)
 {
-    if (path == "-") {
+    if (path == "-")
         return take_standard_output();
-    }
     return is_fifo(path) ? open_fifo(path)
                          : open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
 }
@@ -86,9 +82,8 @@ int open_output(const std::string& path)
 OutputFile::OutputFile(const std::string& path)
     : name_(path == "-" ? "standard output" : path), fd_(open_output(path))
 {
-    if (fd_ < 0) {
+    if (fd_ < 0)
         fail(name_, errno);
-    }
     // A reader that goes is an error like others. Programs that we start have the default again.
     std::signal(SIGPIPE, [](int) {});
 }

@@ -16,9 +16,8 @@ constexpr uint32_t kUsPerSecond = 1'000'000;
 
 void put(std::span<uint8_t> bytes, size_t at, uint64_t value)
 {
-    for (size_t i = 0; i < 4; ++i) {
+    for (size_t i = 0; i < 4; ++i)
         bytes[at + i] = static_cast<uint8_t>(value >> (8 * i));
-    }
 }
 
 std::array<uint8_t, 24> file_header(uint32_t snaplen)
@@ -54,9 +53,8 @@ PcapFile::PcapFile(const std::string& path, uint32_t snaplen, RecordTime time)
 void PcapFile::add(UsbmonEvent event, const BusTransfer& transfer, const UsbmonPlace& place)
 {
     const std::lock_guard lock(mutex_);
-    if (file_.error() != 0) {
+    if (file_.error() != 0)
         return;
-    }
     const std::vector<uint8_t> spread = usbmon_data(transfer);
     const std::span<const uint8_t> data =
         transfer.packets.empty() ? transfer.data : std::span(spread);

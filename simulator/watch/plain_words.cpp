@@ -45,9 +45,8 @@ std::string standard_request_in_words(const Setup& setup, std::span<const uint8_
         case kGetInterface:
             return format_text("GET_INTERFACE %u: setting ", setup.index) + hex_bytes(data);
         case kClearFeature:
-            if (setup.recipient() == kEndpointRecipient && setup.value == kEndpointHalt) {
+            if (setup.recipient() == kEndpointRecipient && setup.value == kEndpointHalt)
                 return format_text("CLEAR_FEATURE: end the halt of endpoint 0x%02X", setup.index);
-            }
             return format_text("CLEAR_FEATURE %u of 0x%04X", setup.value, setup.index);
         case kSetFeature:
             return format_text("SET_FEATURE %u of 0x%04X", setup.value, setup.index);
@@ -80,24 +79,20 @@ std::string format_text(const char* format, ...)
 std::string hex_bytes(std::span<const uint8_t> bytes)
 {
     constexpr size_t kMost = 16;
-    if (bytes.empty()) {
+    if (bytes.empty())
         return "nothing";
-    }
     std::string text;
-    for (const uint8_t byte : bytes.first(std::min(bytes.size(), kMost))) {
+    for (const uint8_t byte : bytes.first(std::min(bytes.size(), kMost)))
         text += format_text("%s%02X", text.empty() ? "" : " ", byte);
-    }
     return bytes.size() <= kMost ? text : text + format_text(" ... (%zu bytes)", bytes.size());
 }
 
 Words request_in_words(const CameraModel& model, const Setup& setup, std::span<const uint8_t> data)
 {
-    if (setup.type() == kStandardType) {
+    if (setup.type() == kStandardType)
         return {standard_request_in_words(setup, data)};
-    }
-    if (is_control_request(setup)) {
+    if (is_control_request(setup))
         return control_in_words(model, setup, data);
-    }
     return {format_text("request 0x%02X of type 0x%02X, value 0x%04X, index 0x%04X: ",
                         setup.request, setup.request_type, setup.value, setup.index) +
             hex_bytes(data)};

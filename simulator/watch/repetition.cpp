@@ -33,16 +33,14 @@ std::string step_summary(const Words& first, uint64_t more, uint32_t end)
 bool Repetition::absorbs(const Words& request)
 {
     const auto goes_on = [&](const Run& run) {
-        if (!request.step || !run.first.step) {
+        if (!request.step || !run.first.step)
             return run.first.text == request.text && run.first.data == request.data;
-        }
         return run.first.step->selector == request.step->selector &&
                run.first.step->kind == request.step->kind && run.end == request.step->begin;
     };
     const auto run = std::ranges::find_if(runs_, goes_on);
-    if (run == runs_.end()) {
+    if (run == runs_.end())
         return false;
-    }
     ++run->more;
     run->end = request.step ? request.step->end : 0;
     counting_ = true;
@@ -53,9 +51,8 @@ std::vector<std::string> Repetition::summary()
 {
     std::vector<std::string> lines;
     for (const Run& run : runs_) {
-        if (run.more == 0) {
+        if (run.more == 0)
             continue;
-        }
         lines.push_back(run.first.step ? step_summary(run.first, run.more, run.end)
                                        : times_summary(run.more) + run.first.text);
     }
@@ -66,9 +63,8 @@ std::vector<std::string> Repetition::summary()
 
 void Repetition::remember(const Words& request)
 {
-    if (runs_.size() == kLongestPattern) {
+    if (runs_.size() == kLongestPattern)
         runs_.pop_front();
-    }
     runs_.push_back({request, request.step ? request.step->end : 0});
 }
 

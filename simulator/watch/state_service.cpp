@@ -23,39 +23,33 @@ json parse_request(const std::string& text)
 {
     constexpr int kDeepest = 4;
     const auto bounded = [](int depth, json::parse_event_t, json&) {
-        if (depth > kDeepest) {
+        if (depth > kDeepest)
             throw BadRequest("the request is nested too deeply");
-        }
         return true;
     };
     json request = json::parse(text, bounded);
-    if (!request.is_object()) {
+    if (!request.is_object())
         throw BadRequest("a request is a JSON object");
-    }
     return request;
 }
 
 std::string text_member(const json& request, const char* name)
 {
     const auto member = request.find(name);
-    if (member == request.end()) {
+    if (member == request.end())
         return "";
-    }
-    if (!member->is_string()) {
+    if (!member->is_string())
         throw BadRequest(std::string("'") + name + "' is a text");
-    }
     return member->get<std::string>();
 }
 
 bool flag_member(const json& request, const char* name)
 {
     const auto member = request.find(name);
-    if (member == request.end()) {
+    if (member == request.end())
         return false;
-    }
-    if (!member->is_boolean()) {
+    if (!member->is_boolean())
         throw BadRequest(std::string("'") + name + "' is true or false");
-    }
     return member->get<bool>();
 }
 
@@ -71,57 +65,48 @@ uint16_t number(const json& value, const char* name, uint16_t most)
 uint16_t number_member(const json& request, const char* name, uint16_t most)
 {
     const auto member = request.find(name);
-    if (member == request.end()) {
+    if (member == request.end())
         throw BadRequest(std::string("'") + name + "' is missing");
-    }
     return number(*member, name, most);
 }
 
 std::optional<RegisterRange> range_member(const json& request)
 {
     const auto member = request.find("registers");
-    if (member == request.end()) {
+    if (member == request.end())
         return std::nullopt;
-    }
     constexpr uint16_t kLast = 0xFFFF;
-    if (!member->is_array() || member->size() != 2) {
+    if (!member->is_array() || member->size() != 2)
         throw BadRequest("'registers' are the first and the last one");
-    }
     const RegisterRange range{number((*member)[0], "registers", kLast),
                               number((*member)[1], "registers", kLast)};
-    if (range.first > range.last) {
+    if (range.first > range.last)
         throw BadRequest("the first register comes before the last");
-    }
     return range;
 }
 
 PluggedCamera* find_camera(const std::vector<PluggedCamera*>& cameras, const std::string& name)
 {
     const auto by_serial = std::ranges::find(cameras, name, &PluggedCamera::serial);
-    if (by_serial != cameras.end()) {
+    if (by_serial != cameras.end())
         return *by_serial;
-    }
     for (size_t i = 0; i < cameras.size(); ++i) {
-        if (std::to_string(i + 1) == name) {
+        if (std::to_string(i + 1) == name)
             return cameras[i];
-        }
     }
     std::string serials;
-    for (const PluggedCamera* camera : cameras) {
+    for (const PluggedCamera* camera : cameras)
         serials += " " + camera->serial();
-    }
     throw BadRequest("there is no camera '" + name + "'; there are" + serials);
 }
 
 PluggedCamera& camera_of(const std::vector<PluggedCamera*>& cameras, const json& request)
 {
     const std::string name = text_member(request, "camera");
-    if (!name.empty()) {
+    if (!name.empty())
         return *find_camera(cameras, name);
-    }
-    if (cameras.size() != 1) {
+    if (cameras.size() != 1)
         throw BadRequest("which camera? There are " + std::to_string(cameras.size()));
-    }
     return *cameras.front();
 }
 
@@ -153,9 +138,8 @@ void replug(Bed& bed, PluggedCamera& camera, const json& request)
 {
     require_plugged(camera, false);
     std::optional<unsigned> port;
-    if (request.contains("port")) {
+    if (request.contains("port"))
         port = number_member(request, "port", 0xFF);
-    }
     bed.replug(camera, port);
 }
 
@@ -180,13 +164,11 @@ json state_of(const std::vector<PluggedCamera*>& cameras, const json& request)
     const std::optional<RegisterRange> registers = range_member(request);
     const bool with_rom = flag_member(request, "rom");
     std::vector<PluggedCamera*> wanted = cameras;
-    if (const std::string name = text_member(request, "camera"); !name.empty()) {
+    if (const std::string name = text_member(request, "camera"); !name.empty())
         wanted = {find_camera(cameras, name)};
-    }
     json states = json::array();
-    for (PluggedCamera* camera : wanted) {
+    for (PluggedCamera* camera : wanted)
         states.push_back(camera_state(*camera, registers, with_rom));
-    }
     return {{"ok", true}, {"cameras", states}};
 }
 
@@ -196,13 +178,11 @@ json StateService::answer_to(const std::string& text)
 {
     const json request = parse_request(text);
     const std::string command = text_member(request, "command");
-    if (command == "state") {
+    if (command == "state")
         return state_of(cameras_, request);
-    }
     const auto* const act = std::ranges::find(kActs, command, &Act::name);
-    if (act == std::end(kActs)) {
+    if (act == std::end(kActs))
         throw BadRequest("there is no command '" + command + "'");
-    }
     PluggedCamera& camera = camera_of(cameras_, request);
     on_act_(camera, command);
     act->run(bed_, camera, request);

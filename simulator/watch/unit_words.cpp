@@ -74,9 +74,8 @@ std::string info_in_words(std::span<const uint8_t> data)
 std::string number_in_words(std::span<const uint8_t> data)
 {
     uint32_t number = 0;
-    for (size_t i = 0; i < std::min<size_t>(data.size(), 2); ++i) {
+    for (size_t i = 0; i < std::min<size_t>(data.size(), 2); ++i)
         number |= uint32_t{data[i]} << (8 * i);
-    }
     return data.empty() ? hex_bytes(data) : format_text("%u", number);
 }
 
@@ -91,9 +90,8 @@ std::string text_in_words(std::span<const uint8_t> data)
 std::string video_in_words(std::span<const uint8_t> record)
 {
     const auto format = VideoControls::format_in(record);
-    if (!format) {
+    if (!format)
         return hex_bytes(record);
-    }
     constexpr double kUnitsPerSecond = 1e7;
     const double rate = format->interval_100ns == 0 ? 0 : kUnitsPerSecond / format->interval_100ns;
     return format_text("%ux%u, %.4g frames per second, payloads of %u bytes", format->size.width,
@@ -120,13 +118,11 @@ std::string piece_in_words(const Piece& piece)
         format_text("%s0x%04X", piece.is_rom() ? "" : "register ", piece.address);
     const std::string count = piece.count == 1 ? "1 byte" : format_text("%zu bytes", piece.count);
     const auto data = piece.data.first(std::min(piece.count, piece.data.size()));
-    if (piece.kind == RomStep::Kind::kAsk) {
+    if (piece.kind == RomStep::Kind::kAsk)
         return "asks for " + count + " at " + place;
-    }
     const std::string what = piece.kind == RomStep::Kind::kWrite ? "write " : "read ";
-    if (!piece.is_rom() && data.size() == 1) {
+    if (!piece.is_rom() && data.size() == 1)
         return what + place + format_text(" = 0x%02X", data[0]);
-    }
     return what + count + " at " + place + ": " + hex_bytes(data);
 }
 
@@ -143,15 +139,13 @@ Words piece_with_step(const Piece& piece)
 // The record names no direction: while the ROM is locked, what looks like a write only asks.
 Words long_rom_in_words(uint8_t request, std::span<const uint8_t> record)
 {
-    if (record.size() < kHeaderBytes512) {
+    if (record.size() < kHeaderBytes512)
         return {hex_bytes(record)};
-    }
     const auto kind = request == kSetCur ? RomStep::Kind::kWrite : RomStep::Kind::kRead;
     Words words = piece_with_step({kExtRom512, kind, be16(record.subspan(2)), length_512(record),
                                    record.subspan(kHeaderBytes512)});
-    if (request == kSetCur) {
+    if (request == kSetCur)
         words.text = "ask for, or " + words.text;
-    }
     return words;
 }
 
@@ -170,9 +164,8 @@ std::string flash_status_in_words(std::span<const uint8_t> record, bool is_set)
 std::string special_in_words(uint8_t selector, std::span<const uint8_t> record, bool is_set)
 {
     const auto data = record.subspan(kHeaderBytes);
-    if (selector == kSpiStatus) {
+    if (selector == kSpiStatus)
         return flash_status_in_words(record, is_set);
-    }
     if (selector == kExtRomChecksum) {
         return is_set ? "asks for the checksum"
                       : "checksum " + hex_bytes(data.first(std::min<size_t>(2, data.size())));
@@ -188,22 +181,18 @@ std::string special_in_words(uint8_t selector, std::span<const uint8_t> record, 
 Words memory_in_words(const CameraModel& model, uint8_t selector, std::span<const uint8_t> record,
                       bool is_set)
 {
-    if (record.size() <= kHeaderBytes) {
+    if (record.size() <= kHeaderBytes)
         return {hex_bytes(record)};
-    }
-    if (std::string special = special_in_words(selector, record, is_set); !special.empty()) {
+    if (std::string special = special_in_words(selector, record, is_set); !special.empty())
         return {std::move(special)};
-    }
     const bool is_older_rom = selector == kExtRom && !is_newer_firmware(model);
     const uint8_t length_bits = is_older_rom ? kOlderLengthBits : kLengthBits;
     const uint8_t flags = record[0] & static_cast<uint8_t>(~length_bits);
     const bool is_write = is_older_rom ? flags == kOlderRomWrite : (flags & kWrite) != 0;
-    if (selector == kExtRom && flags == kErase) {
+    if (selector == kExtRom && flags == kErase)
         return {is_set ? "erase the whole ROM" : "erasing was asked for"};
-    }
-    if (!is_set && is_write) {
+    if (!is_set && is_write)
         return {"the last write, unchanged"};
-    }
     const auto kind = !is_set    ? RomStep::Kind::kRead
                       : is_write ? RomStep::Kind::kWrite
                                  : RomStep::Kind::kAsk;
@@ -215,28 +204,21 @@ Words memory_in_words(const CameraModel& model, uint8_t selector, std::span<cons
 Words value_in_words(const CameraModel& model, const Setup& setup, std::span<const uint8_t> data)
 {
     const bool is_current = setup.request == kSetCur || setup.request == kGetCur;
-    if (setup.request == kGetInfo) {
+    if (setup.request == kGetInfo)
         return {info_in_words(data)};
-    }
-    if (setup.request == kGetLen) {
+    if (setup.request == kGetLen)
         return {"length " + number_in_words(data)};
-    }
-    if (setup.interface() == kVideoInterface) {
+    if (setup.interface() == kVideoInterface)
         return {video_in_words(data)};
-    }
-    if (setup.unit() == kProcessingUnit) {
+    if (setup.unit() == kProcessingUnit)
         return {number_in_words(data)};
-    }
-    if (setup.unit() == kVendorUnit && is_current && setup.selector() == kExtRom512) {
+    if (setup.unit() == kVendorUnit && is_current && setup.selector() == kExtRom512)
         return long_rom_in_words(setup.request, data);
-    }
-    if (setup.unit() == kVendorUnit && is_current && is_memory(setup.selector())) {
+    if (setup.unit() == kVendorUnit && is_current && is_memory(setup.selector()))
         return memory_in_words(model, setup.selector(), data, setup.request == kSetCur);
-    }
     if (setup.unit() == kVendorUnit &&
-        (setup.selector() == kIntFwVersion || setup.selector() == kSetfileVersion)) {
+        (setup.selector() == kIntFwVersion || setup.selector() == kSetfileVersion))
         return {text_in_words(data)};
-    }
     return {hex_bytes(data)};
 }
 

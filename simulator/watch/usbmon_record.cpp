@@ -26,20 +26,17 @@ template <typename Word>
 void add(std::vector<uint8_t>& bytes, Word word)
 {
     const auto value = static_cast<std::make_unsigned_t<Word>>(word);
-    for (size_t i = 0; i < sizeof word; ++i) {
+    for (size_t i = 0; i < sizeof word; ++i)
         bytes.push_back(static_cast<uint8_t>(uint64_t{value} >> (8 * i)));
-    }
 }
 
 uint8_t data_flag(UsbmonEvent event, const BusTransfer& transfer)
 {
-    if (event == UsbmonEvent::kRefused) {
+    if (event == UsbmonEvent::kRefused)
         return kErrorWithoutData;
-    }
     const bool carries_data = transfer.is_in() == (event == UsbmonEvent::kFinished);
-    if (carries_data) {
+    if (carries_data)
         return kDataFollows;
-    }
     return transfer.is_in() ? kInWithoutData : kOutWithoutData;
 }
 

@@ -57,9 +57,10 @@ static NyDevice* open_without_libuvc(NyDevice* pDevObj)
         return nullptr;
     }
     if (descriptor.idVendor != kVendor) {
-        if (nyxus::traces(NY_TRACE_ENUM))
+        if (nyxus::traces(NY_TRACE_ENUM)) {
             nyxus::trace_line("DEV_CreateObjectUsb", "skip device Vid=%X,Pid=%X\n",
                               descriptor.idVendor, descriptor.idProduct);
+        }
         nyxus::close_session(pDevObj, pDevObj->uvc_handle);
         return nullptr;
     }

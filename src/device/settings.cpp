@@ -85,9 +85,10 @@ int32_t check_base_char(bool bHex, const char* str)
     const char* digits = bHex ? "0123456789abcdefABCDEF" : "0123456789";
     if (std::strspn(str, digits) == std::strlen(str))
         return 0;
-    if (bHex)
+    if (bHex) {
         return NY_FAIL(NYXUS_E_INI_DIGIT,
                        "INI serial number field '%s' contains non-hexdecimal character(s)", str);
+    }
     return NY_FAIL(NYXUS_E_INI_DIGIT,
                    "INI serial number field '%s' contains non-decimal character(s)", str);
 }

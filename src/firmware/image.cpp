@@ -22,11 +22,12 @@ int32_t MP_BinGetRealSize(const uint8_t* bin, uint32_t size)
     uint32_t real_size = size;
     while (real_size > 0 && bin[real_size - 1] == kErased)
         --real_size;
-    if (real_size > 0)
+    if (real_size > 0) {
         NY_TRACE(NY_TRACE_ERROR, "bin size actual   = 0x%04X (%d) \n", real_size - 1,
                  static_cast<int>(real_size - 1));
-    else
+    } else {
         real_size = 1; // an erased image counts one byte
+    }
     NY_TRACE(NY_TRACE_ERROR, "bin size return   = 0x%04X (%d) \n", real_size,
              static_cast<int>(real_size));
     return static_cast<int32_t>(real_size);

@@ -63,12 +63,13 @@ static int32_t read_id(const char* function, NyDevice* pDevObj, const ReadIdMeth
                                       : "XU_SpiCmdGet(pDevObj, cmd_buf, 4, flash_id, 2)";
         return nyxus::pass_on(function, call, rv);
     }
-    if (method.id_bytes == 3)
+    if (method.id_bytes == 3) {
         NY_TRACE_DEV_AS(function, NY_TRACE_ERROR, "   flash_id[] = {0x%02X, 0x%02X, 0x%02X} \n",
                         id[0], id[1], id[2]);
-    else
+    } else {
         NY_TRACE_DEV_AS(function, NY_TRACE_ERROR, "   flash_id[] = {0x%02X, 0x%02X} \n", id[0],
                         id[1]);
+    }
     return 0;
 }
 
@@ -109,9 +110,10 @@ int32_t MP_IdentifyFlash(NyDevice* pDevObj)
     const auto* method =
         std::find_if(std::begin(kIdentifyMethods), std::end(kIdentifyMethods),
                      [&](const ReadIdMethod& row) { return row.opcode == info.bCmdRDID; });
-    if (method == std::end(kIdentifyMethods))
+    if (method == std::end(kIdentifyMethods)) {
         return NY_FAIL_AT(kUnsupportedCommandLine, NYXUS_E_UNSUPPORTED,
                           "Command Read ID is not support");
+    }
 
     uint8_t flash_id[3];
     const int32_t rv = read_id(__func__, pDevObj, *method, flash_id);

@@ -86,22 +86,24 @@ int32_t XU_ExtRomEraseDWORD(NyDevice* pDevObj, uint32_t dwAddr, uint32_t dwLen)
     Scratch scratch;
     if (!scratch.resize(block_start, block_count))
         return NY_FAIL(NYXUS_E_NO_MEMORY, "Erase buffer malloc FAILED");
-    for (uint32_t i = 0; i < block_count; ++i)
+    for (uint32_t i = 0; i < block_count; ++i) {
         NY_TRY_AS(
             "XuCtrlSeqContext(pDevObj, ZRV_XU_EXT_ROM, XU_FLAG_READ, 0, 0x10000, "
             "pData+(i-blockStart)*0x10000)",
             read_block(pDevObj, block_start + i, scratch.block(i)));
+    }
 
     NY_TRY(MP_ExtRomWriteEnable(pDevObj, pDevObj->bExtRomType, true));
     for (uint32_t i = 0; i < block_count; ++i) // at address 0 every time, as the read
         (void)XU_SpiCmdErase(pDevObj, 0, pDevObj->oFlashInfo.bCmdBE);
 
-    if (head_bytes != 0)
+    if (head_bytes != 0) {
         NY_TRY_AS(
             "XuExtRomWrite(pDevObj,(0xFFFF0000 & dwAddr),(dwAddr-(0xFFFF0000 & "
             "dwAddr)),pData)",
             XuExtRomWrite(pDevObj, dwAddr - head_bytes, head_bytes,
                           scratch.bytes_at(dwAddr - head_bytes, head_bytes)));
+    }
     if ((end & 0xFFFF) != 0) {
         const uint32_t tail_bytes = kBlockBytes - (dwLen & 0xFFFF); // from dwLen, not from end
         NY_TRY_AS(

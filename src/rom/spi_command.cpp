@@ -36,15 +36,17 @@ static int32_t read_id_by_control(NyDevice* pDevObj, uint8_t opcode, uint8_t len
         return nyxus::xu_exchange(pDevObj, ZRV_XU_FLASH_RD_ID, request, payload, sizeof payload);
     };
     int32_t rv = exchange(UVC_SET_CUR);
-    if (rv < 0)
+    if (rv < 0) {
         return nyxus::pass_on("XU_SpiCmdGet",
                               "UvcXuCtrlQueryNYXU(pDevObj, ZRV_XU_FLASH_RD_ID, UVC_SET_CUR, buf)",
                               rv);
+    }
     rv = exchange(UVC_GET_CUR);
-    if (rv < 0)
+    if (rv < 0) {
         return nyxus::pass_on("XU_SpiCmdGet",
                               "UvcXuCtrlQueryNYXU(pDevObj, ZRV_XU_FLASH_RD_ID, UVC_GET_CUR, buf)",
                               rv);
+    }
     if (bDataLen > 0) {
         std::memset(pDataBuf, 0, bDataLen);
         std::memcpy(pDataBuf, payload, std::min<size_t>(bDataLen, sizeof payload));

@@ -14,9 +14,10 @@ static void print_row(uint32_t address, const uint8_t* data, uint32_t count, boo
     char row[96];
     int end = std::snprintf(row, sizeof row, "%08Xh: ", address);
     const auto room = [&] { return sizeof row - static_cast<size_t>(end); };
-    for (uint32_t i = 0; i < kRowBytes; ++i)
+    for (uint32_t i = 0; i < kRowBytes; ++i) {
         end += i < count ? std::snprintf(row + end, room(), "%02X ", data[i])
                          : std::snprintf(row + end, room(), "   ");
+    }
     end += std::snprintf(row + end, room(), "; ");
     for (uint32_t i = 0; ascii && i < count; ++i)
         row[end++] = data[i] >= 0x21 && data[i] <= 0x7E ? static_cast<char>(data[i]) : ' ';

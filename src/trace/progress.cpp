@@ -19,13 +19,14 @@ size_t print_step(char* text, uint32_t current, uint32_t total)
         return 0;
     current &= 0xFFFF;
     int length = 1;
-    if (current % kRowUnits == 0)
+    if (current % kRowUnits == 0) {
         length = std::snprintf(text, kLongestStep, " (%d%%)\n",
                                static_cast<uint8_t>(current * 100 / total));
-    else if (current == total)
+    } else if (current == total) {
         length = std::snprintf(text, kLongestStep, "# (100%%)\n");
-    else
+    } else {
         *text = '#';
+    }
     return static_cast<size_t>(length);
 }
 

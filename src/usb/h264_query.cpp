@@ -19,9 +19,10 @@ int32_t UvcXuCtrlQueryH264(NyDevice* pDevObj, int32_t bSelector, int32_t bReques
     const auto request = static_cast<uint8_t>(bRequest);
     const uvc_xu_ctrl* row =
         nyxus::find_control(uvc_xu_table_h264, uvc_xu_table_h264_count, selector);
-    if (row == nullptr)
+    if (row == nullptr) {
         return NY_FAIL_AT(kInvalidSelectorLine, NYXUS_E_INVALID, "Invalid H.264 selector: 0x%02X",
                           selector);
+    }
     NY_REQUIRE(pBuf);
 
     // The swapped order asks for up to 0x81 bytes whatever the control's length, so the transfer

@@ -40,7 +40,8 @@ int32_t requireXUSizeTable(libusb_device_handle* handle, uint8_t bUnit, uvc_xu_c
 
 void print_xu_table(const uvc_xu_ctrl* table, int32_t count)
 {
-    for (int32_t i = 0; table != nullptr && i < count; ++i)
+    for (int32_t i = 0; table != nullptr && i < count; ++i) {
         NY_TRACE(NY_TRACE_ERROR, "%22s   0x%02X  %d \n", table[i].name, table[i].selector,
                  table[i].length);
+    }
 }

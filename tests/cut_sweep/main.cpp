@@ -121,10 +121,11 @@ std::vector<Point> choose_points(uint32_t transfers, const Options& options)
         if (!chosen(options.cut, kind.name))
             continue;
         for (uint32_t i = (options.every - salt % options.every) % options.every; i < transfers;
-             i += options.every)
+             i += options.every) {
             points.push_back(
                 {&kind, i,
                  points.size() % options.every_whole == 0 ? Path::kWhole : Path::kShortcut});
+        }
     }
     return points;
 }
@@ -187,11 +188,12 @@ public:
         sum.slowest_ms = std::max<double>(sum.slowest_ms, record.milliseconds);
         const bool is_wrong = ending == Ending::kWrong;
         if ((is_wrong && ++problems_ <= kMostProblems) ||
-            (lists_ && (record.flagged || ending == Ending::kUnnoticed)))
+            (lists_ && (record.flagged || ending == Ending::kUnnoticed))) {
             std::printf("%s, %s at transfer %u: %s%s%s\n", name_of(batch.subject).c_str(),
                         point.kind->name.data(), point.transfer, is_wrong ? record.text : "",
                         ending == Ending::kUnnoticed ? "unnoticed" : "",
                         record.flagged ? " (header over bad body)" : "");
+        }
         if (shows_progress_ && ++done_ % kPointsPerMark == 0)
             std::fprintf(stderr, "\r%zu of %zu points\r", done_, points_);
     }

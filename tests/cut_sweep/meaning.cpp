@@ -107,12 +107,13 @@ void mark_confirmations(std::span<const Step> steps, std::vector<Meaning>& resul
 {
     bool confirming = false;
     for (size_t i = 0; i < steps.size(); ++i) {
-        if (is_status_write(steps[i]))
+        if (is_status_write(steps[i])) {
             confirming = true;
-        else if (steps[i].selector != ZRV_XU_SPI_STATUS)
+        } else if (steps[i].selector != ZRV_XU_SPI_STATUS) {
             confirming = false;
-        else if (confirming && !steps[i].is_set)
+        } else if (confirming && !steps[i].is_set) {
             result[i] = Meaning::kRetried;
+        }
     }
 }
 
@@ -145,12 +146,13 @@ std::vector<Meaning> meanings(std::string_view operation, bool has_xu_version,
         mark_erase_of_range(steps, result);
     for (size_t i = 0; i < steps.size(); ++i) {
         const Step& step = steps[i];
-        if (is_upgrade && i > last_write)
+        if (is_upgrade && i > last_write) {
             result[i] = Meaning::kAfterTheEnd;
-        else if (is_not_looked_at(operation, step, i == last_write))
+        } else if (is_not_looked_at(operation, step, i == last_write)) {
             result[i] = Meaning::kIgnored;
-        else if (step.is_request)
+        } else if (step.is_request) {
             result[i] = Meaning::kRefusedRequest;
+        }
     }
     return result;
 }

@@ -158,13 +158,15 @@ Sweep::Sweep(const sim::CameraModel& model, const Operation& operation, Path pat
     shortcut.reset();
     duration_us_ = bench_.now_us() - start_us;
     bench_.camera().set_tracing(false);
-    if (status != 0)
+    if (status != 0) {
         throw std::runtime_error("without a fault it returns " + std::to_string(status) + ", " +
                                  nyxus_errmsg);
+    }
     const Bytes rom = bench_.rom();
-    if (rom != after_)
+    if (rom != after_) {
         throw std::runtime_error("without a fault it leaves another ROM, from byte " +
                                  std::to_string(first_difference(rom, after_)));
+    }
     const std::vector<sim::Transfer> transfers = bench_.camera().transfers();
     bench_.camera().clear_transfers();
     meanings_ = meanings(operation.name, probed_.xFeatureXU != 0, transfers);
@@ -308,9 +310,10 @@ std::string Sweep::judge_failure(const CutKind& kind, size_t point, const Observ
         case Meaning::kDecides:
             if (kind.cut == Cut::kShort)
                 break; // a short answer counts as success
-            if (is_reported && observed.transfers != point + 1)
+            if (is_reported && observed.transfers != point + 1) {
                 return "went on for " + std::to_string(observed.transfers - point - 1) +
                        " transfers after the failure";
+            }
             return is_reported ? "" : got;
         case Meaning::kRetried:
             if (kind.cut != Cut::kShort)

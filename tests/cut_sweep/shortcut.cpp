@@ -78,9 +78,10 @@ extern "C" int libusb_control_transfer(libusb_device_handle* handle, uint8_t req
         return next(handle, request_type, request, value, index, data, length, timeout);
     const bool through_libusb = sweep::goes_through_libusb(*route);
     ++route->transfers;
-    if (through_libusb)
+    if (through_libusb) {
         return route->last_of_libusb =
                    next(handle, request_type, request, value, index, data, length, timeout);
+    }
     if (route->cut && route->camera_goes && route->transfers > *route->cut)
         return LIBUSB_ERROR_NO_DEVICE;
     return sweep::to_libusb(

@@ -134,10 +134,11 @@ private:
                 continue;
             const Worker worker = ended->second;
             running_.erase(ended);
-            if (WIFSIGNALED(status))
+            if (WIFSIGNALED(status)) {
                 crashed(worker, WTERMSIG(status));
-            else if (WEXITSTATUS(status) == 0)
+            } else if (WEXITSTATUS(status) == 0) {
                 go_on(worker.job);
+            }
             close(worker.errors);
         }
     }

@@ -19,9 +19,10 @@ bool contains(const std::string& text, const std::string& part)
 json finding(const Outcome& outcome, const std::string& check)
 {
     const json report = json::parse(outcome.out);
-    for (const json& row : report["checks"])
+    for (const json& row : report["checks"]) {
         if (row["check"] == check)
             return row;
+    }
     ADD_FAILURE() << "no check '" << check << "' in " << outcome.out;
     return json::object();
 }

@@ -26,9 +26,10 @@ Talk talk(const Bench& bench, const std::string& camera, const std::string& argu
     Talk talk{.outcome = run_program({"bash", "-c", call}), .transfers = {}};
     const Bytes bytes = read_file(log);
     std::istringstream lines(std::string(bytes.begin(), bytes.end()));
-    for (std::string line; std::getline(lines, line);)
+    for (std::string line; std::getline(lines, line);) {
         if (const size_t setup = line.find("ET_"); line.find(" unit ", setup) != std::string::npos)
             talk.transfers.push_back(line.substr(setup - 1));
+    }
     return talk;
 }
 
@@ -144,9 +145,8 @@ TEST(DryRunOfTheRom, WritesNothingAndAnnouncesTheLeast)
             const size_t announced = json::parse(dry.outcome.out)["control_transfers"];
             EXPECT_LE(announced, done) << model << ": " << command;
             // How often a flash is asked whether it is erased, nobody knows before.
-            if (!command.starts_with("erase")) {
+            if (!command.starts_with("erase"))
                 EXPECT_GE(announced * 2, done) << model << ": " << command;
-            }
         }
         EXPECT_EQ(bench.backups().size(), 2U) << "dry runs keep none";
     }

@@ -69,9 +69,10 @@ TEST(Gang, TellsHowEachCameraEndsAndTheWorstOfIt)
     const std::vector<json> lines = events(outcome.out);
     ASSERT_EQ(lines.size(), 6U) << outcome.out;
     std::map<std::string, json> results;
-    for (const json& line : lines)
+    for (const json& line : lines) {
         if (line["event"] == "result")
             results[line["serial"]] = line;
+    }
     const struct {
         const char* serial;
         const char* port;

@@ -48,10 +48,11 @@ bool collect(std::array<pollfd, 2> streams, const std::array<std::string*, 2>& t
                 continue;
             char buffer[4096];
             const ssize_t count = read(streams[i].fd, buffer, sizeof buffer);
-            if (count > 0)
+            if (count > 0) {
                 texts[i]->append(buffer, static_cast<size_t>(count));
-            else
+            } else {
                 streams[i].fd = -1; // end of a pipe, or EIO from a terminal that nobody holds
+            }
         }
     }
     return true;

@@ -75,10 +75,11 @@ std::vector<Words> commands_below(const Words& above)
     bool in_list = false;
     std::istringstream lines(help);
     for (std::string line; std::getline(lines, line);) {
-        if (!line.starts_with("  "))
+        if (!line.starts_with("  ")) {
             in_list = above.empty() ? line.ends_with(":") && !line.starts_with("Options") &&
                                           !line.starts_with("Ex")
                                     : line == "Commands:";
+        }
         if (!in_list || !line.starts_with("  ") || line.starts_with("   "))
             continue;
         Words below = above;

@@ -48,10 +48,11 @@ size_t width_on_screen(const std::string& picture)
 {
     size_t width = 0;
     for (size_t i = 0; i < picture.size(); ++i) {
-        if (picture[i] == '\033')
+        if (picture[i] == '\033') {
             i = std::min(picture.find_first_of("mK", i), picture.size());
-        else
+        } else {
             ++width;
+        }
     }
     return width;
 }

@@ -158,13 +158,15 @@ inline Result<CameraInfo> find_camera(const std::string& name = {})
         return !name.empty() && !info.matches(name);
     });
     cameras->erase(ends, cameras->end());
-    if (cameras->empty())
+    if (cameras->empty()) {
         return Status(NYXUS_E_LIBUSB(LIBUSB_ERROR_NO_DEVICE),
                       name.empty() ? "no camera found" : "no camera is called '" + name + "'");
-    if (cameras->size() > 1)
+    }
+    if (cameras->size() > 1) {
         return Status(NYXUS_E_RANGE,
                       std::to_string(cameras->size()) +
                           " cameras match; name one by serial number, port path or bus:address");
+    }
     return cameras->front();
 }
 

@@ -43,9 +43,10 @@ public:
     {
         while (!bytes.empty() && bytes.back() == 0xFF)
             bytes.pop_back();
-        if (bytes.size() < kSmallest || bytes.size() > kLargest)
+        if (bytes.size() < kSmallest || bytes.size() > kLargest) {
             return Status(NYXUS_E_RANGE, "no firmware image: " + std::to_string(bytes.size()) +
                                              " bytes before the erased rest");
+        }
         return FirmwareImage(std::move(bytes));
     }
 
@@ -103,14 +104,16 @@ public:
         const bool printable = std::all_of(serial_number.begin(), serial_number.end(), [](char c) {
             return is_serial_character(static_cast<uint8_t>(c));
         });
-        if (serial_number.empty() || !printable)
+        if (serial_number.empty() || !printable) {
             return {NYXUS_E_RANGE,
                     "a serial number consists of printable ASCII characters without blanks"};
+        }
         const size_t room = std::min(descriptor_text().size / 2, record_text().size);
-        if (serial_number.size() > room || serial_number.size() < serial().size())
+        if (serial_number.size() > room || serial_number.size() < serial().size()) {
             return {NYXUS_E_RANGE, "the serial number has " + std::to_string(serial_number.size()) +
                                        " characters, but the MFi image is made for " +
                                        std::to_string(room)};
+        }
         MfiImage changed = *this; // one that is refused stays as it is
         const Status status =
             Status::of(MP_BinSetSerialNum(changed.bytes_.data(), serial_number.c_str()));

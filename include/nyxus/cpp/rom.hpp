@@ -121,9 +121,10 @@ public:
             if (Status rv = verify(NYXUS_MFI_ROM_ADDR, mfi, options.progress); !rv)
                 return rv;
         }
-        if (!locked)
+        if (!locked) {
             return {locked.code(),
                     "programmed, but the ROM could not be locked: " + locked.message()};
+        }
         return locked;
     }
 

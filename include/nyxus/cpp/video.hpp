@@ -91,11 +91,12 @@ private:
         {
             auto& running = *static_cast<Running*>(param);
             const std::lock_guard<std::mutex> lock(running.mutex);
-            if (running.callback)
+            if (running.callback) {
                 running.callback({frame->width,
                                   frame->height,
                                   frame->sequence,
                                   {static_cast<const uint8_t*>(frame->data), frame->data_bytes}});
+            }
         }
 
         void silence()

@@ -32,13 +32,11 @@ extern "C" int bind(int fd, const sockaddr* address, socklen_t bytes) noexcept
     static const auto next = sim::next_function<int (*)(int, const sockaddr*, socklen_t)>("bind");
     const char* bed = std::getenv("UMOCKDEV_DIR");
     if (bed == nullptr || address == nullptr || bytes < sizeof address->sa_family ||
-        address->sa_family != AF_NETLINK) {
+        address->sa_family != AF_NETLINK)
         return next(fd, address, bytes);
-    }
     const sim::EventLock lock(bed);
     const int result = next(fd, address, bytes);
-    if (result == 0) {
+    if (result == 0)
         name_after_process(bed, fd);
-    }
     return result;
 }

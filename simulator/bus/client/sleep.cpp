@@ -23,9 +23,8 @@ public:
     bool advance(uint32_t duration_us)
     {
         const std::lock_guard lock(mutex_);
-        if (process_ != getpid()) {
+        if (process_ != getpid())
             connect();
-        }
         sim::Reply reply;
         const sim::Request request{{.code = sim::kAdvanceClock, .first = duration_us}, {}};
         return socket_ >= 0 && sim::send_request(socket_, request) &&
@@ -35,9 +34,8 @@ public:
 private:
     void connect()
     {
-        if (socket_ >= 0) {
+        if (socket_ >= 0)
             close(socket_);
-        }
         const char* bed = std::getenv("UMOCKDEV_DIR");
         socket_ = bed != nullptr ? sim::connect_socket(sim::socket_path(bed)) : -1;
         process_ = getpid();
@@ -54,9 +52,8 @@ extern "C" int usleep(useconds_t duration_us)
 {
     static const bool fast = is_fast();
     static auto* const connection = new ClockConnection; // outlives every thread
-    if (fast && connection->advance(duration_us)) {
+    if (fast && connection->advance(duration_us))
         return 0;
-    }
     static const auto next = sim::next_function<int (*)(useconds_t)>("usleep");
     return next(duration_us);
 }

@@ -29,9 +29,8 @@ public:
     // copy only: the connection is its parent's.
     ~SocketChannel() override
     {
-        if (process_ == getpid()) {
+        if (process_ == getpid())
             (void)SocketChannel::call({{.code = kCloseNode}, {}});
-        }
         close(socket_);
         close(ready_fd_);
     }
@@ -58,9 +57,8 @@ std::unique_ptr<Channel> connect_node(const NodeName& node)
 {
     const char* bed = std::getenv("UMOCKDEV_DIR");
     const int socket = bed != nullptr ? connect_socket(socket_path(bed)) : -1;
-    if (socket < 0) {
+    if (socket < 0)
         return nullptr;
-    }
     const Request request{{.code = kOpenNode, .first = node.bus, .second = node.address}, {}};
     Reply reply;
     int ready_fd = -1;
