@@ -3,8 +3,8 @@
 
 #include "camera_list.h"
 #include "command_line.h"
-#include "commands.h"
 #include "command_line/completion.h"
+#include "commands.h"
 #include "help.h"
 #include "versions.h"
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "camera_request.h"
 #include "cameras/shipped.h"
-#include "commands.h"
 #include "command_line/completion.h"
+#include "commands.h"
 #include "state_commands.h"
 #include "text/numbers.h"
 #include "watch_options.h"
