@@ -81,7 +81,7 @@ NYXUS_DATA NyXuTable xu_table_list[];
 NYXUS_DATA int32_t xu_table_list_count;
 
 /** The two controls that are read without a table. */
-NYXUS_DATA const uvc_xu_ctrl uvc_xu_ctrl_ver_info[2];
+NYXUS_DATA uvc_xu_ctrl uvc_xu_ctrl_ver_info[2];
 
 /** Record of ZRV_XU_VERSION as the camera sends it, little-endian. */
 typedef struct __attribute__((packed)) NyXuVersion {
