@@ -93,11 +93,13 @@ NYXUS_API int32_t XU_SpiWaitStatus(NyDevice* pDevObj, uint8_t bMask, uint8_t bVa
  */
 NYXUS_API int32_t XU_SpiWaitBusReady(NyDevice* pDevObj, uint32_t dwTimeout);
 
-/** Read the controller's copy of the flash information: the first 11 bytes of pFlashInfo. */
+/** Read the controller's copy of the flash information: the first 11 bytes of pFlashInfo.
+ *  @return -1036 for a row of spi_flash_table, which is read-only: take a copy */
 NYXUS_API int32_t XU_SpiGetFlashInfo(NyDevice* pDevObj, NyFlashInfo* pFlashInfo);
 
 /** Hand the first 11 bytes of pFlashInfo to the controller. Controllers with XU version 0x0003 keep
- *  their own: nothing is sent, bit 7 of abExtParam[0] is set in the record instead. */
+ *  their own: nothing is sent, bit 7 of abExtParam[0] is set in the record instead.
+ *  @return -1036 for a row of spi_flash_table where that bit was to be set: take a copy */
 NYXUS_API int32_t XU_SpiSetFlashInfo(NyDevice* pDevObj, NyFlashInfo* pFlashInfo);
 
 /**

@@ -43,7 +43,7 @@ NYXUS_API int32_t XU_SpiEraseChip(NyDevice* pDevObj);
  *
  * @return 0; -1035 when there is no memory for the blocks; the failures of MP_ExtRomWriteEnable()
  *
- * Blocks for many seconds. One thread at a time: the scratch buffer is process-wide.
+ * Blocks for many seconds. One thread at a time per device.
  */
 NYXUS_API int32_t XU_ExtRomEraseDWORD(NyDevice* pDevObj, uint32_t dwAddr, uint32_t dwLen);
 

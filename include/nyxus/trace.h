@@ -29,7 +29,7 @@ enum {
 
 /** The trace mask; 0 (silent) at load time. */
 NYXUS_DATA uint32_t ny_trace_param;
-/** Scratch: time of the last line that carried a time stamp. */
+/** Scratch: time of the last line that carried a time stamp, of any thread. */
 NYXUS_DATA struct timeval ny_tv;
 /** Start of the execution timer. */
 NYXUS_DATA struct timeval ny_tv_start;

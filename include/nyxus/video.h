@@ -52,7 +52,8 @@ NYXUS_API void init_uvc_video(NyDevice* pDevObj);
  * Hand over a libuvc handle that the application opened. It is process-wide, used by
  * get_libusb_handle() and closed by the next close_libuvc(), whichever device that closes.
  *
- * One thread at a time; call it before devices are created.
+ * Thread-safe. An application with several cameras leaves it alone, and uses the uvc_handle of each
+ * object: the handle would be closed with whichever object is deleted next.
  */
 NYXUS_API void setLibuvcHandleForNYXUS(uvc_device_handle_t* devh);
 
@@ -62,7 +63,7 @@ NYXUS_API void setLibuvcHandleForNYXUS(uvc_device_handle_t* devh);
  * @param out  receives the handle, NULL when the application has set none; a NULL out is recorded
  * as -258 in nyxus_errno
  *
- * One thread at a time.
+ * Thread-safe; the handle is valid until the application's is closed.
  */
 NYXUS_API void get_libusb_handle(libusb_device_handle** out);
 

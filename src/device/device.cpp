@@ -8,6 +8,8 @@
 #include "tables/registers.h"
 #include "trace/failure.h"
 #include "unit.h"
+#include "usb/control_lengths.h"
+#include "usb/device_gone.h"
 #include "video/session.h"
 
 static constexpr uint8_t kSupportedDriver = 1;
@@ -125,10 +127,8 @@ NyDevice* DEV_CreateObjectUsb(libusb_device* device)
 
 static int32_t check_control_lengths(NyDevice* pDevObj)
 {
-    const int32_t rv = requireXUSizeTable(pDevObj->usb_handle, NY_UNIT_VENDOR, pDevObj->xu_table,
-                                          pDevObj->xu_table_count);
-    pDevObj->device_gone =
-        rv == NYXUS_E_LIBUSB(LIBUSB_ERROR_NO_DEVICE) && pDevObj->usb_handle != nullptr;
+    const int32_t rv = nyxus::learn_control_lengths(pDevObj);
+    nyxus::note_whether_gone(pDevObj, rv);
     return rv;
 }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <nyxus/device.h>
+#include <nyxus/extensions.h>
 
+#include "device_gone.h"
 #include "trace/failure.h"
 #include "unit.h"
 
@@ -25,6 +27,19 @@ int32_t xioctl_usb(libusb_device_handle* handle, const NyUsbPacket* packet, uint
     if (moved < 0)
         return NY_FAIL_LIBUSB(moved, "libusb_control_transfer");
     return 0; // a short answer counts as success
+}
+
+void nyxus::note_whether_gone(NyDevice* pDevObj, int32_t rv)
+{
+    if (pDevObj->usb_handle != nullptr)
+        pDevObj->device_gone = rv == NYXUS_E_LIBUSB(LIBUSB_ERROR_NO_DEVICE);
+}
+
+int32_t nyxus_mark_device_gone(NyDevice* pDevObj)
+{
+    NY_REQUIRE_DEVICE(pDevObj);
+    pDevObj->device_gone = 1;
+    return 0;
 }
 
 static void trace_packet(const NyDevice* pDevObj, const NyUsbPacket& packet, const uint8_t* data,
@@ -53,8 +68,7 @@ int32_t UvcXuCtrlQuery(NyDevice* pDevObj, uint8_t bUnit, uint8_t bSelector, uint
         .wLength = wLength,
     };
     const int32_t rv = xioctl_usb(pDevObj->usb_handle, &packet, pData);
-    pDevObj->device_gone =
-        rv == NYXUS_E_LIBUSB(LIBUSB_ERROR_NO_DEVICE) && pDevObj->usb_handle != nullptr;
+    nyxus::note_whether_gone(pDevObj, rv);
     if (rv < 0) {
         nyxus_rv = rv;
         if (nyxus::traces(NY_TRACE_DEBUG))

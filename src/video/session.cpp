@@ -82,7 +82,7 @@ void init_uvc_video(NyDevice* pDevObj)
 
 void setLibuvcHandleForNYXUS(uvc_device_handle_t* devh)
 {
-    devh_global = devh;
+    __atomic_store_n(&devh_global, devh, __ATOMIC_RELEASE);
 }
 
 static int32_t check_out(libusb_device_handle** out)
@@ -93,8 +93,10 @@ static int32_t check_out(libusb_device_handle** out)
 
 void get_libusb_handle(libusb_device_handle** out)
 {
-    if (check_out(out) == 0)
-        *out = devh_global != nullptr ? uvc_get_libusb_handle(devh_global) : nullptr;
+    if (check_out(out) < 0)
+        return;
+    uvc_device_handle_t* handle = __atomic_load_n(&devh_global, __ATOMIC_ACQUIRE);
+    *out = handle != nullptr ? uvc_get_libusb_handle(handle) : nullptr;
 }
 
 bool nyxus::camera_has_gone(NyDevice* pDevObj)
@@ -126,8 +128,8 @@ int32_t close_libuvc(NyDevice* pDevObj)
     NY_REQUIRE_DEVICE(pDevObj);
     if (pDevObj->session_closed)
         return 0;
-    uvc_device_handle_t* handle = devh_global != nullptr ? devh_global : pDevObj->uvc_handle;
-    devh_global = nullptr; // closed now, or gone: never to be closed again
-    nyxus::close_session(pDevObj, handle);
+    // Closed now, or gone: never to be closed again, not even by another thread's object.
+    uvc_device_handle_t* global = __atomic_exchange_n(&devh_global, nullptr, __ATOMIC_ACQ_REL);
+    nyxus::close_session(pDevObj, global != nullptr ? global : pDevObj->uvc_handle);
     return 0;
 }
