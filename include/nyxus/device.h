@@ -52,6 +52,7 @@ struct NyDevice {
     uint8_t device_gone;         /**< private: the latest claim or transfer said NO_DEVICE */
     uint8_t stream_record_owned; /**< private: stream_callback is to be freed */
     uint8_t session_closed;      /**< private: libuvc's handle has been closed or abandoned */
+    uint8_t stream_running;      /**< private: libuvc streams */
 };
 
 /**

@@ -8,7 +8,7 @@
 #include "tables/registers.h"
 #include "trace/failure.h"
 #include "unit.h"
-#include "video/session.h"
+#include "video/safe_stop.h"
 
 static constexpr uint8_t kSupportedDriver = 1;
 static constexpr uint8_t kVideoClass = 0x0E;

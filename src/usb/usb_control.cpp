@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <nyxus/device.h>
 
+#include "session_state.h"
 #include "trace/failure.h"
 #include "unit.h"
 
@@ -52,7 +53,8 @@ int32_t UvcXuCtrlQuery(NyDevice* pDevObj, uint8_t bUnit, uint8_t bSelector, uint
         .wIndex = static_cast<uint16_t>(bUnit << 8),
         .wLength = wLength,
     };
-    const int32_t rv = xioctl_usb(pDevObj->usb_handle, &packet, pData);
+    const bool usable = pDevObj->session_closed != nyxus::kSessionBroken;
+    const int32_t rv = xioctl_usb(usable ? pDevObj->usb_handle : nullptr, &packet, pData);
     pDevObj->device_gone =
         rv == NYXUS_E_LIBUSB(LIBUSB_ERROR_NO_DEVICE) && pDevObj->usb_handle != nullptr;
     if (rv < 0) {
