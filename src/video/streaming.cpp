@@ -93,31 +93,33 @@ uvc_error_t negotiate(NyDevice* pDevObj, const VideoStreamParam& param,
     return rc;
 }
 
-/// Runs `start`, once more with the camera's own payload size where no alternate setting of an
-/// isochronous camera carries a whole frame.
-template <typename Start>
-uvc_error_t start_with(NyDevice* pDevObj, uint32_t negotiated_payload, Start start)
-{
-    uvc_error_t rc = start();
-    if (rc == UVC_ERROR_INVALID_MODE) {
-        pDevObj->stream_ctrl.dwMaxPayloadTransferSize = negotiated_payload;
-        rc = start();
-    }
-    if (rc < 0)
-        uvc_perror(rc, "start_streaming");
-    else
-        pDevObj->stream_running = 1;
-    return rc;
-}
-
-uvc_error_t open_polled_stream(NyDevice* pDevObj, uvc_stream_handle_t** stream)
+/// What uvc_start_streaming() does inside, but for the end of a stream that does not start: libuvc
+/// would close it itself, and not come back from that when the camera has just gone.
+uvc_error_t start_once(NyDevice* pDevObj, uvc_stream_handle_t** stream,
+                       uvc_frame_callback_t* callback, void* user)
 {
     uvc_error_t rc = uvc_stream_open_ctrl(pDevObj->uvc_handle, stream, &pDevObj->stream_ctrl);
     if (rc < 0)
         return rc;
-    rc = uvc_stream_start(*stream, nullptr, nullptr, 0);
+    pDevObj->stream_running = 1;
+    rc = uvc_stream_start(*stream, callback, user, 0);
     if (rc < 0)
-        uvc_stream_close(*stream);
+        (void)nyxus::stop_streams(pDevObj);
+    return rc;
+}
+
+/// Starts the stream, once more with the camera's own payload size where no alternate setting of an
+/// isochronous camera carries a whole frame.
+uvc_error_t start_stream(NyDevice* pDevObj, uint32_t negotiated_payload,
+                         uvc_stream_handle_t** stream, uvc_frame_callback_t* callback, void* user)
+{
+    uvc_error_t rc = start_once(pDevObj, stream, callback, user);
+    if (rc == UVC_ERROR_INVALID_MODE && pDevObj->uvc_handle != nullptr) {
+        pDevObj->stream_ctrl.dwMaxPayloadTransferSize = negotiated_payload;
+        rc = start_once(pDevObj, stream, callback, user);
+    }
+    if (rc < 0)
+        uvc_perror(rc, "start_streaming");
     return rc;
 }
 
@@ -162,10 +164,8 @@ int32_t startVideoStream(NyDevice* pDevObj, NyFrameCallback callback, VideoStrea
     const uvc_error_t rc = negotiate(pDevObj, *param, &negotiated_payload);
     if (rc < 0)
         return rc;
-    return start_with(pDevObj, negotiated_payload, [&] {
-        return uvc_start_streaming(pDevObj->uvc_handle, &pDevObj->stream_ctrl, internal_cb, stream,
-                                   0);
-    });
+    uvc_stream_handle_t* handle = nullptr;
+    return start_stream(pDevObj, negotiated_payload, &handle, internal_cb, stream);
 }
 
 int32_t startVideoStream_snapshot(NyDevice* pDevObj, void* /*unused*/, VideoStreamParam* param)
@@ -178,8 +178,7 @@ int32_t startVideoStream_snapshot(NyDevice* pDevObj, void* /*unused*/, VideoStre
         return rc;
     for (;;) { // without a limit: a good frame ends it, or a stream that does not start
         uvc_stream_handle_t* stream = nullptr;
-        rc = start_with(pDevObj, negotiated_payload,
-                        [&] { return open_polled_stream(pDevObj, &stream); });
+        rc = start_stream(pDevObj, negotiated_payload, &stream, nullptr, nullptr);
         if (rc < 0)
             return rc;
         param->frame = nullptr;
