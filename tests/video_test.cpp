@@ -253,24 +253,6 @@ TEST_F(VideoDeathTest, ACameraThatGoesWhileStreamingNeitherHangsNorAborts)
     }
 }
 
-TEST_F(VideoDeathTest, ASilentStreamIsLookedAtBeforeItIsStopped)
-{
-    const auto body = [] {
-        Camera camera{models::kRowan, Time::kReal};
-        NyDevice* device = camera.device();
-        Received received;
-        VideoStreamParam param = size_of(320, 240);
-        if (startVideoStream(device, &Received::on_frame, &param) < 0 || !received.wait_for(2))
-            return 1;
-        camera.bed().unplug(camera.sim(), sim::Announce::kNo);
-        std::this_thread::sleep_for(milliseconds(500));
-        stopVideoStream(device); // nothing has told the library yet
-        camera.remove();
-        return 0;
-    };
-    EXPECT_EXIT(run_bounded(body), testing::ExitedWithCode(0), "");
-}
-
 TEST_F(VideoDeathTest, ASnapshotOfACameraThatGoesEnds)
 {
     const auto body = [] {

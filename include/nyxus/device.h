@@ -54,6 +54,7 @@ struct NyDevice {
     uint8_t device_gone;              /**< private: the latest claim or transfer said NO_DEVICE */
     uint8_t stream_record_owned;      /**< private: stream_callback is to be freed */
     uint8_t session_closed;           /**< private: libuvc's handle has been closed or abandoned */
+    uint8_t stream_running;           /**< private: libuvc streams */
     uint8_t control_length_known[32]; /**< private: bit per selector: the camera announced one */
     uint16_t control_lengths[256];    /**< private: announced lengths, by selector */
 };
@@ -99,8 +100,8 @@ NYXUS_API int32_t DEV_Init(NyDevice* pDevObj);
 /**
  * Close a camera. NULL is allowed. Do not use the object afterwards.
  *
- * When the camera is gone (unplugged), libuvc's handle is abandoned instead of closed: libuvc and
- * libusb would abort the process.
+ * A stream that runs is stopped. When the camera is gone (unplugged), or goes meanwhile, libuvc's
+ * handle is abandoned instead of closed: libuvc and libusb would abort the process.
  *
  * Blocks for a transfer. One thread at a time per device.
  */

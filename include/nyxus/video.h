@@ -101,14 +101,18 @@ NYXUS_API int32_t startVideoStream_snapshot(NyDevice* pDevObj, void* unused,
 /**
  * Stop the stream. Calling it again is harmless.
  *
- * Waits for libuvc's streaming thread to end, so never call it from the frame callback. The stream
- * of a camera that is gone is abandoned. One thread at a time per device.
+ * No call of the frame callback is under way or follows, and what was given to the stream may be
+ * freed: it waits for a call that is under way, so never call it from the callback. The stream of a
+ * camera that is gone is abandoned; one that goes during the call costs half a second at most. When
+ * the stream of a camera that is there does not end, it is abandoned after 5 s, and the object is
+ * of no use any more. One thread at a time per device.
  */
 NYXUS_API void stopVideoStream(NyDevice* pDevObj);
 
 /**
  * Close the application's libuvc handle if it set one, else the object's, then the object's libuvc
- * context. A second call does nothing, and so does the call on a camera that is gone (its handle is
+ * context. A stream that runs is stopped first, as by stopVideoStream(). A second call does
+ * nothing, and so does the call on a camera that is gone, or goes meanwhile (its handle is
  * abandoned). DEV_DeleteObject() calls it.
  *
  * @return 0; -1026 for NULL

@@ -9,8 +9,8 @@
 #include "trace/failure.h"
 #include "unit.h"
 #include "usb/control_lengths.h"
-#include "usb/device_gone.h"
-#include "video/session.h"
+#include "usb/session_state.h"
+#include "video/safe_stop.h"
 
 static constexpr uint8_t kSupportedDriver = 1;
 static constexpr uint8_t kVideoClass = 0x0E;

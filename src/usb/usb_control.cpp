@@ -2,7 +2,7 @@
 #include <nyxus/device.h>
 #include <nyxus/extensions.h>
 
-#include "device_gone.h"
+#include "session_state.h"
 #include "trace/failure.h"
 #include "unit.h"
 
@@ -67,7 +67,8 @@ int32_t UvcXuCtrlQuery(NyDevice* pDevObj, uint8_t bUnit, uint8_t bSelector, uint
         .wIndex = static_cast<uint16_t>(bUnit << 8),
         .wLength = wLength,
     };
-    const int32_t rv = xioctl_usb(pDevObj->usb_handle, &packet, pData);
+    const bool usable = pDevObj->session_closed != nyxus::kSessionBroken;
+    const int32_t rv = xioctl_usb(usable ? pDevObj->usb_handle : nullptr, &packet, pData);
     nyxus::note_whether_gone(pDevObj, rv);
     if (rv < 0) {
         nyxus_rv = rv;

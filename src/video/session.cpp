@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <cstdio>
 
-#include "session.h"
+#include "safe_stop.h"
 #include "trace/failure.h"
 #include "unit.h"
+#include "usb/session_state.h"
 
 uvc_device_handle_t* devh_global = nullptr;
 uvc_stream_ctrl_t ctrl;
@@ -35,7 +36,7 @@ static void forget_closed_session(NyDevice* pDevObj)
     pDevObj->usb_handle = nullptr;
     pDevObj->uvc_handle = nullptr;
     pDevObj->device_gone = 0;
-    pDevObj->session_closed = 0;
+    pDevObj->session_closed = nyxus::kSessionOpen;
 }
 
 void init_uvc_video(NyDevice* pDevObj)
@@ -52,7 +53,7 @@ void init_uvc_video(NyDevice* pDevObj)
         uvc_perror(rc, "uvc_init");
         return;
     }
-    const bool opens_again = pDevObj->session_closed != 0;
+    const bool opens_again = pDevObj->session_closed != nyxus::kSessionOpen;
     if (opens_again)
         forget_closed_session(pDevObj);
     uvc_device_t** list = nullptr;
@@ -99,34 +100,10 @@ void get_libusb_handle(libusb_device_handle** out)
     *out = handle != nullptr ? uvc_get_libusb_handle(handle) : nullptr;
 }
 
-bool nyxus::camera_has_gone(NyDevice* pDevObj)
-{
-    if (pDevObj->usb_handle != nullptr &&
-        libusb_kernel_driver_active(pDevObj->usb_handle, 0) == LIBUSB_ERROR_NO_DEVICE)
-        pDevObj->device_gone = 1;
-    return pDevObj->device_gone != 0;
-}
-
-void nyxus::close_session(NyDevice* pDevObj, uvc_device_handle_t* handle)
-{
-    if (pDevObj->session_closed)
-        return;
-    pDevObj->session_closed = 1;
-    // libusb aborts the process when a handle of a detached device is closed after libuvc has
-    // touched its alternate setting, which uvc_close always does. What is left behind is one
-    // handle and libuvc's event thread.
-    if (pDevObj->device_gone)
-        return;
-    if (handle != nullptr)
-        uvc_close(handle);
-    if (pDevObj->uvc_context != nullptr)
-        uvc_exit(pDevObj->uvc_context);
-}
-
 int32_t close_libuvc(NyDevice* pDevObj)
 {
     NY_REQUIRE_DEVICE(pDevObj);
-    if (pDevObj->session_closed)
+    if (pDevObj->session_closed != nyxus::kSessionOpen)
         return 0;
     // Closed now, or gone: never to be closed again, not even by another thread's object.
     uvc_device_handle_t* global = __atomic_exchange_n(&devh_global, nullptr, __ATOMIC_ACQ_REL);
