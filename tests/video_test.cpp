@@ -10,7 +10,6 @@
 #include <functional>
 #include <mutex>
 #include <optional>
-#include <thread>
 
 #include "chip/picture.h"
 #include "support/camera.h"
@@ -21,7 +20,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr seconds kPatience{20};
+constexpr seconds kPatience{60};
 
 /// What the frame callback saw.
 class Received {
@@ -40,6 +39,15 @@ public:
     {
         std::unique_lock lock(mutex_);
         return change_.wait_for(lock, kPatience, [&] { return numbers_.size() >= count; });
+    }
+    /// Until frames have stopped coming for so long.
+    void wait_for_silence(milliseconds duration)
+    {
+        std::unique_lock lock(mutex_);
+        size_t seen = 0;
+        do
+            seen = numbers_.size();
+        while (change_.wait_for(lock, duration, [&] { return numbers_.size() > seen; }));
     }
     std::vector<uint32_t> numbers()
     {
@@ -88,10 +96,10 @@ VideoStreamParam size_of(uint32_t width, uint32_t height)
     return {0, width, height, 30, nullptr};
 }
 
-/// Runs in a child process of its own, that has 20 s.
+/// Runs in a child process of its own, that has a minute.
 [[noreturn]] void run_bounded(const std::function<int()>& body)
 {
-    alarm(20);
+    alarm(60);
     _exit(body());
 }
 

@@ -2,13 +2,13 @@
 // The simulated camera seen through unmodified libusb and libuvc in the same process.
 #include "bus/bed.h"
 #include "bus/virtual_time.h"
+#include "camera_events.h"
 #include "cameras/shipped.h"
 #include "usb/descriptors.h"
 
 #include <gtest/gtest.h>
 #include <libusb.h>
 #include <libuvc/libuvc.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
@@ -283,8 +283,10 @@ TEST_F(UsbTest, UnplugEndsAPendingTransfer)
     sim::PluggedCamera& camera = plug();
     const Handle handle = open(camera);
     camera.set_fault([](const sim::Setup&, uint64_t) { return Fault::no_answer(); });
+    sim::CameraEvents events(camera);
     std::thread puller([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_TRUE(
+            events.wait_for([](const auto& seen) { return seen.transfers_under_way == 1; }));
         bed_.unplug(camera, sim::Announce::kNo);
     });
     EXPECT_EQ(get_len(handle.get()), LIBUSB_ERROR_NO_DEVICE);
@@ -334,7 +336,7 @@ TEST_F(UsbTest, RestartAskedByTheHostGivesANewAddress)
     ASSERT_EQ(libusb_control_transfer(handle.get(), 0x21, kSetCur, kRegisterSelector << 8, 0x0600,
                                       restart, sizeof restart, 0),
               static_cast<int>(sizeof restart));
-    usleep(1000); // virtual: returns when the camera is back
+    sim::sleep_virtually(clock_, 1000); // returns when the camera is back
     EXPECT_NE(camera.address(), before);
     EXPECT_EQ(get_len(handle.get()), LIBUSB_ERROR_NO_DEVICE);
     handle = open(camera);

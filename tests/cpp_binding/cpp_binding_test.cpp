@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <condition_variable>
 #include <cstdlib>
+#include <filesystem>
 #include <span>
 
 #include "cameras/shipped.h"
@@ -258,7 +259,8 @@ TEST(CppRom, ImagesThatDoNotFitAreRefusedBeforeAnythingIsSent)
     const auto overlapping = nyxus::FirmwareImage::from(long_image);
     EXPECT_EQ(camera.rom().upgrade(*overlapping, options).code(), NYXUS_E_RANGE);
     EXPECT_EQ(nyxus::FirmwareImage::from({0x12, 0xFF}).status().code(), NYXUS_E_RANGE);
-    EXPECT_EQ(nyxus::FirmwareImage::load("/nonexistent").status().system_errno(), ENOENT);
+    std::filesystem::remove(mfi_file.path());
+    EXPECT_EQ(nyxus::FirmwareImage::load(mfi_file.path()).status().system_errno(), ENOENT);
     EXPECT_TRUE(bench.wire().empty());
     EXPECT_EQ(camera.rom().erase().code(), NYXUS_E_NO_SUPPORT);
 }
