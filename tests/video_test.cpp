@@ -40,15 +40,6 @@ public:
         std::unique_lock lock(mutex_);
         return change_.wait_for(lock, kPatience, [&] { return numbers_.size() >= count; });
     }
-    /// Until frames have stopped coming for so long.
-    void wait_for_silence(milliseconds duration)
-    {
-        std::unique_lock lock(mutex_);
-        size_t seen = 0;
-        do
-            seen = numbers_.size();
-        while (change_.wait_for(lock, duration, [&] { return numbers_.size() > seen; }));
-    }
     std::vector<uint32_t> numbers()
     {
         const std::lock_guard lock(mutex_);
