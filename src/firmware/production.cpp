@@ -215,9 +215,10 @@ int32_t MP_FwCompare(NyDevice* pDevObj)
         NY_TRACE_DEV(NY_TRACE_ERROR, "ERROR: Dump file write failed !!! \n");
     NY_TRACE_BARE(NY_TRACE_STEP, "<INFO> External ROM comparing... \n");
     const uint32_t compared = std::min<uint32_t>(nyxus_fw_bin_size, sizeof nyxus_fw_bin);
-    if (!equals_image(pDevObj, fw_dmp, compared))
-        return NYXUS_E_FAILED;
-    return rv < 0 ? rv : opened;
+    const bool equal = equals_image(pDevObj, fw_dmp, compared);
+    if (opened < 0) // the code goes with the message, which is the latest failure's
+        return opened;
+    return equal ? rv : NYXUS_E_FAILED;
 }
 
 int32_t MP_FwRevision(NyDevice* pDevObj, uint16_t* pwExtFwVer, char* szSetfileVer)
