@@ -52,6 +52,13 @@ struct NyDevice {
     uint8_t device_gone;         /**< private: the latest claim or transfer said NO_DEVICE */
     uint8_t stream_record_owned; /**< private: stream_callback is to be freed */
     uint8_t session_closed;      /**< private: libuvc's handle has been closed or abandoned */
+
+    /** private: see nyxus/extensions.h */
+    void (*line_callback)(NyDevice*, uint32_t, const char*, size_t, void*);
+    void* line_user; /**< private: for line_callback */
+    /** private: see nyxus/extensions.h */
+    void (*progress_callback)(NyDevice*, uint64_t, uint64_t, void*);
+    void* progress_user; /**< private: for progress_callback */
 };
 
 /**

@@ -12,6 +12,7 @@
 #include <nyxus/device.h>
 #include <nyxus/error.h>
 #include <nyxus/export.h>
+#include <nyxus/extensions.h>
 #include <nyxus/fingerprint.h>
 #include <nyxus/flash.h>
 #include <nyxus/h264.h>

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <cstdio>
-
 #include "session.h"
 #include "trace/failure.h"
 #include "unit.h"
@@ -23,12 +21,6 @@ static uvc_device_t* find_same_device(uvc_device_t** list, libusb_device* device
     return nullptr;
 }
 
-static int32_t check_device(NyDevice* pDevObj)
-{
-    NY_REQUIRE_DEVICE(pDevObj);
-    return 0;
-}
-
 /// Its handles are neither to be used nor closed once more.
 static void forget_closed_session(NyDevice* pDevObj)
 {
@@ -40,16 +32,19 @@ static void forget_closed_session(NyDevice* pDevObj)
 
 void init_uvc_video(NyDevice* pDevObj)
 {
-    if (check_device(pDevObj) < 0)
+    if (pDevObj == nullptr) {
+        (void)NY_FAIL_NULL(NYXUS_E_DEVICE_NULL, pDevObj);
         return;
+    }
+    const nyxus::DeviceScope scope(pDevObj);
     if (pDevObj->usb_device == nullptr) {
-        std::puts("Wrong libusb device");
+        nyxus::trace_bare(NYXUS_LINE_OUTPUT, "Wrong libusb device\n");
         return;
     }
     uvc_error_t rc = uvc_init(&pDevObj->uvc_context, nullptr);
     if (rc < 0) {
         pDevObj->uvc_context = nullptr;
-        uvc_perror(rc, "uvc_init");
+        nyxus::report_uvc_error(rc, "uvc_init");
         return;
     }
     const bool opens_again = pDevObj->session_closed != 0;
@@ -58,7 +53,7 @@ void init_uvc_video(NyDevice* pDevObj)
     uvc_device_t** list = nullptr;
     rc = uvc_get_device_list(pDevObj->uvc_context, &list);
     if (rc < 0) {
-        uvc_perror(rc, "uvc_get_device_list");
+        nyxus::report_uvc_error(rc, "uvc_get_device_list");
         return;
     }
     // The list stays allocated where the camera cannot be opened: its devices are still the
@@ -70,7 +65,7 @@ void init_uvc_video(NyDevice* pDevObj)
     uvc_device_handle_t* handle = nullptr;
     rc = uvc_open(match, &handle);
     if (rc < 0) {
-        uvc_perror(rc, "uvc_open");
+        nyxus::report_uvc_error(rc, "uvc_open");
         return;
     }
     pDevObj->uvc_handle = handle;
@@ -85,16 +80,22 @@ void setLibuvcHandleForNYXUS(uvc_device_handle_t* devh)
     devh_global = devh;
 }
 
-static int32_t check_out(libusb_device_handle** out)
-{
-    NY_REQUIRE_AS(NYXUS_E_LIB_NULL, out);
-    return 0;
-}
-
 void get_libusb_handle(libusb_device_handle** out)
 {
-    if (check_out(out) == 0)
-        *out = devh_global != nullptr ? uvc_get_libusb_handle(devh_global) : nullptr;
+    if (out == nullptr) {
+        (void)NY_FAIL_NULL(NYXUS_E_LIB_NULL, out);
+        return;
+    }
+    *out = devh_global != nullptr ? uvc_get_libusb_handle(devh_global) : nullptr;
+}
+
+void nyxus::report_uvc_error(uvc_error_t error, const char* step)
+{
+    if (!has_line_callback()) {
+        uvc_perror(error, step);
+        return;
+    }
+    trace_bare(NYXUS_LINE_LIBUVC, "%s: %s (%d)\n", step, uvc_strerror(error), error);
 }
 
 bool nyxus::camera_has_gone(NyDevice* pDevObj)
