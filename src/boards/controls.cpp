@@ -2,10 +2,10 @@
 // Power, sensor, LED, touch and modes of the fingerprint boards.
 #include <nyxus/fingerprint.h>
 #include <nyxus/memory.h>
+#include <nyxus/registers.h>
 
 #include <unistd.h>
 
-#include "tables/registers.h"
 #include "trace/failure.h"
 #include "unit.h"
 

@@ -2,10 +2,10 @@
 // Creation, probe and deletion of the device object.
 #include <nyxus/config.h>
 #include <nyxus/memory.h>
+#include <nyxus/registers.h>
 
 #include <cstdlib>
 
-#include "tables/registers.h"
 #include "trace/failure.h"
 #include "unit.h"
 #include "video/session.h"

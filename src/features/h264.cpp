@@ -2,10 +2,10 @@
 #include <nyxus/device.h>
 #include <nyxus/h264.h>
 #include <nyxus/memory.h>
+#include <nyxus/registers.h>
 
 #include <algorithm>
 
-#include "tables/registers.h"
 #include "trace/failure.h"
 #include "unit.h"
 

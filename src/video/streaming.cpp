@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Uncompressed video: frames by callback, or one at a time.
 #include <nyxus/memory.h>
+#include <nyxus/registers.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -8,7 +9,6 @@
 #include <new>
 
 #include "session.h"
-#include "tables/registers.h"
 #include "trace/failure.h"
 #include "unit.h"
 
