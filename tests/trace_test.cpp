@@ -111,12 +111,25 @@ TEST(Trace, AFailureFillsTheMessageAndPrintsOnlyWhenErrorsAreTraced)
         << err.text();
 }
 
-TEST(Trace, TheDetailIsCutToItsRoom)
+TEST(Trace, TheDetailIsAsLongAsItsRoom)
 {
-    const std::string field(300, 'x');
+    const std::string field(2000, 'x');
+    const std::string detail = "INI serial number field '" + field + "' contains non-decimal";
+    ny_trace_param = NY_TRACE_ERROR;
+    Captured err;
     EXPECT_EQ(check_base_char(false, field.c_str()), -527);
-    EXPECT_EQ(std::string(nyxus_errtmp).size(), 127u);
-    EXPECT_LT(std::string(nyxus_errmsg).size(), 256u);
+    EXPECT_EQ(std::string(nyxus_errtmp), detail.substr(0, 127));
+    const std::string message = nyxus_errmsg;
+    EXPECT_EQ(message.size(), 255U);
+    const size_t place = message.find("<ERROR_NYXUS> ") + 14;
+    EXPECT_EQ(message.substr(place), detail.substr(0, 255 - place));
+    EXPECT_NE(err.text().find("<ERROR_NYXUS> " + detail + " character(s) (-527) \n"),
+              std::string::npos)
+        << err.text();
+
+    EXPECT_EQ(check_base_char(false, nyxus_errmsg), -527) << "the message may be an argument";
+    EXPECT_EQ(std::string(nyxus_errtmp),
+              ("INI serial number field '" + message + "'").substr(0, 127));
 }
 
 TEST(Trace, EachThreadKeepsItsOwnFailure)

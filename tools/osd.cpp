@@ -41,7 +41,6 @@ struct Toggle {
 };
 
 // clang-format off
-constexpr uint32_t kControlRegister = 0x0544;
 constexpr Toggle enable_toggle      = {"enable",      "osd",             XU_OsdSetEnable,         0x00};
 constexpr Toggle datetime_toggle    = {"show",        "osd_datetime",    XU_OsdEnableDatetime,    0x02};
 constexpr Toggle transparent_toggle = {"transparent", "osd_transparent", XU_OsdEnableTransparent, 0x10};
@@ -54,7 +53,7 @@ std::string state_of(Session& session, const Toggle& toggle)
     if (toggle.bit == 0) {
         session.check(doing, XU_OsdGetEnable(session.device(), &value));
     } else {
-        session.check(doing, XuRegRead(session.device(), kControlRegister, 1, &value));
+        session.check(doing, XuRegRead(session.device(), REG_OSD_CTRL, 1, &value));
     }
     return on_or_off(toggle.bit == 0 ? value != 0 : (value & toggle.bit) != 0);
 }

@@ -57,6 +57,13 @@ struct NyDevice {
     uint8_t stream_running;           /**< private: libuvc streams */
     uint8_t control_length_known[32]; /**< private: bit per selector: the camera announced one */
     uint16_t control_lengths[256];    /**< private: announced lengths, by selector */
+
+    /** private: see nyxus/extensions.h */
+    void (*line_callback)(NyDevice*, uint32_t, const char*, size_t, void*);
+    void* line_user; /**< private: for line_callback */
+    /** private: see nyxus/extensions.h */
+    void (*progress_callback)(NyDevice*, uint64_t, uint64_t, void*);
+    void* progress_user; /**< private: for progress_callback */
 };
 
 /**

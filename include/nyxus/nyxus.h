@@ -21,6 +21,7 @@
 #include <nyxus/osd.h>
 #include <nyxus/peripheral.h>
 #include <nyxus/production.h>
+#include <nyxus/registers.h>
 #include <nyxus/rom.h>
 #include <nyxus/trace.h>
 #include <nyxus/usb.h>

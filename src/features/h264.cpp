@@ -2,11 +2,11 @@
 #include <nyxus/device.h>
 #include <nyxus/h264.h>
 #include <nyxus/memory.h>
+#include <nyxus/registers.h>
 
 #include <algorithm>
 #include <cstring>
 
-#include "tables/registers.h"
 #include "trace/failure.h"
 #include "unit.h"
 

@@ -2,13 +2,14 @@
 // Which flash part is on the bus, and the controller's own copy of its parameters.
 #include <nyxus/device.h>
 #include <nyxus/memory.h>
+#include <nyxus/registers.h>
 
 #include <algorithm>
 #include <cstring>
 #include <iterator>
 
 #include "tables/flash_catalogue.h"
-#include "tables/registers.h"
+#include "tables/spi_commands.h"
 #include "tables/xu_version.h"
 #include "trace/failure.h"
 #include "unit.h"

@@ -10,6 +10,7 @@
 
 #include "tables/xu_version.h"
 #include "trace/failure.h"
+#include "trace/progress.h"
 #include "unit.h"
 
 static constexpr uint32_t kBlockBytes = 0x10000;
@@ -80,7 +81,11 @@ int32_t XU_ExtRomEraseDWORD(NyDevice* pDevObj, uint32_t dwAddr, uint32_t dwLen)
     const uint32_t block_count = count_blocks(dwAddr, dwLen);
     const uint32_t end = dwAddr + dwLen;
     const uint32_t head_bytes = dwAddr & 0xFFFF;
+    const bool has_tail = (end & 0xFFFF) != 0;
+    const uint32_t tail_bytes = has_tail ? kBlockBytes - (dwLen & 0xFFFF) : 0; // not from end
 
+    const nyxus::TransferProgress progress(uint64_t{block_count} * kBlockBytes + head_bytes +
+                                           tail_bytes);
     Scratch scratch;
     if (!scratch.allocate(block_start, block_count))
         return NY_FAIL(NYXUS_E_NO_MEMORY, "Erase buffer malloc FAILED");
@@ -102,8 +107,7 @@ int32_t XU_ExtRomEraseDWORD(NyDevice* pDevObj, uint32_t dwAddr, uint32_t dwLen)
             XuExtRomWrite(pDevObj, dwAddr - head_bytes, head_bytes,
                           scratch.bytes_at(dwAddr - head_bytes, head_bytes)));
     }
-    if ((end & 0xFFFF) != 0) {
-        const uint32_t tail_bytes = kBlockBytes - (dwLen & 0xFFFF); // from dwLen, not from end
+    if (has_tail) {
         NY_TRY_AS(
             "XuExtRomWrite(pDevObj,(dwAddr+dwLen),(0x10000-(0xFFFF & "
             "dwLen)),&pData[blockEnd*0x10000+((dwAddr+dwLen) & 0xFFFF)])",

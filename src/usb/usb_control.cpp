@@ -46,13 +46,18 @@ static void trace_packet(const NyDevice* pDevObj, const NyUsbPacket& packet, con
                          int32_t rv)
 {
     static constexpr char kQuery[] = "UvcXuCtrlQuery";
-    nyxus::trace_line(kQuery, pDevObj, "xioctl_usb() FAILED, rv = %d \n", rv);
-    nyxus::trace_line(kQuery, pDevObj, "packet.bmRequestType = %X \n", packet.bmRequestType);
-    nyxus::trace_line(kQuery, pDevObj, "      .bRequest      = %X \n", packet.bRequest);
-    nyxus::trace_line(kQuery, pDevObj, "      .wValue        = %X \n", packet.wValue);
-    nyxus::trace_line(kQuery, pDevObj, "      .wIndex        = %X \n", packet.wIndex);
-    nyxus::trace_line(kQuery, pDevObj, "      .wLength       = %X \n", packet.wLength);
-    nyxus::trace_line(kQuery, pDevObj, "pData                = %p \n",
+    nyxus::trace_line(NY_TRACE_DEBUG, kQuery, pDevObj, "xioctl_usb() FAILED, rv = %d \n", rv);
+    nyxus::trace_line(NY_TRACE_DEBUG, kQuery, pDevObj, "packet.bmRequestType = %X \n",
+                      packet.bmRequestType);
+    nyxus::trace_line(NY_TRACE_DEBUG, kQuery, pDevObj, "      .bRequest      = %X \n",
+                      packet.bRequest);
+    nyxus::trace_line(NY_TRACE_DEBUG, kQuery, pDevObj, "      .wValue        = %X \n",
+                      packet.wValue);
+    nyxus::trace_line(NY_TRACE_DEBUG, kQuery, pDevObj, "      .wIndex        = %X \n",
+                      packet.wIndex);
+    nyxus::trace_line(NY_TRACE_DEBUG, kQuery, pDevObj, "      .wLength       = %X \n",
+                      packet.wLength);
+    nyxus::trace_line(NY_TRACE_DEBUG, kQuery, pDevObj, "pData                = %p \n",
                       static_cast<const void*>(data));
 }
 

@@ -38,10 +38,11 @@ const uvc_xu_ctrl* find_control(const uvc_xu_ctrl* table, int32_t count, uint8_t
 int32_t xu_exchange(NyDevice* pDevObj, int32_t selector, uint8_t request, void* record,
                     uint16_t size)
 {
-    NY_REQUIRE_DEVICE(pDevObj);
-    const uvc_xu_ctrl* row =
-        find_control(pDevObj->xu_table, pDevObj->xu_table_count, static_cast<uint8_t>(selector));
-    if (row == nullptr) // which says so
+    const uvc_xu_ctrl* row = pDevObj != nullptr
+                                 ? find_control(pDevObj->xu_table, pDevObj->xu_table_count,
+                                                static_cast<uint8_t>(selector))
+                                 : nullptr;
+    if (row == nullptr) // the query says what is missing
         return UvcXuCtrlQueryNYXU(pDevObj, selector, request, static_cast<uint8_t*>(record));
     const uint16_t length = control_length(pDevObj, *row);
     if (length > size)

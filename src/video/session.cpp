@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <cstdio>
-
+#include "session.h"
 #include "safe_stop.h"
 #include "trace/failure.h"
 #include "unit.h"
@@ -24,12 +23,6 @@ static uvc_device_t* find_same_device(uvc_device_t** list, libusb_device* device
     return nullptr;
 }
 
-static int32_t check_device(NyDevice* pDevObj)
-{
-    NY_REQUIRE_DEVICE(pDevObj);
-    return 0;
-}
-
 /// Its handles are neither to be used nor closed once more.
 static void forget_closed_session(NyDevice* pDevObj)
 {
@@ -41,16 +34,19 @@ static void forget_closed_session(NyDevice* pDevObj)
 
 void init_uvc_video(NyDevice* pDevObj)
 {
-    if (check_device(pDevObj) < 0)
+    if (pDevObj == nullptr) {
+        (void)NY_FAIL_NULL(NYXUS_E_DEVICE_NULL, pDevObj);
         return;
+    }
+    const nyxus::DeviceScope scope(pDevObj);
     if (pDevObj->usb_device == nullptr) {
-        std::puts("Wrong libusb device");
+        nyxus::trace_bare(NYXUS_LINE_OUTPUT, "Wrong libusb device\n");
         return;
     }
     uvc_error_t rc = uvc_init(&pDevObj->uvc_context, nullptr);
     if (rc < 0) {
         pDevObj->uvc_context = nullptr;
-        uvc_perror(rc, "uvc_init");
+        nyxus::report_uvc_error(rc, "uvc_init");
         return;
     }
     const bool opens_again = pDevObj->session_closed != nyxus::kSessionOpen;
@@ -59,7 +55,7 @@ void init_uvc_video(NyDevice* pDevObj)
     uvc_device_t** list = nullptr;
     rc = uvc_get_device_list(pDevObj->uvc_context, &list);
     if (rc < 0) {
-        uvc_perror(rc, "uvc_get_device_list");
+        nyxus::report_uvc_error(rc, "uvc_get_device_list");
         return;
     }
     // The list stays allocated where the camera cannot be opened: its devices are still the
@@ -71,7 +67,7 @@ void init_uvc_video(NyDevice* pDevObj)
     uvc_device_handle_t* handle = nullptr;
     rc = uvc_open(match, &handle);
     if (rc < 0) {
-        uvc_perror(rc, "uvc_open");
+        nyxus::report_uvc_error(rc, "uvc_open");
         return;
     }
     pDevObj->uvc_handle = handle;
@@ -86,18 +82,23 @@ void setLibuvcHandleForNYXUS(uvc_device_handle_t* devh)
     __atomic_store_n(&devh_global, devh, __ATOMIC_RELEASE);
 }
 
-static int32_t check_out(libusb_device_handle** out)
-{
-    NY_REQUIRE_AS(NYXUS_E_LIB_NULL, out);
-    return 0;
-}
-
 void get_libusb_handle(libusb_device_handle** out)
 {
-    if (check_out(out) < 0)
+    if (out == nullptr) {
+        (void)NY_FAIL_NULL(NYXUS_E_LIB_NULL, out);
         return;
+    }
     uvc_device_handle_t* handle = __atomic_load_n(&devh_global, __ATOMIC_ACQUIRE);
     *out = handle != nullptr ? uvc_get_libusb_handle(handle) : nullptr;
+}
+
+void nyxus::report_uvc_error(uvc_error_t error, const char* step)
+{
+    if (!has_line_callback()) {
+        uvc_perror(error, step);
+        return;
+    }
+    trace_bare(NYXUS_LINE_LIBUVC, "%s: %s (%d)\n", step, uvc_strerror(error), error);
 }
 
 int32_t close_libuvc(NyDevice* pDevObj)

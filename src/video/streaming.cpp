@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Uncompressed video: frames by callback, or one at a time.
 #include <nyxus/memory.h>
+#include <nyxus/registers.h>
 
 #include <pthread.h>
 #include <cstdlib>
@@ -8,7 +9,7 @@
 #include <new>
 
 #include "safe_stop.h"
-#include "tables/registers.h"
+#include "session.h"
 #include "trace/failure.h"
 #include "unit.h"
 
@@ -81,7 +82,7 @@ uvc_error_t negotiate(NyDevice* pDevObj, const VideoStreamParam& param,
                                      static_cast<int>(param.width), static_cast<int>(param.height),
                                      static_cast<int>(param.fps));
     if (rc < 0) {
-        uvc_perror(rc, "get stream ctrl");
+        nyxus::report_uvc_error(rc, "get stream ctrl");
         return rc;
     }
     *negotiated_payload = control.dwMaxPayloadTransferSize;
@@ -119,7 +120,7 @@ uvc_error_t start_stream(NyDevice* pDevObj, uint32_t negotiated_payload,
         rc = start_once(pDevObj, stream, callback, user);
     }
     if (rc < 0)
-        uvc_perror(rc, "start_streaming");
+        nyxus::report_uvc_error(rc, "start_streaming");
     return rc;
 }
 
@@ -187,22 +188,19 @@ int32_t startVideoStream_snapshot(NyDevice* pDevObj, void* /*unused*/, VideoStre
             return 0;
         param->frame = nullptr;
         if (!retrigger(pDevObj)) {
-            uvc_perror(UVC_ERROR_NO_DEVICE, "start_streaming");
+            nyxus::report_uvc_error(UVC_ERROR_NO_DEVICE, "start_streaming");
             return UVC_ERROR_NO_DEVICE;
         }
     }
 }
 
-static int32_t check_device(NyDevice* pDevObj)
-{
-    NY_REQUIRE_DEVICE(pDevObj);
-    return 0;
-}
-
 void stopVideoStream(NyDevice* pDevObj)
 {
-    if (check_device(pDevObj) < 0)
+    if (pDevObj == nullptr) {
+        (void)NY_FAIL_NULL(NYXUS_E_DEVICE_NULL, pDevObj);
         return;
+    }
+    const nyxus::DeviceScope scope(pDevObj);
     auto* stream = pDevObj->stream_record_owned
                        ? reinterpret_cast<RunningStream*>(pDevObj->stream_callback)
                        : nullptr;
