@@ -43,7 +43,7 @@ NYXUS_BEGIN_DECLS
  *
  * Does not block, and asks the camera nothing. One thread at a time per device.
  */
-NYXUS_API int32_t nyxus_control_length(const NyDevice* pDevObj, int32_t bSelector);
+NYXUS_API int32_t nyxus_control_length(NyDevice* pDevObj, int32_t bSelector);
 
 /**
  * Tell an object that its camera is gone, when the application learns that by itself: from a

@@ -36,15 +36,17 @@ static int32_t correct_table(libusb_device_handle* handle, uint8_t unit, uvc_xu_
         if (rv < 0) {
             nyxus_rv = rv;
             if (nyxus::traces(NY_TRACE_DEBUG))
-                nyxus::trace_line(kRequire, "xioctl_uvc(UVCIOC_CTRL_QUERY) FAILED\n");
+                nyxus::trace_line(NY_TRACE_DEBUG, kRequire,
+                                  "xioctl_uvc(UVCIOC_CTRL_QUERY) FAILED\n");
             return rv;
         }
         if (keeper != nullptr)
             nyxus::keep_length(keeper, row.selector, length);
         const uint16_t before = nyxus::correct_row(row, length, handle);
         if (length != before && nyxus::traces(NY_TRACE_DEBUG)) {
-            nyxus::trace_line(kRequire, "Update XU control(%s) length from %d to %d\n", row.name,
-                              before, length);
+            nyxus::trace_line(NY_TRACE_DEBUG, kRequire,
+                              "Update XU control(%s) length from %d to %d\n", row.name, before,
+                              length);
         }
     }
     return 0;

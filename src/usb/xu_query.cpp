@@ -65,7 +65,7 @@ int32_t UvcXuCtrlQueryNYXU(NyDevice* pDevObj, int32_t bSelector, uint8_t bReques
                           nyxus::control_length(pDevObj, *row), pData);
 }
 
-int32_t nyxus_control_length(const NyDevice* pDevObj, int32_t bSelector)
+int32_t nyxus_control_length(NyDevice* pDevObj, int32_t bSelector)
 {
     NY_REQUIRE_DEVICE(pDevObj);
     const auto selector = static_cast<uint8_t>(bSelector);
