@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "files/descriptor.h"
+
 #include <condition_variable>
 #include <functional>
 #include <mutex>
@@ -64,9 +66,9 @@ private:
 
     MarkParser parser_;
     CaptureListener& listener_;
-    int out_fd_ = -1;
-    int err_fd_ = -1;
-    int read_fd_ = -1;
+    files::Descriptor out_;
+    files::Descriptor err_;
+    files::Descriptor read_end_;
     std::mutex mutex_;
     std::condition_variable drained_;
     unsigned drain_requests_ = 0;

@@ -37,23 +37,7 @@ std::string paragraph(const std::string& label, std::string_view text)
 {
     constexpr size_t kIndent = 12;
     constexpr size_t kWidth = 88;
-    std::string result = padded("  " + label, kIndent);
-    size_t column = kIndent;
-    while (!text.empty()) {
-        const std::string_view word = text.substr(0, text.find(' '));
-        text.remove_prefix(std::min(text.size(), word.size() + 1));
-        if (column > kIndent && column + 1 + word.size() > kWidth) {
-            result += "\n" + std::string(kIndent, ' ');
-            column = kIndent;
-        }
-        if (column > kIndent) {
-            result += ' ';
-            ++column;
-        }
-        result += word;
-        column += word.size();
-    }
-    return result;
+    return padded("  " + label, kIndent) + text::wrapped(text, kIndent, kWidth);
 }
 
 std::string text_of(const Explanation& entry)
@@ -153,8 +137,8 @@ std::vector<Explanation> find_explanations(const Options& options)
     if (result.empty())
         result = explain_line(line);
     if (result.empty()) {
-        throw Failure(kExitUsage, "'" + printable(line) +
-                                      "' is no status, exit code or message of this version; "
+        throw Failure(kExitUsage, in_quotes(line) +
+                                      " is no status, exit code or message of this version; "
                                       "'nyxus explain --all' lists them");
     }
     return result;

@@ -112,6 +112,17 @@ void set_writing_action(CLI::App* command, Arguments& arguments, SessionAction a
     set_action(command, arguments, std::move(action), std::move(check_first));
 }
 
+Values lines_of(std::span<const uint8_t> bytes, uint32_t address)
+{
+    constexpr size_t kBytesPerLine = 16;
+    Values lines;
+    for (size_t done = 0; done < bytes.size(); done += kBytesPerLine) {
+        const auto line = bytes.subspan(done, std::min(kBytesPerLine, bytes.size() - done));
+        lines[format("0x%04zX", address + done)] = std::vector<uint8_t>(line.begin(), line.end());
+    }
+    return lines;
+}
+
 std::vector<uint8_t> to_bytes(const std::vector<uint32_t>& values)
 {
     std::vector<uint8_t> bytes(values.size());

@@ -57,6 +57,8 @@ void set_writing_action(
     std::function<void()> check_first = [] {});
 
 std::vector<uint8_t> to_bytes(const std::vector<uint32_t>& values);
+/// What memory holds, by its addresses, 16 bytes each.
+Values lines_of(std::span<const uint8_t> bytes, uint32_t address);
 inline const char* on_or_off(bool on)
 {
     return on ? "on" : "off";

@@ -3,11 +3,10 @@
 #include "failure.h"
 #include "feature.h"
 #include "text.h"
+#include "whole_file.h"
 
 #include <nyxus/access.h>
 #include <nyxus/fingerprint.h>
-#include <fstream>
-#include <iterator>
 
 namespace tool {
 
@@ -16,7 +15,6 @@ namespace {
 constexpr uint32_t kWindowStart = 0x2400;
 constexpr uint32_t kWindowEnd = 0x8000;
 constexpr uint32_t kWindowBytes = kWindowEnd - kWindowStart;
-constexpr uint32_t kBytesPerLine = 16;
 
 struct Options {
     std::string state;
@@ -100,25 +98,7 @@ void run_read(Session& session, const Options& options)
 {
     require_eeprom(session);
     const std::vector<uint8_t> bytes = read_window(session, options.address, options.length);
-    Values values;
-    for (uint32_t done = 0; done < bytes.size(); done += kBytesPerLine) {
-        const auto begin = bytes.begin() + done;
-        const auto count = std::min<ptrdiff_t>(kBytesPerLine, bytes.end() - begin);
-        values[format("0x%04X", options.address + done)] =
-            std::vector<uint8_t>(begin, begin + count);
-    }
-    session.print(values);
-}
-
-std::vector<uint8_t> load(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    std::vector<uint8_t> bytes(kWindowBytes + 1);
-    file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    bytes.resize(static_cast<size_t>(file.gcount()));
-    if (bytes.empty())
-        throw Failure(kExitFailure, "cannot read '" + path + "', or it is empty");
-    return bytes;
+    session.print(lines_of(bytes, options.address));
 }
 
 /// The library writes each page of the window by itself and reads it by the 512-byte path.
@@ -207,7 +187,7 @@ void add_window(CLI::App& sg, Arguments& arguments, const Shared& options)
     set_writing_action(
         write, arguments, [options](Session& session) { run_write(session, *options); },
         [options] {
-            options->bytes = load(options->file);
+            options->bytes = read_file(options->file, kWindowBytes, "the window");
             check_window(options->address, options->bytes.size());
         });
 }

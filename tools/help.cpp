@@ -9,7 +9,6 @@
 #include <iostream>
 #include <iterator>
 #include <memory>
-#include <sstream>
 
 namespace tool {
 
@@ -23,19 +22,9 @@ constexpr size_t kCommandColumns = 17;
 std::string row(const std::string& name, const std::string& text, size_t columns)
 {
     const bool fits = name.size() + 4 <= columns;
-    std::string lines =
+    const std::string head =
         fits ? padded("  " + name, columns) : "  " + name + "\n" + std::string(columns, ' ');
-    size_t column = columns;
-    std::istringstream words(text);
-    for (std::string word; words >> word;) {
-        if (column > columns && column + 1 + word.size() > kWidth) {
-            lines += "\n" + std::string(columns, ' ');
-            column = columns;
-        }
-        lines += (column > columns ? " " : "") + word;
-        column += word.size() + (column > columns ? 1 : 0);
-    }
-    return lines + "\n";
+    return head + text::wrapped(text, columns, kWidth) + "\n";
 }
 
 const CLI::App* root_of(const CLI::App* app)
@@ -83,7 +72,7 @@ std::vector<std::string> option_names(const CLI::App* app)
 
 std::string no_command(const CLI::App* app, const std::string& word)
 {
-    return "there is no command '" + printable(call_of(app) + " " + word) + "'" +
+    return "there is no command " + in_quotes(call_of(app) + " " + word) +
            text::did_you_mean(word, command_names(app));
 }
 
@@ -91,12 +80,12 @@ std::string no_command(const CLI::App* app, const std::string& word)
 std::string unexpected(const CLI::App* command, const std::string& word)
 {
     if (word.starts_with("-")) {
-        return "there is no option '" + printable(word) + "'" +
+        return "there is no option " + in_quotes(word) +
                text::did_you_mean(word.substr(0, word.find('=')), option_names(command));
     }
     if (!command->get_subcommands({}).empty())
         return no_command(command, word);
-    return "'" + printable(word) + "' is one argument too many";
+    return in_quotes(word) + " is one argument too many";
 }
 
 const CLI::App* command_below(const CLI::App* app, const std::string& name)

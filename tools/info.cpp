@@ -79,13 +79,8 @@ std::string features(const NyDevice& device)
 Values json_info(const Camera& camera)
 {
     const NyDevice& device = camera.device();
-    const CameraEntry& entry = camera.entry();
-    Values object = {
-        {"bus", entry.bus},
-        {"address", entry.address},
-        {"port_path", entry.port_path},
-        {"serial", entry.serial},
-        {"product", entry.product},
+    Values object = json_of(camera.entry());
+    object.update({
         {"chip", camera.chip()},
         {"family", camera.family()},
         {"internal_firmware", printable_field(device.szIntFwVer, sizeof device.szIntFwVer)},
@@ -96,7 +91,7 @@ Values json_info(const Camera& camera)
         {"xu_version",
          device.xFeatureXU != 0 ? Values(device.oXuCtrlVer.wVersion) : Values(nullptr)},
         {"memory_extension", device.xFeatureEM != 0},
-    };
+    });
     object["rom"] = {{"kind", rom_kind(camera)},
                      {"size_bytes", device.dwExtRomSize},
                      {"holds_firmware", camera.rom_state() == RomState::kFirmware}};

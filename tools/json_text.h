@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "camera_list.h"
 #include "failure.h"
 
 #include <nlohmann/json.hpp>
@@ -10,6 +11,15 @@ namespace tool {
 
 /// JSON whose members keep their order.
 using Values = nlohmann::ordered_json;
+
+inline Values json_of(const CameraEntry& entry)
+{
+    return {{"bus", entry.bus},
+            {"address", entry.address},
+            {"port_path", entry.port_path},
+            {"serial", entry.serial},
+            {"product", entry.product}};
+}
 
 /// Under the key "error".
 inline Values json_of(const Failure& failure)

@@ -10,14 +10,8 @@ namespace {
 
 Values json_entry(const CameraEntry& entry, const Openable& openable)
 {
-    Values object = {
-        {"bus", entry.bus},
-        {"address", entry.address},
-        {"port_path", entry.port_path},
-        {"serial", entry.serial},
-        {"product", entry.product},
-        {"openable", openable.libusb_code == 0},
-    };
+    Values object = json_of(entry);
+    object["openable"] = openable.libusb_code == 0;
     if (openable.libusb_code != 0)
         object["reason"] = openable.reason;
     return object;

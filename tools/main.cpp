@@ -4,6 +4,7 @@
 #include "console.h"
 #include "failure.h"
 #include "json_text.h"
+#include "text.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -67,7 +68,7 @@ int main(int argc, char** argv)
         return parsed.finished ? noticing_lost_output(parsed.exit_code)
                                : run_reporting_failures(parsed.arguments);
     } catch (const std::exception& failure) {
-        std::fprintf(stderr, "nyxus: %s\n", failure.what());
+        std::fprintf(stderr, "nyxus: %s\n", text::printable_lines(failure.what()).c_str());
         return kExitFailure;
     }
 }

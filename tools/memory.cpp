@@ -32,7 +32,6 @@ constexpr Memory memories[] = {
 
 /// One command moves at most so much; no register block is larger.
 constexpr uint32_t kMostBytes = 0xFF;
-constexpr uint32_t kBytesPerLine = 16;
 
 struct Options {
     uint32_t address = 0;
@@ -61,14 +60,7 @@ std::vector<uint8_t> read_bytes(Session& session, const Memory& memory, uint32_t
 void run_read(Session& session, const Memory& memory, const Options& options)
 {
     const std::vector<uint8_t> bytes = read_bytes(session, memory, options.address, options.length);
-    Values values;
-    for (uint32_t done = 0; done < bytes.size(); done += kBytesPerLine) {
-        const auto begin = bytes.begin() + done;
-        const auto count = std::min<ptrdiff_t>(kBytesPerLine, bytes.end() - begin);
-        values[format("0x%04X", options.address + done)] =
-            std::vector<uint8_t>(begin, begin + count);
-    }
-    session.print(values);
+    session.print(lines_of(bytes, options.address));
 }
 
 void run_write(Session& session, const Memory& memory, const Options& options)

@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // The reserved area of the SPI flash.
-#include "atomic_file.h"
 #include "failure.h"
 #include "feature.h"
 #include "text.h"
+#include "whole_file.h"
 
 #include <nyxus/rom.h>
-#include <fstream>
-#include <iterator>
 
 namespace tool {
 
@@ -38,25 +36,8 @@ void run_read(Session& session, const std::string& file)
     session.console.drain();
     if (file == "-")
         return session.console.display().pass_on(bytes);
-    AtomicFile out(file);
-    out.write_all(bytes);
-    out.commit();
+    write_file(file, bytes);
     session.print({{"reserved", format("%zu bytes read", bytes.size())}});
-}
-
-std::vector<uint8_t> load(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    std::vector<uint8_t> bytes(kAreaBytes + 1);
-    file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    bytes.resize(static_cast<size_t>(file.gcount()));
-    if (bytes.empty())
-        throw Failure(kExitFailure, "cannot read '" + path + "', or it is empty");
-    if (bytes.size() > kAreaBytes) {
-        throw Failure(kExitUsage, "'" + path + "' is too large; the reserved area has 1 to " +
-                                      std::to_string(kAreaBytes) + " bytes");
-    }
-    return bytes;
 }
 
 void run_write(Session& session, const std::vector<uint8_t>& bytes)
@@ -106,7 +87,7 @@ void add_reserved_command(CLI::App& app, Arguments& arguments)
     add_file(write, *file, "At most 256 bytes");
     set_writing_action(
         write, arguments, [bytes](Session& session) { run_write(session, *bytes); },
-        [file, bytes] { *bytes = load(*file); });
+        [file, bytes] { *bytes = read_file(*file, kAreaBytes, "the reserved area"); });
 }
 
 } // namespace tool

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "atomic_file.h"
 #include "failure.h"
 #include "picture_size.h"
 #include "text.h"
+#include "whole_file.h"
 
 #include <png.h>
 #include <unistd.h>
@@ -126,9 +126,7 @@ void run_snapshot(Session& session, const Options& options)
     constexpr unsigned kUsualWait_s = 10;
     const unsigned wait_s = session.arguments.wait_s.value_or(kUsualWait_s);
     const std::vector<uint8_t> png = png_of(take_picture(session, param, wait_s), param);
-    AtomicFile file(options.file);
-    file.write_all(png);
-    file.commit();
+    write_file(options.file, png);
     session.print({{"snapshot", options.file}, {"width", param.width}, {"height", param.height}});
 }
 

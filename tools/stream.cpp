@@ -122,7 +122,7 @@ void open_raw_file(const std::string& file)
 {
     reception.raw.open(file, std::ios::binary);
     if (!reception.raw)
-        throw Failure(kExitFailure, "cannot write '" + file + "'");
+        throw Failure(kExitFailure, "cannot write " + in_quotes(file));
 }
 
 void run_stream(Session& session, const Options& options)
@@ -147,7 +147,7 @@ void run_stream(Session& session, const Options& options)
                    {"frames_per_second", std::round(frames_per_s() * 10) / 10}});
     reception.raw.flush();
     if (!options.raw_file.empty() && !reception.raw)
-        throw Failure(kExitFailure, "cannot write all frames to '" + options.raw_file + "'");
+        throw Failure(kExitFailure, "cannot write all frames to " + in_quotes(options.raw_file));
     if (end == End::kSilence)
         throw silence_failure(*session.device());
     // Where nothing else ends the stream, an interrupt is its end.

@@ -9,7 +9,6 @@
 namespace {
 
 constexpr time_t kVirtualEpochS = 1700000000;
-constexpr uint64_t kUsPerSecond = 1000000;
 
 } // namespace
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "faults/json_lines.h"
 
+#include "text/printable.h"
+
 #include <algorithm>
 #include <iterator>
 
@@ -50,12 +52,8 @@ unsigned line_at(std::string_view text, size_t offset)
 /// What the parser says, without its own name, numbers and position, fit for a terminal.
 std::string plain(const std::string& what)
 {
-    std::string text = what.substr(std::min(what.find("syntax error"), what.size()));
-    if (text.empty())
-        text = what;
-    std::ranges::replace_if(
-        text, [](char character) { return character < ' ' || character > '~'; }, '?');
-    return text;
+    const size_t start = what.find("syntax error");
+    return text::printable(what.substr(start == std::string::npos ? 0 : start));
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "commands.h"
 #include "state_commands.h"
 #include "text/numbers.h"
+#include "text/printable.h"
 #include "watch_options.h"
 
 #include <CLI/CLI.hpp>
@@ -154,7 +155,7 @@ std::vector<std::string> names_of_models(const CLI::Option& option)
 
 int fail(const std::exception& error, int code)
 {
-    std::fprintf(stderr, "nyxus-sim: %s\n", error.what());
+    std::fprintf(stderr, "nyxus-sim: %s\n", text::printable_lines(error.what()).c_str());
     return code;
 }
 

@@ -2,12 +2,13 @@
 #include "state_commands.h"
 
 #include "camera_request.h"
+#include "files/replace.h"
 #include "state_client.h"
+#include "text/hex.h"
 #include "text/numbers.h"
-#include "whole_file.h"
 
 #include <cstdio>
-#include <cstdlib>
+#include <stdexcept>
 
 namespace sim {
 
@@ -59,36 +60,18 @@ void add_acts(CLI::App* command, StateArguments& arguments)
     add_value(write, arguments, "New contents");
 }
 
-bool is_number(const std::string& word, unsigned long& number)
-{
-    constexpr unsigned long kLastRegister = 0xFFFF;
-    const std::string digits = text::without_leading_zeros(word);
-    char* end = nullptr;
-    number = std::strtoul(digits.c_str(), &end, 0);
-    return !digits.empty() && digits.front() != '-' && *end == '\0' && number <= kLastRegister;
-}
-
 // "0x0B00-0x0BFF", or one register.
 json register_range(const std::string& text)
 {
+    constexpr uint64_t kLastRegister = 0xFFFF;
     const size_t dash = text.find('-');
-    unsigned long first = 0;
-    unsigned long last = 0;
-    const std::string end = dash == std::string::npos ? text : text.substr(dash + 1);
-    if (!is_number(text.substr(0, dash), first) || !is_number(end, last) || first > last)
+    const auto first = text::parse_number(text.substr(0, dash), kLastRegister);
+    const auto last = dash == std::string::npos
+                          ? first
+                          : text::parse_number(text.substr(dash + 1), kLastRegister);
+    if (!first || !last || *first > *last)
         throw UsageError("'" + text + "' is no range of registers, such as 0x0B00-0x0BFF");
-    return json::array({first, last});
-}
-
-std::vector<uint8_t> bytes_of(const std::string& hex)
-{
-    constexpr int kHex = 16;
-    std::vector<uint8_t> bytes;
-    for (size_t i = 0; i + 1 < hex.size(); i += 2) {
-        bytes.push_back(
-            static_cast<uint8_t>(std::strtoul(hex.substr(i, 2).c_str(), nullptr, kHex)));
-    }
-    return bytes;
+    return json::array({*first, *last});
 }
 
 void save_rom(json& cameras, const std::string& file)
@@ -96,7 +79,10 @@ void save_rom(json& cameras, const std::string& file)
     if (cameras.size() != 1)
         throw UsageError("whose ROM? Choose one by --camera");
     json& rom = cameras.front().at("rom");
-    write_file(file, bytes_of(rom.at("contents").get<std::string>()));
+    const auto contents = text::bytes_from_hex(rom.at("contents").get<std::string>());
+    if (!contents)
+        throw std::runtime_error("the simulation gave no contents of the ROM");
+    files::replace_file(file, *contents);
     rom.erase("contents");
 }
 

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <algorithm>
+#include <filesystem>
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -316,10 +317,46 @@ TEST(Dump, IsRightWhenAnUpgradeHasLeftTheRomUnlocked)
 TEST(Dump, LeavesNothingBehindWhenItCannotWrite)
 {
     const Bench bench;
-    EXPECT_EQ(bench.nyxus({kModel}, {"dump", bench.path("missing/dump.bin")}).exit_code, 1);
-    EXPECT_EQ(bench.nyxus({kModel}, {"dump", bench.path("")}).exit_code, 1);
-    EXPECT_EQ(bench.nyxus({kModel}, {"dump", "/dev/null"}).exit_code, 1);
+    const std::pair<std::string, const char*> rows[] = {
+        {bench.path("missing/dump.bin"), "No such file or directory"},
+        {bench.path(""), "Is a directory"},
+        {"/dev/full", "No space left on device"},
+        {"/dev/stdout", "it is not a plain file"}, // it carries messages
+    };
+    for (const auto& [file, reason] : rows) {
+        const Outcome outcome = bench.nyxus({kModel}, {"dump", file});
+        EXPECT_EQ(outcome.exit_code, 1) << file;
+        EXPECT_EQ(outcome.err, "nyxus: cannot write '" + file + "': " + reason + "\n");
+    }
     EXPECT_TRUE(std::filesystem::is_empty(bench.path("")));
+}
+
+TEST(Dump, KeepsLinksAndPermissions)
+{
+    namespace fs = std::filesystem;
+    const Bench bench;
+    fs::create_directory(bench.path("private"));
+    write_file(bench.path("private/rom.bin"), {1, 2, 3});
+    fs::permissions(bench.path("private/rom.bin"), fs::perms::owner_read | fs::perms::owner_write);
+    fs::create_symlink("private/rom.bin", bench.path("link.bin"));
+    const Outcome outcome = bench.nyxus_with_rom(kModel, {"dump", bench.path("link.bin")});
+    ASSERT_EQ(outcome.exit_code, 0) << outcome.err;
+    Bytes rom = read_file(bench.rom_file());
+    rom.resize(0x8000);
+    EXPECT_EQ(read_file(bench.path("private/rom.bin")), rom);
+    EXPECT_TRUE(fs::is_symlink(bench.path("link.bin")));
+    EXPECT_EQ(fs::status(bench.path("private/rom.bin")).permissions(),
+              fs::perms::owner_read | fs::perms::owner_write);
+    const fs::directory_iterator files(bench.path("private"));
+    EXPECT_EQ(std::distance(begin(files), end(files)), 1) << "no temporary file stays";
+}
+
+TEST(Messages, CarryNoControlCharactersOfFileNames)
+{
+    const Bench bench;
+    const Outcome outcome = bench.nyxus({kModel}, {"compare", bench.path("\x1B[2J\n für \x9B")});
+    EXPECT_EQ(outcome.err, "nyxus: cannot read '" + bench.path("?[2J? für ?") +
+                               "': No such file or directory\n");
 }
 
 TEST(Compare, ShowsWhereRomAndFileDiffer)
