@@ -105,12 +105,20 @@ NYXUS_API NyDevice* DEV_CreateObjectUsb(libusb_device* device);
 NYXUS_API int32_t DEV_Init(NyDevice* pDevObj);
 
 /**
- * Close a camera. NULL is allowed. Do not use the object afterwards.
+ * Close a camera. NULL is allowed. Do not use the object afterwards, but for looking at what the
+ * probe found.
+ *
+ * The register XDATA_SG_SNAPSHOT_MODE is set to 1 before. Stop a stream yourself: the record behind
+ * stream_callback is not freed otherwise. What is cleared: devh_global, whose handle is closed in
+ * the place of the object's own when the application has set one, and the callbacks of the object
+ * (nyxus/extensions.h). usb_handle, uvc_handle and uvc_context keep their values and are no longer
+ * valid; usb_device is the caller's to unreference.
  *
  * A stream that runs is stopped. When the camera is gone (unplugged), or goes meanwhile, libuvc's
  * handle is abandoned instead of closed: libuvc and libusb would abort the process.
  *
- * Blocks for a transfer. One thread at a time per device.
+ * Blocks for a transfer, and until libuvc's event thread has ended. One thread at a time per
+ * device; one thread at a time where devh_global is set.
  */
 NYXUS_API void DEV_DeleteObject(NyDevice* pDevObj);
 

@@ -115,6 +115,10 @@ NYXUS_API void stopVideoStream(NyDevice* pDevObj);
  * nothing, and so does the call on a camera that is gone, or goes meanwhile (its handle is
  * abandoned). DEV_DeleteObject() calls it.
  *
+ * devh_global is NULL afterwards. The handles in the object keep their values and are no longer
+ * valid, usb_handle included, so make no transfer until init_uvc_video() has opened the camera
+ * again.
+ *
  * @return 0; -1026 for NULL
  *
  * May wait for libuvc's event thread to end. One thread at a time per device.
