@@ -265,6 +265,22 @@ TEST(Session, TheApplicationsHandleIsAnsweredAndClosedOnce)
     EXPECT_EQ(usb, nullptr) << "closed";
 }
 
+TEST(Session, ThreadsCloseTheirOwn)
+{
+    const auto close_many = [] {
+        for (int i = 0; i < 1000; ++i) {
+            NyDevice object = {};
+            libusb_device_handle* usb = nullptr;
+            EXPECT_EQ(close_libuvc(&object), 0);
+            get_libusb_handle(&usb);
+            EXPECT_EQ(usb, nullptr);
+        }
+    };
+    std::thread other(close_many);
+    close_many();
+    other.join();
+}
+
 TEST(Session, OpensAgainAfterItWasClosed)
 {
     Camera camera{models::kRowan};
