@@ -96,10 +96,10 @@ passes_dispositions_on() {
 }
 
 forwards_signals() {
-    # It waits for a program that would never end by itself.
     mkfifo "$work/never"
     # shellcheck disable=SC2016 # the inner shell expands
-    "$sim" run -- sh -c 'trap "kill \$!; exit 5" TERM; cat "$1" & echo ready; wait' sh "$work/never" >"$work/out" &
+    "$sim" run -- sh -c 'exec 3<>"$1"; cat <&3 & trap "kill \$!; exit 5" TERM; echo ready; wait' sh "$work/never" \
+        >"$work/out" &
     launcher=$!
     "$wait_for_text" ready "$work/out" $launcher || fail "not ready"
     kill -TERM $launcher

@@ -170,7 +170,8 @@ state_and_acts() {
 another_terminal_connects() {
     mkfifo "$work/never"
     # shellcheck disable=SC2016 # the inner shell expands
-    "$sim" run --state-socket "$work/socket" -- sh -c 'echo ready; exec cat "$1"' sh "$work/never" >"$work/out" &
+    "$sim" run --state-socket "$work/socket" -- sh -c 'exec 3<>"$1"; echo ready; exec cat <&3' \
+        sh "$work/never" >"$work/out" &
     launcher=$!
     "$wait_for_text" ready "$work/out" $launcher || fail "not ready"
     "$sim" state --socket "$work/socket" >"$work/state" || fail "state"
