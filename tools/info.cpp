@@ -76,11 +76,21 @@ std::string features(const NyDevice& device)
     return list.empty() ? "none" : list.substr(0, list.size() - 2);
 }
 
-Values json_info(const Camera& camera)
+Members json_info(const Camera& camera)
 {
     const NyDevice& device = camera.device();
     const CameraEntry& entry = camera.entry();
-    Values object = {
+    Members rom = {{"kind", rom_kind(camera)},
+                   {"size_bytes", device.dwExtRomSize},
+                   {"holds_firmware", camera.rom_state() == RomState::kFirmware}};
+    if (camera.is_spi()) {
+        rom.push_back({"id", flash_id(device)});
+        if (is_listed(device)) {
+            rom.push_back({"part", flash_part(device)});
+            rom.push_back({"part_size_bytes", flash_kib(device) * 1024});
+        }
+    }
+    return {
         {"bus", entry.bus},
         {"address", entry.address},
         {"port_path", entry.port_path},
@@ -93,21 +103,10 @@ Values json_info(const Camera& camera)
         {"external_firmware", device.wExtFwVer},
         {"sensor_application", device.wExtSensorApId},
         {"set_file", device.oFwStatus.xSetfileExist != 0 ? set_file(device) : ""},
-        {"xu_version",
-         device.xFeatureXU != 0 ? Values(device.oXuCtrlVer.wVersion) : Values(nullptr)},
+        {"xu_version", device.xFeatureXU != 0 ? Value(device.oXuCtrlVer.wVersion) : Value()},
         {"memory_extension", device.xFeatureEM != 0},
+        {"rom", rom},
     };
-    object["rom"] = {{"kind", rom_kind(camera)},
-                     {"size_bytes", device.dwExtRomSize},
-                     {"holds_firmware", camera.rom_state() == RomState::kFirmware}};
-    if (camera.is_spi()) {
-        object["rom"]["id"] = flash_id(device);
-        if (is_listed(device)) {
-            object["rom"]["part"] = flash_part(device);
-            object["rom"]["part_size_bytes"] = flash_kib(device) * 1024;
-        }
-    }
-    return object;
 }
 
 std::string text_info(const Camera& camera)
@@ -152,9 +151,9 @@ static ExitCode run_info(Console& console, const Arguments& arguments)
     return kExitOk;
 }
 
-void add_info_command(CLI::App& app, Arguments& arguments)
+void add_info_command(Command& app, Arguments& arguments)
 {
-    CLI::App* command =
+    Command& command =
         add_command(app, "info", "Show what a camera says about itself, its firmware and its ROM",
                     "nyxus info -c 1-2");
     set_run(command, arguments, run_info);

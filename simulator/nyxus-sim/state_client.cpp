@@ -5,6 +5,7 @@
 
 #include <sys/socket.h>
 #include <unistd.h>
+#include <nlohmann/json.hpp>
 
 #include <array>
 #include <cerrno>
