@@ -82,8 +82,10 @@ void print_plan(Console& console, const Arguments& arguments, Camera& camera)
 {
     const Cost cost = rom_unlock(camera) + rom_erase(camera) + rom_lock(camera) +
                       whole_read(camera, erased_bytes(camera));
-    print_dry_run(console, arguments, camera, "erase the firmware of " + camera.name(),
-                  {{"steps", {{{"step", "erase"}}, {{"step", "read back"}}}}}, cost, kFlashTime);
+    print_dry_run(
+        console, arguments, camera, "erase the firmware of " + camera.name(),
+        {{"steps", Value::List{Members{{"step", "erase"}}, Members{{"step", "read back"}}}}}, cost,
+        kFlashTime);
 }
 
 } // namespace

@@ -424,8 +424,8 @@ ExitCode plan_gang(Console& console, const Arguments& arguments, const Run& plan
         } catch (const Failure& failure) {
             console.drain();
             if (arguments.json) {
-                Values values = json_of(job.camera);
-                values["error"] = json_of(failure);
+                Members values = json_of(job.camera);
+                values.push_back({"error", json_of(failure)});
                 console.display().say(json_line(values));
             }
             console.display().warn("nyxus: " + job.camera.port + ": " + failure.text());

@@ -63,17 +63,17 @@ void run_write(Session& session, const std::vector<uint8_t>& bytes)
 
 } // namespace
 
-void add_reserved_command(CLI::App& app, Arguments& arguments)
+void add_reserved_command(Command& app, Arguments& arguments)
 {
     const auto file = std::make_shared<std::string>();
     const auto bytes = std::make_shared<std::vector<uint8_t>>();
-    CLI::App* command = add_command(
+    Command& command = add_command(
         app, "reserved", "Read or write the flash's reserved area, which an upgrade erases",
         "nyxus reserved read notes.bin");
-    command->require_subcommand(1);
-    CLI::App* read =
-        add_command(*command, "read", "Copy the area to a file", "nyxus reserved read notes.bin");
-    add_file(read, *file, "File to write; - is standard output");
+    command.needing_command();
+    Command& read =
+        add_command(command, "read", "Copy the area to a file", "nyxus reserved read notes.bin");
+    add_file(read, file.get(), "File to write; - is standard output");
     set_action(
         read, arguments, [file](Session& session) { run_read(session, *file); },
         [file] {
@@ -81,10 +81,10 @@ void add_reserved_command(CLI::App& app, Arguments& arguments)
                 refuse_impossible_target(*file);
         });
 
-    CLI::App* write = add_command(
-        *command, "write", "Program the area; it is not erased first, so only 1 bits become 0",
+    Command& write = add_command(
+        command, "write", "Program the area; it is not erased first, so only 1 bits become 0",
         "nyxus reserved write notes.bin");
-    add_file(write, *file, "At most 256 bytes");
+    add_file(write, file.get(), "At most 256 bytes");
     set_writing_action(
         write, arguments, [bytes](Session& session) { run_write(session, *bytes); },
         [file, bytes] { *bytes = read_file(*file, kAreaBytes, "the reserved area"); });

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "failure.h"
+#include "json_text.h"
 #include "picture_size.h"
 #include "text.h"
 #include "whole_file.h"
@@ -132,12 +133,12 @@ void run_snapshot(Session& session, const Options& options)
 
 } // namespace
 
-void add_snapshot_command(CLI::App& app, Arguments& arguments)
+void add_snapshot_command(Command& app, Arguments& arguments)
 {
     const auto options = std::make_shared<Options>();
-    CLI::App* command =
+    Command& command =
         add_command(app, "snapshot", "Save a picture as PNG", "nyxus snapshot shot.png");
-    add_file(command, options->file, "File to write");
+    add_file(command, &options->file, "File to write");
     add_video_options(command, options->video);
     set_action(
         command, arguments, [options](Session& session) { run_snapshot(session, *options); },

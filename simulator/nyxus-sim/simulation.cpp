@@ -57,7 +57,7 @@ std::vector<uint8_t> first_contents(const CameraRequest& request)
 } // namespace
 
 Simulation::Simulation(const SimulationArguments& arguments)
-    : fast_(arguments.fast),
+    : fast_(arguments.is_fast()),
       watchers_(arguments.watch, clock(), !fast_),
       bed_(clock()),
       state_service_(bed_, cameras_, [this](const PluggedCamera& camera, const std::string& act) {

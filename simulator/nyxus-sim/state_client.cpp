@@ -5,6 +5,7 @@
 #include "text/printable.h"
 
 #include <sys/socket.h>
+#include <nlohmann/json.hpp>
 
 #include <array>
 #include <cerrno>

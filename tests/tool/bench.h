@@ -16,6 +16,10 @@ inline const Words kModels = {"rowan-spi",       "cedar-spi",     "larch-spi",
 /// The most common one.
 inline constexpr char kModel[] = "rowan-spi";
 
+/// The programs.
+extern const char* const kNyxus;
+extern const char* const kSimulator;
+
 /// A workbench: a temporary folder, and simulated cameras to run the program against.
 class Bench {
 public:

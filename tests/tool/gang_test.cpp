@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // Several cameras upgraded at once, and what programs are told about it.
 #include "bench.h"
+#include "json.h"
 
 #include <gtest/gtest.h>
 #include <algorithm>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 using namespace test;
-using nlohmann::json;
 
 namespace {
 
@@ -18,12 +17,12 @@ bool contains(const std::string& text, const std::string& part)
     return text.find(part) != std::string::npos;
 }
 
-std::vector<json> events(const std::string& output)
+std::vector<Json> events(const std::string& output)
 {
-    std::vector<json> list;
+    std::vector<Json> list;
     std::istringstream lines(output);
     for (std::string line; std::getline(lines, line);)
-        list.push_back(json::parse(line, nullptr, false));
+        list.push_back(Json::parse(line));
     return list;
 }
 
@@ -31,14 +30,14 @@ std::vector<json> events(const std::string& output)
 Outcome run_script(const Words& cameras, const Words& simulation, const std::string& script,
                    std::map<std::string, std::string> environment)
 {
-    Words command = {SIMULATOR_PROGRAM, "run"};
+    Words command = {kSimulator, "run"};
     command.insert(command.end(), simulation.begin(), simulation.end());
     for (const std::string& camera : cameras)
         command.insert(command.end(), {"--camera", camera});
     command.insert(command.end(), {"--", "bash", "-c", script});
     RunOptions options;
     options.environment = std::move(environment);
-    options.environment["NYXUS"] = NYXUS_PROGRAM;
+    options.environment["NYXUS"] = kNyxus;
     return run_program(command, options);
 }
 
@@ -66,12 +65,12 @@ TEST(Gang, TellsHowEachCameraEndsAndTheWorstOfIt)
         "kill $busy; exit $code",
         {{"IMAGE", image}});
     EXPECT_EQ(outcome.exit_code, 8) << outcome.err;
-    const std::vector<json> lines = events(outcome.out);
+    const std::vector<Json> lines = events(outcome.out);
     ASSERT_EQ(lines.size(), 6U) << outcome.out;
-    std::map<std::string, json> results;
-    for (const json& line : lines) {
+    std::map<std::string, Json> results;
+    for (const Json& line : lines) {
         if (line["event"] == "result")
-            results[line["serial"]] = line;
+            results[line["serial"].text()] = line;
     }
     const struct {
         const char* serial;
@@ -88,12 +87,12 @@ TEST(Gang, TellsHowEachCameraEndsAndTheWorstOfIt)
         {"BUSY", "1-5", "failed", "unchanged", 6, "another program uses the camera"},
     };
     for (const auto& c : cases) {
-        const json& result = results[c.serial];
+        const Json& result = results[c.serial];
         EXPECT_EQ(result["port"], c.port);
         EXPECT_EQ(result["outcome"], c.outcome) << result;
         EXPECT_EQ(result["rom"], c.rom) << result;
         EXPECT_EQ(result["exit_code"], c.exit_code) << result;
-        EXPECT_TRUE(contains(result["message"], c.message)) << result;
+        EXPECT_TRUE(contains(result["message"].text(), c.message)) << result;
     }
     EXPECT_EQ(results["GOOD"]["bytes"], 0x5A3C);
     EXPECT_EQ(lines.back()["event"], "summary");
@@ -157,9 +156,9 @@ TEST(Gang, InterruptsBringTheCamerasToASafePointOrStopThem)
             {{"IMAGE", bench.image("hawthorn-eeprom", "0x0205", {"--size", "4000"})},
              {"ERR", bench.path("err")}});
         EXPECT_EQ(outcome.exit_code, 130) << outcome.err;
-        const std::vector<json> lines = events(outcome.out);
+        const std::vector<Json> lines = events(outcome.out);
         ASSERT_EQ(lines.size(), 3U) << outcome.out;
-        for (const json& line : lines) {
+        for (const Json& line : lines) {
             if (line["event"] == "summary")
                 continue;
             const bool first = line["serial"] == "A";
@@ -226,10 +225,10 @@ TEST(Gang, PlansForEachCameraAndWritesNothing)
     const Outcome dry = plan({"--json"});
     EXPECT_EQ(dry.exit_code, 7);
     const Bytes before = read_file(bench.rom_file());
-    const std::vector<json> lines = events(dry.out);
+    const std::vector<Json> lines = events(dry.out);
     ASSERT_EQ(lines.size(), 2U) << dry.out;
     EXPECT_EQ(lines[0]["serial"], "A1");
-    EXPECT_GT(lines[0]["control_transfers"], 0);
+    EXPECT_GT(lines[0]["control_transfers"].number(), 0);
     EXPECT_EQ(lines[1]["serial"], "B2");
     EXPECT_EQ(lines[1]["error"]["exit_code"], 7);
     EXPECT_TRUE(contains(plan({}).out, "dry run: nothing was written\n"));
@@ -256,7 +255,7 @@ TEST(Gang, RefusesWhatIsMeantForOneCamera)
         {{bench.path("missing"), "--all"}, 1, "No such file"},
     };
     for (const auto& c : cases) {
-        Words command = {NYXUS_PROGRAM, "upgrade"};
+        Words command = {kNyxus, "upgrade"};
         command.insert(command.end(), c.arguments.begin(), c.arguments.end());
         const Outcome outcome = run_program(command);
         EXPECT_EQ(outcome.exit_code, c.exit_code) << outcome.err;
@@ -283,16 +282,16 @@ TEST(UpgradeAsJson, TellsProgressAndTheResult)
     for (const auto& c : cases) {
         const Outcome outcome = bench.nyxus_with_rom(kModel, {"upgrade", "--json", c.file});
         EXPECT_EQ(outcome.exit_code, c.exit_code) << outcome.err;
-        const std::vector<json> lines = events(outcome.out);
+        const std::vector<Json> lines = events(outcome.out);
         ASSERT_FALSE(lines.empty());
-        const json& result = lines.back();
+        const Json& result = lines.back();
         EXPECT_EQ(result["event"], "result") << outcome.out;
         EXPECT_EQ(result["outcome"], c.outcome);
         EXPECT_EQ(result["exit_code"], c.exit_code);
         EXPECT_EQ(result["rom"], c.rom);
         EXPECT_EQ(result["bytes"], c.bytes);
         EXPECT_EQ(result["port"], "1-1");
-        const bool programs = std::ranges::any_of(lines, [](const json& line) {
+        const bool programs = std::ranges::any_of(lines, [](const Json& line) {
             return line["event"] == "progress" && line["phase"] == "programming" && line["done"] &&
                    line["bytes"] == 0x5A3C && line["remaining_s"] == 0;
         });

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the program does so that no upgrade costs a camera: backups, safe points, recovery.
 #include "bench.h"
+#include "json.h"
 
 #include <gtest/gtest.h>
 #include <fstream>
-#include <nlohmann/json.hpp>
 
 using namespace test;
 
@@ -32,13 +32,13 @@ Outcome run_script(const Bench& bench, const std::string& model, const std::stri
 {
     write_file(bench.path("faults"), {faults.begin(), faults.end()});
     RunOptions options;
-    options.environment = {{"NYXUS", NYXUS_PROGRAM},
-                           {"SIM", SIMULATOR_PROGRAM},
+    options.environment = {{"NYXUS", kNyxus},
+                           {"SIM", kSimulator},
                            {"REPLUG", "\"$SIM\" do unplug; \"$SIM\" do replug"},
                            {"SECOND", bench.image(model, "0x0205")},
                            {"THIRD", bench.image(model, "0x0206")}};
     const std::string camera = model + ",rom=" + bench.rom_file();
-    Words call = {SIMULATOR_PROGRAM, "run", "--speed", "fast", "--camera", camera};
+    Words call = {kSimulator, "run", "--speed", "fast", "--camera", camera};
     call.insert(call.end(), {"--faults", bench.path("faults")});
     call.insert(call.end(), more_options.begin(), more_options.end());
     call.insert(call.end(), {"--", "bash", "-c", script});
@@ -114,7 +114,7 @@ Outcome interrupted(const Bench& bench, const std::string& phase, const std::str
                            "\nwait $pid; exit $?",
                        {{"IMAGE", bench.image(kModel, "0x0205")},
                         {"OUT", bench.path("out")},
-                        {"SIM", SIMULATOR_PROGRAM}});
+                        {"SIM", kSimulator}});
 }
 
 bool has_second_image_in_rom(const Bench& bench)
@@ -197,12 +197,12 @@ TEST(Interrupt, EndsJsonWithAResult)
                             "wait $pid; code=$?; tail -n 1 \"$OUT\"; exit $code",
                         {{"IMAGE", bench.image(kModel, "0x0205")}, {"OUT", bench.path("out")}});
         EXPECT_EQ(outcome.exit_code, 130) << outcome.err;
-        const auto result = nlohmann::json::parse(outcome.out);
+        const auto result = Json::parse(outcome.out);
         EXPECT_EQ(result["event"], "result") << outcome.out;
         EXPECT_EQ(result["outcome"], "interrupted");
         EXPECT_EQ(result["rom"], c.rom);
         EXPECT_EQ(result["product"], kModel) << outcome.out;
-        EXPECT_TRUE(contains(outcome.err, result["message"].get<std::string>())) << outcome.err;
+        EXPECT_TRUE(contains(outcome.err, result["message"].text())) << outcome.err;
     }
 }
 

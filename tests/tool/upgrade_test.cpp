@@ -1,16 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the program does to a camera's ROM: right images, wrong images, and reading.
 #include "bench.h"
+#include "json.h"
 
 #include <gtest/gtest.h>
 #include <algorithm>
 #include <filesystem>
 #include <functional>
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 using namespace test;
-using nlohmann::json;
 
 namespace {
 
@@ -236,16 +235,9 @@ size_t count(const std::string& path, const std::string& part)
 size_t requests(const Bench& bench, const std::string& model, const std::string& control,
                 const Words& arguments)
 {
-    Words command = {SIMULATOR_PROGRAM,
-                     "run",
-                     "--speed",
-                     "fast",
-                     "--log-all",
-                     "--log=" + bench.path("log"),
-                     "--camera",
-                     model,
-                     "--",
-                     NYXUS_PROGRAM};
+    Words command = {
+        kSimulator, "run", "--speed", "fast", "--log-all", "--log=" + bench.path("log"),
+        "--camera", model, "--",      kNyxus};
     command.insert(command.end(), arguments.begin(), arguments.end());
     EXPECT_EQ(run_program(command).exit_code, 0);
     return count(bench.path("log"), control);
@@ -299,9 +291,9 @@ TEST(Dump, IsRightWhenAnUpgradeHasLeftTheRomUnlocked)
         R"([{"when": {"selector": 14, "request": "SET_CUR", "count": [2, null]}, "do": "stall"}])";
     write_file(bench.path("faults"), {faults.begin(), faults.end()});
     RunOptions options;
-    options.environment = {{"NYXUS", NYXUS_PROGRAM}, {"IMAGE", image}, {"OUT", bench.path("dump")}};
+    options.environment = {{"NYXUS", kNyxus}, {"IMAGE", image}, {"OUT", bench.path("dump")}};
     const Outcome outcome = run_program(
-        {SIMULATOR_PROGRAM, "run", "--speed", "fast", "--faults", bench.path("faults"),
+        {kSimulator, "run", "--speed", "fast", "--faults", bench.path("faults"),
          "--log=" + bench.path("log"), "--log-all", "--camera", "fi2-spi,rom=" + bench.rom_file(),
          "--", "bash", "-c",
          "\"$NYXUS\" upgrade --no-backup --force \"$IMAGE\" && exit 99; \"$NYXUS\" dump \"$OUT\""},
@@ -408,15 +400,15 @@ TEST(ResultAsJson, IsTheLastLineOfEveryCommandThatTakesTime)
             const Outcome outcome = bench.nyxus({kModel}, arguments);
             EXPECT_EQ(outcome.exit_code, c.exit_code) << outcome.err;
             std::istringstream lines(outcome.out);
-            json last;
+            Json last;
             size_t count = 0;
             for (std::string line; std::getline(lines, line); ++count)
-                last = json::parse(line);
+                last = Json::parse(line);
             EXPECT_EQ(last["event"], "result") << outcome.out;
             EXPECT_EQ(last["outcome"], c.outcome) << outcome.out;
             EXPECT_EQ(last["rom"], c.rom) << outcome.out;
             EXPECT_EQ(last["exit_code"], c.exit_code) << outcome.out;
-            EXPECT_FALSE(last["message"].get<std::string>().empty());
+            EXPECT_FALSE(last["message"].text().empty());
             EXPECT_TRUE(count == 1 || !quiet) << outcome.out;
         }
     }
