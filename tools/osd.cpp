@@ -6,6 +6,7 @@
 
 #include <nyxus/memory.h>
 #include <nyxus/osd.h>
+#include <nyxus/registers.h>
 #include <algorithm>
 #include <chrono>
 #include <cstdio>

@@ -23,7 +23,7 @@ constexpr uint32_t kMostNarrowBytes = 32;
 constexpr uint8_t kUnanswered = 0xA5;
 constexpr size_t kUnansweredTail = 16;
 
-bool announces_wide_path(const NyDevice& device)
+bool announces_wide_path(NyDevice& device)
 {
     return nyxus_control_length(&device, ZRV_XU_Read_EXT_ROM_512) == sizeof(NyWrapper512);
 }
