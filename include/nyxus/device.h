@@ -80,7 +80,7 @@ struct NyDevice {
  * list it (just unplugged, or no camera); libusb_open() and libusb_claim_interface() of interface 0
  * tell which
  *
- * The memory of an object that was handed out is never freed, not even by DEV_DeleteObject(): 800
+ * The memory of an object that was handed out is never freed, not even by DEV_DeleteObject(): 832
  * bytes a camera.
  * Blocks for about 30 transfers. Thread-safe for different cameras.
  */
