@@ -163,19 +163,6 @@ int fork_workers(libusb_device_handle* handle)
     return status == 0 && get_length(handle) == 2 ? 0 : 1;
 }
 
-int measure(libusb_device_handle* handle)
-{
-    constexpr int kTransfers = 5000;
-    const auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < kTransfers; ++i) {
-        if (get_length(handle) != 2)
-            return 1;
-    }
-    const std::chrono::duration<double, std::micro> took = std::chrono::steady_clock::now() - start;
-    std::printf("%.1f us per control transfer\n", took.count() / kTransfers);
-    return 0;
-}
-
 // A hundred seconds of waiting for hardware; the exit code tells whether they were slept.
 int sleep_long(libusb_device_handle*)
 {
@@ -193,9 +180,9 @@ int main(int argc, char** argv)
         const char* name;
         int (*run)(libusb_device_handle*);
     } commands[] = {
-        {"claim", claim},      {"hold", hold},         {"write-rom", write_rom},
-        {"restart", restart},  {"fork", fork_workers}, {"measure", measure},
-        {"sleep", sleep_long}, {"watch", watch},
+        {"claim", claim},     {"hold", hold},         {"write-rom", write_rom},
+        {"restart", restart}, {"fork", fork_workers}, {"sleep", sleep_long},
+        {"watch", watch},
     };
     libusb_init(nullptr);
     libusb_device_handle* handle = open_first();

@@ -11,7 +11,6 @@
 #include <libuvc/libuvc.h>
 
 #include <cerrno>
-#include <chrono>
 #include <memory>
 #include <string>
 #include <thread>
@@ -364,20 +363,6 @@ TEST_F(UsbTest, OneUserAtATimeHoldsAnInterface)
     EXPECT_EQ(libusb_claim_interface(second.get(), 5), LIBUSB_ERROR_NOT_FOUND);
     first.reset(); // closing drops the claim at once
     EXPECT_EQ(libusb_claim_interface(second.get(), 0), 0);
-}
-
-// Not a check of speed, which belongs to the benchmarks: prints what a transfer costs.
-TEST_F(UsbTest, ManyTransfersInARow)
-{
-    sim::PluggedCamera& camera = plug();
-    const Handle handle = open(camera);
-    constexpr int kTransfers = 20000;
-    const auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < kTransfers; ++i)
-        ASSERT_EQ(get_len(handle.get()), 2);
-    const std::chrono::duration<double, std::micro> took = std::chrono::steady_clock::now() - start;
-    RecordProperty("us_per_transfer", std::to_string(took.count() / kTransfers));
-    std::printf("%.2f us per control transfer\n", took.count() / kTransfers);
 }
 
 } // namespace

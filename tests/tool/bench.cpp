@@ -13,6 +13,8 @@ namespace test {
 
 const char* const kNyxus = NYXUS_PROGRAM;
 const char* const kSimulator = SIMULATOR_PROGRAM;
+const std::map<std::string, std::string> kScriptEnvironment = {
+    {"NYXUS", kNyxus}, {"SIM", kSimulator}, {"WAIT_FOR", WAIT_FOR_TEXT}};
 
 Bench::Bench()
 {
@@ -85,7 +87,7 @@ Outcome Bench::shell(const std::string& camera, const std::string& script,
 {
     RunOptions options;
     options.environment = std::move(environment);
-    options.environment["NYXUS"] = kNyxus;
+    options.environment.insert(begin(kScriptEnvironment), end(kScriptEnvironment));
     return run_program({kSimulator, "run", "--camera", camera, "--", "bash", "-c", script},
                        options);
 }

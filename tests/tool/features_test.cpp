@@ -313,10 +313,11 @@ TEST(Features, AStreamThatIsInterruptedTellsWhatItHasReceived)
         const Bench bench;
         const Outcome outcome = bench.shell(
             kModel,
-            "\"$NYXUS\" stream --size 320x240 --json --raw \"$RAW\" " + std::string(c.options) +
-                " & pid=$!\nuntil [ -s \"$RAW\" ]; do sleep 0.05; done\n"
-                "kill -TERM $pid; wait $pid",
-            {{"RAW", bench.path("raw")}});
+            "mkfifo \"$FIFO\"; \"$NYXUS\" stream --size 320x240 --json --raw \"$FIFO\" " +
+                std::string(c.options) +
+                " & pid=$!\n"
+                "{ head -c 1; kill -TERM $pid; cat; } <\"$FIFO\" >\"$RAW\"; wait $pid",
+            {{"FIFO", bench.path("fifo")}, {"RAW", bench.path("raw")}});
         EXPECT_EQ(outcome.exit_code, c.exit_code) << outcome.err;
         EXPECT_EQ(static_cast<size_t>(std::ranges::count(outcome.out, '\n')), c.lines);
         const Json received = Json::parse(outcome.out.substr(0, outcome.out.find("}\n") + 1));

@@ -26,7 +26,7 @@ std::vector<Json> events(const std::string& output)
     return list;
 }
 
-/// A bash script with cameras; $NYXUS is the program.
+/// A bash script with cameras.
 Outcome run_script(const Words& cameras, const Words& simulation, const std::string& script,
                    std::map<std::string, std::string> environment)
 {
@@ -37,7 +37,7 @@ Outcome run_script(const Words& cameras, const Words& simulation, const std::str
     command.insert(command.end(), {"--", "bash", "-c", script});
     RunOptions options;
     options.environment = std::move(environment);
-    options.environment["NYXUS"] = kNyxus;
+    options.environment.insert(begin(kScriptEnvironment), end(kScriptEnvironment));
     return run_program(command, options);
 }
 
@@ -50,20 +50,17 @@ TEST(Gang, TellsHowEachCameraEndsAndTheWorstOfIt)
         {"when": {"camera": "GONE", "rom_address": "0x2000", "request": "SET_CUR"}, "do": "unplug"}
     ])";
     write_file(bench.path("faults.json"), {faults.begin(), faults.end()});
-    // The busy one belongs to another program, which has it as soon as it is refused to a third.
-    const Outcome outcome = run_script(
-        {"rowan-spi,serial=GOOD,rom=" + bench.rom_file(), "cedar-spi,serial=OTHER",
-         "rowan-spi,serial=LIAR", "rowan-spi,serial=GONE", "rowan-spi,serial=BUSY"},
-        {"--speed", "fast", "--faults", bench.path("faults.json")},
-        // Either of these two may come first, and the other one is refused.
-        "while :; do\n"
-        "  \"$NYXUS\" motion poll --watch -c BUSY >/dev/null 2>&1 & busy=$!\n"
-        "  while kill -0 $busy && \"$NYXUS\" info -c BUSY >/dev/null; do :; done 2>/dev/null\n"
-        "  kill -0 $busy 2>/dev/null && break\n"
-        "done\n"
-        "\"$NYXUS\" upgrade --all --wait 0 --json \"$IMAGE\"; code=$?\n"
-        "kill $busy; exit $code",
-        {{"IMAGE", image}});
+    // The busy one belongs to another program, which has it when it tells of the motion.
+    const Outcome outcome =
+        run_script({"rowan-spi,serial=GOOD,rom=" + bench.rom_file(), "cedar-spi,serial=OTHER",
+                    "rowan-spi,serial=LIAR", "rowan-spi,serial=GONE", "rowan-spi,serial=BUSY"},
+                   {"--speed", "fast", "--faults", bench.path("faults.json")},
+                   "\"$SIM\" do motion-alarm --camera BUSY\n"
+                   "\"$NYXUS\" motion poll --watch -c BUSY >\"$MOTION\" & busy=$!\n"
+                   "\"$WAIT_FOR\" motion \"$MOTION\" $busy\n"
+                   "\"$NYXUS\" upgrade --all --wait 0 --json \"$IMAGE\"; code=$?\n"
+                   "kill $busy; exit $code",
+                   {{"IMAGE", image}, {"MOTION", bench.path("motion")}});
     EXPECT_EQ(outcome.exit_code, 8) << outcome.err;
     const std::vector<Json> lines = events(outcome.out);
     ASSERT_EQ(lines.size(), 6U) << outcome.out;
@@ -147,12 +144,14 @@ TEST(Gang, InterruptsBringTheCamerasToASafePointOrStopThem)
         const Bench bench;
         const Outcome outcome = run_script(
             {"hawthorn-eeprom,serial=A", "hawthorn-eeprom,serial=B"}, {},
-            // The worker says when it is programming; job control, because a shell without it has
-            // its background jobs ignore interrupts.
+            // The worker says when it is programming, and that it has heard the first interrupt;
+            // job control, because a shell without it has its background jobs ignore interrupts.
             "set -m; \"$NYXUS\" upgrade --all --jobs 1 --json -v \"$IMAGE\" 2>\"$ERR\" & pid=$!\n"
-            "until grep -q 'programming' \"$ERR\"; do sleep 0.01; done\n"
+            "\"$WAIT_FOR\" programming \"$ERR\" $pid\n"
             "for s in " +
-                std::string(c.signals) + "; do kill -$s $pid; sleep 0.1; done\nwait $pid; exit $?",
+                std::string(c.signals) +
+                "; do kill -$s $pid; \"$WAIT_FOR\" 'the ROM is completed' \"$ERR\" $pid; done\n"
+                "wait $pid; exit $?",
             {{"IMAGE", bench.image("hawthorn-eeprom", "0x0205", {"--size", "4000"})},
              {"ERR", bench.path("err")}});
         EXPECT_EQ(outcome.exit_code, 130) << outcome.err;

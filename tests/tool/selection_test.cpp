@@ -124,9 +124,12 @@ TEST(Selection, WaitsForACameraThatIsNotThereYet)
     const std::string late = "nyxus-sim() { \"" + std::string(kSimulator) + R"(" "$@"; }
         nyxus-sim do unplug > /dev/null
         "$NYXUS" info -c LATE; echo "<$?>"
-        (sleep 0.3; nyxus-sim do replug > /dev/null) &
-        "$NYXUS" info --wait 30 -c LATE; echo "<$?>"; wait)";
-    const Outcome outcome = bench.shell("rowan-spi,serial=LATE", late, {});
+        "$NYXUS" info --wait 60 -c LATE > "$OUT" & pid=$!
+        "$WAIT_FOR" "waiting for the camera" "$OUT" $pid
+        nyxus-sim do replug > /dev/null
+        wait $pid; code=$?; cat "$OUT"; echo "<$code>")";
+    const Outcome outcome =
+        bench.shell("rowan-spi,serial=LATE", late, {{"OUT", bench.path("out")}});
     EXPECT_TRUE(outcome.out.starts_with("<3>\nwaiting for the camera ...\n")) << outcome.out;
     EXPECT_NE(outcome.out.find("serial LATE"), std::string::npos) << outcome.out;
     EXPECT_TRUE(outcome.out.ends_with("<0>\n")) << outcome.out;

@@ -161,11 +161,13 @@ TEST(Upgrade, KeepsOthersAwayFromTheCamera)
 {
     const Bench bench;
     const std::string image = bench.image("hawthorn-eeprom", "0x0205");
+    // Stopped at its first word, it holds the camera for as long as we want.
     const Outcome outcome = bench.shell("hawthorn-eeprom",
-                                        "\"$NYXUS\" upgrade \"$IMAGE\" >/dev/null 2>&1 & sleep 1\n"
+                                        "\"$NYXUS\" upgrade \"$IMAGE\" >\"$OUT\" 2>&1 & pid=$!\n"
+                                        "\"$WAIT_FOR\" ^reading \"$OUT\" $pid; kill -STOP $pid\n"
                                         "\"$NYXUS\" info; code=$?\n"
-                                        "kill $!; wait; exit $code",
-                                        {{"IMAGE", image}});
+                                        "kill -KILL $pid; wait; exit $code",
+                                        {{"IMAGE", image}, {"OUT", bench.path("out")}});
     EXPECT_EQ(outcome.exit_code, 6) << outcome.err;
     EXPECT_TRUE(contains(outcome.err, "another program uses the camera")) << outcome.err;
 }
