@@ -93,8 +93,9 @@ NYXUS_API int32_t DEV_Init(NyDevice* pDevObj);
 /**
  * Close a camera. NULL is allowed. Do not use the object afterwards.
  *
- * A stream that runs is stopped. When the camera is gone (unplugged), or goes meanwhile, libuvc's
- * handle is abandoned instead of closed: libuvc and libusb would abort the process.
+ * A stream that runs is stopped, as by stopVideoStream(). When the camera is gone (unplugged), or
+ * goes meanwhile, libuvc's handle is abandoned instead of closed: libuvc and libusb would abort the
+ * process.
  *
  * Blocks for a transfer. One thread at a time per device.
  */

@@ -110,9 +110,9 @@ NYXUS_API void stopVideoStream(NyDevice* pDevObj);
 
 /**
  * Close the application's libuvc handle if it set one, else the object's, then the object's libuvc
- * context. A stream that runs is stopped first, as by stopVideoStream(). A second call does nothing,
- * and so does the call on a camera that is gone, or goes meanwhile (its handle is abandoned).
- * DEV_DeleteObject() calls it.
+ * context. A stream that runs is stopped first, as by stopVideoStream(). A second call does
+ * nothing, and so does the call on a camera that is gone, or goes meanwhile (its handle is
+ * abandoned). DEV_DeleteObject() calls it.
  *
  * @return 0; -1026 for NULL
  *

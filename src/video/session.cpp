@@ -30,13 +30,16 @@ static int32_t check_device(NyDevice* pDevObj)
     return 0;
 }
 
-/// Its handles are neither to be used nor closed once more.
+/// Its handles are neither to be used nor closed once more, and what streamed, if it was abandoned,
+/// still uses its record.
 static void forget_closed_session(NyDevice* pDevObj)
 {
     pDevObj->usb_handle = nullptr;
     pDevObj->uvc_handle = nullptr;
     pDevObj->device_gone = 0;
     pDevObj->session_closed = nyxus::kSessionOpen;
+    pDevObj->stream_running = 0;
+    pDevObj->stream_record_owned = 0;
 }
 
 void init_uvc_video(NyDevice* pDevObj)
@@ -103,6 +106,8 @@ int32_t close_libuvc(NyDevice* pDevObj)
     NY_REQUIRE_DEVICE(pDevObj);
     if (pDevObj->session_closed != nyxus::kSessionOpen)
         return 0;
+    if (pDevObj->stream_running)
+        stopVideoStream(pDevObj);
     uvc_device_handle_t* handle = devh_global != nullptr ? devh_global : pDevObj->uvc_handle;
     devh_global = nullptr; // closed now, or gone: never to be closed again
     nyxus::close_session(pDevObj, handle);
