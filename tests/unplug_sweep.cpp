@@ -18,7 +18,6 @@
 #include <cstdlib>
 #include <map>
 #include <memory>
-#include <optional>
 #include <random>
 #include <string>
 #include <thread>
@@ -40,9 +39,10 @@ enum Way : uint8_t { kCallback, kSnapshot, kCpp, kDeletedAsItStreams, kIdle, kWa
 constexpr const char* kWayNames[kWays] = {"callback", "snapshot", "C++", "not stopped", "idle"};
 
 /// With what the unplug begins to count down.
-enum Moment : uint8_t { kStart, kStarted, kStop, kStopped, kDelete, kMoments };
-constexpr const char* kMomentNames[kMoments] = {"start", "started", "stop", "stopped", "delete"};
-constexpr int kMostDelays_us[kMoments] = {30000, 120000, 6000, 1000, 6000};
+enum Moment : uint8_t { kStart, kStarted, kFrame, kStop, kStopped, kDelete, kMoments };
+constexpr const char* kMomentNames[kMoments] = {"the start", "starting", "a frame",
+                                                "the stop",  "stopping", "the deletion"};
+constexpr int kMostDelays_us[kMoments] = {30000, 120000, 2000, 6000, 1000, 6000};
 
 struct Run {
     const char* model;
@@ -50,7 +50,9 @@ struct Run {
     sim::Announce announce;
     Moment moment;
     int delay_us;
-    int streaming_us;
+    int streaming_us; ///< before the stop, and before the frame of kFrame
+    int lead_us;      ///< from that frame to the stop
+    sim::Pacing pacing;
 };
 
 Run draw(uint32_t seed, uint32_t number)
@@ -67,14 +69,16 @@ Run draw(uint32_t seed, uint32_t number)
     run.moment = static_cast<Moment>(below(kMoments));
     run.delay_us = below(kMostDelays_us[run.moment]);
     run.streaming_us = below(100000);
+    run.lead_us = below(below(2) == 0 ? 3000 : 70000); // close behind the unplug, or two frames
+    run.pacing = below(3) == 0 ? sim::Pacing::kFlatOut : sim::Pacing::kRealTime;
     return run;
 }
 
 std::string describe(const Run& run)
 {
     char text[160];
-    std::snprintf(text, sizeof text, "%s, %s, unplugged %s %.1f ms after %s", run.model,
-                  kWayNames[run.way],
+    std::snprintf(text, sizeof text, "%s, %s%s, unplugged %s %.1f ms after %s", run.model,
+                  kWayNames[run.way], run.pacing == sim::Pacing::kFlatOut ? ", fast" : "",
                   run.announce == sim::Announce::kYes ? "with an event" : "silently",
                   run.delay_us / 1000.0, kMomentNames[run.moment]);
     return text;
@@ -83,10 +87,12 @@ std::string describe(const Run& run)
 /// What a run tells.
 struct Outcome {
     enum Ending : uint8_t { kClosed, kAbandoned, kBroken } ending;
-    float stop_ms;
+    float stop_ms; ///< of it, what comes after the unplug
     float delete_ms;
     bool called_late;
 };
+
+std::atomic<Clock::time_point> gone_at = Clock::time_point::max();
 
 /// Unplugs the camera on a thread of its own.
 class Cutter {
@@ -98,6 +104,7 @@ public:
               while (Clock::now() < due) // a sleep is too coarse
                   std::this_thread::yield();
               bed.unplug(camera, run_.announce);
+              gone_at = Clock::now();
           })
     {
     }
@@ -118,9 +125,11 @@ private:
 
 std::atomic<bool> is_stopped = false;
 std::atomic<bool> called_late = false;
+std::atomic<uint32_t> frames = 0;
 
 void take_frame()
 {
+    ++frames;
     if (is_stopped)
         called_late = true;
 }
@@ -129,6 +138,15 @@ void on_frame(uvc_frame_t* /*frame*/, VideoStreamParam* param)
 {
     param->reserved++; // freed memory once the stream has been stopped
     take_frame();
+}
+
+/// Not for ever: the camera may be gone.
+void await_frame()
+{
+    const uint32_t before = frames;
+    const auto end = Clock::now() + std::chrono::milliseconds(100);
+    while (frames == before && Clock::now() < end)
+        std::this_thread::yield();
 }
 
 /// A camera that streams in one of the ways.
@@ -142,7 +160,7 @@ public:
             auto stream = nyxus::Stream::start(camera_, {320, 240, 30},
                                                [](const nyxus::Frame&) { take_frame(); });
             if (stream)
-                stream_ = std::move(*stream);
+                stream_ = std::make_unique<nyxus::Stream>(std::move(*stream));
         } else if (way_ == kSnapshot) {
             (void)startVideoStream_snapshot(camera_.device(), nullptr, param_.get());
         } else if (way_ != kIdle) {
@@ -156,6 +174,11 @@ public:
         stream_.reset();
         if (way_ == kCallback || way_ == kSnapshot)
             stopVideoStream(camera_.device());
+        forget();
+    }
+    /// What the stream was given may go now.
+    void forget()
+    {
         param_.reset();
         is_stopped = true;
     }
@@ -164,7 +187,7 @@ private:
     const Way way_;
     nyxus::Camera& camera_;
     std::unique_ptr<VideoStreamParam> param_{new VideoStreamParam{0, 320, 240, 30, nullptr}};
-    std::optional<nyxus::Stream> stream_;
+    std::unique_ptr<nyxus::Stream> stream_;
 };
 
 Outcome::Ending ending_of(const NyDevice& device)
@@ -175,12 +198,15 @@ Outcome::Ending ending_of(const NyDevice& device)
     return device.device_gone != 0 ? Outcome::kAbandoned : Outcome::kClosed;
 }
 
+/// How long a step takes with the camera gone.
 template <typename Step>
 float milliseconds_of(Step step)
 {
     const auto begin = Clock::now();
     step();
-    return std::chrono::duration<float, std::milli>(Clock::now() - begin).count();
+    const auto end = Clock::now();
+    const auto counted = std::clamp(gone_at.load(), begin, end);
+    return std::chrono::duration<float, std::milli>(end - counted).count();
 }
 
 Outcome play(const Run& run)
@@ -188,6 +214,7 @@ Outcome play(const Run& run)
     SimulatedTime time(false);
     sim::Bed bed(time.clock());
     sim::PluggedCamera& plugged = bed.plug(*sim::find_model(run.model), {.serial = {}, .rom = {}});
+    plugged.set_pacing(run.pacing);
     auto camera = nyxus::Camera::open(nyxus::find_camera().value());
     NyDevice* device = camera->device();
     Video video(run.way, *camera);
@@ -198,12 +225,18 @@ Outcome play(const Run& run)
     video.start();
     cutter.reach(kStarted);
     std::this_thread::sleep_for(microseconds(run.streaming_us));
+    if (run.moment == kFrame) {
+        await_frame();
+        cutter.reach(kFrame);
+        std::this_thread::sleep_for(microseconds(run.lead_us));
+    }
     cutter.reach(kStop);
     outcome.stop_ms = milliseconds_of([&] { video.stop(); });
     cutter.reach(kStopped);
     std::this_thread::sleep_for(microseconds(run.streaming_us / 100));
     cutter.reach(kDelete);
     outcome.delete_ms = milliseconds_of([&] { camera->close(); });
+    video.forget();
 
     cutter.join();
     std::this_thread::sleep_for(std::chrono::milliseconds(50)); // for what is still under way

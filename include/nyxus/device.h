@@ -114,8 +114,9 @@ NYXUS_API int32_t DEV_Init(NyDevice* pDevObj);
  * (nyxus/extensions.h). usb_handle, uvc_handle and uvc_context keep their values and are no longer
  * valid; usb_device is the caller's to unreference.
  *
- * A stream that runs is stopped. When the camera is gone (unplugged), or goes meanwhile, libuvc's
- * handle is abandoned instead of closed: libuvc and libusb would abort the process.
+ * A stream that runs is stopped, as by stopVideoStream(). When the camera is gone (unplugged), or
+ * goes meanwhile, libuvc's handle is abandoned instead of closed: libuvc and libusb would abort the
+ * process.
  *
  * Blocks for a transfer, and until libuvc's event thread has ended. One thread at a time per
  * device; one thread at a time where devh_global is set.

@@ -9,7 +9,8 @@
 namespace {
 
 constexpr int kVideoControlSubclass = 1;
-constexpr long kReach_ns = 500 * 1000000L;
+constexpr long kStep_ns = 50 * 1000000L;
+constexpr int kMostSteps = 100; // 5 s: the frames of a busy stream come first
 
 bool is_status_endpoint(const libusb_endpoint_descriptor& endpoint)
 {
@@ -43,24 +44,21 @@ unsigned char status_endpoint(libusb_device_handle* handle)
     return endpoint;
 }
 
-timespec reach_limit()
+void wait(sem_t& semaphore)
 {
-    timespec limit;
-    clock_gettime(CLOCK_MONOTONIC, &limit);
-    limit.tv_nsec += kReach_ns;
-    limit.tv_sec += limit.tv_nsec / 1000000000;
-    limit.tv_nsec %= 1000000000;
-    return limit;
+    while (sem_wait(&semaphore) != 0 && errno == EINTR) {
+    }
 }
 
-bool wait(sem_t& semaphore, const timespec* limit)
+/// For one step; false when it has passed.
+bool wait_a_step(sem_t& semaphore)
 {
-    int result = 0;
-    do {
-        result = limit != nullptr ? sem_clockwait(&semaphore, CLOCK_MONOTONIC, limit)
-                                  : sem_wait(&semaphore);
-    } while (result != 0 && errno == EINTR);
-    return result == 0;
+    timespec end;
+    clock_gettime(CLOCK_MONOTONIC, &end);
+    end.tv_nsec += kStep_ns;
+    end.tv_sec += end.tv_nsec / 1000000000;
+    end.tv_nsec %= 1000000000;
+    return sem_clockwait(&semaphore, CLOCK_MONOTONIC, &end) == 0;
 }
 
 } // namespace
@@ -90,7 +88,7 @@ void HeldEvents::on_event_thread(libusb_transfer* transfer)
 {
     auto* events = static_cast<HeldEvents*>(transfer->user_data);
     sem_post(&events->reached_);
-    wait(events->released_, nullptr);
+    wait(events->released_);
     events->destroy();
     libusb_free_transfer(transfer);
 }
@@ -120,9 +118,12 @@ HeldEvents* HeldEvents::hold(libusb_device_handle* handle)
         events->destroy();
         return nullptr;
     }
-    const timespec limit = reach_limit();
-    if (wait(events->reached_, &limit))
-        return events;
+    for (int step = 0; step < kMostSteps; ++step) {
+        if (wait_a_step(events->reached_))
+            return events;
+        if (libusb_kernel_driver_active(handle, 0) == LIBUSB_ERROR_NO_DEVICE)
+            break;
+    }
     events->let_go();
     return nullptr;
 }

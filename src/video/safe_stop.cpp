@@ -12,6 +12,7 @@
 // stays where it is: nobody meets what has been freed, and the handle is never closed.
 #include "safe_stop.h"
 
+#include <linux/futex.h>
 #include <pthread.h>
 #include <semaphore.h>
 #include <sys/syscall.h>
@@ -30,17 +31,25 @@
 namespace {
 
 constexpr timespec kGlance = {0, 200 * 1000};
-constexpr int kMostGlances = 500; // 0.1 s
+constexpr int kMostGlances = 2500;     // 0.5 s, on a machine that is busy
+constexpr int kMostBlindGlances = 100; // 20 ms, where the kernel does not tell
 constexpr timespec kStep = {0, 5 * 1000000};
 constexpr int kStepsOfAGoneCamera = 100; // 0.5 s
 constexpr int kMostSteps = 1000;         // 5 s
 
-using Enter = void (*)(uvc_device_handle_t*);
+/// A function of libuvc, and how it waits for the event thread.
+struct Call {
+    void (*enter)(uvc_device_handle_t*);
+    unsigned futex_operation;
+};
+constexpr unsigned kFutexCommands = FUTEX_CMD_MASK;
+constexpr Call kStop = {uvc_stop_streaming, FUTEX_WAIT_BITSET}; // a condition
+constexpr Call kClose = {uvc_close, FUTEX_WAIT};                // a lock
 
 /// One call of libuvc, on a thread of its own.
 class Entry {
 public:
-    static Entry* start(Enter enter, uvc_device_handle_t* handle);
+    static Entry* start(const Call& call, uvc_device_handle_t* handle);
     /// Until libuvc waits for another thread, has returned, or has taken its time.
     void await_rest();
     bool has_returned();
@@ -54,24 +63,26 @@ private:
     };
 
     static void* run(void* entry);
-    bool rests(Place* place) const;
+    bool rests(Place* place);
 
-    Enter enter_;
+    Call call_;
     uvc_device_handle_t* handle_;
     pthread_t thread_;
     std::atomic<pid_t> id_;
     sem_t returned_;
+    bool is_blind_;
 };
 
-Entry* Entry::start(Enter enter, uvc_device_handle_t* handle)
+Entry* Entry::start(const Call& call, uvc_device_handle_t* handle)
 {
     void* memory = std::malloc(sizeof(Entry));
     if (memory == nullptr)
         return nullptr;
     auto* entry = new (memory) Entry;
-    entry->enter_ = enter;
+    entry->call_ = call;
     entry->handle_ = handle;
     entry->id_ = 0;
+    entry->is_blind_ = false;
     sem_init(&entry->returned_, 0, 0);
     if (pthread_create(&entry->thread_, nullptr, run, entry) == 0)
         return entry;
@@ -84,23 +95,28 @@ void* Entry::run(void* entry)
 {
     auto* self = static_cast<Entry*>(entry);
     self->id_ = gettid();
-    self->enter_(self->handle_);
+    self->call_.enter(self->handle_);
     sem_post(&self->returned_);
     return nullptr;
 }
 
-/// Whether the thread waits for another one, not for the camera.
-bool Entry::rests(Place* place) const
+/// Whether the thread waits for another one in the call's own way.
+bool Entry::rests(Place* place)
 {
     *place = {};
+    if (id_ == 0)
+        return false; // it has not begun
     char path[64];
     std::snprintf(path, sizeof path, "/proc/self/task/%d/syscall", static_cast<int>(id_));
     std::FILE* file = std::fopen(path, "re");
-    if (file == nullptr)
+    is_blind_ = file == nullptr;
+    if (is_blind_)
         return false;
-    int call = -1;
+    long number = -1;
+    unsigned operation = 0; // the second argument of the system call
     const bool waits = std::fgets(place->text, sizeof place->text, file) != nullptr &&
-                       std::sscanf(place->text, "%d", &call) == 1 && call == SYS_futex;
+                       std::sscanf(place->text, "%ld %*x %x", &number, &operation) == 2 &&
+                       number == SYS_futex && (operation & kFutexCommands) == call_.futex_operation;
     std::fclose(file);
     return waits;
 }
@@ -109,6 +125,8 @@ void Entry::await_rest()
 {
     Place before = {};
     for (int glance = 0; glance < kMostGlances && !has_returned(); ++glance) {
+        if (is_blind_ && glance >= kMostBlindGlances)
+            return;
         Place now;
         if (rests(&now) && std::strcmp(now.text, before.text) == 0)
             return;
@@ -176,19 +194,19 @@ bool enter_while_held(NyDevice* pDevObj, uvc_device_handle_t* handle, Entry* ent
     return true;
 }
 
-bool enter_safely(NyDevice* pDevObj, uvc_device_handle_t* handle, Enter enter)
+bool enter_safely(NyDevice* pDevObj, uvc_device_handle_t* handle, const Call& call)
 {
     if (is_gone(pDevObj, handle))
         return false;
     nyxus::HeldEvents* events = nyxus::HeldEvents::hold(uvc_get_libusb_handle(handle));
     const bool is_there = !is_gone(pDevObj, handle);
-    Entry* entry = is_there ? Entry::start(enter, handle) : nullptr;
+    Entry* entry = is_there ? Entry::start(call, handle) : nullptr;
     if (entry != nullptr)
         return enter_while_held(pDevObj, handle, entry, events);
     if (events != nullptr)
         events->let_go();
     if (is_there)
-        enter(handle); // there is no thread to be had
+        call.enter(handle); // there is no thread to be had
     return is_there;
 }
 
@@ -200,7 +218,7 @@ bool nyxus::stop_streams(NyDevice* pDevObj)
     if (handle == nullptr)
         return pDevObj->device_gone == 0;
     if (pDevObj->stream_running) {
-        const bool stopped = enter_safely(pDevObj, handle, uvc_stop_streaming);
+        const bool stopped = enter_safely(pDevObj, handle, kStop);
         pDevObj->stream_running = stopped ? 0 : 1;
         return stopped;
     }
@@ -214,12 +232,9 @@ void nyxus::close_session(NyDevice* pDevObj, uvc_device_handle_t* handle)
 {
     if (pDevObj->session_closed != kSessionOpen)
         return;
-    if (pDevObj->stream_running)
-        (void)stop_streams(pDevObj); // device_gone tells how that went
-    if (pDevObj->session_closed == kSessionOpen)
-        pDevObj->session_closed = kSessionClosed;
-    const bool closed = pDevObj->device_gone == 0 &&
-                        (handle == nullptr || enter_safely(pDevObj, handle, uvc_close));
+    pDevObj->session_closed = kSessionClosed;
+    const bool closed =
+        pDevObj->device_gone == 0 && (handle == nullptr || enter_safely(pDevObj, handle, kClose));
     if (closed && pDevObj->uvc_context != nullptr)
         uvc_exit(pDevObj->uvc_context);
 }

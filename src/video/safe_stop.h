@@ -10,7 +10,8 @@ namespace nyxus {
 /// libuvc was given for it is used until the process ends. No frame callback may be under way.
 bool stop_streams(NyDevice* pDevObj);
 
-/// Closes what init_uvc_video opened; abandons it when the camera is gone. Once per object.
+/// Closes what init_uvc_video opened, when nothing streams any more; abandons it when the camera is
+/// gone. Once per object.
 void close_session(NyDevice* pDevObj, uvc_device_handle_t* handle);
 
 } // namespace nyxus

@@ -23,13 +23,16 @@ static uvc_device_t* find_same_device(uvc_device_t** list, libusb_device* device
     return nullptr;
 }
 
-/// Its handles are neither to be used nor closed once more.
+/// Its handles are neither to be used nor closed once more, and what streamed, if it was abandoned,
+/// still uses its record.
 static void forget_closed_session(NyDevice* pDevObj)
 {
     pDevObj->usb_handle = nullptr;
     pDevObj->uvc_handle = nullptr;
     pDevObj->device_gone = 0;
     pDevObj->session_closed = nyxus::kSessionOpen;
+    pDevObj->stream_running = 0;
+    pDevObj->stream_record_owned = 0;
 }
 
 void init_uvc_video(NyDevice* pDevObj)
@@ -106,6 +109,8 @@ int32_t close_libuvc(NyDevice* pDevObj)
     NY_REQUIRE_DEVICE(pDevObj);
     if (pDevObj->session_closed != nyxus::kSessionOpen)
         return 0;
+    if (pDevObj->stream_running)
+        stopVideoStream(pDevObj);
     // Closed now, or gone: never to be closed again, not even by another thread's object.
     uvc_device_handle_t* global = __atomic_exchange_n(&devh_global, nullptr, __ATOMIC_ACQ_REL);
     nyxus::close_session(pDevObj, global != nullptr ? global : pDevObj->uvc_handle);
