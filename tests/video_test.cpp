@@ -121,8 +121,9 @@ TEST(Video, CompleteFramesArriveByCallback)
         for (size_t i = 1; i < numbers.size(); ++i)
             EXPECT_GT(numbers[i], numbers[i - 1]) << c.model;
         EXPECT_LT(numbers.back(), 10000u) << "every frame carried its number";
-        if (c.model == models::kRowan)
+        if (c.model == models::kRowan) {
             EXPECT_EQ(device->stream_ctrl.dwMaxPayloadTransferSize, c.width * c.height * 2 + 12);
+        }
     }
 }
 

@@ -105,12 +105,14 @@ TEST_F(Faults, OfTransfersReachTheCaller)
     for (const auto& c : cases) {
         plan(std::string(R"([{"when": {"unit": 6}, "times": 1, "do": )") + c.effect + "}]");
         EXPECT_EQ(get(handle, c.request, c.room), c.result) << c.effect;
-        if (c.request == kGetLen)
+        if (c.request == kGetLen) {
             EXPECT_EQ(data_[0] | data_[1] << 8, 513) << c.effect;
+        }
         EXPECT_EQ(data_[c.room], 0xEE) << "beyond the room";
         EXPECT_EQ(bed_.fault_strikes(), std::vector<uint64_t>{1}) << c.effect;
-        if (c.result != LIBUSB_ERROR_NO_DEVICE)
+        if (c.result != LIBUSB_ERROR_NO_DEVICE) {
             EXPECT_EQ(get(handle, kGetCur, kRegisterBytes), kRegisterBytes) << "healed";
+        }
     }
 }
 

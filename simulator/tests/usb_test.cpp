@@ -52,8 +52,10 @@ Handle open_camera(libusb_context* context, unsigned bus, unsigned address)
     const ssize_t count = libusb_get_device_list(context, &list);
     libusb_device_handle* handle = nullptr;
     for (ssize_t i = 0; i < count; ++i) {
-        if (libusb_get_bus_number(list[i]) == bus && libusb_get_device_address(list[i]) == address)
+        if (libusb_get_bus_number(list[i]) == bus &&
+            libusb_get_device_address(list[i]) == address) {
             EXPECT_EQ(libusb_open(list[i], &handle), 0);
+        }
     }
     libusb_free_device_list(list, 1);
     return Handle(handle);

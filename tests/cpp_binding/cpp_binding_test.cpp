@@ -231,8 +231,9 @@ TEST(CppRom, ProgressGoesThroughThePhasesToTheirEnds)
             } else {
                 EXPECT_GT(steps[i].done, steps[i - 1].done);
             }
-            if (i + 1 == steps.size() || steps[i + 1].phase != steps[i].phase)
+            if (i + 1 == steps.size() || steps[i + 1].phase != steps[i].phase) {
                 EXPECT_EQ(steps[i].done, steps[i].total);
+            }
         }
         std::vector<Phase> expected = {Phase::kUnlocking, Phase::kErasing, Phase::kProgramming,
                                        Phase::kLocking, Phase::kVerifying};
@@ -306,8 +307,9 @@ TEST(CppMfiImage, TakesASerialNumberOfItsLengthOnly)
         ASSERT_TRUE(loaded);
         const nyxus::Status status = loaded->set_serial("VELKA_0002_LINK");
         overlaps += status.message().find("overlap") != std::string::npos ? 1 : 0;
-        if (!status)
+        if (!status) {
             EXPECT_EQ(copy(loaded->bytes()), moved) << address;
+        }
     }
     EXPECT_GT(overlaps, 0U);
 

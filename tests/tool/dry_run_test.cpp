@@ -146,8 +146,9 @@ TEST(DryRunOfTheRom, WritesNothingAndAnnouncesTheLeast)
                 static_cast<size_t>(Json::parse(dry.outcome.out)["control_transfers"].number());
             EXPECT_LE(announced, done) << model << ": " << command;
             // How often a flash is asked whether it is erased, nobody knows before.
-            if (!command.starts_with("erase"))
+            if (!command.starts_with("erase")) {
                 EXPECT_GE(announced * 2, done) << model << ": " << command;
+            }
         }
         EXPECT_EQ(bench.backups().size(), 2U) << "dry runs keep none";
     }
