@@ -35,9 +35,10 @@ static int32_t correct_table(libusb_device_handle* handle, uint8_t unit, uvc_xu_
         const int32_t rv = ask_length(handle, unit, row.selector, &length);
         if (rv < 0) {
             nyxus_rv = rv;
-            if (nyxus::traces(NY_TRACE_DEBUG))
+            if (nyxus::traces(NY_TRACE_DEBUG)) {
                 nyxus::trace_line(NY_TRACE_DEBUG, kRequire,
                                   "xioctl_uvc(UVCIOC_CTRL_QUERY) FAILED\n");
+            }
             return rv;
         }
         if (keeper != nullptr)
