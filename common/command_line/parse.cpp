@@ -112,7 +112,8 @@ private:
     static CLI::Option* add(const Option& option, CLI::App& app)
     {
         const std::string spelling = spelling_of(option);
-        const auto add_to = [&]<typename Value>(Value where) -> CLI::Option* {
+        const auto add_to = [&](auto where) -> CLI::Option* {
+            using Value = decltype(where);
             if constexpr (std::is_same_v<Value, std::monostate>) {
                 return nullptr;
             } else if constexpr (std::is_same_v<Value, bool*> || std::is_same_v<Value, int*>) {
