@@ -88,8 +88,10 @@ Outcome Bench::shell(const std::string& camera, const std::string& script,
     RunOptions options;
     options.environment = std::move(environment);
     options.environment.insert(begin(kScriptEnvironment), end(kScriptEnvironment));
-    return run_program({kSimulator, "run", "--camera", camera, "--", "bash", "-c", script},
-                       options);
+    Words command = {kSimulator, "run", "--camera", camera};
+    command.insert(command.end(), fault_options_.begin(), fault_options_.end());
+    command.insert(command.end(), {"--", "bash", "-c", script});
+    return run_program(command, options);
 }
 
 std::vector<std::filesystem::path> Bench::backups() const

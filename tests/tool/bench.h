@@ -49,8 +49,7 @@ public:
     /// A bash script with one camera as slow as a real one.
     Outcome shell(const std::string& camera, const std::string& script,
                   std::map<std::string, std::string> environment) const;
-    /// What goes wrong with the cameras of nyxus() and nyxus_with_rom(): a JSON list; empty:
-    /// nothing.
+    /// What goes wrong with the cameras: a JSON list; empty: nothing.
     void set_faults(const std::string& json);
     std::string rom_file() const { return path("rom"); }
     /// Where the program keeps backups.
