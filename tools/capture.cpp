@@ -47,45 +47,9 @@ void open_missing_standard_fds()
     close(fd);
 }
 
-bool is_row_end(std::string_view line)
-{
-    return line.size() >= 5 && line.starts_with(" (") && line.ends_with("%)") &&
-           line.substr(2, line.size() - 4).find_first_not_of("0123456789") ==
-               std::string_view::npos;
-}
-
 } // namespace
 
-void MarkParser::feed(std::string_view bytes)
-{
-    for (const char c : bytes) {
-        if (c == '\n') {
-            end_line();
-        } else if (c == '#' && line_.empty()) {
-            listener_.on_mark();
-        } else if (c != kDrainByte && line_.size() < kLongestLine) {
-            line_ += c;
-        }
-    }
-}
-
-void MarkParser::end_line()
-{
-    if (is_row_end(line_)) {
-        listener_.on_row_end();
-    } else if (!line_.empty()) {
-        listener_.on_line(line_);
-    }
-    line_.clear();
-}
-
-void MarkParser::finish()
-{
-    if (!line_.empty())
-        end_line();
-}
-
-Capture::Capture(CaptureListener& listener) : parser_(listener), listener_(listener)
+Capture::Capture(CaptureListener& listener) : listener_(listener)
 {
     open_missing_standard_fds();
     files::Pipe pipe = files::make_pipe();
@@ -120,10 +84,27 @@ void Capture::drain()
     drained_.wait_for(lock, std::chrono::seconds(2), [&] { return drains_seen_ >= request; });
 }
 
+void Capture::take(char c)
+{
+    if (c == '\n') {
+        end_line();
+    } else if (c != kDrainByte && line_.size() < kLongestLine) {
+        line_ += c;
+    }
+}
+
+void Capture::end_line()
+{
+    if (!line_.empty())
+        listener_.on_line(line_);
+    line_.clear();
+}
+
 void Capture::handle(std::string_view bytes)
 {
-    parser_.feed(bytes);
-    last_words::remember(parser_.unfinished());
+    for (const char c : bytes)
+        take(c);
+    last_words::remember(line_);
     const auto requests = static_cast<unsigned>(std::ranges::count(bytes, kDrainByte));
     if (requests == 0)
         return;
@@ -148,7 +129,7 @@ void Capture::read_loop()
         }
         listener_.on_tick();
     }
-    parser_.finish();
+    end_line();
 }
 
 } // namespace tool

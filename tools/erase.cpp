@@ -31,7 +31,7 @@ void confirm(Console& console, const Camera& camera, bool yes)
 
 void erase_rom(Console& console, Camera& camera, RomContents& rom)
 {
-    RomWatcher watcher(console.display(), MarkCounter(camera.exchange_bytes(), {}));
+    RomWatcher watcher(console.display(), 0);
     rom_will_change(camera);
     last_words::set_consequence("the ROM is partly erased; erase or upgrade it again",
                                 to_text(RomContents::kIncomplete));
