@@ -169,10 +169,7 @@ TEST(Interrupt, HoldsWhenTheCameraIsLost)
          "nyxus: interrupted: the ROM is incomplete now, run the upgrade again\n"},
     };
     for (const auto& c : cases) {
-        Bench bench;
-        // It programs until it is unplugged, however slow the machine is.
-        bench.set_faults(R"([{"when": {"rom_address": "0x2000", "request": "SET_CUR"}, "times": 1,
-                              "do": "no-answer"}])");
+        const Bench bench;
         const Outcome outcome = interrupted(bench, "^programming", c.signals, c.more);
         EXPECT_EQ(outcome.exit_code, 130) << outcome.err;
         EXPECT_TRUE(contains(outcome.err, c.message)) << outcome.err;
