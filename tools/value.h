@@ -25,19 +25,17 @@ public:
     using Content = std::variant<std::nullptr_t, bool, int64_t, uint64_t, double, std::string,
                                  Bytes, List, Members>;
 
-    Value() : content_(nullptr) {}
-    Value(bool truth) : content_(truth) {}
-    Value(int number) : content_(int64_t{number}) {}
-    Value(unsigned number) : content_(uint64_t{number}) {}
-    Value(uint64_t number) : content_(number) {}
-    Value(double number) : content_(number) {}
-    Value(const char* text) : content_(std::string(text)) {}
-    Value(std::string text) : content_(std::move(text)) {}
-    Value(Bytes bytes) : content_(std::move(bytes)) {}
+    Value();
+    Value(bool truth);
+    Value(int number);
+    Value(unsigned number);
+    Value(uint64_t number);
+    Value(double number);
+    Value(const char* text);
+    Value(std::string text);
+    Value(Bytes bytes);
     template <size_t kCount>
-    Value(const std::array<uint8_t, kCount>& bytes) : content_(Bytes(bytes.begin(), bytes.end()))
-    {
-    }
+    Value(const std::array<uint8_t, kCount>& bytes);
     Value(List list);
     Value(Members members);
 
@@ -52,6 +50,20 @@ struct Member {
     Value value;
 };
 
+// Here, because a list of members wants to know what a member is.
+inline Value::Value() : content_(nullptr) {}
+inline Value::Value(bool truth) : content_(truth) {}
+inline Value::Value(int number) : content_(int64_t{number}) {}
+inline Value::Value(unsigned number) : content_(uint64_t{number}) {}
+inline Value::Value(uint64_t number) : content_(number) {}
+inline Value::Value(double number) : content_(number) {}
+inline Value::Value(const char* text) : content_(std::string(text)) {}
+inline Value::Value(std::string text) : content_(std::move(text)) {}
+inline Value::Value(Bytes bytes) : content_(std::move(bytes)) {}
+template <size_t kCount>
+Value::Value(const std::array<uint8_t, kCount>& bytes) : content_(Bytes(bytes.begin(), bytes.end()))
+{
+}
 inline Value::Value(List list) : content_(std::move(list)) {}
 inline Value::Value(Members members) : content_(std::move(members)) {}
 
