@@ -36,7 +36,7 @@ private:
     Memory memory_;
 };
 
-size_t control_length(const NyDevice* device, uint8_t selector)
+size_t control_length(NyDevice* device, uint8_t selector)
 {
     return static_cast<size_t>(std::max(nyxus_control_length(device, selector), 0));
 }
