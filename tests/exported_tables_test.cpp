@@ -45,20 +45,21 @@ TEST(ExportedTables, ACorrectedH264TableLeavesPayloadsInBounds)
         const struct {
             int32_t (*get)(NyDevice*, uint8_t*);
             int32_t (*set)(NyDevice*, const uint8_t*);
-            size_t bytes;
+            size_t received;
+            size_t sent;
         } cases[] = {
-            {H264GetRateCtrlMode, H264SetRateCtrlMode, 3},
-            {H264GetVersion, H264Reset, 2},
-            {H264GetQpSteps, H264SetQpSteps, 5},
-            {H264GetVersion, H264SetNextFrameType, 2},
+            {H264GetRateCtrlMode, H264SetRateCtrlMode, 3, 3},
+            {H264GetVersion, H264Reset, 2, 2},
+            {H264GetQpSteps, H264SetQpSteps, 5, 5},
+            {H264GetVersion, H264SetNextFrameType, 2, 4},
         };
         for (const auto& c : cases) {
             uint8_t payload[255];
             std::memset(payload, 0x11, sizeof payload);
             EXPECT_EQ(c.get(device, payload), 0);
-            EXPECT_EQ(std::count(payload, payload + 255, 0xA5), static_cast<ptrdiff_t>(c.bytes));
-            EXPECT_EQ(payload[c.bytes], 0x11);
-            const std::vector<uint8_t> whole(4, 0x11); // the sanitizer sees a read behind it
+            EXPECT_EQ(std::count(payload, payload + 255, 0xA5), static_cast<ptrdiff_t>(c.received));
+            EXPECT_EQ(payload[c.received], 0x11);
+            const std::vector<uint8_t> whole(c.sent, 0x11); // the sanitizer sees a read behind it
             EXPECT_EQ(c.set(device, whole.data()), 0);
         }
         H264BitrateLayers bitrate = {};

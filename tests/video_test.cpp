@@ -143,6 +143,24 @@ TEST(Video, ASizeThatTheCameraLacksIsRefused)
     EXPECT_EQ(startVideoStream(camera.device(), nullptr, &param), -1036);
 }
 
+TEST(Video, ASecondStartIsRefusedAndTheStreamGoesOn)
+{
+    Camera camera{models::kRowan, Time::kReal};
+    Received received;
+    VideoStreamParam first = size_of(320, 240);
+    VideoStreamParam second = size_of(320, 240);
+    ASSERT_EQ(startVideoStream(camera.device(), Received::on_frame, &first), 0);
+    EXPECT_EQ(startVideoStream(camera.device(), Received::on_frame, &second), UVC_ERROR_BUSY);
+    EXPECT_TRUE(received.wait_for(received.numbers().size() + 2));
+    EXPECT_EQ(received.param(), &first);
+    stopVideoStream(camera.device());
+    const size_t stopped = received.numbers().size();
+    ASSERT_EQ(startVideoStream(camera.device(), Received::on_frame, &second), 0);
+    EXPECT_TRUE(received.wait_for(stopped + 1));
+    EXPECT_EQ(received.param(), &second);
+    stopVideoStream(camera.device());
+}
+
 TEST(Video, FlipAndTextChangeThePicture)
 {
     Camera camera{models::kRowan, Time::kReal};

@@ -76,8 +76,9 @@ NYXUS_API void get_libusb_handle(libusb_device_handle** out);
  * @return the libuvc result: 0 or positive, or a negative uvc_error (also printed by libuvc);
  *         -1026, -1036 for NULL
  *
- * Call stopVideoStream() after a failure, too. Blocks for the negotiation's transfers. One thread
- * at a time per device.
+ * While a stream runs, another start returns -6 (busy), and the stream goes on. Call
+ * stopVideoStream() after a failure, too. Blocks for the negotiation's transfers. One thread at a
+ * time per device.
  */
 NYXUS_API int32_t startVideoStream(NyDevice* pDevObj, NyFrameCallback callback,
                                    VideoStreamParam* param);

@@ -47,6 +47,18 @@ RunningStream* create_stream(const StreamCallbackRecord& record)
                              : new (memory) RunningStream{record, PTHREAD_MUTEX_INITIALIZER, false};
 }
 
+RunningStream* owned_stream(const NyDevice& device)
+{
+    return device.stream_record_owned ? reinterpret_cast<RunningStream*>(device.stream_callback)
+                                      : nullptr;
+}
+
+void own(NyDevice* pDevObj, RunningStream* stream)
+{
+    pDevObj->stream_callback = &stream->record;
+    pDevObj->stream_record_owned = 1;
+}
+
 bool is_complete(const uvc_frame_t& frame)
 {
     return frame.data_bytes == frame.width * frame.height * 2;
@@ -124,6 +136,15 @@ uvc_error_t start_stream(NyDevice* pDevObj, uint32_t negotiated_payload,
     return rc;
 }
 
+int32_t start_callback_stream(NyDevice* pDevObj, const VideoStreamParam& param,
+                              RunningStream* stream)
+{
+    uint32_t negotiated_payload = 0;
+    const uvc_error_t rc = negotiate(pDevObj, param, &negotiated_payload);
+    uvc_stream_handle_t* handle = nullptr;
+    return rc < 0 ? rc : start_stream(pDevObj, negotiated_payload, &handle, internal_cb, stream);
+}
+
 /// The next frame, nullptr after a second without one. Debian's libuvc keeps its own lock when a
 /// wait of its own runs out, so that stopping the stream would hang: it is asked again and again
 /// instead.
@@ -158,15 +179,16 @@ int32_t startVideoStream(NyDevice* pDevObj, NyFrameCallback callback, VideoStrea
     RunningStream* stream = create_stream({param, callback});
     if (stream == nullptr)
         return UVC_ERROR_NO_MEM;
-    pDevObj->stream_callback = &stream->record;
-    pDevObj->stream_record_owned = 1;
-
-    uint32_t negotiated_payload = 0;
-    const uvc_error_t rc = negotiate(pDevObj, *param, &negotiated_payload);
-    if (rc < 0)
-        return rc;
-    uvc_stream_handle_t* handle = nullptr;
-    return start_stream(pDevObj, negotiated_payload, &handle, internal_cb, stream);
+    RunningStream* former = owned_stream(*pDevObj);
+    const bool former_runs = former != nullptr && pDevObj->stream_running;
+    own(pDevObj, stream);
+    const int32_t rc = start_callback_stream(pDevObj, *param, stream);
+    if (former_runs) { // and libuvc has refused this one
+        own(pDevObj, former);
+        former = stream;
+    }
+    std::free(former);
+    return rc;
 }
 
 int32_t startVideoStream_snapshot(NyDevice* pDevObj, void* /*unused*/, VideoStreamParam* param)
@@ -201,9 +223,7 @@ void stopVideoStream(NyDevice* pDevObj)
         return;
     }
     const nyxus::DeviceScope scope(pDevObj);
-    auto* stream = pDevObj->stream_record_owned
-                       ? reinterpret_cast<RunningStream*>(pDevObj->stream_callback)
-                       : nullptr;
+    RunningStream* stream = owned_stream(*pDevObj);
     if (stream != nullptr)
         silence(*stream);
     if (!nyxus::stop_streams(pDevObj))
