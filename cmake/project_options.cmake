@@ -4,8 +4,10 @@ option(NYXUS_CCACHE "Use ccache where it is installed" ON)
 find_program(NYXUS_CCACHE_PROGRAM ccache)
 mark_as_advanced(NYXUS_CCACHE_PROGRAM)
 if(NYXUS_CCACHE AND NYXUS_CCACHE_PROGRAM)
-  set(CMAKE_C_COMPILER_LAUNCHER ${NYXUS_CCACHE_PROGRAM})
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${NYXUS_CCACHE_PROGRAM})
+  # Without the latter it would pass on every file that uses a precompiled header.
+  set(launcher ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${NYXUS_CCACHE_PROGRAM})
+  set(CMAKE_C_COMPILER_LAUNCHER ${launcher})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${launcher})
 endif()
 
 # nyxus_warnings: language level and warnings, for every target.

@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <utility>
 #include <variant>
 #include <vector>
 
@@ -38,6 +37,12 @@ public:
     Value(const std::array<uint8_t, kCount>& bytes);
     Value(List list);
     Value(Members members);
+    // Not inline: they would be most of the code of the commands.
+    Value(const Value& other);
+    Value(Value&& other) noexcept;
+    Value& operator=(const Value& other);
+    Value& operator=(Value&& other) noexcept;
+    ~Value();
 
     const Content& content() const { return content_; }
 
@@ -50,21 +55,9 @@ struct Member {
     Value value;
 };
 
-// Here, because a list of members wants to know what a member is.
-inline Value::Value() : content_(nullptr) {}
-inline Value::Value(bool truth) : content_(truth) {}
-inline Value::Value(int number) : content_(int64_t{number}) {}
-inline Value::Value(unsigned number) : content_(uint64_t{number}) {}
-inline Value::Value(uint64_t number) : content_(number) {}
-inline Value::Value(double number) : content_(number) {}
-inline Value::Value(const char* text) : content_(std::string(text)) {}
-inline Value::Value(std::string text) : content_(std::move(text)) {}
-inline Value::Value(Bytes bytes) : content_(std::move(bytes)) {}
 template <size_t kCount>
-Value::Value(const std::array<uint8_t, kCount>& bytes) : content_(Bytes(bytes.begin(), bytes.end()))
+Value::Value(const std::array<uint8_t, kCount>& bytes) : Value(Bytes(bytes.begin(), bytes.end()))
 {
 }
-inline Value::Value(List list) : content_(std::move(list)) {}
-inline Value::Value(Members members) : content_(std::move(members)) {}
 
 } // namespace tool

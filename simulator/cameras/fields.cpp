@@ -268,7 +268,7 @@ std::string format_number(int64_t value, Digits digits)
     return text;
 }
 
-std::string quoted(std::string_view text)
+std::string in_quotes(std::string_view text)
 {
     return '"' + std::string(text) + '"';
 }
@@ -305,7 +305,7 @@ struct KindText {
     {
         std::string text;
         for (const std::string_view word : c.words)
-            text += (text.empty() ? "" : " or ") + quoted(word);
+            text += (text.empty() ? "" : " or ") + in_quotes(word);
         return text;
     }
     std::string operator()(const PartOrTable& p) const
@@ -324,7 +324,7 @@ struct ValueText {
         return format_number(value, rule != nullptr ? rule->digits : Digits::kDecimal);
     }
     std::string operator()(bool value) const { return value ? "true" : "false"; }
-    std::string operator()(const std::string& value) const { return quoted(value); }
+    std::string operator()(const std::string& value) const { return in_quotes(value); }
     std::string operator()(const std::vector<uint8_t>& value) const
     {
         std::string text;
