@@ -4,12 +4,14 @@
 #include "command_line/parse.h"
 
 #include "text/numbers.h"
+#include "text/printable.h"
 
 #include <algorithm>
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <iterator>
 #include <map>
+#include <sstream>
 
 namespace command_line {
 
@@ -42,7 +44,10 @@ public:
         try {
             app_.parse(argc, argv);
         } catch (const CLI::ParseError& error) {
-            return app_.exit(error, std::cout, std::cerr) == 0 ? 0 : kUsageCode;
+            std::ostringstream complaint; // which quotes arguments, control characters and all
+            const int code = app_.exit(error, std::cout, complaint);
+            std::cerr << text::printable_lines(complaint.str());
+            return code == 0 ? 0 : kUsageCode;
         }
         try {
             if (const auto& action = chosen().action())

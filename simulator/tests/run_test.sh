@@ -40,6 +40,8 @@ exit_codes() {
     expect_text "$work/err" "did you mean 'rowan-spi'"
     expect_code 2 "$sim" run --camera rowan-spi,bus=0 -- true
     expect_code 2 "$sim" run --camera rowan-spi,colour=red -- true
+    expect_code 2 "$sim" run "$(printf -- '--\033[31m')" -- true
+    expect_text "$work/err" 'not expected: --?\[31m$' # what an argument holds does not reach the terminal
     expect_clean
 }
 
