@@ -23,7 +23,11 @@ NYXUS_BEGIN_DECLS
 /** External ROM types (bExtRomType). Smaller values are EEPROMs, in units of 128 bytes. */
 enum { EXTROM_TYPE_SPI = 0xFF };
 
-/** The per-camera record. Read any field; the library owns and writes them. */
+/**
+ * The per-camera record. Read any field; the library owns and writes them. Programs may make one of
+ * their own for DEV_Init(): all of it 0 at first. It has 1024 bytes (on 64-bit machines) in every
+ * libNYXUS.so.2 from 1.0.0 of the product on.
+ */
 struct NyDevice {
     uint8_t state;                         /**< 1 since creation */
     int32_t index;                         /**< -1 */
@@ -63,7 +67,8 @@ struct NyDevice {
     void* line_user; /**< private: for line_callback */
     /** private: see nyxus/extensions.h */
     void (*progress_callback)(NyDevice*, uint64_t, uint64_t, void*);
-    void* progress_user; /**< private: for progress_callback */
+    void* progress_user;   /**< private: for progress_callback */
+    uint64_t reserved[24]; /**< private: room for more, so that the record keeps its size */
 };
 
 /**
@@ -80,7 +85,7 @@ struct NyDevice {
  * list it (just unplugged, or no camera); libusb_open() and libusb_claim_interface() of interface 0
  * tell which
  *
- * The memory of an object that was handed out is never freed, not even by DEV_DeleteObject(): 832
+ * The memory of an object that was handed out is never freed, not even by DEV_DeleteObject(): 1024
  * bytes a camera.
  * Blocks for about 30 transfers. Thread-safe for different cameras.
  */

@@ -18,6 +18,7 @@ static constexpr uint8_t kVideoClass = 0x0E;
 static constexpr uint8_t kMiscellaneousClass = 0xEF; // its bits are in 0xFF, vendor-specific, too
 static constexpr uint16_t kVendor = 0x1162;
 
+static_assert(sizeof(void*) != 8 || sizeof(NyDevice) == 1024, "programs make some of their own");
 static_assert(sizeof(void*) != 8 ||
               (offsetof(NyDevice, usb_device) == 8 && offsetof(NyDevice, usb_handle) == 16 &&
                offsetof(NyDevice, uvc_context) == 24 && offsetof(NyDevice, uvc_handle) == 32 &&
