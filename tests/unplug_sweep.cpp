@@ -87,12 +87,10 @@ std::string describe(const Run& run)
 /// What a run tells.
 struct Outcome {
     enum Ending : uint8_t { kClosed, kAbandoned, kBroken } ending;
-    float stop_ms; ///< of it, what comes after the unplug
+    float stop_ms;
     float delete_ms;
     bool called_late;
 };
-
-std::atomic<Clock::time_point> gone_at = Clock::time_point::max();
 
 /// Unplugs the camera on a thread of its own.
 class Cutter {
@@ -104,7 +102,6 @@ public:
               while (Clock::now() < due) // a sleep is too coarse
                   std::this_thread::yield();
               bed.unplug(camera, run_.announce);
-              gone_at = Clock::now();
           })
     {
     }
@@ -198,15 +195,12 @@ Outcome::Ending ending_of(const NyDevice& device)
     return device.device_gone != 0 ? Outcome::kAbandoned : Outcome::kClosed;
 }
 
-/// How long a step takes with the camera gone.
 template <typename Step>
 float milliseconds_of(Step step)
 {
     const auto begin = Clock::now();
     step();
-    const auto end = Clock::now();
-    const auto counted = std::clamp(gone_at.load(), begin, end);
-    return std::chrono::duration<float, std::milli>(end - counted).count();
+    return std::chrono::duration<float, std::milli>(Clock::now() - begin).count();
 }
 
 Outcome play(const Run& run)
@@ -324,9 +318,10 @@ private:
             return "hangs";
         if (status != 0)
             return "ends with status " + std::to_string(status) + ": ";
-        if (outcome.stop_ms > kMost_ms || outcome.delete_ms > kMost_ms)
+        if (outcome.stop_ms > kMost_ms || outcome.delete_ms > kMost_ms) {
             return "takes " + std::to_string(outcome.stop_ms) + " ms to stop, " +
                    std::to_string(outcome.delete_ms) + " ms to delete";
+        }
         return outcome.called_late ? "a frame after the stop" : "";
     }
     static std::string last_words(int errors)

@@ -1,10 +1,16 @@
 # SPDX-License-Identifier: Apache-2.0
+import contextlib
+import faulthandler
+import os
+import random
+import subprocess
 import sys
+import time
 
 import pytest
 
 import nyxus
-from conftest import simulator
+from conftest import SIMULATOR, simulator
 
 
 def test_frames_come_complete_and_in_order(camera):
@@ -50,5 +56,35 @@ def test_a_camera_that_goes_while_it_streams_raises_and_closes_in_peace():
             camera.flip
         assert still_gone.value.camera_is_gone
     simulator("do", "replug", "--camera", "G1")
+    with nyxus.open("G1") as camera:
+        assert camera.flip is False
+
+
+RUNS = int(os.environ.get("NYXUS_UNPLUG_RUNS", "12"))
+
+
+def use(moments):
+    """Streams or takes a picture; all that may happen to it is an error that says so."""
+    with contextlib.suppress(nyxus.Error, TimeoutError), nyxus.open("G1") as camera:
+        if moments.random() < 0.3:
+            camera.take_picture(320, 240)
+            return
+        with camera.stream(320, 240) as stream:
+            stream.frame()
+            time.sleep(moments.random() * 0.03)
+
+
+def test_a_camera_may_go_at_any_moment():
+    moments = random.Random(int(os.environ.get("NYXUS_UNPLUG_SEED", "1")))
+    for _ in range(RUNS):
+        silent = ["--silent"] if moments.random() < 0.5 else []
+        faulthandler.dump_traceback_later(30, exit=True)  # what hangs is to be seen
+        # It takes some milliseconds to start: the camera goes before, during or after.
+        time.sleep(moments.random() * 0.02)
+        unplug = subprocess.Popen([SIMULATOR, "do", "unplug", "--camera", "G1", *silent])
+        use(moments)
+        assert unplug.wait() == 0
+        faulthandler.cancel_dump_traceback_later()
+        simulator("do", "replug", "--camera", "G1")
     with nyxus.open("G1") as camera:
         assert camera.flip is False

@@ -84,9 +84,10 @@ private:
         if (depth == 2)
             outer_key_ = name;
         const std::string path = depth == 2 ? name : outer_key_ + "." + name;
-        if (!lines.try_emplace({elements_, path}, line).second)
+        if (!lines.try_emplace({elements_, path}, line).second) {
             throw JsonList::Mistake(line,
                                     "\"" + plain(name) + "\" stands here for the second time");
+        }
     }
 
     size_t elements_ = 0;
