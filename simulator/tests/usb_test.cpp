@@ -216,7 +216,8 @@ TEST_F(UsbTest, PictureControlsAnswerAsDescribed)
                   kInfo = 0x86, kDef = 0x87;
     constexpr uint16_t kBrightness = 0x0200, kWhiteBalance = 0x0A00, kZoom = 0x0B00;
     constexpr uint16_t kTerminal = 0x0100, kUnit = 0x0200;
-    sim::PluggedCamera& camera = bed_.plug(*sim::find_model("maple-mjpeg"));
+    // From a description that does not outlive the call.
+    sim::PluggedCamera& camera = bed_.plug(sim::CameraModel(*sim::find_model("maple-mjpeg")));
     const struct {
         int request;
         uint16_t selector, unit;

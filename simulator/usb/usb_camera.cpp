@@ -58,7 +58,7 @@ UsbCamera::UsbCamera(const CameraModel& model, Clock& clock, std::string serial,
                      std::span<const uint8_t> rom)
     : clock_(clock),
       controller_(model, clock, rom),
-      video_(model),
+      video_(controller_.model()),
       stream_(controller_),
       serial_(std::move(serial))
 {
