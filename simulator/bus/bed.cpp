@@ -102,6 +102,12 @@ std::optional<StreamFormat> PluggedCamera::stream_format()
     return camera_->stream().format();
 }
 
+VideoControls PluggedCamera::video_controls()
+{
+    const std::lock_guard lock(camera_->mutex());
+    return camera_->video();
+}
+
 void PluggedCamera::set_frame_fault(FrameFaultHook hook)
 {
     const std::lock_guard lock(camera_->mutex());
