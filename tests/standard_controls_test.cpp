@@ -80,9 +80,9 @@ TEST(StandardControls, WhatCannotBeIsRefusedAndChangesNothing)
         int64_t value;
         const char* message;
     } cases[] = {
-        {NYXUS_CONTROL_BRIGHTNESS, 65, "brightness is -64 to 64"},
-        {NYXUS_CONTROL_BRIGHTNESS, INT64_MIN, "brightness is -64 to 64"},
-        {NYXUS_CONTROL_GAIN, 0x10000, "gain is 0 to 255"},
+        {NYXUS_CONTROL_BRIGHTNESS, 65, "'brightness' ranges from -64 to 64"},
+        {NYXUS_CONTROL_BRIGHTNESS, INT64_MIN, "'brightness' ranges from -64 to 64"},
+        {NYXUS_CONTROL_GAIN, 0x10000, "'gain' ranges from 0 to 255"},
         {NYXUS_CONTROL_PAN, 0, "no control 'pan'"},
         {NYXUS_CONTROL_COUNT, 0, "unknown"},
         {UINT32_MAX, 0, "unknown"},

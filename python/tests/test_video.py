@@ -60,7 +60,7 @@ def test_standard_controls_are_listed_and_set():
         camera.set_control("hue", -90)
         hue = camera.control("hue")
         assert (hue.minimum, hue.maximum, hue.default, hue.value) == (-180, 180, 0, -90)
-        for name, value, message in (("zoom", 99, "zoom is 100 to 400"), ("pan", 0, "no control"),
+        for name, value, message in (("zoom", 99, "'zoom' ranges from 100 to 400"), ("pan", 0, "no control"),
                                      ("volume", 0, "no standard control")):
             with pytest.raises(nyxus.Error, match=message):
                 camera.set_control(name, value)

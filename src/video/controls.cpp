@@ -183,7 +183,7 @@ int32_t nyxus_set_control(NyDevice* pDevObj, uint32_t id, int64_t value)
     NY_TRY(nyxus_get_control(pDevObj, id, &control));
     const nyxus::DeviceScope scope(pDevObj);
     if (value < control.minimum || value > control.maximum) {
-        return NY_FAIL(NYXUS_E_RANGE, "%s is %lld to %lld", control.name,
+        return NY_FAIL(NYXUS_E_RANGE, "'%s' ranges from %lld to %lld", control.name,
                        static_cast<long long>(control.minimum),
                        static_cast<long long>(control.maximum));
     }
