@@ -7,6 +7,7 @@
 #include <atomic>
 #include <functional>
 #include <thread>
+#include <utility>
 
 #include "cameras/shipped.h"
 #include "chip/picture.h"
@@ -207,6 +208,38 @@ TEST(Stream, WhatTheCameraDoesNotOfferIsRefused)
     EXPECT_EQ(nyxus_stream_start(&closed, &request, nullptr, nullptr, &stream),
               UVC_ERROR_NO_DEVICE);
     EXPECT_EQ(nyxus_list_formats(&closed, nullptr, 0), UVC_ERROR_NO_DEVICE);
+}
+
+/// libuvc divides by the rate, or by the range's step, and neither may be 0.
+TEST(Stream, ARangeOfIntervalsIsARange)
+{
+    Camera camera{"rowan-spi", Time::kReal};
+    NyDevice* device = camera.device();
+    uvc_frame_desc_t& frame = *uvc_get_format_descs(device->uvc_handle)->frame_descs;
+    uint32_t* intervals = std::exchange(frame.intervals, nullptr);
+    frame.dwMinFrameInterval = 333333;
+    frame.dwMaxFrameInterval = 1000000;
+    frame.dwFrameIntervalStep = 0;
+    NyStreamFormat format = {};
+    ASSERT_EQ(nyxus_list_formats(device, &format, 1), 3);
+    EXPECT_EQ(format.interval_count, 0u);
+    EXPECT_EQ(format.interval_min, 333333u);
+    EXPECT_EQ(format.interval_max, 1000000u);
+    EXPECT_EQ(format.interval_step, 1u);
+    for (const uint32_t fps : {0, 25}) {
+        VideoStreamParam param = {0, 320, 240, fps, nullptr};
+        EXPECT_EQ(startVideoStream_snapshot(device, nullptr, &param), UVC_ERROR_INVALID_MODE);
+    }
+    for (const uint32_t interval : {0, 666666}) { // such that the camera has, too
+        NyStream* stream = start(device, {NYXUS_FOURCC_YUYV, 320, 240, interval});
+        EXPECT_TRUE(take_frames(stream, 1)) << interval;
+        nyxus_stream_free(stream);
+    }
+    NyStream* stream = nullptr;
+    const NyStreamRequest slower = {NYXUS_FOURCC_YUYV, 320, 240, 1100000};
+    EXPECT_EQ(nyxus_stream_start(device, &slower, nullptr, nullptr, &stream),
+              UVC_ERROR_INVALID_MODE);
+    frame.intervals = intervals;
 }
 
 /// What a camera may answer to a probe, so that libuvc, or this machine, could not bear it.
