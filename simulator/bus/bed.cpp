@@ -102,6 +102,12 @@ std::optional<StreamFormat> PluggedCamera::stream_format()
     return camera_->stream().format();
 }
 
+VideoControls PluggedCamera::video_controls()
+{
+    const std::lock_guard lock(camera_->mutex());
+    return camera_->video();
+}
+
 void PluggedCamera::set_frame_fault(FrameFaultHook hook)
 {
     const std::lock_guard lock(camera_->mutex());
@@ -464,6 +470,7 @@ void Bed::State::replug_after(PluggedCamera& camera, uint64_t delay_us)
 Bed::Bed(Clock& clock) : state_(std::make_unique<State>(clock))
 {
     active_bed = this;
+    set_usbfs_memory(0);
 }
 
 Bed::~Bed()

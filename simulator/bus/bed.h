@@ -64,6 +64,8 @@ public:
     StreamState stream();
     /// What host and camera have agreed on; nothing before a commit.
     std::optional<StreamFormat> stream_format();
+    /// The standard controls as they are now.
+    VideoControls video_controls();
     /// The same as set_fault(), for frames.
     void set_frame_fault(FrameFaultHook hook);
     /// From the next stream on.

@@ -92,12 +92,64 @@ private:
             read_firmware(field, key, node);
         } else if (key == nullptr) {
             return;
+        } else if (field.key == "format") {
+            read_formats(field, *key, *node);
+        } else if (field.key == "controls") {
+            read_controls(field, *key, *node);
         } else if (field.key == "flash") {
             model_.rom_kind = RomKind::kSpiFlash;
             model_.flash = read_part_or_table(*key, *node, field.kind, flash_parts(), mistakes_);
         } else {
             model_.rom_kind = RomKind::kEeprom;
             model_.eeprom = read_part_or_table(*key, *node, field.kind, eeprom_parts(), mistakes_);
+        }
+    }
+
+    void read_formats(const Field<CameraModel>& field, const toml::key& key, const toml::node& node)
+    {
+        const auto* list = node.as_array();
+        if (list == nullptr || !list->is_array_of_tables() ||
+            list->size() > std::get<Tables>(field.kind).most) {
+            report_kind(key, node, field.kind, mistakes_);
+            return;
+        }
+        model_.formats.assign(list->size(), {});
+        for (size_t i = 0; i < list->size(); ++i)
+            read_fields(*list->get_as<toml::table>(i), "format", format_fields(), model_.formats[i],
+                        mistakes_, kNoSections);
+    }
+
+    void read_controls(const Field<CameraModel>& field, const toml::key& key,
+                       const toml::node& node)
+    {
+        const auto* table = node.as_table();
+        if (table == nullptr) {
+            report_kind(key, node, field.kind, mistakes_);
+            return;
+        }
+        model_.controls = {};
+        read_fields(*table, "controls", control_fields(), model_, mistakes_,
+                    [&](const Field<CameraModel>& control, const toml::key* name) {
+                        if (name != nullptr)
+                            read_range(control, *name, *table->get(control.key));
+                    });
+    }
+
+    void read_range(const Field<CameraModel>& control, const toml::key& key, const toml::node& node)
+    {
+        const auto* table = node.as_table();
+        if (table == nullptr) {
+            report_kind(key, node, control.kind, mistakes_);
+            return;
+        }
+        const auto place = static_cast<size_t>(&control - control_fields().data());
+        ControlRange& range = model_.controls[place].emplace();
+        read_fields(*table, control.key, range_fields(), range, mistakes_, kNoSections);
+        const bool is_in_order = range.least <= range.standard && range.standard <= range.most;
+        if (!is_in_order || (range.least < 0 && range.most > INT16_MAX)) {
+            mistakes_.add(key.source(), "'" + std::string(control.key) +
+                                            "' needs min, default and max in this order, and with "
+                                            "a sign at most 32767");
         }
     }
 

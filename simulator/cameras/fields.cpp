@@ -17,6 +17,7 @@ constexpr uint8_t kShortBlockErase = 0x52; // this opcode erases 32 KiB, all oth
 
 constexpr std::string_view kXuPrefix[] = {"XU", "FF"};
 constexpr std::string_view kVideo[] = {"bulk", "isochronous"};
+constexpr std::string_view kPixels[] = {"YUYV", "MJPEG"};
 constexpr std::string_view kWriteProtect[] = {"control", "gpio0"};
 
 int64_t number(const Value& value)
@@ -56,6 +57,22 @@ void set_xu_prefix(CameraModel& model, const Value& value)
 void set_video(CameraModel& model, const Value& value)
 {
     model.streams_isochronously = std::get<std::string>(value) == kVideo[1];
+}
+
+void set_first_frame(CameraModel& model, const Value& value)
+{
+    model.first_frame_ms = static_cast<uint32_t>(number(value));
+}
+
+void set_pixels(FrameFormat& format, const Value& value)
+{
+    const bool is_mjpeg = std::get<std::string>(value) == kPixels[1];
+    format.pixels = is_mjpeg ? PixelFormat::kMjpeg : PixelFormat::kYuyv;
+}
+
+void set_sizes(FrameFormat& format, const Value& value)
+{
+    format.sizes = std::get<std::vector<FrameSize>>(value);
 }
 
 void set_write_protect(CameraModel& model, const Value& value)
@@ -155,6 +172,15 @@ std::span<const Field<CameraModel>> camera_fields()
          "Time that a control transfer takes, in microseconds.", store<&M::usb_latency_us>},
         {"video", Choice{kVideo}, Value("bulk"),
          "How the picture travels.", set_video},
+        {"bulk_payload_bytes", Number{512, 0x100'0000}, Absent{"a whole frame"},
+         "Largest bulk payload, with its header of 12 bytes.", store<&M::bulk_payload_bytes>},
+        {"first_frame_ms", Number{0, 10'000},
+         Absent{"300; 0 where '--usbfs-memory' limits the transfers"},
+         "Time from a host's commit to the first frame.", set_first_frame},
+        {"format", Tables{2}, Absent{"YUYV at 320x240, 640x480 and 1280x720"},
+         "What the camera streams: a table [[format]] for each.", nullptr},
+        {"controls", Table{}, Absent{"brightness from 0 to 255, at first 128"},
+         "Standard controls of the picture.", nullptr},
         {"h264_any_order", Truth{}, Value(false),
          "The H.264 unit also answers queries whose length and request are swapped.",
          store<&M::tolerates_swapped_h264>},
@@ -191,6 +217,53 @@ std::span<const Field<CameraModel>> firmware_fields()
         {"seed", Number{0, UINT32_MAX, Digits::kHex}, Computed<M>{"usb_product_id",
             [](const M& m) -> Value { return int64_t{m.usb_product_id}; }},
          "Another seed, other contents.", store<&M::factory_firmware_seed>},
+    };
+    return fields;
+}
+
+std::span<const Field<FrameFormat>> format_fields()
+{
+    using F = FrameFormat;
+    static const Field<F> fields[] = {
+        {"pixels", Choice{kPixels}, Required{},
+         "Packed pixels, or a JPEG for each frame.", set_pixels},
+        {"sizes", SizeList{16}, Required{},
+         "Sizes in pixels with their frames per second, the first one for a host without a wish.",
+         set_sizes},
+    };
+    return fields;
+}
+
+std::span<const Field<CameraModel>> control_fields()
+{
+    using M = CameraModel;
+    constexpr Absent kNone{"the camera does not have it"};
+    static const Field<M> fields[] = {
+        {"brightness", Table{}, kNone, "Adds to the picture's brightness.", nullptr},
+        {"contrast", Table{}, kNone, "From grey alone to twice the contrast.", nullptr},
+        {"saturation", Table{}, kNone, "From no colour to twice as much.", nullptr},
+        {"hue", Table{}, kNone, "Turns the colours by half a circle to either side.", nullptr},
+        {"gain", Table{}, kNone, "From black to twice the brightness.", nullptr},
+        {"white_balance", Table{}, kNone, "From bluish to reddish.", nullptr},
+        {"zoom", Table{}, kNone, "Into the middle: min shows all, twice that half of it.", nullptr},
+    };
+    static_assert(std::size(fields) == kPictureControls);
+    return fields;
+}
+
+std::span<const Field<ControlRange>> range_fields()
+{
+    using R = ControlRange;
+    static const Field<R> fields[] = {
+        {"min", Number{INT16_MIN, UINT16_MAX}, Required{},
+         "Smallest value. Below 0, the control has a sign.", store<&R::least>},
+        {"max", Number{INT16_MIN, UINT16_MAX}, Required{}, "Largest value.", store<&R::most>},
+        {"step", Number{1, UINT16_MAX}, Value(1),
+         "Distance of values; the camera rounds down to one of them.", store<&R::step>},
+        {"default", Number{INT16_MIN, UINT16_MAX}, Computed<R>{"min",
+            [](const R& r) -> Value { return int64_t{r.least}; }},
+         "Value until a host sets another one, at which the picture is as the sensor sees it.",
+         store<&R::standard>},
     };
     return fields;
 }
@@ -313,6 +386,15 @@ struct KindText {
         return "the name of a part or a table [" + std::string(p.section) + "]";
     }
     std::string operator()(const Table&) const { return "a table"; }
+    std::string operator()(const Tables& t) const
+    {
+        return "1 to " + std::to_string(t.most) + " tables";
+    }
+    std::string operator()(const SizeList& s) const
+    {
+        return "a list of 1 to " + std::to_string(s.most) +
+               " texts such as \"640x480: 30, 15\", with even widths and rates that fall";
+    }
 };
 
 struct ValueText {
@@ -331,6 +413,10 @@ struct ValueText {
         for (const uint8_t byte : value)
             text += (text.empty() ? "" : ", ") + format_number(byte, Digits::kHex);
         return "[" + text + "]";
+    }
+    std::string operator()(const std::vector<FrameSize>& sizes) const
+    {
+        return std::to_string(sizes.size()) + " sizes"; // no key has any by default
     }
 };
 

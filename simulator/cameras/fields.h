@@ -17,7 +17,8 @@ namespace sim {
 // The keys of a camera description: what each may hold, what it is without being named, and what
 // it means. The reader and the manual page both follow these tables.
 
-using Value = std::variant<int64_t, bool, std::string, std::vector<uint8_t>>;
+using Value =
+    std::variant<int64_t, bool, std::string, std::vector<uint8_t>, std::vector<FrameSize>>;
 
 enum class Digits { kDecimal, kHex, kHexPowerOfTwo };
 
@@ -52,8 +53,16 @@ struct PartOrTable {
     std::string_view section;
 };
 struct Table {};
-using Kind =
-    std::variant<Number, EitherNumber, Text, Word, Truth, ByteList, Choice, PartOrTable, Table>;
+/// At most this many tables of the same header.
+struct Tables {
+    size_t most;
+};
+/// Sizes of a picture with their rates, each as "640x480: 30, 15".
+struct SizeList {
+    size_t most;
+};
+using Kind = std::variant<Number, EitherNumber, Text, Word, Truth, ByteList, Choice, PartOrTable,
+                          Table, Tables, SizeList>;
 
 struct Required {};
 /// Absence means something by itself.
@@ -81,6 +90,10 @@ struct Field {
 /// In this order, so that a computed fallback may look at what stands above it.
 std::span<const Field<CameraModel>> camera_fields();
 std::span<const Field<CameraModel>> firmware_fields();
+std::span<const Field<FrameFormat>> format_fields();
+/// In the order of PictureControl.
+std::span<const Field<CameraModel>> control_fields();
+std::span<const Field<ControlRange>> range_fields();
 std::span<const Field<FlashPart>> flash_fields();
 std::span<const Field<EepromPart>> eeprom_fields();
 

@@ -6,6 +6,7 @@
 #include "text/printable.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <sstream>
 
 namespace sim {
@@ -26,6 +27,33 @@ bool is_byte(const toml::node& node)
 {
     const auto* number = node.as_integer();
     return number != nullptr && number->get() >= 0 && number->get() <= 0xFF;
+}
+
+// "640x480: 30, 15"
+std::optional<FrameSize> parse_size(const std::string& text)
+{
+    constexpr unsigned kLeast = 32; // the headers of a JPEG need room, too
+    constexpr unsigned kMost = 4096;
+    constexpr unsigned kMostRate = 240;
+    constexpr size_t kMostRates = 16;
+    constexpr uint32_t kSecond100ns = 10'000'000;
+    unsigned width = 0;
+    unsigned height = 0;
+    int at = 0;
+    if (std::sscanf(text.c_str(), "%4ux%4u%n", &width, &height, &at) != 2 ||
+        std::min(width, height) < kLeast || std::max(width, height) > kMost || width % 2 != 0)
+        return std::nullopt;
+    FrameSize size{static_cast<uint16_t>(width), static_cast<uint16_t>(height), {}};
+    const char* rest = text.c_str() + at;
+    unsigned rate = 0;
+    for (unsigned last = kMostRate + 1;
+         std::sscanf(rest, size.intervals_100ns.empty() ? ": %3u%n" : ", %3u%n", &rate, &at) == 1;
+         rest += at, last = rate) {
+        if (rate == 0 || rate >= last || size.intervals_100ns.size() == kMostRates)
+            return std::nullopt;
+        size.intervals_100ns.push_back(kSecond100ns / rate);
+    }
+    return *rest == '\0' && !size.intervals_100ns.empty() ? std::optional(size) : std::nullopt;
 }
 
 std::string name_type(const toml::node& node)
@@ -135,8 +163,24 @@ struct Reader {
             text != nullptr && std::ranges::find(rule.words, text->get()) != rule.words.end();
         return fits ? std::optional<Value>(text->get()) : std::nullopt;
     }
+    std::optional<Value> operator()(const SizeList& rule) const
+    {
+        const auto* list = node.as_array();
+        if (list == nullptr || list->empty() || list->size() > rule.most)
+            return std::nullopt;
+        std::vector<FrameSize> sizes;
+        for (const toml::node& item : *list) {
+            const auto* text = item.as_string();
+            const auto size = text != nullptr ? parse_size(text->get()) : std::nullopt;
+            if (!size)
+                return std::nullopt;
+            sizes.push_back(*size);
+        }
+        return sizes;
+    }
     std::optional<Value> operator()(const PartOrTable&) const { return std::nullopt; }
     std::optional<Value> operator()(const Table&) const { return std::nullopt; }
+    std::optional<Value> operator()(const Tables&) const { return std::nullopt; }
 };
 
 } // namespace

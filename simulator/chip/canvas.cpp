@@ -3,26 +3,74 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstring>
+#include <numbers>
 
 namespace sim {
 namespace {
 
 constexpr uint32_t kPairBytes = 4;
+constexpr double kBlack = 16;
+constexpr double kWhite = 235;
+constexpr double kMostChroma = 240;
+constexpr double kGrey = 128;
+
+uint8_t level(double value, double most)
+{
+    return static_cast<uint8_t>(std::lround(std::clamp(value, kBlack, most)));
+}
 
 } // namespace
 
-Canvas::Canvas(uint32_t width, uint32_t height, std::span<uint8_t> yuyv, Orientation orientation)
-    : width_(width & ~1U), height_(height), yuyv_(yuyv), orientation_(orientation)
+Colour PictureSettings::shown(const Colour& seen) const
+{
+    constexpr double kMostBrightness = 100;
+    constexpr double kMostWarmth = 40;
+    const double contrasted = kGrey + (seen.luma - kGrey) * (1 + contrast);
+    const double luma = kBlack + (contrasted - kBlack) * (1 + gain) + kMostBrightness * brightness;
+    const double blue = (seen.blue_difference - kGrey) * (1 + saturation);
+    const double red = (seen.red_difference - kGrey) * (1 + saturation);
+    const double turn = hue * std::numbers::pi;
+    const double warm = kMostWarmth * warmth;
+    return {level(luma, kWhite),
+            level(kGrey + blue * std::cos(turn) - red * std::sin(turn) - warm, kMostChroma),
+            level(kGrey + red * std::cos(turn) + blue * std::sin(turn) + warm, kMostChroma)};
+}
+
+Canvas::Canvas(uint32_t width, uint32_t height, std::span<uint8_t> yuyv, Orientation orientation,
+               const PictureSettings& settings)
+    : width_(width & ~1U),
+      height_(height),
+      yuyv_(yuyv),
+      orientation_(orientation),
+      settings_(settings),
+      is_adjusted_(settings != PictureSettings{})
 {
     const bool fits = width % 2 == 0 && uint64_t{width} * height * 2 <= yuyv.size();
     if (!fits)
         width_ = height_ = 0;
 }
 
+// What leaves the picture on one side or both is cut off.
+Area Canvas::zoomed(const Area& area) const
+{
+    const auto move = [zoom = settings_.zoom](uint32_t at, uint32_t extent) {
+        const double middle = extent / 2.0;
+        return static_cast<uint32_t>(std::clamp<double>(middle + (at - middle) * zoom, 0, extent));
+    };
+    const uint32_t x = move(area.x, width_);
+    const uint32_t y = move(area.y, height_);
+    return {x, y, move(area.x + area.width, width_) - x, move(area.y + area.height, height_) - y};
+}
+
 void Canvas::fill(Area area, Colour colour)
 {
-    if (area.x >= width_ || area.y >= height_ || area.height == 0)
+    if (is_adjusted_) {
+        area = zoomed(area);
+        colour = settings_.shown(colour);
+    }
+    if (area.x >= width_ || area.y >= height_ || area.height == 0 || area.width == 0)
         return;
     const uint32_t columns = std::min(area.width + area.x % 2, width_ - (area.x & ~1U));
     const uint32_t rows = std::min(area.height, height_ - area.y);

@@ -22,22 +22,41 @@ struct Orientation {
     bool mirrored = false; ///< left to right
 };
 
+/// What the host wants of the picture: each from -1 to 1, and 0 as delivered.
+struct PictureSettings {
+    double brightness = 0;
+    double contrast = 0;
+    double saturation = 0;
+    double hue = 0;
+    double gain = 0;
+    double warmth = 0;
+    double zoom = 1; ///< into the middle
+
+    Colour shown(const Colour& seen) const;
+    bool operator==(const PictureSettings&) const = default;
+};
+
 /// A picture in YUYV that is drawn on. Two neighbouring pixels share their chroma, so whole pairs
 /// are coloured: x rounds down to an even column and the width up. What lies outside is clipped; a
 /// buffer too small for the picture takes nothing.
 class Canvas {
 public:
-    Canvas(uint32_t width, uint32_t height, std::span<uint8_t> yuyv, Orientation orientation = {});
+    Canvas(uint32_t width, uint32_t height, std::span<uint8_t> yuyv, Orientation orientation = {},
+           const PictureSettings& settings = {});
 
     uint32_t width() const { return width_; }
     uint32_t height() const { return height_; }
     void fill(Area area, Colour colour);
 
 private:
+    Area zoomed(const Area& area) const;
+
     uint32_t width_;
     uint32_t height_;
     std::span<uint8_t> yuyv_;
     Orientation orientation_;
+    PictureSettings settings_;
+    bool is_adjusted_;
 };
 
 } // namespace sim

@@ -81,16 +81,17 @@ void Controller::set_rom_fault(const RomFaultHook& hook)
 }
 
 void Controller::picture(uint32_t width, uint32_t height, uint32_t frame_number,
-                         std::span<uint8_t> yuyv) const
+                         std::span<uint8_t> yuyv, const PictureSettings& settings) const
 {
-    const VendorXu& settings = state_->vendor_xu;
-    Canvas sensor(width, height, yuyv,
-                  {.flipped = (settings.setting(kFlip) & kFlipped) != 0,
-                   .mirrored = (settings.setting(kMirror) & kMirrored) != 0});
+    const VendorXu& unit = state_->vendor_xu;
+    const Orientation orientation{.flipped = (unit.setting(kFlip) & kFlipped) != 0,
+                                  .mirrored = (unit.setting(kMirror) & kMirrored) != 0};
+    Canvas sensor(width, height, yuyv, orientation, settings);
     draw_test_pattern(sensor);
     Canvas upright(width, height, yuyv);
-    settings.osd().draw(upright, state_->chip.xdata[Osd::kControlReg]);
-    draw_frame_number(sensor, frame_number);
+    unit.osd().draw(upright, state_->chip.xdata[Osd::kControlReg]);
+    Canvas number(width, height, yuyv, orientation);
+    draw_frame_number(number, frame_number);
 }
 
 const CameraModel& Controller::model() const

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "boot.h"
+#include "canvas.h"
 #include "clock.h"
 #include "h264_unit.h"
 #include "model.h"
@@ -44,9 +45,10 @@ public:
     void set_rom_fault(const RomFaultHook& hook);
 
     /// Draws the picture that the sensor sees now, with everything the firmware lays over it, as
-    /// YUYV. Thread: under the owner's lock.
-    void picture(uint32_t width, uint32_t height, uint32_t frame_number,
-                 std::span<uint8_t> yuyv) const;
+    /// YUYV. The settings concern neither that nor the frame number. Thread: under the owner's
+    /// lock.
+    void picture(uint32_t width, uint32_t height, uint32_t frame_number, std::span<uint8_t> yuyv,
+                 const PictureSettings& settings = {}) const;
 
     // What a bench engineer would see with probes on the board.
     const CameraModel& model() const;

@@ -3,7 +3,9 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace sim {
 
@@ -36,6 +38,42 @@ struct EepromPart {
     uint32_t write_cycle_us = 0;
 };
 
+enum class PixelFormat : uint8_t { kYuyv, kMjpeg };
+
+struct FrameSize {
+    uint16_t width = 0;
+    uint16_t height = 0;
+    std::vector<uint32_t> intervals_100ns; ///< between frames, shortest first
+
+    /// As YUYV; what an MJPEG frame has room in.
+    uint32_t bytes() const { return uint32_t{width} * height * 2; }
+};
+
+/// What the camera can stream; hosts name a size by its place, counted from 1.
+struct FrameFormat {
+    PixelFormat pixels = PixelFormat::kYuyv;
+    std::vector<FrameSize> sizes;
+};
+
+/// The standard controls of a camera's picture.
+enum PictureControl : uint8_t {
+    kBrightness,
+    kContrast,
+    kSaturation,
+    kHue,
+    kGain,
+    kWhiteBalance,
+    kZoom,
+    kPictureControls
+};
+
+struct ControlRange {
+    int32_t least = 0;
+    int32_t most = 0;
+    int32_t step = 1;
+    int32_t standard = 0; ///< until the host sets another value
+};
+
 /// One camera, as data. Texts are ASCII; versions are what the firmware reports.
 struct CameraModel {
     std::string name; ///< for the command line, e.g. "rowan-spi"
@@ -54,11 +92,21 @@ struct CameraModel {
     bool gpio0_is_wp = false;           ///< WP pin hangs on GPIO 0; else on the control
     uint32_t factory_firmware_seed = 0; ///< contents of the ROM on the first power-up
     uint16_t factory_firmware_version = 0;
-    uint32_t factory_firmware_bytes = 0; ///< real size of that image
-    uint32_t usb_latency_us = 0;         ///< time that a control transfer takes
-    bool gpio0_protects_eeprom = false;  ///< EEPROM is writable only while GPIO 0 is driven low
-    bool tolerates_swapped_h264 = false; ///< the H.264 unit answers length and request swapped
-    bool streams_isochronously = false;  ///< video over isochronous transfers instead of bulk
+    uint32_t factory_firmware_bytes = 0;    ///< real size of that image
+    uint32_t usb_latency_us = 0;            ///< time that a control transfer takes
+    bool gpio0_protects_eeprom = false;     ///< EEPROM is writable only while GPIO 0 is driven low
+    bool tolerates_swapped_h264 = false;    ///< the H.264 unit answers length and request swapped
+    bool streams_isochronously = false;     ///< video over isochronous transfers instead of bulk
+    uint32_t bulk_payload_bytes = 0;        ///< the largest, with its header; 0: a whole frame
+    std::optional<uint32_t> first_frame_ms; ///< after the commit, for the sensor to settle
+    std::vector<FrameFormat> formats = {
+        {PixelFormat::kYuyv,
+         {{320, 240, {333333, 666666, 1000000}},
+          {640, 480, {333333, 666666, 1000000}},
+          {1280, 720, {1000000, 2000000, 5000000}}}}, // more would not fit through the bus
+    };
+    std::array<std::optional<ControlRange>, kPictureControls> controls = {
+        ControlRange{.least = 0, .most = 255, .step = 1, .standard = 128}}; ///< brightness
 };
 
 inline uint32_t rom_bytes(const CameraModel& model)

@@ -57,6 +57,9 @@ void print_keys()
     std::fputs(kIntroduction, stdout);
     print_section("The camera", camera_fields());
     print_section("[firmware]", firmware_fields());
+    print_section("[[format]]", format_fields());
+    print_section("[controls]", control_fields());
+    print_section("[controls.NAME]", range_fields());
     print_section("[flash]", flash_fields());
     print_section("[eeprom]", eeprom_fields());
 }

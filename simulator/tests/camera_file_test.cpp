@@ -69,6 +69,11 @@ h264_any_order = true
 write_protect = "gpio0"
 size_byte = 22
 firmware = { version = 0x0203, size_bytes = 0x1234, seed = 9 }
+bulk_payload_bytes = 4096
+first_frame_ms = 7
+format = [{ pixels = "MJPEG", sizes = ["1920x1080: 30, 15", "640x480: 240"] },
+          { pixels = "YUYV", sizes = ["320x240: 7"] }]
+controls = { hue = { min = -90, max = 90, step = 5, default = 10 }, zoom = { min = 1, max = 65535 } }
 [flash]
 name = "MAKER PART"
 id = [0x12, 0x34]
@@ -102,6 +107,20 @@ controller_params = [9, 8, 7]
     EXPECT_EQ(model.factory_firmware_version, 0x0203);
     EXPECT_EQ(model.factory_firmware_bytes, 0x1234u);
     EXPECT_EQ(model.factory_firmware_seed, 9u);
+    EXPECT_EQ(model.bulk_payload_bytes, 4096u);
+    EXPECT_EQ(model.first_frame_ms, 7u);
+    ASSERT_EQ(model.formats.size(), 2u);
+    EXPECT_EQ(model.formats[0].pixels, PixelFormat::kMjpeg);
+    ASSERT_EQ(model.formats[0].sizes.size(), 2u);
+    EXPECT_EQ(model.formats[0].sizes[0].width, 1920);
+    EXPECT_EQ(model.formats[0].sizes[0].height, 1080);
+    EXPECT_EQ(model.formats[0].sizes[0].intervals_100ns, (std::vector<uint32_t>{333333, 666666}));
+    EXPECT_EQ(model.formats[1].pixels, PixelFormat::kYuyv);
+    EXPECT_FALSE(model.controls[kBrightness]) << "only what is named";
+    const ControlRange hue = model.controls[kHue].value();
+    EXPECT_EQ((std::array{hue.least, hue.most, hue.step, hue.standard}),
+              (std::array{-90, 90, 5, 10}));
+    EXPECT_EQ(model.controls[kZoom].value().standard, 1) << "min by itself";
     const FlashPart& flash = model.flash;
     EXPECT_EQ(flash.name, "MAKER PART");
     EXPECT_EQ(flash.id, (std::array<uint8_t, 3>{0x12, 0x34, 0}));
@@ -194,6 +213,17 @@ TEST(CameraFile, MistakesAreToldWithTheirPlace)
          "my.toml:3:10: the firmware is larger than the ROM, which has 512 bytes"},
         {kMinimal + "firmware = 0x0100\n" + kFlash,
          "my.toml:2:1: 'firmware' must be a table, not 256"},
+        {kMinimal + "format = 1\n" + kFlash, "my.toml:2:1: 'format' must be 1 to 2 tables, not 1"},
+        {kMinimal + "format = []\n" + kFlash,
+         "my.toml:2:1: 'format' must be 1 to 2 tables, not a list"},
+        {kMinimal + "controls.zoom = 5\n" + kFlash,
+         "my.toml:2:10: 'zoom' must be a table, not 5"},
+        {kMinimal + "controls.hue = { min = 0, max = 9, default = 10 }\n" + kFlash,
+         "my.toml:2:10: 'hue' needs min, default and max in this order, and with a sign at most "
+         "32767"},
+        {kMinimal + "controls.hue = { min = -1, max = 40000 }\n" + kFlash,
+         "my.toml:2:10: 'hue' needs min, default and max in this order, and with a sign at most "
+         "32767"},
     };
     for (const auto& c : cases)
         EXPECT_EQ(mistakes_in(c.text), c.message) << c.text;
@@ -201,6 +231,21 @@ TEST(CameraFile, MistakesAreToldWithTheirPlace)
               "my.toml:1:1: there is no key 'x' here; 'nyxus-sim describe' lists them\n"
               "my.toml:2:1: 'video' must be \"bulk\" or \"isochronous\", not 2")
         << "all of them at once";
+}
+
+TEST(CameraFile, SizesAreTextsWithRates)
+{
+    for (const char* sizes :
+         {"[]", "5", "[5]", "\"640x480: 30\"", "[\"640x480\"]", "[\"640x480:\"]",
+          "[\"640x480: 0\"]", "[\"640x480: 241\"]", "[\"640x480: 15, 30\"]", "[\"640x480: 30,\"]",
+          "[\"640x480: -5\"]", "[\"641x480: 30\"]", "[\"-640x480: 30\"]", "[\"30x480: 30\"]",
+          "[\"640x4097: 30\"]", "[\"640x480: 30 \"]", "[\"640x480: 30\", \"\"]"}) {
+        const std::string text =
+            kMinimal + "format = [{ pixels = \"YUYV\", sizes = " + sizes + " }]\n" + kFlash;
+        EXPECT_NE(mistakes_in(text).find("'sizes' must be a list of 1 to 16 texts such as"),
+                  std::string::npos)
+            << sizes << ' ' << mistakes_in(text);
+    }
 }
 
 TEST(CameraFile, HostileTextsAreRefused)
@@ -254,7 +299,7 @@ TEST(CameraFile, FilesThatAreNoneAreRefused)
 
 TEST(CameraFile, ShippedFilesNameTheirCameras)
 {
-    ASSERT_EQ(models().size(), 10u);
+    ASSERT_EQ(models().size(), 12u);
     EXPECT_EQ(models().front().name, "rowan-spi");
     for (const CameraModel& model : models()) {
         EXPECT_NE(model_file(model.name), "") << "the file is named after the camera";

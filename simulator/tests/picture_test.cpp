@@ -17,9 +17,10 @@ struct Pixel {
 };
 
 struct Picture {
-    explicit Picture(const Bench& bench, uint32_t number = 0) : yuyv(kWidth * kHeight * 2)
+    explicit Picture(const Bench& bench, uint32_t number = 0, const PictureSettings& settings = {})
+        : yuyv(kWidth * kHeight * 2)
     {
-        bench.chip.picture(kWidth, kHeight, number, yuyv);
+        bench.chip.picture(kWidth, kHeight, number, yuyv, settings);
     }
 
     Pixel at(uint32_t x, uint32_t y) const
@@ -73,6 +74,39 @@ TEST(Picture, FlipAndMirrorTurnItWithItsFrameNumber)
                 }
             }
         }
+    }
+}
+
+TEST(Picture, FollowsItsSettingsButForTheFrameNumber)
+{
+    Bench bench("rowan-spi");
+    const struct {
+        PictureSettings settings;
+        Pixel yellow, grey; ///< what is (210, 16, 146), and (144, 128, 128)
+    } cases[] = {
+        {{}, {210, 16, 146}, {144, 128, 128}},
+        {{.brightness = 0.5}, {235, 16, 146}, {194, 128, 128}},
+        {{.brightness = -1}, {110, 16, 146}, {44, 128, 128}},
+        {{.contrast = 1}, {235, 16, 146}, {160, 128, 128}},
+        {{.contrast = -1}, {128, 16, 146}, {128, 128, 128}},
+        {{.saturation = -1}, {210, 128, 128}, {144, 128, 128}},
+        {{.saturation = -0.5}, {210, 72, 137}, {144, 128, 128}},
+        {{.hue = 1}, {210, 240, 110}, {144, 128, 128}},
+        {{.gain = -0.5}, {113, 16, 146}, {80, 128, 128}},
+        {{.warmth = 1}, {210, 16, 186}, {144, 88, 168}},
+    };
+    for (const auto& c : cases) {
+        const Picture picture(bench, 0x8123ABCD, c.settings);
+        EXPECT_EQ(picture.at(60, 50), c.yellow);
+        EXPECT_EQ(picture.at(140, 200), c.grey);
+        EXPECT_EQ(read_frame_number(kWidth, kHeight, picture.yuyv, false, false), 0x8123ABCD);
+    }
+
+    const Picture whole(bench);
+    const Picture zoomed(bench, 0, {.zoom = 2});
+    for (uint32_t y = 8; y < kHeight; y += 8) {
+        for (uint32_t x = 0; x < kWidth; x += 4)
+            ASSERT_EQ(zoomed.at(x, y), whole.at(80 + x / 2, 60 + y / 2)) << x << ' ' << y;
     }
 }
 

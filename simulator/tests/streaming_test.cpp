@@ -13,11 +13,14 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
 #include <mutex>
 #include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
+
+#include <jpeglib.h>
 
 namespace {
 
@@ -25,6 +28,32 @@ using namespace std::chrono_literals;
 using sim::FrameFault;
 
 constexpr std::chrono::seconds kPatience(60);
+
+/// The brightness of a JPEG file's pixels as YUYV; empty unless it has this size.
+std::vector<uint8_t> decode(const uvc_frame_t& frame)
+{
+    jpeg_decompress_struct decoder{};
+    jpeg_error_mgr errors{};
+    decoder.err = jpeg_std_error(&errors);
+    jpeg_create_decompress(&decoder);
+    jpeg_mem_src(&decoder, static_cast<const unsigned char*>(frame.data), frame.data_bytes);
+    jpeg_read_header(&decoder, TRUE);
+    decoder.out_color_space = JCS_GRAYSCALE;
+    jpeg_start_decompress(&decoder);
+    std::vector<uint8_t> yuyv;
+    std::vector<uint8_t> row(decoder.output_width);
+    JSAMPROW rows[] = {row.data()};
+    while (decoder.output_scanline < decoder.output_height) {
+        jpeg_read_scanlines(&decoder, rows, 1);
+        for (const uint8_t luma : row)
+            yuyv.insert(yuyv.end(), {luma, 128});
+    }
+    jpeg_finish_decompress(&decoder);
+    const bool is_whole = errors.num_warnings == 0 && decoder.output_width == frame.width &&
+                          decoder.output_height == frame.height;
+    jpeg_destroy_decompress(&decoder);
+    return is_whole ? yuyv : std::vector<uint8_t>();
+}
 
 /// What the callback was given.
 class Frames {
@@ -61,9 +90,12 @@ private:
     {
         const std::lock_guard lock(mutex_);
         const auto* bytes = static_cast<const uint8_t*>(frame.data);
-        sizes_.push_back(frame.data_bytes);
-        if (const auto number = sim::read_frame_number(frame.width, frame.height,
-                                                       {bytes, frame.data_bytes}, false, false))
+        const std::vector<uint8_t> yuyv = frame.frame_format == UVC_FRAME_FORMAT_MJPEG
+                                              ? decode(frame)
+                                              : std::vector(bytes, bytes + frame.data_bytes);
+        sizes_.push_back(yuyv.size());
+        if (const auto number =
+                sim::read_frame_number(frame.width, frame.height, yuyv, false, false))
             numbers_.push_back(*number);
         changed_.notify_all();
     }
@@ -77,7 +109,9 @@ private:
 /// A camera opened with libuvc.
 class Viewer {
 public:
-    explicit Viewer(sim::PluggedCamera& camera) : iso_(camera.model().streams_isochronously)
+    explicit Viewer(sim::PluggedCamera& camera)
+        : has_payloads_(camera.model().streams_isochronously ||
+                        camera.model().bulk_payload_bytes != 0)
     {
         EXPECT_EQ(uvc_init(&context_, nullptr), 0);
         EXPECT_EQ(uvc_find_device(context_, &device_, sim::kVendorId, 0, nullptr), 0);
@@ -94,16 +128,16 @@ public:
     Viewer(const Viewer&) = delete;
     Viewer& operator=(const Viewer&) = delete;
 
-    /// Payloads: 0 means a whole frame each, where the camera sends in bulk.
+    /// Payloads: 0 means a whole frame each, where the camera has no wish.
     int start(int width, int height, int fps, uvc_frame_callback_t* callback, void* user,
-              uint32_t payload_bytes = 0)
+              uint32_t payload_bytes = 0, uvc_frame_format format = UVC_FRAME_FORMAT_YUYV)
     {
         uvc_stream_ctrl_t control{};
-        const int status = uvc_get_stream_ctrl_format_size(handle_, &control, UVC_FRAME_FORMAT_YUYV,
-                                                           width, height, fps);
+        const int status =
+            uvc_get_stream_ctrl_format_size(handle_, &control, format, width, height, fps);
         if (status < 0)
             return status;
-        if (!iso_) {
+        if (!has_payloads_) {
             const uint32_t whole = control.dwMaxVideoFrameSize + sim::kPayloadHeaderBytes;
             control.dwMaxPayloadTransferSize = payload_bytes != 0 ? payload_bytes : whole;
         }
@@ -116,7 +150,7 @@ public:
     void abandon() { abandoned_ = true; }
 
 private:
-    bool iso_;
+    bool has_payloads_;
     bool abandoned_ = false;
     uvc_context_t* context_ = nullptr;
     uvc_device_t* device_ = nullptr;
@@ -146,6 +180,7 @@ struct Mode {
     int height;
     int fps;
     uint32_t payload_bytes;
+    uvc_frame_format format = UVC_FRAME_FORMAT_YUYV;
 };
 
 void PrintTo(const Mode& mode, std::ostream* out)
@@ -167,7 +202,7 @@ TEST_P(StreamingModes, FramesArriveWholeAndInOrder)
     {
         Viewer viewer(camera);
         ASSERT_EQ(viewer.start(mode.width, mode.height, mode.fps, Frames::on_frame, &frames,
-                               mode.payload_bytes),
+                               mode.payload_bytes, mode.format),
                   0);
         EXPECT_TRUE(frames.wait_for(kFrameCount));
         EXPECT_TRUE(camera.stream().streaming);
@@ -189,7 +224,12 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(Mode{"rowan-spi", 320, 240, 30, 0}, Mode{"rowan-spi", 320, 240, 30, 1024},
                     Mode{"rowan-spi", 320, 240, 30, 1543}, Mode{"rowan-spi", 640, 480, 15, 0},
                     Mode{"rowan-spi", 1280, 720, 10, 0}, Mode{"rowan-iso", 320, 240, 30, 0},
-                    Mode{"rowan-iso", 640, 480, 30, 0}, Mode{"rowan-iso", 1280, 720, 10, 0}));
+                    Mode{"rowan-iso", 640, 480, 30, 0}, Mode{"rowan-iso", 1280, 720, 10, 0},
+                    Mode{"maple-mjpeg", 640, 480, 15, 0},
+                    Mode{"maple-mjpeg", 320, 240, 60, 0, UVC_FRAME_FORMAT_MJPEG},
+                    Mode{"maple-mjpeg", 1920, 1080, 15, 0, UVC_FRAME_FORMAT_MJPEG},
+                    Mode{"maple-iso", 640, 480, 30, 0, UVC_FRAME_FORMAT_MJPEG},
+                    Mode{"maple-iso", 1920, 1080, 30, 0, UVC_FRAME_FORMAT_MJPEG}));
 
 TEST_F(Streaming, KeepsTimeAfterSettling)
 {
@@ -202,6 +242,22 @@ TEST_F(Streaming, KeepsTimeAfterSettling)
     ASSERT_TRUE(frames.wait_for(7));
     EXPECT_GE(std::chrono::steady_clock::now() - begin, 300ms + 6 * 33ms);
     viewer.stop();
+}
+
+TEST_F(Streaming, TheFirstFrameComesWhenTheDescriptionSays)
+{
+    for (const auto& [described, delay] :
+         {std::pair{std::optional<uint32_t>(), 300ms}, {0U, 0ms}, {5000U, 5000ms}}) {
+        sim::CameraModel model = *sim::find_model("rowan-spi");
+        model.first_frame_ms = described;
+        sim::UsbCamera camera(model, clock_, "S1");
+        const auto before = std::chrono::steady_clock::now();
+        camera.stream().commit({sim::PixelFormat::kYuyv, model.formats[0].sizes[0], 333333, 512});
+        camera.stream().start();
+        const auto due = camera.stream().due().value();
+        EXPECT_GE(due, before + delay);
+        EXPECT_LE(due, std::chrono::steady_clock::now() + delay);
+    }
 }
 
 TEST_F(Streaming, UnknownSizesAndRatesAreNotOffered)

@@ -209,6 +209,107 @@ TEST_F(UsbTest, RequestsThatContradictThemselvesStall)
     EXPECT_TRUE(camera.controller()->write_protect());
 }
 
+TEST_F(UsbTest, PictureControlsAnswerAsDescribed)
+{
+    using Bytes = std::vector<uint8_t>;
+    constexpr int kSet = 0x01, kCur = 0x81, kMin = 0x82, kMax = 0x83, kRes = 0x84, kLen = 0x85,
+                  kInfo = 0x86, kDef = 0x87;
+    constexpr uint16_t kBrightness = 0x0200, kWhiteBalance = 0x0A00, kZoom = 0x0B00;
+    constexpr uint16_t kTerminal = 0x0100, kUnit = 0x0200;
+    // From a description that does not outlive the call.
+    sim::PluggedCamera& camera = bed_.plug(sim::CameraModel(*sim::find_model("maple-mjpeg")));
+    const struct {
+        int request;
+        uint16_t selector, unit;
+        Bytes data; ///< sent, or answered
+        bool is_refused = false;
+    } cases[] = {
+        {kLen, kBrightness, kUnit, {2, 0}},
+        {kInfo, kBrightness, kUnit, {3}},
+        {kMin, kBrightness, kUnit, {0xC0, 0xFF}}, // -64
+        {kMax, kBrightness, kUnit, {64, 0}},
+        {kDef, kBrightness, kUnit, {0, 0}},
+        {kSet, kBrightness, kUnit, {0xC0, 0xFF}},
+        {kSet, kBrightness, kUnit, {0xBF, 0xFF}, true},
+        {kSet, kBrightness, kUnit, {65, 0}, true},
+        {kSet, kBrightness, kUnit, {1}, true},
+        {kCur, kBrightness, kUnit, {0xC0, 0xFF}},
+        {kRes, kWhiteBalance, kUnit, {10, 0}},
+        {kSet, kWhiteBalance, kUnit, {0xFF, 0x0F}}, // 4095: rounded down to 4090
+        {kCur, kWhiteBalance, kUnit, {0xFA, 0x0F}},
+        {kMax, kZoom, kTerminal, {0x90, 0x01}},
+        {kSet, kZoom, kTerminal, {0xC8, 0x00}},
+        {kCur, kZoom, kTerminal, {0xC8, 0x00}},
+        {kMax, kZoom, kUnit, {0, 0}, true},
+        {kCur, 0x0800, kUnit, {0, 0}, true}, // sharpness
+    };
+    for (const auto& c : cases) {
+        Bytes data = c.request == kSet ? c.data : Bytes(c.data.size());
+        const sim::Setup setup{static_cast<uint8_t>(c.request == kSet ? 0x21 : 0xA1),
+                               static_cast<uint8_t>(c.request), c.selector, c.unit,
+                               static_cast<uint16_t>(data.size())};
+        const int moved = c.is_refused ? -EPIPE : static_cast<int>(data.size());
+        EXPECT_EQ(camera.control(setup, data), moved) << std::hex << c.request << ' ' << c.selector;
+        if (!c.is_refused)
+            EXPECT_EQ(data, c.data) << std::hex << c.request << ' ' << c.selector;
+    }
+}
+
+TEST_F(UsbTest, HostsNegotiateFormatSizeRateAndPayload)
+{
+    const struct {
+        const char* model;
+        uint8_t format, frame; ///< asked for
+        uint32_t interval, payload;
+        uint8_t agreed_format, agreed_frame;
+        uint32_t agreed_interval, frame_bytes, agreed_payload;
+    } cases[] = {
+        {"rowan-spi", 0, 0, 0, 0, 1, 1, 333333, 153600, 153612},
+        {"rowan-spi", 2, 9, 1, 512, 1, 3, 1000000, 1843200, 512},
+        {"rowan-iso", 1, 1, 333333, 5, 1, 1, 333333, 153600, 1024},
+        {"maple-mjpeg", 1, 1, 0, 0, 1, 1, 333333, 614400, 0x4000},
+        {"maple-mjpeg", 2, 1, 700000, 99999999, 2, 1, 666666, 4147200, 0x4000},
+        {"maple-mjpeg", 255, 255, 0, 1024, 2, 4, 166666, 153600, 1024},
+        {"maple-iso", 1, 1, 0, 0, 1, 1, 333333, 4147200, 3072},
+        {"maple-iso", 1, 3, 0, 0, 1, 3, 333333, 614400, 1024},
+    };
+    const auto put = [](std::vector<uint8_t>& record, size_t at, uint32_t value) {
+        for (size_t i = 0; i < 4; ++i)
+            record[at + i] = static_cast<uint8_t>(value >> 8 * i);
+    };
+    for (const auto& c : cases) {
+        sim::PluggedCamera& camera = bed_.plug(*sim::find_model(c.model));
+        std::vector<uint8_t> wanted(26);
+        std::vector<uint8_t> agreed(26);
+        wanted[2] = c.format;
+        wanted[3] = c.frame;
+        put(wanted, 4, c.interval);
+        put(wanted, 22, c.payload);
+        agreed[2] = c.agreed_format;
+        agreed[3] = c.agreed_frame;
+        put(agreed, 4, c.agreed_interval);
+        put(agreed, 18, c.frame_bytes);
+        put(agreed, 22, c.agreed_payload);
+        EXPECT_EQ(camera.control({0x21, kSetCur, 0x0100, 1, 26}, wanted), 26);
+        EXPECT_EQ(camera.control({0xA1, 0x81, 0x0100, 1, 26}, wanted), 26);
+        EXPECT_EQ(wanted, agreed) << c.model << ' ' << int{c.format} << ' ' << int{c.frame};
+    }
+}
+
+// Hosts, captures and drivers have seen these bytes.
+TEST_F(UsbTest, DescriptorsOfCamerasWithoutFormatsOfTheirOwnStay)
+{
+    for (const auto& [name, size, sum] :
+         {std::tuple{"rowan-spi", 322U, 0xB4279364U}, {"rowan-iso", 347U, 0x61BE156EU}}) {
+        std::vector<uint8_t> bytes = sim::configuration_descriptor(*sim::find_model(name));
+        EXPECT_EQ(bytes.size(), size);
+        uint32_t hash = 0x811C9DC5; // FNV-1a
+        for (const uint8_t byte : bytes)
+            hash = (hash ^ byte) * 0x01000193;
+        EXPECT_EQ(hash, sum) << name;
+    }
+}
+
 TEST_F(UsbTest, AnswersAreClippedToTheRequest)
 {
     const Handle handle = open(plug());

@@ -15,9 +15,9 @@ constexpr uint8_t kControlInterfaceBytes[] = {
     0x08, 0x0b, 0x00, 0x02, 0x0e, 0x03, 0x00, 0x00,                    // both belong to one video function
     0x09, 0x04, 0x00, 0x00, 0x01, 0x0e, 0x01, 0x00, 0x00,
     0x0d, 0x24, 0x01, 0x00, 0x01, 0x6b, 0x00, 0x80, 0xc3, 0xc9, 0x01, 0x01, 0x01,
-    0x12, 0x24, 0x02, 0x01, 0x01, 0x02, 0x00, 0x00,                    // camera terminal 1, no controls
+    0x12, 0x24, 0x02, 0x01, 0x01, 0x02, 0x00, 0x00,                    // camera terminal 1
     0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x03, 0x00, 0x00, 0x00,
-    0x0b, 0x24, 0x05, 0x02, 0x01, 0x00, 0x00, 0x02, 0x01, 0x00, 0x00,  // processing unit 2: brightness
+    0x0b, 0x24, 0x05, 0x02, 0x01, 0x00, 0x00, 0x02, 0x00, 0x00, 0x00,  // processing unit 2
     0x1d, 0x24, 0x06, 0x06,                                            // extension unit 6: vendor
     0xb0, 0xd0, 0xbb, 0x68, 0xa4, 0x61, 0x83, 0x4b, 0x90, 0xb7, 0xa6, 0x21, 0x5f, 0x3c, 0x4f, 0x70,
     0x1f, 0x01, 0x02, 0x04, 0xff, 0xff, 0xff, 0x7f, 0x00,
@@ -28,11 +28,15 @@ constexpr uint8_t kControlInterfaceBytes[] = {
     0x07, 0x05, 0x83, 0x03, 0x10, 0x00, 0x08,                          // status, interrupt IN
     0x05, 0x25, 0x03, 0x10, 0x00,
 };
-constexpr uint8_t kFormat[] = {                                        // YUY2, 16 bits per pixel
-    0x1b, 0x24, 0x04, 0x01, std::size(kFrameSizes),
+// Where in it stands which of the standard controls the camera has.
+constexpr size_t kTerminalControls = 45;
+constexpr size_t kUnitControls = 56;
+// What follows the index of a format and the number of its sizes.
+constexpr uint8_t kYuyvFormat[] = {                                    // 16 bits per pixel
     0x59, 0x55, 0x59, 0x32, 0x00, 0x00, 0x10, 0x00, 0x80, 0x00, 0x00, 0xaa, 0x00, 0x38, 0x9b, 0x71,
     0x10, 0x01, 0x00, 0x00, 0x00, 0x00,
 };
+constexpr uint8_t kMjpegFormat[] = {0x00, 0x01, 0x00, 0x00, 0x00, 0x00};
 constexpr uint8_t kColour[] = {0x06, 0x24, 0x0d, 0x01, 0x01, 0x04};
 constexpr uint8_t kBulkEndpoint[] = {0x07, 0x05, kVideoEndpoint, 0x02, 0x00, 0x02, 0x00};
 // 1024 bytes once or three times per microframe.
@@ -63,14 +67,15 @@ void add_u32(Bytes& bytes, uint32_t word)
 uint32_t bits_per_second(const FrameSize& size, uint32_t interval_100ns)
 {
     constexpr uint64_t kPerSecond = 10'000'000;
-    return static_cast<uint32_t>(uint64_t{size.bytes()} * 8 * kPerSecond / interval_100ns);
+    return static_cast<uint32_t>(
+        std::min<uint64_t>(uint64_t{size.bytes()} * 8 * kPerSecond / interval_100ns, UINT32_MAX));
 }
 
-void add_frame(Bytes& bytes, uint8_t index, const FrameSize& size)
+void add_frame(Bytes& bytes, uint8_t subtype, uint8_t index, const FrameSize& size)
 {
     const auto& intervals = size.intervals_100ns;
     const auto count = static_cast<uint8_t>(intervals.size());
-    add(bytes, Bytes{static_cast<uint8_t>(26 + 4 * count), 0x24, 0x05, index, 0x00});
+    add(bytes, Bytes{static_cast<uint8_t>(26 + 4 * count), 0x24, subtype, index, 0x00});
     add_u16(bytes, size.width);
     add_u16(bytes, size.height);
     add_u32(bytes, bits_per_second(size, intervals.back()));
@@ -87,20 +92,46 @@ void add_video_interface(Bytes& bytes, uint8_t setting, bool has_endpoint)
     add(bytes, Bytes{0x09, 0x04, kVideoInterface, setting, has_endpoint, 0x0e, 0x02, 0x00, 0x00});
 }
 
+void add_format(Bytes& bytes, uint8_t index, const FrameFormat& format)
+{
+    const bool is_mjpeg = format.pixels == PixelFormat::kMjpeg;
+    const std::span<const uint8_t> details =
+        is_mjpeg ? std::span<const uint8_t>(kMjpegFormat) : kYuyvFormat;
+    const uint8_t subtype = is_mjpeg ? 0x06 : 0x04; // that of its sizes is the next one
+    add(bytes, Bytes{static_cast<uint8_t>(5 + details.size()), 0x24, subtype, index,
+                     static_cast<uint8_t>(format.sizes.size())});
+    add(bytes, details);
+    for (uint8_t place = 1; const FrameSize& size : format.sizes)
+        add_frame(bytes, static_cast<uint8_t>(subtype + 1), place++, size);
+    add(bytes, kColour);
+}
+
 // The header of the formats tells how long they are together.
-void add_formats(Bytes& bytes)
+void add_formats(Bytes& bytes, const CameraModel& model)
 {
     Bytes formats;
-    add(formats, kFormat);
-    for (uint8_t index = 1; const FrameSize& size : kFrameSizes)
-        add_frame(formats, index++, size);
-    add(formats, kColour);
+    for (uint8_t index = 1; const FrameFormat& format : model.formats)
+        add_format(formats, index++, format);
 
-    constexpr uint8_t kHeaderBytes = 14;
-    add(bytes, Bytes{kHeaderBytes, 0x24, 0x01, 0x01});
-    add_u16(bytes, static_cast<uint16_t>(kHeaderBytes + formats.size()));
-    add(bytes, Bytes{kVideoEndpoint, 0x00, 0x03, 0x00, 0x00, 0x00, 0x01, 0x00});
+    const auto count = static_cast<uint8_t>(model.formats.size());
+    const auto header_bytes = static_cast<uint8_t>(13 + count);
+    add(bytes, Bytes{header_bytes, 0x24, 0x01, count});
+    add_u16(bytes, static_cast<uint16_t>(header_bytes + formats.size()));
+    add(bytes, Bytes{kVideoEndpoint, 0x00, 0x03, 0x00, 0x00, 0x00, 0x01});
+    bytes.resize(bytes.size() + count); // no format has controls of its own
     add(bytes, formats);
+}
+
+void add_control_interface(Bytes& bytes, const CameraModel& model)
+{
+    const size_t first = bytes.size();
+    add(bytes, kControlInterfaceBytes);
+    for (size_t control = 0; control < kPictureControls; ++control) {
+        const ControlPlace& place = kControlPlaces[control];
+        const size_t at = place.unit == kCameraTerminal ? kTerminalControls : kUnitControls;
+        if (model.controls[control])
+            bytes[first + at + place.bit / 8] |= static_cast<uint8_t>(1 << place.bit % 8);
+    }
 }
 
 } // namespace
@@ -135,9 +166,9 @@ std::vector<uint8_t> configuration_descriptor(const CameraModel& model)
     Bytes bytes;
     bytes.reserve(512); // what most models need
     add(bytes, kConfiguration);
-    add(bytes, kControlInterfaceBytes);
+    add_control_interface(bytes, model);
     add_video_interface(bytes, 0, !model.streams_isochronously);
-    add_formats(bytes);
+    add_formats(bytes, model);
     if (model.streams_isochronously) {
         for (uint8_t setting = 1; const auto& endpoint : kIsoEndpoints) {
             add_video_interface(bytes, setting++, true);

@@ -4,10 +4,10 @@
 #include "chip/model.h"
 #include "chip/uvc_request.h"
 
-#include <array>
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace sim {
@@ -20,21 +20,28 @@ inline constexpr uint8_t kVideoInterface = 1;
 inline constexpr uint8_t kInterruptEndpoint = 0x83;
 inline constexpr uint8_t kVideoEndpoint = 0x81;
 
+inline constexpr uint8_t kCameraTerminal = 1;
 inline constexpr uint8_t kProcessingUnit = 2; ///< the extension units are the chip's
 
-/// A picture size that the video interface offers; its frame index is its place, counted from 1.
-struct FrameSize {
-    uint16_t width;
-    uint16_t height;
-    std::array<uint32_t, 3> intervals_100ns; ///< between frames, shortest first
-
-    uint32_t bytes() const { return static_cast<uint32_t>(width) * height * 2; }
+/// Where a host finds a standard control.
+struct ControlPlace {
+    std::string_view name;
+    uint8_t unit;
+    uint8_t selector;
+    uint8_t bit; ///< of the unit's bmControls
 };
-inline constexpr FrameSize kFrameSizes[] = {
-    {320, 240, {333333, 666666, 1000000}},
-    {640, 480, {333333, 666666, 1000000}},
-    {1280, 720, {1000000, 2000000, 5000000}}, // more would not fit through the bus
+// clang-format off
+inline constexpr ControlPlace kControlPlaces[kPictureControls] = {
+//   name             unit             selector bit
+    {"brightness",    kProcessingUnit, 0x02,    0},
+    {"contrast",      kProcessingUnit, 0x03,    1},
+    {"saturation",    kProcessingUnit, 0x07,    3},
+    {"hue",           kProcessingUnit, 0x06,    2},
+    {"gain",          kProcessingUnit, 0x04,    9},
+    {"white_balance", kProcessingUnit, 0x0A,    6},
+    {"zoom",          kCameraTerminal, 0x0B,    9},
 };
+// clang-format on
 inline constexpr uint32_t kPayloadHeaderBytes = 12;
 inline constexpr uint32_t kBulkPacketBytes = 512;
 /// Per microframe, in the alternate settings 1 and 2 of an isochronous camera.

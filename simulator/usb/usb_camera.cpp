@@ -58,7 +58,7 @@ UsbCamera::UsbCamera(const CameraModel& model, Clock& clock, std::string serial,
                      std::span<const uint8_t> rom)
     : clock_(clock),
       controller_(model, clock, rom),
-      video_(model),
+      video_(controller_.model()),
       stream_(controller_),
       serial_(std::move(serial))
 {
@@ -100,6 +100,7 @@ void UsbCamera::power_cycle()
 void UsbCamera::await_host()
 {
     video_ = VideoControls(controller_.model());
+    stream_.set_picture(video_.picture_settings());
     (void)configure(1);
 }
 
@@ -314,15 +315,18 @@ int UsbCamera::class_request(const Setup& setup, std::span<uint8_t> data)
     if (setup.interface() != kControlInterface)
         return kControlStall;
     switch (setup.unit()) {
-        case kProcessingUnit:
-            return video_.processing_unit(setup, data);
+        case kCameraTerminal:
+        case kProcessingUnit: {
+            const int moved = video_.picture_control(setup, data);
+            stream_.set_picture(video_.picture_settings());
+            return moved;
+        }
         case kVendorUnit:
         case kH264Unit: {
             const int moved =
                 controller_.xu_request(setup.unit(), setup.selector(), setup.request, data);
             return moved < 0 ? kControlStall : moved;
         }
-        // The camera terminal announces no controls.
         default:
             return kControlStall;
     }

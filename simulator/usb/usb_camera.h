@@ -55,6 +55,7 @@ public:
     bool set_interface(unsigned number, unsigned setting);
     uint8_t video_setting() const { return video_setting_; }
     VideoStream& stream() { return stream_; }
+    const VideoControls& video() const { return video_; }
     /// The firmware boots anew and waits for a host.
     void restart();
     /// The same after the power was away, with what the ROM was at left half done.

@@ -35,7 +35,7 @@ uint32_t get_u32(std::span<const uint8_t> record, size_t at)
     return value;
 }
 
-int put_word(uint16_t value, std::span<uint8_t> room)
+int put_word(int32_t value, std::span<uint8_t> room)
 {
     const uint8_t bytes[] = {static_cast<uint8_t>(value), static_cast<uint8_t>(value >> 8)};
     return put_answer(bytes, room);
@@ -56,8 +56,10 @@ uint32_t nearest_interval(const FrameSize& size, uint32_t wanted_100ns)
 } // namespace
 
 VideoControls::VideoControls(const CameraModel& model)
-    : isochronous_(model.streams_isochronously), probe_(negotiate({})), commit_(probe_)
+    : model_(&model), probe_(negotiate({})), commit_(probe_)
 {
+    for (size_t control = 0; control < kPictureControls; ++control)
+        values_[control] = model.controls[control].value_or(ControlRange{}).standard;
 }
 
 bool VideoControls::is_commit(const Setup& setup)
@@ -68,38 +70,86 @@ bool VideoControls::is_commit(const Setup& setup)
 
 StreamFormat VideoControls::committed() const
 {
-    return format_in(commit_).value();
+    return format_in(*model_, commit_).value();
 }
 
-std::optional<StreamFormat> VideoControls::format_in(std::span<const uint8_t> record)
+// Format 0 is the first one, as in what a host asks for that has no wish.
+std::optional<StreamFormat> VideoControls::format_in(const CameraModel& model,
+                                                     std::span<const uint8_t> record)
 {
-    if (record.size() < kProbeBytes || record[kFrameIndex] < 1 ||
-        record[kFrameIndex] > std::size(kFrameSizes))
+    if (record.size() < kProbeBytes || record[kFormatIndex] > model.formats.size())
         return std::nullopt;
-    return StreamFormat{kFrameSizes[record[kFrameIndex] - 1], get_u32(record, kInterval),
-                        get_u32(record, kMaxPayloadBytes)};
+    const FrameFormat& format = model.formats[std::max<size_t>(record[kFormatIndex], 1) - 1];
+    if (record[kFrameIndex] < 1 || record[kFrameIndex] > format.sizes.size())
+        return std::nullopt;
+    return StreamFormat{format.pixels, format.sizes[record[kFrameIndex] - 1U],
+                        get_u32(record, kInterval), get_u32(record, kMaxPayloadBytes)};
 }
 
-int VideoControls::processing_unit(const Setup& setup, std::span<uint8_t> data)
+std::optional<PictureControl> VideoControls::find(const Setup& setup)
 {
-    if (setup.selector() != kBrightnessSelector)
+    const auto place = std::ranges::find_if(kControlPlaces, [&setup](const ControlPlace& c) {
+        return c.unit == setup.unit() && c.selector == setup.selector();
+    });
+    if (setup.interface() != kControlInterface || place == std::end(kControlPlaces))
+        return std::nullopt;
+    return static_cast<PictureControl>(place - std::begin(kControlPlaces));
+}
+
+std::optional<int32_t> VideoControls::value(PictureControl control) const
+{
+    return model_->controls[control] ? std::optional(values_[control]) : std::nullopt;
+}
+
+// -1 to 1: how far the host has turned a control from where it stands by itself.
+double VideoControls::deviation(PictureControl control) const
+{
+    const ControlRange range = model_->controls[control].value_or(ControlRange{});
+    const int32_t moved = values_[control] - range.standard;
+    const int32_t room = moved > 0 ? range.most - range.standard : range.standard - range.least;
+    return moved == 0 ? 0 : static_cast<double>(moved) / room;
+}
+
+PictureSettings VideoControls::picture_settings() const
+{
+    const ControlRange zoom = model_->controls[kZoom].value_or(ControlRange{});
+    return {.brightness = deviation(kBrightness),
+            .contrast = deviation(kContrast),
+            .saturation = deviation(kSaturation),
+            .hue = deviation(kHue),
+            .gain = deviation(kGain),
+            .warmth = deviation(kWhiteBalance),
+            .zoom = std::max(values_[kZoom], 1) / static_cast<double>(std::max(zoom.least, 1))};
+}
+
+int VideoControls::picture_control(const Setup& setup, std::span<uint8_t> data)
+{
+    const std::optional<PictureControl> control = find(setup);
+    if (!control || !model_->controls[*control])
         return kControlStall;
+    const ControlRange& range = *model_->controls[*control];
     switch (setup.request) {
-        case kSetCur:
+        case kSetCur: {
             if (data.size() != 2)
                 return kControlStall;
-            brightness_ = std::min<uint16_t>(static_cast<uint16_t>(data[0] | data[1] << 8), 255);
+            const auto word = static_cast<uint16_t>(data[0] | data[1] << 8);
+            const int32_t wanted = range.least < 0 ? static_cast<int16_t>(word) : word;
+            // As the class demands. A host that reads the range first never meets it.
+            if (wanted < range.least || wanted > range.most)
+                return kControlStall;
+            values_[*control] = wanted - (wanted - range.least) % range.step;
             return 2;
+        }
         case kGetCur:
-            return put_word(brightness_, data);
+            return put_word(values_[*control], data);
         case kGetMin:
-            return put_word(0, data);
+            return put_word(range.least, data);
         case kGetMax:
-            return put_word(255, data);
+            return put_word(range.most, data);
         case kGetRes:
-            return put_word(1, data);
+            return put_word(range.step, data);
         case kGetDef:
-            return put_word(128, data);
+            return put_word(range.standard, data);
         case kGetLen:
             return put_word(2, data);
         case kGetInfo:
@@ -109,19 +159,24 @@ int VideoControls::processing_unit(const Setup& setup, std::span<uint8_t> data)
     }
 }
 
-// The host may want smaller bulk payloads than one per frame. The isochronous payload is the
+// The host may want smaller bulk payloads than the camera's. The isochronous payload is the
 // smallest packet that carries the frames in time.
-uint32_t VideoControls::payload_bytes(uint32_t wanted, const FrameSize& size,
-                                      uint32_t interval_100ns) const
+uint32_t VideoControls::payload_bytes(uint32_t wanted, const StreamFormat& format) const
 {
-    if (!isochronous_) {
-        const uint32_t largest = size.bytes() + kPayloadHeaderBytes;
+    const uint32_t frame_bytes = format.size.bytes();
+    if (!model_->streams_isochronously) {
+        const uint32_t most = model_->bulk_payload_bytes;
+        const uint32_t whole = frame_bytes + kPayloadHeaderBytes;
+        const uint32_t largest = most == 0 ? whole : std::min(most, whole);
         return wanted < kBulkPacketBytes || wanted > largest ? largest : wanted;
     }
     constexpr uint32_t kMicroframe100ns = 1250;
-    const uint32_t packets = interval_100ns / kMicroframe100ns;
+    constexpr uint32_t kLeastCompression = 8;
+    const uint32_t needed =
+        format.pixels == PixelFormat::kMjpeg ? frame_bytes / kLeastCompression : frame_bytes;
+    const uint32_t packets = format.interval_100ns / kMicroframe100ns;
     for (const uint32_t packet_bytes : kIsoPacketBytes) {
-        if (uint64_t{packets} * (packet_bytes - kPayloadHeaderBytes) >= size.bytes())
+        if (uint64_t{packets} * (packet_bytes - kPayloadHeaderBytes) >= needed)
             return packet_bytes;
     }
     return *std::rbegin(kIsoPacketBytes);
@@ -131,16 +186,19 @@ VideoControls::Probe VideoControls::negotiate(std::span<const uint8_t> wanted) c
 {
     Probe request{};
     std::copy_n(wanted.begin(), std::min(wanted.size(), request.size()), request.begin());
+    const auto place = [](uint8_t wished, size_t count) {
+        return static_cast<uint8_t>(std::clamp<size_t>(wished, 1, count));
+    };
     Probe offer{request[0], request[1]};
-    offer[kFormatIndex] = 1;
-    offer[kFrameIndex] =
-        static_cast<uint8_t>(std::clamp<size_t>(request[kFrameIndex], 1, std::size(kFrameSizes)));
-    const FrameSize& size = kFrameSizes[offer[kFrameIndex] - 1];
+    offer[kFormatIndex] = place(request[kFormatIndex], model_->formats.size());
+    const FrameFormat& format = model_->formats[offer[kFormatIndex] - 1U];
+    offer[kFrameIndex] = place(request[kFrameIndex], format.sizes.size());
+    const FrameSize& size = format.sizes[offer[kFrameIndex] - 1U];
     const uint32_t interval = nearest_interval(size, get_u32(request, kInterval));
     put_u32(offer, kInterval, interval);
     put_u32(offer, kMaxFrameBytes, size.bytes());
     put_u32(offer, kMaxPayloadBytes,
-            payload_bytes(get_u32(request, kMaxPayloadBytes), size, interval));
+            payload_bytes(get_u32(request, kMaxPayloadBytes), {format.pixels, size, interval, 0}));
     return offer;
 }
 

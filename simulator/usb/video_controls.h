@@ -16,22 +16,26 @@ namespace sim {
 /// Result of a request that the camera answers with STALL.
 inline constexpr int kControlStall = -1;
 
-inline constexpr uint8_t kBrightnessSelector = 0x02; ///< of the processing unit
-
-/// The controls every video camera has: brightness, and the negotiation of a stream.
+/// The standard controls of a video camera: of its picture, and the negotiation of a stream.
 class VideoControls {
 public:
-    explicit VideoControls(const CameraModel& model);
+    explicit VideoControls(const CameraModel& model); ///< which it looks at from now on
 
     /// SET: `data` is what the host sent; GET: the room for the answer. Bytes moved, or
     /// kControlStall.
-    int processing_unit(const Setup& setup, std::span<uint8_t> data);
+    int picture_control(const Setup& setup, std::span<uint8_t> data);
     int video_interface(const Setup& setup, std::span<uint8_t> data);
     /// Whether the request was the one that settles what is streamed.
     static bool is_commit(const Setup& setup);
     StreamFormat committed() const;
     /// What a probe or commit record asks for; nothing when it names no size.
-    static std::optional<StreamFormat> format_in(std::span<const uint8_t> record);
+    static std::optional<StreamFormat> format_in(const CameraModel& model,
+                                                 std::span<const uint8_t> record);
+    /// Nothing for what is no control of the picture.
+    static std::optional<PictureControl> find(const Setup& setup);
+    /// As the host has set it; nothing for a control that the camera does not have.
+    std::optional<int32_t> value(PictureControl control) const;
+    PictureSettings picture_settings() const;
 
 private:
     static constexpr size_t kProbeBytes = 26;
@@ -39,10 +43,11 @@ private:
 
     Probe negotiate(std::span<const uint8_t> wanted) const;
     Probe with_interval(uint32_t interval_100ns) const;
-    uint32_t payload_bytes(uint32_t wanted, const FrameSize& size, uint32_t interval_100ns) const;
+    uint32_t payload_bytes(uint32_t wanted, const StreamFormat& format) const;
+    double deviation(PictureControl control) const;
 
-    bool isochronous_;
-    uint16_t brightness_ = 128;
+    const CameraModel* model_;
+    std::array<int32_t, kPictureControls> values_{};
     Probe probe_;
     Probe commit_;
 };

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "usb/video_stream.h"
 
+#include "usb/jpeg.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -10,9 +12,8 @@ namespace {
 
 using std::chrono::steady_clock;
 
-// The sensor needs this long to settle. A host that is still queueing its transfers when the first
-// one ends, and that the kernel refuses some of them, would never stop waiting for those.
-constexpr auto kSettlingTime = std::chrono::milliseconds(300);
+// The sensor needs this long to settle.
+constexpr uint32_t kUsualFirstFrameMs = 300;
 
 enum HeaderFlags : uint8_t {
     kFrameId = 0x01,
@@ -49,8 +50,10 @@ void VideoStream::commit(const StreamFormat& format)
     stop();
     format_ = format;
     earliest_ = steady_clock::now();
-    if (is_paced())
-        earliest_ += kSettlingTime;
+    if (is_paced()) {
+        earliest_ +=
+            std::chrono::milliseconds(sensor_.model().first_frame_ms.value_or(kUsualFirstFrameMs));
+    }
 }
 
 void VideoStream::start(uint32_t packet_bytes)
@@ -130,8 +133,12 @@ FrameFault::Kind VideoStream::take_frame()
 void VideoStream::draw(uint32_t number, const FrameFault& fault)
 {
     const FrameSize& size = format_->size;
-    picture_.resize(size.bytes());
-    sensor_.picture(size.width, size.height, number, picture_);
+    const bool is_mjpeg = format_->pixels == PixelFormat::kMjpeg;
+    std::vector<uint8_t>& yuyv = is_mjpeg ? yuyv_ : picture_;
+    yuyv.resize(size.bytes());
+    sensor_.picture(size.width, size.height, number, yuyv, settings_);
+    if (is_mjpeg)
+        picture_ = encode_jpeg(size.width, size.height, yuyv);
     if (fault.kind == FrameFault::Kind::kTruncated)
         picture_.resize(std::clamp<size_t>(fault.bytes, 1, picture_.size()));
     picture_at_ = 0;

@@ -18,6 +18,7 @@ namespace sim {
 
 /// What host and camera have settled on.
 struct StreamFormat {
+    PixelFormat pixels;
     FrameSize size;
     uint32_t interval_100ns;
     uint32_t payload_bytes; ///< the largest one, with its header
@@ -74,6 +75,8 @@ public:
     void start(uint32_t packet_bytes = 0);
     void stop();
     void set_pacing(Pacing pacing);
+    /// From the next frame on.
+    void set_picture(const PictureSettings& settings) { settings_ = settings; }
     void set_fault(FrameFaultHook hook);
     /// Called after the stream has begun, ended, sent or dropped a frame.
     void set_listener(std::function<void()> listener) { changed_ = std::move(listener); }
@@ -128,7 +131,9 @@ private:
     uint32_t frame_number_ = 0;
     bool halted_ = false;
 
-    std::vector<uint8_t> picture_;
+    PictureSettings settings_;
+    std::vector<uint8_t> yuyv_;    ///< of the last picture, where it travels as MJPEG
+    std::vector<uint8_t> picture_; ///< as it travels
     size_t picture_at_ = 0;
     Header header_{};
     bool frame_id_ = false;

@@ -109,12 +109,22 @@ json stream_state(const StreamState& state, const std::optional<StreamFormat>& f
     if (format) {
         stream["width"] = format->size.width;
         stream["height"] = format->size.height;
-        stream["format"] = "YUYV";
+        stream["format"] = format->pixels == PixelFormat::kMjpeg ? "MJPEG" : "YUYV";
         stream["interval_100ns"] = format->interval_100ns;
     }
     stream["frames_sent"] = state.frames_sent;
     stream["frames_dropped"] = state.frames_dropped;
     return stream;
+}
+
+json control_state(const VideoControls& video)
+{
+    json controls = json::object();
+    for (size_t control = 0; control < kPictureControls; ++control) {
+        if (const auto value = video.value(static_cast<PictureControl>(control)))
+            controls[std::string(kControlPlaces[control].name)] = *value;
+    }
+    return controls;
 }
 
 json h264_state(const Controller& controller)
@@ -158,6 +168,7 @@ json camera_state(PluggedCamera& camera, const std::optional<RegisterRange>& reg
     state["firmware"] = firmware_state(controller);
     state["rom"] = rom_state(controller, with_rom);
     state["stream"] = stream_state(stream, format);
+    state["controls"] = control_state(camera.video_controls());
     state["gpio"] = gpio_state(controller);
     state["leds"] = led_state(controller);
     state["motion_alarm"] = controller.motion_alarm();

@@ -10,6 +10,7 @@
 #include "usb/video_controls.h"
 
 #include <algorithm>
+#include <cctype>
 #include <iterator>
 #include <utility>
 
@@ -56,12 +57,15 @@ std::string subject(const Setup& setup)
         return "video " + named(selector < std::size(kNames) ? kNames[selector] : "", selector);
     }
     std::string_view name;
+    std::string picture_control;
     if (setup.unit() == kVendorUnit) {
         name = control_name(setup.selector());
     } else if (setup.unit() == kH264Unit) {
         name = H264Unit::control_name(setup.selector());
-    } else if (setup.unit() == kProcessingUnit && setup.selector() == kBrightnessSelector) {
-        name = "BRIGHTNESS";
+    } else if (const auto control = VideoControls::find(setup)) {
+        picture_control = kControlPlaces[*control].name;
+        std::ranges::transform(picture_control, picture_control.begin(), ::toupper);
+        name = picture_control;
     }
     return text::format("unit %u ", setup.unit()) + named(name, setup.selector());
 }
@@ -87,14 +91,15 @@ std::string text_in_words(std::span<const uint8_t> data)
     return text::is_plain(text) && !text.empty() ? "\"" + text + "\"" : hex_bytes(data);
 }
 
-std::string video_in_words(std::span<const uint8_t> record)
+std::string video_in_words(const CameraModel& model, std::span<const uint8_t> record)
 {
-    const auto format = VideoControls::format_in(record);
+    const auto format = VideoControls::format_in(model, record);
     if (!format)
         return hex_bytes(record);
     constexpr double kUnitsPerSecond = 1e7;
     const double rate = format->interval_100ns == 0 ? 0 : kUnitsPerSecond / format->interval_100ns;
-    return text::format("%ux%u, %.4g frames per second, payloads of %u bytes", format->size.width,
+    return text::format("%s%ux%u, %.4g frames per second, payloads of %u bytes",
+                        format->pixels == PixelFormat::kMjpeg ? "MJPEG " : "", format->size.width,
                         format->size.height, rate, format->payload_bytes);
 }
 
@@ -209,8 +214,8 @@ Words value_in_words(const CameraModel& model, const Setup& setup, std::span<con
     if (setup.request == kGetLen)
         return {"length " + number_in_words(data)};
     if (setup.interface() == kVideoInterface)
-        return {video_in_words(data)};
-    if (setup.unit() == kProcessingUnit)
+        return {video_in_words(model, data)};
+    if (setup.unit() == kProcessingUnit || VideoControls::find(setup))
         return {number_in_words(data)};
     if (setup.unit() == kVendorUnit && is_current && setup.selector() == kExtRom512)
         return long_rom_in_words(setup.request, data);
