@@ -113,6 +113,7 @@ private:
     int submit_video(Urb&& urb, std::span<const uint32_t> packet_bytes);
     std::list<Urb>::iterator first_video_urb();
     bool has_room_for_frame() const;
+    void meet_first_frame(uint32_t queued_bytes);
     void move_video();
     void fill_transfer(Urb& urb);
     void fill_packets(Urb& urb);
