@@ -23,6 +23,7 @@
 #include <nyxus/production.h>
 #include <nyxus/registers.h>
 #include <nyxus/rom.h>
+#include <nyxus/streaming.h>
 #include <nyxus/trace.h>
 #include <nyxus/usb.h>
 #include <nyxus/video.h>

@@ -470,6 +470,7 @@ void Bed::State::replug_after(PluggedCamera& camera, uint64_t delay_us)
 Bed::Bed(Clock& clock) : state_(std::make_unique<State>(clock))
 {
     active_bed = this;
+    set_usbfs_memory(0);
 }
 
 Bed::~Bed()

@@ -108,6 +108,11 @@ bool HeldEvents::submit(libusb_device_handle* handle, unsigned char endpoint)
     return true;
 }
 
+bool HeldEvents::is_possible(libusb_device_handle* handle)
+{
+    return status_endpoint(handle) != 0;
+}
+
 HeldEvents* HeldEvents::hold(libusb_device_handle* handle)
 {
     const unsigned char endpoint = status_endpoint(handle);

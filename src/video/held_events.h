@@ -10,6 +10,8 @@ namespace nyxus {
 /// completes no transfer, and whoever closes the handle waits for it.
 class HeldEvents {
 public:
+    /// Whether the camera has the endpoint that it takes.
+    static bool is_possible(libusb_device_handle* handle);
     /// nullptr where it cannot be held: the camera is gone, or has no status endpoint. The transfer
     /// waits at that endpoint beside libuvc's own, and nothing of it is seen on the bus.
     static HeldEvents* hold(libusb_device_handle* handle);

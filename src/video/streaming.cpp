@@ -3,11 +3,14 @@
 #include <nyxus/memory.h>
 #include <nyxus/registers.h>
 
-#include <pthread.h>
 #include <cstdlib>
 #include <ctime>
 #include <new>
 
+#include "formats.h"
+#include "payload.h"
+#include "running_stream.h"
+#include "safe_start.h"
 #include "safe_stop.h"
 #include "session.h"
 #include "trace/failure.h"
@@ -32,31 +35,20 @@ int64_t now_us()
     return int64_t{now.tv_sec} * 1000000 + now.tv_nsec / 1000;
 }
 
-/// What a running callback stream keeps beside the record that callers know.
-struct RunningStream {
-    StreamCallbackRecord record; // first: the device object points here
-    pthread_mutex_t mutex;       // held while the caller's callback runs
-    bool silent;
-};
-static_assert(offsetof(RunningStream, record) == 0);
-
-RunningStream* create_stream(const StreamCallbackRecord& record)
+nyxus::RunningStream* create_stream(const StreamCallbackRecord& record)
 {
-    void* memory = std::malloc(sizeof(RunningStream));
-    return memory == nullptr ? nullptr
-                             : new (memory) RunningStream{record, PTHREAD_MUTEX_INITIALIZER, false};
+    void* memory = std::malloc(sizeof(nyxus::RunningStream));
+    if (memory == nullptr)
+        return nullptr;
+    auto* stream = new (memory) nyxus::RunningStream{};
+    stream->record = record;
+    return stream;
 }
 
-RunningStream* owned_stream(const NyDevice& device)
+void destroy(nyxus::RunningStream* stream)
 {
-    return device.stream_record_owned ? reinterpret_cast<RunningStream*>(device.stream_callback)
-                                      : nullptr;
-}
-
-void own(NyDevice* pDevObj, RunningStream* stream)
-{
-    pDevObj->stream_callback = &stream->record;
-    pDevObj->stream_record_owned = 1;
+    stream->~RunningStream();
+    std::free(stream);
 }
 
 bool is_complete(const uvc_frame_t& frame)
@@ -66,58 +58,55 @@ bool is_complete(const uvc_frame_t& frame)
 
 void internal_cb(uvc_frame_t* frame, void* user)
 {
-    auto& stream = *static_cast<RunningStream*>(user);
-    pthread_mutex_lock(&stream.mutex);
+    auto& stream = *static_cast<nyxus::RunningStream*>(user);
+    const std::lock_guard lock(stream.mutex);
     if (!stream.silent && is_complete(*frame))
         stream.record.callback(frame, stream.record.param);
-    pthread_mutex_unlock(&stream.mutex);
 }
 
-/// No call of the caller's callback is under way or follows, whatever libuvc is still at.
-void silence(RunningStream& stream)
+uvc_error_t ask_libuvc(NyDevice* pDevObj, const VideoStreamParam& param)
 {
-    pthread_mutex_lock(&stream.mutex);
-    stream.silent = true;
-    pthread_mutex_unlock(&stream.mutex);
+    if (pDevObj->uvc_handle == nullptr)
+        return UVC_ERROR_NO_DEVICE;
+    if (!nyxus::may_ask_libuvc(pDevObj->uvc_handle, param.width, param.height, param.fps))
+        return UVC_ERROR_INVALID_MODE;
+    return uvc_get_stream_ctrl_format_size(
+        pDevObj->uvc_handle, &pDevObj->stream_ctrl, UVC_FRAME_FORMAT_YUYV,
+        static_cast<int>(param.width), static_cast<int>(param.height), static_cast<int>(param.fps));
 }
 
-/// Negotiates the stream. The whole frame and its header are asked for as one transfer;
-/// `negotiated_payload` keeps what the camera offered instead.
-uvc_error_t negotiate(NyDevice* pDevObj, const VideoStreamParam& param,
-                      uint32_t* negotiated_payload)
+/// The whole frame and its header are asked for as one transfer. Where the kernel lends too little
+/// for that, the camera's own offer is taken, or what fits.
+uvc_error_t choose_payload(const char* function, NyDevice* pDevObj, uint32_t negotiated_payload)
 {
     uvc_stream_ctrl_t& control = pDevObj->stream_ctrl;
-    const uvc_error_t rc = pDevObj->uvc_handle == nullptr
-                               ? UVC_ERROR_NO_DEVICE
-                               : uvc_get_stream_ctrl_format_size(
-                                     pDevObj->uvc_handle, &control, UVC_FRAME_FORMAT_YUYV,
-                                     static_cast<int>(param.width), static_cast<int>(param.height),
-                                     static_cast<int>(param.fps));
+    control.dwMaxPayloadTransferSize = control.dwMaxVideoFrameSize + kPayloadHeaderBytes;
+    if (nyxus::all_transfers_fit(pDevObj, control))
+        return UVC_SUCCESS;
+    control.dwMaxPayloadTransferSize = negotiated_payload;
+    if (nyxus::all_transfers_fit(pDevObj, control))
+        return UVC_SUCCESS;
+    return static_cast<uvc_error_t>(nyxus::fit_payload(function, pDevObj, control));
+}
+
+/// Negotiates the stream; `negotiated_payload` keeps what the camera offered.
+uvc_error_t negotiate(const char* function, NyDevice* pDevObj, const VideoStreamParam& param,
+                      uint32_t* negotiated_payload)
+{
+    uvc_error_t rc = ask_libuvc(pDevObj, param);
     if (rc < 0) {
         nyxus::report_uvc_error(rc, "get stream ctrl");
         return rc;
     }
+    uvc_stream_ctrl_t& control = pDevObj->stream_ctrl;
     *negotiated_payload = control.dwMaxPayloadTransferSize;
     const uvc_frame_desc_t* frame =
         uvc_find_frame_desc(pDevObj->uvc_handle, control.bFormatIndex, control.bFrameIndex);
     if (frame != nullptr)
         control.dwMaxVideoFrameSize = frame->dwMaxVideoFrameBufferSize;
-    control.dwMaxPayloadTransferSize = control.dwMaxVideoFrameSize + kPayloadHeaderBytes;
-    return rc;
-}
-
-/// What uvc_start_streaming() does inside, but for the end of a stream that does not start: libuvc
-/// would close it itself, and not come back from that when the camera has just gone.
-uvc_error_t start_once(NyDevice* pDevObj, uvc_stream_handle_t** stream,
-                       uvc_frame_callback_t* callback, void* user)
-{
-    uvc_error_t rc = uvc_stream_open_ctrl(pDevObj->uvc_handle, stream, &pDevObj->stream_ctrl);
+    rc = choose_payload(function, pDevObj, *negotiated_payload);
     if (rc < 0)
-        return rc;
-    pDevObj->stream_running = 1;
-    rc = uvc_stream_start(*stream, callback, user, 0);
-    if (rc < 0)
-        (void)nyxus::stop_streams(pDevObj);
+        nyxus::report_uvc_error(rc, "start_streaming");
     return rc;
 }
 
@@ -126,21 +115,21 @@ uvc_error_t start_once(NyDevice* pDevObj, uvc_stream_handle_t** stream,
 uvc_error_t start_stream(NyDevice* pDevObj, uint32_t negotiated_payload,
                          uvc_stream_handle_t** stream, uvc_frame_callback_t* callback, void* user)
 {
-    uvc_error_t rc = start_once(pDevObj, stream, callback, user);
+    uvc_error_t rc = nyxus::start_safely(pDevObj, stream, callback, user);
     if (rc == UVC_ERROR_INVALID_MODE && pDevObj->uvc_handle != nullptr) {
         pDevObj->stream_ctrl.dwMaxPayloadTransferSize = negotiated_payload;
-        rc = start_once(pDevObj, stream, callback, user);
+        rc = nyxus::start_safely(pDevObj, stream, callback, user);
     }
     if (rc < 0)
         nyxus::report_uvc_error(rc, "start_streaming");
     return rc;
 }
 
-int32_t start_callback_stream(NyDevice* pDevObj, const VideoStreamParam& param,
-                              RunningStream* stream)
+int32_t start_callback_stream(const char* function, NyDevice* pDevObj,
+                              const VideoStreamParam& param, nyxus::RunningStream* stream)
 {
     uint32_t negotiated_payload = 0;
-    const uvc_error_t rc = negotiate(pDevObj, param, &negotiated_payload);
+    const uvc_error_t rc = negotiate(function, pDevObj, param, &negotiated_payload);
     uvc_stream_handle_t* handle = nullptr;
     return rc < 0 ? rc : start_stream(pDevObj, negotiated_payload, &handle, internal_cb, stream);
 }
@@ -176,18 +165,20 @@ int32_t startVideoStream(NyDevice* pDevObj, NyFrameCallback callback, VideoStrea
     NY_REQUIRE_DEVICE(pDevObj);
     NY_REQUIRE(callback);
     NY_REQUIRE(param);
-    RunningStream* stream = create_stream({param, callback});
+    nyxus::RunningStream* stream = create_stream({param, callback});
     if (stream == nullptr)
         return UVC_ERROR_NO_MEM;
-    RunningStream* former = owned_stream(*pDevObj);
+    nyxus::RunningStream* former = nyxus::current_stream(*pDevObj);
+    const auto former_owner = static_cast<nyxus::StreamOwner>(pDevObj->stream_record_owned);
     const bool former_runs = former != nullptr && pDevObj->stream_running;
-    own(pDevObj, stream);
-    const int32_t rc = start_callback_stream(pDevObj, *param, stream);
+    nyxus::set_current_stream(pDevObj, stream, nyxus::kOwnedByObject);
+    const int32_t rc = start_callback_stream(__func__, pDevObj, *param, stream);
     if (former_runs) { // and libuvc has refused this one
-        own(pDevObj, former);
-        former = stream;
+        nyxus::set_current_stream(pDevObj, former, former_owner);
+        destroy(stream);
+    } else if (former != nullptr && former_owner == nyxus::kOwnedByObject) {
+        destroy(former);
     }
-    std::free(former);
     return rc;
 }
 
@@ -196,7 +187,7 @@ int32_t startVideoStream_snapshot(NyDevice* pDevObj, void* /*unused*/, VideoStre
     NY_REQUIRE_DEVICE(pDevObj);
     NY_REQUIRE(param);
     uint32_t negotiated_payload = 0;
-    uvc_error_t rc = negotiate(pDevObj, *param, &negotiated_payload);
+    uvc_error_t rc = negotiate(__func__, pDevObj, *param, &negotiated_payload);
     if (rc < 0)
         return rc;
     for (;;) { // without a limit: a good frame ends it, or a stream that does not start
@@ -223,11 +214,5 @@ void stopVideoStream(NyDevice* pDevObj)
         return;
     }
     const nyxus::DeviceScope scope(pDevObj);
-    RunningStream* stream = owned_stream(*pDevObj);
-    if (stream != nullptr)
-        silence(*stream);
-    if (!nyxus::stop_streams(pDevObj))
-        return; // libuvc's threads may still look at the record
-    std::free(stream);
-    pDevObj->stream_record_owned = 0; // the pointer itself stays as it is
+    (void)nyxus::end_stream(pDevObj);
 }

@@ -333,7 +333,7 @@ TEST(CppVideo, FramesComeUntilTheStreamIsDropped)
     size_t frames = 0;
     {
         auto stream = nyxus::Stream::start(camera, {320, 240, 30}, [&](const nyxus::Frame& frame) {
-            EXPECT_EQ(frame.yuyv.size(), 320u * 240 * 2);
+            EXPECT_EQ(frame.data.size(), 320u * 240 * 2);
             const std::lock_guard lock(mutex);
             ++frames;
             changed.notify_one();

@@ -56,7 +56,9 @@ public:
     {
         if (returned >= 0 || returned < UVC_ERROR_OTHER)
             return of(returned);
-        Status status(returned, uvc_strerror(static_cast<uvc_error_t>(returned)));
+        const bool described = nyxus_errno == returned;
+        Status status(returned, described ? std::string(nyxus_errmsg)
+                                          : uvc_strerror(static_cast<uvc_error_t>(returned)));
         status.origin_ = Origin::kVideo;
         return status;
     }

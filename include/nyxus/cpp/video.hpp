@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 /**
  * @file
- * YUYV video: frames by callback, or one at a time.
+ * Video: what a camera streams, and frames by callback or one at a time.
  */
 #ifndef NYXUS_CPP_VIDEO_HPP
 #define NYXUS_CPP_VIDEO_HPP
 
+#include <nyxus/streaming.h>
 #include <nyxus/video.h>
 #include <nyxus/cpp/camera.hpp>
 
@@ -17,14 +18,17 @@ struct VideoFormat {
     uint32_t width = 640;  ///< pixels
     uint32_t height = 480; ///< pixels
     uint32_t fps = 0;      ///< frames per second; 0: the first rate that the camera offers
+    uint32_t fourcc = NYXUS_FOURCC_YUYV; ///< of a NyStreamFormat
 };
 
-/// A complete frame: two bytes a pixel, row after row.
+/// A frame: YUYV has two bytes a pixel, row after row, and is complete; MJPEG is a JPEG file.
 struct Frame {
     uint32_t width;
     uint32_t height;
     uint32_t sequence; ///< a gap tells of lost frames
-    Bytes yuyv;        ///< borrowed for the call
+    Bytes data;        ///< borrowed for the call, or as Stream::next() says
+    uint32_t fourcc;
+    uint64_t time_us; ///< CLOCK_MONOTONIC when it had come as a whole
 };
 
 /// Called on libuvc's streaming thread. It must neither stop the stream nor throw.
@@ -37,76 +41,116 @@ struct Picture {
     std::vector<uint8_t> yuyv; ///< two bytes a pixel, row after row
 };
 
-/// A running video stream. It stops when the object dies, which has to be before its camera does.
-/// Move only; one thread at a time per camera.
+/// What the camera streams, in its order. Asks the camera nothing.
+inline Result<std::vector<NyStreamFormat>> list_formats(Camera& camera)
+{
+    const int32_t count = nyxus_list_formats(camera.device(), nullptr, 0);
+    if (count < 0)
+        return Status::of_video(count);
+    std::vector<NyStreamFormat> formats(static_cast<size_t>(count));
+    (void)nyxus_list_formats(camera.device(), formats.data(), static_cast<uint32_t>(count));
+    return formats;
+}
+
+/// The four characters of a format: "YUYV".
+inline std::string fourcc_text(uint32_t fourcc)
+{
+    std::string text;
+    for (int shift = 0; shift < 32; shift += 8)
+        text += static_cast<char>(fourcc >> shift & 0xFF);
+    return text;
+}
+
+/// A running video stream. It stops when the object dies, or its camera is closed.
+/// Move only; one thread at a time per camera, but for next().
 class Stream {
 public:
-    /// Starts a stream; a failure's origin is Origin::kVideo when libuvc or the camera refuses the
-    /// format. Blocks for the negotiation's transfers.
-    static Result<Stream> start(Camera& camera, const VideoFormat& format, FrameCallback callback)
+    /// Starts a stream, with a callback or to be asked for frames with next(). A failure's origin
+    /// is Origin::kVideo when libuvc or the camera refuses the format, or the kernel lends too
+    /// little memory: its message says what to do. Blocks for the negotiation's transfers.
+    static Result<Stream> start(Camera& camera, const VideoFormat& format,
+                                FrameCallback callback = {})
     {
-        Stream stream(camera.device(), format, std::move(callback));
+        Stream stream(std::move(callback));
+        const NyStreamRequest request = {format.fourcc, format.width, format.height,
+                                         interval_of(format.fps)};
+        NyStream* started = nullptr;
         const int32_t rv =
-            startVideoStream(stream.camera_, &Running::on_frame, stream.running_.get());
+            nyxus_stream_start(camera.device(), &request, *stream.callback_ ? on_frame : nullptr,
+                               stream.callback_.get(), &started);
         if (rv < 0)
             return Status::of_video(rv);
+        stream.stream_.reset(started);
         return stream;
     }
 
     Stream(Stream&&) noexcept = default;
     Stream& operator=(Stream&& other) noexcept
     {
-        stop();
-        camera_ = other.camera_;
-        running_ = std::move(other.running_);
+        stream_ = std::move(other.stream_); // ends the old one, which calls the old callback
+        callback_ = std::move(other.callback_);
         return *this;
     }
-    ~Stream() { stop(); }
+
+    /// The next frame of a stream without a callback, whose data is valid until the next call.
+    /// Fails with UVC_ERROR_TIMEOUT when none comes in time, UVC_ERROR_NO_DEVICE when the camera is
+    /// gone, UVC_ERROR_INTERRUPTED when the stream has been stopped. One thread may wait here while
+    /// another one uses the camera, or stops the stream.
+    Result<Frame> next(uint32_t timeout_ms)
+    {
+        NyStreamFrame frame = {};
+        const int32_t rv = nyxus_stream_next(stream_.get(), timeout_ms, &frame);
+        if (rv < 0)
+            return Status::of_video(rv);
+        return frame_of(frame);
+    }
+
+    /// What the stream has settled on, and what became of its frames.
+    NyStreamStatus status() const
+    {
+        NyStreamStatus status = {};
+        (void)nyxus_stream_status(stream_.get(), &status);
+        return status;
+    }
 
     /// Ends the stream; no call of the callback is under way or follows. Waits for a call of the
     /// callback, and for libuvc's streaming thread.
-    void stop()
-    {
-        if (!running_)
-            return;
-        stopVideoStream(camera_);
-        running_.reset();
-    }
+    void stop() { nyxus_stream_stop(stream_.get()); }
 
 private:
-    /// The library hands its parameter record back to the callback: more travels with it.
-    struct Running : VideoStreamParam {
-        Running(const VideoFormat& format, FrameCallback wanted)
-            : VideoStreamParam{0, format.width, format.height, format.fps, nullptr},
-              callback(std::move(wanted))
-        {
-        }
-
-        static void on_frame(uvc_frame_t* frame, VideoStreamParam* param) noexcept
-        {
-            auto& running = *static_cast<Running*>(param);
-            if (running.callback) {
-                running.callback({frame->width,
-                                  frame->height,
-                                  frame->sequence,
-                                  {static_cast<const uint8_t*>(frame->data), frame->data_bytes}});
-            }
-        }
-
-        FrameCallback callback;
+    struct Free {
+        void operator()(NyStream* stream) const { nyxus_stream_free(stream); }
     };
 
-    Stream(NyDevice* camera, const VideoFormat& format, FrameCallback callback)
-        : camera_(camera), running_(std::make_unique<Running>(format, std::move(callback)))
+    explicit Stream(FrameCallback callback)
+        : callback_(std::make_unique<FrameCallback>(std::move(callback)))
     {
     }
 
-    NyDevice* camera_;
-    std::unique_ptr<Running> running_;
+    static uint32_t interval_of(uint32_t fps)
+    {
+        constexpr uint32_t kSecond_100ns = 10'000'000;
+        return fps == 0 ? 0 : std::max(kSecond_100ns / fps, 1U);
+    }
+
+    static Frame frame_of(const NyStreamFrame& frame)
+    {
+        return {frame.width,  frame.height, frame.sequence, {frame.data, frame.size},
+                frame.fourcc, frame.time_us};
+    }
+
+    static void on_frame(const NyStreamFrame* frame, void* callback) noexcept
+    {
+        (*static_cast<FrameCallback*>(callback))(frame_of(*frame));
+    }
+
+    std::unique_ptr<FrameCallback> callback_;
+    std::unique_ptr<NyStream, Free> stream_; // goes first
 };
 
 /// Takes one complete frame. Tries again after bad ones, as long as the camera is connected: a
-/// program that must not wait needs a limit of its own. Not while a stream runs.
+/// program that must not wait needs a limit of its own, or Stream::next(). YUYV only; not while a
+/// stream runs.
 inline Result<Picture> take_picture(Camera& camera, const VideoFormat& format = {})
 {
     VideoStreamParam param = {0, format.width, format.height, format.fps, nullptr};

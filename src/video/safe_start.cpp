@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// When the kernel refuses a transfer, libuvc goes on with those before it. But if one of these ends
+// while libuvc still queues others, the next one takes its memory, it cannot be queued again
+// itself, and libuvc waits for it for ever when the stream is stopped. So none ends meanwhile: the
+// event thread is held.
+#include "safe_start.h"
+
+#include "held_events.h"
+#include "payload.h"
+#include "safe_stop.h"
+
+/// What uvc_start_streaming() does inside, but for the end of a stream that does not start: libuvc
+/// would close it itself, and not come back from that when the camera has just gone.
+uvc_error_t nyxus::start_safely(NyDevice* pDevObj, uvc_stream_handle_t** stream,
+                                uvc_frame_callback_t* callback, void* user)
+{
+    uvc_error_t rc = uvc_stream_open_ctrl(pDevObj->uvc_handle, stream, &pDevObj->stream_ctrl);
+    if (rc < 0)
+        return rc;
+    pDevObj->stream_running = 1;
+    HeldEvents* events = is_kernel_memory_limited()
+                             ? HeldEvents::hold(uvc_get_libusb_handle(pDevObj->uvc_handle))
+                             : nullptr;
+    rc = uvc_stream_start(*stream, callback, user, 0);
+    if (events != nullptr)
+        events->let_go();
+    if (rc < 0)
+        (void)stop_streams(pDevObj);
+    return rc;
+}
