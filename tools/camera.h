@@ -22,6 +22,7 @@ public:
     /// Opens and probes; a camera whose ROM holds no firmware is probed with a guess at its flash.
     static Camera open(const CameraEntry& entry);
 
+    nyxus::Camera& opened() { return camera_; }
     NyDevice& device() { return *camera_.device(); }
     const NyDevice& device() const { return *camera_.device(); }
     const CameraEntry& entry() const { return camera_.info(); }

@@ -28,6 +28,7 @@ public:
     Value();
     Value(bool truth);
     Value(int number);
+    Value(int64_t number);
     Value(unsigned number);
     Value(uint64_t number);
     Value(double number);
@@ -54,6 +55,7 @@ struct Member {
 inline Value::Value() : content_(nullptr) {}
 inline Value::Value(bool truth) : content_(truth) {}
 inline Value::Value(int number) : content_(int64_t{number}) {}
+inline Value::Value(int64_t number) : content_(number) {}
 inline Value::Value(unsigned number) : content_(uint64_t{number}) {}
 inline Value::Value(uint64_t number) : content_(number) {}
 inline Value::Value(double number) : content_(number) {}
