@@ -88,7 +88,10 @@ void Simulation::plug(const SimulationArguments& arguments)
     for (const CameraRequest& request : requests) {
         const std::vector<uint8_t> rom = first_contents(request);
         PluggedCamera& camera =
-            bed_.plug(*request.model, {.bus = request.bus, .serial = request.serial, .rom = rom});
+            bed_.plug(*request.model, {.bus = request.bus,
+                                       .serial = request.serial,
+                                       .rom = rom,
+                                       .has_kernel_driver = request.has_kernel_driver});
         camera.set_tracing(false);
         camera.set_pacing(fast_ ? Pacing::kFlatOut : Pacing::kRealTime);
         watchers_.watch(camera, requests.size() > 1 ? camera.serial() : "");
