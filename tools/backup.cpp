@@ -3,17 +3,16 @@
 
 #include "failure.h"
 #include "files/descriptor.h"
+#include "state_folder.h"
 #include "text.h"
 #include "whole_file.h"
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/file.h>
 #include <unistd.h>
 #include <algorithm>
 #include <cctype>
 #include <chrono>
-#include <cstdlib>
 #include <ctime>
 #include <fstream>
 #include <thread>
@@ -33,18 +32,6 @@ Failure backup_failure(const std::string& reason)
 {
     return {kExitFailure, "cannot keep a backup of the ROM: " + reason +
                               "; nothing was written ('--no-backup' goes on without one)"};
-}
-
-fs::path state_folder()
-{
-    if (const char* state = std::getenv("XDG_STATE_HOME"); state != nullptr && *state == '/')
-        return state;
-    if (const char* home = std::getenv("HOME"); home != nullptr && *home == '/')
-        return fs::path(home) / ".local/state";
-    const passwd* user = getpwuid(getuid());
-    if (user == nullptr || user->pw_dir == nullptr)
-        throw Failure(kExitFailure, "there is no home folder");
-    return fs::path(user->pw_dir) / ".local/state";
 }
 
 /// The serial number as a part of a file's name; a camera without one goes by its port.
@@ -89,14 +76,14 @@ files::Descriptor lock_folder(const fs::path& folder)
 
 fs::path change_file(const CameraEntry& camera)
 {
-    return state_folder() / "nyxus/changed" / file_stem(camera);
+    return state_folder() / "changed" / file_stem(camera);
 }
 
 } // namespace
 
 fs::path backup_folder()
 {
-    return state_folder() / "nyxus/backups";
+    return state_folder() / "backups";
 }
 
 static fs::path write_backup(const std::string& stem, std::span<const uint8_t> contents,

@@ -53,9 +53,11 @@ void prepare_library(int verbosity)
 
 Camera Camera::open(const CameraEntry& entry)
 {
+    const auto hold = kernel_driver::hold();
+    auto loan = std::make_unique<kernel_driver::Loan>(entry);
     auto camera = nyxus::Camera::open(entry);
     if (camera)
-        return Camera(std::move(*camera));
+        return {std::move(*camera), std::move(loan)};
     if (const Openable claim = try_claim(entry); claim.libusb_code != 0)
         throw usb_failure("cannot open camera " + entry.bus_address(), claim.libusb_code);
     if (!may_be_blank(camera.status().code()))
@@ -63,7 +65,32 @@ Camera Camera::open(const CameraEntry& entry)
     auto blank = nyxus::Camera::open_blank(entry);
     if (!blank)
         throw open_failure(entry, blank.status());
-    return Camera(std::move(*blank));
+    return {std::move(*blank), std::move(loan)};
+}
+
+Camera::Camera(nyxus::Camera camera, Loan loan)
+    : camera_(std::move(camera)), loan_(std::move(loan))
+{
+    kernel_driver::set_open(device().usb_handle);
+}
+
+Camera& Camera::operator=(Camera&& other) noexcept
+{
+    give_up();
+    camera_ = std::move(other.camera_);
+    loan_ = std::move(other.loan_);
+    wide_path_fails = other.wide_path_fails;
+    return *this;
+}
+
+void Camera::give_up()
+{
+    if (!loan_)
+        return;
+    const auto hold = kernel_driver::hold();
+    kernel_driver::set_open(nullptr);
+    camera_.close();
+    loan_.reset();
 }
 
 void Camera::assume_eeprom(uint32_t size_bytes)

@@ -3,6 +3,7 @@
 
 #include "camera_list.h"
 #include "console.h"
+#include "kernel_driver.h"
 
 #include <nyxus/cpp/camera.hpp>
 #include <optional>
@@ -21,7 +22,11 @@ class Camera {
 public:
     /// Opens and probes; a camera whose ROM holds no firmware is probed with a guess at its flash.
     static Camera open(const CameraEntry& entry);
+    ~Camera() { give_up(); }
+    Camera(Camera&&) noexcept = default;
+    Camera& operator=(Camera&& other) noexcept;
 
+    nyxus::Camera& opened() { return camera_; }
     NyDevice& device() { return *camera_.device(); }
     const NyDevice& device() const { return *camera_.device(); }
     const CameraEntry& entry() const { return camera_.info(); }
@@ -32,7 +37,7 @@ public:
     /// Takes an unknown ROM for an EEPROM of this size.
     void assume_eeprom(uint32_t size_bytes);
     /// Closes it before the object dies; nothing but destruction and assignment may follow.
-    void give_up() { camera_.close(); }
+    void give_up();
     std::string chip() const;
     std::string family() const { return camera_.family(); }
     /// "serial ABC, NY6410" for messages.
@@ -43,9 +48,12 @@ public:
     bool wide_path_fails = false;
 
 private:
-    explicit Camera(nyxus::Camera camera) : camera_(std::move(camera)) {}
+    using Loan = std::unique_ptr<kernel_driver::Loan>;
+
+    Camera(nyxus::Camera camera, Loan loan);
 
     nyxus::Camera camera_;
+    Loan loan_; ///< empty: the camera is closed, or another object's
 };
 
 /// Where two byte ranges differ.

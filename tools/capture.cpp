@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "capture.h"
 
+#include "exit_codes.h"
 #include "files/pipe.h"
 #include "last_words.h"
 
@@ -126,6 +127,11 @@ void Capture::read_loop()
                 break;
             if (count > 0)
                 handle({buffer, static_cast<size_t>(count)});
+        }
+        if (last_words::must_end()) {
+            last_words::tell_of_interrupt();
+            listener_.on_end();
+            _exit(kExitInterrupted);
         }
         listener_.on_tick();
     }

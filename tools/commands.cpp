@@ -29,6 +29,8 @@ constexpr Declaration declarations[] = {
     {kFirmware,  add_rom_commands},
     {kPicture,   add_snapshot_command},
     {kPicture,   add_stream_command},
+    {kPicture,   add_formats_command},
+    {kPicture,   add_control_command},
     {kPicture,   add_switch_commands},
     {kPicture,   add_osd_command},
     {kPicture,   add_h264_command},

@@ -2,6 +2,7 @@
 #include "console.h"
 
 #include "exit_codes.h"
+#include "kernel_driver.h"
 #include "last_line.h"
 #include "last_words.h"
 #include "text.h"
@@ -98,6 +99,11 @@ void Console::on_tick()
         give_up();
 }
 
+void Console::on_end()
+{
+    kernel_driver::give_back();
+}
+
 /// The camera's thread is stuck in the library, so there is nothing to return to.
 void Console::give_up()
 {
@@ -109,6 +115,7 @@ void Console::give_up()
         (meaning.empty() ? "" : "; " + meaning);
     display_.warn("nyxus: " + text);
     last_line::put(kExitTimeout, "failed", text.c_str(), "");
+    kernel_driver::give_back();
     _exit(kExitTimeout);
 }
 

@@ -50,6 +50,7 @@ private:
     static void take_progress(NyDevice* device, uint64_t done, uint64_t total, void* console);
     void on_line(std::string_view line) override;
     void on_tick() override;
+    void on_end() override;
     void give_up();
 
     const int verbosity_;

@@ -3,7 +3,6 @@
 
 #include "camera_list.h"
 #include "failure.h"
-#include "picture_size.h"
 #include "text.h"
 #include "versions.h"
 
@@ -151,17 +150,11 @@ Finding check_udev_rule()
 
 Finding check_usb_memory()
 {
-    const VideoOptions usual;
-    const UsbMemory memory = usb_memory(stream_param(usual));
-    if (memory.limit_mib == 0)
-        return {.check = "USB memory", .what = "no limit"};
-    const std::string text = format(
-        "%llu MiB; video of %s needs %llu MiB", static_cast<unsigned long long>(memory.limit_mib),
-        usual.size.c_str(), static_cast<unsigned long long>(memory.needed_mib));
-    if (memory.is_enough())
-        return {.check = "USB memory", .what = text};
-    return {
-        .check = "USB memory", .state = State::kWarning, .what = text, .remedy = memory.remedy()};
+    uint64_t limit_mib = 0;
+    std::ifstream("/sys/module/usbcore/parameters/usbfs_memory_mb") >> limit_mib;
+    return {.check = "USB memory",
+            .what = limit_mib == 0 ? "no limit"
+                                   : std::to_string(limit_mib) + " MiB for all programs together"};
 }
 
 std::vector<Finding> check_cameras(const std::string& choice)

@@ -24,7 +24,7 @@ Finding check_libraries();
 /// Whether this is the machine's own USB or a simulated one.
 Finding check_bus();
 Finding check_udev_rule();
-/// What the kernel lends to USB transfers, against what video needs.
+/// What the kernel lends to USB transfers.
 Finding check_usb_memory();
 /// Each camera: may it be opened, who has it? `choice` as for --camera.
 std::vector<Finding> check_cameras(const std::string& choice);

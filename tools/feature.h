@@ -77,5 +77,7 @@ void add_h264_command(Command& app, Arguments& arguments);
 void add_fingerprint_command(Command& app, Arguments& arguments);
 void add_snapshot_command(Command& app, Arguments& arguments);
 void add_stream_command(Command& app, Arguments& arguments);
+void add_formats_command(Command& app, Arguments& arguments);
+void add_control_command(Command& app, Arguments& arguments);
 
 } // namespace tool

@@ -31,6 +31,7 @@ std::atomic<const char*> current_consequence{""};
 std::atomic<bool> line_open;
 std::atomic<const char*> promise{nullptr};
 std::atomic<bool> interrupted;
+std::atomic<bool> ending;
 
 /// Ctrl-C, kill, a terminal that goes away, and Ctrl-\.
 constexpr int kInterrupts[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
@@ -72,15 +73,8 @@ void on_interrupt(int)
         put(text);
         return;
     }
-    const char* const meaning = current_consequence;
-    if (*meaning != '\0') {
-        put("nyxus: interrupted: ");
-        put(meaning);
-        put("\n");
-    }
-    last_line::put(kExitInterrupted, "interrupted",
-                   *meaning != '\0' ? "interrupted: " : "interrupted", meaning);
-    _exit(kExitInterrupted);
+    if (ending.exchange(true))
+        _exit(kExitInterrupted); // the first one has been told of
 }
 
 void mask_interrupts(int how)
@@ -184,6 +178,23 @@ bool stop_postponing()
 void receive_interrupts()
 {
     mask_interrupts(SIG_UNBLOCK);
+}
+
+bool must_end()
+{
+    return ending;
+}
+
+void tell_of_interrupt()
+{
+    const char* const meaning = current_consequence;
+    if (*meaning != '\0') {
+        put("nyxus: interrupted: ");
+        put(meaning);
+        put("\n");
+    }
+    last_line::put(kExitInterrupted, "interrupted",
+                   *meaning != '\0' ? "interrupted: " : "interrupted", meaning);
 }
 
 void set_line_open(bool open)

@@ -28,6 +28,12 @@ bool interrupt_came();
 /// Back to ending at once. True when one came meanwhile.
 bool stop_postponing();
 
+/// An interrupt has come that ends the program: the thread that takes interrupts does so, and
+/// nobody else has anything to say.
+bool must_end();
+/// What it says before.
+void tell_of_interrupt();
+
 /// Called by the one thread that takes interrupts, so that none cuts a sleep of the others short.
 void receive_interrupts();
 

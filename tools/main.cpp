@@ -4,8 +4,11 @@
 #include "console.h"
 #include "failure.h"
 #include "json_text.h"
+#include "kernel_driver.h"
+#include "last_words.h"
 #include "text.h"
 
+#include <unistd.h>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -44,11 +47,15 @@ ExitCode run_reporting_failures(const Arguments& arguments)
             console.display().be_quiet(); // until events are told
         if (arguments.json)
             console.display().set_last_line(last_line::Kind::kError, "");
+        for (const std::string& line : kernel_driver::put_back_what_was_left())
+            console.display().warn("nyxus: " + line);
         const ExitCode code = arguments.run(console, arguments);
         console.drain();
         console.display().set_last_line(last_line::Kind::kNone, "");
         return noticing_lost_output(console.display(), code);
     } catch (const Failure& failure) {
+        while (last_words::must_end()) // it has failed since the camera has been given back
+            pause();
         console.drain();
         console.display().abandon();
         console.display().set_last_line(last_line::Kind::kNone, "");

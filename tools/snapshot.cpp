@@ -1,134 +1,76 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "failure.h"
-#include "json_text.h"
-#include "picture_size.h"
+#include "picture.h"
 #include "text.h"
+#include "video.h"
 #include "whole_file.h"
 
-#include <png.h>
-#include <unistd.h>
 #include <algorithm>
-#include <condition_variable>
-#include <mutex>
-#include <thread>
+#include <cctype>
 
 namespace tool {
 
 namespace {
 
-/// The library tries without end to get a complete frame; this ends the program instead.
-class Watchdog {
-public:
-    Watchdog(const Session& session, uint32_t wait_s)
-        : thread_([this, &session, wait_s] { run(session, wait_s); })
-    {
-    }
-    ~Watchdog()
-    {
-        {
-            const std::lock_guard lock(mutex_);
-            done_ = true;
-        }
-        changed_.notify_one();
-        thread_.join();
-    }
-    Watchdog(const Watchdog&) = delete;
-    Watchdog& operator=(const Watchdog&) = delete;
-
-private:
-    void run(const Session& session, uint32_t wait_s)
-    {
-        std::unique_lock lock(mutex_);
-        if (changed_.wait_for(lock, std::chrono::seconds(wait_s), [this] { return done_; }))
-            return;
-        const Failure failure(
-            kExitTimeout,
-            format("no complete frame within %u s; try a longer --wait or a smaller --size",
-                   wait_s));
-        Display& display = session.console.display();
-        if (session.arguments.json)
-            display.say(json_error(failure));
-        display.warn("nyxus: " + failure.text());
-        _exit(failure.code());
-    }
-
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool done_ = false;
-    std::thread thread_;
-};
-
-uint8_t clamped(int value)
-{
-    return static_cast<uint8_t>(std::clamp(value, 0, 255));
-}
-
-/// A pixel of limited-range video, in 1/256 steps.
-void put_rgb(uint8_t* rgb, int y, int cb, int cr)
-{
-    const int luma = 298 * (y - 16) + 128;
-    rgb[0] = clamped((luma + 409 * (cr - 128)) / 256);
-    rgb[1] = clamped((luma - 100 * (cb - 128) - 208 * (cr - 128)) / 256);
-    rgb[2] = clamped((luma + 516 * (cb - 128)) / 256);
-}
-
-std::vector<uint8_t> rgb_of(const uvc_frame_t& frame, const VideoStreamParam& param)
-{
-    const size_t bytes = size_t{param.width} * param.height * 2;
-    if (frame.data == nullptr || frame.data_bytes < bytes)
-        throw Failure(kExitFailure, "the camera sent an incomplete frame");
-    const auto* yuyv = static_cast<const uint8_t*>(frame.data);
-    std::vector<uint8_t> rgb(bytes / 2 * 3);
-    for (size_t i = 0; i < bytes / 4; ++i) {
-        const uint8_t* pair = yuyv + 4 * i;
-        put_rgb(&rgb[6 * i], pair[0], pair[1], pair[3]);
-        put_rgb(&rgb[6 * i + 3], pair[2], pair[1], pair[3]);
-    }
-    return rgb;
-}
-
-std::vector<uint8_t> png_of(const std::vector<uint8_t>& rgb, const VideoStreamParam& param)
-{
-    png_image image{};
-    image.version = PNG_IMAGE_VERSION;
-    image.width = param.width;
-    image.height = param.height;
-    image.format = PNG_FORMAT_RGB;
-    png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(image);
-    std::vector<uint8_t> png(size);
-    if (png_image_write_to_memory(&image, png.data(), &size, 0, rgb.data(), 0, nullptr) == 0)
-        throw Failure(kExitFailure, std::string("cannot make a PNG: ") + image.message);
-    png.resize(size);
-    return png;
-}
-
-std::vector<uint8_t> take_picture(Session& session, VideoStreamParam& param, uint32_t wait_s)
-{
-    const Unwatched unwatched(session.console);
-    const Watchdog watchdog(session, wait_s);
-    const int32_t status = startVideoStream_snapshot(session.device(), nullptr, &param);
-    std::vector<uint8_t> rgb;
-    if (status == 0 && param.frame != nullptr)
-        rgb = rgb_of(*param.frame, param);
-    stopVideoStream(session.device());
-    if (rgb.empty())
-        throw stream_failure(param, status);
-    return rgb;
-}
+constexpr char kMjpeg[] = "mjpeg";
 
 struct Options {
     std::string file;
     VideoOptions video;
 };
 
+bool ends_with(std::string name, const char* suffix)
+{
+    std::ranges::transform(name, name.begin(), [](unsigned char c) { return std::tolower(c); });
+    return name.ends_with(suffix);
+}
+
+bool names_jpeg(const std::string& file)
+{
+    return ends_with(file, ".jpg") || ends_with(file, ".jpeg");
+}
+
+Failure no_frame(const nyxus::Status& status, uint32_t wait_s)
+{
+    if (status.code() == UVC_ERROR_NO_DEVICE)
+        return usb_failure("taking a picture", LIBUSB_ERROR_NO_DEVICE);
+    return {
+        kExitTimeout,
+        format("no complete frame within %u s; try a longer --wait or a smaller --size", wait_s)};
+}
+
+/// What becomes of the frame: the JPEG that an MJPEG camera sends stays as it is, unless a PNG is
+/// asked for.
+std::vector<uint8_t> file_of(const nyxus::Frame& frame, const std::string& name)
+{
+    const std::span<const uint8_t> data(frame.data.data(), frame.data.size());
+    if (frame.fourcc == NYXUS_FOURCC_YUYV)
+        return png_of(picture_of_yuyv(frame.width, frame.height, data));
+    if (frame.fourcc == NYXUS_FOURCC_MJPEG && ends_with(name, ".png"))
+        return png_of(picture_of_jpeg(data));
+    return {data.begin(), data.end()};
+}
+
 void run_snapshot(Session& session, const Options& options)
 {
-    VideoStreamParam param = stream_param(options.video);
     constexpr unsigned kUsualWait_s = 10;
-    const unsigned wait_s = session.arguments.wait_s.value_or(kUsualWait_s);
-    const std::vector<uint8_t> png = png_of(take_picture(session, param, wait_s), param);
-    write_file(options.file, png);
-    session.print({{"snapshot", options.file}, {"width", param.width}, {"height", param.height}});
+    constexpr uint32_t kMostWait_s = UINT32_MAX / 1000;
+    const nyxus::VideoFormat format = video_format(session, options.video);
+    if (names_jpeg(options.file) && format.fourcc != NYXUS_FOURCC_MJPEG) {
+        throw Failure(kExitUsage, format_name(format.fourcc) +
+                                      " does not become a JPEG file; name it .png, or choose "
+                                      "--format mjpeg");
+    }
+    const uint32_t wait_s = std::min(session.arguments.wait_s.value_or(kUsualWait_s), kMostWait_s);
+    const Unwatched unwatched(session.console);
+    nyxus::Stream stream = start_stream(session, format);
+    const auto frame = stream.next(wait_s * 1000);
+    if (!frame)
+        throw no_frame(frame.status(), wait_s);
+    const std::vector<uint8_t> file = file_of(*frame, options.file);
+    stream.stop();
+    write_file(options.file, file);
+    session.print({{"snapshot", options.file}, {"width", format.width}, {"height", format.height}});
 }
 
 } // namespace
@@ -136,13 +78,17 @@ void run_snapshot(Session& session, const Options& options)
 void add_snapshot_command(Command& app, Arguments& arguments)
 {
     const auto options = std::make_shared<Options>();
-    Command& command =
-        add_command(app, "snapshot", "Save a picture as PNG", "nyxus snapshot shot.png");
-    add_file(command, &options->file, "File to write");
+    Command& command = add_command(app, "snapshot", "Save a picture as PNG, or as JPEG as it comes",
+                                   "nyxus snapshot shot.png");
+    add_file(command, &options->file, "File to write; .jpg takes an MJPEG camera's own");
     add_video_options(command, options->video);
     set_action(
         command, arguments, [options](Session& session) { run_snapshot(session, *options); },
-        [options] { refuse_impossible_target(options->file); });
+        [options] {
+            refuse_impossible_target(options->file);
+            if (options->video.format.empty() && names_jpeg(options->file))
+                options->video.format = kMjpeg;
+        });
 }
 
 } // namespace tool

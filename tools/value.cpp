@@ -8,6 +8,7 @@ namespace tool {
 Value::Value() : content_(nullptr) {}
 Value::Value(bool truth) : content_(truth) {}
 Value::Value(int number) : content_(int64_t{number}) {}
+Value::Value(int64_t number) : content_(number) {}
 Value::Value(unsigned number) : content_(uint64_t{number}) {}
 Value::Value(uint64_t number) : content_(number) {}
 Value::Value(double number) : content_(number) {}

@@ -27,6 +27,7 @@ public:
     Value();
     Value(bool truth);
     Value(int number);
+    Value(int64_t number);
     Value(unsigned number);
     Value(uint64_t number);
     Value(double number);

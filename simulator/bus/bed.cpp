@@ -293,6 +293,8 @@ void Bed::State::attach(PluggedCamera& camera)
         },
         alarms);
     camera.node_->set_memory(memory);
+    if (camera.has_kernel_driver_)
+        camera.node_->add_driver();
     register_node(place.bus, place.address, camera.node_);
     camera.arrived();
     camera.listed_ = true;
@@ -493,6 +495,7 @@ PluggedCamera& Bed::plug(const CameraModel& model, PlugOptions options)
     auto camera = std::make_shared<UsbCamera>(model, state_->clock, options.serial, options.rom);
     auto& plugged = *state_->cameras.emplace_back(
         new PluggedCamera(std::move(camera), state_->free_place(options.bus)));
+    plugged.has_kernel_driver_ = options.has_kernel_driver;
     state_->attach(plugged);
     return plugged;
 }

@@ -21,8 +21,9 @@ namespace sim {
 
 struct PlugOptions {
     unsigned bus = 1;
-    std::string serial;            ///< printable ASCII; empty: one that differs per camera
-    std::vector<uint8_t> rom = {}; ///< empty: the model's factory contents
+    std::string serial;             ///< printable ASCII; empty: one that differs per camera
+    std::vector<uint8_t> rom = {};  ///< empty: the model's factory contents
+    bool has_kernel_driver = false; ///< uvcvideo has the camera whenever it is plugged in
 };
 
 /// Access to an object under its owner's lock, held to the end of the full expression.
@@ -83,8 +84,9 @@ private:
     std::shared_ptr<UsbCamera> camera_;
     mutable std::mutex place_mutex_;
     Place place_;
-    std::shared_ptr<UsbfsNode> node_;     ///< nullptr while unplugged
-    bool is_plugged_ = false;             ///< guarded by the camera's mutex
+    std::shared_ptr<UsbfsNode> node_; ///< nullptr while unplugged
+    bool is_plugged_ = false;         ///< guarded by the camera's mutex
+    bool has_kernel_driver_ = false;
     bool listed_ = false;                 ///< sysfs still shows it
     std::shared_ptr<FaultEngine> faults_; ///< nullptr without a plan
 };

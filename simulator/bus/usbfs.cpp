@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <string_view>
 #include <utility>
 
 namespace sim {
@@ -135,8 +134,10 @@ Reply UsbfsFile::dispatch(Request&& request)
             return value(kHighSpeed);
         case USBDEVFS_CONNECTINFO:
             return value(node_->address_);
-        case USBDEVFS_CLAIMINTERFACE:
         case USBDEVFS_DISCONNECT_CLAIM:
+            node_->unbind_driver(header.first);
+            return result(claim(header.first));
+        case USBDEVFS_CLAIMINTERFACE:
             return result(claim(header.first));
         case USBDEVFS_RELEASEINTERFACE:
             return result(release(header.first));
@@ -173,7 +174,7 @@ int UsbfsFile::claim(uint32_t interface)
     if (interface >= kInterfaceCount)
         return -ENOENT;
     UsbfsFile*& owner = node_->owners_[interface];
-    if (owner != nullptr && owner != this)
+    if (node_->driver_has_[interface] || (owner != nullptr && owner != this))
         return -EBUSY;
     owner = this;
     return 0;
@@ -220,7 +221,7 @@ int UsbfsFile::set_configuration(uint32_t number)
 {
     const bool claimed = std::any_of(node_->owners_.begin(), node_->owners_.end(),
                                      [](const UsbfsFile* owner) { return owner != nullptr; });
-    if (claimed)
+    if (claimed || node_->driver_has_ != decltype(node_->driver_has_){})
         return -EBUSY;
     // 0 and -1 both unconfigure the device.
     if (number > 1 && number != UINT32_MAX)
@@ -229,31 +230,6 @@ int UsbfsFile::set_configuration(uint32_t number)
     tell_request({.request = kSetConfiguration, .value = configuration}, 0);
     (void)camera_.configure(configuration);
     return 0;
-}
-
-// No kernel driver was ever bound, so there is none to detach and none to bring back.
-int UsbfsFile::driver_request(uint32_t interface, uint32_t code)
-{
-    if (interface >= kInterfaceCount)
-        return -EINVAL;
-    switch (code) {
-        case USBDEVFS_DISCONNECT:
-            return -ENODATA;
-        case USBDEVFS_CONNECT:
-            return node_->owners_[interface] != nullptr ? -EBUSY : 0;
-        default:
-            return -ENOTTY;
-    }
-}
-
-Reply UsbfsFile::driver_name(uint32_t interface) const
-{
-    if (interface >= kInterfaceCount || node_->owners_[interface] == nullptr)
-        return result(-ENODATA);
-    constexpr std::string_view kName = "usbfs";
-    Reply reply;
-    reply.payload.assign(kName.begin(), kName.end());
-    return reply;
 }
 
 int UsbfsFile::check_endpoint(uint32_t endpoint)

@@ -42,6 +42,8 @@ public:
     std::unique_ptr<UsbfsFile> open();
     /// From which its transfers take their buffers; without a limit before the call.
     void set_memory(std::shared_ptr<UsbfsMemory> memory);
+    /// The kernel's video driver has the camera, until a program takes it away.
+    void add_driver();
     /// The camera is off the bus: pending URBs end with ESHUTDOWN, everything else is ENODEV.
     void set_gone();
     bool is_gone();
@@ -52,6 +54,8 @@ private:
     std::optional<FramePump::Time> frame_due() const;
     void carry_frame();
     void await_late_answer(uint64_t delay_us);
+    bool bind_driver(uint32_t interface);
+    bool unbind_driver(uint32_t interface);
 
     std::shared_ptr<UsbCamera> camera_;
     unsigned address_;
@@ -61,6 +65,8 @@ private:
     bool gone_ = false;
     ReadySignal gone_signal_;
     std::array<UsbfsFile*, kInterfaceCount> owners_{};
+    bool has_driver_ = false;
+    std::array<bool, kInterfaceCount> driver_has_{};
     std::vector<UsbfsFile*> files_;
     FramePump pump_; ///< last: its thread uses all of the above
 };
@@ -113,6 +119,7 @@ private:
     int submit_video(Urb&& urb, std::span<const uint32_t> packet_bytes);
     std::list<Urb>::iterator first_video_urb();
     bool has_room_for_frame() const;
+    void meet_first_frame(uint32_t queued_bytes);
     void move_video();
     void fill_transfer(Urb& urb);
     void fill_packets(Urb& urb);

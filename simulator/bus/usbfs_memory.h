@@ -52,6 +52,12 @@ public:
         return Loan(memory, bytes);
     }
 
+    /// Whether as much again would pass the limit.
+    bool is_used_up_for(uint64_t bytes) const
+    {
+        return limit_bytes_ != 0 && used_ + bytes > limit_bytes_;
+    }
+
 private:
     const uint64_t limit_bytes_;
     std::atomic<uint64_t> used_{0};

@@ -175,7 +175,7 @@ std::span<const Field<CameraModel>> camera_fields()
         {"bulk_payload_bytes", Number{512, 0x100'0000}, Absent{"a whole frame"},
          "Largest bulk payload, with its header of 12 bytes.", store<&M::bulk_payload_bytes>},
         {"first_frame_ms", Number{0, 10'000},
-         Absent{"300; 0 where '--usbfs-memory' limits the transfers"},
+         Absent{"300, or less: when '--usbfs-memory' is used up"},
          "Time from a host's commit to the first frame.", set_first_frame},
         {"format", Tables{2}, Absent{"YUYV at 320x240, 640x480 and 1280x720"},
          "What the camera streams: a table [[format]] for each.", nullptr},

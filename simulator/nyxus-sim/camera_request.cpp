@@ -54,10 +54,12 @@ void apply_setting(CameraRequest& camera, const std::string& setting)
         camera.bus = parse_bus(value);
     } else if (name == "rom" && !value.empty()) {
         camera.rom_file = value;
+    } else if (setting == "driver=uvcvideo") {
+        camera.has_kernel_driver = true;
     } else {
-        throw UsageError(
-            "'" + setting +
-            "' is no camera setting; there are serial=TEXT, bus=N, rom=FILE and blank");
+        throw UsageError("'" + setting +
+                         "' is no camera setting; there are serial=TEXT, bus=N, rom=FILE, "
+                         "driver=uvcvideo and blank");
     }
 }
 

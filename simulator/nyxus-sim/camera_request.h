@@ -16,12 +16,14 @@ struct UsageError : std::runtime_error {
 };
 
 /// One camera of the command line: MODEL-OR-FILE[,serial=TEXT][,bus=N][,rom=FILE][,blank]
+///     [,driver=uvcvideo]
 struct CameraRequest {
     std::shared_ptr<const CameraModel> model;
     std::string serial;
     unsigned bus = 1;
     std::string rom_file; ///< empty: contents are not kept
     bool blank = false;   ///< start with an erased ROM instead of factory contents
+    bool has_kernel_driver = false;
 };
 
 /// Throws UsageError.

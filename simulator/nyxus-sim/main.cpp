@@ -52,9 +52,11 @@ Option& naming_model(Option& option)
 
 void add_simulation_options(Command& command, sim::SimulationArguments& arguments)
 {
-    naming_model(command.text("--camera", &arguments.cameras,
-                              "A camera: MODEL[,serial=TEXT][,bus=N][,rom=FILE][,blank]; MODEL may "
-                              "be a description file; may be repeated"))
+    naming_model(
+        command.text("--camera", &arguments.cameras,
+                     "A camera: MODEL[,serial=TEXT][,bus=N][,rom=FILE][,blank][,driver=uvcvideo]; "
+                     "MODEL may "
+                     "be a description file; may be repeated"))
         .shown_as("CAMERA");
     command.file("--rom", &arguments.rom_files,
                  "Keep the ROM in this file between runs; for the cameras in their order");

@@ -87,13 +87,11 @@ void Simulation::plug(const SimulationArguments& arguments)
     const auto requests = parse_cameras(arguments.cameras, arguments.rom_files);
     for (const CameraRequest& request : requests) {
         const std::vector<uint8_t> rom = first_contents(request);
-        CameraModel model = *request.model;
-        // A transfer that ends while the program still queues others loses its memory to one of
-        // these, and cannot be queued again. Under a limit that shall happen, as it does on Linux.
-        if (arguments.usbfs_memory_mib != 0 && !model.first_frame_ms)
-            model.first_frame_ms = 0;
         PluggedCamera& camera =
-            bed_.plug(model, {.bus = request.bus, .serial = request.serial, .rom = rom});
+            bed_.plug(*request.model, {.bus = request.bus,
+                                       .serial = request.serial,
+                                       .rom = rom,
+                                       .has_kernel_driver = request.has_kernel_driver});
         camera.set_tracing(false);
         camera.set_pacing(fast_ ? Pacing::kFlatOut : Pacing::kRealTime);
         watchers_.watch(camera, requests.size() > 1 ? camera.serial() : "");

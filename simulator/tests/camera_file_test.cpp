@@ -216,8 +216,7 @@ TEST(CameraFile, MistakesAreToldWithTheirPlace)
         {kMinimal + "format = 1\n" + kFlash, "my.toml:2:1: 'format' must be 1 to 2 tables, not 1"},
         {kMinimal + "format = []\n" + kFlash,
          "my.toml:2:1: 'format' must be 1 to 2 tables, not a list"},
-        {kMinimal + "controls.zoom = 5\n" + kFlash,
-         "my.toml:2:10: 'zoom' must be a table, not 5"},
+        {kMinimal + "controls.zoom = 5\n" + kFlash, "my.toml:2:10: 'zoom' must be a table, not 5"},
         {kMinimal + "controls.hue = { min = 0, max = 9, default = 10 }\n" + kFlash,
          "my.toml:2:10: 'hue' needs min, default and max in this order, and with a sign at most "
          "32767"},

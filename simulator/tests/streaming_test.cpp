@@ -257,6 +257,10 @@ TEST_F(Streaming, TheFirstFrameComesWhenTheDescriptionSays)
         const auto due = camera.stream().due().value();
         EXPECT_GE(due, before + delay);
         EXPECT_LE(due, std::chrono::steady_clock::now() + delay);
+        // As when the memory for transfers is used up.
+        EXPECT_EQ(camera.stream().hurry_first_frame(), !described);
+        EXPECT_EQ(camera.stream().due() == due, described.has_value());
+        EXPECT_FALSE(camera.stream().hurry_first_frame()) << "once is enough";
     }
 }
 

@@ -41,6 +41,7 @@ public:
               std::span<const uint8_t> rom = {});
 
     std::recursive_mutex& mutex() { return mutex_; }
+    Clock& clock() { return clock_; }
     Controller& controller() { return controller_; }
     const Controller& controller() const { return controller_; }
     const std::string& serial() const { return serial_; }

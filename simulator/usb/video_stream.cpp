@@ -66,6 +66,16 @@ void VideoStream::start(uint32_t packet_bytes)
     changed_();
 }
 
+bool VideoStream::hurry_first_frame()
+{
+    const auto now = steady_clock::now();
+    const bool is_to_come = state_.streaming && due_ == earliest_ && due_ > now;
+    if (!is_to_come || sensor_.model().first_frame_ms)
+        return false;
+    due_ = now;
+    return true;
+}
+
 void VideoStream::stop()
 {
     const bool was_streaming = std::exchange(state_.streaming, false);

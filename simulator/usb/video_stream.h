@@ -73,6 +73,8 @@ public:
     /// Without a commit since the last stop, or while streaming, it has no effect.
     /// `packet_bytes`: of the isochronous endpoint.
     void start(uint32_t packet_bytes = 0);
+    /// The first frame comes now. False when it has been, or the description says when it comes.
+    bool hurry_first_frame();
     void stop();
     void set_pacing(Pacing pacing);
     /// From the next frame on.

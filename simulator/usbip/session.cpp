@@ -100,7 +100,7 @@ std::unique_ptr<UsbfsFile> open_for_host(const std::shared_ptr<UsbfsNode>& node)
         return nullptr;
     for (uint32_t interface = 0; interface < kInterfaceCount; ++interface) {
         const Reply claimed =
-            file->call({{.code = USBDEVFS_CLAIMINTERFACE, .first = interface}, {}});
+            file->call({{.code = USBDEVFS_DISCONNECT_CLAIM, .first = interface}, {}});
         if (claimed.header.result < 0)
             return nullptr;
     }

@@ -50,10 +50,8 @@ TEST(Doctor, NamesTheTroubleAndTheRemedy)
 
     const Outcome memory =
         run_program({kSimulator, "run", "--usbfs-memory", "16", "--", kNyxus, "doctor", "--json"});
-    EXPECT_EQ(memory.exit_code, 1);
-    EXPECT_EQ(finding(memory, "USB memory")["state"], "warning");
-    EXPECT_TRUE(
-        contains(finding(memory, "USB memory")["remedy"].text(), "| sudo tee /sys/module/"));
+    EXPECT_EQ(memory.exit_code, 0) << "video makes do with it";
+    EXPECT_TRUE(contains(finding(memory, "USB memory")["what"].text(), "16 MiB"));
 
     const Outcome busy = bench.shell(kModel,
                                      R"SH("$NYXUS" motion poll --watch & user=$!

@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 #include <algorithm>
-#include <fstream>
 
 using namespace test;
 
@@ -336,32 +335,85 @@ TEST(Features, AStreamWithoutACameraLeavesTheFileAlone)
     EXPECT_EQ(read_file(bench.path("raw")).size(), 3U);
 }
 
-/// What a user is told whose kernel lends less to USB than the picture needs. The first frame comes
-/// once all transfers are queued: libuvc would never end the stream otherwise.
-TEST(Features, StreamsWarnOfTooSmallAKernelLimit)
+/// libuvc never ends a stream whose transfers do not all fit into what the kernel lends; and the
+/// simulated camera's first frame comes just when that is used up.
+TEST(Features, StreamsEndWhereTheKernelLendsLittle)
+{
+    const struct {
+        const char* camera;
+        std::vector<std::string> options;
+    } cases[] = {
+        {"rowan-spi", {"--size", "640x480"}},
+        {"rowan-spi", {"--size", "1280x720"}},
+        {"rowan-iso", {"--size", "640x480"}},
+        {"maple-mjpeg", {"--size", "1280x720"}},
+        {"maple-mjpeg", {"--size", "1920x1080", "--format", "mjpeg"}},
+        {"maple-iso", {"--size", "1920x1080"}},
+    };
+    for (const auto& [camera, options] : cases) {
+        std::vector<std::string> line = {kSimulator,       "run",     "--camera", camera,
+                                         "--usbfs-memory", "16",      "--",       kNyxus,
+                                         "stream",         "--count", "3"};
+        line.insert(line.end(), options.begin(), options.end());
+        const Outcome outcome = run_program(line);
+        EXPECT_EQ(outcome.exit_code, 0) << camera << ' ' << options[1] << ' ' << outcome.err;
+        EXPECT_NE(outcome.out.find("frames: 3"), std::string::npos) << outcome.out;
+    }
+}
+
+TEST(Features, FormatsAndControlsAreThoseOfTheCamera)
+{
+    run_steps(
+        "maple-mjpeg",
+        {
+            {"formats", 0, "MJPEG   1920x1080  30, 15 frames per second\n"},
+            {"formats --json", 0, "\"format\": \"YUYV\""},
+            {"control list", 0, "white_balance           4600    2800 to 6500 in steps of 10"},
+            {"control set brightness -20", 0, "brightness: 0 -> -20\n"},
+            {"control set zoom 205", 0, "zoom: 100 -> 200\n"}, // a step
+            {"control get brightness", 0, "brightness: -20\n"},
+            {"control get zoom --json", 0, "{\n  \"zoom\": 200\n}\n"},
+            {"control set zoom 401", 2, "zoom is a number from 100 to 400, not '401'"},
+            {"control set zoom 1x", 2, "not '1x'"},
+            {"control get zom", 12, "did you mean 'zoom'?"},
+            {"control", 2, "list"},
+        });
+    run_steps("rowan-spi", {{"control get zoom", 12, "has no control 'zoom'"},
+                            {"control set brightness 256", 2, "from 0 to 255"}});
+}
+
+/// Each picture is what the name of its file says.
+TEST(Features, MjpegBecomesAJpegOrAPng)
 {
     const Bench bench;
-    const std::string camera = bench.path("late.toml");
-    std::ofstream(camera) << "internal_version = \"RO2-1\"\nflash = \"MXIC MX25L1006E\"\n"
-                             "xu_version = 2\nfirst_frame_ms = 300\n";
     const struct {
-        const char* limit_mib;
-        const char* size;
-        bool is_warned;
+        const char* model;
+        const char* file;
+        std::vector<std::string> options;
+        int exit_code;
+        std::string begins_with; ///< of a failure: a part of what is said
     } cases[] = {
-        {"0", "640x480", false},
-        {"16", "640x480", true},
-        {"16", "320x240", false},
-        {"1", "320x240", true}, // seven transfers fit
+        {"maple-mjpeg", "a.jpg", {}, 0, "\xFF\xD8\xFF"},
+        {"maple-mjpeg", "a.png", {}, 0, "\x89PNG"},
+        {"maple-mjpeg", "b.PNG", {"--format", "mjpeg"}, 0, "\x89PNG"},
+        {"maple-mjpeg", "picture", {"--format", "MJPEG"}, 0, "\xFF\xD8\xFF"},
+        {"maple-iso", "a.png", {}, 0, "\x89PNG"},
+        {"rowan-spi", "c.jpg", {}, 12, "streams no 'mjpeg'"},
+        {"maple-mjpeg", "c.jpg", {"--format", "yuyv"}, 2, "name it .png"},
+        {"maple-mjpeg", "c.png", {"--format", "nv12"}, 12, "'nyxus formats' lists"},
     };
-    for (const auto& [limit_mib, size, is_warned] : cases) {
-        const Outcome outcome =
-            run_program({kSimulator, "run", "--camera", camera, "--usbfs-memory", limit_mib, "--",
-                         kNyxus, "stream", "--size", size, "--count", "3"});
-        EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
-        EXPECT_NE(outcome.out.find("frames: 3"), std::string::npos) << outcome.out;
-        EXPECT_EQ(outcome.err.find(std::string("lends ") + limit_mib + " MiB") != std::string::npos,
-                  is_warned)
-            << limit_mib << " MiB, " << size << ": " << outcome.err;
+    for (const auto& c : cases) {
+        std::vector<std::string> line = {"snapshot", bench.path(c.file)};
+        line.insert(line.end(), c.options.begin(), c.options.end());
+        const Outcome outcome = bench.nyxus({c.model}, line);
+        EXPECT_EQ(outcome.exit_code, c.exit_code) << c.file << outcome.err;
+        if (c.exit_code != 0) {
+            EXPECT_NE(outcome.err.find(c.begins_with), std::string::npos) << outcome.err;
+            continue;
+        }
+        const auto bytes = read_file(bench.path(c.file));
+        EXPECT_EQ(std::string(bytes.begin(), bytes.end()).substr(0, c.begins_with.size()),
+                  c.begins_with)
+            << c.file;
     }
 }

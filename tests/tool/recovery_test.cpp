@@ -127,6 +127,10 @@ bool has_second_image_in_rom(const Bench& bench)
     return rom == image;
 }
 
+/// Programming gets no further than this write, the second request for the address after the erase.
+constexpr char kProgrammingStays[] =
+    R"([{"when": {"rom_address": "0x3000", "request": "SET_CUR", "count": 2}, "do": "no-answer"}])";
+
 TEST(Interrupt, TakesEffectAtASafePoint)
 {
     struct {
@@ -135,6 +139,7 @@ TEST(Interrupt, TakesEffectAtASafePoint)
         const char* message;
         bool keeps_factory_rom;
         bool has_new_rom;
+        const char* faults = "";
     } const cases[] = {
         {"reading", "INT", "interrupted: nothing was written\n", true, false},
         {"erasing", "INT", "interrupted: the ROM was written but not read back; ", false, true},
@@ -144,12 +149,14 @@ TEST(Interrupt, TakesEffectAtASafePoint)
         {"programming", "QUIT", "interrupted: the ROM was written but not read back; ", false,
          true},
         {"programming", "INT INT", "interrupted: the ROM is incomplete; run the upgrade", false,
-         false},
+         false, kProgrammingStays},
     };
-    for (const auto& [phase, signals, message, keeps_factory_rom, has_new_rom] : cases) {
-        const Bench bench;
+    for (const auto& [phase, signals, message, keeps_factory_rom, has_new_rom, faults] : cases) {
+        Bench bench;
         const Bytes factory = factory_rom(bench, kModel);
+        bench.set_faults(faults);
         const Outcome outcome = interrupted(bench, "^" + std::string(phase), signals);
+        bench.set_faults("");
         EXPECT_EQ(outcome.exit_code, 130) << phase;
         EXPECT_TRUE(contains(outcome.err, message)) << phase << ": " << outcome.err;
         EXPECT_EQ(factory_rom(bench, kModel) == factory, keeps_factory_rom) << phase;
@@ -170,10 +177,7 @@ TEST(Interrupt, HoldsWhenTheCameraIsLost)
     };
     for (const auto& c : cases) {
         Bench bench;
-        // The ROM's programming stays at this write, the second request for the address after the
-        // erase, until the camera is gone.
-        bench.set_faults(R"([{"when": {"rom_address": "0x3000", "request": "SET_CUR", "count": 2},
-                              "do": "no-answer"}])");
+        bench.set_faults(kProgrammingStays);
         const Outcome outcome = interrupted(bench, "^programming", c.signals, c.more);
         EXPECT_EQ(outcome.exit_code, 130) << outcome.err;
         EXPECT_TRUE(contains(outcome.err, c.message)) << outcome.err;

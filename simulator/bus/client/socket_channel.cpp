@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <condition_variable>
+#include <cstdint>
 #include <cstdlib>
 #include <mutex>
 #include <utility>
@@ -21,6 +23,30 @@ Reply gone()
     reply.header.result = -ENODEV;
     return reply;
 }
+
+/// In the order of coming, like the kernel's lock of a device: a program's thread that queues
+/// transfers in a loop lets another one in between, and no more than that.
+class TurnLock {
+public:
+    void lock()
+    {
+        std::unique_lock lock(mutex_);
+        const uint64_t turn = next_++;
+        changed_.wait(lock, [&] { return turn == current_; });
+    }
+    void unlock()
+    {
+        const std::lock_guard lock(mutex_);
+        ++current_;
+        changed_.notify_all();
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    uint64_t next_ = 0;
+    uint64_t current_ = 0;
+};
 
 class SocketChannel final : public Channel {
 public:
@@ -48,7 +74,7 @@ public:
     int ready_fd() const override { return ready_.get(); }
 
 private:
-    std::mutex mutex_;
+    TurnLock mutex_;
     pid_t process_ = getpid();
     files::Descriptor socket_;
     files::Descriptor ready_;
