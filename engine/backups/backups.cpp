@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <fcntl.h>
 #include <pwd.h>
-#include <sys/file.h>
 #include <unistd.h>
 #include <cctype>
+#include <cerrno>
 #include <cstdlib>
 #include <ctime>
 #include <nyxus/engine/backups.hpp>
@@ -21,6 +20,9 @@ constexpr char kSuffix[] = ".rom";
 constexpr char kUnprovenSuffix[] = ".rom-unproven";
 /// "-20260501T120000Z", and one more character to tell backups of one second apart.
 constexpr size_t kStampBytes = 18;
+/// More cameras of one serial number than letters wait for their second.
+constexpr int kTries = 30;
+constexpr useconds_t kPause_us = 100'000;
 
 fs::path home_folder()
 {
@@ -60,44 +62,6 @@ std::string utc_stamp()
     return {text, std::strftime(text, sizeof text, "-%Y%m%dT%H%M%SZ", &utc)};
 }
 
-/// "" when more cameras of one serial number than letters have waited for their second in vain.
-fs::path free_name(const fs::path& folder, const std::string& stem, const char* suffix)
-{
-    constexpr int kTries = 30;
-    constexpr useconds_t kPause_us = 100'000;
-    std::error_code error;
-    for (int i = 0; i < kTries; ++i) {
-        const std::string base = stem + utc_stamp();
-        for (char letter = 'a'; letter <= 'z'; ++letter) {
-            if (fs::path path = folder / (base + letter + suffix); !fs::exists(path, error))
-                return path;
-        }
-        usleep(kPause_us);
-    }
-    return {};
-}
-
-/// Keeps others of us from taking the same name, as long as it lives; on file systems that can.
-class FolderLock {
-public:
-    explicit FolderLock(const fs::path& folder)
-        : fd_(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
-    {
-        if (fd_ >= 0)
-            (void)flock(fd_, LOCK_EX);
-    }
-    ~FolderLock()
-    {
-        if (fd_ >= 0)
-            close(fd_);
-    }
-    FolderLock(const FolderLock&) = delete;
-    FolderLock& operator=(const FolderLock&) = delete;
-
-private:
-    int fd_;
-};
-
 Status not_kept(const std::string& reason)
 {
     return {Reason::kBackupNotKept,
@@ -116,14 +80,20 @@ Result<fs::path> Backups::keep(const CameraInfo& camera, Bytes contents, Proven 
     fs::create_directories(folder(), error);
     if (error)
         return not_kept("'" + folder().string() + "': " + error.message());
-    const FolderLock lock(folder());
-    fs::path path =
-        free_name(folder(), file_stem(camera), proven == Proven::kYes ? kSuffix : kUnprovenSuffix);
-    if (path.empty())
-        return not_kept("there are many of this second already");
-    if (const Status written = write_whole_file(path, contents); !written)
-        return not_kept(written.message());
-    return path;
+    const char* suffix = proven == Proven::kYes ? kSuffix : kUnprovenSuffix;
+    for (int i = 0; i < kTries; ++i) {
+        const std::string stem = file_stem(camera) + utc_stamp();
+        for (char letter = 'a'; letter <= 'z'; ++letter) {
+            fs::path path = folder() / (stem + letter + suffix);
+            const Status written = write_whole_file(path, contents, IfThere::kLeave);
+            if (written)
+                return path;
+            if (written.code() != NYXUS_E_SYSTEM(EEXIST))
+                return not_kept(written.message());
+        }
+        usleep(kPause_us);
+    }
+    return not_kept("there are many of this second already");
 }
 
 Result<fs::path> Backups::newest(const CameraInfo& camera) const
@@ -158,8 +128,8 @@ void Backups::remember_change(const CameraInfo& camera, const std::string& runni
     const fs::path path = change_file(camera);
     std::error_code error;
     fs::create_directories(path.parent_path(), error);
-    (void)write_whole_file(
-        path, {reinterpret_cast<const uint8_t*>(running.data()), running.size()}); // as announced
+    const Bytes text(reinterpret_cast<const uint8_t*>(running.data()), running.size());
+    (void)write_whole_file(path, text, IfThere::kReplace); // as announced
 }
 
 void Backups::forget_change(const CameraInfo& camera) const
