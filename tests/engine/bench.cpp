@@ -101,7 +101,7 @@ engine::Images images_for(std::string_view model)
 engine::Images images_with_mfi(const sim::CameraModel& model, const std::string& serial)
 {
     engine::Images images{
-        *engine::Firmware::from(image_bytes(model)),
+        *engine::Firmware::from(image_bytes(model, 4096)),
         *engine::Mfi::from(sim::make_mfi_image(1, std::string(serial.size(), 'A')))};
     EXPECT_TRUE(images.mfi->set_serial(serial));
     return images;
