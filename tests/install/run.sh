@@ -43,10 +43,11 @@ expect_probe "$work/c_client"
   fail "nyxus.pc has another version than the project"
 
 mkdir "$work/project"
-cp "$here/client.cpp" "$here/CMakeLists.txt" "$work/project"
+cp "$here/client.cpp" "$here/engine_client.cpp" "$here/CMakeLists.txt" "$work/project"
 cmake -G Ninja -S "$work/project" -B "$work/project/build" -DCMAKE_PREFIX_PATH="$root" >"$work/log"
 cmake --build "$work/project/build" >"$work/log" || fail "$(cat "$work/log")"
 expect_probe "$work/project/build/cpp_client"
+expect_probe "$work/project/build/engine_client"
 
 # The tool, with nothing that helps it find its library.
 nyxus-sim image --model rowan-spi --version 0x0205 "$work/image.bin" >"$work/log"
