@@ -152,7 +152,7 @@ Status install(const Task& task, const Plan& plan)
     if (done.reason() != Reason::kCameraGone || task.report.stopped)
         return done;
     tell(task.caller, {.kind = Event::Kind::kLost, .rom = task.report.rom, .status = done});
-    if (const Status back = await_return(task); !back) {
+    if (Status back = await_return(task); !back) {
         if (back.reason() == Reason::kStopped)
             return back;
         return {Reason::kCameraGone, back.message() + "; before: " + done.message(), done.code(),

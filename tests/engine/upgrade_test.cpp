@@ -147,6 +147,17 @@ TEST(EngineUpgrade, SaysAtAnyEndWhyAndWhatTheRomHolds)
     }
 }
 
+TEST(EngineUpgrade, ARomThatStaysUnlockedIsToldAndNoFailure)
+{
+    Bench bench{models::kRowan};
+    engine::Camera camera = bench.open();
+    bench.set_faults(R"([{"when": {}, "do": "ignored-lock"}])");
+    const engine::Report report = bench.upgrade(camera, images_for(models::kRowan));
+    EXPECT_TRUE(report.status) << report.status.text();
+    EXPECT_TRUE(report.left_unlocked);
+    EXPECT_EQ(report.rom, RomContents::kNew);
+}
+
 TEST(EngineUpgrade, StopsWhereItDoesNoHarm)
 {
     const struct {
