@@ -35,8 +35,10 @@ TEST(EngineCameras, AnUpgradeGoesOnWithACameraThatComesBack)
         engine::Camera camera = bench.open();
         const engine::Images images = images_for(models::kRowan);
         bench.set_faults(c.faults);
-        bench.listener.on(Kind::kBegins, Phase::kWaiting,
-                          [&] { bench.simulated.bed().replug(bench.simulated.sim()); });
+        bench.listener.on(Kind::kBegins, Phase::kWaiting, [&] {
+            bench.simulated.bed().settle();
+            bench.simulated.bed().replug(bench.simulated.sim());
+        });
         const engine::Report report = bench.upgrade(camera, images);
         EXPECT_TRUE(report.status) << report.status.text();
         EXPECT_EQ(report.rom, RomContents::kNew);
@@ -58,8 +60,10 @@ TEST(EngineCameras, AnotherOneInThePortIsLeftAlone)
     sim::PluggedCamera& other = bed.plug(*sim::find_model(models::kRowan), {.serial = "OTHER"});
     bed.unplug(other);
     bench.set_faults(kUnplug);
-    bench.listener.on(Kind::kBegins, Phase::kWaiting,
-                      [&] { bed.replug(other, bench.simulated.sim().port()); });
+    bench.listener.on(Kind::kBegins, Phase::kWaiting, [&] {
+        bed.settle(); // the port is free then
+        bed.replug(other, bench.simulated.sim().port());
+    });
     other.clear_transfers();
     const engine::Report report = bench.upgrade(camera, images_for(models::kRowan));
     EXPECT_EQ(report.status.reason(), Reason::kCameraGone);
