@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "format.h"
+#include "text/format.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <sstream>
 
 namespace text {
 
@@ -21,19 +23,38 @@ std::string format(const char* pattern, ...)
     return result;
 }
 
-std::string printable(std::string text)
+size_t columns_of(std::string_view text)
 {
-    unsigned char previous = 0;
-    for (char& c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        // C2 80 to C2 9F are control characters too, in UTF-8.
-        const bool control =
-            byte < 0x20 || byte == 0x7F || (previous == 0xC2 && byte >= 0x80 && byte <= 0x9F);
-        previous = byte;
-        if (control)
-            c = '?';
+    const auto begins_character = [](char c) {
+        return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+    };
+    return static_cast<size_t>(std::ranges::count_if(text, begins_character));
+}
+
+std::string padded(std::string text, size_t columns)
+{
+    const size_t used = columns_of(text);
+    return used < columns ? text.append(columns - used, ' ') : text;
+}
+
+std::string wrapped(std::string_view text, size_t indent, size_t width)
+{
+    std::istringstream words{std::string(text)};
+    std::string lines;
+    size_t column = indent;
+    for (std::string word; words >> word;) {
+        const size_t columns = columns_of(word);
+        const bool begins = column == indent;
+        if (!begins && column + 1 + columns > width) {
+            lines += "\n" + std::string(indent, ' ');
+            column = indent + columns;
+        } else {
+            lines += begins ? "" : " ";
+            column += columns + (begins ? 0 : 1);
+        }
+        lines += word;
     }
-    return text;
+    return lines;
 }
 
 } // namespace text

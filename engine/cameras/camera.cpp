@@ -3,6 +3,7 @@
 #include <nyxus/engine/camera.hpp>
 
 #include "text/format.h"
+#include "text/printable.h"
 
 namespace nyxus::engine {
 

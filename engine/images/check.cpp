@@ -2,6 +2,7 @@
 #include <nyxus/engine/images.hpp>
 
 #include "text/format.h"
+#include "text/printable.h"
 
 namespace nyxus::engine {
 

@@ -3,6 +3,7 @@
 
 #include "image_file.h"
 #include "text/format.h"
+#include "text/printable.h"
 
 namespace nyxus::engine {
 
@@ -33,7 +34,7 @@ Result<std::vector<uint8_t>> load_image(const std::string& path, uint32_t capaci
 Result<Firmware> Firmware::load(const std::string& path)
 {
     auto bytes = read_image_file(path, NYXUS_FW_BIN_CAPACITY, "a firmware image");
-    return bytes ? from(*std::move(bytes), quoted(path)) : bytes.status();
+    return bytes ? from(*std::move(bytes), text::in_quotes(path)) : bytes.status();
 }
 
 Result<Firmware> Firmware::load_rom(const std::string& path)
@@ -44,7 +45,7 @@ Result<Firmware> Firmware::load_rom(const std::string& path)
     if (bytes->size() >= kSmallest && bytes->size() <= NYXUS_FW_BIN_CAPACITY)
         return Firmware(*std::move(bytes));
     return Status(Reason::kWrongImage,
-                  quoted(path) + " holds no firmware: " +
+                  text::in_quotes(path) + " holds no firmware: " +
                       format("%zu bytes before the erased rest; 66 to %u are possible",
                              bytes->size(), NYXUS_FW_BIN_CAPACITY));
 }

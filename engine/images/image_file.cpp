@@ -5,19 +5,15 @@
 #include <filesystem>
 
 #include "text/format.h"
+#include "text/printable.h"
 
 namespace nyxus::engine {
 
 namespace fs = std::filesystem;
 
-std::string quoted(const std::string& path)
-{
-    return "'" + text::printable(path) + "'";
-}
-
 static Status read_failure(const std::string& path, const std::string& reason)
 {
-    return {Reason::kFile, "cannot read " + quoted(path) + ": " + reason};
+    return {Reason::kFile, "cannot read " + text::in_quotes(path) + ": " + reason};
 }
 
 Status check_image_size(const std::string& name, size_t size, uint32_t capacity, const char* kind)
@@ -43,7 +39,7 @@ Result<std::vector<uint8_t>> read_image_file(const std::string& path, uint32_t c
         const bool is_folder = type == fs::file_type::directory;
         return read_failure(path, is_folder ? "it is a folder" : "it is not a plain file");
     }
-    if (Status possible = check_image_size(quoted(path), size, capacity, kind); !possible)
+    if (Status possible = check_image_size(text::in_quotes(path), size, capacity, kind); !possible)
         return possible;
     std::ifstream file(path, std::ios::binary);
     if (!file)

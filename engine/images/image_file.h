@@ -5,9 +5,6 @@
 
 namespace nyxus::engine {
 
-/// A file's name for messages.
-std::string quoted(const std::string& path);
-
 /// kWrongImage for an image without bytes, or with more than the capacity. `kind` is what it would
 /// be: "a firmware image".
 Status check_image_size(const std::string& name, size_t size, uint32_t capacity, const char* kind);

@@ -4,7 +4,7 @@
 #include <nyxus/engine/status.hpp>
 #include <span>
 
-#include "text/format.h"
+#include "text/printable.h"
 
 namespace nyxus::engine {
 
