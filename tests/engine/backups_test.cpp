@@ -71,6 +71,7 @@ TEST(EngineBackups, OneIsProvenWhenTheCameraHasStartedFromIt)
     auto restarted = engine::restart(std::move(camera), 5, bench.backups, bench.listener.caller());
     ASSERT_TRUE(restarted) << restarted.status().text();
     camera = *std::move(restarted);
+    hold_device(camera);
     EXPECT_TRUE(engine::check_started(camera));
     EXPECT_EQ(kept(), ".rom");
     bench.set_faults(R"([{"when": {}, "do": "ignored-unlock"}])");
@@ -87,6 +88,7 @@ TEST(EngineBackups, ACameraIsRecoveredFromItsLatest)
               Reason::kNothingToRecover);
     ASSERT_TRUE(engine::erase(camera, bench.backups, {}).status);
     camera = *engine::restart(std::move(camera), 5, bench.backups, {});
+    hold_device(camera);
     EXPECT_EQ(engine::check_started(camera).reason(), Reason::kNotStarted);
 
     const auto recovery = engine::find_recovery(camera, bench.backups, "", false);

@@ -67,8 +67,7 @@ engine::Camera Bench::open()
 {
     auto camera = engine::Camera::open(*nyxus::find_camera());
     EXPECT_TRUE(camera) << camera.status().text();
-    static auto& never_freed = *new std::vector<NyDevice*>; // as Camera::create() explains
-    never_freed.push_back(camera->device());
+    hold_device(*camera);
     return *std::move(camera);
 }
 
@@ -86,6 +85,12 @@ engine::Report Bench::upgrade(engine::Camera& camera, const engine::Images& imag
                               const engine::UpgradeOptions& options)
 {
     return engine::upgrade(camera, images, options, backups, listener.caller());
+}
+
+void hold_device(engine::Camera& camera)
+{
+    static auto& never_freed = *new std::vector<NyDevice*>;
+    never_freed.push_back(camera.device());
 }
 
 std::vector<uint8_t> image_bytes(const sim::CameraModel& model, uint32_t size)

@@ -78,6 +78,9 @@ public:
     Listener listener;
 };
 
+/// The library never frees a device object, on purpose: held here, it is no leak to the sanitizer.
+void hold_device(engine::Camera& camera);
+
 std::vector<uint8_t> image_bytes(const sim::CameraModel& model, uint32_t size = 16384);
 engine::Images images_for(std::string_view model);
 /// The same with an MFi image for this serial number.

@@ -40,6 +40,7 @@ TEST(EngineCameras, AnUpgradeGoesOnWithACameraThatComesBack)
             bench.simulated.bed().replug(bench.simulated.sim());
         });
         const engine::Report report = bench.upgrade(camera, images);
+        hold_device(camera);
         EXPECT_TRUE(report.status) << report.status.text();
         EXPECT_EQ(report.rom, RomContents::kNew);
         EXPECT_TRUE(bench.rom_begins_with(images.firmware.bytes()));
@@ -65,6 +66,7 @@ TEST(EngineCameras, AnotherOneInThePortIsLeftAlone)
         bed.replug(other, bench.simulated.sim().port());
     });
     other.clear_transfers();
+    const NeverFreed device_object; // of the other camera
     const engine::Report report = bench.upgrade(camera, images_for(models::kRowan));
     EXPECT_EQ(report.status.reason(), Reason::kCameraGone);
     EXPECT_EQ(report.rom, RomContents::kIncomplete);
