@@ -35,7 +35,4 @@ endforeach()
 # udev looks into lib/udev, whatever the architecture's folder for libraries.
 install(FILES packaging/udev/70-nyxus.rules DESTINATION lib/udev/rules.d)
 
-foreach(section 1 3 5)
-  file(GLOB pages CONFIGURE_DEPENDS docs/man/*.${section})
-  install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
-endforeach()
+add_subdirectory(docs/man)

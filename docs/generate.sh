@@ -42,3 +42,9 @@ if [ "$check" = failed ] || [ ${#obsolete[@]} -gt 0 ]; then
     echo "Out of date: run docs/generate.sh. No longer made: ${obsolete[*]-}"
     exit 1
 fi
+# What is installed is listed by name.
+if ! diff <(sed -n 's|^  \(.*\.[135]\)$|./\1|p' "$docs/man/CMakeLists.txt" | sort) \
+    <(cd "$docs/man" && printf '%s\n' ./*.[135] | sort); then
+    echo "docs/man/CMakeLists.txt does not list the pages that there are."
+    exit 1
+fi

@@ -36,12 +36,9 @@ private:
     Memory memory_;
 };
 
-size_t control_length(const NyDevice* device, uint8_t selector)
+size_t control_length(NyDevice* device, uint8_t selector)
 {
-    for (int32_t i = 0; i < device->xu_table_count; ++i)
-        if (device->xu_table[i].selector == selector)
-            return device->xu_table[i].length;
-    return 0;
+    return static_cast<size_t>(std::max(nyxus_control_length(device, selector), 0));
 }
 
 size_t h264_length(uint8_t selector)

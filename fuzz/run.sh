@@ -21,7 +21,7 @@ esac
 shift
 targets=("$@")
 if [ ${#targets[@]} -eq 0 ]; then
-    mapfile -t targets < <(ls fuzz/corpus)
+    mapfile -t targets < <(sed -n 's/^nyxus_fuzz_target(\([a-z_]*\).*/\1/p' fuzz/CMakeLists.txt)
 fi
 
 packaging/install-packages.sh build run asan
@@ -40,7 +40,9 @@ fuzz_one() {
     local -a dictionary=()
     mkdir -p "$corpus" "$findings" "$build/run/$target"
     [ ! -f "fuzz/$target.dict" ] || dictionary=(-dict="$PWD/fuzz/$target.dict")
+    # Only the first folder is written to.
     local seeds=$PWD/fuzz/corpus/$target status=0
+    [ "$target" != camera_file ] || seeds=$PWD/simulator/cameras
     # The sessions of cameras leave libuvc's memory behind, so leaks are told by the other targets.
     local leaks=1
     case $target in hostile_camera | hostile_probe) leaks=0 ;; esac

@@ -167,6 +167,33 @@ TEST(Device, ACameraThatIsGoneIsAbandonedNotClosed)
     EXPECT_NE(camera.create(), nullptr);
 }
 
+TEST(Device, TheApplicationMayKnowFirstThatACameraIsGone)
+{
+    Camera camera{models::kRowan};
+    EXPECT_EQ(nyxus_mark_device_gone(nullptr), -1026);
+    ASSERT_EQ(nyxus_mark_device_gone(camera.device()), 0);
+    camera.remove();
+    ASSERT_NE(camera.create(), nullptr) << "it was not, and has been closed as usual";
+
+    camera.listen();
+    camera.bed().unplug(camera.sim(), sim::Announce::kYes);
+    ASSERT_EQ(nyxus_mark_device_gone(camera.device()), 0);
+    EXPECT_TRUE(camera.wire().empty());
+    EXPECT_EQ(close_libuvc(camera.device()), 0); // would abort in libusb
+    camera.remove();
+    camera.bed().replug(camera.sim());
+    EXPECT_NE(camera.create(), nullptr) << nyxus_errmsg;
+}
+
+TEST(Device, AnObjectWithoutAHandleStaysMarked)
+{
+    NyDevice object = {};
+    uint8_t flip = 0;
+    nyxus_mark_device_gone(&object);
+    EXPECT_EQ(UvcXuCtrlQuery(&object, NY_UNIT_VENDOR, ZRV_XU_FLIP, UVC_GET_CUR, 1, &flip), -16388);
+    EXPECT_EQ(object.device_gone, 1);
+}
+
 TEST(Device, ATransferThatSucceedsClearsTheMark)
 {
     Camera camera{models::kRowan};
@@ -236,6 +263,22 @@ TEST(Session, TheApplicationsHandleIsAnsweredAndClosedOnce)
     EXPECT_EQ(close_libuvc(&object), 0);
     get_libusb_handle(&usb);
     EXPECT_EQ(usb, nullptr) << "closed";
+}
+
+TEST(Session, ThreadsCloseTheirOwn)
+{
+    const auto close_many = [] {
+        for (int i = 0; i < 1000; ++i) {
+            NyDevice object = {};
+            libusb_device_handle* usb = nullptr;
+            EXPECT_EQ(close_libuvc(&object), 0);
+            get_libusb_handle(&usb);
+            EXPECT_EQ(usb, nullptr);
+        }
+    };
+    std::thread other(close_many);
+    close_many();
+    other.join();
 }
 
 TEST(Session, OpensAgainAfterItWasClosed)

@@ -72,8 +72,9 @@ TEST(Probe, TheFirstSignatureInTheTextWins)
         device->oBackend = {};
         camera.answer(UVC_GET_CUR, 0x0D, text11(c.text));
         EXPECT_EQ(MP_QueryChipInfo(device), c.result) << c.text;
-        if (c.name != nullptr)
+        if (c.name != nullptr) {
             EXPECT_STREQ(device->oBackend.name, c.name) << c.text;
+        }
     }
     // Each bond variant of the signature asks the camera anew.
     camera.answer(UVC_GET_CUR, 0x0D, text11("CB"));

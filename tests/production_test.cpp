@@ -295,6 +295,10 @@ TEST_F(Production, ACompareOfNothingRunsAllItsSteps)
     nyxus_fw_bin_size = 0xFCF2; // left by a failed load
     std::memset(nyxus_fw_bin, 0xA5, sizeof nyxus_fw_bin);
     EXPECT_EQ(MP_FwCompare(device), -1);
+    std::filesystem::remove("dump.bin");
+    std::filesystem::create_directory("dump.bin");
+    EXPECT_EQ(MP_FwCompare(device), -32789) << "before the difference";
+    std::filesystem::remove("dump.bin");
     nyxus_fw_bin_size = 16;
     std::memset(nyxus_fw_bin, 0xFF, 16);
     camera.fail(UVC_GET_CUR, 0x03, sim::Fault::stall());

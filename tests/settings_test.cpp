@@ -51,6 +51,11 @@ TEST(Settings, HexadecimalTextBecomesBytes)
         EXPECT_EQ(HexStr2Buf(c.text, c.room, buf), c.count) << c.text;
         EXPECT_EQ(std::memcmp(buf, c.bytes, sizeof buf), 0) << c.text;
     }
+    uint8_t byte = 0;
+    EXPECT_EQ(HexStr2Buf(nullptr, 0, nullptr), 0) << "nothing to convert is no failure";
+    EXPECT_EQ(HexStr2Buf("F", 1, nullptr), 0);
+    EXPECT_EQ(HexStr2Buf(nullptr, 1, &byte), -258);
+    EXPECT_EQ(HexStr2Buf("FF", 1, nullptr), -258);
 }
 
 TEST(Settings, SerialNumberFieldsHoldDigitsOnly)

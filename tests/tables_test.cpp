@@ -78,8 +78,9 @@ TEST(ChipCatalogue, RowsBelongToTheirFamily)
         EXPECT_LT(row.family, 8u);
         EXPECT_TRUE(is_padded(row.signature));
         EXPECT_TRUE(is_padded(row.name));
-        if (i > 0)
+        if (i > 0) {
             EXPECT_GE(row.chip_id, backend_list[i - 1].chip_id);
+        }
     }
     EXPECT_STREQ(backend_list[14].name, "NY7780");
     EXPECT_EQ(backend_list[14].bBondIdex, 2u);

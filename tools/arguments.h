@@ -47,8 +47,7 @@ struct Arguments {
 
 struct ParsedArguments {
     Arguments arguments;
-    bool finished = false; ///< help or a usage error has been printed already
-    int exit_code = 0;
+    std::optional<int> exit_code; ///< when help or a usage error has been printed already
 };
 
 ParsedArguments parse_arguments(int argc, char** argv);

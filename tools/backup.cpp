@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backup.h"
 
-#include "atomic_file.h"
 #include "failure.h"
+#include "files/descriptor.h"
 #include "text.h"
+#include "whole_file.h"
 
 #include <fcntl.h>
 #include <pwd.h>
@@ -79,25 +80,12 @@ fs::path free_name(const fs::path& folder, const std::string& stem, const char* 
 }
 
 /// Keeps others of us from taking the same name, as long as it lives; on file systems that can.
-class FolderLock {
-public:
-    explicit FolderLock(const fs::path& folder)
-        : fd_(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
-    {
-        if (fd_ >= 0)
-            (void)flock(fd_, LOCK_EX);
-    }
-    ~FolderLock()
-    {
-        if (fd_ >= 0)
-            close(fd_);
-    }
-    FolderLock(const FolderLock&) = delete;
-    FolderLock& operator=(const FolderLock&) = delete;
-
-private:
-    int fd_;
-};
+files::Descriptor lock_folder(const fs::path& folder)
+{
+    files::Descriptor lock(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    (void)flock(lock.get(), LOCK_EX);
+    return lock;
+}
 
 fs::path change_file(const CameraEntry& camera)
 {
@@ -116,11 +104,9 @@ static fs::path write_backup(const std::string& stem, std::span<const uint8_t> c
 {
     const fs::path folder = backup_folder();
     fs::create_directories(folder);
-    const FolderLock lock(folder);
+    const files::Descriptor lock = lock_folder(folder);
     fs::path path = free_name(folder, stem, suffix);
-    AtomicFile file(path);
-    file.write_all(contents);
-    file.commit();
+    write_file(path, contents);
     return path;
 }
 
@@ -130,7 +116,7 @@ fs::path keep_backup(const CameraEntry& camera, std::span<const uint8_t> content
         return write_backup(file_stem(camera), contents,
                             proven == Proven::kYes ? kSuffix : kUnprovenSuffix);
     } catch (const fs::filesystem_error& error) {
-        throw backup_failure("'" + error.path1().string() + "': " + error.code().message());
+        throw backup_failure(in_quotes(error.path1().string()) + ": " + error.code().message());
     } catch (const Failure& failure) {
         throw backup_failure(failure.text());
     }
@@ -143,8 +129,8 @@ std::optional<fs::path> newest_backup(const CameraEntry& camera)
     std::error_code error;
     fs::directory_iterator files(backup_folder(), error);
     if (error && error != std::errc::no_such_file_or_directory) {
-        throw Failure(kExitFailure,
-                      "cannot read '" + backup_folder().string() + "': " + error.message());
+        throw Failure(kExitFailure, "cannot read " + in_quotes(backup_folder().string()) + ": " +
+                                        error.message());
     }
     for (const fs::directory_entry& entry : files) {
         const std::string name = entry.path().filename().string();
@@ -161,9 +147,8 @@ void remember_change(const CameraEntry& camera, const std::string& running)
     try {
         const fs::path path = change_file(camera);
         fs::create_directories(path.parent_path());
-        AtomicFile file(path);
-        file.write_all(std::span(reinterpret_cast<const uint8_t*>(running.data()), running.size()));
-        file.commit();
+        write_file(path,
+                   std::span(reinterpret_cast<const uint8_t*>(running.data()), running.size()));
     } catch (const std::exception&) { // NOLINT(bugprone-empty-catch): see the header
     }
 }

@@ -67,8 +67,8 @@ CameraEntry select_camera(const std::vector<CameraEntry>& cameras, const std::st
         return choice.empty() || entry.matches(choice);
     });
     if (matching.empty()) {
-        throw Failure(kExitNoCamera, "no camera is called '" + printable(choice) +
-                                         "'; these are connected:" + listed(cameras));
+        throw Failure(kExitNoCamera, "no camera is called " + in_quotes(choice) +
+                                         "; these are connected:" + listed(cameras));
     }
     if (matching.size() > 1) {
         throw Failure(kExitAmbiguous,

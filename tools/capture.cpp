@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "capture.h"
 
+#include "files/pipe.h"
 #include "last_words.h"
 
 #include <fcntl.h>
@@ -22,86 +23,55 @@ constexpr char kDrainByte = '\x01';
 constexpr size_t kLongestLine = 4096;
 constexpr int kTickMs = 100;
 
-int checked(int result, const char* what)
+void check(bool done, const char* what)
 {
-    if (result < 0)
+    if (!done)
         throw std::system_error(errno, std::generic_category(), what);
-    return result;
+}
+
+files::Descriptor copy_of(int fd)
+{
+    files::Descriptor copy(fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    check(bool{copy}, "dup");
+    return copy;
 }
 
 /// A program may be started without standard output or error; what goes there goes nowhere then.
 void open_missing_standard_fds()
 {
     int fd = 0;
-    while (fd <= STDERR_FILENO)
-        fd = checked(open("/dev/null", O_RDWR | O_CLOEXEC), "/dev/null");
+    while (fd <= STDERR_FILENO) {
+        fd = open("/dev/null", O_RDWR | O_CLOEXEC);
+        check(fd >= 0, "/dev/null");
+    }
     close(fd);
-}
-
-bool is_row_end(std::string_view line)
-{
-    return line.size() >= 5 && line.starts_with(" (") && line.ends_with("%)") &&
-           line.substr(2, line.size() - 4).find_first_not_of("0123456789") ==
-               std::string_view::npos;
 }
 
 } // namespace
 
-void MarkParser::feed(std::string_view bytes)
-{
-    for (const char c : bytes) {
-        if (c == '\n') {
-            end_line();
-        } else if (c == '#' && line_.empty()) {
-            listener_.on_mark();
-        } else if (c != kDrainByte && line_.size() < kLongestLine) {
-            line_ += c;
-        }
-    }
-}
-
-void MarkParser::end_line()
-{
-    if (is_row_end(line_)) {
-        listener_.on_row_end();
-    } else if (!line_.empty()) {
-        listener_.on_line(line_);
-    }
-    line_.clear();
-}
-
-void MarkParser::finish()
-{
-    if (!line_.empty())
-        end_line();
-}
-
-Capture::Capture(CaptureListener& listener) : parser_(listener), listener_(listener)
+Capture::Capture(CaptureListener& listener) : listener_(listener)
 {
     open_missing_standard_fds();
-    int ends[2];
-    checked(pipe2(ends, O_CLOEXEC), "pipe");
-    read_fd_ = ends[0];
+    files::Pipe pipe = files::make_pipe();
+    check(bool{pipe.read_end}, "pipe");
+    read_end_ = std::move(pipe.read_end);
     std::fflush(nullptr);
-    out_fd_ = checked(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3), "dup");
-    err_fd_ = checked(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3), "dup");
-    checked(dup2(ends[1], STDOUT_FILENO), "dup2");
-    checked(dup2(ends[1], STDERR_FILENO), "dup2");
-    close(ends[1]);
-    last_words::arm(read_fd_, err_fd_);
+    out_ = copy_of(STDOUT_FILENO);
+    err_ = copy_of(STDERR_FILENO);
+    check(dup2(pipe.write_end.get(), STDOUT_FILENO) >= 0, "dup2");
+    check(dup2(pipe.write_end.get(), STDERR_FILENO) >= 0, "dup2");
+    pipe.write_end.reset();
+    last_words::arm(read_end_.get(), err_.get());
     reader_ = std::thread(&Capture::read_loop, this);
 }
 
 Capture::~Capture()
 {
     std::fflush(nullptr);
-    dup2(out_fd_, STDOUT_FILENO);
-    dup2(err_fd_, STDERR_FILENO);
+    dup2(out_.get(), STDOUT_FILENO);
+    dup2(err_.get(), STDERR_FILENO);
     reader_.join();
     last_words::disarm();
-    close(read_fd_);
-    close(out_fd_);
-    close(err_fd_);
 }
 
 void Capture::drain()
@@ -114,10 +84,27 @@ void Capture::drain()
     drained_.wait_for(lock, std::chrono::seconds(2), [&] { return drains_seen_ >= request; });
 }
 
+void Capture::take(char c)
+{
+    if (c == '\n') {
+        end_line();
+    } else if (c != kDrainByte && line_.size() < kLongestLine) {
+        line_ += c;
+    }
+}
+
+void Capture::end_line()
+{
+    if (!line_.empty())
+        listener_.on_line(line_);
+    line_.clear();
+}
+
 void Capture::handle(std::string_view bytes)
 {
-    parser_.feed(bytes);
-    last_words::remember(parser_.unfinished());
+    for (const char c : bytes)
+        take(c);
+    last_words::remember(line_);
     const auto requests = static_cast<unsigned>(std::ranges::count(bytes, kDrainByte));
     if (requests == 0)
         return;
@@ -131,10 +118,10 @@ void Capture::read_loop()
     last_words::receive_interrupts();
     char buffer[4096];
     for (;;) {
-        pollfd readable{read_fd_, POLLIN, 0};
+        pollfd readable{read_end_.get(), POLLIN, 0};
         const int ready = poll(&readable, 1, kTickMs);
         if (ready > 0) {
-            const ssize_t count = read(read_fd_, buffer, sizeof buffer);
+            const ssize_t count = read(read_end_.get(), buffer, sizeof buffer);
             if (count == 0)
                 break;
             if (count > 0)
@@ -142,7 +129,7 @@ void Capture::read_loop()
         }
         listener_.on_tick();
     }
-    parser_.finish();
+    end_line();
 }
 
 } // namespace tool

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "files/descriptor.h"
+
 #include <condition_variable>
-#include <functional>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -14,36 +15,16 @@ namespace tool {
 class CaptureListener {
 public:
     virtual ~CaptureListener() = default;
-    /// A '#' of the library's progress row: one exchange.
-    virtual void on_mark() = 0;
-    /// The percentage that closes a row of 512 bytes, or the last row.
-    virtual void on_row_end() = 0;
-    /// Any other line, without its line end.
+    /// A line without its line end.
     virtual void on_line(std::string_view line) = 0;
     /// About ten times a second.
     virtual void on_tick() = 0;
 };
 
-/// Tells progress marks from text in what the library prints.
-class MarkParser {
-public:
-    explicit MarkParser(CaptureListener& listener) : listener_(listener) {}
-    void feed(std::string_view bytes);
-    /// The text of a line that has not ended yet.
-    const std::string& unfinished() const { return line_; }
-    void finish();
-
-private:
-    void end_line();
-
-    CaptureListener& listener_;
-    std::string line_;
-};
-
 /**
- * Takes standard output and standard error of the process away from the libraries: what they
- * print goes through a pipe to the listener. The program itself prints through a Display that was
- * made before.
+ * Takes standard output and standard error of the process away from libuvc, libusb and the C++
+ * runtime, which know no callbacks: what they print goes through a pipe to the listener. The
+ * program itself prints through a Display that was made before.
  *
  * When the process dies by a signal, text that nobody has seen yet still reaches the real standard
  * error. One at a time.
@@ -61,12 +42,14 @@ public:
 private:
     void read_loop();
     void handle(std::string_view bytes);
+    void take(char c);
+    void end_line();
 
-    MarkParser parser_;
     CaptureListener& listener_;
-    int out_fd_ = -1;
-    int err_fd_ = -1;
-    int read_fd_ = -1;
+    std::string line_; ///< one that has not ended yet
+    files::Descriptor out_;
+    files::Descriptor err_;
+    files::Descriptor read_end_;
     std::mutex mutex_;
     std::condition_variable drained_;
     unsigned drain_requests_ = 0;

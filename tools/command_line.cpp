@@ -10,88 +10,64 @@
 
 namespace tool {
 
-CLI::App* add_command(CLI::App& parent, const std::string& name, const std::string& summary,
-                      const std::string& example)
+std::string listed(const command_line::Words& words)
 {
-    CLI::App* command = parent.add_subcommand(name, summary);
-    command->group("Commands");
-    command->footer(example);
-    command->fallthrough();
-    return command;
+    std::string list;
+    for (const std::string& word : words)
+        list += (list.empty() ? "" : ", ") + word;
+    return list;
 }
 
-void set_run(CLI::App* command, Arguments& arguments, Run run)
+Command& add_command(Command& parent, const std::string& name, const std::string& summary,
+                     const std::string& example)
 {
-    command->callback([command, &arguments, run = std::move(run)] {
-        if (command->get_subcommands().empty())
-            arguments.run = run;
-    });
+    return parent.command(name, summary).footer(example);
 }
 
-void add_dry_run(CLI::App* command, Arguments& arguments)
+void set_run(Command& command, Arguments& arguments, Run run)
 {
-    command->add_flag("-n,--dry-run", arguments.dry_run,
-                      "Tell what would be written and how long it takes; write nothing");
+    command.does([&arguments, run = std::move(run)] { arguments.run = run; });
 }
 
-CLI::Option* add_file(CLI::App* command, std::string& file, const std::string& help)
+void add_dry_run(Command& command, Arguments& arguments)
 {
-    return command->add_option("FILE", file, help)->required()->type_name("");
+    command.flag("-n,--dry-run", &arguments.dry_run,
+                 "Tell what would be written and how long it takes; write nothing");
 }
 
-CLI::Option* as_number(CLI::Option* option)
+Option& add_file(Command& command, std::string* file, const std::string& help)
 {
-    return option->transform(text::without_leading_zeros, "");
+    return command.file("FILE", file, help).required();
 }
 
-CLI::Option* add_number(CLI::App* command, const std::string& name, uint32_t& value, uint32_t least,
-                        uint32_t most, const std::string& help)
+Option& add_number(Command& command, const std::string& name, command_line::Target target,
+                   uint32_t least, uint32_t most, const std::string& help)
 {
-    return as_number(command->add_option(name, value, help + format(" (%u to %u)", least, most)))
-        ->type_name(name.starts_with("--") ? "N" : "")
-        ->check(CLI::Range(least, most).description(""));
+    return command.number(name, target, {least, most}, help + format(" (%u to %u)", least, most))
+        .shown_as(name.starts_with("--") ? "N" : "");
 }
 
-CLI::Option* add_address(CLI::App* command, uint32_t& value, uint32_t least, uint32_t most)
+Option& add_address(Command& command, uint32_t* value, uint32_t least, uint32_t most)
 {
     const std::string range = format("0x%04X to 0x%04X", least, most);
-    const auto refuse = [=](const std::string& text) {
-        uint32_t address = 0;
-        const bool number = CLI::detail::lexical_cast(text, address);
-        return number && address >= least && address <= most ? "" : text + " not in range " + range;
+    const auto refusal = [=](const std::string& text) {
+        const auto address = text::parse_number(text);
+        return address && *address >= least && *address <= most ? ""
+                                                                : text + " not in range " + range;
     };
-    return as_number(command->add_option("ADDRESS", value, "Address (" + range + ")"))
-        ->required()
-        ->type_name("")
-        ->check(CLI::Validator(refuse, ""));
+    return command.number("ADDRESS", value, "Address (" + range + ")").refused(refusal).required();
 }
 
-CLI::Option* add_bytes(CLI::App* command, const std::string& name, std::vector<uint32_t>& values,
-                       const std::string& help)
+Option& add_choice(Command& command, const std::string& name, command_line::Target target,
+                   const command_line::Words& choices, const std::string& help)
 {
-    constexpr uint32_t kMost = 0xFF;
-    return as_number(command->add_option(name, values, help))
-        ->type_name("")
-        ->check(CLI::Range(0U, kMost).description(""));
-}
-
-static std::string refuse_choice(const std::string& text, const std::vector<std::string>& choices)
-{
-    if (std::ranges::find(choices, text) != choices.end())
-        return "";
-    return "'" + printable(text) + "' is none of " + CLI::detail::join(choices, ", ") +
-           text::did_you_mean(text, choices);
-}
-
-CLI::Validator one_of(const std::vector<std::string>& choices)
-{
-    return {[choices](const std::string& text) { return refuse_choice(text, choices); }, ""};
-}
-
-CLI::Option* add_choice(CLI::App* command, const std::string& name, std::string& value,
-                        const std::vector<std::string>& choices, const std::string& help)
-{
-    return command->add_option(name, value, help)->type_name("")->check(one_of(choices));
+    const auto refusal = [choices](const std::string& text) {
+        if (std::ranges::find(choices, text) != choices.end())
+            return std::string();
+        return "'" + printable(text) + "' is none of " + listed(choices) +
+               text::did_you_mean(text, choices);
+    };
+    return command.choice(name, target, choices, help).refused(refusal);
 }
 
 } // namespace tool

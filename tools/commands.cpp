@@ -10,7 +10,7 @@ namespace {
 
 struct Declaration {
     const char* group;
-    void (*declare)(CLI::App&, Arguments&);
+    void (*declare)(Command&, Arguments&);
 };
 
 constexpr char kLook[] = "Find cameras and trouble";
@@ -46,14 +46,11 @@ constexpr Declaration declarations[] = {
 
 } // namespace
 
-void add_all_commands(CLI::App& app, Arguments& arguments)
+void add_all_commands(Command& app, Arguments& arguments)
 {
     for (const Declaration& row : declarations) {
-        const size_t before = app.get_subcommands({}).size();
+        app.heading(row.group);
         row.declare(app, arguments);
-        const std::vector<CLI::App*> commands = app.get_subcommands({});
-        for (size_t i = before; i < commands.size(); ++i)
-            commands[i]->group(row.group);
     }
 }
 

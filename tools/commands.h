@@ -3,23 +3,20 @@
 
 #include "arguments.h"
 #include "camera.h"
+#include "command_line.h"
 #include "console.h"
 #include "exit_codes.h"
-
-namespace CLI {
-class App;
-} // namespace CLI
 
 namespace tool {
 
 // Each declares commands with their options.
-void add_list_command(CLI::App& app, Arguments& arguments);
-void add_info_command(CLI::App& app, Arguments& arguments);
-void add_doctor_command(CLI::App& app, Arguments& arguments);
-void add_rom_commands(CLI::App& app, Arguments& arguments);
-void add_explain_command(CLI::App& app, Arguments& arguments);
+void add_list_command(Command& app, Arguments& arguments);
+void add_info_command(Command& app, Arguments& arguments);
+void add_doctor_command(Command& app, Arguments& arguments);
+void add_rom_commands(Command& app, Arguments& arguments);
+void add_explain_command(Command& app, Arguments& arguments);
 /// All of them.
-void add_all_commands(CLI::App& app, Arguments& arguments);
+void add_all_commands(Command& app, Arguments& arguments);
 
 ExitCode run_upgrade(Console& console, const Arguments& arguments);
 ExitCode run_gang(Console& console, const Arguments& arguments); ///< upgrade --all

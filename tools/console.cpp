@@ -31,6 +31,14 @@ static std::string tidy(std::string_view line)
 Console::Console(int verbosity, unsigned patience_s)
     : verbosity_(verbosity), patience_(patience_s), capture_(*this)
 {
+    nyxus_set_line_callback(nullptr, take_line, this);
+    nyxus_set_progress_callback(nullptr, take_progress, this);
+}
+
+Console::~Console()
+{
+    nyxus_set_progress_callback(nullptr, nullptr, nullptr);
+    nyxus_set_line_callback(nullptr, nullptr, nullptr);
 }
 
 void Console::sign_of_life()
@@ -46,27 +54,31 @@ void Console::set_patient(bool patient)
 
 void Console::set_watcher(Watcher* watcher)
 {
-    const std::lock_guard lock(watcher_mutex_);
+    const std::lock_guard lock(line_mutex_);
     watcher_ = watcher;
 }
 
-void Console::on_mark()
+void Console::take_line(NyDevice*, uint32_t kind, const char* text, size_t length, void* console)
 {
-    sign_of_life();
-    const std::lock_guard lock(watcher_mutex_);
-    if (watcher_ != nullptr)
-        watcher_->on_mark();
+    std::string_view line(text, length);
+    if (line.ends_with('\n'))
+        line.remove_suffix(1);
+    if (kind != NYXUS_LINE_MARKS)
+        static_cast<Console*>(console)->on_line(line);
 }
 
-void Console::on_row_end()
+void Console::take_progress(NyDevice*, uint64_t done, uint64_t /*total*/, void* user)
 {
-    const std::lock_guard lock(watcher_mutex_);
-    if (watcher_ != nullptr)
-        watcher_->on_row_end();
+    auto& console = *static_cast<Console*>(user);
+    console.sign_of_life();
+    const std::lock_guard lock(console.line_mutex_);
+    if (console.watcher_ != nullptr)
+        console.watcher_->on_progress(done);
 }
 
 void Console::on_line(std::string_view line)
 {
+    const std::lock_guard lock(line_mutex_);
     // Only milestones count: the library also speaks while it polls a camera that never gets ready.
     if (line.starts_with("<INFO>"))
         sign_of_life();
@@ -75,7 +87,6 @@ void Console::on_line(std::string_view line)
     } else {
         last_words::remember_line(line);
     }
-    const std::lock_guard lock(watcher_mutex_);
     if (watcher_ != nullptr)
         watcher_->on_line(line);
 }

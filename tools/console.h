@@ -4,18 +4,20 @@
 #include "capture.h"
 #include "progress.h"
 
+#include <nyxus/extensions.h>
+
 #include <atomic>
 #include <chrono>
 #include <mutex>
 
 namespace tool {
 
-/// Follows what the library prints while an operation runs. Called on the capture's thread.
+/// Follows an operation of the library while it runs. Called on the operation's thread, but for
+/// lines of other libraries.
 class Watcher {
 public:
     virtual ~Watcher() = default;
-    virtual void on_mark() = 0;
-    virtual void on_row_end() = 0;
+    virtual void on_progress(uint64_t done_bytes) = 0;
     virtual void on_line(std::string_view line) = 0;
 };
 
@@ -26,6 +28,9 @@ public:
     /// `patience_s` pass without a sign of life from the camera; the library itself would wait for
     /// an answer for ever.
     Console(int verbosity, unsigned patience_s);
+    ~Console() override;
+    Console(const Console&) = delete;
+    Console& operator=(const Console&) = delete;
 
     Display& display() { return display_; }
     /// Waits until everything that the libraries printed so far has been shown.
@@ -40,8 +45,9 @@ public:
     void set_watcher(Watcher* watcher);
 
 private:
-    void on_mark() override;
-    void on_row_end() override;
+    static void take_line(NyDevice* device, uint32_t kind, const char* text, size_t length,
+                          void* console);
+    static void take_progress(NyDevice* device, uint64_t done, uint64_t total, void* console);
     void on_line(std::string_view line) override;
     void on_tick() override;
     void give_up();
@@ -51,7 +57,7 @@ private:
     std::atomic<bool> patient_ = false;
     std::atomic<std::chrono::steady_clock::time_point> latest_sign_ =
         std::chrono::steady_clock::now();
-    std::mutex watcher_mutex_;
+    std::mutex line_mutex_; ///< lines come from the library and from the capture's thread
     Watcher* watcher_ = nullptr;
     Display display_;
     Capture capture_; // last: its thread calls the members above

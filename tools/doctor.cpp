@@ -36,24 +36,26 @@ ExitCode verdict(const std::vector<Finding>& findings)
     return warning != findings.end() ? kExitFailure : kExitOk;
 }
 
-Values json_finding(const Finding& finding)
+Members json_finding(const Finding& finding)
 {
-    Values object = {
+    Members object = {
         {"check", finding.check}, {"state", state_name(finding.state)}, {"what", finding.what}};
     if (!finding.remedy.empty())
-        object["remedy"] = finding.remedy;
+        object.push_back({"remedy", finding.remedy});
     return object;
 }
 
 void print_json(Console& console, const std::vector<Finding>& findings, ExitCode code)
 {
-    Values checks = Values::array();
+    Value::List checks;
     std::ranges::transform(findings, std::back_inserter(checks), json_finding);
-    Values libraries = Values::object();
-    for (const LibraryVersion& library : library_versions())
-        libraries[library.name] = {{"version", library.version}, {"file", library.file}};
-    console.display().say(
-        json_text({{"well", code == kExitOk}, {"libraries", libraries}, {"checks", checks}}));
+    Members libraries;
+    for (const LibraryVersion& library : library_versions()) {
+        libraries.push_back(
+            {library.name, Members{{"version", library.version}, {"file", library.file}}});
+    }
+    console.display().say(json_text(
+        Members{{"well", code == kExitOk}, {"libraries", libraries}, {"checks", checks}}));
 }
 
 void print_text(Console& console, const std::vector<Finding>& findings, ExitCode code)
@@ -87,9 +89,9 @@ ExitCode run_doctor(Console& console, const Arguments& arguments)
 
 } // namespace
 
-void add_doctor_command(CLI::App& app, Arguments& arguments)
+void add_doctor_command(Command& app, Arguments& arguments)
 {
-    CLI::App* command = add_command(
+    Command& command = add_command(
         app, "doctor", "Find out why a camera cannot be used, and what to do", "nyxus doctor");
     set_run(command, arguments, run_doctor);
 }

@@ -172,13 +172,13 @@ std::vector<Finding> check_cameras(const std::string& choice)
             findings.push_back(check_user("camera " + entry.bus_address(), entry));
     }
     if (findings.empty()) {
-        findings.push_back({.check = "camera",
-                            .state = State::kProblem,
-                            .what = choice.empty() ? "none is connected"
-                                                   : "none is called '" + printable(choice) + "'",
-                            .remedy = "check that it is plugged in and has power; 'lsusb -d 1162:' "
-                                      "shows it then",
-                            .code = kExitNoCamera});
+        findings.push_back(
+            {.check = "camera",
+             .state = State::kProblem,
+             .what = choice.empty() ? "none is connected" : "none is called " + in_quotes(choice),
+             .remedy = "check that it is plugged in and has power; 'lsusb -d 1162:' "
+                       "shows it then",
+             .code = kExitNoCamera});
     }
     return findings;
 }

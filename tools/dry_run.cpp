@@ -2,6 +2,7 @@
 #include "dry_run.h"
 
 #include "failure.h"
+#include "json_text.h"
 #include "text.h"
 
 #include <nyxus/access.h>
@@ -34,16 +35,16 @@ static std::string time_text(double time_s)
 }
 
 void print_dry_run(Console& console, const Arguments& arguments, Camera& camera,
-                   const std::string& line, Values values, const Cost& cost,
+                   const std::string& line, Members values, const Cost& cost,
                    const std::string& more)
 {
     const double time_s = cost.transfers * measure_transfer_s(camera) + cost.pauses_s;
     console.drain();
     constexpr double kMicro = 1e6;
     if (arguments.json) {
-        values["dry_run"] = true;
-        values["control_transfers"] = cost.transfers;
-        values["estimated_seconds"] = std::round(time_s * kMicro) / kMicro;
+        values.push_back({"dry_run", true});
+        values.push_back({"control_transfers", cost.transfers});
+        values.push_back({"estimated_seconds", std::round(time_s * kMicro) / kMicro});
         return console.display().say(arguments.all ? json_line(values) : json_text(values));
     }
     Display& display = console.display();

@@ -3,7 +3,7 @@
 
 #include "arguments.h"
 #include "cost.h"
-#include "json_text.h"
+#include "value.h"
 
 #include <string>
 
@@ -16,7 +16,7 @@ inline constexpr char kFlashTime[] =
 /// Ends a dry run: tells what would be done (a line, and its JSON), that nothing was written, and
 /// what it would cost. `more` is what the estimate leaves out.
 void print_dry_run(Console& console, const Arguments& arguments, Camera& camera,
-                   const std::string& line, Values values, const Cost& cost,
+                   const std::string& line, Members values, const Cost& cost,
                    const std::string& more = "");
 
 } // namespace tool

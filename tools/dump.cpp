@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "atomic_file.h"
 #include "commands.h"
 #include "failure.h"
 #include "result.h"
 #include "rom_reader.h"
 #include "text.h"
+#include "whole_file.h"
 
 #include <nyxus/image.h>
 #include <algorithm>
@@ -37,10 +37,8 @@ ExitCode run_dump(Console& console, const Arguments& arguments)
         promise_result(console, result);
         const uint32_t size = dump_size(camera, arguments);
         const std::vector<uint8_t> contents = read_rom(console, camera, "reading", 0, size);
-        AtomicFile file(arguments.file); // not before: an interrupt while reading would leave it
-        file.write_all(contents);
-        file.commit();
-        result.message = format("wrote %u bytes to '", size) + arguments.file + "'";
+        write_file(arguments.file, contents);
+        result.message = format("wrote %u bytes to ", size) + in_quotes(arguments.file);
         console.display().say(result.message);
         return kExitOk;
     });

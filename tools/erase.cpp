@@ -31,7 +31,7 @@ void confirm(Console& console, const Camera& camera, bool yes)
 
 void erase_rom(Console& console, Camera& camera, RomContents& rom)
 {
-    RomWatcher watcher(console.display(), MarkCounter(camera.exchange_bytes(), {}));
+    RomWatcher watcher(console.display(), 0);
     rom_will_change(camera);
     last_words::set_consequence("the ROM is partly erased; erase or upgrade it again",
                                 to_text(RomContents::kIncomplete));
@@ -82,8 +82,10 @@ void print_plan(Console& console, const Arguments& arguments, Camera& camera)
 {
     const Cost cost = rom_unlock(camera) + rom_erase(camera) + rom_lock(camera) +
                       whole_read(camera, erased_bytes(camera));
-    print_dry_run(console, arguments, camera, "erase the firmware of " + camera.name(),
-                  {{"steps", {{{"step", "erase"}}, {{"step", "read back"}}}}}, cost, kFlashTime);
+    print_dry_run(
+        console, arguments, camera, "erase the firmware of " + camera.name(),
+        {{"steps", Value::List{Members{{"step", "erase"}}, Members{{"step", "read back"}}}}}, cost,
+        kFlashTime);
 }
 
 } // namespace

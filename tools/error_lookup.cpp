@@ -3,12 +3,12 @@
 
 #include "error_catalogue.h"
 #include "text.h"
+#include "text/numbers.h"
 
 #include <libusb-1.0/libusb.h>
 #include <libuvc/libuvc.h>
 #include <nyxus/error.h>
 #include <algorithm>
-#include <charconv>
 #include <cstring>
 #include <functional>
 #include <regex>
@@ -129,14 +129,10 @@ std::optional<int64_t> number_in(std::string_view text)
 {
     const bool negative = text.starts_with('-');
     text.remove_prefix(negative || text.starts_with('+') ? 1 : 0);
-    const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
-    text.remove_prefix(hexadecimal ? 2 : 0);
-    uint32_t magnitude = 0;
-    const char* end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, magnitude, hexadecimal ? 16 : 10);
-    if (error != std::errc() || stop != end || text.empty())
+    const std::optional<uint64_t> magnitude = text::parse_number(text, UINT32_MAX);
+    if (!magnitude)
         return std::nullopt;
-    return negative ? -static_cast<int64_t>(magnitude) : magnitude;
+    return negative ? -static_cast<int64_t>(*magnitude) : static_cast<int64_t>(*magnitude);
 }
 
 /// A positive number may be a result, an exit code, a status without its sign, or a status as a

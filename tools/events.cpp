@@ -6,10 +6,13 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
+#include <nlohmann/json.hpp>
 
 namespace tool {
 
 namespace {
+
+using Json = nlohmann::json;
 
 /// A rate that is taken from less time says little.
 constexpr double kRateKnown_s = 0.3;
@@ -32,7 +35,7 @@ double rounded(double number, double steps)
     return std::round(number * steps) / steps;
 }
 
-Progress to_progress(const Values& object)
+Progress to_progress(const Json& object)
 {
     Progress progress;
     progress.phase = object.at("phase");
@@ -43,7 +46,7 @@ Progress to_progress(const Values& object)
     return progress;
 }
 
-Result to_result(const Values& object)
+Result to_result(const Json& object)
 {
     Result result;
     result.camera = {object.at("port"), object.at("serial"), object.at("product")};
@@ -83,52 +86,54 @@ const char* to_text(RomContents contents)
 
 std::string json_line(const Progress& progress)
 {
-    Values object = {{"event", "progress"}, {"phase", progress.phase}, {"bytes", progress.bytes}};
-    object["total"] = progress.total > 0 ? Values(progress.total) : Values();
-    object["seconds"] = rounded(progress.seconds, 1000);
-    object["rate"] = progress.rate() > 0 ? Values(std::round(progress.rate())) : Values();
     const auto remaining = progress.remaining_s();
-    object["remaining_s"] = remaining ? Values(rounded(*remaining, 10)) : Values();
-    object["done"] = progress.done;
-    return json_line(object);
+    return json_line(
+        Members{{"event", "progress"},
+                {"phase", progress.phase},
+                {"bytes", progress.bytes},
+                {"total", progress.total > 0 ? Value(progress.total) : Value()},
+                {"seconds", rounded(progress.seconds, 1000)},
+                {"rate", progress.rate() > 0 ? Value(std::round(progress.rate())) : Value()},
+                {"remaining_s", remaining ? Value(rounded(*remaining, 10)) : Value()},
+                {"done", progress.done}});
 }
 
 std::string json_line(const Message& message)
 {
-    return json_line(Values{{"event", "message"}, {"text", message.text}});
+    return json_line(Members{{"event", "message"}, {"text", message.text}});
 }
 
 std::string json_line(const Result& result)
 {
-    return json_line(Values{{"event", "result"},
-                            {"port", result.camera.port},
-                            {"serial", result.camera.serial},
-                            {"product", result.camera.product},
-                            {"outcome", to_text(result.outcome)},
-                            {"rom", to_text(result.rom)},
-                            {"exit_code", result.exit_code},
-                            {"message", result.message},
-                            {"seconds", rounded(result.seconds, 10)},
-                            {"bytes", result.bytes}});
+    return json_line(Members{{"event", "result"},
+                             {"port", result.camera.port},
+                             {"serial", result.camera.serial},
+                             {"product", result.camera.product},
+                             {"outcome", to_text(result.outcome)},
+                             {"rom", to_text(result.rom)},
+                             {"exit_code", result.exit_code},
+                             {"message", result.message},
+                             {"seconds", rounded(result.seconds, 10)},
+                             {"bytes", result.bytes}});
 }
 
 std::string json_line(const Summary& summary)
 {
-    return json_line(Values{{"event", "summary"},
-                            {"cameras", summary.cameras},
-                            {"upgraded", summary.upgraded},
-                            {"up_to_date", summary.up_to_date},
-                            {"failed", summary.failed},
-                            {"interrupted", summary.interrupted},
-                            {"not_started", summary.not_started},
-                            {"exit_code", summary.exit_code},
-                            {"seconds", rounded(summary.seconds, 10)}});
+    return json_line(Members{{"event", "summary"},
+                             {"cameras", summary.cameras},
+                             {"upgraded", summary.upgraded},
+                             {"up_to_date", summary.up_to_date},
+                             {"failed", summary.failed},
+                             {"interrupted", summary.interrupted},
+                             {"not_started", summary.not_started},
+                             {"exit_code", summary.exit_code},
+                             {"seconds", rounded(summary.seconds, 10)}});
 }
 
 std::optional<Event> parse_event(const std::string& line)
 {
     try {
-        const Values object = Values::parse(line);
+        const Json object = Json::parse(line);
         const std::string kind = object.at("event");
         if (kind == "progress")
             return to_progress(object);

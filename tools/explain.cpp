@@ -3,6 +3,7 @@
 #include "error_lookup.h"
 #include "failure.h"
 #include "feature.h"
+#include "json_text.h"
 #include "text.h"
 
 #include <cstdlib>
@@ -37,23 +38,7 @@ std::string paragraph(const std::string& label, std::string_view text)
 {
     constexpr size_t kIndent = 12;
     constexpr size_t kWidth = 88;
-    std::string result = padded("  " + label, kIndent);
-    size_t column = kIndent;
-    while (!text.empty()) {
-        const std::string_view word = text.substr(0, text.find(' '));
-        text.remove_prefix(std::min(text.size(), word.size() + 1));
-        if (column > kIndent && column + 1 + word.size() > kWidth) {
-            result += "\n" + std::string(kIndent, ' ');
-            column = kIndent;
-        }
-        if (column > kIndent) {
-            result += ' ';
-            ++column;
-        }
-        result += word;
-        column += word.size();
-    }
-    return result;
+    return padded("  " + label, kIndent) + text::wrapped(text, kIndent, kWidth);
 }
 
 std::string text_of(const Explanation& entry)
@@ -71,14 +56,14 @@ std::string text_of(const Explanation& entry)
     return result;
 }
 
-Values json_of(const Explanation& entry)
+Members json_of(const Explanation& entry)
 {
     return {{entry.exit_code ? "exit_code" : "status", entry.number},
             {"hex", hex_of(entry)},
             {"name", entry.name},
             {"origin", entry.origin},
             {"text", entry.text},
-            {"messages", entry.messages},
+            {"messages", Value::List(entry.messages.begin(), entry.messages.end())},
             {"meaning", entry.meaning},
             {"causes", entry.causes},
             {"advice", entry.advice}};
@@ -153,8 +138,8 @@ std::vector<Explanation> find_explanations(const Options& options)
     if (result.empty())
         result = explain_line(line);
     if (result.empty()) {
-        throw Failure(kExitUsage, "'" + printable(line) +
-                                      "' is no status, exit code or message of this version; "
+        throw Failure(kExitUsage, in_quotes(line) +
+                                      " is no status, exit code or message of this version; "
                                       "'nyxus explain --all' lists them");
     }
     return result;
@@ -164,7 +149,7 @@ ExitCode run_explain(Console& console, const Arguments& arguments, const Options
 {
     const std::vector<Explanation> entries = find_explanations(options);
     if (arguments.json) {
-        Values list = Values::array();
+        Value::List list;
         for (const Explanation& entry : entries)
             list.push_back(json_of(entry));
         console.display().say(json_text(list));
@@ -181,18 +166,16 @@ ExitCode run_explain(Console& console, const Arguments& arguments, const Options
 
 } // namespace
 
-void add_explain_command(CLI::App& app, Arguments& arguments)
+void add_explain_command(Command& app, Arguments& arguments)
 {
-    CLI::App* command = add_command(
+    Command& command = add_command(
         app, "explain", "Explain a status, an exit code or an error line", "nyxus explain -16393");
     const auto options = std::make_shared<Options>();
-    command
-        ->add_option("CODE", options->words,
-                     "Status (-16393, 0x4009), name (NYXUS_E_BUSY, EACCES), 'exit 9', or an error "
-                     "line in quotes")
-        ->type_name("");
-    command->add_flag("--all", options->all, "Explain everything");
-    command->add_flag("--markdown", options->markdown, "Print Markdown");
+    command.text("CODE", &options->words,
+                 "Status (-16393, 0x4009), name (NYXUS_E_BUSY, EACCES), 'exit 9', or an error "
+                 "line in quotes");
+    command.flag("--all", &options->all, "Explain everything");
+    command.flag("--markdown", &options->markdown, "Print Markdown");
     set_run(command, arguments, [options](Console& console, const Arguments& chosen) {
         return run_explain(console, chosen, *options);
     });

@@ -2,6 +2,7 @@
 #include "feature.h"
 
 #include "failure.h"
+#include "json_text.h"
 #include "text.h"
 
 #include <nyxus/error.h>
@@ -12,19 +13,17 @@ namespace tool {
 
 namespace {
 
-std::string byte_list(const Values& bytes)
+std::string text_of(const Value& value)
 {
-    std::string text;
-    for (const Values& byte : bytes)
-        text += (text.empty() ? "" : " ") + format("%02X", byte.get<unsigned>());
-    return text;
-}
-
-std::string text_of(const Values& value)
-{
-    if (value.is_string())
-        return printable(value.get<std::string>());
-    return value.is_array() ? byte_list(value) : value.dump();
+    if (const auto* text = std::get_if<std::string>(&value.content()))
+        return printable(*text);
+    if (const auto* bytes = std::get_if<Value::Bytes>(&value.content())) {
+        std::string list;
+        for (const uint8_t byte : *bytes)
+            list += (list.empty() ? "" : " ") + format("%02X", byte);
+        return list;
+    }
+    return json_line(value);
 }
 
 std::string words_of(std::string name)
@@ -35,14 +34,14 @@ std::string words_of(std::string name)
 
 } // namespace
 
-void Session::print(const Values& values)
+void Session::print(const Members& values)
 {
     console.drain();
     Display& display = console.display();
     if (arguments.json) {
         display.say(json_text(values));
     } else {
-        for (const auto& [name, value] : values.items())
+        for (const auto& [name, value] : values)
             display.say(words_of(name) + ": " + text_of(value));
     }
     // Some print until nobody listens any more.
@@ -53,11 +52,11 @@ void Session::print(const Values& values)
 void Session::make(const Change& change)
 {
     const bool asks = !(arguments.dry_run && change.reading_writes);
-    const Values before = asks ? change.read() : Values();
-    const auto values = [&](const Values& after) {
-        return Values{{"name", change.name}, {"before", before}, {"after", after}};
+    const Value before = asks ? change.read() : Value();
+    const auto values = [&](const Value& after) {
+        return Members{{"name", change.name}, {"before", before}, {"after", after}};
     };
-    const auto line = [&](const Values& after) {
+    const auto line = [&](const Value& after) {
         return words_of(change.name) + ": " + (asks ? text_of(before) : "?") + " -> " +
                text_of(after);
     };
@@ -66,7 +65,7 @@ void Session::make(const Change& change)
                              change.cost);
     }
     check(change.doing, change.write());
-    const Values after = change.read_back ? change.read() : change.wanted;
+    const Value after = change.read_back ? change.read() : change.wanted;
     console.drain();
     console.display().say(arguments.json ? json_text(values(after)) : line(after));
 }
@@ -92,7 +91,7 @@ void Session::check(const std::string& doing, int32_t status) const
         throw library_failure(doing, status);
 }
 
-void set_action(CLI::App* command, Arguments& arguments, SessionAction action,
+void set_action(Command& command, Arguments& arguments, SessionAction action,
                 std::function<void()> check_first)
 {
     set_run(command, arguments,
@@ -105,11 +104,23 @@ void set_action(CLI::App* command, Arguments& arguments, SessionAction action,
             });
 }
 
-void set_writing_action(CLI::App* command, Arguments& arguments, SessionAction action,
+void set_writing_action(Command& command, Arguments& arguments, SessionAction action,
                         std::function<void()> check_first)
 {
     add_dry_run(command, arguments);
     set_action(command, arguments, std::move(action), std::move(check_first));
+}
+
+Members lines_of(std::span<const uint8_t> bytes, uint32_t address)
+{
+    constexpr size_t kBytesPerLine = 16;
+    Members lines;
+    for (size_t done = 0; done < bytes.size(); done += kBytesPerLine) {
+        const auto line = bytes.subspan(done, std::min(kBytesPerLine, bytes.size() - done));
+        lines.push_back(
+            {format("0x%04zX", address + done), Value::Bytes(line.begin(), line.end())});
+    }
+    return lines;
 }
 
 std::vector<uint8_t> to_bytes(const std::vector<uint32_t>& values)

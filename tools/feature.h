@@ -17,8 +17,8 @@ namespace tool {
 /// A setting that is changed: how it is read, and how it is written.
 struct Change {
     std::string name; ///< "flip"
-    std::function<Values()> read;
-    Values wanted;     ///< what it reads as then
+    std::function<Value()> read;
+    Value wanted;      ///< what it reads as then
     std::string doing; ///< "setting flip"
     std::function<int32_t()> write;
     Cost cost;                   ///< of all that a dry run leaves out
@@ -34,7 +34,7 @@ struct Session {
 
     NyDevice* device() { return &camera.device(); }
     /// Prints an object's members: a line each, or JSON. Lists of numbers are bytes.
-    void print(const Values& values);
+    void print(const Members& values);
     /// Makes the change and prints "flip: off -> on"; with --dry-run tells of it only.
     void make(const Change& change);
     /// The same for what cannot be read: "encoder: reset".
@@ -49,31 +49,33 @@ using SessionAction = std::function<void(Session&)>;
 /// What the command does with the camera; nothing when a command below it was chosen. `check_first`
 /// refuses what is wrong whatever the camera, before anything is sent.
 void set_action(
-    CLI::App* command, Arguments& arguments, SessionAction action,
+    Command& command, Arguments& arguments, SessionAction action,
     std::function<void()> check_first = [] {});
 /// The same for a command that writes, which has --dry-run.
 void set_writing_action(
-    CLI::App* command, Arguments& arguments, SessionAction action,
+    Command& command, Arguments& arguments, SessionAction action,
     std::function<void()> check_first = [] {});
 
 std::vector<uint8_t> to_bytes(const std::vector<uint32_t>& values);
+/// What memory holds, by its addresses, 16 bytes each.
+Members lines_of(std::span<const uint8_t> bytes, uint32_t address);
 inline const char* on_or_off(bool on)
 {
     return on ? "on" : "off";
 }
 
 // Each declares its commands.
-void add_switch_commands(CLI::App& app, Arguments& arguments);
-void add_led_command(CLI::App& app, Arguments& arguments);
-void add_gpio_command(CLI::App& app, Arguments& arguments);
-void add_i2c_command(CLI::App& app, Arguments& arguments);
-void add_memory_commands(CLI::App& app, Arguments& arguments);
-void add_motion_command(CLI::App& app, Arguments& arguments);
-void add_reserved_command(CLI::App& app, Arguments& arguments);
-void add_osd_command(CLI::App& app, Arguments& arguments);
-void add_h264_command(CLI::App& app, Arguments& arguments);
-void add_fingerprint_command(CLI::App& app, Arguments& arguments);
-void add_snapshot_command(CLI::App& app, Arguments& arguments);
-void add_stream_command(CLI::App& app, Arguments& arguments);
+void add_switch_commands(Command& app, Arguments& arguments);
+void add_led_command(Command& app, Arguments& arguments);
+void add_gpio_command(Command& app, Arguments& arguments);
+void add_i2c_command(Command& app, Arguments& arguments);
+void add_memory_commands(Command& app, Arguments& arguments);
+void add_motion_command(Command& app, Arguments& arguments);
+void add_reserved_command(Command& app, Arguments& arguments);
+void add_osd_command(Command& app, Arguments& arguments);
+void add_h264_command(Command& app, Arguments& arguments);
+void add_fingerprint_command(Command& app, Arguments& arguments);
+void add_snapshot_command(Command& app, Arguments& arguments);
+void add_stream_command(Command& app, Arguments& arguments);
 
 } // namespace tool

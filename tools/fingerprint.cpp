@@ -3,11 +3,10 @@
 #include "failure.h"
 #include "feature.h"
 #include "text.h"
+#include "whole_file.h"
 
 #include <nyxus/access.h>
 #include <nyxus/fingerprint.h>
-#include <fstream>
-#include <iterator>
 
 namespace tool {
 
@@ -16,7 +15,6 @@ namespace {
 constexpr uint32_t kWindowStart = 0x2400;
 constexpr uint32_t kWindowEnd = 0x8000;
 constexpr uint32_t kWindowBytes = kWindowEnd - kWindowStart;
-constexpr uint32_t kBytesPerLine = 16;
 
 struct Options {
     std::string state;
@@ -100,25 +98,7 @@ void run_read(Session& session, const Options& options)
 {
     require_eeprom(session);
     const std::vector<uint8_t> bytes = read_window(session, options.address, options.length);
-    Values values;
-    for (uint32_t done = 0; done < bytes.size(); done += kBytesPerLine) {
-        const auto begin = bytes.begin() + done;
-        const auto count = std::min<ptrdiff_t>(kBytesPerLine, bytes.end() - begin);
-        values[format("0x%04X", options.address + done)] =
-            std::vector<uint8_t>(begin, begin + count);
-    }
-    session.print(values);
-}
-
-std::vector<uint8_t> load(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    std::vector<uint8_t> bytes(kWindowBytes + 1);
-    file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    bytes.resize(static_cast<size_t>(file.gcount()));
-    if (bytes.empty())
-        throw Failure(kExitFailure, "cannot read '" + path + "', or it is empty");
-    return bytes;
+    session.print(lines_of(bytes, options.address));
 }
 
 /// The library writes each page of the window by itself and reads it by the 512-byte path.
@@ -159,21 +139,21 @@ void run_write(Session& session, const Options& options)
                   "writing the EEPROM", write_and_compare, window_cost(session.camera, options));
 }
 
-void add_order(CLI::App& parent, Arguments& arguments, const Order& row, const std::string& call)
+void add_order(Command& parent, Arguments& arguments, const Order& row, const std::string& call)
 {
-    CLI::App* command = add_command(parent, row.name, row.summary, call + row.name);
+    Command& command = add_command(parent, row.name, row.summary, call + row.name);
     set_writing_action(command, arguments, [&row](Session& session) {
         session.order(
             "sensor", row.done, row.summary, [&] { return row.run(session.device()); }, row.cost);
     });
 }
 
-void add_switch_order(CLI::App& sg, Arguments& arguments, const SwitchOrder& row,
+void add_switch_order(Command& sg, Arguments& arguments, const SwitchOrder& row,
                       const Shared& options)
 {
-    CLI::App* command =
+    Command& command =
         add_command(sg, row.name, row.summary, std::string("nyxus sg ") + row.name + " on");
-    add_choice(command, "STATE", options->state, {"on", "off"}, "on or off")->required();
+    add_choice(command, "STATE", &options->state, {"on", "off"}, "on or off").required();
     set_writing_action(command, arguments, [&row, options](Session& session) {
         session.order(
             row.name, options->state, row.summary,
@@ -181,9 +161,9 @@ void add_switch_order(CLI::App& sg, Arguments& arguments, const SwitchOrder& row
     });
 }
 
-void add_question(CLI::App& sg, Arguments& arguments, const Question& row)
+void add_question(Command& sg, Arguments& arguments, const Question& row)
 {
-    CLI::App* command = add_command(sg, row.name, row.summary, std::string("nyxus sg ") + row.name);
+    Command& command = add_command(sg, row.name, row.summary, std::string("nyxus sg ") + row.name);
     set_action(command, arguments, [&row](Session& session) {
         uint8_t value = 0;
         session.check(row.summary, row.get(session.device(), &value));
@@ -191,45 +171,45 @@ void add_question(CLI::App& sg, Arguments& arguments, const Question& row)
     });
 }
 
-void add_window(CLI::App& sg, Arguments& arguments, const Shared& options)
+void add_window(Command& sg, Arguments& arguments, const Shared& options)
 {
-    CLI::App* read = add_command(sg, "read", "Read the EEPROM window", "nyxus sg read 0x2400 64");
-    add_address(read, options->address, kWindowStart, kWindowEnd - 1);
-    add_number(read, "LENGTH", options->length, 1, kWindowBytes, "Bytes")->required();
+    Command& read = add_command(sg, "read", "Read the EEPROM window", "nyxus sg read 0x2400 64");
+    add_address(read, &options->address, kWindowStart, kWindowEnd - 1);
+    add_number(read, "LENGTH", &options->length, 1, kWindowBytes, "Bytes").required();
     set_action(
         read, arguments, [options](Session& session) { run_read(session, *options); },
         [options] { check_window(options->address, options->length); });
 
-    CLI::App* write =
+    Command& write =
         add_command(sg, "write", "Write the EEPROM window", "nyxus sg write 0x2400 keys.bin");
-    add_address(write, options->address, kWindowStart, kWindowEnd - 1);
-    add_file(write, options->file, "File to write there");
+    add_address(write, &options->address, kWindowStart, kWindowEnd - 1);
+    add_file(write, &options->file, "File to write there");
     set_writing_action(
         write, arguments, [options](Session& session) { run_write(session, *options); },
         [options] {
-            options->bytes = load(options->file);
+            options->bytes = read_file(options->file, kWindowBytes, "the window");
             check_window(options->address, options->bytes.size());
         });
 }
 
 } // namespace
 
-void add_fingerprint_command(CLI::App& app, Arguments& arguments)
+void add_fingerprint_command(Command& app, Arguments& arguments)
 {
     const auto options = std::make_shared<Options>();
-    CLI::App* sg = add_command(app, "sg", "Fingerprint-reader boards", "nyxus sg led on");
-    sg->require_subcommand(1);
+    Command& sg = add_command(app, "sg", "Fingerprint-reader boards", "nyxus sg led on");
+    sg.needing_command();
     for (const Order& row : orders)
-        add_order(*sg, arguments, row, "nyxus sg ");
-    CLI::App* mode = add_command(*sg, "mode", "How the sensor works", "nyxus sg mode snapshot");
-    mode->require_subcommand(1);
+        add_order(sg, arguments, row, "nyxus sg ");
+    Command& mode = add_command(sg, "mode", "How the sensor works", "nyxus sg mode snapshot");
+    mode.needing_command();
     for (const Order& row : modes)
-        add_order(*mode, arguments, row, "nyxus sg mode ");
+        add_order(mode, arguments, row, "nyxus sg mode ");
     for (const SwitchOrder& row : switch_orders)
-        add_switch_order(*sg, arguments, row, options);
+        add_switch_order(sg, arguments, row, options);
     for (const Question& row : questions)
-        add_question(*sg, arguments, row);
-    add_window(*sg, arguments, options);
+        add_question(sg, arguments, row);
+    add_window(sg, arguments, options);
 }
 
 } // namespace tool

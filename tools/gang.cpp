@@ -4,6 +4,7 @@
 #include "camera_list.h"
 #include "commands.h"
 #include "failure.h"
+#include "files/pipe.h"
 #include "gang_display.h"
 #include "image_file.h"
 #include "json_text.h"
@@ -51,9 +52,9 @@ class Interrupts {
 public:
     Interrupts()
     {
-        if (pipe2(ends_.data(), O_CLOEXEC | O_NONBLOCK) != 0)
+        if (!pipe_.read_end)
             throw Failure(kExitFailure, std::string("cannot make a pipe: ") + std::strerror(errno));
-        write_end = ends_[1];
+        write_end = pipe_.write_end.get();
         for (size_t i = 0; i < kSignals.size(); ++i)
             replace(kSignals[i], old_[i]);
     }
@@ -62,17 +63,15 @@ public:
         for (size_t i = 0; i < kSignals.size(); ++i)
             sigaction(kSignals[i], &old_[i], nullptr);
         write_end = -1;
-        close(ends_[0]);
-        close(ends_[1]);
     }
     Interrupts(const Interrupts&) = delete;
     Interrupts& operator=(const Interrupts&) = delete;
 
-    int fd() const { return ends_[0]; }
+    int fd() const { return pipe_.read_end.get(); }
     size_t take() const
     {
         char bytes[16];
-        const ssize_t count = read(ends_[0], bytes, sizeof bytes);
+        const ssize_t count = read(fd(), bytes, sizeof bytes);
         return count > 0 ? static_cast<size_t>(count) : 0;
     }
 
@@ -95,7 +94,7 @@ private:
 
     static constexpr std::array kSignals = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
     static inline volatile std::sig_atomic_t write_end = -1;
-    std::array<int, 2> ends_{-1, -1};
+    files::Pipe pipe_ = files::make_pipe(O_NONBLOCK);
     std::array<struct sigaction, kSignals.size()> old_{};
 };
 
@@ -425,8 +424,8 @@ ExitCode plan_gang(Console& console, const Arguments& arguments, const Run& plan
         } catch (const Failure& failure) {
             console.drain();
             if (arguments.json) {
-                Values values = json_of(job.camera);
-                values["error"] = json_of(failure);
+                Members values = json_of(job.camera);
+                values.push_back({"error", json_of(failure)});
                 console.display().say(json_line(values));
             }
             console.display().warn("nyxus: " + job.camera.port + ": " + failure.text());

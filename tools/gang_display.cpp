@@ -15,10 +15,6 @@ constexpr size_t kPhaseColumns = 12;
 constexpr size_t kSmallestBar = 5;
 constexpr size_t kLargestBar = 24;
 constexpr size_t kLongestLabel = 18;
-constexpr char kRed[] = "\033[31m";
-constexpr char kGreen[] = "\033[32m";
-constexpr char kYellow[] = "\033[33m";
-constexpr char kPlain[] = "\033[0m";
 
 using Clock = std::chrono::steady_clock;
 
@@ -133,10 +129,6 @@ public:
         if (job.state == Job::State::kEnded)
             display_.put_event(json_line(job.result));
     }
-    void note(const Job& job, const std::string& line) override
-    {
-        display_.warn(job.camera.port + ": " + line);
-    }
     void warn(const std::string& line) override { display_.warn(line); }
     void tick() override {}
     void finish(const Summary& summary) override { display_.put_event(json_line(summary)); }
@@ -163,10 +155,6 @@ public:
         if (!is_good(job.result.outcome))
             display_.say(label + state_and_advice(job));
     }
-    void note(const Job& job, const std::string& line) override
-    {
-        display_.warn(job.camera.port + ": " + line);
-    }
     void warn(const std::string& line) override { display_.warn(line); }
     void tick() override {}
     void finish(const Summary& summary) override { display_.say(summary_text(summary)); }
@@ -189,10 +177,6 @@ public:
     ~LiveView() override { erase(); }
 
     void changed(const Job&) override { draw(); }
-    void note(const Job& job, const std::string& line) override
-    {
-        warn(job.camera.port + ": " + line);
-    }
     void warn(const std::string& line) override
     {
         erase();
@@ -278,10 +262,10 @@ private:
             return label + std::string("waiting").substr(0, room);
         if (job.state == Job::State::kRunning)
             return label + running(job.progress, room);
-        const char* colour = is_good(job.result.outcome)              ? kGreen
-                             : job.result.outcome == Outcome::kFailed ? kRed
-                                                                      : kYellow;
-        return label + coloured(cut(result_text(job.result), room), colour);
+        const Colour colour = is_good(job.result.outcome)              ? Colour::kGreen
+                              : job.result.outcome == Outcome::kFailed ? Colour::kRed
+                                                                       : Colour::kYellow;
+        return label + display_.coloured(cut(result_text(job.result), room), colour);
     }
 
     std::string running(const Progress& progress, size_t room) const
@@ -301,22 +285,11 @@ private:
             with_time.append("  ").append(clock_text(*remaining)).append(" left");
         for (const std::string& tail : {with_time, with_rate, percent}) {
             const size_t fixed = phase.size() + 2 + tail.size();
-            if (room >= fixed + kSmallestBar) {
-                return std::string(phase)
-                    .append(bar(share, std::min(room - fixed, kLargestBar)))
-                    .append(tail);
-            }
+            const size_t width = std::min(room - fixed, kLargestBar);
+            if (room >= fixed + kSmallestBar)
+                return phase + display_.bar(share * width / 100, width) + tail;
         }
         return (phase + percent).substr(0, room);
-    }
-
-    std::string bar(unsigned percent, size_t width) const
-    {
-        const size_t full = percent * width / 100;
-        std::string cells = std::string(full, '=') + std::string(width - full, ' ');
-        if (full < width)
-            cells[full] = '>';
-        return "[" + coloured(cells, kGreen) + "]";
     }
 
     /// Whole characters of a UTF-8 text.
@@ -328,11 +301,6 @@ private:
             --columns;
         text.resize(columns);
         return text;
-    }
-
-    std::string coloured(const std::string& text, const char* colour) const
-    {
-        return display_.has_colour() ? colour + text + kPlain : text;
     }
 
     Display& display_;

@@ -30,7 +30,7 @@ public:
     /// A job has begun, entered a phase, or ended.
     virtual void changed(const Job& job) = 0;
     /// A line about a job, for standard error.
-    virtual void note(const Job& job, const std::string& line) = 0;
+    void note(const Job& job, const std::string& line) { warn(job.camera.port + ": " + line); }
     /// A line about the whole, for standard error.
     virtual void warn(const std::string& line) = 0;
     /// About ten times a second.

@@ -40,9 +40,9 @@ std::string state_of(const Pins& pins, uint32_t index)
 void print_pins(Session& session)
 {
     const Pins pins = read_pins(session);
-    Values values;
+    Members values;
     for (uint32_t index = 0; index < kPinCount; ++index)
-        values["gpio_" + std::to_string(index)] = state_of(pins, index);
+        values.push_back({"gpio_" + std::to_string(index), state_of(pins, index)});
     session.print(values);
 }
 
@@ -60,20 +60,19 @@ void set_pin(Session& session, uint32_t index, const std::string& level)
 
 } // namespace
 
-void add_gpio_command(CLI::App& app, Arguments& arguments)
+void add_gpio_command(Command& app, Arguments& arguments)
 {
     struct Options {
         uint32_t index = 0;
         std::string level;
     };
-    CLI::App* command =
+    Command& command =
         add_command(app, "gpio", "Drive a pin of the controller, or show all", "nyxus gpio 5 high");
     const auto options = std::make_shared<Options>();
-    CLI::Option* index =
-        add_number(command, "INDEX", options->index, 0, kPinCount - 1, "Pin; without: show all");
-    CLI::Option* level =
-        add_choice(command, "LEVEL", options->level, {"high", "low"}, "high or low");
-    index->needs(level);
+    Option& index =
+        add_number(command, "INDEX", &options->index, 0, kPinCount - 1, "Pin; without: show all");
+    Option& level = add_choice(command, "LEVEL", &options->level, {"high", "low"}, "high or low");
+    index.needing(level);
     set_writing_action(command, arguments, [options](Session& session) {
         if (options->level.empty()) {
             print_pins(session);

@@ -236,15 +236,6 @@ void run_version(Session& session, const Options&)
     session.print({{"version", format("%u.%02X", version[1], version[0])}});
 }
 
-/// All settings of a row, or none.
-CLI::Option* add_optional(CLI::App* command, const char* name, std::optional<uint32_t>& value,
-                          uint32_t least, uint32_t most, const char* help)
-{
-    return as_number(command->add_option(name, value, help + format(" (%u to %u)", least, most)))
-        ->type_name("")
-        ->check(CLI::Range(least, most).description(""));
-}
-
 void check_qp_order(const Options& options)
 {
     if (options.least && options.most && *options.least > *options.most)
@@ -263,45 +254,45 @@ struct Row {
     const char* summary;
     const char* example;
     void (*run)(Session&, const Options&);
-    void (*add_options)(CLI::App*, Options&);
+    void (*add_options)(Command&, Options&);
     bool writes = true;
 };
 
-void add_nothing(CLI::App*, Options&) {}
+void add_nothing(Command&, Options&) {}
 
-void add_mode(CLI::App* command, Options& o)
+void add_mode(Command& command, Options& o)
 {
-    add_choice(command, "MODE", o.mode, kModes, "cbr, vbr or constant-qp; without: ask");
+    add_choice(command, "MODE", &o.mode, kModes, "cbr, vbr or constant-qp; without: ask");
 }
 
-void add_rates(CLI::App* command, Options& o)
+void add_rates(Command& command, Options& o)
 {
-    CLI::Option* peak = add_optional(command, "PEAK", o.peak, 1, kMost32, "bit/s; without: ask");
-    peak->needs(add_optional(command, "AVERAGE", o.average, 1, kMost32, "bit/s"));
+    Option& peak = add_number(command, "PEAK", &o.peak, 1, kMost32, "bit/s; without: ask");
+    peak.needing(add_number(command, "AVERAGE", &o.average, 1, kMost32, "bit/s"));
 }
 
-void add_qp(CLI::App* command, Options& o)
+void add_qp(Command& command, Options& o)
 {
-    CLI::Option* types = add_optional(command, "TYPES", o.frame_types, 1, kMostFrameTypes,
-                                      "Sum of 1 = I, 2 = P, 4 = B frames; without: ask");
-    CLI::Option* least = add_optional(command, "LEAST", o.least, 0, kMostQp, "Least QP");
-    types->needs(least);
-    least->needs(add_optional(command, "MOST", o.most, 0, kMostQp, "Most QP"));
+    Option& types = add_number(command, "TYPES", &o.frame_types, 1, kMostFrameTypes,
+                               "Sum of 1 = I, 2 = P, 4 = B frames; without: ask");
+    Option& least = add_number(command, "LEAST", &o.least, 0, kMostQp, "Least QP");
+    types.needing(least);
+    least.needing(add_number(command, "MOST", &o.most, 0, kMostQp, "Most QP"));
 }
 
-void add_period(CLI::App* command, Options& o)
+void add_period(Command& command, Options& o)
 {
-    add_optional(command, "FRAMES", o.period, 1, kMost16, "Frames; without: ask");
+    add_number(command, "FRAMES", &o.period, 1, kMost16, "Frames; without: ask");
 }
 
-void add_format(CLI::App* command, Options& o)
+void add_format(Command& command, Options& o)
 {
-    add_optional(command, "FORMAT", o.stream_format, 0, 1, "Format; without: ask");
+    add_number(command, "FORMAT", &o.stream_format, 0, 1, "Format; without: ask");
 }
 
-void add_frame(CLI::App* command, Options& o)
+void add_frame(Command& command, Options& o)
 {
-    add_choice(command, "TYPE", o.frame, kFrames, "i, idr or idr-with-headers")->required();
+    add_choice(command, "TYPE", &o.frame, kFrames, "i, idr or idr-with-headers").required();
 }
 
 // clang-format off
@@ -320,19 +311,18 @@ constexpr Row rows[] = {
 
 } // namespace
 
-void add_h264_command(CLI::App& app, Arguments& arguments)
+void add_h264_command(Command& app, Arguments& arguments)
 {
     const auto options = std::make_shared<Options>();
-    CLI::App* h264 =
+    Command& h264 =
         add_command(app, "h264", "The H.264 encoder", "nyxus h264 bitrate 4000000 2000000");
-    h264->require_subcommand(1);
-    h264->add_flag("--published-order", options->published_order,
-                   "For firmware that expects length and request the other way round");
-    add_optional(h264, "--layer", options->layer, 0, kMost16,
-                 "Layer of the stream whose setting is made")
-        ->type_name("N");
+    h264.needing_command();
+    h264.flag("--published-order", &options->published_order,
+              "For firmware that expects length and request the other way round");
+    add_number(h264, "--layer", &options->layer, 0, kMost16,
+               "Layer of the stream whose setting is made");
     for (const Row& row : rows) {
-        CLI::App* command = add_command(*h264, row.name, row.summary, row.example);
+        Command& command = add_command(h264, row.name, row.summary, row.example);
         row.add_options(command, *options);
         const auto set = row.writes ? set_writing_action : set_action;
         set(

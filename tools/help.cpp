@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "help.h"
 
-#include "command_line.h"
 #include "text.h"
 #include "text/nearest.h"
 
@@ -9,7 +8,6 @@
 #include <iostream>
 #include <iterator>
 #include <memory>
-#include <sstream>
 
 namespace tool {
 
@@ -23,175 +21,162 @@ constexpr size_t kCommandColumns = 17;
 std::string row(const std::string& name, const std::string& text, size_t columns)
 {
     const bool fits = name.size() + 4 <= columns;
-    std::string lines =
+    const std::string head =
         fits ? padded("  " + name, columns) : "  " + name + "\n" + std::string(columns, ' ');
-    size_t column = columns;
-    std::istringstream words(text);
-    for (std::string word; words >> word;) {
-        if (column > columns && column + 1 + word.size() > kWidth) {
-            lines += "\n" + std::string(columns, ' ');
-            column = columns;
-        }
-        lines += (column > columns ? " " : "") + word;
-        column += word.size() + (column > columns ? 1 : 0);
+    return head + text::wrapped(text, columns, kWidth) + "\n";
+}
+
+std::string option_row(const Option& option)
+{
+    std::string name;
+    for (const std::string& spelling : option.names)
+        name += (name.empty() ? "" : " ") + spelling;
+    if (!option.is_argument() && option.takes_value())
+        name += " " + option.value_name;
+    std::string text = option.help;
+    for (const Option* needed : option.needs)
+        text += " (needs " + needed->name() + ")";
+    if (!option.default_text.empty())
+        text += " [" + option.default_text + "]";
+    return row(name, text, kOptionColumns);
+}
+
+/// The rows of a command's arguments, or those of its options; "" when there is none.
+std::string option_rows(const Command& command, const std::string& heading, bool of_arguments)
+{
+    std::string rows;
+    for (const Option& option : command.options()) {
+        if (option.is_argument() == of_arguments)
+            rows += option_row(option);
     }
-    return lines + "\n";
+    return rows.empty() ? "" : "\n" + heading + ":\n" + rows;
 }
 
-const CLI::App* root_of(const CLI::App* app)
+/// Under their headings, which follow each other as the commands do.
+std::string command_rows(const Command& command)
 {
-    while (app->get_parent() != nullptr)
-        app = app->get_parent();
-    return app;
+    std::string rows;
+    std::string heading;
+    for (const Command& below : command.commands()) {
+        const std::string group = below.group().empty() ? "Commands" : below.group();
+        if (group != heading)
+            rows += "\n" + group + ":\n";
+        heading = group;
+        rows += row(below.name(), below.summary(), kCommandColumns);
+    }
+    return rows;
 }
 
-/// "nyxus osd datetime"
-std::string call_of(const CLI::App* app)
+/// "FILE", "[BYTES(4x)]", "[CODE...]"
+std::string usage_of(const Option& argument)
 {
-    const CLI::App* parent = app->get_parent();
-    return parent == nullptr ? app->get_name() : call_of(parent) + " " + app->get_name();
+    std::string usage = argument.name();
+    if (argument.most == Option::kAnyNumber) {
+        usage += "...";
+    } else if (argument.most > 1) {
+        usage += format("(%dx)", argument.fewest);
+    }
+    return argument.is_required ? usage : "[" + usage + "]";
 }
 
-/// The command that was chosen last, down the tree.
-const CLI::App* chosen_command(const CLI::App* app)
+std::string usage_of(const Command& command)
 {
-    for (auto chosen = app->get_subcommands(); !chosen.empty(); chosen = app->get_subcommands())
-        app = chosen.front();
-    return app;
+    std::string usage = "Usage: " + command.call();
+    if (!command.commands().empty())
+        usage += command.needs_command() ? " COMMAND ..." : " [COMMAND ...]";
+    for (const Option& option : command.options()) {
+        if (option.is_argument())
+            usage += " " + usage_of(option);
+    }
+    return usage + " [OPTIONS]\n";
 }
 
-std::vector<std::string> command_names(const CLI::App* app)
+command_line::Words command_names(const Command& command)
 {
-    std::vector<std::string> names;
-    std::ranges::transform(app->get_subcommands({}), std::back_inserter(names),
-                           [](const CLI::App* command) { return command->get_name(); });
+    command_line::Words names;
+    std::ranges::transform(command.commands(), std::back_inserter(names), &Command::name);
     return names;
 }
 
 /// "--size" of this command and of all above it.
-std::vector<std::string> option_names(const CLI::App* app)
+command_line::Words option_names(const Command* command)
 {
-    std::vector<std::string> names;
-    for (; app != nullptr; app = app->get_parent()) {
-        for (const CLI::Option* option : app->get_options()) {
-            for (const std::string& name : option->get_lnames())
-                names.push_back("--" + name);
+    command_line::Words names = {};
+    for (; command != nullptr; command = command->parent()) {
+        for (const Option& option : command->options()) {
+            if (option.name().starts_with("--"))
+                names.push_back(option.name());
         }
     }
     return names;
 }
 
-std::string no_command(const CLI::App* app, const std::string& word)
+std::string no_command(const Command& command, const std::string& word)
 {
-    return "there is no command '" + printable(call_of(app) + " " + word) + "'" +
-           text::did_you_mean(word, command_names(app));
+    return "there is no command " + in_quotes(command.call() + " " + word) +
+           text::did_you_mean(word, command_names(command));
 }
 
 /// Why a command does not take a word.
-std::string unexpected(const CLI::App* command, const std::string& word)
+std::string unexpected(const Command& command, const std::string& word)
 {
     if (word.starts_with("-")) {
-        return "there is no option '" + printable(word) + "'" +
-               text::did_you_mean(word.substr(0, word.find('=')), option_names(command));
+        return "there is no option " + in_quotes(word) +
+               text::did_you_mean(word.substr(0, word.find('=')), option_names(&command));
     }
-    if (!command->get_subcommands({}).empty())
+    if (!command.commands().empty())
         return no_command(command, word);
-    return "'" + printable(word) + "' is one argument too many";
+    return in_quotes(word) + " is one argument too many";
 }
 
-const CLI::App* command_below(const CLI::App* app, const std::string& name)
+void print_help(const Command& app, const command_line::Words& words)
 {
-    const auto found =
-        app->get_subcommands([&](const CLI::App* command) { return command->get_name() == name; });
-    if (found.empty())
-        throw CLI::ValidationError(no_command(app, name));
-    return found.front();
+    const Command* command = &app;
+    for (const std::string& word : words) {
+        const Command* below = command->command_named(word);
+        if (below == nullptr)
+            throw command_line::UsageError(no_command(*command, word));
+        command = below;
+    }
+    std::cout << help_of(*command);
 }
 
 } // namespace
 
-HelpFormatter::HelpFormatter()
+std::string help_of(const Command& command)
 {
-    label("Positionals", "Arguments");
+    const Command& root = command.root();
+    const bool is_root = &command == &root;
+    const size_t example_end = command.footer().find('\n');
+    std::string text = command.summary() + "\n" + usage_of(command);
+    text += "\nExample:\n  " + command.footer().substr(0, example_end) + "\n";
+    text += option_rows(command, "Arguments", true) + command_rows(command);
+    if (!is_root)
+        text += option_rows(command, "Options", false);
+    text += option_rows(root, is_root ? "Options" : "Options of all commands", false);
+    return example_end == std::string::npos ? text
+                                            : text + command.footer().substr(example_end + 1);
 }
 
-std::string HelpFormatter::make_help(const CLI::App* app, std::string name,
-                                     CLI::AppFormatMode mode) const
+void add_help_command(Command& app, Arguments&)
 {
-    const CLI::App* root = root_of(app);
-    std::string text = app->get_description() + "\n" + make_usage(app, std::move(name));
-    const std::string footer = app->get_footer();
-    const size_t example_end = footer.find('\n');
-    text += "\nExample:\n  " + footer.substr(0, example_end) + "\n";
-    text += make_positionals(app) + make_subcommands(app, mode);
-    if (app != root)
-        text += make_groups(app, CLI::AppFormatMode::Sub);
-    const auto general = root->get_options([](const CLI::Option* o) { return o->nonpositional(); });
-    text += make_group(app == root ? "Options" : "Options of all commands", false, general);
-    return example_end == std::string::npos ? text : text + footer.substr(example_end + 1);
+    Command& help = add_command(app, "help", "Explain a command", "nyxus help osd string");
+    const auto words = std::make_shared<command_line::Words>();
+    help.text("COMMAND", words.get(), "Command to explain; without: the program");
+    help.does([&app, words] { print_help(app, *words); });
 }
 
-std::string HelpFormatter::make_usage(const CLI::App* app, std::string) const
+std::string complaint_about(const command_line::Mistake& mistake)
 {
-    std::string usage = "Usage: " + call_of(app);
-    if (!app->get_subcommands({}).empty()) {
-        usage += app->get_require_subcommand_min() == 0 && app->get_parent() != nullptr
-                     ? " [COMMAND ...]"
-                     : " COMMAND ...";
-    }
-    for (const CLI::Option* option :
-         app->get_options([](const CLI::Option* o) { return o->get_positional(); }))
-        usage += " " + make_option_usage(option);
-    return usage + " [OPTIONS]\n";
-}
-
-std::string HelpFormatter::make_subcommand(const CLI::App* command) const
-{
-    return row(command->get_name(), command->get_description(), kCommandColumns);
-}
-
-std::string HelpFormatter::make_option(const CLI::Option* option, bool is_positional) const
-{
-    std::string name = make_option_name(option, is_positional);
-    if (!is_positional && option->get_type_size() != 0)
-        name += " " + option->get_type_name();
-    std::ranges::replace(name, ',', ' ');
-    std::string text = option->get_description();
-    for (const CLI::Option* needed : option->get_needs())
-        text += " (needs " + needed->get_name() + ")";
-    const std::string usual = option->get_default_str();
-    return row(name, text + (usual.empty() ? "" : " [" + usual + "]"), kOptionColumns);
-}
-
-void add_help_command(CLI::App& app, Arguments&)
-{
-    CLI::App* help = add_command(app, "help", "Explain a command", "nyxus help osd string");
-    const auto words = std::make_shared<std::vector<std::string>>();
-    help->add_option("COMMAND", *words, "Command to explain; without: the program")->type_name("");
-    help->callback([&app, words] {
-        const CLI::App* command = &app;
-        for (const std::string& word : *words)
-            command = command_below(command, word);
-        std::cout << app.get_formatter()->make_help(command, "", CLI::AppFormatMode::Sub);
-        throw CLI::Success();
-    });
-}
-
-std::string usage_error(const CLI::App* app, const CLI::Error& error)
-{
-    const CLI::App* command = chosen_command(app);
-    const auto is = [&](CLI::ExitCodes code) {
-        return error.get_exit_code() == static_cast<int>(code);
-    };
-    std::string text = error.what();
-    const bool lacks = is(CLI::ExitCodes::RequiredError);
+    const Command& command = mistake.command;
+    std::string text = mistake.text;
     // What is too much explains best what is missing.
-    if ((lacks || is(CLI::ExitCodes::ExtrasError)) && !app->remaining(true).empty()) {
-        text = unexpected(command, app->remaining(true).front());
-    } else if (lacks && !command->get_subcommands({}).empty()) {
-        text = "which command? There are " + CLI::detail::join(command_names(command), ", ");
+    if ((mistake.lacks || mistake.is_surplus) && !mistake.surplus.empty()) {
+        text = unexpected(command, mistake.surplus.front());
+    } else if (mistake.lacks && !command.commands().empty()) {
+        text = "which command? There are " + listed(command_names(command));
     }
-    return "nyxus: " + text + "; see '" + call_of(command) + " --help'\n";
+    return "nyxus: " + text + "; see '" + command.call() + " --help'\n";
 }
 
 } // namespace tool

@@ -80,34 +80,31 @@ void run_config(Session& session, const Options& options)
 
 } // namespace
 
-void add_i2c_command(CLI::App& app, Arguments& arguments)
+void add_i2c_command(Command& app, Arguments& arguments)
 {
     const auto options = std::make_shared<Options>();
-    CLI::App* command =
+    Command& command =
         add_command(app, "i2c", "Talk to a device on the camera's I2C bus", "nyxus i2c get 0x10 4");
-    command->require_subcommand(1);
+    command.needing_command();
 
-    CLI::App* get = add_command(*command, "get", "Read registers of the configured device",
-                                "nyxus i2c get 0x10 4");
-    add_address(get, options->address, 0, kLastRegister);
-    add_number(get, "LENGTH", options->length, 1, kMostBytes, "Bytes");
+    Command& get = add_command(command, "get", "Read registers of the configured device",
+                               "nyxus i2c get 0x10 4");
+    add_address(get, &options->address, 0, kLastRegister);
+    add_number(get, "LENGTH", &options->length, 1, kMostBytes, "Bytes");
     set_action(get, arguments, [options](Session& session) { run_get(session, *options); });
 
-    CLI::App* set = add_command(*command, "set", "Write registers of the configured device",
-                                "nyxus i2c set 0x10 0x12 0x34");
-    add_address(set, options->address, 0, kLastRegister);
-    add_bytes(set, "BYTES", options->bytes, "1 to 8 bytes")
-        ->required()
-        ->expected(1, static_cast<int>(kMostBytes));
+    Command& set = add_command(command, "set", "Write registers of the configured device",
+                               "nyxus i2c set 0x10 0x12 0x34");
+    add_address(set, &options->address, 0, kLastRegister);
+    set.number("BYTES", &options->bytes, kByteRange, "1 to 8 bytes")
+        .required()
+        .times(1, kMostBytes);
     set_writing_action(set, arguments, [options](Session& session) { run_set(session, *options); });
 
-    CLI::App* config =
-        add_command(*command, "config", "Choose the device, or ask", "nyxus i2c config 0x60");
-    as_number(
-        config->add_option("BYTE", options->config,
-                           "Device address in 8-bit form, bit 0 = addressing mode (0 to 255)"))
-        ->type_name("")
-        ->check(CLI::Range(0U, 0xFFU).description(""));
+    Command& config =
+        add_command(command, "config", "Choose the device, or ask", "nyxus i2c config 0x60");
+    config.number("BYTE", &options->config, kByteRange,
+                  "Device address in 8-bit form, bit 0 = addressing mode (0 to 255)");
     set_writing_action(config, arguments,
                        [options](Session& session) { run_config(session, *options); });
 }

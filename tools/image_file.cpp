@@ -29,16 +29,16 @@ uint32_t checked_size(const std::string& path, uint32_t capacity, const char* ki
 {
     struct stat status;
     if (stat(path.c_str(), &status) != 0)
-        throw Failure(kExitFailure, "cannot read '" + path + "': " + std::strerror(errno));
+        throw Failure(kExitFailure, "cannot read " + in_quotes(path) + ": " + std::strerror(errno));
     if (S_ISDIR(status.st_mode))
-        throw Failure(kExitFailure, "cannot read '" + path + "': it is a folder");
+        throw Failure(kExitFailure, "cannot read " + in_quotes(path) + ": it is a folder");
     if (!S_ISREG(status.st_mode))
-        throw Failure(kExitFailure, "cannot read '" + path + "': it is not a plain file");
+        throw Failure(kExitFailure, "cannot read " + in_quotes(path) + ": it is not a plain file");
     if (status.st_size == 0)
-        throw Failure(kExitImageRefused, "'" + path + "' is empty");
+        throw Failure(kExitImageRefused, in_quotes(path) + " is empty");
     if (status.st_size > capacity) {
         throw Failure(kExitImageRefused,
-                      "'" + path + "' is too large for " + kind +
+                      in_quotes(path) + " is too large for " + kind +
                           format(": %lld bytes, at most %u are possible",
                                  static_cast<long long>(status.st_size), capacity));
     }
@@ -47,13 +47,13 @@ uint32_t checked_size(const std::string& path, uint32_t capacity, const char* ki
 
 Failure read_failure(const std::string& path, int32_t status)
 {
-    const Failure failure = library_failure("cannot read '" + path + "'", status);
+    const Failure failure = library_failure("cannot read " + in_quotes(path), status);
     return {kExitFailure, failure.text()};
 }
 
 std::string two_characters(const uint8_t* text)
 {
-    return "'" + printable(std::string(text, text + 2)) + "'";
+    return in_quotes({reinterpret_cast<const char*>(text), 2});
 }
 
 /// On a camera with SPI flash, a smaller size would make the probe look for an EEPROM. The other
@@ -83,7 +83,7 @@ void load_firmware(const std::string& path)
         throw read_failure(path, nyxus_errno);
     if (nyxus_fw_bin_size < kSmallestFirmware) {
         throw Failure(kExitImageRefused,
-                      "'" + path + "' is no firmware image: " +
+                      in_quotes(path) + " is no firmware image: " +
                           format("only %u bytes before the erased rest", nyxus_fw_bin_size));
     }
 }
@@ -94,7 +94,7 @@ void load_rom_contents(const std::string& path)
     const std::vector<uint8_t> contents = load_image(path, kLargestRom);
     if (contents.size() < kSmallestFirmware || contents.size() > NYXUS_FW_BIN_CAPACITY) {
         throw Failure(kExitImageRefused,
-                      "'" + path + "' holds no firmware: " +
+                      in_quotes(path) + " holds no firmware: " +
                           format("%zu bytes before the erased rest; 66 to %u are possible",
                                  contents.size(), NYXUS_FW_BIN_CAPACITY));
     }

@@ -76,37 +76,34 @@ std::string features(const NyDevice& device)
     return list.empty() ? "none" : list.substr(0, list.size() - 2);
 }
 
-Values json_info(const Camera& camera)
+Members json_info(const Camera& camera)
 {
     const NyDevice& device = camera.device();
-    const CameraEntry& entry = camera.entry();
-    Values object = {
-        {"bus", entry.bus},
-        {"address", entry.address},
-        {"port_path", entry.port_path},
-        {"serial", entry.serial},
-        {"product", entry.product},
-        {"chip", camera.chip()},
-        {"family", camera.family()},
-        {"internal_firmware", printable_field(device.szIntFwVer, sizeof device.szIntFwVer)},
-        {"runs", camera.runs_external_firmware() ? "external firmware" : "mask ROM"},
-        {"external_firmware", device.wExtFwVer},
-        {"sensor_application", device.wExtSensorApId},
-        {"set_file", device.oFwStatus.xSetfileExist != 0 ? set_file(device) : ""},
-        {"xu_version",
-         device.xFeatureXU != 0 ? Values(device.oXuCtrlVer.wVersion) : Values(nullptr)},
-        {"memory_extension", device.xFeatureEM != 0},
-    };
-    object["rom"] = {{"kind", rom_kind(camera)},
-                     {"size_bytes", device.dwExtRomSize},
-                     {"holds_firmware", camera.rom_state() == RomState::kFirmware}};
+    Members rom = {{"kind", rom_kind(camera)},
+                   {"size_bytes", device.dwExtRomSize},
+                   {"holds_firmware", camera.rom_state() == RomState::kFirmware}};
     if (camera.is_spi()) {
-        object["rom"]["id"] = flash_id(device);
+        rom.push_back({"id", flash_id(device)});
         if (is_listed(device)) {
-            object["rom"]["part"] = flash_part(device);
-            object["rom"]["part_size_bytes"] = flash_kib(device) * 1024;
+            rom.push_back({"part", flash_part(device)});
+            rom.push_back({"part_size_bytes", flash_kib(device) * 1024});
         }
     }
+    Members object = json_of(camera.entry());
+    object.insert(
+        object.end(),
+        {
+            {"chip", camera.chip()},
+            {"family", camera.family()},
+            {"internal_firmware", printable_field(device.szIntFwVer, sizeof device.szIntFwVer)},
+            {"runs", camera.runs_external_firmware() ? "external firmware" : "mask ROM"},
+            {"external_firmware", device.wExtFwVer},
+            {"sensor_application", device.wExtSensorApId},
+            {"set_file", device.oFwStatus.xSetfileExist != 0 ? set_file(device) : ""},
+            {"xu_version", device.xFeatureXU != 0 ? Value(device.oXuCtrlVer.wVersion) : Value()},
+            {"memory_extension", device.xFeatureEM != 0},
+            {"rom", rom},
+        });
     return object;
 }
 
@@ -152,9 +149,9 @@ static ExitCode run_info(Console& console, const Arguments& arguments)
     return kExitOk;
 }
 
-void add_info_command(CLI::App& app, Arguments& arguments)
+void add_info_command(Command& app, Arguments& arguments)
 {
-    CLI::App* command =
+    Command& command =
         add_command(app, "info", "Show what a camera says about itself, its firmware and its ROM",
                     "nyxus info -c 1-2");
     set_run(command, arguments, run_info);

@@ -20,7 +20,6 @@ namespace tool {
 
 namespace {
 
-constexpr uint32_t kHeaderBytes = 0x40;
 constexpr char kIncomplete[] = "the ROM is incomplete now, run the upgrade again";
 constexpr char kStopped[] =
     "the ROM is incomplete; run the upgrade again before the camera is reset or unplugged";
@@ -31,17 +30,6 @@ constexpr char kUntouched[] = "nothing was written";
 constexpr char kFinishing[] =
     "nyxus: interrupted: the ROM is completed first, which takes a few seconds; a second interrupt "
     "stops at once\n";
-
-/// The transfers of an upgrade in their order.
-std::vector<uint32_t> transfer_sizes(bool with_mfi)
-{
-    std::vector<uint32_t> sizes;
-    if (with_mfi)
-        sizes.push_back(static_cast<uint32_t>(mfi().size()));
-    sizes.push_back(static_cast<uint32_t>(firmware().size()) - kHeaderBytes);
-    sizes.push_back(kHeaderBytes);
-    return sizes;
-}
 
 /// What an end means for the camera when its ROM holds this.
 const char* consequence_of(RomContents rom)
@@ -92,8 +80,7 @@ bool runs_its_rom(const Camera& camera)
 
 void program(Console& console, Camera& camera, bool with_mfi, RomContents& rom)
 {
-    RomWatcher watcher(console.display(),
-                       MarkCounter(camera.exchange_bytes(), transfer_sizes(with_mfi)));
+    RomWatcher watcher(console.display(), firmware().size() + (with_mfi ? mfi().size() : 0));
     const bool ran_its_rom = runs_its_rom(camera);
     rom_will_change(camera);
     last_words::set_consequence(kStopped, to_text(RomContents::kIncomplete));

@@ -55,14 +55,11 @@ std::string line_of(const Step& step)
            (step.bytes == 0 ? "" : format(": %u bytes from 0x%04X", step.bytes, step.address));
 }
 
-Values json_of(const Step& step)
+Members json_of(const Step& step)
 {
-    Values object = {{"step", step.name}};
-    if (step.bytes != 0) {
-        object["address"] = step.address;
-        object["bytes"] = step.bytes;
-    }
-    return object;
+    if (step.bytes == 0)
+        return {{"step", step.name}};
+    return {{"step", step.name}, {"address", step.address}, {"bytes", step.bytes}};
 }
 
 } // namespace
@@ -71,17 +68,18 @@ void print_install_plan(Console& console, const Arguments& arguments, Camera& ca
                         std::span<const uint8_t> before)
 {
     std::string text = "to be done with " + camera.name() + ":";
-    Values values = json_of(label_of(camera));
-    values["steps"] = Values::array();
+    Value::List steps;
     Cost cost;
     for (const Step& step : steps_of(camera, arguments, with_mfi)) {
         text += "\n" + line_of(step);
-        values["steps"].push_back(json_of(step));
+        steps.emplace_back(json_of(step));
         cost += step.cost;
     }
+    Members values = json_of(label_of(camera));
+    values.push_back({"steps", steps});
     if (const auto remark = reserved_area_remark(camera, before, arguments); !remark.empty()) {
         text += "\n" + remark;
-        values["remark"] = remark;
+        values.push_back({"remark", remark});
     }
     print_dry_run(console, arguments, camera, text, values, cost,
                   camera.is_spi() ? kFlashTime : "");
@@ -90,9 +88,9 @@ void print_install_plan(Console& console, const Arguments& arguments, Camera& ca
 void print_nothing_to_do(Console& console, const Arguments& arguments, Camera& camera,
                          const std::string& why)
 {
-    Values values = json_of(label_of(camera));
-    values["steps"] = Values::array();
-    values["message"] = why;
+    Members values = json_of(label_of(camera));
+    values.push_back({"steps", Value::List()});
+    values.push_back({"message", why});
     const std::string line = arguments.all ? camera.name() + ": " + why : why;
     print_dry_run(console, arguments, camera, line, values, {});
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "last_line.h"
 
-#include "write_all.h"
+#include "files/write_all.h"
 
 #include <poll.h>
 #include <unistd.h>
@@ -123,7 +123,7 @@ void put(int exit_code, const char* outcome, const char* message, const char* mo
         put_seconds(line);
     }
     line << (is_result ? "}\n" : "}}\n");
-    (void)write_before_end(out_fd, line.text());
+    (void)files::write_before_end(out_fd, line.text());
 }
 
 } // namespace tool::last_line

@@ -2,8 +2,8 @@
 #include "last_words.h"
 
 #include "exit_codes.h"
+#include "files/write_all.h"
 #include "last_line.h"
-#include "write_all.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -38,7 +38,7 @@ constexpr int kFatalSignals[] = {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL};
 
 void put(std::string_view text)
 {
-    (void)write_before_end(err_fd, text);
+    (void)files::write_before_end(err_fd, text);
 }
 
 void spill()
@@ -108,6 +108,7 @@ void arm(int captured_pipe, int real_err)
     for (const int signal : kInterrupts)
         catch_unless_ignored(signal);
     std::signal(SIGPIPE, SIG_IGN); // a reader that goes away ends no upgrade in the middle
+    std::signal(SIGXFSZ, SIG_IGN); // a file that may not grow is an error like a full disk
     if (__sanitizer_set_death_callback != nullptr) {
         __sanitizer_set_death_callback(spill);
         return;

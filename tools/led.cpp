@@ -2,6 +2,7 @@
 #include "failure.h"
 #include "feature.h"
 #include "text.h"
+#include "text/numbers.h"
 
 #include <nyxus/error.h>
 #include <nyxus/peripheral.h>
@@ -67,29 +68,27 @@ void run_led(Session& session, uint8_t index, std::optional<uint32_t> wanted)
 
 std::string refuse_state(const std::string& text)
 {
-    uint32_t state = 0;
-    if (!CLI::detail::lexical_cast(text, state) || (state & ~kStateBits) != 0)
+    const auto state = text::parse_number(text);
+    if (!state || (*state & ~uint64_t{kStateBits}) != 0)
         return "Value " + text + " not in range: any sum of 0x08, 0x10 and 0x40";
     return "";
 }
 
 } // namespace
 
-void add_led_command(CLI::App& app, Arguments& arguments)
+void add_led_command(Command& app, Arguments& arguments)
 {
     struct Options {
         uint32_t index = 0;
         std::optional<uint32_t> state;
     };
     constexpr uint32_t kLastIndex = 0xFF;
-    CLI::App* command =
+    Command& command =
         add_command(app, "led", "Set the state of an LED, or ask", "nyxus led 0 0x08");
     const auto options = std::make_shared<Options>();
-    add_number(command, "INDEX", options->index, 0, kLastIndex, "LED")->required();
-    as_number(
-        command->add_option("STATE", options->state, "Sum of 0x08, 0x10 and 0x40; without: ask"))
-        ->type_name("")
-        ->check(CLI::Validator(refuse_state, ""));
+    add_number(command, "INDEX", &options->index, 0, kLastIndex, "LED").required();
+    command.number("STATE", &options->state, "Sum of 0x08, 0x10 and 0x40; without: ask")
+        .refused(refuse_state);
     set_writing_action(command, arguments, [options](Session& session) {
         run_led(session, static_cast<uint8_t>(options->index), options->state);
     });

@@ -8,18 +8,12 @@ namespace tool {
 
 namespace {
 
-Values json_entry(const CameraEntry& entry, const Openable& openable)
+Members json_entry(const CameraEntry& entry, const Openable& openable)
 {
-    Values object = {
-        {"bus", entry.bus},
-        {"address", entry.address},
-        {"port_path", entry.port_path},
-        {"serial", entry.serial},
-        {"product", entry.product},
-        {"openable", openable.libusb_code == 0},
-    };
+    Members object = json_of(entry);
+    object.push_back({"openable", openable.libusb_code == 0});
     if (openable.libusb_code != 0)
-        object["reason"] = openable.reason;
+        object.push_back({"reason", openable.reason});
     return object;
 }
 
@@ -41,11 +35,11 @@ ExitCode say_what_is_wrong(Console& console, const Arguments& arguments)
 ExitCode run_list(Console& console, const Arguments& arguments)
 {
     const std::vector<CameraEntry> cameras = matching_cameras(console, arguments);
-    Values array = Values::array();
+    Value::List array;
     std::string lines = "CAMERA  PORT     SERIAL           PRODUCT";
     for (const CameraEntry& entry : cameras) {
         const Openable openable = try_open(entry);
-        array.push_back(json_entry(entry, openable));
+        array.emplace_back(json_entry(entry, openable));
         lines += "\n" + description(entry);
         if (openable.libusb_code != 0)
             lines += "\n        cannot be opened: " + openable.reason;
@@ -58,9 +52,9 @@ ExitCode run_list(Console& console, const Arguments& arguments)
 
 } // namespace
 
-void add_list_command(CLI::App& app, Arguments& arguments)
+void add_list_command(Command& app, Arguments& arguments)
 {
-    CLI::App* command = add_command(app, "list", "List the connected cameras", "nyxus list --json");
+    Command& command = add_command(app, "list", "List the connected cameras", "nyxus list --json");
     set_run(command, arguments, run_list);
 }
 

@@ -4,6 +4,7 @@
 #include "console.h"
 #include "failure.h"
 #include "json_text.h"
+#include "text.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -64,10 +65,10 @@ int main(int argc, char** argv)
 {
     try {
         const ParsedArguments parsed = parse_arguments(argc, argv);
-        return parsed.finished ? noticing_lost_output(parsed.exit_code)
-                               : run_reporting_failures(parsed.arguments);
+        return parsed.exit_code ? noticing_lost_output(*parsed.exit_code)
+                                : run_reporting_failures(parsed.arguments);
     } catch (const std::exception& failure) {
-        std::fprintf(stderr, "nyxus: %s\n", failure.what());
+        std::fprintf(stderr, "nyxus: %s\n", text::printable_lines(failure.what()).c_str());
         return kExitFailure;
     }
 }

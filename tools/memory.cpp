@@ -32,7 +32,6 @@ constexpr Memory memories[] = {
 
 /// One command moves at most so much; no register block is larger.
 constexpr uint32_t kMostBytes = 0xFF;
-constexpr uint32_t kBytesPerLine = 16;
 
 struct Options {
     uint32_t address = 0;
@@ -61,14 +60,7 @@ std::vector<uint8_t> read_bytes(Session& session, const Memory& memory, uint32_t
 void run_read(Session& session, const Memory& memory, const Options& options)
 {
     const std::vector<uint8_t> bytes = read_bytes(session, memory, options.address, options.length);
-    Values values;
-    for (uint32_t done = 0; done < bytes.size(); done += kBytesPerLine) {
-        const auto begin = bytes.begin() + done;
-        const auto count = std::min<ptrdiff_t>(kBytesPerLine, bytes.end() - begin);
-        values[format("0x%04X", options.address + done)] =
-            std::vector<uint8_t>(begin, begin + count);
-    }
-    session.print(values);
+    session.print(lines_of(bytes, options.address));
 }
 
 void run_write(Session& session, const Memory& memory, const Options& options)
@@ -88,27 +80,27 @@ void run_write(Session& session, const Memory& memory, const Options& options)
                   .read_back = false});
 }
 
-void add_memory(CLI::App& app, Arguments& arguments, const Memory& memory)
+void add_memory(Command& app, Arguments& arguments, const Memory& memory)
 {
     const auto options = std::make_shared<Options>();
     const std::string call = std::string("nyxus ") + memory.name;
-    CLI::App* command = add_command(app, memory.name, std::string("Read or write ") + memory.what,
-                                    call + " read 0x20 4");
-    command->require_subcommand(1);
+    Command& command = add_command(app, memory.name, std::string("Read or write ") + memory.what,
+                                   call + " read 0x20 4");
+    command.needing_command();
 
-    CLI::App* read = add_command(*command, "read", "Read bytes", call + " read 0x20 4");
-    add_address(read, options->address, 0, memory.size - 1);
-    add_number(read, "LENGTH", options->length, 1, kMostBytes, "Bytes");
+    Command& read = add_command(command, "read", "Read bytes", call + " read 0x20 4");
+    add_address(read, &options->address, 0, memory.size - 1);
+    add_number(read, "LENGTH", &options->length, 1, kMostBytes, "Bytes");
     set_action(
         read, arguments,
         [&memory, options](Session& session) { run_read(session, memory, *options); },
         [&memory, options] { check_range(memory, options->address, options->length); });
 
-    CLI::App* write = add_command(*command, "write", "Write bytes", call + " write 0x20 0x12 0x34");
-    add_address(write, options->address, 0, memory.size - 1);
-    add_bytes(write, "BYTES", options->bytes, "1 to 255 bytes")
-        ->required()
-        ->expected(1, static_cast<int>(kMostBytes));
+    Command& write = add_command(command, "write", "Write bytes", call + " write 0x20 0x12 0x34");
+    add_address(write, &options->address, 0, memory.size - 1);
+    write.number("BYTES", &options->bytes, kByteRange, "1 to 255 bytes")
+        .required()
+        .times(1, kMostBytes);
     set_writing_action(
         write, arguments,
         [&memory, options](Session& session) { run_write(session, memory, *options); },
@@ -117,7 +109,7 @@ void add_memory(CLI::App& app, Arguments& arguments, const Memory& memory)
 
 } // namespace
 
-void add_memory_commands(CLI::App& app, Arguments& arguments)
+void add_memory_commands(Command& app, Arguments& arguments)
 {
     for (const Memory& memory : memories)
         add_memory(app, arguments, memory);

@@ -75,29 +75,28 @@ void watch(Session& session, uint32_t count)
 
 } // namespace
 
-void add_motion_command(CLI::App& app, Arguments& arguments)
+void add_motion_command(Command& app, Arguments& arguments)
 {
     const auto options = std::make_shared<Options>();
-    CLI::App* command = add_command(app, "motion", "Ask for motion, or set its detection",
-                                    "nyxus motion poll --watch");
-    command->require_subcommand(1);
-    set_action(add_command(*command, "get", "Show the setting", "nyxus motion get"), arguments,
+    Command& command = add_command(app, "motion", "Ask for motion, or set its detection",
+                                   "nyxus motion poll --watch");
+    command.needing_command();
+    set_action(add_command(command, "get", "Show the setting", "nyxus motion get"), arguments,
                run_get);
 
-    CLI::App* set =
-        add_command(*command, "set", "Change the setting", "nyxus motion set 1 0x20 0 0");
-    add_bytes(set, "BYTES", options->setting, "4 bytes that the firmware defines")
-        ->required()
-        ->expected(kSettingBytes);
+    Command& set = add_command(command, "set", "Change the setting", "nyxus motion set 1 0x20 0 0");
+    set.number("BYTES", &options->setting, kByteRange, "4 bytes that the firmware defines")
+        .required()
+        .times(kSettingBytes, kSettingBytes);
     set_writing_action(set, arguments, [options](Session& session) { run_set(session, *options); });
 
-    CLI::App* ask = add_command(*command, "poll", "Was there motion since the last time?",
-                                "nyxus motion poll --watch --count 50");
-    CLI::Option* watch_flag =
-        ask->add_flag("--watch", options->watch, "Ask five times a second, tell of motion only");
+    Command& ask = add_command(command, "poll", "Was there motion since the last time?",
+                               "nyxus motion poll --watch --count 50");
+    const Option& watch_flag =
+        ask.flag("--watch", &options->watch, "Ask five times a second, tell of motion only");
     constexpr uint32_t kMostPolls = 1'000'000'000;
-    add_number(ask, "--count", options->count, 1, kMostPolls, "Stop after so many times")
-        ->needs(watch_flag);
+    add_number(ask, "--count", &options->count, 1, kMostPolls, "Stop after so many times")
+        .needing(watch_flag);
     set_action(ask, arguments, [options](Session& session) {
         if (options->watch) {
             watch(session, options->count);

@@ -6,6 +6,7 @@
 
 #include <nyxus/memory.h>
 #include <nyxus/osd.h>
+#include <nyxus/registers.h>
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -15,7 +16,6 @@ namespace tool {
 
 namespace {
 
-constexpr uint32_t kByteMost = 0xFF;
 constexpr uint32_t kLastString = 7;
 constexpr uint32_t kLastWindow = 3;
 constexpr size_t kTextBytes = 16;
@@ -41,7 +41,6 @@ struct Toggle {
 };
 
 // clang-format off
-constexpr uint32_t kControlRegister = 0x0544;
 constexpr Toggle enable_toggle      = {"enable",      "osd",             XU_OsdSetEnable,         0x00};
 constexpr Toggle datetime_toggle    = {"show",        "osd_datetime",    XU_OsdEnableDatetime,    0x02};
 constexpr Toggle transparent_toggle = {"transparent", "osd_transparent", XU_OsdEnableTransparent, 0x10};
@@ -54,7 +53,7 @@ std::string state_of(Session& session, const Toggle& toggle)
     if (toggle.bit == 0) {
         session.check(doing, XU_OsdGetEnable(session.device(), &value));
     } else {
-        session.check(doing, XuRegRead(session.device(), kControlRegister, 1, &value));
+        session.check(doing, XuRegRead(session.device(), REG_OSD_CTRL, 1, &value));
     }
     return on_or_off(toggle.bit == 0 ? value != 0 : (value & toggle.bit) != 0);
 }
@@ -210,65 +209,61 @@ void run_record(Session& session, const char* name, int32_t (*get)(NyDevice*, Re
 
 using Shared = std::shared_ptr<Options>;
 
-void add_toggle(CLI::App& parent, Arguments& arguments, const Toggle& toggle, const char* summary,
+void add_toggle(Command& parent, Arguments& arguments, const Toggle& toggle, const char* summary,
                 const char* example, const Shared& options)
 {
-    CLI::App* command = add_command(parent, toggle.name, summary, example);
-    add_choice(command, "STATE", options->state, {"on", "off"}, "on or off; without: ask");
+    Command& command = add_command(parent, toggle.name, summary, example);
+    add_choice(command, "STATE", &options->state, {"on", "off"}, "on or off; without: ask");
     set_writing_action(command, arguments, [&toggle, options](Session& session) {
         run_toggle(session, toggle, options->state);
     });
 }
 
-void add_datetime(CLI::App& osd, Arguments& arguments, const Shared& options)
+void add_datetime(Command& osd, Arguments& arguments, const Shared& options)
 {
-    CLI::App* command = add_command(osd, "datetime", "The date-time stamp: show it, set it, or ask",
-                                    "nyxus osd datetime set 2026-05-01T12:00:00");
+    Command& command = add_command(osd, "datetime", "The date-time stamp: show it, set it, or ask",
+                                   "nyxus osd datetime set 2026-05-01T12:00:00");
     set_action(command, arguments, show_datetime);
-    add_toggle(*command, arguments, datetime_toggle, "Show the stamp, or ask",
+    add_toggle(command, arguments, datetime_toggle, "Show the stamp, or ask",
                "nyxus osd datetime show on", options);
 
-    CLI::App* set =
-        add_command(*command, "set", "Set the camera's clock", "nyxus osd datetime set now");
-    set->add_option("TIME", options->time, "As 2026-05-01T12:00:00, or now")
-        ->required()
-        ->type_name("")
-        ->check(CLI::Validator(refuse_time, ""));
+    Command& set =
+        add_command(command, "set", "Set the camera's clock", "nyxus osd datetime set now");
+    set.text("TIME", &options->time, "As 2026-05-01T12:00:00, or now")
+        .required()
+        .refused(refuse_time);
     for (const auto& [name, value] :
          {std::pair("--column", &options->column), std::pair("--row", &options->row)}) {
-        as_number(set->add_option(name, *value, "Place of the stamp (0 to 255)"))
-            ->type_name("CELLS")
-            ->check(CLI::Range(0U, kByteMost).description(""));
+        set.number(name, value, kByteRange, "Place of the stamp (0 to 255)").shown_as("CELLS");
     }
     set_writing_action(set, arguments,
                        [options](Session& session) { set_datetime(session, *options); });
 }
 
-void add_string(CLI::App& osd, Arguments& arguments, const Shared& options)
+void add_string(Command& osd, Arguments& arguments, const Shared& options)
 {
-    CLI::App* command =
+    Command& command =
         add_command(osd, "string", "Set a line of text, or ask", "nyxus osd string 0 'Front door'");
-    add_number(command, "INDEX", options->index, 0, kLastString, "Line")->required();
-    CLI::Option* text = command->add_option("TEXT", options->text, "At most 16 characters");
-    text->type_name("")->check(CLI::Validator(
-        [](const std::string& words) {
+    add_number(command, "INDEX", &options->index, 0, kLastString, "Line").required();
+    command.text("TEXT", &options->text, "At most 16 characters")
+        .refused([](const std::string& words) {
             return words.size() <= kTextBytes
                        ? std::string()
                        : format("the text has %zu bytes; 0 to %zu fit", words.size(), kTextBytes);
-        },
-        ""));
+        });
     set_writing_action(command, arguments, [options](Session& session) {
         run_string(session, *options, options->text.has_value());
     });
 }
 
-void add_records(CLI::App& osd, Arguments& arguments, const Shared& options)
+void add_records(Command& osd, Arguments& arguments, const Shared& options)
 {
-    CLI::App* window = add_command(osd, "window", "Set a window, or show the latest one",
-                                   "nyxus osd window 0 2 3 10 4 1");
-    add_bytes(window, "VALUES", options->bytes,
-              "Index (0 to 3), column, row, width, height in cells of 16x16 pixels, 1 = shown")
-        ->expected(6);
+    Command& window = add_command(osd, "window", "Set a window, or show the latest one",
+                                  "nyxus osd window 0 2 3 10 4 1");
+    window
+        .number("VALUES", &options->bytes, kByteRange,
+                "Index (0 to 3), column, row, width, height in cells of 16x16 pixels, 1 = shown")
+        .times(6, 6);
     set_writing_action(
         window, arguments,
         [options](Session& session) {
@@ -282,10 +277,12 @@ void add_records(CLI::App& osd, Arguments& arguments, const Shared& options)
             }
         });
 
-    CLI::App* colour = add_command(osd, "color", "Set the colours, or ask",
-                                   "nyxus osd color 235 128 128 16 128 128 81 90 240");
-    add_bytes(colour, "VALUES", options->bytes, "Y Cb Cr of text, its background and windows")
-        ->expected(9);
+    Command& colour = add_command(osd, "color", "Set the colours, or ask",
+                                  "nyxus osd color 235 128 128 16 128 128 81 90 240");
+    colour
+        .number("VALUES", &options->bytes, kByteRange,
+                "Y Cb Cr of text, its background and windows")
+        .times(9, 9);
     set_writing_action(colour, arguments, [options](Session& session) {
         run_record<OsdColor>(session, "color", XU_OsdGetColor, XU_OsdSetColor, options->bytes);
     });
@@ -293,20 +290,20 @@ void add_records(CLI::App& osd, Arguments& arguments, const Shared& options)
 
 } // namespace
 
-void add_osd_command(CLI::App& app, Arguments& arguments)
+void add_osd_command(Command& app, Arguments& arguments)
 {
     const auto options = std::make_shared<Options>();
-    CLI::App* osd =
+    Command& osd =
         add_command(app, "osd", "Text, date and windows over the video", "nyxus osd enable on");
-    osd->require_subcommand(1);
-    add_toggle(*osd, arguments, enable_toggle, "Show the on-screen display, or ask",
+    osd.needing_command();
+    add_toggle(osd, arguments, enable_toggle, "Show the on-screen display, or ask",
                "nyxus osd enable on", options);
-    add_datetime(*osd, arguments, options);
-    add_string(*osd, arguments, options);
-    add_records(*osd, arguments, options);
-    add_toggle(*osd, arguments, transparent_toggle, "Let the picture shine through, or ask",
+    add_datetime(osd, arguments, options);
+    add_string(osd, arguments, options);
+    add_records(osd, arguments, options);
+    add_toggle(osd, arguments, transparent_toggle, "Let the picture shine through, or ask",
                "nyxus osd transparent on", options);
-    CLI::App* reset = add_command(*osd, "reset", "Clear everything", "nyxus osd reset");
+    Command& reset = add_command(osd, "reset", "Clear everything", "nyxus osd reset");
     set_writing_action(reset, arguments, [](Session& session) {
         session.order("osd", "reset", "resetting the on-screen display",
                       [&] { return XU_OsdReset(session.device()); }, {.transfers = 1});

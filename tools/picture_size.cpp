@@ -17,7 +17,7 @@ static bool parse_size(const std::string& text, uint32_t& width, uint32_t& heigh
            width <= kMost && height <= kMost;
 }
 
-void add_video_options(CLI::App* command, VideoOptions& options)
+void add_video_options(Command& command, VideoOptions& options)
 {
     constexpr uint32_t kMostFramesPer_s = 240;
     const auto refuse = [](const std::string& text) {
@@ -25,11 +25,11 @@ void add_video_options(CLI::App* command, VideoOptions& options)
         uint32_t height = 0;
         return parse_size(text, width, height) ? "" : text + " is no size from 2x1 to 8192x8192";
     };
-    command->add_option("--size", options.size, "Size of the picture")
-        ->type_name("WxH")
-        ->check(CLI::Validator(refuse, ""))
-        ->capture_default_str();
-    add_number(command, "--fps", options.frames_per_s, 1, kMostFramesPer_s,
+    command.text("--size", &options.size, "Size of the picture")
+        .shown_as("WxH")
+        .refused(refuse)
+        .showing_default();
+    add_number(command, "--fps", &options.frames_per_s, 1, kMostFramesPer_s,
                "Frames per second (without it: the first rate that the camera offers)");
 }
 

@@ -14,7 +14,7 @@ struct VideoOptions {
     uint32_t frames_per_s = 0; ///< 0: the first that the camera offers for the size
 };
 
-void add_video_options(CLI::App* command, VideoOptions& options);
+void add_video_options(Command& command, VideoOptions& options);
 VideoStreamParam stream_param(const VideoOptions& options);
 /// Why no stream of this size and rate has started.
 Failure stream_failure(const VideoStreamParam& param, int32_t status);

@@ -2,9 +2,9 @@
 #include "progress.h"
 
 #include "events.h"
+#include "files/write_all.h"
 #include "last_words.h"
 #include "text.h"
-#include "write_all.h"
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -57,9 +57,9 @@ size_t terminal_width(int fd)
 } // namespace
 
 Display::Display()
-    : out_fd_(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3)),
-      err_fd_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)),
-      live_(can_redraw(out_fd_)),
+    : out_(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3)),
+      err_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)),
+      live_(can_redraw(out_.get())),
       colour_(live_ && !variable_is_set("NO_COLOR"))
 {
 }
@@ -67,8 +67,6 @@ Display::Display()
 Display::~Display()
 {
     abandon();
-    close(out_fd_);
-    close(err_fd_);
 }
 
 void Display::say(std::string_view line)
@@ -76,7 +74,7 @@ void Display::say(std::string_view line)
     const std::lock_guard lock(mutex_);
     if (events_ && quiet_)
         return;
-    put_line(out_fd_, events_ ? json_line(Message{std::string(line)}) : line);
+    put_line(out_.get(), events_ ? json_line(Message{std::string(line)}) : line);
 }
 
 void Display::note(std::string_view line)
@@ -96,10 +94,17 @@ std::string Display::coloured(const std::string& text, Colour colour) const
     return colour_ ? format("\033[%dm", static_cast<int>(colour)) + text + "\033[0m" : text;
 }
 
+std::string Display::bar(size_t full, size_t width) const
+{
+    std::string cells = std::string(full, '=') + '>';
+    cells.resize(width, ' ');
+    return "[" + coloured(cells, Colour::kGreen) + "]";
+}
+
 void Display::warn(std::string_view line)
 {
     const std::lock_guard lock(mutex_);
-    put_line(err_fd_, line);
+    put_line(err_.get(), text::printable_lines(line));
 }
 
 void Display::tell_events()
@@ -113,12 +118,12 @@ void Display::tell_events()
 void Display::put_event(std::string_view json_line)
 {
     const std::lock_guard lock(mutex_);
-    put_line(out_fd_, json_line);
+    put_line(out_.get(), json_line);
 }
 
 std::pair<size_t, size_t> Display::size() const
 {
-    return terminal_size(out_fd_);
+    return terminal_size(out_.get());
 }
 
 void Display::pass_on(std::span<const uint8_t> bytes)
@@ -144,7 +149,7 @@ void Display::begin(std::string phase, uint64_t total_bytes)
     } else if (events_) {
         put_progress(false);
     } else {
-        put_line(out_fd_, phase_ + " ...");
+        put_line(out_.get(), phase_ + " ...");
     }
 }
 
@@ -174,7 +179,7 @@ void Display::end()
     if (events_) {
         put_progress(true);
     } else {
-        put_line(out_fd_, summary());
+        put_line(out_.get(), summary());
     }
 }
 
@@ -197,7 +202,7 @@ void Display::tick()
 
 bool Display::confirm(const std::string& question)
 {
-    if (isatty(STDIN_FILENO) != 1 || isatty(out_fd_) != 1)
+    if (isatty(STDIN_FILENO) != 1 || isatty(out_.get()) != 1)
         return false;
     {
         const std::lock_guard lock(mutex_);
@@ -213,14 +218,14 @@ bool Display::confirm(const std::string& question)
 void Display::write_out(std::string_view text)
 {
     const last_line::Turn turn;
-    const int error = turn ? write_all(out_fd_, text) : 0;
+    const int error = turn ? files::write_all(out_.get(), text) : 0;
     if (output_error_ == 0)
         output_error_ = error;
 }
 
 void Display::set_last_line(last_line::Kind kind, std::string_view head)
 {
-    last_line::set(out_fd_, kind, head);
+    last_line::set(out_.get(), kind, head);
 }
 
 std::string Display::output_complaint() const
@@ -235,10 +240,10 @@ void Display::put_line(int fd, std::string_view line)
 {
     erase_bar();
     const std::string text = std::string(line) + "\n";
-    if (fd == out_fd_) {
+    if (fd == out_.get()) {
         write_out(text);
     } else {
-        (void)write_all(fd, text); // there is nowhere to complain
+        (void)files::write_all(fd, text); // there is nowhere to complain
     }
     if (active_ && live_)
         redraw(true);
@@ -262,7 +267,7 @@ void Display::redraw(bool always)
     bar_visible_ = true;
     last_words::set_line_open(true);
     // One column stays free: a full line would make some terminals wrap.
-    write_out("\r" + bar_line(terminal_width(out_fd_) - 1) + "\033[K");
+    write_out("\r" + bar_line(terminal_width(out_.get()) - 1) + "\033[K");
 }
 
 std::string Display::bar_line(size_t width) const
@@ -292,30 +297,20 @@ std::string Display::bar_line(size_t width) const
     for (const std::string& tail : {with_time, with_rate, share}) {
         const size_t fixed = head.size() + 2 + tail.size();
         if (width >= fixed + kSmallestBar)
-            return with_bar(head, std::min(width - fixed, kLargestBar), tail);
+            return head + filled_bar(std::min(width - fixed, kLargestBar)) + tail;
     }
     return (head + share).substr(0, width);
 }
 
-std::string Display::with_bar(const std::string& head, size_t cells, const std::string& tail) const
-{
-    return head + filled_bar(cells) + tail;
-}
-
 std::string Display::filled_bar(size_t width) const
 {
+    if (total_bytes_ != 0)
+        return bar(static_cast<size_t>(done_bytes_ * width / total_bytes_), width);
+    // Three cells that wander to and fro.
+    const size_t way = width - 3;
+    const size_t step = static_cast<size_t>(elapsed_s() * 8) % (2 * way);
     std::string cells(width, ' ');
-    if (total_bytes_ == 0) {
-        // Three cells that wander to and fro.
-        const size_t way = width - 3;
-        const size_t step = static_cast<size_t>(elapsed_s() * 8) % (2 * way);
-        cells.replace(step < way ? step : 2 * way - step, 3, "<=>");
-    } else {
-        const auto full = static_cast<size_t>(done_bytes_ * width / total_bytes_);
-        cells.replace(0, full, full, '=');
-        if (full < width)
-            cells[full] = '>';
-    }
+    cells.replace(step < way ? step : 2 * way - step, 3, "<=>");
     return "[" + coloured(cells, Colour::kGreen) + "]";
 }
 
@@ -339,13 +334,13 @@ void Display::print_quarter()
         return;
     quarters_said_ = quarter;
     drawn_ = Clock::now();
-    put_line(out_fd_, format("%s %u%%", phase_.c_str(), percent()));
+    put_line(out_.get(), format("%s %u%%", phase_.c_str(), percent()));
 }
 
 void Display::put_progress(bool done)
 {
     drawn_ = Clock::now();
-    put_line(out_fd_, json_line(Progress{phase_, done_bytes_, total_bytes_, elapsed_s(), done}));
+    put_line(out_.get(), json_line(Progress{phase_, done_bytes_, total_bytes_, elapsed_s(), done}));
 }
 
 double Display::elapsed_s() const

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "files/descriptor.h"
 #include "last_line.h"
 
 #include <chrono>
@@ -13,7 +14,7 @@
 
 namespace tool {
 
-enum class Colour { kGreen = 32, kRed = 31 };
+enum class Colour { kRed = 31, kGreen = 32, kYellow = 33 };
 
 /**
  * Everything that the user sees: lines, and the progress of one phase at a time. On a terminal the
@@ -33,7 +34,9 @@ public:
     void say(std::string_view line);
     /// The text in a colour where the terminal has colours and the user wants them.
     std::string coloured(const std::string& text, Colour colour) const;
-    /// The same for a remark that a quiet user does not want.
+    /// "[===>  ]": `full` of `width` cells are done.
+    std::string bar(size_t full, size_t width) const;
+    /// The same as say() for a remark that a quiet user does not want.
     void note(std::string_view line);
     /// From now on neither progress nor remarks.
     void be_quiet();
@@ -47,7 +50,6 @@ public:
     void put_event(std::string_view json_line);
     /// Standard output is a terminal that can redraw lines.
     bool is_live() const { return live_; }
-    bool has_colour() const { return colour_; }
     /// Columns and rows of the terminal.
     std::pair<size_t, size_t> size() const;
 
@@ -80,7 +82,6 @@ private:
     void redraw(bool always);
     void erase_bar();
     std::string bar_line(size_t width) const;
-    std::string with_bar(const std::string& head, size_t cells, const std::string& tail) const;
     std::string filled_bar(size_t width) const;
     std::string summary() const;
     void print_quarter();
@@ -89,8 +90,8 @@ private:
     double rate_kib_per_s() const;
     unsigned percent() const;
 
-    int out_fd_;
-    int err_fd_;
+    files::Descriptor out_;
+    files::Descriptor err_;
     bool live_; ///< standard output is a terminal that can redraw a line
     bool colour_;
 

@@ -26,8 +26,8 @@ std::string find_backup(const Camera& camera)
 {
     const auto backup = newest_backup(camera.entry());
     if (!backup) {
-        throw Failure(kExitFailure, "there is no backup of " + camera.name() + " in '" +
-                                        backup_folder().string() + "'");
+        throw Failure(kExitFailure, "there is no backup of " + camera.name() + " in " +
+                                        in_quotes(backup_folder().string()));
     }
     return backup->string();
 }
@@ -56,7 +56,7 @@ ExitCode plan_recovery(Console& console, const Arguments& arguments)
 {
     Camera camera = open_with_rom(console, arguments);
     const std::string file = load_contents(camera, arguments);
-    console.display().note("recovering " + camera.name() + " from '" + file + "'");
+    console.display().note("recovering " + camera.name() + " from " + in_quotes(file));
     print_install_plan(console, arguments, camera, false, {});
     return kExitOk;
 }
@@ -68,7 +68,7 @@ void recover(Console& console, const Arguments& arguments, Result& result)
     promise_result(console, result);
     const std::string file = load_contents(camera, arguments);
     console.drain();
-    console.display().note("recovering " + camera.name() + " from '" + file + "'");
+    console.display().note("recovering " + camera.name() + " from " + in_quotes(file));
     std::vector<uint8_t> before;
     if (!arguments.skip_backup)
         before = read_replaced(console, camera);

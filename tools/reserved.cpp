@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // The reserved area of the SPI flash.
-#include "atomic_file.h"
 #include "failure.h"
 #include "feature.h"
 #include "text.h"
+#include "whole_file.h"
 
 #include <nyxus/rom.h>
-#include <fstream>
-#include <iterator>
 
 namespace tool {
 
@@ -38,25 +36,8 @@ void run_read(Session& session, const std::string& file)
     session.console.drain();
     if (file == "-")
         return session.console.display().pass_on(bytes);
-    AtomicFile out(file);
-    out.write_all(bytes);
-    out.commit();
+    write_file(file, bytes);
     session.print({{"reserved", format("%zu bytes read", bytes.size())}});
-}
-
-std::vector<uint8_t> load(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    std::vector<uint8_t> bytes(kAreaBytes + 1);
-    file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    bytes.resize(static_cast<size_t>(file.gcount()));
-    if (bytes.empty())
-        throw Failure(kExitFailure, "cannot read '" + path + "', or it is empty");
-    if (bytes.size() > kAreaBytes) {
-        throw Failure(kExitUsage, "'" + path + "' is too large; the reserved area has 1 to " +
-                                      std::to_string(kAreaBytes) + " bytes");
-    }
-    return bytes;
 }
 
 void run_write(Session& session, const std::vector<uint8_t>& bytes)
@@ -82,17 +63,17 @@ void run_write(Session& session, const std::vector<uint8_t>& bytes)
 
 } // namespace
 
-void add_reserved_command(CLI::App& app, Arguments& arguments)
+void add_reserved_command(Command& app, Arguments& arguments)
 {
     const auto file = std::make_shared<std::string>();
     const auto bytes = std::make_shared<std::vector<uint8_t>>();
-    CLI::App* command = add_command(
+    Command& command = add_command(
         app, "reserved", "Read or write the flash's reserved area, which an upgrade erases",
         "nyxus reserved read notes.bin");
-    command->require_subcommand(1);
-    CLI::App* read =
-        add_command(*command, "read", "Copy the area to a file", "nyxus reserved read notes.bin");
-    add_file(read, *file, "File to write; - is standard output");
+    command.needing_command();
+    Command& read =
+        add_command(command, "read", "Copy the area to a file", "nyxus reserved read notes.bin");
+    add_file(read, file.get(), "File to write; - is standard output");
     set_action(
         read, arguments, [file](Session& session) { run_read(session, *file); },
         [file] {
@@ -100,13 +81,13 @@ void add_reserved_command(CLI::App& app, Arguments& arguments)
                 refuse_impossible_target(*file);
         });
 
-    CLI::App* write = add_command(
-        *command, "write", "Program the area; it is not erased first, so only 1 bits become 0",
+    Command& write = add_command(
+        command, "write", "Program the area; it is not erased first, so only 1 bits become 0",
         "nyxus reserved write notes.bin");
-    add_file(write, *file, "At most 256 bytes");
+    add_file(write, file.get(), "At most 256 bytes");
     set_writing_action(
         write, arguments, [bytes](Session& session) { run_write(session, *bytes); },
-        [file, bytes] { *bytes = load(*file); });
+        [file, bytes] { *bytes = read_file(*file, kAreaBytes, "the reserved area"); });
 }
 
 } // namespace tool

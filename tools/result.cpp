@@ -2,8 +2,11 @@
 #include "result.h"
 
 #include "failure.h"
+#include "json_text.h"
 
+#include <algorithm>
 #include <chrono>
+#include <iterator>
 
 namespace tool {
 
@@ -52,8 +55,8 @@ void promise_result(Console& console, const Result& result)
 {
     if (!console.display().tells_events())
         return;
-    Values head = {{"event", "result"}};
-    head.update(json_of(result.camera));
+    Members head = {{"event", "result"}};
+    std::ranges::move(json_of(result.camera), std::back_inserter(head));
     std::string line = json_line(head);
     line.back() = ',';
     console.display().set_last_line(last_line::Kind::kResult, line);
@@ -64,7 +67,7 @@ CameraLabel label_of(const Camera& camera)
     return {camera.entry().port_path, camera.entry().serial, camera.entry().product};
 }
 
-Values json_of(const CameraLabel& camera)
+Members json_of(const CameraLabel& camera)
 {
     return {{"port", camera.port}, {"serial", camera.serial}, {"product", camera.product}};
 }

@@ -4,7 +4,7 @@
 #include "arguments.h"
 #include "camera.h"
 #include "events.h"
-#include "json_text.h"
+#include "value.h"
 
 #include <functional>
 
@@ -19,6 +19,6 @@ ExitCode run_with_result(Console& console, const Arguments& arguments,
 void promise_result(Console& console, const Result& result);
 
 CameraLabel label_of(const Camera& camera);
-Values json_of(const CameraLabel& camera);
+Members json_of(const CameraLabel& camera);
 
 } // namespace tool

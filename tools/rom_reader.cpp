@@ -5,6 +5,7 @@
 #include "text.h"
 
 #include <nyxus/access.h>
+#include <nyxus/extensions.h>
 #include <nyxus/memory.h>
 #include <algorithm>
 #include <span>
@@ -22,12 +23,9 @@ constexpr uint32_t kMostNarrowBytes = 32;
 constexpr uint8_t kUnanswered = 0xA5;
 constexpr size_t kUnansweredTail = 16;
 
-bool announces_wide_path(const NyDevice& device)
+bool announces_wide_path(NyDevice& device)
 {
-    const std::span rows(device.xu_table, static_cast<size_t>(device.xu_table_count));
-    return std::ranges::any_of(rows, [](const uvc_xu_ctrl& row) {
-        return row.selector == ZRV_XU_Read_EXT_ROM_512 && row.length == sizeof(NyWrapper512);
-    });
+    return nyxus_control_length(&device, ZRV_XU_Read_EXT_ROM_512) == sizeof(NyWrapper512);
 }
 
 /// Whether a request for data is taken as one: while the ROM is unlocked the firmware takes it for

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "atomic_file.h"
 #include "failure.h"
+#include "json_text.h"
 #include "picture_size.h"
 #include "text.h"
+#include "whole_file.h"
 
 #include <png.h>
 #include <unistd.h>
@@ -126,20 +127,18 @@ void run_snapshot(Session& session, const Options& options)
     constexpr unsigned kUsualWait_s = 10;
     const unsigned wait_s = session.arguments.wait_s.value_or(kUsualWait_s);
     const std::vector<uint8_t> png = png_of(take_picture(session, param, wait_s), param);
-    AtomicFile file(options.file);
-    file.write_all(png);
-    file.commit();
+    write_file(options.file, png);
     session.print({{"snapshot", options.file}, {"width", param.width}, {"height", param.height}});
 }
 
 } // namespace
 
-void add_snapshot_command(CLI::App& app, Arguments& arguments)
+void add_snapshot_command(Command& app, Arguments& arguments)
 {
     const auto options = std::make_shared<Options>();
-    CLI::App* command =
+    Command& command =
         add_command(app, "snapshot", "Save a picture as PNG", "nyxus snapshot shot.png");
-    add_file(command, options->file, "File to write");
+    add_file(command, &options->file, "File to write");
     add_video_options(command, options->video);
     set_action(
         command, arguments, [options](Session& session) { run_snapshot(session, *options); },

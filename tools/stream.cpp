@@ -122,7 +122,7 @@ void open_raw_file(const std::string& file)
 {
     reception.raw.open(file, std::ios::binary);
     if (!reception.raw)
-        throw Failure(kExitFailure, "cannot write '" + file + "'");
+        throw Failure(kExitFailure, "cannot write " + in_quotes(file));
 }
 
 void run_stream(Session& session, const Options& options)
@@ -147,7 +147,7 @@ void run_stream(Session& session, const Options& options)
                    {"frames_per_second", std::round(frames_per_s() * 10) / 10}});
     reception.raw.flush();
     if (!options.raw_file.empty() && !reception.raw)
-        throw Failure(kExitFailure, "cannot write all frames to '" + options.raw_file + "'");
+        throw Failure(kExitFailure, "cannot write all frames to " + in_quotes(options.raw_file));
     if (end == End::kSilence)
         throw silence_failure(*session.device());
     // Where nothing else ends the stream, an interrupt is its end.
@@ -157,17 +157,17 @@ void run_stream(Session& session, const Options& options)
 
 } // namespace
 
-void add_stream_command(CLI::App& app, Arguments& arguments)
+void add_stream_command(Command& app, Arguments& arguments)
 {
     constexpr uint32_t kMost = 1'000'000'000;
     constexpr uint32_t kMost_s = 1'000'000;
     const auto options = std::make_shared<Options>();
-    CLI::App* command = add_command(app, "stream", "Receive video and measure it",
-                                    "nyxus stream --count 100 --raw video.yuyv");
+    Command& command = add_command(app, "stream", "Receive video and measure it",
+                                   "nyxus stream --count 100 --raw video.yuyv");
     add_video_options(command, options->video);
-    add_number(command, "--count", options->count, 1, kMost, "Frames to receive");
-    add_number(command, "--seconds", options->seconds, 1, kMost_s, "Stop after seconds");
-    command->add_option("--raw", options->raw_file, "Write the frames as YUYV")->type_name("FILE");
+    add_number(command, "--count", &options->count, 1, kMost, "Frames to receive");
+    add_number(command, "--seconds", &options->seconds, 1, kMost_s, "Stop after seconds");
+    command.file("--raw", &options->raw_file, "Write the frames as YUYV");
     set_action(command, arguments, [options](Session& session) { run_stream(session, *options); });
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Flip, mirror and the gain of the JPEG encoder.
 #include "feature.h"
+#include "text/numbers.h"
 
 #include <nyxus/access.h>
 #include <nyxus/peripheral.h>
@@ -43,12 +44,12 @@ void run_switch(Session& session, const Switch& row, const std::string& wanted)
                   .cost = {.transfers = 2}});
 }
 
-void add_switch(CLI::App& app, Arguments& arguments, const Switch& row)
+void add_switch(Command& app, Arguments& arguments, const Switch& row)
 {
-    CLI::App* command =
+    Command& command =
         add_command(app, row.name, row.summary, std::string("nyxus ") + row.name + " on");
     const auto wanted = std::make_shared<std::string>();
-    add_choice(command, "STATE", *wanted, {"on", "off"}, "on or off; without: ask");
+    add_choice(command, "STATE", wanted.get(), {"on", "off"}, "on or off; without: ask");
     set_writing_action(command, arguments,
                        [&row, wanted](Session& session) { run_switch(session, row, *wanted); });
 }
@@ -76,28 +77,26 @@ void run_gain(Session& session, uint32_t wanted)
 /// The encoder takes 32 for none of its steps.
 std::string refuse_gain(const std::string& text)
 {
-    uint32_t gain = 0;
-    const bool number = CLI::detail::lexical_cast(text, gain);
-    return number && gain >= 1 && gain <= 63 && gain != 32
+    const auto gain = text::parse_number(text);
+    return gain && *gain >= 1 && *gain <= 63 && *gain != 32
                ? ""
                : "Value " + text + " not in range 1 to 63 except 32";
 }
 
-void add_gain(CLI::App& app, Arguments& arguments)
+void add_gain(Command& app, Arguments& arguments)
 {
-    CLI::App* command =
+    Command& command =
         add_command(app, "gain", "Set the quantisation gain of MJPEG, or ask", "nyxus gain 40");
     const auto wanted = std::make_shared<uint32_t>(0);
-    as_number(command->add_option("GAIN", *wanted, "Gain (1 to 63 except 32); without: ask"))
-        ->type_name("")
-        ->check(CLI::Validator(refuse_gain, ""));
+    command.number("GAIN", wanted.get(), "Gain (1 to 63 except 32); without: ask")
+        .refused(refuse_gain);
     set_writing_action(command, arguments,
                        [wanted](Session& session) { run_gain(session, *wanted); });
 }
 
 } // namespace
 
-void add_switch_commands(CLI::App& app, Arguments& arguments)
+void add_switch_commands(Command& app, Arguments& arguments)
 {
     for (const Switch& row : switches)
         add_switch(app, arguments, row);

@@ -1,20 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstddef>
-#include <string>
+#include "text/format.h"
+#include "text/printable.h"
 
 namespace tool {
 
-/// printf into a string.
-std::string format(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
-
-/// Filled with blanks up to a column.
-std::string padded(std::string text, size_t columns);
-
-/// Text that came from a camera or a file, safe to print: control characters become '?'.
-std::string printable(std::string text);
-/// The same for a fixed-size field that may lack its terminator.
-std::string printable_field(const char* field, size_t size);
+using text::format;
+using text::in_quotes;
+using text::padded;
+using text::printable;
+using text::printable_field;
 
 } // namespace tool

@@ -69,21 +69,10 @@ private:
 
 } // namespace
 
-LineStream::~LineStream()
-{
-    if (fd_ >= 0)
-        close(fd_);
-}
-
-LineStream::LineStream(LineStream&& other) noexcept
-    : fd_(std::exchange(other.fd_, -1)), rest_(std::move(other.rest_))
-{
-}
-
 std::vector<std::string> LineStream::read_lines()
 {
     char buffer[4096];
-    const ssize_t count = read(fd_, buffer, sizeof buffer);
+    const ssize_t count = read(fd(), buffer, sizeof buffer);
     if (count < 0 && errno == EINTR)
         return {};
     if (count > 0)
@@ -97,16 +86,16 @@ std::vector<std::string> LineStream::read_lines()
     if (!rest_.empty() && (ended || rest_.size() > kLongestLine))
         lines.push_back(std::exchange(rest_, {}));
     if (ended)
-        close(std::exchange(fd_, -1));
+        pipe_.reset();
     return lines;
 }
 
-Worker::Pipe Worker::make_pipe()
+static files::Pipe make_pipe()
 {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0)
+    files::Pipe pipe = files::make_pipe();
+    if (!pipe.read_end)
         throw start_failure(errno);
-    return {ends[0], ends[1]};
+    return pipe;
 }
 
 Worker::Worker(const std::vector<std::string>& arguments)
@@ -114,8 +103,8 @@ Worker::Worker(const std::vector<std::string>& arguments)
 {
 }
 
-Worker::Worker(const std::vector<std::string>& arguments, Pipe out, Pipe err)
-    : out_(out.read_end), err_(err.read_end)
+Worker::Worker(const std::vector<std::string>& arguments, files::Pipe out, files::Pipe err)
+    : out_(std::move(out.read_end)), err_(std::move(err.read_end))
 {
     std::vector<char*> argv = {const_cast<char*>("nyxus")};
     std::ranges::transform(arguments, std::back_inserter(argv), [](const std::string& argument) {
@@ -123,11 +112,9 @@ Worker::Worker(const std::vector<std::string>& arguments, Pipe out, Pipe err)
     });
     argv.push_back(nullptr);
     const SpawnAttributes attributes;
-    const SpawnFiles files(out.write_end, err.write_end);
+    const SpawnFiles files(out.write_end.get(), err.write_end.get());
     const int error =
         posix_spawn(&pid_, kThisProgram, files.get(), attributes.get(), argv.data(), environ);
-    close(out.write_end);
-    close(err.write_end);
     if (error != 0)
         throw start_failure(error);
 }

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "files/pipe.h"
+
 #include <sys/types.h>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tool {
@@ -11,18 +14,15 @@ namespace tool {
 /// The read end of a pipe that carries lines.
 class LineStream {
 public:
-    explicit LineStream(int fd) : fd_(fd) {}
-    ~LineStream();
-    LineStream(LineStream&& other) noexcept;
-    LineStream& operator=(LineStream&&) = delete;
+    explicit LineStream(files::Descriptor pipe) : pipe_(std::move(pipe)) {}
 
     /// -1 once the writer has closed it.
-    int fd() const { return fd_; }
+    int fd() const { return pipe_.get(); }
     /// What has come by now; waits if there is nothing. The last line may lack its end.
     std::vector<std::string> read_lines();
 
 private:
-    int fd_;
+    files::Descriptor pipe_;
     std::string rest_;
 };
 
@@ -41,12 +41,7 @@ public:
     std::optional<int> ended();
 
 private:
-    struct Pipe {
-        int read_end;
-        int write_end;
-    };
-    static Pipe make_pipe();
-    Worker(const std::vector<std::string>& arguments, Pipe out, Pipe err);
+    Worker(const std::vector<std::string>& arguments, files::Pipe out, files::Pipe err);
 
     LineStream out_;
     LineStream err_;

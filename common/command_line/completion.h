@@ -1,27 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include "command_line/command.h"
 
-#include <functional>
-#include <string>
-#include <vector>
+namespace command_line {
 
-/// Tells a shell what can follow on a command line, from the very definitions that parse it.
-namespace completion {
+/// Answers 'PROGRAM --complete WORDS ...', what the completion scripts ask, on standard output: the
+/// words that can complete the last one, and FILES where the shell shall look for them. False for
+/// any other command line.
+bool answer_completion(const Program& program, int argc, char** argv);
 
-/// Among candidates: the names of files, which the shell knows best.
-inline constexpr char kFiles[] = "FILES";
-
-/// What may stand for an option, or a positional argument, that the definitions say nothing about.
-using ValuesOf = std::function<std::vector<std::string>(const CLI::Option&)>;
-
-/// The words that can complete the last of `words`, which are those after the program's name.
-std::vector<std::string> candidates(CLI::App& app, const std::vector<std::string>& words,
-                                    const ValuesOf& values_of);
-
-/// Answers 'PROGRAM --complete WORDS ...', what the completion scripts ask, on standard output.
-/// False for any other command line.
-bool answer(CLI::App& app, int argc, char** argv, const ValuesOf& values_of);
-
-} // namespace completion
+} // namespace command_line

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <optional>
 
 namespace text {
 
@@ -36,8 +37,6 @@ bool is_near(size_t errors, std::string_view word)
     return errors < word.size() && errors <= std::max<size_t>(1, word.size() / 3);
 }
 
-} // namespace
-
 std::optional<std::string_view> nearest_word(std::string_view typed,
                                              std::span<const std::string_view> words)
 {
@@ -57,11 +56,20 @@ std::optional<std::string_view> nearest_word(std::string_view typed,
     return nearest;
 }
 
+} // namespace
+
+std::string did_you_mean(std::string_view typed, std::span<const std::string_view> words,
+                         char quote)
+{
+    const auto nearest = nearest_word(typed, words);
+    return nearest ? std::string("; did you mean ") + quote + std::string(*nearest) + quote + "?"
+                   : "";
+}
+
 std::string did_you_mean(std::string_view typed, const std::vector<std::string>& words)
 {
     const std::vector<std::string_view> views(words.begin(), words.end());
-    const auto nearest = nearest_word(typed, views);
-    return nearest ? "; did you mean '" + std::string(*nearest) + "'?" : "";
+    return did_you_mean(typed, views);
 }
 
 } // namespace text

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -9,13 +8,11 @@
 
 namespace text {
 
-/// The word that was probably meant: the first that begins with what was typed, or else the one
-/// that the fewest typing errors are away. nullopt when none is near.
-std::optional<std::string_view> nearest_word(std::string_view typed,
-                                             std::span<const std::string_view> words);
-
-/// "; did you mean 'upgrade'?", the end of a sentence about a word that is not known; "" when none
-/// is near.
+/// "; did you mean 'upgrade'?", the end of a sentence about a word that is not known: the first
+/// word that begins with what was typed, or else the one that the fewest typing errors are away. ""
+/// when none is near.
+std::string did_you_mean(std::string_view typed, std::span<const std::string_view> words,
+                         char quote = '\'');
 std::string did_you_mean(std::string_view typed, const std::vector<std::string>& words);
 
 } // namespace text

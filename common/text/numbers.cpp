@@ -2,6 +2,7 @@
 #include "text/numbers.h"
 
 #include <algorithm>
+#include <charconv>
 
 namespace text {
 
@@ -12,6 +13,18 @@ std::string without_leading_zeros(std::string text)
     if (text.find_first_not_of("0123456789", sign) == std::string::npos && text.size() > sign)
         text.erase(sign, std::min(first, text.size() - 1) - sign);
     return text;
+}
+
+std::optional<uint64_t> parse_number(std::string_view text, uint64_t most)
+{
+    const bool is_hex = text.starts_with("0x") || text.starts_with("0X");
+    text.remove_prefix(is_hex ? 2 : 0);
+    uint64_t number = 0;
+    const char* const end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, number, is_hex ? 16 : 10);
+    if (parsed != std::from_chars_result{end, {}} || number > most)
+        return std::nullopt;
+    return number;
 }
 
 } // namespace text

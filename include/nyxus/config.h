@@ -89,7 +89,8 @@ NYXUS_API int32_t LIB_NyxusSetConfig(const NyConfig* config);
  * @param max_bytes  room at buf, bytes
  * @param buf        receives the bytes; a pair that is no number leaves its byte as it was, a pair
  *                   such as "5z" gives 0x05
- * @return number of bytes, 0 or more; -258 for NULL
+ * @return number of bytes, 0 or more; -258 for NULL where it would be used (with a max_bytes below
+ *         1, nothing is)
  *
  * Thread-safe. Does not block.
  */

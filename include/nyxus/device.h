@@ -3,9 +3,11 @@
  * @file
  * The device object: one probed camera.
  *
- * One thread at a time per device; the object holds no lock. Set the process-wide settings before
- * the first device is created, and create devices from one thread at a time: the probe corrects the
- * process-wide control tables.
+ * One thread at a time per device; the object holds no lock. Threads may create, use and delete
+ * objects of different cameras at the same time. What they share is to be set up before and then
+ * left alone: the settings (nyxus/config.h), the trace mask, the catalogues, a libuvc handle of the
+ * application (nyxus/video.h). The images (nyxus/image.h) and the execution timer (nyxus/trace.h)
+ * serve one thread at a time. Control lengths belong to the object: nyxus/xu.h.
  */
 #ifndef NYXUS_DEVICE_H
 #define NYXUS_DEVICE_H
@@ -37,7 +39,7 @@ struct NyDevice {
     NyXuVersion oXuCtrlVer;                /**< as the camera sent it */
     uint8_t xFeatureXU;                    /**< firmware has an XU version record */
     uint8_t xFeatureEM;                    /**< firmware has the memory extension */
-    uvc_xu_ctrl* xu_table;                 /**< the camera's control table */
+    uvc_xu_ctrl* xu_table;                 /**< the control table; shared with other objects */
     int32_t xu_table_count;                /**< its rows */
     NyFirmwareStatus oFwStatus;            /**< read by the probe */
     uint16_t wExtSensorApId;               /**< sensor application id */
@@ -49,9 +51,19 @@ struct NyDevice {
     uint8_t bExtRomType;   /**< EXTROM_TYPE_SPI or EEPROM size / 128, at most 0x80 */
     uint32_t dwExtRomSize; /**< bytes: 0x10000 for SPI flash, at most 0x8000 else */
 
-    uint8_t device_gone;         /**< private: the latest claim or transfer said NO_DEVICE */
-    uint8_t stream_record_owned; /**< private: stream_callback is to be freed */
-    uint8_t session_closed;      /**< private: libuvc's handle has been closed or abandoned */
+    uint8_t device_gone;              /**< private: the latest claim or transfer said NO_DEVICE */
+    uint8_t stream_record_owned;      /**< private: stream_callback is to be freed */
+    uint8_t session_closed;           /**< private: libuvc's handle has been closed or abandoned */
+    uint8_t stream_running;           /**< private: libuvc streams */
+    uint8_t control_length_known[32]; /**< private: bit per selector: the camera announced one */
+    uint16_t control_lengths[256];    /**< private: announced lengths, by selector */
+
+    /** private: see nyxus/extensions.h */
+    void (*line_callback)(NyDevice*, uint32_t, const char*, size_t, void*);
+    void* line_user; /**< private: for line_callback */
+    /** private: see nyxus/extensions.h */
+    void (*progress_callback)(NyDevice*, uint64_t, uint64_t, void*);
+    void* progress_user; /**< private: for progress_callback */
 };
 
 /**
@@ -68,9 +80,9 @@ struct NyDevice {
  * list it (just unplugged, or no camera); libusb_open() and libusb_claim_interface() of interface 0
  * tell which
  *
- * The memory of an object that was handed out is never freed, not even by DEV_DeleteObject(): 256
+ * The memory of an object that was handed out is never freed, not even by DEV_DeleteObject(): 832
  * bytes a camera.
- * Blocks for about 30 transfers. One thread at a time.
+ * Blocks for about 30 transfers. Thread-safe for different cameras.
  */
 NYXUS_API NyDevice* DEV_CreateObjectUsb(libusb_device* device);
 
@@ -85,17 +97,29 @@ NYXUS_API NyDevice* DEV_CreateObjectUsb(libusb_device* device);
  *         is no read-ID command; -9 (bare) for a read-ID command that does not end; else a
  *         transfer's failure
  *
- * Blocks for about 30 transfers. One thread at a time.
+ * Calling it again asks the camera for everything again, the lengths of its controls included;
+ * where the check of the lengths fails half way, the others stay as they were.
+ *
+ * Blocks for about 30 transfers. One thread at a time per device.
  */
 NYXUS_API int32_t DEV_Init(NyDevice* pDevObj);
 
 /**
- * Close a camera. NULL is allowed. Do not use the object afterwards.
+ * Close a camera. NULL is allowed. Do not use the object afterwards, but for looking at what the
+ * probe found.
  *
- * When the camera is gone (unplugged), libuvc's handle is abandoned instead of closed: libuvc and
- * libusb would abort the process.
+ * The register XDATA_SG_SNAPSHOT_MODE is set to 1 before. Stop a stream yourself: the record behind
+ * stream_callback is not freed otherwise. What is cleared: devh_global, whose handle is closed in
+ * the place of the object's own when the application has set one, and the callbacks of the object
+ * (nyxus/extensions.h). usb_handle, uvc_handle and uvc_context keep their values and are no longer
+ * valid; usb_device is the caller's to unreference.
  *
- * Blocks for a transfer. One thread at a time per device.
+ * A stream that runs is stopped, as by stopVideoStream(). When the camera is gone (unplugged), or
+ * goes meanwhile, libuvc's handle is abandoned instead of closed: libuvc and libusb would abort the
+ * process.
+ *
+ * Blocks for a transfer, and until libuvc's event thread has ended. One thread at a time per
+ * device; one thread at a time where devh_global is set.
  */
 NYXUS_API void DEV_DeleteObject(NyDevice* pDevObj);
 

@@ -19,8 +19,9 @@ enum {
     NYXUS_OK = 0,
     NYXUS_E_FAILED = -1,         /**< bare: general failure of a composite operation */
     NYXUS_E_SPI_COMMAND = -9,    /**< bare: an SPI command with answer took longer than 500 ms */
-    NYXUS_E_BUSY = -16,          /**< bare: a status wait ran out of attempts, or an LED
-                                      update is pending */
+    NYXUS_E_BUSY = -16,          /**< bare: a status wait ran out of attempts (that before a
+                                      write to SPI flash included), or an LED update is
+                                      pending */
     NYXUS_E_NO_SUPPORT = -38,    /**< bare: EEPROMs cannot be identified */
     NYXUS_E_LIB_NULL = -258,     /**< NULL argument of a library-wide call */
     NYXUS_E_INI_DIGIT = -527,    /**< bad digit in a serial-number field */
@@ -46,11 +47,19 @@ enum {
 
 /** Code of the last failure on this thread. */
 NYXUS_DATA __thread int32_t nyxus_errno;
-/** Status of the last inner call whose failure was passed on on this thread. */
+/**
+ * Status of the last inner call whose failure was passed on on this thread. Functions that look at
+ * the status of every exchange (transfers of nyxus/memory.h, and so all that read and write
+ * registers; the OSD, H.264 and fingerprint functions) store it here, so that it may be 0 after a
+ * success, too. It says nothing by itself: look at it where a function's description tells you to,
+ * and set it to 0 before.
+ */
 NYXUS_DATA __thread int32_t nyxus_rv;
 /** Detail of the last failure on this thread, without its place; at most 127 characters. */
 NYXUS_DATA __thread char nyxus_errtmp[128];
-/** "FILE(LINE): <TAG> detail" of the last failure on this thread; at most 255 characters. */
+/** "UNIT(LINE): <TAG> detail" of the last failure on this thread; at most 255 characters, so that
+ *  it holds more of a long detail than nyxus_errtmp. A unit covers several source files:
+ * docs/errors.md says which. */
 NYXUS_DATA __thread char nyxus_errmsg[256];
 /** Room for the host's own text; the library never writes it. */
 NYXUS_DATA __thread char nyxus_errstr[256];

@@ -7,7 +7,8 @@
  *  - *thread-safe*: any number of threads at any time.
  *  - *one thread at a time per device*: two threads may use two device objects, never the same one
  *    at the same time; the library takes no lock.
- *  - *one thread at a time*: touches process-wide state; call it from one thread only.
+ *  - *one thread at a time*: touches process-wide state; while it runs, no other thread calls a
+ *    function with this word, nor one that uses what it sets.
  *
  * "Blocks for a transfer": until the camera has answered one control transfer. Transfers carry no
  * time-out, so a camera that is connected but never answers blocks its caller until it is

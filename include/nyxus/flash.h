@@ -68,6 +68,8 @@ NYXUS_API int32_t XU_SpiCmdGet(NyDevice* pDevObj, const uint8_t* pCmdBuf, uint8_
 /**
  * Send a command without answer. Waits for its end without a limit: on a controller that never ends
  * a command the call returns only when the camera is unplugged.
+ *
+ * Blocks for 6 transfers or more.
  */
 NYXUS_API int32_t XU_SpiCmdSet(NyDevice* pDevObj, const uint8_t* pCmdBuf, uint8_t bCmdLen);
 
@@ -80,6 +82,8 @@ NYXUS_API int32_t XU_SpiCmdSet(NyDevice* pDevObj, const uint8_t* pCmdBuf, uint8_
  * @param bValue     what they shall be
  * @param dwTimeout  nominal milliseconds; 40 reads 14 times, 100 reads 34 times
  * @return 0; -16 when it did not come true (bare)
+ *
+ * Blocks for 2 transfers and 2 ms per read.
  */
 NYXUS_API int32_t XU_SpiWaitStatus(NyDevice* pDevObj, uint8_t bMask, uint8_t bValue,
                                    uint32_t dwTimeout);
@@ -90,21 +94,29 @@ NYXUS_API int32_t XU_SpiWaitStatus(NyDevice* pDevObj, uint8_t bMask, uint8_t bVa
  * @param pDevObj    probed device, borrowed for the call
  * @param dwTimeout  milliseconds of sleeping
  * @return 0; -16 when it is still busy (bare)
+ *
+ * Blocks for 2 transfers per poll, and the sleeping.
  */
 NYXUS_API int32_t XU_SpiWaitBusReady(NyDevice* pDevObj, uint32_t dwTimeout);
 
-/** Read the controller's copy of the flash information: the first 11 bytes of pFlashInfo. */
+/** Read the controller's copy of the flash information: the first 11 bytes of pFlashInfo.
+ *  Blocks for 4 transfers (1 with XU version 0x0003).
+ *  @return -1036 for a row of spi_flash_table, which is read-only: take a copy */
 NYXUS_API int32_t XU_SpiGetFlashInfo(NyDevice* pDevObj, NyFlashInfo* pFlashInfo);
 
 /** Hand the first 11 bytes of pFlashInfo to the controller. Controllers with XU version 0x0003 keep
- *  their own: nothing is sent, bit 7 of abExtParam[0] is set in the record instead. */
+ *  their own: nothing is sent, bit 7 of abExtParam[0] is set in the record instead. Blocks for
+ *  2 transfers (none with XU version 0x0003).
+ *  @return -1036 for a row of spi_flash_table where that bit was to be set: take a copy */
 NYXUS_API int32_t XU_SpiSetFlashInfo(NyDevice* pDevObj, NyFlashInfo* pFlashInfo);
 
 /**
  * Read the flash's ID by the method of oFlashInfo.bCmdRDID, match it, and tell the controller.
  * A part that the catalogue lacks keeps its own ID with the parameters of the last row.
  *
- * @return 0; -1030 when bCmdRDID is 0, -1029 when it is unknown
+ * @return 0; -1030 when bCmdRDID is 0, -1029 when it is unknown; -9 (bare), see XU_SpiCmdGet()
+ *
+ * Blocks for 11 transfers or more (2 with XU version 0x0003) and up to 500 ms.
  */
 NYXUS_API int32_t MP_IdentifyFlash(NyDevice* pDevObj);
 
@@ -116,12 +128,14 @@ NYXUS_API int32_t MP_IdentifyFlash(NyDevice* pDevObj);
  *         is blank or foreign, or xModuleMode is 0. When the controller's flash information cannot
  * be read, that is 0, too: oFlashInfo is not matched, the firmware is not told, and nyxus_rv has
  *         the failure
+ *
+ * Blocks for 3 to 22 transfers, more where an SPI command takes its time (up to 500 ms).
  */
 NYXUS_API int32_t MP_QueryExtRom(NyDevice* pDevObj);
 
 /** Check that the flash answers as oFlashInfo describes it. @return 1 if it does, 0 if not, and 0
  * for every part whose bParam is not 0x31, 0x24 or 0x2C: that includes those that no row describes.
- */
+ * -9 (bare), see XU_SpiCmdGet(). Blocks for up to four commands of that function. */
 NYXUS_API int32_t MP_CheckFlashIsSupported(NyDevice* pDevObj);
 
 NYXUS_END_DECLS

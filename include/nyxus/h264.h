@@ -27,8 +27,9 @@ enum {
     UVCX_QP_STEPS_LAYERS = 0x0F,
 };
 
-/** The controls with their payload lengths. */
-NYXUS_DATA const uvc_xu_ctrl uvc_xu_table_h264[];
+/** The controls with their payload lengths, of which the low byte counts. The host may change them,
+ *  by requireXUSizeTable() on NY_UNIT_H264 for instance; the probe does not. Process-wide. */
+NYXUS_DATA uvc_xu_ctrl uvc_xu_table_h264[];
 /** Rows of uvc_xu_table_h264. */
 NYXUS_DATA int32_t uvc_xu_table_h264_count;
 
@@ -49,7 +50,8 @@ typedef struct H264BitrateLayers {
  * @param pDevObj    probed device, borrowed for the call
  * @param bSelector  UVCX_*; only the low byte counts
  * @param bRequest   UVC_GET_CUR or UVC_SET_CUR; only the low byte counts
- * @param pBuf       the control's length of bytes; never written by a set
+ * @param pBuf       as many bytes as uvc_xu_table_h264 says (the functions below take the bytes
+ * that they name, whatever it says); never written by a set
  * @return -1030 for an unknown selector
  *
  * Blocks for a transfer.

@@ -9,8 +9,9 @@
  *
  * All functions: buffers hold the requested length and are borrowed for the call; one thread at a
  * time per device; 0 on success, -1026 for a NULL device, -1036 for a NULL buffer (unless the
- * length is 0), else the failure of the exchange. A length of 0 moves no data; blocks are selected
- * all the same by the functions that always select them.
+ * length is 0), else the failure of the exchange; -16 (bare) where a write waits for the bus of an
+ * SPI flash, see XuCtrlSeqContext(). A length of 0 moves no data; blocks are selected all the same
+ * by the functions that always select them.
  */
 #ifndef NYXUS_MEMORY_H
 #define NYXUS_MEMORY_H
@@ -22,8 +23,9 @@ NYXUS_BEGIN_DECLS
 /**
  * One sequenced transfer inside a 16-bit address space; the address wraps at 0x10000.
  *
- * Writes to the external ROM are paced: SPI flash by a bus-ready poll before every exchange (up to
- * 3 s each), EEPROM by a sleep of nyxus_write_cycle_time milliseconds after it.
+ * Writes to the external ROM are paced: SPI flash by a bus-ready poll before every exchange (-16,
+ * bare, when it is still busy after 3 s of polling), EEPROM by a sleep of nyxus_write_cycle_time
+ * milliseconds after it.
  *
  * @param pDevObj    probed device, borrowed for the call
  * @param bSelector  ZRV_XU_REG, ZRV_XU_SENSOR, ZRV_XU_MCU or ZRV_XU_EXT_ROM
@@ -59,7 +61,8 @@ NYXUS_API int32_t XuMcuDataWrite(NyDevice* pDevObj, uint32_t wAddr, uint32_t wLe
  * whatever block is selected. */
 NYXUS_API int32_t XuExtRomRead(NyDevice* pDevObj, uint32_t dwAddr, uint32_t dwLen, uint8_t* pBuf);
 /** Write the external ROM, which must be write-enabled and, if it is SPI flash, erased. Blocks are
- *  selected as by XuExtRomRead(); each selection is reported on standard output. */
+ *  selected as by XuExtRomRead(); each selection is reported on standard output.
+ *  @return -16 (bare) when an SPI flash stays busy for 3 s */
 NYXUS_API int32_t XuExtRomWrite(NyDevice* pDevObj, uint32_t dwAddr, uint32_t dwLen,
                                 const uint8_t* pBuf);
 
@@ -103,7 +106,12 @@ NYXUS_API int32_t XuExtRomRead512(NyDevice* pDevObj, uint32_t wAddr, uint32_t wL
  * Walk a 32-bit address range block by block, and select block 0 at the end.
  *
  * A transfer that fails ends the walk but is *not* returned: the result is that of the last block
- * selection. Set nyxus_rv to 0 before and look at it after.
+ * selection. So a camera without the 512-byte path reads nothing and returns 0. Set nyxus_rv to 0
+ * before and look at it after: it is negative then.
+ *
+ * Every walk selects its blocks by ZRV_XU_FLASH_BLOCK, also inside the first one. Cameras whose
+ * table lacks that control (XU versions 0x0100 and 0x0101) always fail with -1030. XuExtRomRead()
+ * and XuExtRomWrite() work on all cameras, XuExtRomRead512() on those with the 512-byte path.
  *
  * @param pDevObj    probed device, borrowed for the call
  * @param bFlag      bit 7 set = write
@@ -111,13 +119,19 @@ NYXUS_API int32_t XuExtRomRead512(NyDevice* pDevObj, uint32_t wAddr, uint32_t wL
  * @param dwAddr     start address
  * @param dwLen      bytes
  * @param pBuf       dwLen bytes, sent or filled
- * @return 0, or the failure of the last block selection
+ * @return 0, or the failure of the last block selection (-1030: see above)
+ *
+ * Blocks for the transfers of XuCtrlSeqContext() or XuCtrlSeqContext512(), one per block, and one
+ * more.
  */
 NYXUS_API int32_t VELKA_DwAddrRead(NyDevice* pDevObj, uint8_t bFlag, uint8_t bSelector,
                                    uint32_t dwAddr, uint32_t dwLen, uint8_t* pBuf);
-/** Read a 32-bit address range by 8 or 32 bytes; see VELKA_DwAddrRead() for failures. */
+/** Read a 32-bit address range by 8 or 32 bytes. Not on cameras without block selection, which
+ *  return -1030, always: use XuExtRomRead(). See VELKA_DwAddrRead() for other failures. */
 NYXUS_API int32_t XuExtRomReadDW(NyDevice* pDevObj, uint32_t dwAddr, uint32_t dwLen, uint8_t* pBuf);
-/** Read a 32-bit address range by 512 bytes; see VELKA_DwAddrRead() for failures. */
+/** Read a 32-bit address range by 512 bytes. Not on cameras without block selection, which return
+ *  -1030, always: use XuExtRomRead512(); and not on those without the 512-byte path, which return 0
+ *  though nothing is read. See VELKA_DwAddrRead(). */
 NYXUS_API int32_t XuExtRomRead512DW(NyDevice* pDevObj, uint32_t dwAddr, uint32_t dwLen,
                                     uint8_t* pBuf);
 

@@ -12,6 +12,7 @@
 #include <nyxus/device.h>
 #include <nyxus/error.h>
 #include <nyxus/export.h>
+#include <nyxus/extensions.h>
 #include <nyxus/fingerprint.h>
 #include <nyxus/flash.h>
 #include <nyxus/h264.h>
@@ -20,6 +21,7 @@
 #include <nyxus/osd.h>
 #include <nyxus/peripheral.h>
 #include <nyxus/production.h>
+#include <nyxus/registers.h>
 #include <nyxus/rom.h>
 #include <nyxus/trace.h>
 #include <nyxus/usb.h>

@@ -57,8 +57,10 @@ NYXUS_API int32_t MP_FwDump(NyDevice* pDevObj, const char* path, uint32_t size);
  * Compare the ROM with nyxus_fw_bin over nyxus_fw_bin_size bytes. Dumps the first 512 bytes on
  * standard error and writes all of them to "dump.bin" in the current directory.
  *
- * @return 0 when equal; -1 (bare) when not; -(0x8000 + errno) when equal but dump.bin cannot be
- *         opened. One that could be written in part only fails nothing
+ * @return 0 when equal; -1 (bare) when not; -(0x8000 + errno) when dump.bin cannot be opened,
+ *         whatever the comparison says (-32789 where it is a directory). One that could be written
+ *         in part only fails nothing. A failed read is returned when nothing differs: what could
+ *         not be read counts as 0xFF
  *
  * Blocks for the transfers of XuExtRomRead().
  */

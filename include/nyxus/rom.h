@@ -17,9 +17,10 @@ NYXUS_BEGIN_DECLS
 /** External-ROM address of the reserved area. */
 enum { SPI_RESERVED_ADDR = 0x7F00 };
 
-/** Erase by an erase command at a 16-bit address, and wait for it (up to 3 s of polling: -16). */
+/** Erase by an erase command at a 16-bit address, and wait for it (up to 3 s of polling: -16).
+ *  Blocks for 20 transfers or more. */
 NYXUS_API int32_t XU_SpiCmdErase(NyDevice* pDevObj, uint16_t wAddr, uint8_t bCmd);
-/** The same at a 24-bit address. */
+/** The same at a 24-bit address; higher bits are not sent. */
 NYXUS_API int32_t XU_SpiCmdEraseDW(NyDevice* pDevObj, uint32_t dwAddr, uint8_t bCmd);
 /** Erase the block at (wBlockId * 0x1000) & 0xFFFF by the part's block-erase command. */
 NYXUS_API int32_t XU_SpiEraseBlockById(NyDevice* pDevObj, uint16_t wBlockId);
@@ -43,11 +44,12 @@ NYXUS_API int32_t XU_SpiEraseChip(NyDevice* pDevObj);
  *
  * @return 0; -1035 when there is no memory for the blocks; the failures of MP_ExtRomWriteEnable()
  *
- * Blocks for many seconds. One thread at a time: the scratch buffer is process-wide.
+ * Blocks for many seconds. One thread at a time per device.
  */
 NYXUS_API int32_t XU_ExtRomEraseDWORD(NyDevice* pDevObj, uint32_t dwAddr, uint32_t dwLen);
 
-/** Set or clear the block protection of the flash; up to 6 attempts of about 300 ms.
+/** Set or clear the block protection of the flash; up to 6 attempts, each of about
+ *  300 ms and 15 transfers or more.
  *  @return 0; -1033 when the flash did not confirm it */
 NYXUS_API int32_t XU_SpiBlockProtect(NyDevice* pDevObj, bool xEnable);
 /** The same for boards that protect by other bits and need no write enable first. */
@@ -60,6 +62,9 @@ NYXUS_API int32_t XU_SpiBlockProtect_for_customer_IB(NyDevice* pDevObj, bool xEn
  * @param bExtRomType  EXTROM_TYPE_SPI, anything else is an EEPROM
  * @param xEnable      true unlocks
  * @return 0; -16 when the flash did not follow; -1033 (see XU_SpiBlockProtect())
+ *
+ * Blocks for 6 transfers or more on cameras with xFeatureXU, 1 transfer for an
+ * EEPROM; for an SPI flash on others as XU_SpiBlockProtect() and XU_GpioSet().
  */
 NYXUS_API int32_t MP_ExtRomWriteEnable(NyDevice* pDevObj, uint8_t bExtRomType, bool xEnable);
 
@@ -71,6 +76,8 @@ NYXUS_API int32_t MP_ExtRomWriteEnable(NyDevice* pDevObj, uint8_t bExtRomType, b
  * @param pBuf     receives them
  * @return 0; -1 (bare) for a larger wLen, and on a camera without SPI flash; the failures of
  *         MP_QueryExtRom()
+ *
+ * Blocks for MP_QueryExtRom() and XuExtRomRead().
  */
 NYXUS_API int32_t XU_SpiGetReservedArea(NyDevice* pDevObj, uint16_t wLen, uint8_t* pBuf);
 /** Program the reserved area; it is not erased first, so only 1 bits become 0. The same

@@ -3,10 +3,11 @@
  * @file
  * Diagnostic output on standard error, gated by one process-wide bit mask.
  *
- * A gated line begins with the time stamp "[seconds.milliseconds]" and the name of its function.
- * What ignores the mask: the hex dump, the progress marks, "Cannot found appropriate XU table" and
- * "Identify SPI flash FAILED", and libuvc's own messages; on standard output, the block selections
- * of XuExtRomWrite() and "Wrong libusb device" of init_uvc_video().
+ * A gated line begins with the time stamp "[seconds.milliseconds]" and the name of the exported
+ * function that it belongs to; nyxus/extensions.h has a callback that takes the place of the
+ * output. What ignores the mask: the hex dump, the progress marks, "Cannot found appropriate XU
+ * table" and "Identify SPI flash FAILED", and libuvc's own messages; on standard output, the block
+ * selections of XuExtRomWrite() and "Wrong libusb device" of init_uvc_video().
  */
 #ifndef NYXUS_TRACE_H
 #define NYXUS_TRACE_H
@@ -21,7 +22,8 @@ enum {
     NY_TRACE_ERROR = 0x1080, /**< failures, and calls that passed a failure on */
     NY_TRACE_INFO = 0x0880,  /**< steps of configuration calls */
     NY_TRACE_DEBUG = 0x0480, /**< packet dumps, control lengths learnt from the camera */
-    NY_TRACE_SPI = 0x8080,   /**< SPI commands and bus-ready polls */
+    NY_TRACE_SPI = 0x8080,   /**< SPI commands and bus-ready polls; in no preset, so add it:
+                                  ny_trace_param |= NY_TRACE_SPI */
     NY_TRACE_ENUM = 0x0080,  /**< device enumeration */
     NY_TRACE_STEP = 0x0040,  /**< "<INFO>" milestones and execution times, without time stamp */
     NY_TRACE_WARN = 0x0010,  /**< "<WARNING>" lines, without time stamp */
@@ -29,7 +31,7 @@ enum {
 
 /** The trace mask; 0 (silent) at load time. */
 NYXUS_DATA uint32_t ny_trace_param;
-/** Scratch: time of the last line that carried a time stamp. */
+/** Scratch: time of the last line that carried a time stamp, of any thread. */
 NYXUS_DATA struct timeval ny_tv;
 /** Start of the execution timer. */
 NYXUS_DATA struct timeval ny_tv_start;
@@ -40,7 +42,8 @@ NYXUS_DATA struct timeval ny_tv_interval;
  * Set the trace mask from a preset.
  *
  * @param level  1: milestones and enumeration (0x3FF); 2: debug lines too (0x7FF); 3: failures and
- *               information too (0x1FFF); anything else: nothing (0x0F)
+ *               information too (0x1FFF); anything else: nothing (0x0F). None has the SPI lines,
+ *               see NY_TRACE_SPI
  *
  * One thread at a time.
  */

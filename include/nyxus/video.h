@@ -52,7 +52,8 @@ NYXUS_API void init_uvc_video(NyDevice* pDevObj);
  * Hand over a libuvc handle that the application opened. It is process-wide, used by
  * get_libusb_handle() and closed by the next close_libuvc(), whichever device that closes.
  *
- * One thread at a time; call it before devices are created.
+ * Thread-safe. An application with several cameras leaves it alone, and uses the uvc_handle of each
+ * object: the handle would be closed with whichever object is deleted next.
  */
 NYXUS_API void setLibuvcHandleForNYXUS(uvc_device_handle_t* devh);
 
@@ -62,7 +63,7 @@ NYXUS_API void setLibuvcHandleForNYXUS(uvc_device_handle_t* devh);
  * @param out  receives the handle, NULL when the application has set none; a NULL out is recorded
  * as -258 in nyxus_errno
  *
- * One thread at a time.
+ * Thread-safe; the handle is valid until the application's is closed.
  */
 NYXUS_API void get_libusb_handle(libusb_device_handle** out);
 
@@ -75,8 +76,9 @@ NYXUS_API void get_libusb_handle(libusb_device_handle** out);
  * @return the libuvc result: 0 or positive, or a negative uvc_error (also printed by libuvc);
  *         -1026, -1036 for NULL
  *
- * Call stopVideoStream() after a failure, too. Blocks for the negotiation's transfers. One thread
- * at a time per device.
+ * While a stream runs, another start returns -6 (busy), and the stream goes on. Call
+ * stopVideoStream() after a failure, too. Blocks for the negotiation's transfers. One thread at a
+ * time per device.
  */
 NYXUS_API int32_t startVideoStream(NyDevice* pDevObj, NyFrameCallback callback,
                                    VideoStreamParam* param);
@@ -100,15 +102,23 @@ NYXUS_API int32_t startVideoStream_snapshot(NyDevice* pDevObj, void* unused,
 /**
  * Stop the stream. Calling it again is harmless.
  *
- * Waits for libuvc's streaming thread to end, so never call it from the frame callback. The stream
- * of a camera that is gone is abandoned. One thread at a time per device.
+ * No call of the frame callback is under way or follows, and what was given to the stream may be
+ * freed: it waits for a call that is under way, so never call it from the callback. The stream of a
+ * camera that is gone is abandoned; one that goes during the call costs half a second at most. When
+ * the stream of a camera that is there does not end, it is abandoned after 5 s, and the object is
+ * of no use any more. One thread at a time per device.
  */
 NYXUS_API void stopVideoStream(NyDevice* pDevObj);
 
 /**
  * Close the application's libuvc handle if it set one, else the object's, then the object's libuvc
- * context. A second call does nothing, and so does the call on a camera that is gone (its handle is
+ * context. A stream that runs is stopped first, as by stopVideoStream(). A second call does
+ * nothing, and so does the call on a camera that is gone, or goes meanwhile (its handle is
  * abandoned). DEV_DeleteObject() calls it.
+ *
+ * devh_global is NULL afterwards. The handles in the object keep their values and are no longer
+ * valid, usb_handle included, so make no transfer until init_uvc_video() has opened the camera
+ * again.
  *
  * @return 0; -1026 for NULL
  *

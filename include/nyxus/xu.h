@@ -3,6 +3,15 @@
  * @file
  * The vendor extension unit: its controls, the tables of the firmware generations, and the query
  * that goes through the camera's table.
+ *
+ * The camera decides how long a control is, and every object keeps what its camera announced when
+ * it was probed. The tables are process-wide and hold the lengths of the camera that was probed
+ * last. A transfer has the object's own length as long as the table holds one that a probe of
+ * another camera, or requireXUSizeTable() on it, put there. Any other length in the table is
+ * obeyed: this camera's, or one that the host wrote. nyxus_control_length() (nyxus/extensions.h)
+ * tells which it is.
+ *
+ * Write to a table before other threads use the library: a probe may be correcting it.
  */
 #ifndef NYXUS_XU_H
 #define NYXUS_XU_H
@@ -47,7 +56,7 @@ typedef struct uvc_xu_ctrl {
 } uvc_xu_ctrl;
 
 /** Controls of firmware without a version record. As with all of these tables, the probe corrects
- *  the lengths in place, process-wide: the last camera that was probed wins. */
+ *  the lengths in place. */
 NYXUS_DATA uvc_xu_ctrl uvc_xu_table_ver_none[];
 /** Rows of uvc_xu_table_ver_none. */
 NYXUS_DATA int32_t uvc_xu_table_ver_none_count;
@@ -80,8 +89,8 @@ NYXUS_DATA NyXuTable xu_table_list[];
 /** Rows of xu_table_list. */
 NYXUS_DATA int32_t xu_table_list_count;
 
-/** The two controls that are read without a table. */
-NYXUS_DATA const uvc_xu_ctrl uvc_xu_ctrl_ver_info[2];
+/** The two controls that are read without a table, always 11 bytes long. */
+NYXUS_DATA uvc_xu_ctrl uvc_xu_ctrl_ver_info[2];
 
 /** Record of ZRV_XU_VERSION as the camera sends it, little-endian. */
 typedef struct __attribute__((packed)) NyXuVersion {
@@ -129,15 +138,17 @@ NYXUS_API int32_t MP_QueryXuVersion(NyDevice* pDevObj);
 
 /**
  * Ask the camera for the length of every control of a table, and correct the table (part of the
- * probe). Stops at the first control that the camera does not answer for.
+ * probe). Stops at the first control that the camera does not answer for. Objects of other cameras
+ * go on with the lengths that their own cameras announced.
  *
  * @param handle  open USB handle
  * @param bUnit   extension unit
- * @param table   rows to correct
+ * @param table   rows to correct, in writable memory: any exported table is, a host's may not be
  * @param count   number of rows; below 1: nothing to do
  * @return 0; the failure of xioctl_usb(); -1036 for a NULL table
  *
- * Blocks for count transfers. One thread at a time: the tables are process-wide.
+ * Blocks for count transfers. Thread-safe as libusb is; other threads may use the same table for
+ * cameras of theirs.
  */
 NYXUS_API int32_t requireXUSizeTable(libusb_device_handle* handle, uint8_t bUnit,
                                      uvc_xu_ctrl* table, int32_t count);
@@ -148,8 +159,8 @@ NYXUS_API int32_t requireXUSizeTable(libusb_device_handle* handle, uint8_t bUnit
  * @param pDevObj    probed device, borrowed for the call
  * @param bSelector  ZRV_XU_*; only the low byte counts
  * @param bRequest   UVC_GET_CUR or UVC_SET_CUR
- * @param pData      exactly as many bytes as the table's length of the control, which the *camera*
- *                   decides: look it up in pDevObj->xu_table
+ * @param pData      exactly as many bytes as nyxus_control_length() says: the *camera* decides, and
+ *                   pDevObj->xu_table may hold the length of another one
  * @return 0; -1030 when the table lacks the control (nothing is sent); -1026, -1036 for NULL; else
  *         the transfer's failure
  *
@@ -161,7 +172,7 @@ NYXUS_API int32_t UvcXuCtrlQueryNYXU(NyDevice* pDevObj, int32_t bSelector, uint8
 /**
  * Print a table on standard error when failures are traced (NY_TRACE_ERROR).
  *
- * One thread at a time.
+ * Thread-safe.
  */
 NYXUS_API void print_xu_table(const uvc_xu_ctrl* table, int32_t count);
 

@@ -56,7 +56,11 @@ class NyDevice(Structure):
                 ("wExtSensorApId", c_uint16), ("wExtFwVer", c_uint16), ("szSetfileVer", c_char * 11),
                 ("oFlashInfo", NyFlashInfo), ("xSpiMode", c_uint8), ("xModuleMode", c_uint8),
                 ("bExtRomType", c_uint8), ("dwExtRomSize", c_uint32), ("device_gone", c_uint8),
-                ("stream_record_owned", c_uint8), ("session_closed", c_uint8)]
+                ("stream_record_owned", c_uint8), ("session_closed", c_uint8),
+                ("stream_running", c_uint8), ("control_length_known", c_uint8 * 32),
+                ("control_lengths", c_uint16 * 256), ("line_callback", c_void_p),
+                ("line_user", c_void_p), ("progress_callback", c_void_p),
+                ("progress_user", c_void_p)]
 
 
 class OsdDatetime(Structure):

@@ -5,7 +5,7 @@ import ctypes
 import dataclasses
 import queue
 from types import TracebackType
-from typing import TYPE_CHECKING, Any, Iterator, List, Optional, Type
+from typing import TYPE_CHECKING, Any, Iterator, Optional, Type
 
 from ._errors import NO_DEVICE, VIDEO_NO_DEVICE, Error, Origin, check_video, require
 from ._library import LIBUSB, LIBUVC, NYXUS, NyFrameCallback, VideoStreamParam
@@ -14,10 +14,6 @@ if TYPE_CHECKING:
     from ._camera import Handle
 
 QUEUED_FRAMES = 4
-
-
-#: What abandoned streams may still look at, for the life of the process.
-_abandoned: List[Any] = []
 
 
 @dataclasses.dataclass(frozen=True)
@@ -92,13 +88,9 @@ class Stream:
         self._running = False
         self._handle.stream = None
         NYXUS.stopVideoStream(self._handle.pointer)
-        if self._handle.record.device_gone:
-            _abandoned.append((self._callback, self._param))
 
     def _on_frame(self, frame: Any, _param: Any) -> None:
         """Runs on libuvc's thread."""
-        if not self._running:
-            return
         taken = _copy(frame.contents)
         while True:
             try:

@@ -100,8 +100,9 @@ def test_a_closed_camera_is_free_for_others_and_of_no_use():
     nyxus.open("A1").close()
 
 
-def test_the_library_can_be_another_file():
+def test_the_library_can_be_another_file(tmp_path):
+    missing = str(tmp_path / "none.so")
     failed = subprocess.run([sys.executable, "-c", "import nyxus"], capture_output=True, text=True,
-                            env={"NYXUS_LIBRARY": "/nonexistent.so", "PYTHONPATH": os.environ["PYTHONPATH"]},
+                            env={"NYXUS_LIBRARY": missing, "PYTHONPATH": os.environ["PYTHONPATH"]},
                             check=False)
-    assert failed.returncode != 0 and "/nonexistent.so" in failed.stderr
+    assert failed.returncode != 0 and missing in failed.stderr

@@ -47,7 +47,7 @@ def test_a_blank_camera_is_opened_when_it_is_asked_for(firmware):
         assert set(camera.rom.read(0, 0x1000)) == {0xFF}
 
 
-def test_images_that_do_not_fit_are_refused_before_anything_is_written(firmware):
+def test_images_that_do_not_fit_are_refused_before_anything_is_written(firmware, tmp_path):
     with nyxus.open("E1") as camera:
         before = camera.rom.dump()
         with pytest.raises(nyxus.Error) as other_chip:
@@ -64,7 +64,7 @@ def test_images_that_do_not_fit_are_refused_before_anything_is_written(firmware)
     with pytest.raises(nyxus.Error):
         nyxus.FirmwareImage(b"\x12\xff")
     with pytest.raises(FileNotFoundError):
-        nyxus.FirmwareImage.load("/nonexistent")
+        nyxus.FirmwareImage.load(tmp_path / "none")
 
 
 class Broken(Exception):

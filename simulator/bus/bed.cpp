@@ -6,6 +6,7 @@
 #include "bus/registry.h"
 #include "bus/temp_folder.h"
 #include "bus/virtual_time.h"
+#include "text/printable.h"
 #include "usb/descriptors.h"
 
 #include <sys/stat.h>
@@ -32,13 +33,6 @@ namespace {
 // Long enough for the host to read the answer of the transfer that asked for the restart.
 constexpr auto kRestartDelay = std::chrono::milliseconds(3);
 constexpr unsigned kHighestBus = 64;
-
-bool is_printable(const std::string& text)
-{
-    return std::all_of(text.begin(), text.end(), [](char character) {
-        return character >= ' ' && character <= '~' && character != '\\';
-    });
-}
 
 std::atomic<Bed*> active_bed{nullptr};
 
@@ -187,7 +181,7 @@ struct Bed::State {
     Alarms alarms;
     UMockdevTestbed* testbed = nullptr;
     std::string folder;
-    std::unique_ptr<BedLock> folder_lock;
+    files::Descriptor folder_lock;
 
     std::shared_ptr<UsbfsMemory> memory = std::make_shared<UsbfsMemory>(0);
     std::mutex mutex; ///< the buses; never taken under a camera's mutex
@@ -213,7 +207,7 @@ Bed::State::State(Clock& bed_clock) : clock(bed_clock), alarms(bed_clock)
     gchar* root = umockdev_testbed_get_root_dir(testbed);
     folder = root;
     g_free(root);
-    folder_lock = std::make_unique<BedLock>(folder);
+    folder_lock = lock_bed(folder);
     worker = std::thread([this] { work(); });
 }
 
@@ -238,7 +232,8 @@ Bed::State::~State()
 void Bed::State::add_entry(const std::string& entry)
 {
     GError* error = nullptr;
-    const EventLock lock(folder); // umockdev aborts when a socket vanishes while it sends
+    const files::Descriptor lock =
+        lock_events(folder); // umockdev aborts when a socket vanishes while it sends
     if (umockdev_testbed_add_from_string(testbed, entry.c_str(), &error) == 0) {
         const std::string reason = error != nullptr ? error->message : "unknown reason";
         g_clear_error(&error);
@@ -315,7 +310,7 @@ void Bed::State::unlist(PluggedCamera& camera)
         umockdev_testbed_remove_device(testbed, interface_path(camera.place_, number).c_str());
     const std::string path = sysfs_path(camera.place_);
     {
-        const EventLock lock(folder);
+        const files::Descriptor lock = lock_events(folder);
         umockdev_testbed_uevent(testbed, path.c_str(), "remove");
     }
     umockdev_testbed_remove_device(testbed, path.c_str());
@@ -480,7 +475,7 @@ PluggedCamera& Bed::plug(const CameraModel& model, PlugOptions options)
 {
     if (options.bus < 1 || options.bus > kHighestBus)
         throw std::invalid_argument("bus must be 1 to 64");
-    if (!is_printable(options.serial))
+    if (!text::is_plain(options.serial) || options.serial.find('\\') != std::string::npos)
         throw std::invalid_argument("serial must be printable ASCII without backslash");
     const std::lock_guard lock(state_->mutex);
     if (options.serial.empty()) {

@@ -3,23 +3,18 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <unistd.h>
 
 #include <cerrno>
 
 namespace sim {
 
-EventLock::EventLock(const std::string& bed)
-    : fd_(open((bed + "/events.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600))
+files::Descriptor lock_events(const std::string& bed)
 {
-    while (fd_ >= 0 && flock(fd_, LOCK_EX) != 0 && errno == EINTR) {
+    files::Descriptor lock(
+        open((bed + "/events.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    while (lock && flock(lock.get(), LOCK_EX) != 0 && errno == EINTR) {
     }
-}
-
-EventLock::~EventLock()
-{
-    if (fd_ >= 0)
-        close(fd_);
+    return lock;
 }
 
 } // namespace sim

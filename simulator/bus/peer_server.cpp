@@ -10,33 +10,30 @@
 
 namespace sim {
 
-PeerServer::PeerServer(int listener, Serve serve, size_t most)
-    : listener_(listener), serve_(std::move(serve)), most_(most)
+PeerServer::PeerServer(files::Descriptor listener, Serve serve, size_t most)
+    : listener_(std::move(listener)), serve_(std::move(serve)), most_(most)
 {
     acceptor_ = std::thread([this] { accept_peers(); });
 }
 
 PeerServer::~PeerServer()
 {
-    shutdown(listener_, SHUT_RDWR);
+    shutdown(listener_.get(), SHUT_RDWR);
     acceptor_.join();
-    close(listener_);
     {
         const std::lock_guard lock(mutex_);
         for (const Connection& connection : connections_)
-            shutdown(connection.socket, SHUT_RDWR);
+            shutdown(connection.socket.get(), SHUT_RDWR);
     }
-    for (Connection& connection : connections_) {
+    for (Connection& connection : connections_)
         connection.thread.join();
-        close(connection.socket);
-    }
 }
 
 void PeerServer::accept_peers()
 {
     for (;;) {
-        const int socket = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-        if (socket < 0) {
+        files::Descriptor socket(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        if (!socket) {
             if (errno == EINVAL || errno == EBADF)
                 return; // shut down
             // Out of descriptors, or the peer has gone again.
@@ -45,11 +42,10 @@ void PeerServer::accept_peers()
         }
         const std::lock_guard lock(mutex_);
         join_finished();
-        if (connections_.size() >= most_) {
-            close(socket);
+        if (connections_.size() >= most_)
             continue;
-        }
-        Connection& connection = connections_.emplace_back(Connection{socket, false, {}});
+        Connection& connection =
+            connections_.emplace_back(Connection{std::move(socket), false, {}});
         connection.thread = std::thread([this, &connection] { serve(connection); });
     }
 }
@@ -57,19 +53,17 @@ void PeerServer::accept_peers()
 void PeerServer::join_finished()
 {
     connections_.remove_if([](Connection& connection) {
-        if (connection.finished) {
+        if (connection.finished)
             connection.thread.join();
-            close(connection.socket);
-        }
         return connection.finished;
     });
 }
 
 void PeerServer::serve(Connection& connection)
 {
-    serve_(connection.socket);
+    serve_(connection.socket.get());
     // The descriptor itself is closed after the join, so that nobody shuts down a reused number.
-    shutdown(connection.socket, SHUT_RDWR);
+    shutdown(connection.socket.get(), SHUT_RDWR);
     const std::lock_guard lock(mutex_);
     connection.finished = true;
 }

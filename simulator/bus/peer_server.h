@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "files/descriptor.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -17,8 +19,8 @@ public:
     /// it, too. The socket stays the server's.
     using Serve = std::function<void(int socket)>;
 
-    /// Owns `listener` from now on. Peers beyond `most` are turned away.
-    PeerServer(int listener, Serve serve, size_t most = SIZE_MAX);
+    /// Peers beyond `most` are turned away.
+    PeerServer(files::Descriptor listener, Serve serve, size_t most = SIZE_MAX);
     /// Cuts all connections and waits for their threads.
     ~PeerServer();
     PeerServer(const PeerServer&) = delete;
@@ -26,7 +28,7 @@ public:
 
 private:
     struct Connection {
-        int socket;
+        files::Descriptor socket;
         bool finished = false;
         std::thread thread;
     };
@@ -35,7 +37,7 @@ private:
     void serve(Connection& connection);
     void join_finished();
 
-    const int listener_;
+    const files::Descriptor listener_;
     const Serve serve_;
     const size_t most_;
     std::mutex mutex_;

@@ -8,26 +8,20 @@
 
 namespace sim {
 
-ReadySignal::ReadySignal() : fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+ReadySignal::ReadySignal() : event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
     set(false);
 }
 
-ReadySignal::~ReadySignal()
-{
-    if (fd_ >= 0)
-        close(fd_);
-}
-
 void ReadySignal::set(bool ready)
 {
-    if (ready == ready_ || fd_ < 0)
+    if (ready == ready_ || !event_)
         return;
     // An eventfd is not writable exactly while its counter is full.
     constexpr uint64_t kFull = UINT64_MAX - 1;
     uint64_t counter = kFull;
     const ssize_t moved =
-        ready ? read(fd_, &counter, sizeof counter) : write(fd_, &counter, sizeof counter);
+        ready ? read(fd(), &counter, sizeof counter) : write(fd(), &counter, sizeof counter);
     if (moved == static_cast<ssize_t>(sizeof counter))
         ready_ = ready;
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "files/descriptor.h"
+
 namespace sim {
 
 /// The descriptor that the camera's user polls: writable while a finished URB waits to be reaped.
@@ -8,15 +10,12 @@ namespace sim {
 class ReadySignal {
 public:
     ReadySignal();
-    ~ReadySignal();
-    ReadySignal(const ReadySignal&) = delete;
-    ReadySignal& operator=(const ReadySignal&) = delete;
 
-    int fd() const { return fd_; } ///< -1 when the process has no descriptor left
+    int fd() const { return event_.get(); } ///< -1 when the process has no descriptor left
     void set(bool ready);
 
 private:
-    int fd_;
+    files::Descriptor event_;
     bool ready_ = true;
 };
 

@@ -3,6 +3,7 @@
 
 #include "bus/registry.h"
 #include "bus/transport.h"
+#include "files/listen.h"
 
 #include <sys/prctl.h>
 
@@ -23,10 +24,10 @@ Reply result(int status)
     return reply;
 }
 
-int listen_in(const std::string& folder)
+files::Descriptor listen_in(const std::string& folder)
 {
-    const int listener = listen_socket(socket_path(folder));
-    if (listener < 0)
+    files::Descriptor listener = files::listen_at(socket_path(folder));
+    if (!listener)
         throw std::runtime_error("cannot listen in " + folder + ": " + std::strerror(errno));
     return listener;
 }

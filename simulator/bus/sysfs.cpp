@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "bus/sysfs.h"
 
+#include "text/format.h"
+#include "text/hex.h"
 #include "usb/descriptors.h"
 
 #include <array>
-#include <cstdarg>
-#include <cstdio>
 #include <span>
 
 namespace sim {
@@ -22,16 +22,6 @@ constexpr uint8_t kHubDescriptors[] = {
 };
 // clang-format on
 
-__attribute__((format(printf, 1, 2))) std::string text(const char* format, ...)
-{
-    char line[512];
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(line, sizeof line, format, arguments);
-    va_end(arguments);
-    return line;
-}
-
 // The values of attribute files end with a line feed, written as an escape.
 std::string attribute(const char* name, const std::string& value)
 {
@@ -40,10 +30,7 @@ std::string attribute(const char* name, const std::string& value)
 
 std::string descriptors(std::span<const uint8_t> bytes)
 {
-    std::string line = "H: descriptors=";
-    for (const uint8_t byte : bytes)
-        line += text("%02X", unsigned{byte});
-    return line + "\n";
+    return "H: descriptors=" + text::hex(bytes) + "\n";
 }
 
 // What every device has, hub or camera. `bytes` are its device descriptor and more.
@@ -58,26 +45,26 @@ std::string common_entry(const std::string& path, const Place& place,
     std::string entry = "P: " + path + "\n";
     entry += "E: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nE: DRIVER=usb\n";
     entry += "E: DEVNAME=" + node_path(place) + "\n";
-    entry += text("E: BUSNUM=%03u\nE: DEVNUM=%03u\nE: MAJOR=189\nE: MINOR=%u\n", place.bus,
-                  place.address, (place.bus - 1) * 128 + place.address - 1);
-    entry += text("E: PRODUCT=%x/%x/%x\n", vendor, product, release);
-    entry += text("E: TYPE=%u/%u/%u\n", bytes[4], bytes[5], bytes[6]);
-    entry += attribute("busnum", text("%u", place.bus));
-    entry += attribute("devnum", text("%u", place.address));
+    entry += text::format("E: BUSNUM=%03u\nE: DEVNUM=%03u\nE: MAJOR=189\nE: MINOR=%u\n", place.bus,
+                          place.address, (place.bus - 1) * 128 + place.address - 1);
+    entry += text::format("E: PRODUCT=%x/%x/%x\n", vendor, product, release);
+    entry += text::format("E: TYPE=%u/%u/%u\n", bytes[4], bytes[5], bytes[6]);
+    entry += attribute("busnum", text::format("%u", place.bus));
+    entry += attribute("devnum", text::format("%u", place.address));
     entry += attribute("speed", "480");
     entry += attribute("version", " 2.00");
     entry += attribute("bConfigurationValue", "1");
     entry += attribute("bNumConfigurations", "1");
-    entry += attribute("bNumInterfaces", text("%2u", interfaces));
-    entry += attribute("bmAttributes", text("%02x", bytes[18 + 7]));
-    entry += attribute("bMaxPower", text("%umA", bytes[18 + 8] * 2));
-    entry += attribute("bMaxPacketSize0", text("%u", bytes[7]));
-    entry += attribute("bDeviceClass", text("%02x", bytes[4]));
-    entry += attribute("bDeviceSubClass", text("%02x", bytes[5]));
-    entry += attribute("bDeviceProtocol", text("%02x", bytes[6]));
-    entry += attribute("idVendor", text("%04x", vendor));
-    entry += attribute("idProduct", text("%04x", product));
-    entry += attribute("bcdDevice", text("%04x", release));
+    entry += attribute("bNumInterfaces", text::format("%2u", interfaces));
+    entry += attribute("bmAttributes", text::format("%02x", bytes[18 + 7]));
+    entry += attribute("bMaxPower", text::format("%umA", bytes[18 + 8] * 2));
+    entry += attribute("bMaxPacketSize0", text::format("%u", bytes[7]));
+    entry += attribute("bDeviceClass", text::format("%02x", bytes[4]));
+    entry += attribute("bDeviceSubClass", text::format("%02x", bytes[5]));
+    entry += attribute("bDeviceProtocol", text::format("%02x", bytes[6]));
+    entry += attribute("idVendor", text::format("%04x", vendor));
+    entry += attribute("idProduct", text::format("%04x", product));
+    entry += attribute("bcdDevice", text::format("%04x", release));
     entry += attribute("configuration", "");
     entry += attribute("rx_lanes", "1");
     entry += attribute("tx_lanes", "1");
@@ -86,7 +73,7 @@ std::string common_entry(const std::string& path, const Place& place,
 
 std::string interface_name(const Place& place, unsigned number)
 {
-    return text("%u-%u:1.%u", place.bus, place.port, number);
+    return text::format("%u-%u:1.%u", place.bus, place.port, number);
 }
 
 // `bytes` is the interface's descriptor.
@@ -95,13 +82,13 @@ std::string interface_entry(const std::string& device_path, const std::string& n
 {
     std::string entry = "P: " + device_path + "/" + name + "\n";
     entry += "E: SUBSYSTEM=usb\nE: DEVTYPE=usb_interface\n";
-    entry += text("E: INTERFACE=%u/%u/%u\n", bytes[5], bytes[6], bytes[7]);
-    entry += attribute("bInterfaceNumber", text("%02x", bytes[2]));
-    entry += attribute("bAlternateSetting", text("%2u", bytes[3]));
-    entry += attribute("bNumEndpoints", text("%02x", bytes[4]));
-    entry += attribute("bInterfaceClass", text("%02x", bytes[5]));
-    entry += attribute("bInterfaceSubClass", text("%02x", bytes[6]));
-    entry += attribute("bInterfaceProtocol", text("%02x", bytes[7]));
+    entry += text::format("E: INTERFACE=%u/%u/%u\n", bytes[5], bytes[6], bytes[7]);
+    entry += attribute("bInterfaceNumber", text::format("%02x", bytes[2]));
+    entry += attribute("bAlternateSetting", text::format("%2u", bytes[3]));
+    entry += attribute("bNumEndpoints", text::format("%02x", bytes[4]));
+    entry += attribute("bInterfaceClass", text::format("%02x", bytes[5]));
+    entry += attribute("bInterfaceSubClass", text::format("%02x", bytes[6]));
+    entry += attribute("bInterfaceProtocol", text::format("%02x", bytes[7]));
     return entry + "\n";
 }
 
@@ -109,18 +96,18 @@ std::string interface_entry(const std::string& device_path, const std::string& n
 
 std::string root_hub_entry(unsigned bus)
 {
-    const std::string path = text("/devices/usb%u", bus);
+    const std::string path = text::format("/devices/usb%u", bus);
     return common_entry(path, {bus, 0, 1}, kHubDescriptors) +
-           attribute("maxchild", text("%u", kPortsPerBus)) +
+           attribute("maxchild", text::format("%u", kPortsPerBus)) +
            attribute("manufacturer", "NYXUS Simulator") + attribute("product", "Root hub") + "\n";
 }
 
 std::string camera_entry(UsbCamera& camera, const Place& place)
 {
-    const std::string path = text("/devices/usb%u/%u-%u", place.bus, place.bus, place.port);
+    const std::string path = text::format("/devices/usb%u/%u-%u", place.bus, place.bus, place.port);
     std::string entry = common_entry(path, place, node_contents(camera));
     entry += attribute("maxchild", "0");
-    entry += attribute("devpath", text("%u", place.port));
+    entry += attribute("devpath", text::format("%u", place.port));
     entry += attribute("manufacturer", kManufacturer);
     entry += attribute("product", camera.product());
     entry += attribute("serial", camera.serial()) + "\n";
@@ -138,12 +125,12 @@ std::string interface_path(const Place& place, unsigned number)
 
 std::string sysfs_path(const Place& place)
 {
-    return text("/sys/devices/usb%u/%u-%u", place.bus, place.bus, place.port);
+    return text::format("/sys/devices/usb%u/%u-%u", place.bus, place.bus, place.port);
 }
 
 std::string node_path(const Place& place)
 {
-    return text("/dev/bus/usb/%03u/%03u", place.bus, place.address);
+    return text::format("/dev/bus/usb/%03u/%03u", place.bus, place.address);
 }
 
 std::vector<uint8_t> node_contents(UsbCamera& camera)

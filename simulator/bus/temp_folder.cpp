@@ -28,21 +28,19 @@ bool is_usable(const std::string& folder)
            access(folder.c_str(), W_OK | X_OK) == 0;
 }
 
-/// Takes over the lock of a bed whose process is gone; -1 when there is nothing to clean up.
-int seize_abandoned(const std::string& bed)
+/// Takes over the lock of a bed whose process is gone; empty when there is nothing to clean up.
+files::Descriptor seize_abandoned(const std::string& bed)
 {
     struct stat entry {};
     if (lstat(bed.c_str(), &entry) != 0 || !S_ISDIR(entry.st_mode) || entry.st_uid != geteuid())
-        return -1;
-    const int fd = open((bed + kLockName).c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
-    if (fd < 0)
-        return -1; // not ours, or just being made
+        return {};
+    files::Descriptor lock(open((bed + kLockName).c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+    if (!lock)
+        return {}; // not ours, or just being made
     // A lock without a name: its owner has removed the bed, and another one may bear that name now.
-    const bool seized =
-        flock(fd, LOCK_EX | LOCK_NB) == 0 && fstat(fd, &entry) == 0 && entry.st_nlink > 0;
-    if (!seized)
-        close(fd);
-    return seized ? fd : -1;
+    const bool seized = flock(lock.get(), LOCK_EX | LOCK_NB) == 0 &&
+                        fstat(lock.get(), &entry) == 0 && entry.st_nlink > 0;
+    return seized ? std::move(lock) : files::Descriptor();
 }
 
 } // namespace
@@ -67,17 +65,13 @@ ShortTempFolder::~ShortTempFolder()
 }
 
 // Whoever finds a lock that nobody holds removes the bed, so it gets its name only when it is held.
-BedLock::BedLock(const std::string& bed)
-    : fd_(open((bed + kNewLockName).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600))
+files::Descriptor lock_bed(const std::string& bed)
 {
-    if (fd_ >= 0 && flock(fd_, LOCK_EX | LOCK_NB) == 0)
-        rename((bed + kNewLockName).c_str(), (bed + kLockName).c_str());
-}
-
-BedLock::~BedLock()
-{
-    if (fd_ >= 0)
-        close(fd_);
+    const std::string unfinished = bed + kNewLockName;
+    files::Descriptor lock(open(unfinished.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    if (lock && flock(lock.get(), LOCK_EX | LOCK_NB) == 0)
+        rename(unfinished.c_str(), (bed + kLockName).c_str());
+    return lock;
 }
 
 void remove_abandoned_beds(const std::string& folder)
@@ -90,11 +84,8 @@ void remove_abandoned_beds(const std::string& folder)
             beds.push_back(entry->path());
     }
     for (const auto& bed : beds) {
-        const int lock = seize_abandoned(bed.string());
-        if (lock >= 0) {
+        if (const files::Descriptor lock = seize_abandoned(bed.string()); lock)
             std::filesystem::remove_all(bed, ignored);
-            close(lock);
-        }
     }
 }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "files/descriptor.h"
+
 #include <string>
 
 namespace sim {
@@ -21,17 +23,9 @@ private:
     std::string path_;
 };
 
-/// Marks a bed's folder as in use by this process for as long as it lives, however it dies.
-class BedLock {
-public:
-    explicit BedLock(const std::string& bed);
-    ~BedLock();
-    BedLock(const BedLock&) = delete;
-    BedLock& operator=(const BedLock&) = delete;
-
-private:
-    int fd_;
-};
+/// Marks a bed's folder as in use by this process for as long as the lock lives, however the
+/// process dies.
+files::Descriptor lock_bed(const std::string& bed);
 
 /// Deletes the beds that crashed processes of this user have left in `folder`.
 void remove_abandoned_beds(const std::string& folder);

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "bus/transport.h"
 
+#include "files/parts.h"
+
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
-#include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -60,13 +60,7 @@ bool send_bytes(int socket, const void* header, size_t header_bytes,
         if (sent <= 0)
             return false;
         left -= static_cast<size_t>(sent);
-        size_t done = static_cast<size_t>(sent);
-        for (iovec& part : parts) {
-            const size_t step = std::min(done, part.iov_len);
-            part.iov_base = static_cast<char*>(part.iov_base) + step;
-            part.iov_len -= step;
-            done -= step;
-        }
+        files::drop_front(parts, static_cast<size_t>(sent));
         message.msg_control = nullptr;
         message.msg_controllen = 0;
     }
@@ -116,17 +110,6 @@ int fd_of(msghdr& message)
     return fd;
 }
 
-bool fill_address(const std::string& path, sockaddr_un& address)
-{
-    if (path.size() >= sizeof address.sun_path) {
-        errno = ENAMETOOLONG;
-        return false;
-    }
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    return true;
-}
-
 } // namespace
 
 bool send_request(int socket, const Request& request)
@@ -156,7 +139,7 @@ bool receive_reply(int socket, Reply& reply)
            receive_payload(socket, reply.payload, reply.header.payload_bytes, kMaxReplyPayload);
 }
 
-bool receive_reply(int socket, Reply& reply, int& passed_fd)
+bool receive_reply(int socket, Reply& reply, files::Descriptor& passed)
 {
     Control control{};
     iovec part{&reply.header, sizeof reply.header};
@@ -168,7 +151,7 @@ bool receive_reply(int socket, Reply& reply, int& passed_fd)
     const ssize_t got = receive_message(socket, message);
     if (got <= 0)
         return false;
-    passed_fd = fd_of(message);
+    passed.reset(fd_of(message));
     const size_t done = static_cast<size_t>(got);
     return receive_bytes(socket, reinterpret_cast<char*>(&reply.header) + done,
                          sizeof reply.header - done) &&
@@ -178,35 +161,6 @@ bool receive_reply(int socket, Reply& reply, int& passed_fd)
 std::string socket_path(const std::string& bed_folder)
 {
     return bed_folder + "/nyxus-sim.sock";
-}
-
-int connect_socket(const std::string& path)
-{
-    sockaddr_un address{};
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0)
-        return -1;
-    // Past connect(), which the preloaded library of the bed interposes.
-    if (!fill_address(path, address) || syscall(SYS_connect, fd, &address, sizeof address) != 0) {
-        close(fd);
-        return -1;
-    }
-    return fd;
-}
-
-int listen_socket(const std::string& path)
-{
-    sockaddr_un address{};
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0)
-        return -1;
-    const auto* generic = reinterpret_cast<const sockaddr*>(&address);
-    if (!fill_address(path, address) || bind(fd, generic, sizeof address) != 0 ||
-        listen(fd, SOMAXCONN) != 0) {
-        close(fd);
-        return -1;
-    }
-    return fd;
 }
 
 } // namespace sim

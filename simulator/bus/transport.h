@@ -2,6 +2,7 @@
 #pragma once
 
 #include "bus/protocol.h"
+#include "files/descriptor.h"
 
 #include <string>
 
@@ -14,13 +15,10 @@ bool receive_request(int socket, Request& request);
 /// `passed_fd` is handed over with it unless -1.
 bool send_reply(int socket, const Reply& reply, int passed_fd = -1);
 bool receive_reply(int socket, Reply& reply);
-/// Takes the descriptor that comes with it; -1 when there is none.
-bool receive_reply(int socket, Reply& reply, int& passed_fd);
+/// Takes the descriptor that comes with it, if there is one.
+bool receive_reply(int socket, Reply& reply, files::Descriptor& passed);
 
 /// Where the server of a bed listens.
 std::string socket_path(const std::string& bed_folder);
-/// Connects or listens there; -1 and errno on failure.
-int connect_socket(const std::string& path);
-int listen_socket(const std::string& path);
 
 } // namespace sim

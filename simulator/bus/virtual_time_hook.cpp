@@ -9,7 +9,6 @@
 namespace {
 
 constexpr time_t kVirtualEpochS = 1700000000;
-constexpr uint64_t kUsPerSecond = 1000000;
 
 } // namespace
 
@@ -27,8 +26,8 @@ extern "C" int gettimeofday(timeval* __restrict time, void* __restrict zone) noe
 {
     if (sim::VirtualClock* clock = sim::installed_virtual_clock()) {
         const uint64_t now_us = clock->now_us();
-        time->tv_sec = kVirtualEpochS + static_cast<time_t>(now_us / kUsPerSecond);
-        time->tv_usec = static_cast<suseconds_t>(now_us % kUsPerSecond);
+        time->tv_sec = kVirtualEpochS + static_cast<time_t>(now_us / sim::kUsPerSecond);
+        time->tv_usec = static_cast<suseconds_t>(now_us % sim::kUsPerSecond);
         return 0;
     }
     static const auto next = sim::next_function<int (*)(timeval*, void*)>("gettimeofday");

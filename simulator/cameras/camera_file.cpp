@@ -4,11 +4,12 @@
 #include "cameras/fields.h"
 #include "cameras/shipped.h"
 #include "cameras/toml_reader.h"
+#include "files/read.h"
 #include "text/nearest.h"
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
+#include <system_error>
 
 namespace sim {
 
@@ -47,13 +48,10 @@ Part part_named(const toml::key& key, std::string_view name, std::span<const Par
     std::vector<std::string_view> names;
     std::ranges::transform(parts, std::back_inserter(names), &Part::name);
     const std::string kind(key.str());
-    std::string text = "there is no " + kind + " part of that name";
-    if (const auto nearest = text::nearest_word(name, names)) {
-        text += "; did you mean \"" + std::string(*nearest) + "\"?";
-    } else {
-        text += "; 'nyxus-sim describe --" + kind + "-parts' lists them";
-    }
-    mistakes.add(key.source(), text);
+    std::string advice = text::did_you_mean(name, names, '"');
+    if (advice.empty())
+        advice = "; 'nyxus-sim describe --" + kind + "-parts' lists them";
+    mistakes.add(key.source(), "there is no " + kind + " part of that name" + advice);
     return parts.front();
 }
 
@@ -208,15 +206,14 @@ CameraModel read_camera_file(const std::string& path)
         fail("there is no such file");
     if (!std::filesystem::is_regular_file(status))
         fail("a camera description is a plain file");
-    std::ifstream file(path, std::ios::binary);
-    std::string text(kLargestFile + 1, '\0');
-    file.read(text.data(), static_cast<std::streamsize>(text.size()));
-    if (!file.is_open() || file.bad())
-        fail("the file cannot be read");
-    text.resize(static_cast<size_t>(file.gcount()));
-    if (text.size() > kLargestFile)
-        fail("a camera description has at most " + std::to_string(kLargestFile) + " bytes");
-    return parse_camera_file(text, path);
+    try {
+        return parse_camera_file(files::read_text(path, kLargestFile), path);
+    } catch (const std::system_error& failure) {
+        throw CameraFileError(path + (failure.code() == std::errc::file_too_large
+                                          ? ": a camera description has at most " +
+                                                std::to_string(kLargestFile) + " bytes"
+                                          : ": the file cannot be read"));
+    }
 }
 
 std::vector<FlashPart> parse_flash_parts(std::string_view text, const std::string& file)

@@ -3,6 +3,7 @@
 
 #include "cameras/camera_file.h"
 #include "text/nearest.h"
+#include "text/printable.h"
 
 #include <algorithm>
 #include <sstream>
@@ -14,24 +15,11 @@ namespace {
 /// A table in a table in a table: each level costs the parser stack.
 constexpr std::ptrdiff_t kMostDots = 2000;
 
-std::string quoted(std::string_view key)
-{
-    return "'" + std::string(key) + "'";
-}
-
-/// Keys may hold anything; what goes to a terminal may not.
-std::string printable(std::string_view text)
+/// Keys and texts may hold anything, of any length.
+std::string shown(std::string_view text)
 {
     constexpr size_t kLongest = 60;
-    std::string shown;
-    for (const char character : text.substr(0, kLongest))
-        shown += character >= ' ' && character <= '~' ? character : '?';
-    return text.size() > kLongest ? shown + "..." : shown;
-}
-
-bool is_plain(std::string_view text)
-{
-    return std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
+    return text::printable(text.substr(0, kLongest)) + (text.size() > kLongest ? "..." : "");
 }
 
 bool is_byte(const toml::node& node)
@@ -72,11 +60,11 @@ std::string name_value(const toml::node& node, const Kind& kind)
     if (const auto* text = node.as_string();
         text != nullptr &&
         (std::holds_alternative<Choice>(kind) || std::holds_alternative<Word>(kind)))
-        return '"' + printable(text->get()) + '"';
+        return '"' + shown(text->get()) + '"';
     if (const auto* text = node.as_string();
         text != nullptr && std::holds_alternative<Text>(kind)) {
-        return is_plain(text->get()) ? "a text of " + std::to_string(text->get().size())
-                                     : "a text with other characters";
+        return text::is_plain(text->get()) ? "a text of " + std::to_string(text->get().size())
+                                           : "a text with other characters";
     }
     if (const auto* list = node.as_array();
         list != nullptr && std::holds_alternative<ByteList>(kind)) {
@@ -113,7 +101,7 @@ struct Reader {
     {
         const auto* text = node.as_string();
         const bool fits = text != nullptr && text->get().size() >= rule.shortest &&
-                          text->get().size() <= rule.longest && is_plain(text->get());
+                          text->get().size() <= rule.longest && text::is_plain(text->get());
         return fits ? std::optional<Value>(text->get()) : std::nullopt;
     }
     std::optional<Value> operator()(const Word& rule) const
@@ -214,20 +202,17 @@ void check_keys(const toml::table& table, std::span<const std::string_view> know
     for (const auto& [key, node] : table) {
         if (std::ranges::find(known, key.str()) != known.end())
             continue;
-        std::string text = "there is no key " + quoted(printable(key.str())) + " here";
-        if (const auto nearest = text::nearest_word(printable(key.str()), known)) {
-            text += "; did you mean " + quoted(*nearest) + "?";
-        } else {
-            text += "; 'nyxus-sim describe' lists them";
-        }
-        mistakes.add(key.source(), text);
+        const std::string guess = text::did_you_mean(key.str(), known);
+        mistakes.add(key.source(),
+                     "there is no key '" + shown(key.str()) + "' here" +
+                         (guess.empty() ? "; 'nyxus-sim describe' lists them" : guess));
     }
 }
 
 void report_kind(const toml::key& key, const toml::node& node, const Kind& kind, Mistakes& mistakes)
 {
-    mistakes.add(key.source(), quoted(key.str()) + " must be " + describe_kind(kind) + ", not " +
-                                   name_value(node, kind));
+    mistakes.add(key.source(), text::in_quotes(key.str()) + " must be " + describe_kind(kind) +
+                                   ", not " + name_value(node, kind));
 }
 
 std::optional<Value> read_value(const toml::key& key, const toml::node& node, const Kind& kind,
@@ -244,8 +229,8 @@ void report_missing(const toml::table& table, std::string_view section, std::str
 {
     const std::string where = section.empty() ? "" : "[" + std::string(section) + "] ";
     const std::string_view first_sentence = meaning.substr(0, meaning.find('.'));
-    const std::string text = where + quoted(key) + " is missing: " + describe_kind(kind) + " (" +
-                             std::string(first_sentence) + ")";
+    const std::string text = where + text::in_quotes(key) + " is missing: " + describe_kind(kind) +
+                             " (" + std::string(first_sentence) + ")";
     if (section.empty()) {
         mistakes.add(text);
     } else {

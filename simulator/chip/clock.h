@@ -6,6 +6,8 @@
 
 namespace sim {
 
+inline constexpr uint64_t kUsPerSecond = 1'000'000;
+
 /// Time as the camera sees it. Busy periods (erase, program, write cycles) are measured on it.
 class Clock {
 public:

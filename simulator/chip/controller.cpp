@@ -159,11 +159,6 @@ uint8_t Controller::sensor_reg(uint16_t address) const
     return state_->chip.sensor[address];
 }
 
-void Controller::set_sensor_reg(uint16_t address, uint8_t value)
-{
-    state_->chip.sensor[address] = value;
-}
-
 void Controller::raise_motion_alarm()
 {
     state_->chip.raise_motion_alarm();

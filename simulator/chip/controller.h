@@ -62,7 +62,6 @@ public:
     uint8_t flash_status() const;               ///< status register of the SPI flash, 0 for EEPROM
     bool write_protect() const;                 ///< the controller's write-protect control
     uint8_t sensor_reg(uint16_t address) const; ///< image sensor, also at 0x60 on the I2C bus
-    void set_sensor_reg(uint16_t address, uint8_t value);
     void raise_motion_alarm();
     bool motion_alarm() const;     ///< raised and not cleared by the host
     void set_touch(uint8_t state); ///< what the fingerprint board's detector feels

@@ -31,7 +31,6 @@ constexpr std::array<uint8_t, 8> kDefaultDatetime = {0, 1, 1, 0, 0, 0, 1, 1};
 constexpr uint32_t kTextColumn = 1;
 constexpr uint32_t kHeaderRow = 1;
 constexpr uint32_t kDotPixels = 2;
-constexpr uint32_t kUsPerSecond = 1'000'000;
 
 template <size_t N>
 void copy_into(std::array<uint8_t, N>& record, std::span<const uint8_t> data)

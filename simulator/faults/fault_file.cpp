@@ -3,15 +3,15 @@
 
 #include "faults/fault_words.h"
 #include "faults/json_lines.h"
+#include "files/read.h"
 #include "text/nearest.h"
+#include "text/numbers.h"
+#include "text/printable.h"
 
 #include <nlohmann/json.hpp>
 
-#include <cerrno>
-#include <charconv>
-#include <cstring>
-#include <fstream>
 #include <span>
+#include <system_error>
 #include <utility>
 
 namespace sim {
@@ -48,9 +48,8 @@ std::string listed(std::span<const std::string_view> words)
 /// The end of a sentence about a word that is not known.
 std::string choice(std::string_view text, std::span<const std::string_view> known)
 {
-    const auto nearest = text::nearest_word(text, known);
-    const std::string guess = nearest ? "; did you mean \"" + std::string(*nearest) + "\"?" : ".";
-    return guess + " There are " + listed(known);
+    const std::string guess = text::did_you_mean(text, known, '"');
+    return (guess.empty() ? "." : guess) + " There are " + listed(known);
 }
 
 /// Reads one element of the list.
@@ -139,11 +138,8 @@ uint64_t FaultReader::number(const json& value, const std::string& key, uint64_t
         read = value.get<uint64_t>();
     } else if (value.is_string()) {
         const auto& text = value.get_ref<const std::string&>();
-        uint64_t hex = 0;
-        const char* const end = text.data() + text.size();
-        if (text.starts_with("0x") && text.size() > 2 &&
-            std::from_chars(text.data() + 2, end, hex, 16) == std::from_chars_result{end, {}})
-            read = hex;
+        if (text.starts_with("0x"))
+            read = text::parse_number(text);
     }
     if (!read || *read < least || *read > most) {
         fail(key, "\"" + key.substr(key.find('.') + 1) + "\" is a number from " +
@@ -369,13 +365,12 @@ FaultPlan parse_faults(std::string_view text, const std::string& name)
 
 FaultPlan read_fault_file(const std::string& path)
 {
-    std::ifstream file(path, std::ios::binary);
-    std::string text(kLargestFile + 1, '\0');
-    file.read(text.data(), static_cast<std::streamsize>(text.size()));
-    if (file.bad() || !file.is_open() || (file.fail() && !file.eof()))
-        throw FaultFileError("cannot read the fault file '" + path + "': " + std::strerror(errno));
-    text.resize(static_cast<size_t>(file.gcount()));
-    return parse_faults(text, path);
+    try {
+        return parse_faults(files::read_text(path, kLargestFile), path);
+    } catch (const std::system_error& failure) {
+        throw FaultFileError("cannot read the fault file " + text::in_quotes(path) + ": " +
+                             failure.code().message());
+    }
 }
 
 } // namespace sim

@@ -1,8 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "faults/json_lines.h"
 
+#include "text/printable.h"
+
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 namespace sim {
 
@@ -50,13 +55,43 @@ unsigned line_at(std::string_view text, size_t offset)
 /// What the parser says, without its own name, numbers and position, fit for a terminal.
 std::string plain(const std::string& what)
 {
-    std::string text = what.substr(std::min(what.find("syntax error"), what.size()));
-    if (text.empty())
-        text = what;
-    std::ranges::replace_if(
-        text, [](char character) { return character < ' ' || character > '~'; }, '?');
-    return text;
+    const size_t start = what.find("syntax error");
+    return text::printable(what.substr(start == std::string::npos ? 0 : start));
 }
+
+/// Notes the lines of what the parser comes by.
+class Recorder {
+public:
+    void note(int depth, json::parse_event_t event, const json& parsed, unsigned line)
+    {
+        const bool begins =
+            event == json::parse_event_t::object_start || event == json::parse_event_t::array_start;
+        if (begins && depth >= kDeepest)
+            throw JsonList::Mistake(line, "too many brackets inside each other");
+        if (depth == 1 && event != json::parse_event_t::key) {
+            lines.try_emplace({elements_, {}}, line);
+            elements_ += begins ? 0 : 1;
+        } else if (event == json::parse_event_t::key) {
+            note_key(depth, parsed.get_ref<const std::string&>(), line);
+        }
+    }
+
+    JsonList::Lines lines;
+
+private:
+    void note_key(int depth, const std::string& name, unsigned line)
+    {
+        if (depth == 2)
+            outer_key_ = name;
+        const std::string path = depth == 2 ? name : outer_key_ + "." + name;
+        if (!lines.try_emplace({elements_, path}, line).second)
+            throw JsonList::Mistake(line,
+                                    "\"" + plain(name) + "\" stands here for the second time");
+    }
+
+    size_t elements_ = 0;
+    std::string outer_key_;
+};
 
 } // namespace
 
@@ -67,41 +102,26 @@ JsonList::JsonList(std::string_view text)
     const char* farthest = begin;
     const char* counted_to = begin; // lines are counted once
     unsigned line = 1;
+    Recorder recorder;
     const auto callback = [&](int depth, json::parse_event_t event, json& parsed) {
         line += static_cast<unsigned>(std::count(counted_to, farthest, '\n'));
         counted_to = farthest;
-        note(depth, event, parsed, line);
+        recorder.note(depth, event, parsed, line);
         return true;
     };
     try {
-        root_ = json::parse(Cursor(begin, &farthest), Cursor(end, &farthest), callback, true, true);
+        root_ = std::make_unique<json>(
+            json::parse(Cursor(begin, &farthest), Cursor(end, &farthest), callback, true, true));
     } catch (const json::parse_error& error) {
         throw Mistake(line_at(text, error.byte == 0 ? 0 : error.byte - 1),
                       "this is not JSON: " + plain(error.what()));
     } catch (const json::exception& error) { // a number beyond all bounds
         throw Mistake(line_at(text, static_cast<size_t>(farthest - begin)), plain(error.what()));
     }
+    lines_ = std::move(recorder.lines);
 }
 
-void JsonList::note(int depth, json::parse_event_t event, const json& parsed, unsigned line)
-{
-    const bool begins =
-        event == json::parse_event_t::object_start || event == json::parse_event_t::array_start;
-    if (begins && depth >= kDeepest)
-        throw Mistake(line, "too many brackets inside each other");
-    const bool is_element = depth == 1 && event != json::parse_event_t::key;
-    if (is_element) {
-        lines_.try_emplace({elements_, {}}, line);
-        elements_ += begins ? 0 : 1;
-    } else if (event == json::parse_event_t::key) {
-        const auto& name = parsed.get_ref<const std::string&>();
-        if (depth == 2)
-            outer_key_ = name;
-        const std::string path = depth == 2 ? name : outer_key_ + "." + name;
-        if (!lines_.try_emplace({elements_, path}, line).second)
-            throw Mistake(line, "\"" + plain(name) + "\" stands here for the second time");
-    }
-}
+JsonList::~JsonList() = default;
 
 unsigned JsonList::line_of(size_t element, const std::string& key) const
 {

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include <cstddef>
 #include <map>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -26,19 +27,20 @@ public:
 
     /// Comments are allowed; a key twice in one object is not, nor is deep nesting. Throws Mistake.
     explicit JsonList(std::string_view text);
+    ~JsonList();
+    JsonList(const JsonList&) = delete;
+    JsonList& operator=(const JsonList&) = delete;
 
-    const nlohmann::json& root() const { return root_; }
+    const nlohmann::json& root() const { return *root_; }
     /// Of the element, counted from 0, or of one of its keys, such as "when.unit".
     unsigned line_of(size_t element, const std::string& key = {}) const;
 
-private:
-    void note(int depth, nlohmann::json::parse_event_t event, const nlohmann::json& parsed,
-              unsigned line);
+    /// By the element and its key; of the element itself with an empty one.
+    using Lines = std::map<std::pair<size_t, std::string>, unsigned>;
 
-    nlohmann::json root_;
-    std::map<std::pair<size_t, std::string>, unsigned> lines_;
-    size_t elements_ = 0;
-    std::string outer_key_;
+private:
+    std::unique_ptr<const nlohmann::json> root_;
+    Lines lines_;
 };
 
 } // namespace sim

@@ -4,9 +4,10 @@
 #include "cameras/camera_file.h"
 #include "cameras/shipped.h"
 #include "text/nearest.h"
+#include "text/numbers.h"
+#include "text/printable.h"
 
 #include <algorithm>
-#include <charconv>
 #include <filesystem>
 #include <set>
 #include <sstream>
@@ -19,15 +20,11 @@ std::string unknown_model(std::string_view name)
 {
     std::vector<std::string_view> names;
     std::ranges::transform(models(), std::back_inserter(names), &CameraModel::name);
-    std::ostringstream text;
-    text << "there is no camera model '" << name << "'";
-    if (const auto nearest = text::nearest_word(name, names))
-        text << "; did you mean '" << *nearest << "'?";
-    text << "\nModels:";
+    std::string text = "there is no camera model " + text::in_quotes(name) +
+                       text::did_you_mean(name, names) + "\nModels:";
     for (const std::string_view model : names)
-        text << " " << model;
-    text << "\nThe name of a file with a camera's description has a '/' or ends in .toml.";
-    return text.str();
+        text.append(" ").append(model);
+    return text + "\nThe name of a file with a camera's description has a '/' or ends in .toml.";
 }
 
 bool names_a_file(std::string_view text)
@@ -38,11 +35,10 @@ bool names_a_file(std::string_view text)
 unsigned parse_bus(const std::string& text)
 {
     constexpr unsigned kHighestBus = 64;
-    unsigned bus = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), bus);
-    if (error != std::errc() || end != text.data() + text.size() || bus < 1 || bus > kHighestBus)
+    const std::optional<uint64_t> bus = text::parse_number(text, kHighestBus);
+    if (!bus || *bus == 0)
         throw UsageError("'bus=" + text + "': a bus is a number from 1 to 64");
-    return bus;
+    return static_cast<unsigned>(*bus);
 }
 
 void apply_setting(CameraRequest& camera, const std::string& setting)

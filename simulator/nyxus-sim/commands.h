@@ -20,10 +20,12 @@ struct WatchArguments {
 struct SimulationArguments {
     std::vector<std::string> cameras;
     std::vector<std::string> rom_files;
-    bool fast = false;
+    std::string speed = "real";
     unsigned usbfs_memory_mib = 0; ///< 0: no limit
     WatchArguments watch;
     std::string fault_file; ///< empty: nothing goes wrong
+
+    bool is_fast() const { return speed == "fast"; }
 };
 
 struct RunArguments {

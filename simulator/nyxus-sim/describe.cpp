@@ -3,6 +3,8 @@
 #include "cameras/fields.h"
 #include "cameras/shipped.h"
 #include "commands.h"
+#include "text/format.h"
+#include "text/hex.h"
 
 #include <cstdio>
 #include <string>
@@ -25,24 +27,6 @@ Start from a model:      nyxus-sim describe rowan-spi > my.toml
 Numbers may be written 131072, 131_072 or 0x20000; '#' starts a comment.
 )";
 
-void print_wrapped(const std::string& text)
-{
-    std::string line;
-    size_t start = 0;
-    while (start < text.size()) {
-        size_t end = text.find(' ', start);
-        end = end == std::string::npos ? text.size() : end;
-        const std::string word = text.substr(start, end - start);
-        if (!line.empty() && kIndent + line.size() + 1 + word.size() > kColumns) {
-            std::printf("%*s%s\n", static_cast<int>(kIndent), "", line.c_str());
-            line.clear();
-        }
-        line += (line.empty() ? "" : " ") + word;
-        start = end + 1;
-    }
-    std::printf("%*s%s\n", static_cast<int>(kIndent), "", line.c_str());
-}
-
 template <typename Target>
 std::string describe_fallback(const Field<Target>& field)
 {
@@ -62,7 +46,9 @@ void print_section(const char* title, std::span<const Field<Target>> fields)
     for (const Field<Target>& field : fields) {
         std::printf("\n  %s: %s\n", std::string(field.key).c_str(),
                     describe_kind(field.kind).c_str());
-        print_wrapped(std::string(field.meaning) + " " + describe_fallback(field));
+        const std::string text = std::string(field.meaning) + " " + describe_fallback(field);
+        std::printf("%*s%s\n", static_cast<int>(kIndent), "",
+                    text::wrapped(text, kIndent, kColumns).c_str());
     }
 }
 
@@ -80,12 +66,7 @@ void print_flash_parts()
     std::printf("%-20s %-8s %8s  %-4s %-5s %-5s %-6s\n", "name", "ID", "KiB", "read", "chip",
                 "block", "sector");
     for (const FlashPart& part : flash_parts()) {
-        std::string id;
-        for (size_t i = 0; i < part.id_length; ++i) {
-            char byte[8];
-            std::snprintf(byte, sizeof byte, "%s%02X", i == 0 ? "" : " ", part.id[i]);
-            id += byte;
-        }
+        const std::string id = text::hex(std::span(part.id).first(part.id_length), " ");
         std::printf("%-20s %-8s %8u  0x%02X  0x%02X  0x%02X   0x%02X\n", part.name.c_str(),
                     id.c_str(), part.size_bytes / 1024, part.read_id_command,
                     part.chip_erase_command, part.block_erase_command, part.sector_erase_command);

@@ -2,10 +2,8 @@
 #include "camera_request.h"
 #include "chip/firmware_image.h"
 #include "commands.h"
+#include "files/replace.h"
 #include "text/numbers.h"
-#include "whole_file.h"
-
-#include <cstdlib>
 
 namespace sim {
 
@@ -16,13 +14,12 @@ constexpr uint32_t kLargestImage = 0x8000;
 
 uint16_t parse_version(const std::string& word)
 {
-    char* end = nullptr;
     // 0205 may be meant as 205 or as 0x0205.
     const bool is_ambiguous = text::without_leading_zeros(word) != word;
-    const unsigned long version = std::strtoul(word.c_str(), &end, 0);
-    if (word.empty() || is_ambiguous || *end != '\0' || word.front() == '-' || version > 0xFFFF)
+    const std::optional<uint64_t> version = text::parse_number(word, 0xFFFF);
+    if (is_ambiguous || !version)
         throw UsageError("'" + word + "': a version is a number up to 0xFFFF, for example 0x0205");
-    return static_cast<uint16_t>(version);
+    return static_cast<uint16_t>(*version);
 }
 
 std::vector<uint8_t> firmware_image(const ImageArguments& arguments)
@@ -46,8 +43,9 @@ int make_image(const ImageArguments& arguments)
 {
     if (arguments.mfi && !(arguments.model.empty() && arguments.version.empty()))
         throw UsageError("an MFi image has neither model nor version");
-    write_file(arguments.file, arguments.mfi ? make_mfi_image(arguments.seed, arguments.serial)
-                                             : firmware_image(arguments));
+    files::replace_file(arguments.file, arguments.mfi
+                                            ? make_mfi_image(arguments.seed, arguments.serial)
+                                            : firmware_image(arguments));
     return 0;
 }
 

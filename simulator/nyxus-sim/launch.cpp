@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "launch.h"
 
+#include "text/printable.h"
+
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -88,7 +90,7 @@ int SignalRelay::run(const std::vector<std::string>& words) const
         posix_spawnp(&child, arguments[0], nullptr, &attributes, arguments.data(), environ);
     posix_spawnattr_destroy(&attributes);
     if (error != 0) {
-        std::fprintf(stderr, "nyxus-sim: cannot run '%s': %s\n", arguments[0],
+        std::fprintf(stderr, "nyxus-sim: cannot run %s: %s\n", text::in_quotes(words[0]).c_str(),
                      std::strerror(error));
         return error == ENOENT ? kNotFound : kNotRunnable;
     }

@@ -20,7 +20,7 @@ int run_program(const RunArguments& arguments)
         const std::string preload = preload_list(simulation.bed().folder());
         setenv("LD_PRELOAD", preload.c_str(), 1);
         setenv(kSocketVariable, simulation.state_socket().c_str(), 1);
-        setenv("NYXUS_SIM_SPEED", arguments.simulation.fast ? "fast" : "real", 1);
+        setenv("NYXUS_SIM_SPEED", arguments.simulation.speed.c_str(), 1);
         code = relay.run(arguments.program);
     }
     return simulation.finish() || code != 0 ? code : 1;

@@ -3,11 +3,15 @@
 
 #include "camera_request.h"
 #include "faults/fault_file.h"
-#include "whole_file.h"
+#include "files/read.h"
+#include "files/replace.h"
+#include "text/printable.h"
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <optional>
+#include <system_error>
 
 namespace sim {
 
@@ -15,12 +19,25 @@ namespace {
 
 constexpr uint8_t kErased = 0xFF;
 
+// nullopt when there is no such file.
+std::optional<std::vector<uint8_t>> read_rom_file(const std::string& path)
+{
+    constexpr size_t kLargestFile = 64 << 20;
+    try {
+        return files::read_file(path, kLargestFile);
+    } catch (const std::system_error& error) {
+        if (error.code() == std::errc::no_such_file_or_directory)
+            return std::nullopt;
+        throw;
+    }
+}
+
 // Empty: factory contents.
 std::vector<uint8_t> first_contents(const CameraRequest& request)
 {
     const uint32_t bytes = rom_bytes(*request.model);
     if (!request.rom_file.empty()) {
-        if (std::optional<std::vector<uint8_t>> kept = read_file(request.rom_file)) {
+        if (std::optional<std::vector<uint8_t>> kept = read_rom_file(request.rom_file)) {
             if (kept->size() != bytes) {
                 throw UsageError("'" + request.rom_file + "' has " + std::to_string(kept->size()) +
                                  " bytes, but the ROM of " + std::string(request.model->name) +
@@ -40,7 +57,7 @@ std::vector<uint8_t> first_contents(const CameraRequest& request)
 } // namespace
 
 Simulation::Simulation(const SimulationArguments& arguments)
-    : fast_(arguments.fast),
+    : fast_(arguments.is_fast()),
       watchers_(arguments.watch, clock(), !fast_),
       bed_(clock()),
       state_service_(bed_, cameras_, [this](const PluggedCamera& camera, const std::string& act) {
@@ -105,9 +122,8 @@ bool Simulation::finish()
         const auto controller = rom.camera->controller();
         const std::span<const uint8_t> contents = controller->rom();
         try {
-            const bool exists = read_file(rom.file).has_value();
-            if (!exists || !std::ranges::equal(contents, rom.contents))
-                write_file(rom.file, contents);
+            if (!std::filesystem::exists(rom.file) || !std::ranges::equal(contents, rom.contents))
+                files::replace_file(rom.file, contents);
         } catch (const std::runtime_error& error) {
             std::fprintf(stderr, "nyxus-sim: the camera's ROM is lost: %s\n", error.what());
             saved = false;

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "state_client.h"
 
-#include "bus/transport.h"
+#include "files/unix_socket.h"
+#include "text/printable.h"
 
 #include <sys/socket.h>
-#include <unistd.h>
+#include <nlohmann/json.hpp>
 
 #include <array>
 #include <cerrno>
@@ -65,17 +66,16 @@ nlohmann::ordered_json ask_simulation(const std::string& path,
                                       const nlohmann::ordered_json& request)
 {
     const std::string place = place_of(path);
-    const int socket = connect_socket(place);
-    if (socket < 0) {
-        throw std::runtime_error("no simulation listens at '" + place +
-                                 "': " + std::strerror(errno));
+    const files::Descriptor socket = files::connect_to(place);
+    if (!socket) {
+        throw std::runtime_error("no simulation listens at " + text::in_quotes(place) + ": " +
+                                 std::strerror(errno));
     }
-    const bool sent = send_line(socket, request.dump());
-    const std::string line = sent ? receive_line(socket) : "";
-    close(socket);
+    const bool sent = send_line(socket.get(), request.dump());
+    const std::string line = sent ? receive_line(socket.get()) : "";
     auto reply = nlohmann::ordered_json::parse(line, nullptr, false);
     if (!reply.is_object())
-        throw std::runtime_error("the simulation at '" + place + "' gave no answer");
+        throw std::runtime_error("the simulation at " + text::in_quotes(place) + " gave no answer");
     if (!reply.value("ok", false))
         throw std::runtime_error(reply.value("error", "the simulation refused"));
     return reply;

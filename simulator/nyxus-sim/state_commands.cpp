@@ -2,93 +2,35 @@
 #include "state_commands.h"
 
 #include "camera_request.h"
+#include "files/replace.h"
 #include "state_client.h"
+#include "text/hex.h"
 #include "text/numbers.h"
-#include "whole_file.h"
+
+#include <nlohmann/json.hpp>
 
 #include <cstdio>
-#include <cstdlib>
+#include <stdexcept>
 
 namespace sim {
 
+using command_line::Command;
 using json = nlohmann::ordered_json;
 
 namespace {
 
-void add_place_options(CLI::App* command, StateArguments& arguments)
-{
-    command
-        ->add_option("--socket", arguments.socket,
-                     "The simulation that listens there, instead of the one around this program")
-        ->type_name("PATH");
-    command
-        ->add_option("--camera", arguments.camera,
-                     "Serial number of the camera, or its place on the command line from 1")
-        ->type_name("SERIAL|N");
-}
-
-void add_value(CLI::App* command, StateArguments& arguments, const char* help)
-{
-    constexpr int kMost = 0xFF;
-    command->add_option("VALUE", arguments.value, help)
-        ->required()
-        ->transform(text::without_leading_zeros, "")
-        ->check(CLI::Range(0, kMost));
-}
-
-void add_acts(CLI::App* command, StateArguments& arguments)
-{
-    const auto add = [&](const char* name, const char* text) {
-        CLI::App* act = command->add_subcommand(name, text);
-        add_place_options(act, arguments);
-        return act;
-    };
-    add("motion-alarm", "The picture moves: set the alarm bit");
-    add_value(add("touch", "Put a finger on the fingerprint board, or take it away"), arguments,
-              "What the detector says; 0: no finger");
-    add("unplug", "Take the camera off the bus")
-        ->add_flag("--silent", arguments.silent, "Without a hot-plug event");
-    add("replug", "Plug it in again: it starts anew, at another address")
-        ->add_option("--port", arguments.port, "Into this port of its bus, instead of its own")
-        ->transform(text::without_leading_zeros, "")
-        ->type_name("N");
-    CLI::App* write = add("register", "Write a register of the controller");
-    write->add_option("ADDRESS", arguments.address, "Of the register")
-        ->required()
-        ->transform(text::without_leading_zeros, "");
-    add_value(write, arguments, "New contents");
-}
-
-bool is_number(const std::string& word, unsigned long& number)
-{
-    constexpr unsigned long kLastRegister = 0xFFFF;
-    const std::string digits = text::without_leading_zeros(word);
-    char* end = nullptr;
-    number = std::strtoul(digits.c_str(), &end, 0);
-    return !digits.empty() && digits.front() != '-' && *end == '\0' && number <= kLastRegister;
-}
-
 // "0x0B00-0x0BFF", or one register.
 json register_range(const std::string& text)
 {
+    constexpr uint64_t kLastRegister = 0xFFFF;
     const size_t dash = text.find('-');
-    unsigned long first = 0;
-    unsigned long last = 0;
-    const std::string end = dash == std::string::npos ? text : text.substr(dash + 1);
-    if (!is_number(text.substr(0, dash), first) || !is_number(end, last) || first > last)
+    const auto first = text::parse_number(text.substr(0, dash), kLastRegister);
+    const auto last = dash == std::string::npos
+                          ? first
+                          : text::parse_number(text.substr(dash + 1), kLastRegister);
+    if (!first || !last || *first > *last)
         throw UsageError("'" + text + "' is no range of registers, such as 0x0B00-0x0BFF");
-    return json::array({first, last});
-}
-
-std::vector<uint8_t> bytes_of(const std::string& hex)
-{
-    constexpr int kHex = 16;
-    std::vector<uint8_t> bytes;
-    for (size_t i = 0; i + 1 < hex.size(); i += 2) {
-        bytes.push_back(
-            static_cast<uint8_t>(std::strtoul(hex.substr(i, 2).c_str(), nullptr, kHex)));
-    }
-    return bytes;
+    return json::array({*first, *last});
 }
 
 void save_rom(json& cameras, const std::string& file)
@@ -96,27 +38,11 @@ void save_rom(json& cameras, const std::string& file)
     if (cameras.size() != 1)
         throw UsageError("whose ROM? Choose one by --camera");
     json& rom = cameras.front().at("rom");
-    write_file(file, bytes_of(rom.at("contents").get<std::string>()));
+    const auto contents = text::bytes_from_hex(rom.at("contents").get<std::string>());
+    if (!contents)
+        throw std::runtime_error("the simulation gave no contents of the ROM");
+    files::replace_file(file, *contents);
     rom.erase("contents");
-}
-
-} // namespace
-
-void add_state_commands(CLI::App& app, StateArguments& arguments)
-{
-    CLI::App* state =
-        app.add_subcommand("state", "Print what is inside the running cameras, as JSON");
-    add_place_options(state, arguments);
-    state
-        ->add_option("--registers", arguments.registers,
-                     "These registers instead of those that are not 0")
-        ->type_name("FIRST-LAST");
-    state->add_option("--rom", arguments.rom_file, "Save the camera's ROM there")
-        ->type_name("FILE");
-
-    CLI::App* acts = app.add_subcommand("do", "Do something to a running camera");
-    acts->require_subcommand(1);
-    add_acts(acts, arguments);
 }
 
 int print_state(const StateArguments& arguments)
@@ -135,11 +61,10 @@ int print_state(const StateArguments& arguments)
     return 0;
 }
 
-int act(const CLI::App& command, const StateArguments& arguments)
+int perform(const std::string& act, const StateArguments& arguments)
 {
-    const std::string name = command.get_subcommands().front()->get_name();
-    json request = {{"command", name}, {"value", arguments.value}, {"silent", arguments.silent}};
-    if (name == "register")
+    json request = {{"command", act}, {"value", arguments.value}, {"silent", arguments.silent}};
+    if (act == "register")
         request["address"] = arguments.address;
     if (arguments.port)
         request["port"] = *arguments.port;
@@ -147,6 +72,61 @@ int act(const CLI::App& command, const StateArguments& arguments)
         request["camera"] = arguments.camera;
     (void)ask_simulation(arguments.socket, request);
     return 0;
+}
+
+void add_place_options(Command& command, StateArguments& arguments)
+{
+    command
+        .file("--socket", &arguments.socket,
+              "The simulation that listens there, instead of the one around this program")
+        .shown_as("PATH");
+    command
+        .text("--camera", &arguments.camera,
+              "Serial number of the camera, or its place on the command line from 1")
+        .shown_as("SERIAL|N");
+}
+
+void add_value(Command& command, StateArguments& arguments, const char* help)
+{
+    constexpr command_line::Range kByte{0, 0xFF};
+    command.number("VALUE", &arguments.value, kByte, help).required();
+}
+
+void add_acts(Command& command, StateArguments& arguments, std::function<int()>& job)
+{
+    const auto add = [&](const char* name, const char* text) -> Command& {
+        Command& act = command.command(name, text);
+        add_place_options(act, arguments);
+        return act.does([&, name] { job = [&, name] { return perform(name, arguments); }; });
+    };
+    add("motion-alarm", "The picture moves: set the alarm bit");
+    add_value(add("touch", "Put a finger on the fingerprint board, or take it away"), arguments,
+              "What the detector says; 0: no finger");
+    add("unplug", "Take the camera off the bus")
+        .flag("--silent", &arguments.silent, "Without a hot-plug event");
+    add("replug", "Plug it in again: it starts anew, at another address")
+        .number("--port", &arguments.port, "Into this port of its bus, instead of its own")
+        .shown_as("N");
+    Command& write = add("register", "Write a register of the controller");
+    write.number("ADDRESS", &arguments.address, "Of the register").required();
+    add_value(write, arguments, "New contents");
+}
+
+} // namespace
+
+void add_state_commands(Command& app, StateArguments& arguments, std::function<int()>& job)
+{
+    Command& state = app.command("state", "Print what is inside the running cameras, as JSON");
+    add_place_options(state, arguments);
+    state
+        .text("--registers", &arguments.registers,
+              "These registers instead of those that are not 0")
+        .shown_as("FIRST-LAST");
+    state.file("--rom", &arguments.rom_file, "Save the camera's ROM there");
+    state.does([&] { job = [&] { return print_state(arguments); }; });
+
+    Command& acts = app.command("do", "Do something to a running camera").needing_command();
+    add_acts(acts, arguments, job);
 }
 
 } // namespace sim

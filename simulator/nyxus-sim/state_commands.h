@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include "command_line/command.h"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -18,12 +19,12 @@ struct StateArguments {
     uint16_t address = 0;
     uint8_t value = 0;
     bool silent = false;
-    std::optional<unsigned> port; ///< empty: the one that the camera had
+    std::optional<uint32_t> port; ///< empty: the one that the camera had
 };
 
-void add_state_commands(CLI::App& app, StateArguments& arguments);
-/// Each returns the exit code and throws std::runtime_error, or UsageError for wrong arguments.
-int print_state(const StateArguments& arguments);
-int act(const CLI::App& command, const StateArguments& arguments);
+/// `job` becomes what the chosen command does. It returns the exit code and throws
+/// std::runtime_error, or UsageError for wrong arguments.
+void add_state_commands(command_line::Command& app, StateArguments& arguments,
+                        std::function<int()>& job);
 
 } // namespace sim

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "command_line/command.h"
 #include "commands.h"
-
-#include <CLI/CLI.hpp>
 
 namespace sim {
 
-void add_watch_options(CLI::App* command, WatchArguments& arguments);
+void add_watch_options(command_line::Command& command, WatchArguments& arguments);
 
 } // namespace sim

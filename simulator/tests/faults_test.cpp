@@ -2,15 +2,14 @@
 // Planned faults as a host sees them, through unmodified libusb.
 #include "bus/bed.h"
 #include "bus/virtual_time.h"
+#include "camera_events.h"
 #include "cameras/shipped.h"
 #include "faults/fault_file.h"
 #include "usb/descriptors.h"
 
 #include <gtest/gtest.h>
 #include <libusb.h>
-#include <unistd.h>
 
-#include <chrono>
 #include <memory>
 #include <string>
 #include <thread>
@@ -22,7 +21,7 @@ constexpr uint8_t kGetCur = 0x81;
 constexpr uint8_t kGetLen = 0x85;
 constexpr uint8_t kRegisters = 0x06;
 constexpr int kRegisterBytes = 11;
-constexpr unsigned kTimeoutMs = 200;
+constexpr unsigned kTimeoutMs = 1000;
 
 struct ContextDeleter {
     void operator()(libusb_context* context) const { libusb_exit(context); }
@@ -63,6 +62,7 @@ protected:
                                        sim::kVendorUnit << 8, data_, room, timeout_ms);
     }
 
+    void pass_ms(uint64_t duration_ms) { sim::sleep_virtually(clock_, duration_ms * 1000); }
     int restart(const Handle& handle) { return set_register(handle, 0x26, 0x10); }
     int set_register(const Handle& handle, uint8_t address, uint8_t value)
     {
@@ -105,12 +105,14 @@ TEST_F(Faults, OfTransfersReachTheCaller)
     for (const auto& c : cases) {
         plan(std::string(R"([{"when": {"unit": 6}, "times": 1, "do": )") + c.effect + "}]");
         EXPECT_EQ(get(handle, c.request, c.room), c.result) << c.effect;
-        if (c.request == kGetLen)
+        if (c.request == kGetLen) {
             EXPECT_EQ(data_[0] | data_[1] << 8, 513) << c.effect;
+        }
         EXPECT_EQ(data_[c.room], 0xEE) << "beyond the room";
         EXPECT_EQ(bed_.fault_strikes(), std::vector<uint64_t>{1}) << c.effect;
-        if (c.result != LIBUSB_ERROR_NO_DEVICE)
+        if (c.result != LIBUSB_ERROR_NO_DEVICE) {
             EXPECT_EQ(get(handle, kGetCur, kRegisterBytes), kRegisterBytes) << "healed";
+        }
     }
 }
 
@@ -195,8 +197,7 @@ TEST_F(Faults, ALateAnswerHoldsUpNobodyElse)
     EXPECT_EQ(get(handle, kGetLen, 2), 2) << "a later one on the same camera";
     EXPECT_FALSE(ended);
 
-    for (int i = 0; i < 10; ++i)
-        usleep(360'000'000); // an hour passes
+    pass_ms(3'600'000);
     while (!ended)
         ASSERT_EQ(libusb_handle_events(context_.get()), 0);
     EXPECT_EQ(transfer->status, LIBUSB_TRANSFER_COMPLETED);
@@ -208,8 +209,9 @@ TEST_F(Faults, ALateAnswerOfACameraThatWentNeverComes)
 {
     const Handle handle = open(camera_);
     plan(R"([{"when": {"transfer": 1}, "do": "late", "ms": 3600000}])");
-    std::thread puller([this] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    sim::CameraEvents events(camera_);
+    std::thread puller([&] {
+        EXPECT_TRUE(events.wait_for([](const auto& seen) { return seen.strikes == 1; }));
         bed_.unplug(camera_);
     });
     EXPECT_EQ(get(handle, kGetLen, 2, 0), LIBUSB_ERROR_NO_DEVICE);
@@ -222,14 +224,15 @@ TEST_F(Faults, TheCameraLeavesAtItsTimeAndComesBack)
          {R"("unplug")", R"("unplug", "announced": false)", R"("power-cut")"}) {
         const Handle handle = open(camera_);
         const unsigned before = camera_.address();
-        plan(std::string(R"([{"when": {"time_ms": 2500}, "replug_ms": 1000, "do": )") + effect +
+        // It comes back when as much time has passed on the machine, too: an hour, which has not.
+        plan(std::string(R"([{"when": {"time_ms": 2500}, "replug_ms": 3600000, "do": )") + effect +
              "}]");
-        usleep(2'400'000);
+        pass_ms(2'400);
         EXPECT_EQ(get(handle, kGetLen, 2), 2) << effect;
-        usleep(100'000);
+        pass_ms(100);
         EXPECT_EQ(get(handle, kGetLen, 2), LIBUSB_ERROR_NO_DEVICE) << effect;
         EXPECT_EQ(camera_.address(), before) << effect;
-        usleep(1'000'000);
+        pass_ms(3'600'000);
         EXPECT_NE(camera_.address(), before) << effect;
         EXPECT_EQ(get(open(camera_), kGetLen, 2), 2) << effect;
     }
@@ -254,7 +257,7 @@ TEST_F(Faults, ABackThatIsAtOnceStillChangesTheAddress)
     plan(R"([{"when": {"transfer": 2}, "do": "unplug", "replug_ms": 0}])");
     EXPECT_EQ(get(handle, kGetLen, 2), 2);
     EXPECT_EQ(get(handle, kGetLen, 2), LIBUSB_ERROR_NO_DEVICE);
-    usleep(1);
+    pass_ms(1);
     EXPECT_NE(camera_.address(), before);
     EXPECT_EQ(get(open(camera_), kGetLen, 2), 2);
 }
@@ -285,11 +288,12 @@ TEST(FaultsInRealTime, HappenByThemselves)
     sim::RealClock clock;
     sim::Bed bed(clock);
     sim::PluggedCamera& camera = bed.plug(sim::models().front());
+    sim::CameraEvents events(camera);
     const unsigned before = camera.address();
     bed.set_faults(
         sim::parse_faults(R"([{"when": {"time_ms": 5}, "do": "unplug", "replug_ms": 5}])", "plan"));
-    while (camera.address() == before)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_TRUE(events.wait_for([](const auto& seen) { return seen.arrivals == 2; }));
+    EXPECT_NE(camera.address(), before);
     EXPECT_EQ(bed.fault_strikes(), std::vector<uint64_t>{1});
 }
 

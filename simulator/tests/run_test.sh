@@ -3,7 +3,8 @@
 # run_test.sh NYXUS_SIM PROBE CASE: one case of nyxus-sim with programs that know nothing of it.
 set -u
 sim=$1 probe=$2 case=$3
-work=$(mktemp -d /tmp/nyxus-run-test.XXXXXX) || exit 1
+wait_for_text=$(dirname "$(realpath "$0")")/wait_for_text.sh
+work=$(mktemp -d /tmp/nyxus-run-test.XXXXXX) || exit 1 # short: sockets lie in it
 trap 'rm -rf "$work"' EXIT
 mkdir "$work/tmp"
 TMPDIR=$work/tmp
@@ -31,8 +32,8 @@ decodes_descriptors() {
 exit_codes() {
     expect_code 7 "$sim" run -- sh -c 'exit 7'
     expect_code 143 "$sim" run -- sh -c 'kill -TERM $$'
-    expect_code 127 "$sim" run -- /nonexistent/program
-    expect_text "$work/err" "cannot run '/nonexistent/program'"
+    expect_code 127 "$sim" run -- "$work/none"
+    expect_text "$work/err" "cannot run '$work/none'"
     expect_code 126 "$sim" run -- /etc/passwd
     expect_code 2 "$sim" run
     expect_code 2 "$sim" run --camera rowan-sip -- true
@@ -95,9 +96,12 @@ passes_dispositions_on() {
 }
 
 forwards_signals() {
-    "$sim" run -- sh -c 'trap "exit 5" TERM; echo ready; while :; do sleep 0.05; done' >"$work/out" &
+    mkfifo "$work/never"
+    # shellcheck disable=SC2016 # the inner shell expands
+    "$sim" run -- sh -c 'exec 3<>"$1"; cat <&3 & trap "kill \$!; exit 5" TERM; echo ready; wait' sh "$work/never" \
+        >"$work/out" &
     launcher=$!
-    until [ -s "$work/out" ]; do sleep 0.05; done
+    "$wait_for_text" ready "$work/out" $launcher || fail "not ready"
     kill -TERM $launcher
     wait $launcher
     code=$?
@@ -134,12 +138,12 @@ shares_a_camera() {
         mkfifo "$2/input"
         "$1" hold <"$2/input" >"$2/held" & holder=$!
         exec 3>"$2/input"
-        until grep -q "claim: ok" "$2/held"; do sleep 0.02; done
+        "$3" "claim: ok" "$2/held" $holder
         "$1" claim >"$2/second"
         kill -KILL $holder
         wait $holder
         "$1" claim >"$2/third"
-    ' sh "$probe" "$work" || fail "claim after the first user died"
+    ' sh "$probe" "$work" "$wait_for_text" || fail "claim after the first user died"
     expect_text "$work/second" BUSY
     expect_text "$work/third" 'claim: ok'
     expect_code 0 "$sim" run --camera rowan-spi --camera rowan-spi,bus=2 -- \
@@ -158,10 +162,11 @@ tells_everybody_of_hot_plugging() {
     # shellcheck disable=SC2016 # the inner shell expands
     "$sim" run -- sh -c '
         for i in 1 2 3 4 5 6; do "$1" watch >"$2/watch.$i" & watchers="$watchers $!"; done
-        until [ "$(cat "$2"/watch.? | grep -c ok)" -eq 6 ]; do sleep 0.05; done
+        i=0
+        for watcher in $watchers; do i=$((i + 1)); "$3" ok "$2/watch.$i" "$watcher"; done
         "$1" restart || exit 1
         for watcher in $watchers; do wait "$watcher" || exit 2; done
-    ' sh "$probe" "$work" || fail "not everybody heard of it: $?"
+    ' sh "$probe" "$work" "$wait_for_text" || fail "not everybody heard of it: $?"
 }
 
 survives_a_fork() { expect_code 0 "$sim" run -- "$probe" fork; }
@@ -192,7 +197,7 @@ makes_images() {
     [ "$(stat -c %s "$work/small")" -eq 4096 ] || fail "size"
     expect_code 0 "$sim" image --mfi --serial ABC "$work/mfi"
     expect_code 2 "$sim" image --model rowan-spi --version many "$work/bad"
-    expect_code 1 "$sim" image --mfi /nonexistent/folder/file
+    expect_code 1 "$sim" image --mfi "$work/none/file"
     [ ! -e "$work/bad" ] || fail "a file was made"
     expect_code 0 "$sim" models
     expect_text "$work/out" '^rowan-spi  '
@@ -201,7 +206,7 @@ makes_images() {
 serves_hosts() {
     "$sim" serve --listen 127.0.0.1:0 --rom "$work/served.rom" >"$work/out" 2>"$work/err" &
     server=$!
-    until grep -q 'attach -r 127.0.0.1 -b 1-1' "$work/out"; do sleep 0.05; done
+    "$wait_for_text" 'attach -r 127.0.0.1 -b 1-1' "$work/out" $server || fail "$(cat "$work/err")"
     kill -TERM $server
     wait $server || fail "the server ended with $?"
     [ -s "$work/served.rom" ] || fail "the ROM is not kept"

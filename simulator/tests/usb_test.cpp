@@ -2,16 +2,15 @@
 // The simulated camera seen through unmodified libusb and libuvc in the same process.
 #include "bus/bed.h"
 #include "bus/virtual_time.h"
+#include "camera_events.h"
 #include "cameras/shipped.h"
 #include "usb/descriptors.h"
 
 #include <gtest/gtest.h>
 #include <libusb.h>
 #include <libuvc/libuvc.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <memory>
 #include <string>
 #include <thread>
@@ -53,8 +52,10 @@ Handle open_camera(libusb_context* context, unsigned bus, unsigned address)
     const ssize_t count = libusb_get_device_list(context, &list);
     libusb_device_handle* handle = nullptr;
     for (ssize_t i = 0; i < count; ++i) {
-        if (libusb_get_bus_number(list[i]) == bus && libusb_get_device_address(list[i]) == address)
+        if (libusb_get_bus_number(list[i]) == bus &&
+            libusb_get_device_address(list[i]) == address) {
             EXPECT_EQ(libusb_open(list[i], &handle), 0);
+        }
     }
     libusb_free_device_list(list, 1);
     return Handle(handle);
@@ -283,8 +284,10 @@ TEST_F(UsbTest, UnplugEndsAPendingTransfer)
     sim::PluggedCamera& camera = plug();
     const Handle handle = open(camera);
     camera.set_fault([](const sim::Setup&, uint64_t) { return Fault::no_answer(); });
+    sim::CameraEvents events(camera);
     std::thread puller([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_TRUE(
+            events.wait_for([](const auto& seen) { return seen.transfers_under_way == 1; }));
         bed_.unplug(camera, sim::Announce::kNo);
     });
     EXPECT_EQ(get_len(handle.get()), LIBUSB_ERROR_NO_DEVICE);
@@ -334,7 +337,7 @@ TEST_F(UsbTest, RestartAskedByTheHostGivesANewAddress)
     ASSERT_EQ(libusb_control_transfer(handle.get(), 0x21, kSetCur, kRegisterSelector << 8, 0x0600,
                                       restart, sizeof restart, 0),
               static_cast<int>(sizeof restart));
-    usleep(1000); // virtual: returns when the camera is back
+    sim::sleep_virtually(clock_, 1000); // returns when the camera is back
     EXPECT_NE(camera.address(), before);
     EXPECT_EQ(get_len(handle.get()), LIBUSB_ERROR_NO_DEVICE);
     handle = open(camera);
@@ -362,20 +365,6 @@ TEST_F(UsbTest, OneUserAtATimeHoldsAnInterface)
     EXPECT_EQ(libusb_claim_interface(second.get(), 5), LIBUSB_ERROR_NOT_FOUND);
     first.reset(); // closing drops the claim at once
     EXPECT_EQ(libusb_claim_interface(second.get(), 0), 0);
-}
-
-// Not a check of speed, which belongs to the benchmarks: prints what a transfer costs.
-TEST_F(UsbTest, ManyTransfersInARow)
-{
-    sim::PluggedCamera& camera = plug();
-    const Handle handle = open(camera);
-    constexpr int kTransfers = 20000;
-    const auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < kTransfers; ++i)
-        ASSERT_EQ(get_len(handle.get()), 2);
-    const std::chrono::duration<double, std::micro> took = std::chrono::steady_clock::now() - start;
-    RecordProperty("us_per_transfer", std::to_string(took.count() / kTransfers));
-    std::printf("%.2f us per control transfer\n", took.count() / kTransfers);
 }
 
 } // namespace

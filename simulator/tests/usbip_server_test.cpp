@@ -6,6 +6,7 @@
 #include "bus/bed.h"
 #include "bus/registry.h"
 #include "faults/fault_file.h"
+#include "files/descriptor.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -29,30 +30,27 @@ public:
         address.sin_port = htons(port);
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         const timeval patience{kPatienceMs / 1000, 0};
-        setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-        EXPECT_EQ(connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        EXPECT_EQ(connect(socket_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     }
-    ~Wire() { close(socket_); }
-    Wire(const Wire&) = delete;
-    Wire& operator=(const Wire&) = delete;
 
     void send(const Bytes& bytes) const
     {
-        EXPECT_EQ(::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL),
+        EXPECT_EQ(::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL),
                   static_cast<ssize_t>(bytes.size()));
     }
     /// As many bytes, or fewer when the other end has closed.
     Bytes receive(size_t count) const
     {
         Bytes bytes(count);
-        const ssize_t got = recv(socket_, bytes.data(), count, MSG_WAITALL);
+        const ssize_t got = recv(socket_.get(), bytes.data(), count, MSG_WAITALL);
         bytes.resize(got > 0 ? static_cast<size_t>(got) : 0);
         return bytes;
     }
     bool is_closed() const { return receive(1).empty(); }
 
 private:
-    int socket_;
+    files::Descriptor socket_;
 };
 
 TEST(UsbipServer, ServesHostsAndUnplugsThem)

@@ -2,10 +2,11 @@
 // What observers, the log and the state socket tell of the cameras, and what they make of nonsense.
 #include "bus/bed.h"
 #include "bus/registry.h"
-#include "bus/transport.h"
 #include "cameras/shipped.h"
 #include "chip/control_table.h"
 #include "chip/prng.h"
+#include "files/listen.h"
+#include "files/unix_socket.h"
 #include "usb/descriptors.h"
 #include "usb/video_controls.h"
 #include "watch/line_server.h"
@@ -445,15 +446,12 @@ TEST_F(WatchTest, MistakenRequestsAreAnswered)
 
 class Client {
 public:
-    explicit Client(const std::string& path) : socket_(sim::connect_socket(path)) {}
-    ~Client() { close(socket_); }
-    Client(const Client&) = delete;
-    Client& operator=(const Client&) = delete;
+    explicit Client(const std::string& path) : socket_(files::connect_to(path)) {}
 
-    bool is_connected() const { return socket_ >= 0; }
+    bool is_connected() const { return bool{socket_}; }
     bool send_text(const std::string& text) const
     {
-        return send(socket_, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT) ==
+        return send(socket_.get(), text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT) ==
                static_cast<ssize_t>(text.size());
     }
     /// To the end of the line or of the connection.
@@ -461,7 +459,7 @@ public:
     {
         std::string line;
         char character = 0;
-        while (recv(socket_, &character, 1, 0) == 1) {
+        while (recv(socket_.get(), &character, 1, 0) == 1) {
             line += character;
             if (character == '\n')
                 break;
@@ -470,7 +468,7 @@ public:
     }
 
 private:
-    int socket_;
+    files::Descriptor socket_;
 };
 
 TEST(LineServer, AnswersLinesHoweverTheyArrive)
@@ -520,11 +518,7 @@ TEST(LineServer, TakesOverFromADeadOneOnly)
 {
     const TemporaryFile place;
     const auto echo = [](const std::string& line) { return line; };
-    {
-        const int dead = sim::listen_socket(place.path());
-        EXPECT_GE(dead, 0);
-        close(dead); // its name stays
-    }
+    EXPECT_TRUE(files::listen_at(place.path())); // gone again, but its name stays
     {
         const sim::LineServer server(place.path(), echo);
         EXPECT_THROW(sim::LineServer(place.path(), echo), std::runtime_error);

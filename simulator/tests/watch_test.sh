@@ -3,7 +3,8 @@
 # watch_test.sh NYXUS_SIM NYXUS CASE: one case of captures, log and state of running cameras.
 set -u
 sim=$1 nyxus=$2 case=$3
-work=$(mktemp -d /tmp/nyxus-watch-test.XXXXXX) || exit 1
+wait_for_text=$(dirname "$(realpath "$0")")/wait_for_text.sh
+work=$(mktemp -d /tmp/nyxus-watch-test.XXXXXX) || exit 1 # short: sockets lie in it
 trap 'rm -rf "$work"' EXIT
 mkdir "$work/tmp"
 TMPDIR=$work/tmp
@@ -167,9 +168,12 @@ state_and_acts() {
 }
 
 another_terminal_connects() {
-    "$sim" run --state-socket "$work/socket" -- sh -c 'while :; do sleep 0.1; done' &
+    mkfifo "$work/never"
+    # shellcheck disable=SC2016 # the inner shell expands
+    "$sim" run --state-socket "$work/socket" -- sh -c 'exec 3<>"$1"; echo ready; exec cat <&3' \
+        sh "$work/never" >"$work/out" &
     launcher=$!
-    until [ -S "$work/socket" ]; do sleep 0.05; done
+    "$wait_for_text" ready "$work/out" $launcher || fail "not ready"
     "$sim" state --socket "$work/socket" >"$work/state" || fail "state"
     expect_text "$work/state" '"model": "rowan-spi"'
     "$sim" run --state-socket "$work/socket" -- true 2>"$work/err"

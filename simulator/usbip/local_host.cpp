@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "usbip/local_host.h"
 
+#include "files/descriptor.h"
+
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -83,30 +84,32 @@ bool LocalHost::plug_once(Port& port, const Export& device)
     std::array<int, 2> ends{};
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0)
         throw std::runtime_error(std::string("cannot make a socket: ") + std::strerror(errno));
+    files::Descriptor ours(ends[0]);
+    files::Descriptor the_kernels(ends[1]);
     {
         const std::lock_guard lock(mutex_);
-        port.socket = ends[0];
+        port.socket = ours.get();
         if (stopping_)
             shutdown(port.socket, SHUT_RDWR);
     }
     Session session(device, std::move(file));
     std::string failure;
     try {
-        port.number = vhci_.attach(ends[1], device.record.id(), port.number);
+        port.number = vhci_.attach(the_kernels.get(), device.record.id(), port.number);
         std::printf("%s is plugged in at port %u.\n", port.bus_id.c_str(), *port.number);
         std::fflush(stdout);
     } catch (const std::runtime_error& error) {
         failure = error.what();
     }
-    close(ends[1]);
+    the_kernels.reset();
     if (failure.empty()) {
-        converse(ends[0], session, time_);
+        converse(ours.get(), session, time_);
         failure = session.complaint();
     }
     {
         const std::lock_guard lock(mutex_);
         port.socket = -1;
-        close(ends[0]);
+        ours.reset();
     }
     if (!failure.empty())
         throw std::runtime_error(failure);

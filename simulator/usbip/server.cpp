@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "usbip/server.h"
 
+#include "text/numbers.h"
+
 #include <arpa/inet.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -34,33 +34,21 @@ AddressList resolve(const Address& address)
     return {found, &freeaddrinfo};
 }
 
-int try_listen_at(const Address& address)
+files::Descriptor listen_at(const Address& address)
 {
-    const AddressList list = resolve(address);
-    if (!list) {
-        errno = EADDRNOTAVAIL;
-        return -1;
-    }
-    const int socket = ::socket(list->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const int on = 1;
-    if (socket >= 0 && setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) == 0 &&
-        bind(socket, list->ai_addr, list->ai_addrlen) == 0 && listen(socket, SOMAXCONN) == 0)
-        return socket;
-    const int error = errno;
-    if (socket >= 0)
-        close(socket);
-    errno = error;
-    return -1;
-}
-
-int listen_at(const Address& address)
-{
-    const int listener = try_listen_at(address);
-    if (listener < 0) {
+    const AddressList list = resolve(address);
+    files::Descriptor socket;
+    errno = EADDRNOTAVAIL;
+    if (list)
+        socket.reset(::socket(list->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!socket || setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
+        bind(socket.get(), list->ai_addr, list->ai_addrlen) != 0 ||
+        listen(socket.get(), SOMAXCONN) != 0) {
         throw std::runtime_error("cannot listen on " + address.text() + ": " +
                                  std::strerror(errno));
     }
-    return listener;
+    return socket;
 }
 
 uint16_t port_of(int socket)
@@ -88,12 +76,10 @@ void tune(int socket)
 
 uint16_t parse_port(const std::string& text)
 {
-    uint16_t port = 0;
-    const char* end = text.data() + text.size();
-    const auto [parsed, error] = std::from_chars(text.data(), end, port);
-    if (error != std::errc() || parsed != end)
+    const std::optional<uint64_t> port = text::parse_number(text, UINT16_MAX);
+    if (!port)
         throw std::invalid_argument("'" + text + "': a port is a number from 0 to 65535");
-    return port;
+    return static_cast<uint16_t>(*port);
 }
 
 } // namespace
@@ -135,12 +121,12 @@ Server::Server(const Address& address, ExportList exports, VirtualClock* clock)
 {
 }
 
-Server::Server(int listener, ExportList exports, VirtualClock* clock)
+Server::Server(files::Descriptor listener, ExportList exports, VirtualClock* clock)
     : exports_(std::move(exports)),
       time_(clock),
-      port_(port_of(listener)),
+      port_(port_of(listener.get())),
       hosts_(
-          listener, [this](int socket) { talk(socket); }, kMostHosts)
+          std::move(listener), [this](int socket) { talk(socket); }, kMostHosts)
 {
 }
 

@@ -35,7 +35,7 @@ public:
 private:
     static constexpr size_t kMostHosts = 64;
 
-    Server(int listener, ExportList exports, VirtualClock* clock);
+    Server(files::Descriptor listener, ExportList exports, VirtualClock* clock);
     void talk(int socket);
 
     ExportList exports_;

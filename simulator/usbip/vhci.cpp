@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "usbip/vhci.h"
 
+#include "files/descriptor.h"
+#include "files/write_all.h"
+#include "text/format.h"
 #include "usbip/wire.h"
 
 #include <fcntl.h>
@@ -10,7 +13,6 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 #include <cstring>
 #include <sstream>
 #include <stdexcept>
@@ -27,32 +29,19 @@ constexpr unsigned kFreePort = 4;
 constexpr int kAttempts = 2000;
 constexpr auto kPause = std::chrono::milliseconds(5);
 
-class File {
-public:
-    // Called past the C library, where this process sees the simulated bus's /sys.
-    File(const char* path, int mode)
-        : fd_(static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, mode | O_CLOEXEC)))
-    {
-    }
-    ~File()
-    {
-        if (fd_ >= 0)
-            close(fd_);
-    }
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-    int get() const { return fd_; }
-
-private:
-    int fd_;
-};
+// Called past the C library, where this process sees the simulated bus's /sys.
+files::Descriptor open_really(const char* path, int mode)
+{
+    return files::Descriptor(
+        static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, mode | O_CLOEXEC)));
+}
 
 // Lines such as "hs  0000 004 000 00000000 000000 0-0", below a heading.
 std::optional<unsigned> free_port(std::optional<unsigned> wanted)
 {
-    const File file(kStatusFile, O_RDONLY);
+    const files::Descriptor file = open_really(kStatusFile, O_RDONLY);
     std::array<char, 4096> text{};
-    const ssize_t got = file.get() < 0 ? -1 : read(file.get(), text.data(), text.size());
+    const ssize_t got = read(file.get(), text.data(), text.size());
     std::istringstream lines(std::string(text.data(), got > 0 ? static_cast<size_t>(got) : 0));
     for (std::string line; std::getline(lines, line);) {
         std::istringstream fields(line);
@@ -68,25 +57,21 @@ std::optional<unsigned> free_port(std::optional<unsigned> wanted)
 
 int write_attachment(unsigned port, int socket, uint32_t device_id)
 {
-    std::array<char, 64> line{};
-    const int bytes =
-        std::snprintf(line.data(), line.size(), "%u %d %u %u", port, socket, device_id, kHighSpeed);
-    const File file(kAttachFile, O_WRONLY);
-    const bool written =
-        file.get() >= 0 && write(file.get(), line.data(), static_cast<size_t>(bytes)) == bytes;
-    return written ? 0 : errno;
+    const files::Descriptor file = open_really(kAttachFile, O_WRONLY);
+    return files::write_all(file.get(),
+                            text::format("%u %d %u %u", port, socket, device_id, kHighSpeed));
 }
 
 } // namespace
 
 Vhci::Vhci()
 {
-    if (File(kStatusFile, O_RDONLY).get() < 0) {
+    if (!open_really(kStatusFile, O_RDONLY)) {
         throw std::runtime_error(
             "this machine has no virtual USB host controller; load it as root "
             "with 'modprobe vhci_hcd'");
     }
-    if (File(kAttachFile, O_WRONLY).get() < 0) {
+    if (!open_really(kAttachFile, O_WRONLY)) {
         throw std::runtime_error(
             errno == EACCES || errno == EPERM
                 ? "only root may attach cameras to this machine; run it as root, with sudo"

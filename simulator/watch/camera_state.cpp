@@ -4,7 +4,8 @@
 #include "chip/gpio.h"
 #include "chip/leds.h"
 #include "chip/osd.h"
-#include "watch/plain_words.h"
+#include "text/format.h"
+#include "text/hex.h"
 
 #include <glib.h>
 #include <nlohmann/json.hpp>
@@ -20,24 +21,12 @@ namespace {
 
 constexpr uint32_t kRegisters = 0x10000;
 
-std::string hex(std::span<const uint8_t> bytes, const char* separator)
-{
-    static constexpr char kDigits[] = "0123456789ABCDEF";
-    std::string text;
-    for (const uint8_t byte : bytes) {
-        text += text.empty() ? "" : separator;
-        text += kDigits[byte >> 4];
-        text += kDigits[byte & 15];
-    }
-    return text;
-}
-
 json register_run(const Controller& controller, uint32_t first, uint32_t end)
 {
     std::vector<uint8_t> bytes;
     for (uint32_t address = first; address < end; ++address)
         bytes.push_back(controller.reg(static_cast<uint16_t>(address)));
-    return {{"address", format_text("0x%04X", first)}, {"bytes", hex(bytes, " ")}};
+    return {{"address", text::format("0x%04X", first)}, {"bytes", text::hex(bytes, " ")}};
 }
 
 // Runs of registers that are not 0; single zeros do not end one.
@@ -64,8 +53,8 @@ json firmware_state(const Controller& controller)
 {
     const RunningFirmware& firmware = controller.firmware();
     return {{"runs", firmware.external ? "external" : "internal"},
-            {"version", format_text("0x%04X", firmware.version)},
-            {"sensor_application", format_text("0x%04X", firmware.sensor_application_id)},
+            {"version", text::format("0x%04X", firmware.version)},
+            {"sensor_application", text::format("0x%04X", firmware.sensor_application_id)},
             {"internal_version", controller.model().internal_version}};
 }
 
@@ -85,7 +74,7 @@ json led_state(const Controller& controller)
     json leds = json::array();
     for (size_t led = 0; led < Leds::kCount; ++led) {
         leds.push_back(
-            format_text("0x%02X", controller.reg(static_cast<uint16_t>(Leds::kFirstReg + led))));
+            text::format("0x%02X", controller.reg(static_cast<uint16_t>(Leds::kFirstReg + led))));
     }
     return leds;
 }
@@ -107,10 +96,10 @@ json rom_state(Controller& controller, bool with_contents)
                 {"bytes", controller.rom().size()},
                 {"sha256", sha256(controller.rom())}};
     if (is_flash)
-        rom["status"] = format_text("0x%02X", controller.flash_status());
+        rom["status"] = text::format("0x%02X", controller.flash_status());
     rom["write_protect"] = controller.write_protect();
     if (with_contents)
-        rom["contents"] = hex(controller.rom(), "");
+        rom["contents"] = text::hex(controller.rom());
     return rom;
 }
 
@@ -132,7 +121,7 @@ json h264_state(const Controller& controller)
 {
     json settings = json::object();
     for (const H264Unit::Setting& setting : controller.h264().settings())
-        settings[std::string(setting.name)] = hex(setting.value, " ");
+        settings[std::string(setting.name)] = text::hex(setting.value, " ");
     return settings;
 }
 

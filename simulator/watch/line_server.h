@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "files/descriptor.h"
+
 #include <functional>
 #include <list>
 #include <string>
@@ -27,7 +29,7 @@ public:
 
 private:
     struct Client {
-        int socket;
+        files::Descriptor socket;
         std::string received = {};
         std::string unsent = {};
         bool leaving = false; ///< once it has got its answer
@@ -43,8 +45,8 @@ private:
 
     std::string path_;
     Answer answer_;
-    int listener_;
-    int stop_event_;
+    files::Descriptor listener_;
+    files::Descriptor stop_event_;
     std::list<Client> clients_;
     std::thread thread_;
 };

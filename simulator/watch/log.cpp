@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "watch/log.h"
 
+#include "text/format.h"
+#include "text/printable.h"
 #include "usb/usb_camera.h"
 
 #include <fcntl.h>
@@ -14,7 +16,6 @@ namespace sim {
 
 namespace {
 
-constexpr uint64_t kUsPerSecond = 1'000'000;
 constexpr uint64_t kFramesPerLine = 100;
 
 std::string firmware_in_words(const Controller& controller)
@@ -38,7 +39,8 @@ const char* endpoint_kind(TransferType type)
 } // namespace
 
 LogFile::LogFile(const std::string& path, Clock& clock)
-    : file_(path == "-" ? OutputFile(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1),
+    : file_(path == "-" ? OutputFile(files::Descriptor(
+                                         fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)),
                                      "the terminal")
                         : OutputFile(path)),
       clock_(clock),
@@ -50,19 +52,15 @@ void LogFile::add(const std::string& camera, const std::string& text)
 {
     const std::lock_guard lock(mutex_);
     const uint64_t us = clock_.now_us() - start_us_;
-    file_.write(format_text("%5llu.%06llu  ", static_cast<unsigned long long>(us / kUsPerSecond),
-                            static_cast<unsigned long long>(us % kUsPerSecond)) +
-                (camera.empty() ? "" : camera + "  ") + text + "\n");
+    file_.write(text::format("%5llu.%06llu  ", static_cast<unsigned long long>(us / kUsPerSecond),
+                             static_cast<unsigned long long>(us % kUsPerSecond)) +
+                text::printable((camera.empty() ? "" : camera + "  ") + text) + "\n");
 }
 
 bool LogFile::report()
 {
     const std::lock_guard lock(mutex_);
-    if (file_.error() != 0) {
-        std::fprintf(stderr, "nyxus-sim: the log in '%s' is incomplete: %s\n", file_.name().c_str(),
-                     std::strerror(file_.error()));
-    }
-    return file_.error() == 0;
+    return file_.report("log");
 }
 
 CameraLog::CameraLog(LogFile& file, std::string name, bool counts_repeated)
@@ -95,8 +93,8 @@ void CameraLog::tell_request(const Words& request)
 void CameraLog::plugged(const UsbCamera& camera, unsigned bus, unsigned address)
 {
     camera_ = &camera;
-    tell(format_text("plugged in at bus %u, address %u: %s, serial %s, ", bus, address,
-                     camera.product().c_str(), camera.serial().c_str()) +
+    tell(text::format("plugged in at bus %u, address %u: %s, serial %s, ", bus, address,
+                      camera.product().c_str(), camera.serial().c_str()) +
          firmware_in_words(camera.controller()));
 }
 
@@ -120,8 +118,8 @@ Words CameraLog::words(const BusTransfer& transfer)
         sent_.erase(found);
     }
     if (transfer.type != TransferType::kControl) {
-        return {format_text("%s transfer of endpoint 0x%02X", endpoint_kind(transfer.type),
-                            transfer.endpoint)};
+        return {text::format("%s transfer of endpoint 0x%02X", endpoint_kind(transfer.type),
+                             transfer.endpoint)};
     }
     const auto data = transfer.is_in() ? transfer.data : std::span<const uint8_t>(sent);
     Words words = request_in_words(camera_->controller().model(), transfer.setup, data);
@@ -165,8 +163,8 @@ void CameraLog::video_changed(const VideoStream& stream)
             frames_before_ = state.frames_sent;
             dropped_before_ = state.frames_dropped;
             frames_told_ = 0;
-            tell(format_text("video begins: %ux%u", stream.format()->size.width,
-                             stream.format()->size.height));
+            tell(text::format("video begins: %ux%u", stream.format()->size.width,
+                              stream.format()->size.height));
         } else {
             tell_frames(stream, "video ends after");
         }
@@ -183,7 +181,7 @@ void CameraLog::fault_strikes(const std::string& fault)
 
 void CameraLog::tell_frames(const VideoStream& stream, const char* what)
 {
-    tell(format_text(
+    tell(text::format(
         "%s %llu frames, %llu dropped", what,
         static_cast<unsigned long long>(stream.state().frames_sent - frames_before_),
         static_cast<unsigned long long>(stream.state().frames_dropped - dropped_before_)));

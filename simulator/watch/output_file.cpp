@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "watch/output_file.h"
 
+#include "files/parts.h"
+#include "text/printable.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
@@ -22,7 +25,7 @@ namespace {
 
 [[noreturn]] void fail(const std::string& path, int error)
 {
-    throw std::runtime_error("cannot write '" + path + "': " + std::strerror(error));
+    throw std::runtime_error("cannot write " + text::in_quotes(path) + ": " + std::strerror(error));
 }
 
 bool is_fifo(const std::string& path)
@@ -40,57 +43,53 @@ bool is_interrupted()
            sigismember(&pending, SIGHUP) != 0;
 }
 
-int open_fifo(const std::string& path)
+files::Descriptor open_fifo(const std::string& path)
 {
     bool told = false;
     for (;;) {
-        const int fd = open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-        if (fd >= 0) {
-            fcntl(fd, F_SETFL, O_WRONLY);
-            return fd;
-        }
-        if (errno != ENXIO)
-            return -1;
+        files::Descriptor fifo(open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+        if (fifo)
+            fcntl(fifo.get(), F_SETFL, O_WRONLY);
+        if (fifo || errno != ENXIO)
+            return fifo;
         if (is_interrupted()) {
             errno = EINTR;
-            return -1;
+            return {};
         }
-        if (!std::exchange(told, true))
-            std::fprintf(stderr, "nyxus-sim: waiting for a reader of '%s'\n", path.c_str());
+        if (!std::exchange(told, true)) {
+            std::fprintf(stderr, "nyxus-sim: waiting for a reader of %s\n",
+                         text::in_quotes(path).c_str());
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
 }
 
-int take_standard_output()
+files::Descriptor take_standard_output()
 {
-    const int fd = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    if (fd >= 0)
+    files::Descriptor output(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    if (output)
         dup2(STDERR_FILENO, STDOUT_FILENO);
-    return fd;
+    return output;
 }
 
-int open_output(const std::string& path)
+files::Descriptor open_output(const std::string& path)
 {
     if (path == "-")
         return take_standard_output();
-    return is_fifo(path) ? open_fifo(path)
-                         : open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (is_fifo(path))
+        return open_fifo(path);
+    return files::Descriptor(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
 }
 
 } // namespace
 
 OutputFile::OutputFile(const std::string& path)
-    : name_(path == "-" ? "standard output" : path), fd_(open_output(path))
+    : name_(path == "-" ? "standard output" : path), file_(open_output(path))
 {
-    if (fd_ < 0)
+    if (!file_)
         fail(name_, errno);
     // A reader that goes is an error like others. Programs that we start have the default again.
     std::signal(SIGPIPE, [](int) {});
-}
-
-OutputFile::~OutputFile()
-{
-    close(fd_);
 }
 
 void OutputFile::write(std::span<const std::span<const uint8_t>> parts)
@@ -103,19 +102,13 @@ void OutputFile::write(std::span<const std::span<const uint8_t>> parts)
         left += parts[i].size();
     }
     while (left > 0 && error_ == 0) {
-        const ssize_t written = writev(fd_, vectors.data(), static_cast<int>(count));
+        const ssize_t written = writev(file_.get(), vectors.data(), static_cast<int>(count));
         if (written < 0) {
             error_ = errno == EINTR ? 0 : errno;
             continue;
         }
-        auto done = static_cast<size_t>(written);
-        left -= done;
-        for (iovec& part : vectors) {
-            const size_t step = std::min(done, part.iov_len);
-            part.iov_base = static_cast<char*>(part.iov_base) + step;
-            part.iov_len -= step;
-            done -= step;
-        }
+        left -= static_cast<size_t>(written);
+        files::drop_front(vectors, static_cast<size_t>(written));
     }
 }
 
@@ -124,6 +117,15 @@ void OutputFile::write(const std::string& text)
     const std::span<const uint8_t> bytes(reinterpret_cast<const uint8_t*>(text.data()),
                                          text.size());
     write(std::array{bytes});
+}
+
+bool OutputFile::report(const char* what) const
+{
+    if (has_failed()) {
+        std::fprintf(stderr, "nyxus-sim: the %s in %s is incomplete: %s\n", what,
+                     text::in_quotes(name_).c_str(), std::strerror(error_));
+    }
+    return !has_failed();
 }
 
 } // namespace sim

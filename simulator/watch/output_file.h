@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "files/descriptor.h"
+
 #include <cstdint>
 #include <span>
 #include <string>
@@ -15,23 +17,23 @@ public:
     /// "-": the program's standard output, which then becomes what standard error is. Waits for
     /// the reader of a FIFO. Throws std::runtime_error.
     explicit OutputFile(const std::string& path);
-    /// Takes the descriptor over.
-    OutputFile(int fd, std::string name) : name_(std::move(name)), fd_(fd) {}
-    ~OutputFile();
-    OutputFile(const OutputFile&) = delete;
-    OutputFile& operator=(const OutputFile&) = delete;
+    OutputFile(files::Descriptor file, std::string name)
+        : name_(std::move(name)), file_(std::move(file))
+    {
+    }
 
     /// All of it, one behind the other, without a buffer in between.
     void write(std::span<const std::span<const uint8_t>> parts);
     void write(const std::string& text);
     const std::string& name() const { return name_; }
-    /// 0, or the errno of the first failure.
-    int error() const { return error_; }
+    /// False, and a line on standard error, when something of it is missing.
+    bool report(const char* what) const;
+    bool has_failed() const { return error_ != 0; }
 
 private:
     std::string name_;
-    int fd_;
-    int error_ = 0;
+    files::Descriptor file_;
+    int error_ = 0; ///< of the first failure
 };
 
 } // namespace sim

@@ -3,8 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
-#include <cstring>
 
 namespace sim {
 
@@ -12,7 +10,6 @@ namespace {
 
 constexpr uint32_t kMagic = 0xA1B2C3D4; // times in microseconds
 constexpr uint32_t kLinkTypeUsbLinuxMmapped = 220;
-constexpr uint32_t kUsPerSecond = 1'000'000;
 
 void put(std::span<uint8_t> bytes, size_t at, uint64_t value)
 {
@@ -53,7 +50,7 @@ PcapFile::PcapFile(const std::string& path, uint32_t snaplen, RecordTime time)
 void PcapFile::add(UsbmonEvent event, const BusTransfer& transfer, const UsbmonPlace& place)
 {
     const std::lock_guard lock(mutex_);
-    if (file_.error() != 0)
+    if (file_.has_failed())
         return;
     const std::vector<uint8_t> spread = usbmon_data(transfer);
     const std::span<const uint8_t> data =
@@ -73,11 +70,7 @@ void PcapFile::add(UsbmonEvent event, const BusTransfer& transfer, const UsbmonP
 bool PcapFile::report()
 {
     const std::lock_guard lock(mutex_);
-    if (file_.error() != 0) {
-        std::fprintf(stderr, "nyxus-sim: the capture in '%s' is incomplete: %s\n",
-                     file_.name().c_str(), std::strerror(file_.error()));
-    }
-    return file_.error() == 0;
+    return file_.report("capture");
 }
 
 } // namespace sim

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "watch/plain_words.h"
 
+#include "text/format.h"
+#include "text/hex.h"
 #include "usb/descriptors.h"
 #include "usb/standard_request.h"
 #include "usb/video_controls.h"
@@ -8,8 +10,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdarg>
-#include <cstdio>
 #include <cstring>
 
 namespace sim {
@@ -23,11 +23,11 @@ std::string descriptor_in_words(const Setup& setup)
         case kDevice:
             return "device";
         case kConfiguration:
-            return format_text("configuration %u", index);
+            return text::format("configuration %u", index);
         case kString:
-            return index == 0 ? "languages" : format_text("string %u", index);
+            return index == 0 ? "languages" : text::format("string %u", index);
         default:
-            return format_text("type 0x%02X, index %u", setup.value >> 8, index);
+            return text::format("type 0x%02X, index %u", setup.value >> 8, index);
     }
 }
 
@@ -37,25 +37,25 @@ std::string standard_request_in_words(const Setup& setup, std::span<const uint8_
         case kGetDescriptor:
             return "GET_DESCRIPTOR " + descriptor_in_words(setup);
         case kSetConfiguration:
-            return format_text("SET_CONFIGURATION %u", setup.value);
+            return text::format("SET_CONFIGURATION %u", setup.value);
         case kGetConfiguration:
             return "GET_CONFIGURATION: " + hex_bytes(data);
         case kSetInterface:
-            return format_text("SET_INTERFACE %u: setting %u", setup.index, setup.value);
+            return text::format("SET_INTERFACE %u: setting %u", setup.index, setup.value);
         case kGetInterface:
-            return format_text("GET_INTERFACE %u: setting ", setup.index) + hex_bytes(data);
+            return text::format("GET_INTERFACE %u: setting ", setup.index) + hex_bytes(data);
         case kClearFeature:
             if (setup.recipient() == kEndpointRecipient && setup.value == kEndpointHalt)
-                return format_text("CLEAR_FEATURE: end the halt of endpoint 0x%02X", setup.index);
-            return format_text("CLEAR_FEATURE %u of 0x%04X", setup.value, setup.index);
+                return text::format("CLEAR_FEATURE: end the halt of endpoint 0x%02X", setup.index);
+            return text::format("CLEAR_FEATURE %u of 0x%04X", setup.value, setup.index);
         case kSetFeature:
-            return format_text("SET_FEATURE %u of 0x%04X", setup.value, setup.index);
+            return text::format("SET_FEATURE %u of 0x%04X", setup.value, setup.index);
         case kGetStatus:
             return "GET_STATUS: " + hex_bytes(data);
         case kSetAddress:
-            return format_text("SET_ADDRESS %u", setup.value);
+            return text::format("SET_ADDRESS %u", setup.value);
         default:
-            return format_text("standard request 0x%02X", setup.request);
+            return text::format("standard request 0x%02X", setup.request);
     }
 }
 
@@ -66,25 +66,13 @@ bool is_control_request(const Setup& setup)
 
 } // namespace
 
-std::string format_text(const char* format, ...)
-{
-    char line[256];
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(line, sizeof line, format, arguments);
-    va_end(arguments);
-    return line;
-}
-
 std::string hex_bytes(std::span<const uint8_t> bytes)
 {
     constexpr size_t kMost = 16;
     if (bytes.empty())
         return "nothing";
-    std::string text;
-    for (const uint8_t byte : bytes.first(std::min(bytes.size(), kMost)))
-        text += format_text("%s%02X", text.empty() ? "" : " ", byte);
-    return bytes.size() <= kMost ? text : text + format_text(" ... (%zu bytes)", bytes.size());
+    const std::string first = text::hex(bytes.first(std::min(bytes.size(), kMost)), " ");
+    return bytes.size() <= kMost ? first : first + text::format(" ... (%zu bytes)", bytes.size());
 }
 
 Words request_in_words(const CameraModel& model, const Setup& setup, std::span<const uint8_t> data)
@@ -93,8 +81,8 @@ Words request_in_words(const CameraModel& model, const Setup& setup, std::span<c
         return {standard_request_in_words(setup, data)};
     if (is_control_request(setup))
         return control_in_words(model, setup, data);
-    return {format_text("request 0x%02X of type 0x%02X, value 0x%04X, index 0x%04X: ",
-                        setup.request, setup.request_type, setup.value, setup.index) +
+    return {text::format("request 0x%02X of type 0x%02X, value 0x%04X, index 0x%04X: ",
+                         setup.request, setup.request_type, setup.value, setup.index) +
             hex_bytes(data)};
 }
 
@@ -104,7 +92,7 @@ std::string result_in_words(const BusTransfer& transfer)
         transfer.packets, [](int status) { return status != 0; }, &IsoPacket::status);
     switch (transfer.status) {
         case 0:
-            return failed == 0 ? "" : format_text(" -> %td packets lost", failed);
+            return failed == 0 ? "" : text::format(" -> %td packets lost", failed);
         case -EPIPE:
             return " -> stalled";
         case -EPROTO:

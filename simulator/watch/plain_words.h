@@ -35,6 +35,5 @@ std::string result_in_words(const BusTransfer& transfer);
 
 /// "4E 58 46": all of up to 16 bytes, or the first ones and how many there are.
 std::string hex_bytes(std::span<const uint8_t> bytes);
-__attribute__((format(printf, 1, 2))) std::string format_text(const char* format, ...);
 
 } // namespace sim

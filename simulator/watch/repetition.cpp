@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "watch/repetition.h"
 
+#include "text/format.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -15,14 +17,14 @@ std::string times_summary(uint64_t more)
 {
     return more == 1
                ? "  ... once more: "
-               : format_text("  ... %llu more times: ", static_cast<unsigned long long>(more));
+               : text::format("  ... %llu more times: ", static_cast<unsigned long long>(more));
 }
 
 std::string step_summary(const Words& first, uint64_t more, uint32_t end)
 {
     const size_t colon = first.text.find(':');
     constexpr const char* kWhat[] = {"asked for", "read", "written"};
-    return format_text(
+    return text::format(
                "  ... %llu more like it, %s on to 0x%04X: ", static_cast<unsigned long long>(more),
                kWhat[static_cast<size_t>(first.step->kind)], end - 1) +
            first.text.substr(0, colon);

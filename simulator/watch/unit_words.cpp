@@ -4,6 +4,8 @@
 #include "chip/control_table.h"
 #include "chip/h264_unit.h"
 #include "chip/memory_frame.h"
+#include "text/format.h"
+#include "text/printable.h"
 #include "usb/descriptors.h"
 #include "usb/video_controls.h"
 
@@ -43,7 +45,7 @@ const char* verb(uint8_t request)
 
 std::string named(std::string_view name, uint8_t selector)
 {
-    return name.empty() ? format_text("control 0x%02X", selector) : std::string(name);
+    return name.empty() ? text::format("control 0x%02X", selector) : std::string(name);
 }
 
 std::string subject(const Setup& setup)
@@ -61,7 +63,7 @@ std::string subject(const Setup& setup)
     } else if (setup.unit() == kProcessingUnit && setup.selector() == kBrightnessSelector) {
         name = "BRIGHTNESS";
     }
-    return format_text("unit %u ", setup.unit()) + named(name, setup.selector());
+    return text::format("unit %u ", setup.unit()) + named(name, setup.selector());
 }
 
 std::string info_in_words(std::span<const uint8_t> data)
@@ -76,15 +78,13 @@ std::string number_in_words(std::span<const uint8_t> data)
     uint32_t number = 0;
     for (size_t i = 0; i < std::min<size_t>(data.size(), 2); ++i)
         number |= uint32_t{data[i]} << (8 * i);
-    return data.empty() ? hex_bytes(data) : format_text("%u", number);
+    return data.empty() ? hex_bytes(data) : text::format("%u", number);
 }
 
 std::string text_in_words(std::span<const uint8_t> data)
 {
     const std::string text(data.begin(), std::ranges::find(data, 0));
-    const bool printable = std::ranges::all_of(
-        text, [](char character) { return character >= ' ' && character <= '~'; });
-    return printable && !text.empty() ? "\"" + text + "\"" : hex_bytes(data);
+    return text::is_plain(text) && !text.empty() ? "\"" + text + "\"" : hex_bytes(data);
 }
 
 std::string video_in_words(std::span<const uint8_t> record)
@@ -94,8 +94,8 @@ std::string video_in_words(std::span<const uint8_t> record)
         return hex_bytes(record);
     constexpr double kUnitsPerSecond = 1e7;
     const double rate = format->interval_100ns == 0 ? 0 : kUnitsPerSecond / format->interval_100ns;
-    return format_text("%ux%u, %.4g frames per second, payloads of %u bytes", format->size.width,
-                       format->size.height, rate, format->payload_bytes);
+    return text::format("%ux%u, %.4g frames per second, payloads of %u bytes", format->size.width,
+                        format->size.height, rate, format->payload_bytes);
 }
 
 /// Which bytes of a memory a record is about.
@@ -115,14 +115,14 @@ struct Piece {
 std::string piece_in_words(const Piece& piece)
 {
     const std::string place =
-        format_text("%s0x%04X", piece.is_rom() ? "" : "register ", piece.address);
-    const std::string count = piece.count == 1 ? "1 byte" : format_text("%zu bytes", piece.count);
+        text::format("%s0x%04X", piece.is_rom() ? "" : "register ", piece.address);
+    const std::string count = piece.count == 1 ? "1 byte" : text::format("%zu bytes", piece.count);
     const auto data = piece.data.first(std::min(piece.count, piece.data.size()));
     if (piece.kind == RomStep::Kind::kAsk)
         return "asks for " + count + " at " + place;
     const std::string what = piece.kind == RomStep::Kind::kWrite ? "write " : "read ";
     if (!piece.is_rom() && data.size() == 1)
-        return what + place + format_text(" = 0x%02X", data[0]);
+        return what + place + text::format(" = 0x%02X", data[0]);
     return what + count + " at " + place + ": " + hex_bytes(data);
 }
 
@@ -153,11 +153,11 @@ std::string flash_status_in_words(std::span<const uint8_t> record, bool is_set)
 {
     const uint8_t status = record[kHeaderBytes];
     if (is_set) {
-        return (record[0] & kWrite) != 0 ? format_text("write flash status 0x%02X", status)
+        return (record[0] & kWrite) != 0 ? text::format("write flash status 0x%02X", status)
                                          : "asks for the flash status";
     }
-    return format_text("flash status 0x%02X%s%s", status, (status & 1) != 0 ? ", busy" : "",
-                       (status & 2) != 0 ? ", writing enabled" : "");
+    return text::format("flash status 0x%02X%s%s", status, (status & 1) != 0 ? ", busy" : "",
+                        (status & 2) != 0 ? ", writing enabled" : "");
 }
 
 // What a memory control does beside moving bytes; empty when it does that.
@@ -228,7 +228,7 @@ Words control_in_words(const CameraModel& model, const Setup& setup, std::span<c
 {
     const char* const known = verb(setup.request);
     const std::string request =
-        known != nullptr ? known : format_text("request 0x%02X", setup.request);
+        known != nullptr ? known : text::format("request 0x%02X", setup.request);
     Words words = value_in_words(model, setup, data);
     words.text = request + " " + subject(setup) + ": " + words.text;
     return words;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "watch/usbmon_record.h"
 
+#include "chip/clock.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <type_traits>
@@ -11,7 +13,6 @@ namespace {
 
 constexpr size_t kHeaderBytes = 64;
 constexpr size_t kIsoDescriptorBytes = 16;
-constexpr uint32_t kUsPerSecond = 1'000'000;
 
 constexpr uint8_t kSetupFollows = 0;
 constexpr uint8_t kNoSetup = '-';

@@ -112,6 +112,7 @@ int32_t XuGetSetfileVer(NyDevice* pDevObj, char* pBuf)
 
 int32_t XuSetExtRomType(NyDevice* pDevObj, uint8_t bExtRomType)
 {
+    const nyxus::DeviceScope scope(pDevObj);
     NY_TRACE_DEV(NY_TRACE_INFO, "Setting bExtRomType = 0x%02X \n", bExtRomType);
     return set_byte(pDevObj, ZRV_XU_EXT_ROM_TYPE, bExtRomType);
 }

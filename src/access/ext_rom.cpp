@@ -4,10 +4,10 @@
 #include <nyxus/memory.h>
 
 #include <endian.h>
-#include <cstdio>
 
 #include "tables/xu_version.h"
 #include "trace/failure.h"
+#include "trace/progress.h"
 #include "unit.h"
 #include "usb/xu_exchange.h"
 
@@ -45,7 +45,7 @@ void select_block(NyDevice* pDevObj, uint32_t block, bool report)
         return;
     uint16_t current = 0;
     (void)nyxus::xu_exchange(pDevObj, ZRV_XU_FLASH_BLOCK, UVC_GET_CUR, &current, sizeof current);
-    std::printf("### current block = %d\n", le16toh(current));
+    nyxus::trace_bare(NYXUS_LINE_OUTPUT, "### current block = %d\n", le16toh(current));
 }
 
 int32_t walk_blocks(NyDevice* pDevObj, const BlockWalk& walk, uint32_t dwAddr, uint32_t dwLen,
@@ -55,6 +55,7 @@ int32_t walk_blocks(NyDevice* pDevObj, const BlockWalk& walk, uint32_t dwAddr, u
         return XuCtrlSeqContext(pDevObj, ZRV_XU_EXT_ROM, walk.flag, static_cast<uint16_t>(address),
                                 length, pBuf + position);
     };
+    const nyxus::TransferProgress progress(dwLen);
     const uint32_t block_start = dwAddr >> 16;
     if (pDevObj->oXuCtrlVer.wPrefix == kXuPrefixBlocks)
         select_block(pDevObj, block_start, false);

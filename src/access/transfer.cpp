@@ -28,7 +28,8 @@ int32_t XuCtrlSeqContext(NyDevice* pDevObj, uint8_t bSelector, uint8_t bFlag, ui
     const bool write = (bFlag & XU_FLAG_WRITE) != 0;
     const uint32_t chunk_limit = wide ? kWideChunk : kNarrowChunk;
 
-    nyxus::ProgressMarks progress(dwLen);
+    nyxus::ProgressMarks marks(dwLen);
+    const nyxus::TransferProgress progress(dwLen);
     NyWrapper oWrapper = {};
     for (uint32_t offset = 0; offset < dwLen;) {
         const uint32_t chunk = std::min(dwLen - offset, chunk_limit);
@@ -52,7 +53,10 @@ int32_t XuCtrlSeqContext(NyDevice* pDevObj, uint8_t bSelector, uint8_t bFlag, ui
             std::memcpy(pBuf + offset, oWrapper.data, chunk);
         }
         offset += chunk;
-        progress.mark(offset);
+        marks.mark(offset);
+        // Registers that are reached on the way are no part of a longer transfer.
+        if (ext_rom || progress.is_outermost())
+            nyxus::TransferProgress::add(chunk);
     }
     return 0;
 }

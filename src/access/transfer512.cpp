@@ -9,6 +9,7 @@
 
 #include "pause.h"
 #include "trace/failure.h"
+#include "trace/progress.h"
 #include "unit.h"
 #include "usb/xu_exchange.h"
 
@@ -41,6 +42,7 @@ int32_t XuCtrlSeqContext512(NyDevice* pDevObj, uint8_t bFlag, uint16_t wAddr, ui
     if (dwLen == 0)
         return 0;
     NY_REQUIRE(pBuf);
+    const nyxus::TransferProgress progress(dwLen);
     NyWrapper512 oWrapper512 = {};
     for (uint32_t offset = 0; offset < dwLen;) {
         const uint32_t chunk = std::min(dwLen - offset, kChunk);
@@ -60,6 +62,7 @@ int32_t XuCtrlSeqContext512(NyDevice* pDevObj, uint8_t bFlag, uint16_t wAddr, ui
         offset += chunk;
         if (nyxus_print_progress != 0)
             NyPrintProgress(static_cast<int32_t>(offset & 0xFFFF), dwLen);
+        nyxus::TransferProgress::add(chunk);
     }
     return 0;
 }
@@ -86,6 +89,7 @@ int32_t VELKA_DwAddrRead(NyDevice* pDevObj, uint8_t bFlag, uint8_t bSelector, ui
     NY_REQUIRE_DEVICE(pDevObj);
     if (dwLen > 0)
         NY_REQUIRE(pBuf);
+    const nyxus::TransferProgress progress(dwLen);
     const auto first_block = static_cast<uint16_t>(dwAddr >> 16);
     const auto last_block = static_cast<uint16_t>((dwAddr + dwLen) >> 16);
     uint16_t address = static_cast<uint16_t>(dwAddr);

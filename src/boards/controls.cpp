@@ -2,10 +2,10 @@
 // Power, sensor, LED, touch and modes of the fingerprint boards.
 #include <nyxus/fingerprint.h>
 #include <nyxus/memory.h>
+#include <nyxus/registers.h>
 
 #include <unistd.h>
 
-#include "tables/registers.h"
 #include "trace/failure.h"
 #include "unit.h"
 
@@ -32,6 +32,7 @@ int32_t SG_SetAutoPower(NyDevice* pDevObj, int32_t bEnable)
 
 int32_t SG_SetSensorResetInit(NyDevice* pDevObj)
 {
+    const nyxus::DeviceScope scope(pDevObj);
     const uint8_t bValue = kSensorReset;
     NY_TRY(XuRegWrite(pDevObj, XDATA_SG_SENSOR_RESET_INIT, 1, &bValue));
     return 0;
@@ -39,6 +40,7 @@ int32_t SG_SetSensorResetInit(NyDevice* pDevObj)
 
 int32_t SG_SetSensorResetPin(NyDevice* pDevObj)
 {
+    const nyxus::DeviceScope scope(pDevObj);
     const uint8_t bValue = 1;
     NY_TRY_AS("XuRegWrite(pDevObj, 0xB8D, 1, &bValue)",
               XuRegWrite(pDevObj, XDATA_SG_SENSOR_RESET_PIN, 1, &bValue));

@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include "trace/failure.h"
+#include "trace/progress.h"
 #include "unit.h"
 
 static constexpr uint16_t kWindowStart = 0x2400;
@@ -40,6 +41,7 @@ int32_t SG_XuExtRomWrite(NyDevice* pDevObj, uint16_t wAddr, uint16_t wLen, const
     if (wLen == 0)
         return 0;
     NY_REQUIRE(pBuf);
+    const nyxus::TransferProgress progress(wLen);
     int32_t rv = 0;
     for (uint32_t done = 0; done < wLen;) {
         const uint32_t address = wAddr + done;

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // Chip, firmware status and versions; chip reset.
 #include <nyxus/memory.h>
+#include <nyxus/registers.h>
 
 #include <cstring>
 
 #include "probe_report.h"
-#include "tables/registers.h"
 #include "tables/xu_version.h"
 #include "trace/failure.h"
 #include "unit.h"

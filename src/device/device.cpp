@@ -2,14 +2,17 @@
 // Creation, probe and deletion of the device object.
 #include <nyxus/config.h>
 #include <nyxus/memory.h>
+#include <nyxus/registers.h>
 
 #include <cstdlib>
 
-#include "tables/registers.h"
 #include "trace/failure.h"
 #include "unit.h"
-#include "video/session.h"
+#include "usb/control_lengths.h"
+#include "usb/session_state.h"
+#include "video/safe_stop.h"
 
+static constexpr char kCreate[] = "DEV_CreateObjectUsb"; // its steps trace as it does
 static constexpr uint8_t kSupportedDriver = 1;
 static constexpr uint8_t kVideoClass = 0x0E;
 static constexpr uint8_t kMiscellaneousClass = 0xEF; // its bits are in 0xFF, vendor-specific, too
@@ -39,7 +42,7 @@ static void open_with_libusb(NyDevice* pDevObj)
     const int rc = libusb_open(pDevObj->usb_device, &pDevObj->usb_handle);
     if (rc < 0) {
         pDevObj->usb_handle = nullptr;
-        (void)NY_FAIL_LIBUSB(rc, "libusb_open");
+        (void)NY_FAIL_LIBUSB_AS(kCreate, rc, "libusb_open");
     }
 }
 
@@ -58,7 +61,7 @@ static NyDevice* open_without_libuvc(NyDevice* pDevObj)
     }
     if (descriptor.idVendor != kVendor) {
         if (nyxus::traces(NY_TRACE_ENUM)) {
-            nyxus::trace_line("DEV_CreateObjectUsb", "skip device Vid=%X,Pid=%X\n",
+            nyxus::trace_line(NY_TRACE_ENUM, kCreate, "skip device Vid=%X,Pid=%X\n",
                               descriptor.idVendor, descriptor.idProduct);
         }
         nyxus::close_session(pDevObj, pDevObj->uvc_handle);
@@ -68,18 +71,18 @@ static NyDevice* open_without_libuvc(NyDevice* pDevObj)
     return pDevObj;
 }
 
-static void release_interface(libusb_device_handle* handle)
+static void release_interface(const char* function, libusb_device_handle* handle)
 {
     const int rc = libusb_release_interface(handle, 0);
     if (rc < 0)
-        (void)NY_FAIL_LIBUSB(rc, "libusb_release_interface");
+        (void)NY_FAIL_LIBUSB_AS(function, rc, "libusb_release_interface");
 }
 
 /// Whoever opened the USB handle closes it: libuvc its own, the library its own.
 static void close_after_failed_probe(NyDevice* pDevObj)
 {
     if (pDevObj->usb_handle != nullptr)
-        release_interface(pDevObj->usb_handle);
+        release_interface(kCreate, pDevObj->usb_handle);
     const bool own_handle = uvc_get_libusb_handle(pDevObj->uvc_handle) != pDevObj->usb_handle;
     if (own_handle && pDevObj->usb_handle != nullptr)
         libusb_close(pDevObj->usb_handle);
@@ -97,6 +100,7 @@ NyDevice* DEV_CreateObjectUsb(libusb_device* device)
         (void)NY_FAIL(NYXUS_E_NO_MEMORY, "Device object malloc FAILED");
         return nullptr;
     }
+    const nyxus::DeviceScope scope(pDevObj);
     pDevObj->state = 1;
     pDevObj->index = -1;
     pDevObj->usb_device = device;
@@ -125,10 +129,8 @@ NyDevice* DEV_CreateObjectUsb(libusb_device* device)
 
 static int32_t check_control_lengths(NyDevice* pDevObj)
 {
-    const int32_t rv = requireXUSizeTable(pDevObj->usb_handle, NY_UNIT_VENDOR, pDevObj->xu_table,
-                                          pDevObj->xu_table_count);
-    pDevObj->device_gone =
-        rv == NYXUS_E_LIBUSB(LIBUSB_ERROR_NO_DEVICE) && pDevObj->usb_handle != nullptr;
+    const int32_t rv = nyxus::learn_control_lengths(pDevObj);
+    nyxus::note_whether_gone(pDevObj, rv);
     return rv;
 }
 
@@ -159,12 +161,15 @@ void DEV_DeleteObject(NyDevice* pDevObj)
 {
     if (pDevObj == nullptr)
         return;
+    const nyxus::DeviceScope scope(pDevObj);
     // Also tells whether a camera that was idle is still there.
     const uint8_t snapshot_mode = 0x01;
     (void)XuRegWrite(pDevObj, XDATA_SG_SNAPSHOT_MODE, 1, &snapshot_mode);
     if (close_libuvc(pDevObj) != 0 && pDevObj->usb_handle != nullptr) {
-        release_interface(pDevObj->usb_handle);
+        release_interface(__func__, pDevObj->usb_handle);
         libusb_close(pDevObj->usb_handle);
     }
     NY_TRACE_BARE(NY_TRACE_STEP, "<INFO> Device object released \n");
+    nyxus_set_line_callback(pDevObj, nullptr, nullptr);
+    nyxus_set_progress_callback(pDevObj, nullptr, nullptr);
 }

@@ -61,11 +61,13 @@ int32_t LIB_NyxusSetConfig(const NyConfig* config)
 
 int32_t HexStr2Buf(const char* str, int32_t max_bytes, uint8_t* buf)
 {
+    if (max_bytes < 1)
+        return 0; // whatever the pointers are
     NY_REQUIRE_AS(NYXUS_E_LIB_NULL, str);
-    NY_REQUIRE_AS(NYXUS_E_LIB_NULL, buf);
     const size_t pairs = std::strlen(str) / 2;
-    const auto room = static_cast<size_t>(std::max(max_bytes, 0));
-    const auto count = static_cast<int32_t>(std::min(pairs, room));
+    const auto count = static_cast<int32_t>(std::min(pairs, static_cast<size_t>(max_bytes)));
+    if (count > 0)
+        NY_REQUIRE_AS(NYXUS_E_LIB_NULL, buf);
     for (int32_t i = 0; i < count; ++i) {
         const char pair[] = {str[2 * i], str[2 * i + 1], '\0'};
         // A pair that is no number leaves its byte as it was.

@@ -5,6 +5,8 @@
 #include "trace/failure.h"
 #include "unit.h"
 
+static constexpr char kQuery[] = "MP_QueryXuVersion"; // the steps trace as the query
+
 static const NyXuTable* find_table(uint16_t version)
 {
     for (int32_t i = 0; i < xu_table_list_count; ++i) {
@@ -18,15 +20,16 @@ static bool read_version_record(NyDevice* pDevObj)
 {
     const NyXuVersion& record = pDevObj->oXuCtrlVer;
     if (XuGetVersion(pDevObj, &pDevObj->oXuCtrlVer) < 0) {
-        NY_TRACE_DEV(NY_TRACE_ERROR,
-                     "Using uvc_xu_table_ver_none (backend not support ZRV_XU_VERSION !!!) \n");
+        NY_TRACE_DEV_AS(kQuery, NY_TRACE_ERROR,
+                        "Using uvc_xu_table_ver_none (backend not support ZRV_XU_VERSION !!!) \n");
         return false;
     }
     if (record.wPrefix != kXuPrefix) {
         const int low = record.wPrefix & 0xFF;
         const int high = record.wPrefix >> 8;
-        NY_TRACE_DEV(NY_TRACE_ERROR, "XU Prefix=%c(0x%X)%c(0x%X)\n", low, low, high, high);
-        NY_TRACE_DEV(NY_TRACE_ERROR, "XuVer: 0x%x\n", record.wVersion);
+        NY_TRACE_DEV_AS(kQuery, NY_TRACE_ERROR, "XU Prefix=%c(0x%X)%c(0x%X)\n", low, low, high,
+                        high);
+        NY_TRACE_DEV_AS(kQuery, NY_TRACE_ERROR, "XuVer: 0x%x\n", record.wVersion);
         return false;
     }
     return true;
@@ -37,13 +40,13 @@ static void select_table(NyDevice* pDevObj)
     const uint16_t version = pDevObj->oXuCtrlVer.wVersion;
     const NyXuTable* entry = find_table(version);
     if (entry == nullptr) {
-        nyxus::trace_line("MP_QueryXuVersion", pDevObj,
+        nyxus::trace_line(NYXUS_LINE_FAILURE, kQuery, pDevObj,
                           "<ERROR> Cannot found appropriate XU table,Ver=0x%04X\n", version);
         return;
     }
     pDevObj->xu_table = entry->table;
     pDevObj->xu_table_count = entry->count;
-    NY_TRACE_DEV(NY_TRACE_ERROR, "Using uvc_xu_table_ver_%04X \n", version);
+    NY_TRACE_DEV_AS(kQuery, NY_TRACE_ERROR, "Using uvc_xu_table_ver_%04X \n", version);
 }
 
 int32_t MP_QueryXuVersion(NyDevice* pDevObj)

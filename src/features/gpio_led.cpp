@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <nyxus/memory.h>
 #include <nyxus/peripheral.h>
+#include <nyxus/registers.h>
 
-#include "tables/registers.h"
 #include "trace/failure.h"
 #include "unit.h"
 

@@ -2,10 +2,11 @@
 #include <nyxus/device.h>
 #include <nyxus/h264.h>
 #include <nyxus/memory.h>
+#include <nyxus/registers.h>
 
 #include <algorithm>
+#include <cstring>
 
-#include "tables/registers.h"
 #include "trace/failure.h"
 #include "unit.h"
 
@@ -14,10 +15,38 @@ static_assert(sizeof(H264BitrateLayers) == 12 && offsetof(H264BitrateLayers, dwP
 
 static constexpr uint8_t kFormatBit = 0x08;
 
-/// A set only reads the caller's payload.
-static int32_t send(NyDevice* pDevObj, uint8_t selector, const uint8_t* payload)
+static constexpr size_t kRateControlBytes = 3;
+static constexpr size_t kPictureTypeBytes = 4;
+static constexpr size_t kVersionBytes = 2;
+static constexpr size_t kResetBytes = 2;
+static constexpr size_t kQpStepsBytes = 5;
+
+/// Room for any length that the table may have been corrected to: the query believes the table, the
+/// caller's payload has the published size.
+struct Payload {
+    Payload(const uint8_t* caller, size_t size)
+    {
+        if (caller != nullptr) // which the query is to refuse
+            std::memcpy(bytes, caller, size);
+        argument = caller != nullptr ? bytes : nullptr;
+    }
+    uint8_t bytes[UINT8_MAX] = {};
+    uint8_t* argument;
+};
+
+static int32_t receive(NyDevice* pDevObj, uint8_t selector, uint8_t* pBuf, size_t size)
 {
-    return UvcXuCtrlQueryH264(pDevObj, selector, UVC_SET_CUR, const_cast<uint8_t*>(payload));
+    Payload payload(pBuf, size);
+    const int32_t rv = UvcXuCtrlQueryH264(pDevObj, selector, UVC_GET_CUR, payload.argument);
+    if (rv >= 0)
+        std::memcpy(pBuf, payload.bytes, size);
+    return rv;
+}
+
+static int32_t send(NyDevice* pDevObj, uint8_t selector, const uint8_t* pBuf, size_t size)
+{
+    Payload payload(pBuf, size);
+    return UvcXuCtrlQueryH264(pDevObj, selector, UVC_SET_CUR, payload.argument);
 }
 
 static uint32_t little_endian_32(const uint8_t* bytes)
@@ -34,44 +63,44 @@ static void put_little_endian(uint8_t* bytes, uint32_t value, int count)
 
 int32_t H264GetRateCtrlMode(NyDevice* pDevObj, uint8_t* pBuf)
 {
-    return UvcXuCtrlQueryH264(pDevObj, UVCX_RATE_CONTROL_MODE, UVC_GET_CUR, pBuf);
+    return receive(pDevObj, UVCX_RATE_CONTROL_MODE, pBuf, kRateControlBytes);
 }
 
 int32_t H264SetRateCtrlMode(NyDevice* pDevObj, const uint8_t* pBuf)
 {
-    return send(pDevObj, UVCX_RATE_CONTROL_MODE, pBuf);
+    return send(pDevObj, UVCX_RATE_CONTROL_MODE, pBuf, kRateControlBytes);
 }
 
 int32_t H264SetNextFrameType(NyDevice* pDevObj, const uint8_t* pBuf)
 {
-    return send(pDevObj, UVCX_PICTURE_TYPE_CONTROL, pBuf);
+    return send(pDevObj, UVCX_PICTURE_TYPE_CONTROL, pBuf, kPictureTypeBytes);
 }
 
 int32_t H264GetVersion(NyDevice* pDevObj, uint8_t* pBuf)
 {
-    return UvcXuCtrlQueryH264(pDevObj, UVCX_VERSION, UVC_GET_CUR, pBuf);
+    return receive(pDevObj, UVCX_VERSION, pBuf, kVersionBytes);
 }
 
 int32_t H264Reset(NyDevice* pDevObj, const uint8_t* pBuf)
 {
-    return send(pDevObj, UVCX_ENCODER_RESET, pBuf);
+    return send(pDevObj, UVCX_ENCODER_RESET, pBuf, kResetBytes);
 }
 
 int32_t H264GetQpSteps(NyDevice* pDevObj, uint8_t* pBuf)
 {
-    return UvcXuCtrlQueryH264(pDevObj, UVCX_QP_STEPS_LAYERS, UVC_GET_CUR, pBuf);
+    return receive(pDevObj, UVCX_QP_STEPS_LAYERS, pBuf, kQpStepsBytes);
 }
 
 int32_t H264SetQpSteps(NyDevice* pDevObj, const uint8_t* pBuf)
 {
-    return send(pDevObj, UVCX_QP_STEPS_LAYERS, pBuf);
+    return send(pDevObj, UVCX_QP_STEPS_LAYERS, pBuf, kQpStepsBytes);
 }
 
 int32_t H264GetBitrate(NyDevice* pDevObj, H264BitrateLayers* out)
 {
     NY_REQUIRE_DEVICE(pDevObj);
     NY_REQUIRE(out);
-    uint8_t buf[10] = {};
+    uint8_t buf[UINT8_MAX] = {}; // as long as the table may say
     NY_TRY_STORED(UvcXuCtrlQueryH264(pDevObj, UVCX_BITRATE_LAYERS, UVC_GET_CUR, buf));
     out->wLayerID = static_cast<uint16_t>(buf[0] | buf[1] << 8);
     out->dwPeakBitrate = little_endian_32(buf + 2);
@@ -83,7 +112,7 @@ int32_t H264SetBitrate(NyDevice* pDevObj, const H264BitrateLayers* in)
 {
     NY_REQUIRE_DEVICE(pDevObj);
     NY_REQUIRE(in);
-    uint8_t buf[10];
+    uint8_t buf[UINT8_MAX] = {};
     put_little_endian(buf, in->wLayerID, 2);
     put_little_endian(buf + 2, in->dwPeakBitrate, 4);
     put_little_endian(buf + 6, in->dwAverageBitrate, 4);

@@ -2,8 +2,8 @@
 // The I2C master behind the controller's registers.
 #include <nyxus/memory.h>
 #include <nyxus/peripheral.h>
+#include <nyxus/registers.h>
 
-#include "tables/registers.h"
 #include "trace/failure.h"
 #include "unit.h"
 

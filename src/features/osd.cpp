@@ -2,10 +2,10 @@
 #include <nyxus/access.h>
 #include <nyxus/memory.h>
 #include <nyxus/osd.h>
+#include <nyxus/registers.h>
 
 #include <cstring>
 
-#include "tables/registers.h"
 #include "trace/failure.h"
 #include "unit.h"
 

@@ -45,7 +45,8 @@ int32_t MP_BinLoadFromFile(uint8_t* buf, uint32_t bin_size, const char* path)
     const long file_size = std::ftell(file);
     std::fseek(file, 0, SEEK_SET);
     NY_TRACE(NY_TRACE_ERROR, "BIN file_size = %d (fseek) \n", static_cast<int>(file_size));
-    if (file_size > static_cast<long>(bin_size)) // the file stays open: hosts close all on this
+    // The file is left open on purpose: the host closes all of them after this.
+    if (file_size > static_cast<long>(bin_size))
         return NY_FAIL(NYXUS_E_BIN_SIZE, "BIN file_size > bin_size, buffer too small");
 
     const size_t count = std::fread(buf, 1, bin_size, file);

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "trace/failure.h"
+#include "trace/progress.h"
 #include "unit.h"
 
 static constexpr uint32_t kHeaderBytes = 0x40;
@@ -52,6 +53,9 @@ static bool has_possible_sizes(const uint8_t* mfi_bin)
 static int32_t program_rom(NyDevice* pDevObj, const uint8_t* mfi_bin)
 {
     static constexpr char kFunction[] = "MP_FwUpgrade";
+    const uint32_t body_bytes = nyxus_fw_bin_size - kHeaderBytes;
+    const nyxus::TransferProgress progress((mfi_bin != nullptr ? nyxus_mfi_bin_size : 0) +
+                                           body_bytes + kHeaderBytes);
     int32_t rv = 0;
     if (mfi_bin != nullptr) {
         NY_TRACE_DEV_AS(kFunction, NY_TRACE_ERROR,
@@ -61,7 +65,6 @@ static int32_t program_rom(NyDevice* pDevObj, const uint8_t* mfi_bin)
         if (rv < 0)
             return upgrade_failed(pDevObj, "ERROR: MFi BIN programming FAILED !!! \n", rv);
     }
-    const uint32_t body_bytes = nyxus_fw_bin_size - kHeaderBytes;
     NY_TRACE_DEV_AS(kFunction, NY_TRACE_ERROR,
                     "Programming firmware body (0x0040 to 0x%04X), size = 0x%04X \n",
                     nyxus_fw_bin_size, body_bytes);
@@ -215,9 +218,10 @@ int32_t MP_FwCompare(NyDevice* pDevObj)
         NY_TRACE_DEV(NY_TRACE_ERROR, "ERROR: Dump file write failed !!! \n");
     NY_TRACE_BARE(NY_TRACE_STEP, "<INFO> External ROM comparing... \n");
     const uint32_t compared = std::min<uint32_t>(nyxus_fw_bin_size, sizeof nyxus_fw_bin);
-    if (!equals_image(pDevObj, fw_dmp, compared))
-        return NYXUS_E_FAILED;
-    return rv < 0 ? rv : opened;
+    const bool equal = equals_image(pDevObj, fw_dmp, compared);
+    if (opened < 0) // the code goes with the message, which is the latest failure's
+        return opened;
+    return equal ? rv : NYXUS_E_FAILED;
 }
 
 int32_t MP_FwRevision(NyDevice* pDevObj, uint16_t* pwExtFwVer, char* szSetfileVer)

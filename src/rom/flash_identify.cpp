@@ -2,12 +2,14 @@
 // Which flash part is on the bus, and the controller's own copy of its parameters.
 #include <nyxus/device.h>
 #include <nyxus/memory.h>
+#include <nyxus/registers.h>
 
 #include <algorithm>
 #include <cstring>
 #include <iterator>
 
-#include "tables/registers.h"
+#include "tables/flash_catalogue.h"
+#include "tables/spi_commands.h"
 #include "tables/xu_version.h"
 #include "trace/failure.h"
 #include "unit.h"
@@ -16,6 +18,8 @@
 static constexpr uint32_t kControllerInfoBytes = offsetof(NyFlashInfo, bSize);
 static constexpr uint8_t kKeptByController = 0x80;
 static_assert(kControllerInfoBytes == 11);
+
+static constexpr char kReadOnlyRecord[] = "'pFlashInfo' is a read-only row of spi_flash_table";
 
 static constexpr int kUnsupportedCommandLine = 806;
 static constexpr int kInvalidCommandLine = 810;
@@ -77,6 +81,8 @@ int32_t XU_SpiGetFlashInfo(NyDevice* pDevObj, NyFlashInfo* pFlashInfo)
 {
     NY_REQUIRE_DEVICE(pDevObj);
     NY_REQUIRE(pFlashInfo);
+    if (nyxus::is_in_flash_catalogue(pFlashInfo))
+        return NY_FAIL(NYXUS_E_RANGE, kReadOnlyRecord);
     NY_TRACE_DEV(NY_TRACE_ERROR, "Getting flash info from backend variable... \n");
     auto* record = reinterpret_cast<uint8_t*>(pFlashInfo);
     if (pDevObj->oXuCtrlVer.wVersion != kXuVersionStatus)
@@ -92,6 +98,8 @@ int32_t XU_SpiSetFlashInfo(NyDevice* pDevObj, NyFlashInfo* pFlashInfo)
     NY_REQUIRE_DEVICE(pDevObj);
     NY_REQUIRE(pFlashInfo);
     if (pDevObj->oXuCtrlVer.wVersion == kXuVersionStatus) {
+        if (nyxus::is_in_flash_catalogue(pFlashInfo))
+            return NY_FAIL(NYXUS_E_RANGE, kReadOnlyRecord);
         // Such controllers keep their own flash information: mark the record, send nothing.
         pFlashInfo->abExtParam[0] |= kKeptByController;
         return 0;

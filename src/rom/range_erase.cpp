@@ -10,27 +10,26 @@
 
 #include "tables/xu_version.h"
 #include "trace/failure.h"
+#include "trace/progress.h"
 #include "unit.h"
 
 static constexpr uint32_t kBlockBytes = 0x10000;
 
 namespace {
 
-/// The library's one scratch buffer: the contents of consecutive blocks before the erase, and room
-/// to put a write-back together. Released whatever way the erase ends.
+/// The contents of consecutive blocks before the erase, and room to put a write-back together.
+/// Each erase has its own, released whatever way it ends.
 class Scratch {
 public:
-    ~Scratch()
-    {
-        std::free(memory_);
-        memory_ = nullptr;
-    }
+    Scratch() = default;
+    ~Scratch() { std::free(memory_); }
+    Scratch(const Scratch&) = delete;
+    Scratch& operator=(const Scratch&) = delete;
 
-    bool resize(uint32_t first_block, uint32_t block_count)
+    bool allocate(uint32_t first_block, uint32_t block_count)
     {
         base_ = uint64_t{first_block} * kBlockBytes;
         held_ = uint64_t{block_count} * kBlockBytes;
-        std::free(memory_);
         memory_ = static_cast<uint8_t*>(std::malloc(held_ + kBlockBytes));
         return memory_ != nullptr;
     }
@@ -51,7 +50,7 @@ public:
     }
 
 private:
-    static inline uint8_t* memory_ = nullptr;
+    uint8_t* memory_ = nullptr;
     uint64_t base_ = 0;
     uint64_t held_ = 0;
 };
@@ -82,9 +81,13 @@ int32_t XU_ExtRomEraseDWORD(NyDevice* pDevObj, uint32_t dwAddr, uint32_t dwLen)
     const uint32_t block_count = count_blocks(dwAddr, dwLen);
     const uint32_t end = dwAddr + dwLen;
     const uint32_t head_bytes = dwAddr & 0xFFFF;
+    const bool has_tail = (end & 0xFFFF) != 0;
+    const uint32_t tail_bytes = has_tail ? kBlockBytes - (dwLen & 0xFFFF) : 0; // not from end
 
+    const nyxus::TransferProgress progress(uint64_t{block_count} * kBlockBytes + head_bytes +
+                                           tail_bytes);
     Scratch scratch;
-    if (!scratch.resize(block_start, block_count))
+    if (!scratch.allocate(block_start, block_count))
         return NY_FAIL(NYXUS_E_NO_MEMORY, "Erase buffer malloc FAILED");
     for (uint32_t i = 0; i < block_count; ++i) {
         NY_TRY_AS(
@@ -104,8 +107,7 @@ int32_t XU_ExtRomEraseDWORD(NyDevice* pDevObj, uint32_t dwAddr, uint32_t dwLen)
             XuExtRomWrite(pDevObj, dwAddr - head_bytes, head_bytes,
                           scratch.bytes_at(dwAddr - head_bytes, head_bytes)));
     }
-    if ((end & 0xFFFF) != 0) {
-        const uint32_t tail_bytes = kBlockBytes - (dwLen & 0xFFFF); // from dwLen, not from end
+    if (has_tail) {
         NY_TRY_AS(
             "XuExtRomWrite(pDevObj,(dwAddr+dwLen),(0x10000-(0xFFFF & "
             "dwLen)),&pData[blockEnd*0x10000+((dwAddr+dwLen) & 0xFFFF)])",

@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-#include "tables/registers.h"
+#include "tables/spi_commands.h"
 #include "trace/failure.h"
 #include "unit.h"
 

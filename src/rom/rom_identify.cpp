@@ -4,7 +4,6 @@
 #include <nyxus/memory.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <iterator>
 
 #include "trace/failure.h"
@@ -94,7 +93,7 @@ static int32_t identify_spi_flash(NyDevice* pDevObj)
 {
     const int32_t rv = MP_IdentifyFlash(pDevObj);
     if (rv < 0) {
-        std::fputs("<ERROR> Identify SPI flash FAILED \n", stderr);
+        nyxus::trace_bare(NYXUS_LINE_FAILURE, "<ERROR> Identify SPI flash FAILED \n");
         nyxus_rv = rv;
         return rv;
     }

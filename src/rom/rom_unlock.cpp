@@ -7,7 +7,7 @@
 
 #include <unistd.h>
 
-#include "tables/registers.h"
+#include "tables/spi_commands.h"
 #include "trace/failure.h"
 #include "unit.h"
 

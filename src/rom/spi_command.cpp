@@ -2,11 +2,11 @@
 // SPI commands, clocked out by the controller on the host's behalf.
 #include <nyxus/device.h>
 #include <nyxus/memory.h>
+#include <nyxus/registers.h>
 
 #include <algorithm>
 #include <cstring>
 
-#include "tables/registers.h"
 #include "tables/xu_version.h"
 #include "trace/failure.h"
 #include "unit.h"

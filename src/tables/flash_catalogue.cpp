@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <nyxus/flash.h>
+#include "flash_catalogue.h"
 
 #include <cstddef>
+#include <functional>
 #include <iterator>
 #include <string_view>
 
@@ -54,6 +55,13 @@ constexpr NyFlashInfo spi_flash_table[] = {
 };
 // clang-format on
 int32_t spi_flash_table_count = std::size(spi_flash_table);
+
+bool nyxus::is_in_flash_catalogue(const NyFlashInfo* record)
+{
+    const std::less<> before; // of any two addresses
+    return !before(record, std::begin(spi_flash_table)) &&
+           before(record, std::end(spi_flash_table));
+}
 
 static_assert(sizeof(NyFlashInfo) == 45 && offsetof(NyFlashInfo, bSize) == 11 &&
               offsetof(NyFlashInfo, szName) == 13);

@@ -4,7 +4,7 @@
 #include <iterator>
 
 // clang-format off
-const uvc_xu_ctrl uvc_xu_table_h264[] = {
+uvc_xu_ctrl uvc_xu_table_h264[] = {
 //   name                          selector                   length
     {"H264_RATE_CONTROL_MODE",     UVCX_RATE_CONTROL_MODE,    0,  3},
     {"H264_VERSION",               UVCX_VERSION,              0,  2},

@@ -126,7 +126,7 @@ NyXuTable xu_table_list[] = {
 int32_t xu_table_list_count = std::size(xu_table_list);
 
 // Read through fixed calls, whatever table the camera has.
-const uvc_xu_ctrl uvc_xu_ctrl_ver_info[] = {
+uvc_xu_ctrl uvc_xu_ctrl_ver_info[] = {
     {"ZRV_XU_INT_FW_VER",         ZRV_XU_INT_FW_VER,          0,  11},
     {"ZRV_XU_VERSION",            ZRV_XU_VERSION,             0,  11},
 };

@@ -28,26 +28,29 @@ static const char* tag_text(FailureTag tag)
 int32_t raise_failure(FailureTag tag, int32_t code, const FailurePlace& place, const char* format,
                       ...)
 {
-    nyxus_errno = code;
-
+    // Put together first: a host may pass one of the variables that are written next.
+    LineText detail;
     va_list arguments;
     va_start(arguments, format);
-    std::vsnprintf(nyxus_errtmp, sizeof nyxus_errtmp, format, arguments);
+    detail.append_list(format, arguments);
     va_end(arguments);
 
-    if (traces(NY_TRACE_ERROR))
-        trace_line(place.function, "<%s> %s (%d) \n", tag_text(tag), nyxus_errtmp, code);
-
+    nyxus_errno = code;
+    std::snprintf(nyxus_errtmp, sizeof nyxus_errtmp, "%s", detail.text());
     std::snprintf(nyxus_errmsg, sizeof nyxus_errmsg, "%s(%d): <%s> %s", place.unit, place.line,
-                  tag_text(tag), nyxus_errtmp);
-    return nyxus_errno;
+                  tag_text(tag), detail.text());
+    if (traces(NY_TRACE_ERROR)) {
+        trace_line(NY_TRACE_ERROR, place.function, "<%s> %s (%d) \n", tag_text(tag), detail.text(),
+                   code);
+    }
+    return code;
 }
 
 int32_t pass_on(const char* function, const char* call, int32_t status)
 {
     nyxus_rv = status;
     if (traces(NY_TRACE_ERROR))
-        trace_line(function, "%s FAILED, rv = %d \n", call, status);
+        trace_line(NY_TRACE_ERROR, function, "%s FAILED, rv = %d \n", call, status);
     return status;
 }
 
@@ -55,7 +58,7 @@ int32_t pass_on(const char* function, const NyDevice* device, const char* call, 
 {
     nyxus_rv = status;
     if (traces(NY_TRACE_ERROR))
-        trace_line(function, device, "%s FAILED, rv = %d \n", call, status);
+        trace_line(NY_TRACE_ERROR, function, device, "%s FAILED, rv = %d \n", call, status);
     return status;
 }
 

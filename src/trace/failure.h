@@ -11,7 +11,7 @@ namespace nyxus {
 enum class FailureTag { kNyxus, kLibusb, kSystem };
 
 struct FailurePlace {
-    const char* function;
+    const char* function; ///< an exported one
     const char* unit;
     int line;
 };
@@ -33,11 +33,13 @@ int32_t pass_on(const char* function, const NyDevice* device, const char* call, 
     nyxus::raise_failure(nyxus::FailureTag::kNyxus, (code), {__func__, kUnit, (line)}, __VA_ARGS__)
 #define NY_FAIL(code, ...) NY_FAIL_AT(__LINE__, code, __VA_ARGS__)
 
-/// `call` names the libusb function that returned `rc`.
-#define NY_FAIL_LIBUSB(rc, call)                                            \
+/// `call` names the libusb function that returned `rc`, `function` the exported function that
+/// failed.
+#define NY_FAIL_LIBUSB_AS(function, rc, call)                               \
     nyxus::raise_failure(nyxus::FailureTag::kLibusb, NYXUS_E_LIBUSB(rc),    \
-                         {__func__, kUnit, __LINE__}, call "() FAILED, %s", \
+                         {function, kUnit, __LINE__}, call "() FAILED, %s", \
                          libusb_strerror(static_cast<libusb_error>(rc)))
+#define NY_FAIL_LIBUSB(rc, call) NY_FAIL_LIBUSB_AS(__func__, rc, call)
 #define NY_FAIL_SYSTEM(err, ...)                                          \
     nyxus::raise_failure(nyxus::FailureTag::kSystem, NYXUS_E_SYSTEM(err), \
                          {__func__, kUnit, __LINE__}, __VA_ARGS__)
@@ -58,10 +60,14 @@ int32_t pass_on(const char* function, const NyDevice* device, const char* call, 
             return nyxus::pass_on(__func__, #call, nyxus_rv); \
     } while (false)
 
-#define NY_REQUIRE_AS(code, argument)                               \
-    do {                                                            \
-        if ((argument) == nullptr)                                  \
-            return NY_FAIL(code, "'%s' cannot be NULL", #argument); \
+#define NY_FAIL_NULL(code, argument) NY_FAIL(code, "'%s' cannot be NULL", #argument)
+#define NY_REQUIRE_AS(code, argument)            \
+    do {                                         \
+        if ((argument) == nullptr)               \
+            return NY_FAIL_NULL(code, argument); \
     } while (false)
 #define NY_REQUIRE(argument) NY_REQUIRE_AS(NYXUS_E_RANGE, argument)
-#define NY_REQUIRE_DEVICE(argument) NY_REQUIRE_AS(NYXUS_E_DEVICE_NULL, argument)
+/// What the rest of the function prints and transfers belongs to the device.
+#define NY_REQUIRE_DEVICE(argument)               \
+    NY_REQUIRE_AS(NYXUS_E_DEVICE_NULL, argument); \
+    const nyxus::DeviceScope ny_device_scope(argument)

@@ -8,6 +8,7 @@
 #include "unit.h"
 
 static constexpr uint32_t kRowBytes = 16;
+static constexpr char kHeader[] = "            0  1  2  3  4  5  6  7  8  9  A  B  C  D  E  F ;\n";
 
 static void print_row(uint32_t address, const uint8_t* data, uint32_t count, bool ascii)
 {
@@ -21,21 +22,18 @@ static void print_row(uint32_t address, const uint8_t* data, uint32_t count, boo
     end += std::snprintf(row + end, room(), "; ");
     for (uint32_t i = 0; ascii && i < count; ++i)
         row[end++] = data[i] >= 0x21 && data[i] <= 0x7E ? static_cast<char>(data[i]) : ' ';
-    std::fprintf(stderr, "%.*s\n", end, row);
-}
-
-static int32_t check_dump(const uint8_t* pData, uint32_t dwLen)
-{
-    if (dwLen > 0)
-        NY_REQUIRE(pData);
-    return 0;
+    row[end++] = '\n';
+    row[end] = '\0';
+    nyxus::put(NYXUS_LINE_DUMP, row, static_cast<size_t>(end));
 }
 
 void NyPrintBuf(uint32_t dwBase, const uint8_t* pData, uint32_t dwLen, bool xAscii)
 {
-    if (check_dump(pData, dwLen) < 0)
+    if (dwLen > 0 && pData == nullptr) {
+        (void)NY_FAIL_NULL(NYXUS_E_RANGE, pData);
         return;
-    std::fputs("            0  1  2  3  4  5  6  7  8  9  A  B  C  D  E  F ;\n", stderr);
+    }
+    nyxus::put(NYXUS_LINE_DUMP, kHeader, sizeof kHeader - 1);
     for (uint32_t offset = 0; offset < dwLen;) {
         const uint32_t count = std::min(dwLen - offset, kRowBytes);
         print_row(dwBase + offset, pData + offset, count, xAscii);

@@ -43,10 +43,19 @@ int64_t now_ms()
 void NyPrintProgress(int32_t dwCurrent, uint32_t dwTotal)
 {
     char text[kLongestStep] = {};
-    std::fwrite(text, 1, print_step(text, static_cast<uint32_t>(dwCurrent), dwTotal), stderr);
+    const size_t length = print_step(text, static_cast<uint32_t>(dwCurrent), dwTotal);
+    if (length > 0)
+        nyxus::put(NYXUS_LINE_MARKS, text, length);
 }
 
 namespace nyxus {
+
+void TransferProgress::advance(uint32_t bytes)
+{
+    done_bytes_ += bytes;
+    if (total_bytes_ >= kRowUnits)
+        report_progress(done_bytes_, total_bytes_);
+}
 
 void ProgressMarks::add_step(uint32_t current)
 {
@@ -59,7 +68,8 @@ void ProgressMarks::add_step(uint32_t current)
 
 void ProgressMarks::write()
 {
-    std::fwrite(text_, 1, length_, stderr);
+    text_[length_] = '\0';
+    put(NYXUS_LINE_MARKS, text_, length_);
     length_ = 0;
     written_ms_ = now_ms();
 }

@@ -4,7 +4,41 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "output.h"
+
 namespace nyxus {
+
+/// How far the host's call is, for the progress callback. Calls that transfer inside of each other
+/// on one thread count as the outermost one.
+class TransferProgress {
+public:
+    explicit TransferProgress(uint64_t total_bytes) : total_bytes_(total_bytes)
+    {
+        if (outermost_ == nullptr && !is_in_callback())
+            outermost_ = this;
+    }
+    ~TransferProgress()
+    {
+        if (is_outermost())
+            outermost_ = nullptr;
+    }
+    TransferProgress(const TransferProgress&) = delete;
+    TransferProgress& operator=(const TransferProgress&) = delete;
+
+    bool is_outermost() const { return outermost_ == this; }
+    static void add(uint32_t bytes)
+    {
+        if (outermost_ != nullptr && !is_in_callback())
+            outermost_->advance(bytes);
+    }
+
+private:
+    void advance(uint32_t bytes);
+
+    static inline __thread TransferProgress* outermost_;
+    uint64_t total_bytes_;
+    uint64_t done_bytes_ = 0;
+};
 
 /// The progress marks of one transfer, each as NyPrintProgress() prints it. Handing every mark to
 /// the system alone costs more than all else that the library does for an exchange, so those that

@@ -2,59 +2,54 @@
 #include "trace_line.h"
 
 #include <cstdarg>
-#include <cstdio>
 
 uint32_t ny_trace_param = 0;
 timeval ny_tv;
 
 namespace {
 
-/// Holds standard error for one line, so that lines of several threads stay whole.
-class LineLock {
-public:
-    LineLock() { flockfile(stderr); }
-    ~LineLock() { funlockfile(stderr); }
-    LineLock(const LineLock&) = delete;
-    LineLock& operator=(const LineLock&) = delete;
-};
-
-void print_time_stamp()
+void append_time_stamp(nyxus::LineText& line)
 {
     gettimeofday(&ny_tv, nullptr);
-    std::fprintf(stderr, "[%ld.%3ld]", static_cast<long>(ny_tv.tv_sec % 1000),
-                 static_cast<long>(ny_tv.tv_usec / 1000));
+    line.append("[%ld.%3ld]", static_cast<long>(ny_tv.tv_sec % 1000),
+                static_cast<long>(ny_tv.tv_usec / 1000));
 }
 
 } // namespace
 
-void nyxus::trace_line(const char* function, const char* format, ...)
+void nyxus::trace_line(uint32_t kind, const char* function, const char* format, ...)
 {
-    const LineLock lock;
-    print_time_stamp();
-    std::fprintf(stderr, "%28s(): ", function);
+    LineText line;
+    append_time_stamp(line);
+    line.append("%28s(): ", function);
     va_list arguments;
     va_start(arguments, format);
-    std::vfprintf(stderr, format, arguments);
+    line.append_list(format, arguments);
     va_end(arguments);
+    put(kind, line);
 }
 
-void nyxus::trace_line(const char* function, const NyDevice* device, const char* format, ...)
+void nyxus::trace_line(uint32_t kind, const char* function, const NyDevice* device,
+                       const char* format, ...)
 {
-    const LineLock lock;
-    print_time_stamp();
-    std::fprintf(stderr, "%20s(%p): ", function, static_cast<const void*>(device));
+    LineText line;
+    append_time_stamp(line);
+    line.append("%20s(%p): ", function, static_cast<const void*>(device));
     va_list arguments;
     va_start(arguments, format);
-    std::vfprintf(stderr, format, arguments);
+    line.append_list(format, arguments);
     va_end(arguments);
+    put(kind, line);
 }
 
-void nyxus::trace_bare(const char* format, ...)
+void nyxus::trace_bare(uint32_t kind, const char* format, ...)
 {
+    LineText line;
     va_list arguments;
     va_start(arguments, format);
-    std::vfprintf(stderr, format, arguments);
+    line.append_list(format, arguments);
     va_end(arguments);
+    put(kind, line);
 }
 
 void NyTraceVerbose_level(int32_t level)

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <cstdio>
-
 #include "session.h"
+#include "safe_stop.h"
 #include "trace/failure.h"
 #include "unit.h"
+#include "usb/session_state.h"
 
 uvc_device_handle_t* devh_global = nullptr;
 uvc_stream_ctrl_t ctrl;
@@ -23,42 +23,42 @@ static uvc_device_t* find_same_device(uvc_device_t** list, libusb_device* device
     return nullptr;
 }
 
-static int32_t check_device(NyDevice* pDevObj)
-{
-    NY_REQUIRE_DEVICE(pDevObj);
-    return 0;
-}
-
-/// Its handles are neither to be used nor closed once more.
+/// Its handles are neither to be used nor closed once more, and what streamed, if it was abandoned,
+/// still uses its record.
 static void forget_closed_session(NyDevice* pDevObj)
 {
     pDevObj->usb_handle = nullptr;
     pDevObj->uvc_handle = nullptr;
     pDevObj->device_gone = 0;
-    pDevObj->session_closed = 0;
+    pDevObj->session_closed = nyxus::kSessionOpen;
+    pDevObj->stream_running = 0;
+    pDevObj->stream_record_owned = 0;
 }
 
 void init_uvc_video(NyDevice* pDevObj)
 {
-    if (check_device(pDevObj) < 0)
+    if (pDevObj == nullptr) {
+        (void)NY_FAIL_NULL(NYXUS_E_DEVICE_NULL, pDevObj);
         return;
+    }
+    const nyxus::DeviceScope scope(pDevObj);
     if (pDevObj->usb_device == nullptr) {
-        std::puts("Wrong libusb device");
+        nyxus::trace_bare(NYXUS_LINE_OUTPUT, "Wrong libusb device\n");
         return;
     }
     uvc_error_t rc = uvc_init(&pDevObj->uvc_context, nullptr);
     if (rc < 0) {
         pDevObj->uvc_context = nullptr;
-        uvc_perror(rc, "uvc_init");
+        nyxus::report_uvc_error(rc, "uvc_init");
         return;
     }
-    const bool opens_again = pDevObj->session_closed != 0;
+    const bool opens_again = pDevObj->session_closed != nyxus::kSessionOpen;
     if (opens_again)
         forget_closed_session(pDevObj);
     uvc_device_t** list = nullptr;
     rc = uvc_get_device_list(pDevObj->uvc_context, &list);
     if (rc < 0) {
-        uvc_perror(rc, "uvc_get_device_list");
+        nyxus::report_uvc_error(rc, "uvc_get_device_list");
         return;
     }
     // The list stays allocated where the camera cannot be opened: its devices are still the
@@ -70,7 +70,7 @@ void init_uvc_video(NyDevice* pDevObj)
     uvc_device_handle_t* handle = nullptr;
     rc = uvc_open(match, &handle);
     if (rc < 0) {
-        uvc_perror(rc, "uvc_open");
+        nyxus::report_uvc_error(rc, "uvc_open");
         return;
     }
     pDevObj->uvc_handle = handle;
@@ -82,52 +82,37 @@ void init_uvc_video(NyDevice* pDevObj)
 
 void setLibuvcHandleForNYXUS(uvc_device_handle_t* devh)
 {
-    devh_global = devh;
-}
-
-static int32_t check_out(libusb_device_handle** out)
-{
-    NY_REQUIRE_AS(NYXUS_E_LIB_NULL, out);
-    return 0;
+    __atomic_store_n(&devh_global, devh, __ATOMIC_RELEASE);
 }
 
 void get_libusb_handle(libusb_device_handle** out)
 {
-    if (check_out(out) == 0)
-        *out = devh_global != nullptr ? uvc_get_libusb_handle(devh_global) : nullptr;
+    if (out == nullptr) {
+        (void)NY_FAIL_NULL(NYXUS_E_LIB_NULL, out);
+        return;
+    }
+    uvc_device_handle_t* handle = __atomic_load_n(&devh_global, __ATOMIC_ACQUIRE);
+    *out = handle != nullptr ? uvc_get_libusb_handle(handle) : nullptr;
 }
 
-bool nyxus::camera_has_gone(NyDevice* pDevObj)
+void nyxus::report_uvc_error(uvc_error_t error, const char* step)
 {
-    if (pDevObj->usb_handle != nullptr &&
-        libusb_kernel_driver_active(pDevObj->usb_handle, 0) == LIBUSB_ERROR_NO_DEVICE)
-        pDevObj->device_gone = 1;
-    return pDevObj->device_gone != 0;
-}
-
-void nyxus::close_session(NyDevice* pDevObj, uvc_device_handle_t* handle)
-{
-    if (pDevObj->session_closed)
+    if (!has_line_callback()) {
+        uvc_perror(error, step);
         return;
-    pDevObj->session_closed = 1;
-    // libusb aborts the process when a handle of a detached device is closed after libuvc has
-    // touched its alternate setting, which uvc_close always does. What is left behind is one
-    // handle and libuvc's event thread.
-    if (pDevObj->device_gone)
-        return;
-    if (handle != nullptr)
-        uvc_close(handle);
-    if (pDevObj->uvc_context != nullptr)
-        uvc_exit(pDevObj->uvc_context);
+    }
+    trace_bare(NYXUS_LINE_LIBUVC, "%s: %s (%d)\n", step, uvc_strerror(error), error);
 }
 
 int32_t close_libuvc(NyDevice* pDevObj)
 {
     NY_REQUIRE_DEVICE(pDevObj);
-    if (pDevObj->session_closed)
+    if (pDevObj->session_closed != nyxus::kSessionOpen)
         return 0;
-    uvc_device_handle_t* handle = devh_global != nullptr ? devh_global : pDevObj->uvc_handle;
-    devh_global = nullptr; // closed now, or gone: never to be closed again
-    nyxus::close_session(pDevObj, handle);
+    if (pDevObj->stream_running)
+        stopVideoStream(pDevObj);
+    // Closed now, or gone: never to be closed again, not even by another thread's object.
+    uvc_device_handle_t* global = __atomic_exchange_n(&devh_global, nullptr, __ATOMIC_ACQ_REL);
+    nyxus::close_session(pDevObj, global != nullptr ? global : pDevObj->uvc_handle);
     return 0;
 }

@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // Uncompressed video: frames by callback, or one at a time.
 #include <nyxus/memory.h>
+#include <nyxus/registers.h>
 
-#include <atomic>
+#include <pthread.h>
 #include <cstdlib>
 #include <ctime>
 #include <new>
 
+#include "safe_stop.h"
 #include "session.h"
-#include "tables/registers.h"
 #include "trace/failure.h"
 #include "unit.h"
 
@@ -23,7 +24,6 @@ constexpr int64_t kFrameWait_us = 1000000;
 constexpr timespec kPollInterval = {0, 1000000};
 constexpr int32_t kWithoutWaiting = -1;
 constexpr uint8_t kSnapshotTrigger = 3;
-constexpr int64_t kSilentFrames = 2;
 
 int64_t now_us()
 {
@@ -35,10 +35,29 @@ int64_t now_us()
 /// What a running callback stream keeps beside the record that callers know.
 struct RunningStream {
     StreamCallbackRecord record; // first: the device object points here
-    int64_t frame_interval_us;
-    std::atomic<int64_t> last_frame_us;
+    pthread_mutex_t mutex;       // held while the caller's callback runs
+    bool silent;
 };
 static_assert(offsetof(RunningStream, record) == 0);
+
+RunningStream* create_stream(const StreamCallbackRecord& record)
+{
+    void* memory = std::malloc(sizeof(RunningStream));
+    return memory == nullptr ? nullptr
+                             : new (memory) RunningStream{record, PTHREAD_MUTEX_INITIALIZER, false};
+}
+
+RunningStream* owned_stream(const NyDevice& device)
+{
+    return device.stream_record_owned ? reinterpret_cast<RunningStream*>(device.stream_callback)
+                                      : nullptr;
+}
+
+void own(NyDevice* pDevObj, RunningStream* stream)
+{
+    pDevObj->stream_callback = &stream->record;
+    pDevObj->stream_record_owned = 1;
+}
 
 bool is_complete(const uvc_frame_t& frame)
 {
@@ -48,9 +67,18 @@ bool is_complete(const uvc_frame_t& frame)
 void internal_cb(uvc_frame_t* frame, void* user)
 {
     auto& stream = *static_cast<RunningStream*>(user);
-    stream.last_frame_us = now_us();
-    if (is_complete(*frame))
+    pthread_mutex_lock(&stream.mutex);
+    if (!stream.silent && is_complete(*frame))
         stream.record.callback(frame, stream.record.param);
+    pthread_mutex_unlock(&stream.mutex);
+}
+
+/// No call of the caller's callback is under way or follows, whatever libuvc is still at.
+void silence(RunningStream& stream)
+{
+    pthread_mutex_lock(&stream.mutex);
+    stream.silent = true;
+    pthread_mutex_unlock(&stream.mutex);
 }
 
 /// Negotiates the stream. The whole frame and its header are asked for as one transfer;
@@ -66,7 +94,7 @@ uvc_error_t negotiate(NyDevice* pDevObj, const VideoStreamParam& param,
                                      static_cast<int>(param.width), static_cast<int>(param.height),
                                      static_cast<int>(param.fps));
     if (rc < 0) {
-        uvc_perror(rc, "get stream ctrl");
+        nyxus::report_uvc_error(rc, "get stream ctrl");
         return rc;
     }
     *negotiated_payload = control.dwMaxPayloadTransferSize;
@@ -78,30 +106,43 @@ uvc_error_t negotiate(NyDevice* pDevObj, const VideoStreamParam& param,
     return rc;
 }
 
-/// Runs `start`, once more with the camera's own payload size where no alternate setting of an
-/// isochronous camera carries a whole frame.
-template <typename Start>
-uvc_error_t start_with(NyDevice* pDevObj, uint32_t negotiated_payload, Start start)
-{
-    uvc_error_t rc = start();
-    if (rc == UVC_ERROR_INVALID_MODE) {
-        pDevObj->stream_ctrl.dwMaxPayloadTransferSize = negotiated_payload;
-        rc = start();
-    }
-    if (rc < 0)
-        uvc_perror(rc, "start_streaming");
-    return rc;
-}
-
-uvc_error_t open_polled_stream(NyDevice* pDevObj, uvc_stream_handle_t** stream)
+/// What uvc_start_streaming() does inside, but for the end of a stream that does not start: libuvc
+/// would close it itself, and not come back from that when the camera has just gone.
+uvc_error_t start_once(NyDevice* pDevObj, uvc_stream_handle_t** stream,
+                       uvc_frame_callback_t* callback, void* user)
 {
     uvc_error_t rc = uvc_stream_open_ctrl(pDevObj->uvc_handle, stream, &pDevObj->stream_ctrl);
     if (rc < 0)
         return rc;
-    rc = uvc_stream_start(*stream, nullptr, nullptr, 0);
+    pDevObj->stream_running = 1;
+    rc = uvc_stream_start(*stream, callback, user, 0);
     if (rc < 0)
-        uvc_stream_close(*stream);
+        (void)nyxus::stop_streams(pDevObj);
     return rc;
+}
+
+/// Starts the stream, once more with the camera's own payload size where no alternate setting of an
+/// isochronous camera carries a whole frame.
+uvc_error_t start_stream(NyDevice* pDevObj, uint32_t negotiated_payload,
+                         uvc_stream_handle_t** stream, uvc_frame_callback_t* callback, void* user)
+{
+    uvc_error_t rc = start_once(pDevObj, stream, callback, user);
+    if (rc == UVC_ERROR_INVALID_MODE && pDevObj->uvc_handle != nullptr) {
+        pDevObj->stream_ctrl.dwMaxPayloadTransferSize = negotiated_payload;
+        rc = start_once(pDevObj, stream, callback, user);
+    }
+    if (rc < 0)
+        nyxus::report_uvc_error(rc, "start_streaming");
+    return rc;
+}
+
+int32_t start_callback_stream(NyDevice* pDevObj, const VideoStreamParam& param,
+                              RunningStream* stream)
+{
+    uint32_t negotiated_payload = 0;
+    const uvc_error_t rc = negotiate(pDevObj, param, &negotiated_payload);
+    uvc_stream_handle_t* handle = nullptr;
+    return rc < 0 ? rc : start_stream(pDevObj, negotiated_payload, &handle, internal_cb, stream);
 }
 
 /// The next frame, nullptr after a second without one. Debian's libuvc keeps its own lock when a
@@ -119,20 +160,13 @@ uvc_error_t wait_for_frame(uvc_stream_handle_t* stream, uvc_frame_t** frame)
 }
 
 /// After a bad frame: stops the stream and asks the board for another picture. False when the
-/// camera is gone, whose stream must not be stopped.
+/// camera is gone.
 bool retrigger(NyDevice* pDevObj)
 {
-    if (nyxus::camera_has_gone(pDevObj))
+    if (!nyxus::stop_streams(pDevObj))
         return false;
-    uvc_stop_streaming(pDevObj->uvc_handle);
     (void)XuRegWrite(pDevObj, XDATA_SG_SENSOR_RESET_INIT, 1, &kSnapshotTrigger);
     return pDevObj->device_gone == 0;
-}
-
-/// No frame for longer than frames are apart: the camera may be gone.
-bool is_silent(const RunningStream& stream)
-{
-    return now_us() - stream.last_frame_us > kSilentFrames * stream.frame_interval_us;
 }
 
 } // namespace
@@ -142,22 +176,19 @@ int32_t startVideoStream(NyDevice* pDevObj, NyFrameCallback callback, VideoStrea
     NY_REQUIRE_DEVICE(pDevObj);
     NY_REQUIRE(callback);
     NY_REQUIRE(param);
-    void* memory = std::malloc(sizeof(RunningStream));
-    if (memory == nullptr)
+    RunningStream* stream = create_stream({param, callback});
+    if (stream == nullptr)
         return UVC_ERROR_NO_MEM;
-    auto* stream = new (memory) RunningStream{{param, callback}, 0, now_us()};
-    pDevObj->stream_callback = &stream->record;
-    pDevObj->stream_record_owned = 1;
-
-    uint32_t negotiated_payload = 0;
-    const uvc_error_t rc = negotiate(pDevObj, *param, &negotiated_payload);
-    if (rc < 0)
-        return rc;
-    stream->frame_interval_us = pDevObj->stream_ctrl.dwFrameInterval / 10;
-    return start_with(pDevObj, negotiated_payload, [&] {
-        return uvc_start_streaming(pDevObj->uvc_handle, &pDevObj->stream_ctrl, internal_cb, stream,
-                                   0);
-    });
+    RunningStream* former = owned_stream(*pDevObj);
+    const bool former_runs = former != nullptr && pDevObj->stream_running;
+    own(pDevObj, stream);
+    const int32_t rc = start_callback_stream(pDevObj, *param, stream);
+    if (former_runs) { // and libuvc has refused this one
+        own(pDevObj, former);
+        former = stream;
+    }
+    std::free(former);
+    return rc;
 }
 
 int32_t startVideoStream_snapshot(NyDevice* pDevObj, void* /*unused*/, VideoStreamParam* param)
@@ -170,8 +201,7 @@ int32_t startVideoStream_snapshot(NyDevice* pDevObj, void* /*unused*/, VideoStre
         return rc;
     for (;;) { // without a limit: a good frame ends it, or a stream that does not start
         uvc_stream_handle_t* stream = nullptr;
-        rc = start_with(pDevObj, negotiated_payload,
-                        [&] { return open_polled_stream(pDevObj, &stream); });
+        rc = start_stream(pDevObj, negotiated_payload, &stream, nullptr, nullptr);
         if (rc < 0)
             return rc;
         param->frame = nullptr;
@@ -180,33 +210,24 @@ int32_t startVideoStream_snapshot(NyDevice* pDevObj, void* /*unused*/, VideoStre
             return 0;
         param->frame = nullptr;
         if (!retrigger(pDevObj)) {
-            uvc_perror(UVC_ERROR_NO_DEVICE, "start_streaming");
+            nyxus::report_uvc_error(UVC_ERROR_NO_DEVICE, "start_streaming");
             return UVC_ERROR_NO_DEVICE;
         }
     }
 }
 
-static int32_t check_device(NyDevice* pDevObj)
-{
-    NY_REQUIRE_DEVICE(pDevObj);
-    return 0;
-}
-
 void stopVideoStream(NyDevice* pDevObj)
 {
-    if (check_device(pDevObj) < 0)
+    if (pDevObj == nullptr) {
+        (void)NY_FAIL_NULL(NYXUS_E_DEVICE_NULL, pDevObj);
         return;
-    auto* stream = pDevObj->stream_record_owned
-                       ? reinterpret_cast<RunningStream*>(pDevObj->stream_callback)
-                       : nullptr;
-    if (stream != nullptr && is_silent(*stream))
-        nyxus::camera_has_gone(pDevObj);
-    // libuvc frees transfers that are still under way, or waits for ever, when a stream of a camera
-    // that is gone is stopped. What is left behind still uses the record.
-    if (pDevObj->device_gone)
-        return;
-    if (pDevObj->uvc_handle != nullptr)
-        uvc_stop_streaming(pDevObj->uvc_handle);
+    }
+    const nyxus::DeviceScope scope(pDevObj);
+    RunningStream* stream = owned_stream(*pDevObj);
+    if (stream != nullptr)
+        silence(*stream);
+    if (!nyxus::stop_streams(pDevObj))
+        return; // libuvc's threads may still look at the record
     std::free(stream);
     pDevObj->stream_record_owned = 0; // the pointer itself stays as it is
 }

@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <condition_variable>
 #include <cstdlib>
+#include <filesystem>
 #include <span>
 
 #include "cameras/shipped.h"
@@ -230,8 +231,9 @@ TEST(CppRom, ProgressGoesThroughThePhasesToTheirEnds)
             } else {
                 EXPECT_GT(steps[i].done, steps[i - 1].done);
             }
-            if (i + 1 == steps.size() || steps[i + 1].phase != steps[i].phase)
+            if (i + 1 == steps.size() || steps[i + 1].phase != steps[i].phase) {
                 EXPECT_EQ(steps[i].done, steps[i].total);
+            }
         }
         std::vector<Phase> expected = {Phase::kUnlocking, Phase::kErasing, Phase::kProgramming,
                                        Phase::kLocking, Phase::kVerifying};
@@ -258,7 +260,8 @@ TEST(CppRom, ImagesThatDoNotFitAreRefusedBeforeAnythingIsSent)
     const auto overlapping = nyxus::FirmwareImage::from(long_image);
     EXPECT_EQ(camera.rom().upgrade(*overlapping, options).code(), NYXUS_E_RANGE);
     EXPECT_EQ(nyxus::FirmwareImage::from({0x12, 0xFF}).status().code(), NYXUS_E_RANGE);
-    EXPECT_EQ(nyxus::FirmwareImage::load("/nonexistent").status().system_errno(), ENOENT);
+    std::filesystem::remove(mfi_file.path());
+    EXPECT_EQ(nyxus::FirmwareImage::load(mfi_file.path()).status().system_errno(), ENOENT);
     EXPECT_TRUE(bench.wire().empty());
     EXPECT_EQ(camera.rom().erase().code(), NYXUS_E_NO_SUPPORT);
 }
@@ -304,8 +307,9 @@ TEST(CppMfiImage, TakesASerialNumberOfItsLengthOnly)
         ASSERT_TRUE(loaded);
         const nyxus::Status status = loaded->set_serial("VELKA_0002_LINK");
         overlaps += status.message().find("overlap") != std::string::npos ? 1 : 0;
-        if (!status)
+        if (!status) {
             EXPECT_EQ(copy(loaded->bytes()), moved) << address;
+        }
     }
     EXPECT_GT(overlaps, 0U);
 

@@ -47,6 +47,7 @@ for shell in bash zsh; do
   expect $shell '^ high low $' nyxus gpio 5 ''
   expect $shell '^ 4 8 16 32 $' nyxus upgrade --eeprom ''
   expect $shell '^  $' nyxus reset --wait ''
+  expect $shell '^  $' nyxus snapshot --size ''
   expect $shell ' image.bin ' nyxus upgrade ''
   expect $shell ' rowan-spi .* image.bin ' nyxus-sim describe ''
   expect $shell '^ cedar-spi cedar-swapped .*$' nyxus-sim run --rom image.bin --camera ced

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "camera.h"
 
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <memory>
 #include <stdexcept>

@@ -24,6 +24,8 @@ private:
         const NyConfig at_load = {0, 1, 1, 0};
         LIB_NyxusSetConfig(&at_load);
         XU_SetWriteCycleTime(0);
+        nyxus_set_line_callback(nullptr, nullptr, nullptr);
+        nyxus_set_progress_callback(nullptr, nullptr, nullptr);
         nyxus_errno = 0;
         nyxus_rv = 0;
         nyxus_fw_bin_size = 0;

@@ -11,6 +11,11 @@
 
 namespace test {
 
+const char* const kNyxus = NYXUS_PROGRAM;
+const char* const kSimulator = SIMULATOR_PROGRAM;
+const std::map<std::string, std::string> kScriptEnvironment = {
+    {"NYXUS", kNyxus}, {"SIM", kSimulator}, {"WAIT_FOR", WAIT_FOR_TEXT}};
+
 Bench::Bench()
 {
     std::string pattern = (std::filesystem::temp_directory_path() / "nyxus tool XXXXXX").string();
@@ -28,7 +33,7 @@ Bench::~Bench()
 
 static void make(Words command)
 {
-    command.insert(command.begin(), {SIMULATOR_PROGRAM, "image"});
+    command.insert(command.begin(), {kSimulator, "image"});
     const Outcome outcome = run_program(command);
     EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
 }
@@ -53,11 +58,11 @@ std::string Bench::mfi_image(const std::string& serial) const
 
 Outcome Bench::nyxus(const Words& cameras, const Words& arguments, const RunOptions& options) const
 {
-    Words command = {SIMULATOR_PROGRAM, "run", "--speed", "fast"};
+    Words command = {kSimulator, "run", "--speed", "fast"};
     for (const std::string& camera : cameras)
         command.insert(command.end(), {"--camera", camera});
     command.insert(command.end(), fault_options_.begin(), fault_options_.end());
-    command.insert(command.end(), {"--", NYXUS_PROGRAM});
+    command.insert(command.end(), {"--", kNyxus});
     command.insert(command.end(), arguments.begin(), arguments.end());
     return run_program(command, options);
 }
@@ -82,9 +87,11 @@ Outcome Bench::shell(const std::string& camera, const std::string& script,
 {
     RunOptions options;
     options.environment = std::move(environment);
-    options.environment["NYXUS"] = NYXUS_PROGRAM;
-    return run_program({SIMULATOR_PROGRAM, "run", "--camera", camera, "--", "bash", "-c", script},
-                       options);
+    options.environment.insert(begin(kScriptEnvironment), end(kScriptEnvironment));
+    Words command = {kSimulator, "run", "--camera", camera};
+    command.insert(command.end(), fault_options_.begin(), fault_options_.end());
+    command.insert(command.end(), {"--", "bash", "-c", script});
+    return run_program(command, options);
 }
 
 std::vector<std::filesystem::path> Bench::backups() const

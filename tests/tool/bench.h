@@ -16,6 +16,13 @@ inline const Words kModels = {"rowan-spi",       "cedar-spi",     "larch-spi",
 /// The most common one.
 inline constexpr char kModel[] = "rowan-spi";
 
+/// The programs.
+extern const char* const kNyxus;
+extern const char* const kSimulator;
+/// The same for scripts: $NYXUS and $SIM. $WAIT_FOR TEXT FILE PID waits until the process has
+/// written the text.
+extern const std::map<std::string, std::string> kScriptEnvironment;
+
 /// A workbench: a temporary folder, and simulated cameras to run the program against.
 class Bench {
 public:
@@ -39,11 +46,10 @@ public:
     /// The same with a camera whose ROM is kept in a file between runs.
     Outcome nyxus_with_rom(const std::string& model, const Words& arguments,
                            const RunOptions& options = {}) const;
-    /// A bash script with one camera as slow as a real one; $NYXUS is the program.
+    /// A bash script with one camera as slow as a real one.
     Outcome shell(const std::string& camera, const std::string& script,
                   std::map<std::string, std::string> environment) const;
-    /// What goes wrong with the cameras of nyxus() and nyxus_with_rom(): a JSON list; empty:
-    /// nothing.
+    /// What goes wrong with the cameras: a JSON list; empty: nothing.
     void set_faults(const std::string& json);
     std::string rom_file() const { return path("rom"); }
     /// Where the program keeps backups.

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the doctor finds, and how cameras show that cannot be opened.
 #include "bench.h"
+#include "json.h"
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 using namespace test;
-using nlohmann::json;
 
 namespace {
 
@@ -16,15 +15,15 @@ bool contains(const std::string& text, const std::string& part)
 }
 
 /// The finding of a check.
-json finding(const Outcome& outcome, const std::string& check)
+Json finding(const Outcome& outcome, const std::string& check)
 {
-    const json report = json::parse(outcome.out);
-    for (const json& row : report["checks"]) {
+    const Json report = Json::parse(outcome.out);
+    for (const Json& row : report["checks"]) {
         if (row["check"] == check)
             return row;
     }
     ADD_FAILURE() << "no check '" << check << "' in " << outcome.out;
-    return json::object();
+    return Json::Members{};
 }
 
 TEST(Doctor, FindsNothingWhereAllIsWell)
@@ -36,10 +35,10 @@ TEST(Doctor, FindsNothingWhereAllIsWell)
     EXPECT_TRUE(contains(text.out, "libusb 1.0.")) << text.out;
 
     const Outcome outcome = bench.nyxus({kModel}, {"doctor", "--json"});
-    const json report = json::parse(outcome.out);
+    const Json report = Json::parse(outcome.out);
     EXPECT_TRUE(report["well"]);
-    EXPECT_TRUE(contains(report["libraries"]["libNYXUS"]["file"], "libNYXUS.so.2"));
-    EXPECT_TRUE(contains(finding(outcome, "bus")["what"], "simulated"));
+    EXPECT_TRUE(contains(report["libraries"]["libNYXUS"]["file"].text(), "libNYXUS.so.2"));
+    EXPECT_TRUE(contains(finding(outcome, "bus")["what"].text(), "simulated"));
 }
 
 TEST(Doctor, NamesTheTroubleAndTheRemedy)
@@ -47,13 +46,14 @@ TEST(Doctor, NamesTheTroubleAndTheRemedy)
     const Bench bench;
     const Outcome absent = bench.nyxus({kModel}, {"doctor", "--json", "-c", "nobody"});
     EXPECT_EQ(absent.exit_code, 3);
-    EXPECT_TRUE(contains(finding(absent, "camera")["what"], "'nobody'"));
+    EXPECT_TRUE(contains(finding(absent, "camera")["what"].text(), "'nobody'"));
 
-    const Outcome memory = run_program({SIMULATOR_PROGRAM, "run", "--usbfs-memory", "16", "--",
-                                        NYXUS_PROGRAM, "doctor", "--json"});
+    const Outcome memory =
+        run_program({kSimulator, "run", "--usbfs-memory", "16", "--", kNyxus, "doctor", "--json"});
     EXPECT_EQ(memory.exit_code, 1);
     EXPECT_EQ(finding(memory, "USB memory")["state"], "warning");
-    EXPECT_TRUE(contains(finding(memory, "USB memory")["remedy"], "| sudo tee /sys/module/"));
+    EXPECT_TRUE(
+        contains(finding(memory, "USB memory")["remedy"].text(), "| sudo tee /sys/module/"));
 
     const Outcome busy = bench.shell(kModel,
                                      R"SH("$NYXUS" motion poll --watch & user=$!
@@ -64,7 +64,7 @@ TEST(Doctor, NamesTheTroubleAndTheRemedy)
                                         kill $user; cat "$OUT"; exit $code)SH",
                                      {{"OUT", bench.path("out")}});
     EXPECT_EQ(busy.exit_code, 6) << busy.out;
-    EXPECT_TRUE(contains(finding(busy, "camera 1:2")["remedy"], "close it")) << busy.out;
+    EXPECT_TRUE(contains(finding(busy, "camera 1:2")["remedy"].text(), "close it")) << busy.out;
 }
 
 /// Runs nyxus as somebody who must not open the camera.

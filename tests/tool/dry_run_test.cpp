@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // What --dry-run announces is what happens without it, and nothing of it happens with it.
 #include "bench.h"
+#include "json.h"
 
 #include <gtest/gtest.h>
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 using namespace test;
-using nlohmann::json;
 
 namespace {
 
@@ -21,8 +20,9 @@ struct Talk {
 Talk talk(const Bench& bench, const std::string& camera, const std::string& arguments)
 {
     const std::string log = bench.path("log");
-    const std::string call = "exec " SIMULATOR_PROGRAM " run --speed fast --camera " + camera +
-                             " '--log=" + log + "' --log-all -- " NYXUS_PROGRAM " " + arguments;
+    const std::string call = "exec " + std::string(kSimulator) + " run --speed fast --camera " +
+                             camera + " '--log=" + log + "' --log-all -- " + kNyxus + " " +
+                             arguments;
     Talk talk{.outcome = run_program({"bash", "-c", call}), .transfers = {}};
     const Bytes bytes = read_file(log);
     std::istringstream lines(std::string(bytes.begin(), bytes.end()));
@@ -81,10 +81,10 @@ TEST_P(DryRun, WritesNothingAndCountsWhatTheRealRunTransfers)
 
     EXPECT_EQ(writes(dry), writes(idle));
     EXPECT_NE(writes(real), writes(idle)); // so that the line above can fail
-    const json plan = json::parse(dry.outcome.out);
+    const Json plan = Json::parse(dry.outcome.out);
     EXPECT_TRUE(plan["dry_run"]);
     EXPECT_EQ(plan["control_transfers"], real.transfers.size() + kMeasuring - dry.transfers.size());
-    EXPECT_GT(plan["estimated_seconds"], 0);
+    EXPECT_GT(plan["estimated_seconds"].number(), 0);
 }
 
 // clang-format off
@@ -142,11 +142,13 @@ TEST(DryRunOfTheRom, WritesNothingAndAnnouncesTheLeast)
             const Talk real = talk(bench, model, command);
             ASSERT_EQ(real.outcome.exit_code, 0) << model << command << real.outcome.err;
             const size_t done = real.transfers.size() - idle.transfers.size();
-            const size_t announced = json::parse(dry.outcome.out)["control_transfers"];
+            const auto announced =
+                static_cast<size_t>(Json::parse(dry.outcome.out)["control_transfers"].number());
             EXPECT_LE(announced, done) << model << ": " << command;
             // How often a flash is asked whether it is erased, nobody knows before.
-            if (!command.starts_with("erase"))
+            if (!command.starts_with("erase")) {
                 EXPECT_GE(announced * 2, done) << model << ": " << command;
+            }
         }
         EXPECT_EQ(bench.backups().size(), 2U) << "dry runs keep none";
     }

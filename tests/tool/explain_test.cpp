@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // nyxus explain: what a user has at hand, in any notation.
 #include "bench.h"
+#include "json.h"
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 using namespace test;
 
@@ -11,7 +11,7 @@ namespace {
 
 Outcome explain(const Words& words)
 {
-    Words command = {NYXUS_PROGRAM, "explain"};
+    Words command = {kNyxus, "explain"};
     command.insert(command.end(), words.begin(), words.end());
     return run_program(command);
 }
@@ -68,7 +68,7 @@ TEST(Explain, ExplainsEachOfSeveralWordsAndPrintsJson)
 {
     const Outcome outcome = explain({"-16", "NYXUS_E_RANGE", "--json"});
     ASSERT_EQ(outcome.exit_code, 0) << outcome.err;
-    const auto list = nlohmann::json::parse(outcome.out);
+    const auto list = Json::parse(outcome.out);
     ASSERT_EQ(list.size(), 2U);
     EXPECT_EQ(list[0]["status"], -16);
     EXPECT_EQ(list[1]["hex"], "0x040C");

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the user is told when the camera fails, and how the next upgrade heals it.
 #include "bench.h"
+#include "json.h"
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 using namespace test;
-using nlohmann::json;
 
 namespace {
 
@@ -51,7 +50,7 @@ TEST(Faults, AnUpgradeThatFailsSaysWhyAndIsHealedByAnother)
         EXPECT_TRUE(contains(failed.err, c.message)) << c.fault << failed.err;
 
         if (failed.err.ends_with("]\n")) { // a status of the library, which explain knows
-            const Outcome explained = run_program({NYXUS_PROGRAM, "explain", failed.err});
+            const Outcome explained = run_program({kNyxus, "explain", failed.err});
             EXPECT_EQ(explained.exit_code, 0) << explained.err;
         }
 
@@ -138,10 +137,10 @@ TEST(Faults, ACameraThatIsLostWhileItIsReadBackIsOnlyReadBackAgain)
     }
 }
 
-json last_line(const std::string& text)
+Json last_line(const std::string& text)
 {
     const size_t begin = text.find_last_of('\n', text.size() - 2);
-    return json::parse(text.substr(begin == std::string::npos ? 0 : begin + 1));
+    return Json::parse(text.substr(begin == std::string::npos ? 0 : begin + 1));
 }
 
 TEST(Faults, ACameraThatIsSilentIsToldInJsonToo)
@@ -153,14 +152,14 @@ TEST(Faults, ACameraThatIsSilentIsToldInJsonToo)
     const Outcome upgrade = bench.nyxus(
         {kModel}, {"upgrade", image, "--force", "--no-backup", "--json", "--patience", "1"});
     EXPECT_EQ(upgrade.exit_code, 10) << upgrade.err;
-    const json result = last_line(upgrade.out);
+    const Json result = last_line(upgrade.out);
     EXPECT_EQ(result["event"], "result");
     EXPECT_EQ(result["outcome"], "failed");
     EXPECT_EQ(result["rom"], "incomplete");
     EXPECT_EQ(result["exit_code"], 10);
     EXPECT_EQ(result["port"], "1-1");
-    EXPECT_GE(result["seconds"], 1.0);
-    EXPECT_EQ("nyxus: " + result["message"].get<std::string>() + "\n", upgrade.err);
+    EXPECT_GE(result["seconds"].number(), 1.0);
+    EXPECT_EQ("nyxus: " + result["message"].text() + "\n", upgrade.err);
 
     bench.set_faults(R"([{"when": {"transfer": 40}, "do": "no-answer"}])");
     const Outcome info = bench.nyxus({kModel}, {"info", "--json", "--patience", "1"});

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // The commands for single features: what they print, refuse and leave behind.
 #include "bench.h"
+#include "json.h"
 
 #include <gtest/gtest.h>
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
 using namespace test;
-using nlohmann::json;
 
 namespace {
 
@@ -27,9 +26,9 @@ void run_steps(const char* camera, const std::vector<Step>& steps,
         script += "\"$NYXUS\" " + std::string(step.arguments) + " 2>&1; echo \"<$?>\"\n";
     RunOptions options;
     options.environment = environment;
-    options.environment["NYXUS"] = NYXUS_PROGRAM;
+    options.environment["NYXUS"] = kNyxus;
     const Outcome outcome = run_program(
-        {SIMULATOR_PROGRAM, "run", "--speed", "fast", "--camera", camera, "--", "sh", "-c", script},
+        {kSimulator, "run", "--speed", "fast", "--camera", camera, "--", "sh", "-c", script},
         options);
     ASSERT_EQ(outcome.exit_code, 0) << outcome.out << outcome.err;
     size_t begin = 0;
@@ -205,11 +204,11 @@ TEST(Features, JsonHoldsTheValues)
     const auto parsed = [&](const Words& arguments) {
         const Outcome outcome = bench.nyxus({kModel}, arguments);
         EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
-        return json::parse(outcome.out);
+        return Json::parse(outcome.out);
     };
-    EXPECT_EQ(parsed({"flip", "--json"}), json({{"flip", "off"}}));
+    EXPECT_EQ(parsed({"flip", "--json"}), (Json::Members{{"flip", "off"}}));
     EXPECT_EQ(parsed({"flip", "on", "--json"}),
-              json({{"name", "flip"}, {"before", "off"}, {"after", "on"}}));
+              (Json::Members{{"name", "flip"}, {"before", "off"}, {"after", "on"}}));
     EXPECT_EQ(parsed({"mcu", "read", "0x80", "3", "--json"})["0x0080"].size(), 3U);
     EXPECT_EQ(parsed({"h264", "bitrate", "--json"})["peak_bit_per_s"], 4000000);
 }
@@ -252,7 +251,7 @@ TEST(Features, OutOfRangeIsRefusedWithTheRange)
         {{"sg", "read", "0x7FFF", "2"}, "0x2400 to 0x7FFF"},
     };
     for (const auto& [arguments, range] : cases) {
-        Words command = {NYXUS_PROGRAM};
+        Words command = {kNyxus};
         command.insert(command.end(), arguments.begin(), arguments.end());
         const Outcome outcome = run_program(command);
         EXPECT_EQ(outcome.exit_code, 2) << outcome.err;
@@ -278,7 +277,7 @@ TEST(Features, ASnapshotGivesUpWhenNoFrameIsComplete)
     const Outcome told =
         bench.nyxus({kModel}, {"snapshot", bench.path("shot.png"), "--wait", "1", "--json"});
     EXPECT_EQ(told.exit_code, 10) << told.err;
-    EXPECT_EQ(json::parse(told.out)["error"]["exit_code"], 10);
+    EXPECT_EQ(Json::parse(told.out)["error"]["exit_code"], 10);
 }
 
 TEST(Features, PicturesAndVideoReachTheirFiles)
@@ -314,15 +313,15 @@ TEST(Features, AStreamThatIsInterruptedTellsWhatItHasReceived)
         const Bench bench;
         const Outcome outcome = bench.shell(
             kModel,
-            "\"$NYXUS\" stream --size 320x240 --json --raw \"$RAW\" " + std::string(c.options) +
-                " & pid=$!\nuntil [ -s \"$RAW\" ]; do sleep 0.05; done\n"
-                "kill -TERM $pid; wait $pid",
-            {{"RAW", bench.path("raw")}});
+            "mkfifo \"$FIFO\"; \"$NYXUS\" stream --size 320x240 --json --raw \"$FIFO\" " +
+                std::string(c.options) +
+                " & pid=$!\n"
+                "{ head -c 1; kill -TERM $pid; cat; } <\"$FIFO\" >\"$RAW\"; wait $pid",
+            {{"FIFO", bench.path("fifo")}, {"RAW", bench.path("raw")}});
         EXPECT_EQ(outcome.exit_code, c.exit_code) << outcome.err;
         EXPECT_EQ(static_cast<size_t>(std::ranges::count(outcome.out, '\n')), c.lines);
-        const json received = json::parse(outcome.out.substr(0, outcome.out.find("}\n") + 1));
-        EXPECT_EQ(received["frames"].get<size_t>() * 320 * 240 * 2,
-                  read_file(bench.path("raw")).size());
+        const Json received = Json::parse(outcome.out.substr(0, outcome.out.find("}\n") + 1));
+        EXPECT_EQ(received["frames"].number() * 320 * 240 * 2, read_file(bench.path("raw")).size());
     }
 }
 
@@ -350,9 +349,8 @@ TEST(Features, StreamsWarnOfTooSmallAKernelLimit)
         {"1", "320x240", true}, // seven transfers fit
     };
     for (const auto& [limit_mib, size, is_warned] : cases) {
-        const Outcome outcome =
-            run_program({SIMULATOR_PROGRAM, "run", "--usbfs-memory", limit_mib, "--", NYXUS_PROGRAM,
-                         "stream", "--size", size, "--count", "3"});
+        const Outcome outcome = run_program({kSimulator, "run", "--usbfs-memory", limit_mib, "--",
+                                             kNyxus, "stream", "--size", size, "--count", "3"});
         EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
         EXPECT_NE(outcome.out.find("frames: 3"), std::string::npos) << outcome.out;
         EXPECT_EQ(outcome.err.find(std::string("lends ") + limit_mib + " MiB") != std::string::npos,

@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // Several cameras upgraded at once, and what programs are told about it.
 #include "bench.h"
+#include "json.h"
 
 #include <gtest/gtest.h>
 #include <algorithm>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 using namespace test;
-using nlohmann::json;
 
 namespace {
 
@@ -18,27 +17,27 @@ bool contains(const std::string& text, const std::string& part)
     return text.find(part) != std::string::npos;
 }
 
-std::vector<json> events(const std::string& output)
+std::vector<Json> events(const std::string& output)
 {
-    std::vector<json> list;
+    std::vector<Json> list;
     std::istringstream lines(output);
     for (std::string line; std::getline(lines, line);)
-        list.push_back(json::parse(line, nullptr, false));
+        list.push_back(Json::parse(line));
     return list;
 }
 
-/// A bash script with cameras; $NYXUS is the program.
+/// A bash script with cameras.
 Outcome run_script(const Words& cameras, const Words& simulation, const std::string& script,
                    std::map<std::string, std::string> environment)
 {
-    Words command = {SIMULATOR_PROGRAM, "run"};
+    Words command = {kSimulator, "run"};
     command.insert(command.end(), simulation.begin(), simulation.end());
     for (const std::string& camera : cameras)
         command.insert(command.end(), {"--camera", camera});
     command.insert(command.end(), {"--", "bash", "-c", script});
     RunOptions options;
     options.environment = std::move(environment);
-    options.environment["NYXUS"] = NYXUS_PROGRAM;
+    options.environment.insert(begin(kScriptEnvironment), end(kScriptEnvironment));
     return run_program(command, options);
 }
 
@@ -51,27 +50,24 @@ TEST(Gang, TellsHowEachCameraEndsAndTheWorstOfIt)
         {"when": {"camera": "GONE", "rom_address": "0x2000", "request": "SET_CUR"}, "do": "unplug"}
     ])";
     write_file(bench.path("faults.json"), {faults.begin(), faults.end()});
-    // The busy one belongs to another program, which has it as soon as it is refused to a third.
-    const Outcome outcome = run_script(
-        {"rowan-spi,serial=GOOD,rom=" + bench.rom_file(), "cedar-spi,serial=OTHER",
-         "rowan-spi,serial=LIAR", "rowan-spi,serial=GONE", "rowan-spi,serial=BUSY"},
-        {"--speed", "fast", "--faults", bench.path("faults.json")},
-        // Either of these two may come first, and the other one is refused.
-        "while :; do\n"
-        "  \"$NYXUS\" motion poll --watch -c BUSY >/dev/null 2>&1 & busy=$!\n"
-        "  while kill -0 $busy && \"$NYXUS\" info -c BUSY >/dev/null; do :; done 2>/dev/null\n"
-        "  kill -0 $busy 2>/dev/null && break\n"
-        "done\n"
-        "\"$NYXUS\" upgrade --all --wait 0 --json \"$IMAGE\"; code=$?\n"
-        "kill $busy; exit $code",
-        {{"IMAGE", image}});
+    // The busy one belongs to another program, which has it when it tells of the motion.
+    const Outcome outcome =
+        run_script({"rowan-spi,serial=GOOD,rom=" + bench.rom_file(), "cedar-spi,serial=OTHER",
+                    "rowan-spi,serial=LIAR", "rowan-spi,serial=GONE", "rowan-spi,serial=BUSY"},
+                   {"--speed", "fast", "--faults", bench.path("faults.json")},
+                   "\"$SIM\" do motion-alarm --camera BUSY\n"
+                   "\"$NYXUS\" motion poll --watch -c BUSY >\"$MOTION\" & busy=$!\n"
+                   "\"$WAIT_FOR\" motion \"$MOTION\" $busy\n"
+                   "\"$NYXUS\" upgrade --all --wait 0 --json \"$IMAGE\"; code=$?\n"
+                   "kill $busy; exit $code",
+                   {{"IMAGE", image}, {"MOTION", bench.path("motion")}});
     EXPECT_EQ(outcome.exit_code, 8) << outcome.err;
-    const std::vector<json> lines = events(outcome.out);
+    const std::vector<Json> lines = events(outcome.out);
     ASSERT_EQ(lines.size(), 6U) << outcome.out;
-    std::map<std::string, json> results;
-    for (const json& line : lines) {
+    std::map<std::string, Json> results;
+    for (const Json& line : lines) {
         if (line["event"] == "result")
-            results[line["serial"]] = line;
+            results[line["serial"].text()] = line;
     }
     const struct {
         const char* serial;
@@ -88,12 +84,12 @@ TEST(Gang, TellsHowEachCameraEndsAndTheWorstOfIt)
         {"BUSY", "1-5", "failed", "unchanged", 6, "another program uses the camera"},
     };
     for (const auto& c : cases) {
-        const json& result = results[c.serial];
+        const Json& result = results[c.serial];
         EXPECT_EQ(result["port"], c.port);
         EXPECT_EQ(result["outcome"], c.outcome) << result;
         EXPECT_EQ(result["rom"], c.rom) << result;
         EXPECT_EQ(result["exit_code"], c.exit_code) << result;
-        EXPECT_TRUE(contains(result["message"], c.message)) << result;
+        EXPECT_TRUE(contains(result["message"].text(), c.message)) << result;
     }
     EXPECT_EQ(results["GOOD"]["bytes"], 0x5A3C);
     EXPECT_EQ(lines.back()["event"], "summary");
@@ -148,18 +144,20 @@ TEST(Gang, InterruptsBringTheCamerasToASafePointOrStopThem)
         const Bench bench;
         const Outcome outcome = run_script(
             {"hawthorn-eeprom,serial=A", "hawthorn-eeprom,serial=B"}, {},
-            // The worker says when it is programming; job control, because a shell without it has
-            // its background jobs ignore interrupts.
+            // The worker says when it is programming, and that it has heard the first interrupt;
+            // job control, because a shell without it has its background jobs ignore interrupts.
             "set -m; \"$NYXUS\" upgrade --all --jobs 1 --json -v \"$IMAGE\" 2>\"$ERR\" & pid=$!\n"
-            "until grep -q 'programming' \"$ERR\"; do sleep 0.01; done\n"
+            "\"$WAIT_FOR\" programming \"$ERR\" $pid\n"
             "for s in " +
-                std::string(c.signals) + "; do kill -$s $pid; sleep 0.1; done\nwait $pid; exit $?",
+                std::string(c.signals) +
+                "; do kill -$s $pid; \"$WAIT_FOR\" 'the ROM is completed' \"$ERR\" $pid; done\n"
+                "wait $pid; exit $?",
             {{"IMAGE", bench.image("hawthorn-eeprom", "0x0205", {"--size", "4000"})},
              {"ERR", bench.path("err")}});
         EXPECT_EQ(outcome.exit_code, 130) << outcome.err;
-        const std::vector<json> lines = events(outcome.out);
+        const std::vector<Json> lines = events(outcome.out);
         ASSERT_EQ(lines.size(), 3U) << outcome.out;
-        for (const json& line : lines) {
+        for (const Json& line : lines) {
             if (line["event"] == "summary")
                 continue;
             const bool first = line["serial"] == "A";
@@ -226,10 +224,10 @@ TEST(Gang, PlansForEachCameraAndWritesNothing)
     const Outcome dry = plan({"--json"});
     EXPECT_EQ(dry.exit_code, 7);
     const Bytes before = read_file(bench.rom_file());
-    const std::vector<json> lines = events(dry.out);
+    const std::vector<Json> lines = events(dry.out);
     ASSERT_EQ(lines.size(), 2U) << dry.out;
     EXPECT_EQ(lines[0]["serial"], "A1");
-    EXPECT_GT(lines[0]["control_transfers"], 0);
+    EXPECT_GT(lines[0]["control_transfers"].number(), 0);
     EXPECT_EQ(lines[1]["serial"], "B2");
     EXPECT_EQ(lines[1]["error"]["exit_code"], 7);
     EXPECT_TRUE(contains(plan({}).out, "dry run: nothing was written\n"));
@@ -256,7 +254,7 @@ TEST(Gang, RefusesWhatIsMeantForOneCamera)
         {{bench.path("missing"), "--all"}, 1, "No such file"},
     };
     for (const auto& c : cases) {
-        Words command = {NYXUS_PROGRAM, "upgrade"};
+        Words command = {kNyxus, "upgrade"};
         command.insert(command.end(), c.arguments.begin(), c.arguments.end());
         const Outcome outcome = run_program(command);
         EXPECT_EQ(outcome.exit_code, c.exit_code) << outcome.err;
@@ -283,16 +281,16 @@ TEST(UpgradeAsJson, TellsProgressAndTheResult)
     for (const auto& c : cases) {
         const Outcome outcome = bench.nyxus_with_rom(kModel, {"upgrade", "--json", c.file});
         EXPECT_EQ(outcome.exit_code, c.exit_code) << outcome.err;
-        const std::vector<json> lines = events(outcome.out);
+        const std::vector<Json> lines = events(outcome.out);
         ASSERT_FALSE(lines.empty());
-        const json& result = lines.back();
+        const Json& result = lines.back();
         EXPECT_EQ(result["event"], "result") << outcome.out;
         EXPECT_EQ(result["outcome"], c.outcome);
         EXPECT_EQ(result["exit_code"], c.exit_code);
         EXPECT_EQ(result["rom"], c.rom);
         EXPECT_EQ(result["bytes"], c.bytes);
         EXPECT_EQ(result["port"], "1-1");
-        const bool programs = std::ranges::any_of(lines, [](const json& line) {
+        const bool programs = std::ranges::any_of(lines, [](const Json& line) {
             return line["event"] == "progress" && line["phase"] == "programming" && line["done"] &&
                    line["bytes"] == 0x5A3C && line["remaining_s"] == 0;
         });

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the program does so that no upgrade costs a camera: backups, safe points, recovery.
 #include "bench.h"
+#include "json.h"
 
 #include <gtest/gtest.h>
 #include <fstream>
-#include <nlohmann/json.hpp>
 
 using namespace test;
 
@@ -26,19 +26,20 @@ Bytes factory_rom(const Bench& bench, const std::string& model)
     return rom;
 }
 
-/// Runs a bash script with a fast camera whose ROM is a file; $NYXUS and $SIM are the programs.
+/// Runs a bash script with a fast camera whose ROM is a file.
 Outcome run_script(const Bench& bench, const std::string& model, const std::string& script,
                    const std::string& faults = "[]", const Words& more_options = {})
 {
     write_file(bench.path("faults"), {faults.begin(), faults.end()});
     RunOptions options;
-    options.environment = {{"NYXUS", NYXUS_PROGRAM},
-                           {"SIM", SIMULATOR_PROGRAM},
+    options.environment = {{"OUT", bench.path("out")},
+                           {"LOG", bench.path("log")},
                            {"REPLUG", "\"$SIM\" do unplug; \"$SIM\" do replug"},
                            {"SECOND", bench.image(model, "0x0205")},
                            {"THIRD", bench.image(model, "0x0206")}};
+    options.environment.insert(begin(kScriptEnvironment), end(kScriptEnvironment));
     const std::string camera = model + ",rom=" + bench.rom_file();
-    Words call = {SIMULATOR_PROGRAM, "run", "--speed", "fast", "--camera", camera};
+    Words call = {kSimulator, "run", "--speed", "fast", "--camera", camera};
     call.insert(call.end(), {"--faults", bench.path("faults")});
     call.insert(call.end(), more_options.begin(), more_options.end());
     call.insert(call.end(), {"--", "bash", "-c", script});
@@ -99,22 +100,23 @@ TEST(Backup, ThatCannotBeKeptStopsTheUpgrade)
         << full.err;
 }
 
-/// Interrupts the upgrade as soon as a phase has begun; `more` commands follow.
-Outcome interrupted(const Bench& bench, const std::string& phase, const std::string& signals,
-                    const std::string& more = ":")
+/// Interrupts the upgrade as soon as it has written a text; `more` commands follow.
+Outcome interrupted(const Bench& bench, const std::string& text, const std::string& signals,
+                    const std::string& more = ":", const std::string& options = "")
 {
-    // Job control, because a shell without it has its background jobs ignore interrupts.
-    return bench.shell(std::string(kModel) + ",rom=" + bench.rom_file(),
-                       "set -m; \"$NYXUS\" upgrade \"$IMAGE\" >\"$OUT\" & pid=$!\n"
-                       "until grep -q '^" +
-                           phase +
-                           "' \"$OUT\"; do sleep 0.01; done\n"
-                           "for s in " +
-                           signals + "; do kill -$s $pid; sleep 0.05; done\n" + more +
-                           "\nwait $pid; exit $?",
-                       {{"IMAGE", bench.image(kModel, "0x0205")},
-                        {"OUT", bench.path("out")},
-                        {"SIM", SIMULATOR_PROGRAM}});
+    // Job control, because a shell without it has its background jobs ignore interrupts. Two
+    // interrupts at once would be one.
+    return bench.shell(
+        std::string(kModel) + ",rom=" + bench.rom_file(),
+        "set -m; \"$NYXUS\" upgrade " + options +
+            " \"$IMAGE\" >\"$OUT\" 2>\"$ERR\" & pid=$!\n"
+            "\"$WAIT_FOR\" '" +
+            text + "' \"$OUT\" $pid\nfor s in " + signals +
+            "; do kill -$s $pid; \"$WAIT_FOR\" 'a second interrupt' \"$ERR\" $pid; done\n" + more +
+            "\nwait $pid; code=$?; cat \"$ERR\" >&2; tail -n 1 \"$OUT\"; exit $code",
+        {{"IMAGE", bench.image(kModel, "0x0205")},
+         {"OUT", bench.path("out")},
+         {"ERR", bench.path("err")}});
 }
 
 bool has_second_image_in_rom(const Bench& bench)
@@ -147,7 +149,7 @@ TEST(Interrupt, TakesEffectAtASafePoint)
     for (const auto& [phase, signals, message, keeps_factory_rom, has_new_rom] : cases) {
         const Bench bench;
         const Bytes factory = factory_rom(bench, kModel);
-        const Outcome outcome = interrupted(bench, phase, signals);
+        const Outcome outcome = interrupted(bench, "^" + std::string(phase), signals);
         EXPECT_EQ(outcome.exit_code, 130) << phase;
         EXPECT_TRUE(contains(outcome.err, message)) << phase << ": " << outcome.err;
         EXPECT_EQ(factory_rom(bench, kModel) == factory, keeps_factory_rom) << phase;
@@ -163,13 +165,12 @@ TEST(Interrupt, HoldsWhenTheCameraIsLost)
         const char* message;
     } cases[] = {
         {"INT", "\"$SIM\" do unplug", "nyxus: interrupted; programming the ROM failed: "},
-        {"",
-         "\"$SIM\" do unplug; until grep -q ^waiting \"$OUT\"; do sleep 0.01; done; kill -INT $pid",
+        {"", "\"$SIM\" do unplug; \"$WAIT_FOR\" ^waiting \"$OUT\" $pid; kill -INT $pid",
          "nyxus: interrupted: the ROM is incomplete now, run the upgrade again\n"},
     };
     for (const auto& c : cases) {
         const Bench bench;
-        const Outcome outcome = interrupted(bench, "programming", c.signals, c.more);
+        const Outcome outcome = interrupted(bench, "^programming", c.signals, c.more);
         EXPECT_EQ(outcome.exit_code, 130) << outcome.err;
         EXPECT_TRUE(contains(outcome.err, c.message)) << outcome.err;
         EXPECT_TRUE(contains(outcome.err, "the ROM is incomplete now")) << outcome.err;
@@ -186,23 +187,14 @@ TEST(Interrupt, EndsJsonWithAResult)
     for (const auto& c : cases) {
         const Bench bench;
         const Outcome outcome =
-            bench.shell(kModel,
-                        "set -m; \"$NYXUS\" upgrade --json \"$IMAGE\" >\"$OUT\" & pid=$!\n"
-                        "until grep -q '\"" +
-                            std::string(c.phase) +
-                            "\"' \"$OUT\"; do sleep 0.01; done\n"
-                            "for s in " +
-                            c.signals +
-                            "; do kill -$s $pid; sleep 0.05; done\n"
-                            "wait $pid; code=$?; tail -n 1 \"$OUT\"; exit $code",
-                        {{"IMAGE", bench.image(kModel, "0x0205")}, {"OUT", bench.path("out")}});
+            interrupted(bench, '"' + std::string(c.phase) + '"', c.signals, ":", "--json");
         EXPECT_EQ(outcome.exit_code, 130) << outcome.err;
-        const auto result = nlohmann::json::parse(outcome.out);
+        const auto result = Json::parse(outcome.out);
         EXPECT_EQ(result["event"], "result") << outcome.out;
         EXPECT_EQ(result["outcome"], "interrupted");
         EXPECT_EQ(result["rom"], c.rom);
         EXPECT_EQ(result["product"], kModel) << outcome.out;
-        EXPECT_TRUE(contains(outcome.err, result["message"].get<std::string>())) << outcome.err;
+        EXPECT_TRUE(contains(outcome.err, result["message"].text())) << outcome.err;
     }
 }
 
@@ -216,16 +208,16 @@ TEST(Interrupt, IsNoReaderThatGoesAway)
     EXPECT_TRUE(has_second_image_in_rom(bench));
 }
 
-// It holds its pipe open, but reads nothing.
+// It holds its pipe open, but reads nothing. The program is asking the camera by then.
 TEST(Interrupt, EndsAnUpgradeWhoseReaderHasStopped)
 {
     const Bench bench;
     const Outcome outcome =
-        bench.shell(kModel,
-                    "set -m; mkfifo \"$OUT\"; exec 3<>\"$OUT\"; head -c 65536 /dev/zero >&3\n"
-                    "\"$NYXUS\" upgrade --json \"$IMAGE\" >\"$OUT\" 3<&- & pid=$!\n"
-                    "sleep 1; kill -INT $pid; sleep 0.1; kill -INT $pid; wait $pid",
-                    {{"IMAGE", bench.image(kModel, "0x0205")}, {"OUT", bench.path("out")}});
+        run_script(bench, kModel,
+                   "set -m; mkfifo \"$OUT\"; exec 3<>\"$OUT\"; head -c 65536 /dev/zero >&3\n"
+                   "\"$NYXUS\" upgrade --json \"$SECOND\" >\"$OUT\" 3<&- & pid=$!\n"
+                   "\"$WAIT_FOR\" INT_FW_VERSION \"$LOG\" $pid; kill -INT $pid; wait $pid",
+                   "[]", {"--log=" + bench.path("log")});
     EXPECT_EQ(outcome.exit_code, 130) << outcome.err;
 }
 
@@ -252,7 +244,7 @@ TEST(Recover, BringsTheLatestBackupBack)
     EXPECT_EQ(healthy.exit_code, 13);
     EXPECT_TRUE(contains(healthy.err, "nothing to recover")) << healthy.err;
 
-    ASSERT_EQ(interrupted(bench, "programming", "INT INT").exit_code, 130);
+    ASSERT_EQ(interrupted(bench, "^programming", "INT INT").exit_code, 130);
     const std::string image = bench.path(std::string(kModel) + " 0x0205.bin");
     // The next power-up finds no valid header; a broken ROM's own backup is not taken for a good
     // one.
@@ -304,8 +296,8 @@ TEST(Upgrade, LeavesAnotherCameraAtThePortAlone)
     const Outcome outcome = run_script(
         bench, kModel,
         "\"$SIM\" do unplug --camera OTHER\n"
-        "\"$NYXUS\" upgrade \"$SECOND\" & pid=$!\n"
-        "until \"$SIM\" do replug --camera OTHER --port 1; do sleep 0.05; done 2>/dev/null\n"
+        "\"$NYXUS\" upgrade \"$SECOND\" >\"$OUT\" & pid=$!\n"
+        "\"$WAIT_FOR\" ^waiting \"$OUT\" $pid; \"$SIM\" do replug --camera OTHER --port 1\n"
         "wait $pid",
         R"([{"when": {"camera": "SIM00001", "rom_address": "0x2000", "request": "SET_CUR"},
              "do": "unplug"}])",

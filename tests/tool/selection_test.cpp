@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // Which camera is meant, what it is, and what goes wrong before anything is done to it.
 #include "bench.h"
+#include "json.h"
 
 #include <gtest/gtest.h>
 #include <algorithm>
 #include <cstdio>
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 using namespace test;
-using nlohmann::json;
 
 namespace {
 
@@ -29,7 +28,7 @@ TEST(Usage, MistakesExitWith2AndOneLine)
         {"reset", "--wait", "soon"},
     };
     for (const Words& arguments : mistakes) {
-        Words command = {NYXUS_PROGRAM};
+        Words command = {kNyxus};
         command.insert(command.end(), arguments.begin(), arguments.end());
         const Outcome outcome = run_program(command);
         EXPECT_EQ(outcome.exit_code, 2) << outcome.err;
@@ -57,7 +56,7 @@ TEST(Usage, MistypedWordsAreToldWhatIsNear)
         {{"i2c"}, "which command? There are get, set, config"},
     };
     for (const auto& [arguments, message] : cases) {
-        Words command = {NYXUS_PROGRAM};
+        Words command = {kNyxus};
         command.insert(command.end(), arguments.begin(), arguments.end());
         const Outcome outcome = run_program(command);
         EXPECT_EQ(outcome.exit_code, 2) << outcome.err;
@@ -68,7 +67,7 @@ TEST(Usage, MistypedWordsAreToldWhatIsNear)
 /// Every command that help lists, and those below them.
 std::vector<Words> commands_below(const Words& above)
 {
-    Words call = {NYXUS_PROGRAM, "help"};
+    Words call = {kNyxus, "help"};
     call.insert(call.end(), above.begin(), above.end());
     const std::string help = run_program(call).out;
     std::vector<Words> commands = {above};
@@ -95,7 +94,7 @@ TEST(Usage, HelpFitsATerminalAndGivesEachCommandAnExample)
     const std::vector<Words> commands = commands_below({});
     EXPECT_GT(commands.size(), 60U);
     for (const Words& words : commands) {
-        Words call = {NYXUS_PROGRAM};
+        Words call = {kNyxus};
         std::string name = "nyxus";
         for (const std::string& word : words) {
             call.push_back(word);
@@ -113,7 +112,7 @@ TEST(Usage, HelpFitsATerminalAndGivesEachCommandAnExample)
 
 TEST(Usage, VersionNamesTheLibraries)
 {
-    const Outcome outcome = run_program({NYXUS_PROGRAM, "--version"});
+    const Outcome outcome = run_program({kNyxus, "--version"});
     EXPECT_TRUE(outcome.out.starts_with("nyxus 1.0.0\nlibNYXUS 2.0.11\nlibusb 1.0."))
         << outcome.out;
 }
@@ -122,12 +121,15 @@ TEST(Usage, VersionNamesTheLibraries)
 TEST(Selection, WaitsForACameraThatIsNotThereYet)
 {
     Bench bench;
-    const std::string late = R"(nyxus-sim() { ")" SIMULATOR_PROGRAM R"(" "$@"; }
+    const std::string late = "nyxus-sim() { \"" + std::string(kSimulator) + R"(" "$@"; }
         nyxus-sim do unplug > /dev/null
         "$NYXUS" info -c LATE; echo "<$?>"
-        (sleep 0.3; nyxus-sim do replug > /dev/null) &
-        "$NYXUS" info --wait 30 -c LATE; echo "<$?>"; wait)";
-    const Outcome outcome = bench.shell("rowan-spi,serial=LATE", late, {});
+        "$NYXUS" info --wait 60 -c LATE > "$OUT" & pid=$!
+        "$WAIT_FOR" "waiting for the camera" "$OUT" $pid
+        nyxus-sim do replug > /dev/null
+        wait $pid; code=$?; cat "$OUT"; echo "<$code>")";
+    const Outcome outcome =
+        bench.shell("rowan-spi,serial=LATE", late, {{"OUT", bench.path("out")}});
     EXPECT_TRUE(outcome.out.starts_with("<3>\nwaiting for the camera ...\n")) << outcome.out;
     EXPECT_NE(outcome.out.find("serial LATE"), std::string::npos) << outcome.out;
     EXPECT_TRUE(outcome.out.ends_with("<0>\n")) << outcome.out;
@@ -145,10 +147,10 @@ TEST(Output, QuietLeavesResultsAndJsonFailuresAreJson)
 
     const Outcome failed = bench.nyxus({kModel}, {"flip", "--json", "-c", "nobody"});
     EXPECT_EQ(failed.exit_code, 3);
-    EXPECT_EQ(json::parse(failed.out)["error"]["exit_code"], 3);
+    EXPECT_EQ(Json::parse(failed.out)["error"]["exit_code"], 3);
     const Outcome none = bench.nyxus({kModel}, {"list", "--json", "-c", "nobody"});
     EXPECT_EQ(none.exit_code, 3);
-    EXPECT_EQ(json::parse(none.out), json::array());
+    EXPECT_EQ(Json::parse(none.out), Json::List{});
 }
 
 TEST(Selection, ListsCamerasWithPlacesAndSerials)
@@ -156,36 +158,36 @@ TEST(Selection, ListsCamerasWithPlacesAndSerials)
     const Bench bench;
     const Outcome outcome = bench.nyxus(kThreeCameras, {"list", "--json"});
     ASSERT_EQ(outcome.exit_code, 0) << outcome.err;
-    const json cameras = json::parse(outcome.out);
+    const Json cameras = Json::parse(outcome.out);
     ASSERT_EQ(cameras.size(), 3U);
     EXPECT_EQ(cameras[0]["serial"], "A0001");
     EXPECT_EQ(cameras[2]["serial"], "B0001");
     EXPECT_EQ(cameras[2]["bus"], 2);
-    for (const json& camera : cameras)
+    for (const Json& camera : cameras)
         EXPECT_TRUE(camera["openable"]);
 
     const std::string table = bench.nyxus(kThreeCameras, {"list"}).out;
-    for (const json& camera : cameras) {
-        EXPECT_NE(table.find(camera["serial"].get<std::string>()), std::string::npos) << table;
-        EXPECT_NE(table.find(camera["port_path"].get<std::string>()), std::string::npos) << table;
+    for (const Json& camera : cameras) {
+        EXPECT_NE(table.find(camera["serial"].text()), std::string::npos) << table;
+        EXPECT_NE(table.find(camera["port_path"].text()), std::string::npos) << table;
     }
 }
 
 TEST(Selection, FindsACameraByEachOfItsNames)
 {
     const Bench bench;
-    const json cameras = json::parse(bench.nyxus(kThreeCameras, {"list", "--json"}).out);
-    for (const json& camera : cameras) {
-        const unsigned bus = camera["bus"];
-        const unsigned address = camera["address"];
+    const Json cameras = Json::parse(bench.nyxus(kThreeCameras, {"list", "--json"}).out);
+    for (const Json& camera : cameras) {
+        const auto bus = static_cast<unsigned>(camera["bus"].number());
+        const auto address = static_cast<unsigned>(camera["address"].number());
         char padded_place[16];
         std::snprintf(padded_place, sizeof padded_place, "%03u:%03u", bus, address);
         for (const std::string& name :
-             {camera["serial"].get<std::string>(), camera["port_path"].get<std::string>(),
+             {camera["serial"].text(), camera["port_path"].text(),
               std::to_string(bus) + ":" + std::to_string(address), std::string(padded_place)}) {
             const Outcome outcome = bench.nyxus(kThreeCameras, {"info", "--json", "-c", name});
             ASSERT_EQ(outcome.exit_code, 0) << name << ": " << outcome.err;
-            EXPECT_EQ(json::parse(outcome.out)["serial"], camera["serial"]) << name;
+            EXPECT_EQ(Json::parse(outcome.out)["serial"], camera["serial"]) << name;
         }
     }
 }
@@ -218,7 +220,7 @@ TEST(Selection, RefusesToGuess)
 TEST(Selection, SaysWhatToCheckWithoutACamera)
 {
     for (const char* command : {"list", "info", "reset"}) {
-        const Outcome outcome = run_program({NYXUS_PROGRAM, command});
+        const Outcome outcome = run_program({kNyxus, command});
         EXPECT_EQ(outcome.exit_code, 3);
         EXPECT_NE(outcome.err.find("no camera found; check"), std::string::npos) << outcome.err;
     }
@@ -233,27 +235,27 @@ TEST(Info, TellsEveryModelApart)
         const char* family;
         const char* rom_kind;
         unsigned rom_size;
-        const char* part;
-        json xu_version;
+        Json part;
+        Json xu_version;
     } const cases[] = {
         {"rowan-spi", "NY6410", "ROWAN", "spi", 0x10000, "MXIC MX25L1006E", 0x0002},
         {"cedar-spi", "NY7780", "CEDAR", "spi", 0x10000, "GigaDev MK25Q40B", 0x0003},
         {"larch-spi", "NY6300", "LARCH", "spi", 0x10000, "WINBOND W25X05CL", nullptr},
-        {"hawthorn-eeprom", "ZR5400", "HAWTHORN", "eeprom", 0x8000, "", nullptr},
-        {"willow-eeprom", "ZR5300 -series", "WILLOW", "eeprom", 0x8000, "", 0x0100},
+        {"hawthorn-eeprom", "ZR5400", "HAWTHORN", "eeprom", 0x8000, nullptr, nullptr},
+        {"willow-eeprom", "ZR5300 -series", "WILLOW", "eeprom", 0x8000, nullptr, 0x0100},
         {"fi2-spi", "ZR5200U", "FI2", "spi", 0x10000, "SST SST25WF512", 0x0101},
     };
     for (const auto& row : cases) {
         const Outcome outcome = bench.nyxus({row.model}, {"info", "--json"});
         ASSERT_EQ(outcome.exit_code, 0) << row.model << ": " << outcome.err;
-        const json info = json::parse(outcome.out);
+        const Json info = Json::parse(outcome.out);
         EXPECT_EQ(info["chip"], row.chip);
         EXPECT_EQ(info["family"], row.family);
         EXPECT_EQ(info["runs"], "external firmware");
         EXPECT_EQ(info["external_firmware"], 0x0100);
         EXPECT_EQ(info["rom"]["kind"], row.rom_kind);
         EXPECT_EQ(info["rom"]["size_bytes"], row.rom_size);
-        EXPECT_EQ(info["rom"].value("part", ""), row.part);
+        EXPECT_EQ(info["rom"]["part"], row.part);
         EXPECT_EQ(info["xu_version"], row.xu_version);
         EXPECT_EQ(outcome.err, "");
     }

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the program does to a camera's ROM: right images, wrong images, and reading.
 #include "bench.h"
+#include "json.h"
 
 #include <gtest/gtest.h>
 #include <algorithm>
+#include <filesystem>
 #include <functional>
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 using namespace test;
-using nlohmann::json;
 
 namespace {
 
@@ -161,11 +161,13 @@ TEST(Upgrade, KeepsOthersAwayFromTheCamera)
 {
     const Bench bench;
     const std::string image = bench.image("hawthorn-eeprom", "0x0205");
+    // Stopped at its first word, it holds the camera for as long as we want.
     const Outcome outcome = bench.shell("hawthorn-eeprom",
-                                        "\"$NYXUS\" upgrade \"$IMAGE\" >/dev/null 2>&1 & sleep 1\n"
+                                        "\"$NYXUS\" upgrade \"$IMAGE\" >\"$OUT\" 2>&1 & pid=$!\n"
+                                        "\"$WAIT_FOR\" ^reading \"$OUT\" $pid; kill -STOP $pid\n"
                                         "\"$NYXUS\" info; code=$?\n"
-                                        "kill $!; wait; exit $code",
-                                        {{"IMAGE", image}});
+                                        "kill -KILL $pid; wait; exit $code",
+                                        {{"IMAGE", image}, {"OUT", bench.path("out")}});
     EXPECT_EQ(outcome.exit_code, 6) << outcome.err;
     EXPECT_TRUE(contains(outcome.err, "another program uses the camera")) << outcome.err;
 }
@@ -235,16 +237,9 @@ size_t count(const std::string& path, const std::string& part)
 size_t requests(const Bench& bench, const std::string& model, const std::string& control,
                 const Words& arguments)
 {
-    Words command = {SIMULATOR_PROGRAM,
-                     "run",
-                     "--speed",
-                     "fast",
-                     "--log-all",
-                     "--log=" + bench.path("log"),
-                     "--camera",
-                     model,
-                     "--",
-                     NYXUS_PROGRAM};
+    Words command = {
+        kSimulator, "run", "--speed", "fast", "--log-all", "--log=" + bench.path("log"),
+        "--camera", model, "--",      kNyxus};
     command.insert(command.end(), arguments.begin(), arguments.end());
     EXPECT_EQ(run_program(command).exit_code, 0);
     return count(bench.path("log"), control);
@@ -298,9 +293,9 @@ TEST(Dump, IsRightWhenAnUpgradeHasLeftTheRomUnlocked)
         R"([{"when": {"selector": 14, "request": "SET_CUR", "count": [2, null]}, "do": "stall"}])";
     write_file(bench.path("faults"), {faults.begin(), faults.end()});
     RunOptions options;
-    options.environment = {{"NYXUS", NYXUS_PROGRAM}, {"IMAGE", image}, {"OUT", bench.path("dump")}};
+    options.environment = {{"NYXUS", kNyxus}, {"IMAGE", image}, {"OUT", bench.path("dump")}};
     const Outcome outcome = run_program(
-        {SIMULATOR_PROGRAM, "run", "--speed", "fast", "--faults", bench.path("faults"),
+        {kSimulator, "run", "--speed", "fast", "--faults", bench.path("faults"),
          "--log=" + bench.path("log"), "--log-all", "--camera", "fi2-spi,rom=" + bench.rom_file(),
          "--", "bash", "-c",
          "\"$NYXUS\" upgrade --no-backup --force \"$IMAGE\" && exit 99; \"$NYXUS\" dump \"$OUT\""},
@@ -316,10 +311,46 @@ TEST(Dump, IsRightWhenAnUpgradeHasLeftTheRomUnlocked)
 TEST(Dump, LeavesNothingBehindWhenItCannotWrite)
 {
     const Bench bench;
-    EXPECT_EQ(bench.nyxus({kModel}, {"dump", bench.path("missing/dump.bin")}).exit_code, 1);
-    EXPECT_EQ(bench.nyxus({kModel}, {"dump", bench.path("")}).exit_code, 1);
-    EXPECT_EQ(bench.nyxus({kModel}, {"dump", "/dev/null"}).exit_code, 1);
+    const std::pair<std::string, const char*> rows[] = {
+        {bench.path("missing/dump.bin"), "No such file or directory"},
+        {bench.path(""), "Is a directory"},
+        {"/dev/full", "No space left on device"},
+        {"/dev/stdout", "it is not a plain file"}, // it carries messages
+    };
+    for (const auto& [file, reason] : rows) {
+        const Outcome outcome = bench.nyxus({kModel}, {"dump", file});
+        EXPECT_EQ(outcome.exit_code, 1) << file;
+        EXPECT_EQ(outcome.err, "nyxus: cannot write '" + file + "': " + reason + "\n");
+    }
     EXPECT_TRUE(std::filesystem::is_empty(bench.path("")));
+}
+
+TEST(Dump, KeepsLinksAndPermissions)
+{
+    namespace fs = std::filesystem;
+    const Bench bench;
+    fs::create_directory(bench.path("private"));
+    write_file(bench.path("private/rom.bin"), {1, 2, 3});
+    fs::permissions(bench.path("private/rom.bin"), fs::perms::owner_read | fs::perms::owner_write);
+    fs::create_symlink("private/rom.bin", bench.path("link.bin"));
+    const Outcome outcome = bench.nyxus_with_rom(kModel, {"dump", bench.path("link.bin")});
+    ASSERT_EQ(outcome.exit_code, 0) << outcome.err;
+    Bytes rom = read_file(bench.rom_file());
+    rom.resize(0x8000);
+    EXPECT_EQ(read_file(bench.path("private/rom.bin")), rom);
+    EXPECT_TRUE(fs::is_symlink(bench.path("link.bin")));
+    EXPECT_EQ(fs::status(bench.path("private/rom.bin")).permissions(),
+              fs::perms::owner_read | fs::perms::owner_write);
+    const fs::directory_iterator files(bench.path("private"));
+    EXPECT_EQ(std::distance(begin(files), end(files)), 1) << "no temporary file stays";
+}
+
+TEST(Messages, CarryNoControlCharactersOfFileNames)
+{
+    const Bench bench;
+    const Outcome outcome = bench.nyxus({kModel}, {"compare", bench.path("\x1B[2J\n für \x9B")});
+    EXPECT_EQ(outcome.err, "nyxus: cannot read '" + bench.path("?[2J? für ?") +
+                               "': No such file or directory\n");
 }
 
 TEST(Compare, ShowsWhereRomAndFileDiffer)
@@ -371,15 +402,15 @@ TEST(ResultAsJson, IsTheLastLineOfEveryCommandThatTakesTime)
             const Outcome outcome = bench.nyxus({kModel}, arguments);
             EXPECT_EQ(outcome.exit_code, c.exit_code) << outcome.err;
             std::istringstream lines(outcome.out);
-            json last;
+            Json last;
             size_t count = 0;
             for (std::string line; std::getline(lines, line); ++count)
-                last = json::parse(line);
+                last = Json::parse(line);
             EXPECT_EQ(last["event"], "result") << outcome.out;
             EXPECT_EQ(last["outcome"], c.outcome) << outcome.out;
             EXPECT_EQ(last["rom"], c.rom) << outcome.out;
             EXPECT_EQ(last["exit_code"], c.exit_code) << outcome.out;
-            EXPECT_FALSE(last["message"].get<std::string>().empty());
+            EXPECT_FALSE(last["message"].text().empty());
             EXPECT_TRUE(count == 1 || !quiet) << outcome.out;
         }
     }

@@ -186,7 +186,7 @@ public:
 
     // Peripherals; nyxus/peripheral.h has the ranges.
 
-    /// Drives pin 0 to 15. Writes that fail are not noticed. Blocks for up to 12 transfers.
+    /// Drives pin 0 to 15. Writes that fail are not noticed. Blocks for up to 9 transfers.
     Status set_gpio(uint8_t pin, bool high)
     {
         return Status::of(XU_GpioSet(device(), pin, high ? GPIO_HIGH : GPIO_LOW));

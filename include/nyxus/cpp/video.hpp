@@ -10,7 +10,6 @@
 #include <nyxus/cpp/camera.hpp>
 
 #include <functional>
-#include <mutex>
 
 namespace nyxus {
 
@@ -64,17 +63,13 @@ public:
     }
     ~Stream() { stop(); }
 
-    /// Ends the stream; no call of the callback is under way or follows. Waits for libuvc's
-    /// streaming thread.
+    /// Ends the stream; no call of the callback is under way or follows. Waits for a call of the
+    /// callback, and for libuvc's streaming thread.
     void stop()
     {
         if (!running_)
             return;
-        running_->silence();
         stopVideoStream(camera_);
-        // The stream of a camera that is gone is abandoned, and what is left of it may still look.
-        if (camera_->device_gone != 0)
-            (void)running_.release();
         running_.reset();
     }
 
@@ -90,7 +85,6 @@ private:
         static void on_frame(uvc_frame_t* frame, VideoStreamParam* param) noexcept
         {
             auto& running = *static_cast<Running*>(param);
-            const std::lock_guard<std::mutex> lock(running.mutex);
             if (running.callback) {
                 running.callback({frame->width,
                                   frame->height,
@@ -99,13 +93,6 @@ private:
             }
         }
 
-        void silence()
-        {
-            const std::lock_guard<std::mutex> lock(mutex);
-            callback = nullptr;
-        }
-
-        std::mutex mutex;
         FrameCallback callback;
     };
 

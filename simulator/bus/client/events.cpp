@@ -34,7 +34,7 @@ extern "C" int bind(int fd, const sockaddr* address, socklen_t bytes) noexcept
     if (bed == nullptr || address == nullptr || bytes < sizeof address->sa_family ||
         address->sa_family != AF_NETLINK)
         return next(fd, address, bytes);
-    const sim::EventLock lock(bed);
+    const files::Descriptor lock = sim::lock_events(bed);
     const int result = next(fd, address, bytes);
     if (result == 0)
         name_after_process(bed, fd);

@@ -2,6 +2,7 @@
 // usleep() of a program under a fast simulation: the cameras' clock advances instead.
 #include "bus/interpose.h"
 #include "bus/transport.h"
+#include "files/unix_socket.h"
 
 #include <unistd.h>
 
@@ -27,23 +28,23 @@ public:
             connect();
         sim::Reply reply;
         const sim::Request request{{.code = sim::kAdvanceClock, .first = duration_us}, {}};
-        return socket_ >= 0 && sim::send_request(socket_, request) &&
-               sim::receive_reply(socket_, reply);
+        return socket_ && sim::send_request(socket_.get(), request) &&
+               sim::receive_reply(socket_.get(), reply);
     }
 
 private:
     void connect()
     {
-        if (socket_ >= 0)
-            close(socket_);
         const char* bed = std::getenv("UMOCKDEV_DIR");
-        socket_ = bed != nullptr ? sim::connect_socket(sim::socket_path(bed)) : -1;
+        socket_.reset();
+        if (bed != nullptr)
+            socket_ = files::connect_to(sim::socket_path(bed));
         process_ = getpid();
     }
 
     std::mutex mutex_;
     pid_t process_ = 0;
-    int socket_ = -1;
+    files::Descriptor socket_;
 };
 
 } // namespace

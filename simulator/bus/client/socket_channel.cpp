@@ -2,6 +2,7 @@
 // The way to cameras of another process: one connection per opened node.
 #include "bus/node_hook.h"
 #include "bus/transport.h"
+#include "files/unix_socket.h"
 
 #include <unistd.h>
 
@@ -23,7 +24,10 @@ Reply gone()
 
 class SocketChannel final : public Channel {
 public:
-    SocketChannel(int socket, int ready_fd) : socket_(socket), ready_fd_(ready_fd) {}
+    SocketChannel(files::Descriptor socket, files::Descriptor ready)
+        : socket_(std::move(socket)), ready_(std::move(ready))
+    {
+    }
 
     // The server has dropped claims and URBs when this returns. The child of a fork closes its
     // copy only: the connection is its parent's.
@@ -31,24 +35,23 @@ public:
     {
         if (process_ == getpid())
             (void)SocketChannel::call({{.code = kCloseNode}, {}});
-        close(socket_);
-        close(ready_fd_);
     }
 
     Reply call(Request&& request) override
     {
         const std::lock_guard lock(mutex_);
         Reply reply;
-        return send_request(socket_, request) && receive_reply(socket_, reply) ? reply : gone();
+        return send_request(socket_.get(), request) && receive_reply(socket_.get(), reply) ? reply
+                                                                                           : gone();
     }
 
-    int ready_fd() const override { return ready_fd_; }
+    int ready_fd() const override { return ready_.get(); }
 
 private:
     std::mutex mutex_;
     pid_t process_ = getpid();
-    int socket_;
-    int ready_fd_;
+    files::Descriptor socket_;
+    files::Descriptor ready_;
 };
 
 } // namespace
@@ -56,18 +59,18 @@ private:
 std::unique_ptr<Channel> connect_node(const NodeName& node)
 {
     const char* bed = std::getenv("UMOCKDEV_DIR");
-    const int socket = bed != nullptr ? connect_socket(socket_path(bed)) : -1;
-    if (socket < 0)
+    files::Descriptor socket;
+    if (bed != nullptr)
+        socket = files::connect_to(socket_path(bed));
+    if (!socket)
         return nullptr;
     const Request request{{.code = kOpenNode, .first = node.bus, .second = node.address}, {}};
     Reply reply;
-    int ready_fd = -1;
-    if (!send_request(socket, request) || !receive_reply(socket, reply, ready_fd) ||
-        reply.header.result < 0 || ready_fd < 0) {
-        close(socket);
+    files::Descriptor ready;
+    if (!send_request(socket.get(), request) || !receive_reply(socket.get(), reply, ready) ||
+        reply.header.result < 0 || !ready)
         return nullptr;
-    }
-    return std::make_unique<SocketChannel>(socket, ready_fd);
+    return std::make_unique<SocketChannel>(std::move(socket), std::move(ready));
 }
 
 } // namespace sim

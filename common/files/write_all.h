@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-namespace tool {
+namespace files {
 
 /// Zero, or the errno of what cannot be written. Waits for room as long as it takes.
 int write_all(int fd, std::string_view text);
@@ -12,4 +12,4 @@ int write_all(int fd, std::string_view text);
 /// reader that has stopped keeps no process from ending.
 int write_before_end(int fd, std::string_view text);
 
-} // namespace tool
+} // namespace files

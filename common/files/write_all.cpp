@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "write_all.h"
+#include "files/write_all.h"
 
 #include <poll.h>
 #include <unistd.h>
 #include <cerrno>
 #include <climits>
 
-namespace tool {
+namespace files {
 
 static bool has_room(int fd, int patience_ms)
 {
@@ -18,8 +18,10 @@ int write_all(int fd, std::string_view text)
 {
     while (!text.empty()) {
         const ssize_t count = write(fd, text.data(), text.size());
-        if (count >= 0) {
+        if (count > 0) {
             text.remove_prefix(static_cast<size_t>(count));
+        } else if (count == 0) {
+            return EIO;
         } else if (errno == EAGAIN) { // whoever shares the pipe has made it so
             has_room(fd, -1);
         } else if (errno != EINTR) {
@@ -44,4 +46,4 @@ int write_before_end(int fd, std::string_view text)
     return 0;
 }
 
-} // namespace tool
+} // namespace files

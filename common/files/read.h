@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace files {
+
+/// All bytes of a file, a pipe or a device. Throws std::system_error, whose text is whole ("cannot
+/// read 'rom.bin': No such file or directory"); EFBIG when there are more than `most`.
+std::vector<uint8_t> read_file(const std::string& path, size_t most);
+std::string read_text(const std::string& path, size_t most);
+
+} // namespace files

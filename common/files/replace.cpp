@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "files/replace.h"
+
+#include "files/descriptor.h"
+#include "files/write_all.h"
+#include "text/format.h"
+#include "text/printable.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <cstdio>
+#include <filesystem>
+#include <optional>
+#include <random>
+#include <string_view>
+#include <system_error>
+
+namespace files {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+[[noreturn]] void fail(int error)
+{
+    throw std::system_error(error, std::generic_category());
+}
+
+void check(int result)
+{
+    if (result != 0)
+        fail(errno);
+}
+
+/// What is there now, behind all links. The kernel bounds them, and refuses those that somebody
+/// else has laid into a shared folder.
+std::optional<struct stat> find(const fs::path& path)
+{
+    struct stat entry {};
+    if (stat(path.c_str(), &entry) == 0)
+        return entry;
+    if (errno != ENOENT)
+        fail(errno);
+    return std::nullopt;
+}
+
+fs::path behind_links(fs::path path)
+{
+    constexpr int kMostLinks = 40; // the kernel's own limit; they may change while we look
+    for (int links = 0; fs::is_symlink(fs::symlink_status(path)); ++links) {
+        if (links == kMostLinks)
+            fail(ELOOP);
+        path = path.parent_path() / fs::read_symlink(path);
+    }
+    return path;
+}
+
+/// The new contents until they take the file's name; without that they vanish.
+class Draft {
+public:
+    Draft(const fs::path& target, mode_t mode)
+    {
+        constexpr size_t kLongestStem = 240; // of the 255 bytes that a name may have
+        const std::string stem = target.filename().string().substr(0, kLongestStem);
+        std::random_device random;
+        do {
+            name_ = target.parent_path() / (stem + text::format(".%08x", random()));
+            file_.reset(open(name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+        } while (!file_ && errno == EEXIST);
+        if (!file_)
+            fail(errno);
+    }
+    ~Draft()
+    {
+        if (file_)
+            unlink(name_.c_str());
+    }
+    Draft(const Draft&) = delete;
+    Draft& operator=(const Draft&) = delete;
+
+    int fd() const { return file_.get(); }
+    void take_name(const fs::path& target)
+    {
+        if (fsync(fd()) != 0 && errno != EINVAL) // EINVAL: this file system has nothing to wait for
+            fail(errno);
+        check(std::rename(name_.c_str(), target.c_str()));
+        file_.reset();
+    }
+
+private:
+    fs::path name_;
+    Descriptor file_;
+};
+
+void put(int fd, std::span<const uint8_t> bytes)
+{
+    const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    if (const int error = write_all(fd, text); error != 0)
+        fail(error);
+}
+
+void write_in_place(const fs::path& path, std::span<const uint8_t> bytes)
+{
+    const Descriptor file(open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
+    if (!file)
+        fail(errno);
+    put(file.get(), bytes);
+}
+
+/// Only root gives files away; the group may be another one of ours.
+void keep_owner_and_mode(int fd, const struct stat& before)
+{
+    constexpr mode_t kPermissions = 0777;
+    constexpr auto kSameUser = static_cast<uid_t>(-1);
+    (void)(fchown(fd, before.st_uid, before.st_gid) == 0 ||
+           fchown(fd, kSameUser, before.st_gid) == 0);
+    check(fchmod(fd, before.st_mode & kPermissions));
+}
+
+/// The new name survives a power cut, too. Not every file system can do that.
+void sync_folder(const fs::path& file)
+{
+    const fs::path folder = file.has_parent_path() ? file.parent_path() : ".";
+    if (const Descriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)); opened)
+        (void)fsync(opened.get());
+}
+
+void replace(const fs::path& path, std::span<const uint8_t> bytes)
+{
+    const std::optional<struct stat> before = find(path);
+    if (before && S_ISDIR(before->st_mode))
+        fail(EISDIR);
+    if (before && !S_ISREG(before->st_mode))
+        return write_in_place(path, bytes);
+    const fs::path target = behind_links(path);
+    Draft draft(target, before ? 0600 : 0666);
+    put(draft.fd(), bytes);
+    if (before)
+        keep_owner_and_mode(draft.fd(), *before);
+    draft.take_name(target);
+    sync_folder(target);
+}
+
+} // namespace
+
+void replace_file(const std::string& path, std::span<const uint8_t> bytes)
+{
+    try {
+        replace(path, bytes);
+    } catch (const std::system_error& error) {
+        throw std::system_error(error.code(), "cannot write " + text::in_quotes(path));
+    }
+}
+
+} // namespace files
