@@ -1,14 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <fcntl.h>
 #include <pwd.h>
+#include <sys/file.h>
 #include <unistd.h>
 #include <cctype>
-#include <cerrno>
 #include <cstdlib>
 #include <ctime>
 #include <nyxus/engine/backups.hpp>
+#include <system_error>
 
-#include "text/format.h"
-#include "whole_file.h"
+#include "files/descriptor.h"
+#include "files/replace.h"
+#include "text/printable.h"
 
 namespace nyxus::engine {
 
@@ -68,6 +71,28 @@ Status not_kept(const std::string& reason)
             "cannot keep a backup of the ROM: " + reason + "; nothing was written"};
 }
 
+/// Keeps others of us from taking the same name, as long as it lives; on file systems that can.
+files::Descriptor lock_folder(const fs::path& folder)
+{
+    files::Descriptor lock(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    (void)flock(lock.get(), LOCK_EX);
+    return lock;
+}
+
+/// "" when there are more cameras of one serial number than letters.
+fs::path free_name(const fs::path& folder, const std::string& stem, const char* suffix)
+{
+    for (int i = 0; i < kTries; ++i) {
+        const std::string base = stem + utc_stamp();
+        for (char letter = 'a'; letter <= 'z'; ++letter) {
+            if (fs::path path = folder / (base + letter + suffix); !fs::exists(path))
+                return path;
+        }
+        usleep(kPause_us);
+    }
+    return {};
+}
+
 } // namespace
 
 Backups::Backups() : folder_(state_folder()) {}
@@ -76,24 +101,20 @@ Result<fs::path> Backups::keep(const CameraInfo& camera, Bytes contents, Proven 
 {
     if (folder_.empty())
         return not_kept("there is no home folder");
-    std::error_code error;
-    fs::create_directories(folder(), error);
-    if (error)
-        return not_kept("'" + folder().string() + "': " + error.message());
-    const char* suffix = proven == Proven::kYes ? kSuffix : kUnprovenSuffix;
-    for (int i = 0; i < kTries; ++i) {
-        const std::string stem = file_stem(camera) + utc_stamp();
-        for (char letter = 'a'; letter <= 'z'; ++letter) {
-            fs::path path = folder() / (stem + letter + suffix);
-            const Status written = write_whole_file(path, contents, IfThere::kLeave);
-            if (written)
-                return path;
-            if (written.code() != NYXUS_E_SYSTEM(EEXIST))
-                return not_kept(written.message());
-        }
-        usleep(kPause_us);
+    try {
+        fs::create_directories(folder());
+        const files::Descriptor lock = lock_folder(folder());
+        fs::path path = free_name(folder(), file_stem(camera),
+                                  proven == Proven::kYes ? kSuffix : kUnprovenSuffix);
+        if (path.empty())
+            return not_kept("there are many of this second already");
+        files::replace_file(path, {contents.data(), contents.size()});
+        return path;
+    } catch (const fs::filesystem_error& error) {
+        return not_kept(text::in_quotes(error.path1().string()) + ": " + error.code().message());
+    } catch (const std::system_error& error) {
+        return not_kept(error.what());
     }
-    return not_kept("there are many of this second already");
 }
 
 Result<fs::path> Backups::newest(const CameraInfo& camera) const
@@ -111,10 +132,12 @@ Result<fs::path> Backups::newest(const CameraInfo& camera) const
         newest = is_mine ? std::max(newest, name) : newest;
     }
     if (error && error != std::errc::no_such_file_or_directory) {
-        return Status(Reason::kFile, "cannot read '" + folder().string() + "': " + error.message());
+        return Status(Reason::kFile,
+                      "cannot read " + text::in_quotes(folder().string()) + ": " + error.message());
     }
     if (newest.empty())
-        return Status(Reason::kNoBackup, "there is no backup in '" + folder().string() + "'");
+        return Status(Reason::kNoBackup,
+                      "there is no backup in " + text::in_quotes(folder().string()));
     return folder() / newest;
 }
 
@@ -126,10 +149,12 @@ fs::path Backups::change_file(const CameraInfo& camera) const
 void Backups::remember_change(const CameraInfo& camera, const std::string& running) const
 {
     const fs::path path = change_file(camera);
-    std::error_code error;
-    fs::create_directories(path.parent_path(), error);
-    const Bytes text(reinterpret_cast<const uint8_t*>(running.data()), running.size());
-    (void)write_whole_file(path, text, IfThere::kReplace); // as announced
+    try {
+        fs::create_directories(path.parent_path());
+        files::replace_file(path,
+                            {reinterpret_cast<const uint8_t*>(running.data()), running.size()});
+    } catch (const std::system_error&) { // NOLINT(bugprone-empty-catch): see the header
+    }
 }
 
 void Backups::forget_change(const CameraInfo& camera) const

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "image_file.h"
 
-#include <cerrno>
 #include <filesystem>
+#include <system_error>
 
+#include "files/read.h"
 #include "text/format.h"
 #include "text/printable.h"
 
@@ -41,14 +42,11 @@ Result<std::vector<uint8_t>> read_image_file(const std::string& path, uint32_t c
     }
     if (Status possible = check_image_size(text::in_quotes(path), size, capacity, kind); !possible)
         return possible;
-    std::ifstream file(path, std::ios::binary);
-    if (!file)
-        return read_failure(path, std::generic_category().message(errno));
-    std::vector<uint8_t> bytes(size);
-    file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(size));
-    if (static_cast<size_t>(file.gcount()) != size)
-        return read_failure(path, "it cannot be read to its end");
-    return bytes;
+    try {
+        return files::read_file(path, capacity);
+    } catch (const std::system_error& failure) {
+        return Status(Reason::kFile, failure.what());
+    }
 }
 
 } // namespace nyxus::engine

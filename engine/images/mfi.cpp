@@ -124,14 +124,14 @@ std::string write_serial(Field image, const std::string& serial)
 Result<Mfi> Mfi::load(const std::string& path)
 {
     auto bytes = read_image_file(path, NYXUS_MFI_BIN_CAPACITY, "an MFi image");
-    return bytes ? Result(Mfi(*std::move(bytes))) : bytes.status();
+    return bytes ? Result<Mfi>(Mfi(*std::move(bytes))) : bytes.status();
 }
 
 Result<Mfi> Mfi::from(std::vector<uint8_t> bytes, const std::string& name)
 {
     const Status possible =
         check_image_size(name, bytes.size(), NYXUS_MFI_BIN_CAPACITY, "an MFi image");
-    return possible ? Result(Mfi(std::move(bytes))) : possible;
+    return possible ? Result<Mfi>(Mfi(std::move(bytes))) : possible;
 }
 
 Status Mfi::set_serial(const std::string& serial)

@@ -20,7 +20,7 @@ Status enable_writing(Camera& camera, bool enable, const Caller& caller)
         library_failure(enable ? "unlocking the ROM failed" : "locking the ROM again failed", rv);
     if (failure.reason() != Reason::kTimedOut)
         return failure;
-    return {Reason::kProtected, failure.message(), failure.code(), failure.origin()};
+    return {Reason::kProtected, failure.message(), failure.code(), failure.where()};
 }
 
 Status erase_flash(Camera& camera, const Caller& caller)

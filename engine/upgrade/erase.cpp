@@ -29,10 +29,8 @@ Status change_rom(Camera& camera, const Backups& backups, const Caller& caller, 
 
 Status do_erase(Camera& camera, const Backups& backups, const Caller& caller, Report& report)
 {
-    if (!camera.has_spi_flash()) {
-        return {Reason::kNotSupported,
-                camera.name() + " has an EEPROM, which cannot be erased; an upgrade overwrites it"};
-    }
+    if (Status possible = check_erasable(camera); !possible)
+        return possible;
     if (caller.stop.stop_requested())
         return stopped();
     if (Status done = change_rom(camera, backups, caller, report); !done)
@@ -47,6 +45,14 @@ Status do_erase(Camera& camera, const Backups& backups, const Caller& caller, Re
 }
 
 } // namespace
+
+Status check_erasable(const Camera& camera)
+{
+    if (camera.has_spi_flash())
+        return {};
+    return {Reason::kNotSupported,
+            camera.name() + " has an EEPROM, which cannot be erased; an upgrade overwrites it"};
+}
 
 uint32_t erased_bytes(const Camera& camera)
 {

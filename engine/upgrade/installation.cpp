@@ -98,8 +98,7 @@ Status program(const Task& task, const Plan& plan)
         report.rom = RomContents::kUnverified;
         report.bytes = bytes_to_write(plan);
     } else if (report.rom == RomContents::kUnchanged) {
-        done = {done.reason(), done.message() + "; nothing was written", done.code(),
-                done.origin()};
+        done = {done.reason(), done.message() + "; nothing was written", done.code(), done.where()};
     }
     return change.end(std::move(done));
 }
@@ -156,7 +155,7 @@ Status install(const Task& task, const Plan& plan)
         if (back.reason() == Reason::kStopped)
             return back;
         return {Reason::kCameraGone, back.message() + "; before: " + done.message(), done.code(),
-                done.origin()};
+                done.where()};
     }
     tell(task.caller, {.kind = Event::Kind::kRetries, .text = task.camera.name()});
     return program_and_verify(task, plan);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "installation.h"
 #include "report/phase_scope.h"
+#include "text/printable.h"
 
 namespace nyxus::engine {
 
@@ -11,9 +12,9 @@ namespace {
 /// number.
 bool is_same_camera(const CameraInfo& before, const Camera& now, const Images& images)
 {
-    const std::string& serial = now.info().serial;
+    const std::string serial = text::printable(now.info().serial);
     if (!serial.empty())
-        return serial == before.serial;
+        return serial == text::printable(before.serial);
     return !now.runs_external_firmware() && !(images.mfi && images.mfi->is_for_one_camera());
 }
 
@@ -22,8 +23,9 @@ Status refuse_other_camera(const CameraInfo& before, const Camera& now, const Im
 {
     if (is_same_camera(before, now, images))
         return {};
+    const std::string serial = text::printable(before.serial);
     const std::string lost =
-        before.serial.empty() ? "without a serial number" : "with serial number " + before.serial;
+        serial.empty() ? "without a serial number" : "with serial number " + serial;
     return {Reason::kCameraGone, now.name() + " is at port " + before.port_path +
                                      " now, but perhaps not the camera " + lost +
                                      " that went away, so it is left alone"};

@@ -24,6 +24,16 @@ const char* to_text(Action action)
     return kTexts[static_cast<size_t>(action)];
 }
 
+bool is_up_to_date(const Plan& plan, Bytes before)
+{
+    return std::all_of(plan.steps.begin(), plan.steps.end(), [before](const Step& step) {
+        const bool is_image =
+            step.action == Action::kWriteMfi || step.action == Action::kWriteFirmware;
+        return !is_image || (step.address + step.data.size() <= before.size() &&
+                             find_difference(before.subspan(step.address), step.data).count == 0);
+    });
+}
+
 uint32_t replaced_bytes(const Camera& camera)
 {
     constexpr uint32_t kReachable = 0x10000; // the controller runs from the first block only

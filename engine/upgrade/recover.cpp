@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <nyxus/engine/upgrade.hpp>
 
+#include "text/printable.h"
+
 namespace nyxus::engine {
 
 static Result<std::string> latest_backup(const Camera& camera, const Backups& backups)
@@ -10,8 +12,8 @@ static Result<std::string> latest_backup(const Camera& camera, const Backups& ba
         return newest->string();
     if (newest.status().reason() != Reason::kNoBackup)
         return newest.status();
-    return Status(Reason::kNoBackup, "there is no backup of " + camera.name() + " in '" +
-                                         backups.folder().string() + "'");
+    return Status(Reason::kNoBackup, "there is no backup of " + camera.name() + " in " +
+                                         text::in_quotes(backups.folder().string()));
 }
 
 Result<Recovery> find_recovery(const Camera& camera, const Backups& backups,

@@ -6,16 +6,6 @@ namespace nyxus::engine {
 
 namespace {
 
-bool is_up_to_date(Bytes rom, const Plan& plan)
-{
-    return std::all_of(plan.steps.begin(), plan.steps.end(), [rom](const Step& step) {
-        const bool is_image =
-            step.action == Action::kWriteMfi || step.action == Action::kWriteFirmware;
-        return !is_image || (step.address + step.data.size() <= rom.size() &&
-                             find_difference(rom.subspan(step.address), step.data).count == 0);
-    });
-}
-
 /// Keeps what the upgrade replaces, and tells what it does not keep.
 Status back_up(const Task& task, const Plan& plan, Bytes before)
 {
@@ -47,7 +37,7 @@ Status do_upgrade(const Task& task)
         before = *std::move(read);
     }
     const Plan plan = plan_upgrade(task.camera, task.images, task.options, before);
-    if (!task.options.always && is_up_to_date(before, plan)) {
+    if (!task.options.always && is_up_to_date(plan, before)) {
         task.report.up_to_date = true;
         task.report.rom = RomContents::kNew;
         return {};

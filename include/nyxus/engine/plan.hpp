@@ -52,6 +52,9 @@ struct Plan {
 NYXUS_ENGINE_API Plan plan_upgrade(const Camera& camera, const Images& images,
                                    const UpgradeOptions& options, Bytes before = {});
 
+/// Whether the ROM holds what the plan writes; `before` as above.
+NYXUS_ENGINE_API bool is_up_to_date(const Plan& plan, Bytes before);
+
 /// Bytes of the ROM that an upgrade may change and the camera can use.
 NYXUS_ENGINE_API uint32_t replaced_bytes(const Camera& camera);
 

@@ -6,11 +6,7 @@
 #ifndef NYXUS_ENGINE_STATUS_HPP
 #define NYXUS_ENGINE_STATUS_HPP
 
-#include <cstdint>
-#include <exception>
-#include <optional>
-#include <string>
-#include <utility>
+#include <nyxus/cpp/result.hpp>
 
 /// What libnyxus-engine exports.
 #define NYXUS_ENGINE_API __attribute__((visibility("default")))
@@ -38,38 +34,31 @@ enum class Reason {
     kNotStarted,       ///< the camera does not start what its ROM holds
 };
 
-/// Success, or why there is none.
-class [[nodiscard]] Status {
+/// Success, or why there is none. Its message says what failed and why, printable, in one line
+/// without a full stop. It names no command of any program, and what the ROM holds only where that
+/// is "nothing was written".
+class [[nodiscard]] Status : public nyxus::Status {
 public:
     /// Success.
     Status() = default;
-    Status(Reason reason, std::string message, int32_t code = 0, std::string origin = {})
-        : reason_(reason), code_(code), message_(std::move(message)), origin_(std::move(origin))
+    Status(Reason reason, std::string message, int32_t code = 0, std::string where = {})
+        : nyxus::Status(code, std::move(message)), reason_(reason), where_(std::move(where))
     {
     }
 
-    bool ok() const { return reason_ == Reason::kNone; }
-    explicit operator bool() const { return ok(); }
     Reason reason() const { return reason_; }
-    /// The status of libNYXUS (nyxus/error.h) that it came from, 0 if none.
-    int32_t code() const { return code_; }
-    /// What failed and why, printable, in one line without a full stop. It names no command of any
-    /// program, and what the ROM holds only where that is "nothing was written".
-    const std::string& message() const { return message_; }
     /// Where in libNYXUS it began, with the code: "NYXuIoctl.cpp(42): ..., -16393"; "" if nowhere.
-    const std::string& origin() const { return origin_; }
-    /// The message, "; " and the advice if there is one, and the origin in brackets.
+    const std::string& where() const { return where_; }
+    /// The message, "; " and the advice if there is one, and where it began in brackets.
     std::string text(const std::string& advice = {}) const
     {
-        return message_ + (advice.empty() ? "" : "; " + advice) +
-               (origin_.empty() ? "" : " [" + origin_ + "]");
+        return message() + (advice.empty() ? "" : "; " + advice) +
+               (where_.empty() ? "" : " [" + where_ + "]");
     }
 
 private:
     Reason reason_ = Reason::kNone;
-    int32_t code_ = 0;
-    std::string message_;
-    std::string origin_;
+    std::string where_;
 };
 
 /// What a negative status means that libNYXUS has just returned on this thread.
@@ -78,41 +67,9 @@ NYXUS_ENGINE_API Status library_failure(const std::string& doing, int32_t status
 NYXUS_ENGINE_API Status usb_failure(const std::string& doing, int libusb_code);
 NYXUS_ENGINE_API std::string usb_reason(int libusb_code);
 
-/// A value, or why there is none. Taking the value of a failure ends the program.
+/// A value, or why there is none.
 template <typename T>
-class [[nodiscard]] Result {
-public:
-    Result(T value) : value_(std::move(value)) {}
-    Result(Status failure) : status_(std::move(failure)) {}
-
-    bool ok() const { return value_.has_value(); }
-    explicit operator bool() const { return ok(); }
-    const Status& status() const { return status_; }
-
-    T& operator*() &
-    {
-        require_value();
-        return *value_;
-    }
-    const T& operator*() const&
-    {
-        require_value();
-        return *value_;
-    }
-    T&& operator*() && { return std::move(**this); }
-    T* operator->() { return &**this; }
-    const T* operator->() const { return &**this; }
-
-private:
-    void require_value() const
-    {
-        if (!value_)
-            std::terminate();
-    }
-
-    std::optional<T> value_;
-    Status status_;
-};
+using Result = nyxus::Result<T, Status>;
 
 } // namespace nyxus::engine
 

@@ -46,8 +46,10 @@ struct Recovery {
 NYXUS_ENGINE_API Result<Recovery> find_recovery(const Camera& camera, const Backups& backups,
                                                 const std::string& file, bool although_healthy);
 
+/// kNotSupported for an EEPROM. Nothing blocks.
+NYXUS_ENGINE_API Status check_erasable(const Camera& camera);
 /// Erases an SPI flash and looks whether it is blank; the camera runs the firmware in its chip
-/// after the next restart. An EEPROM cannot be erased: kNotSupported.
+/// after the next restart.
 NYXUS_ENGINE_API Report erase(Camera& camera, const Backups& backups, const Caller& caller);
 /// Bytes that it looks at.
 NYXUS_ENGINE_API uint32_t erased_bytes(const Camera& camera);
