@@ -79,11 +79,6 @@ const char* to_text(Outcome outcome)
     return kOutcomes[static_cast<size_t>(outcome)];
 }
 
-const char* to_text(RomContents contents)
-{
-    return kContents[static_cast<size_t>(contents)];
-}
-
 std::string json_line(const Progress& progress)
 {
     const auto remaining = progress.remaining_s();

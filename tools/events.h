@@ -4,6 +4,7 @@
 #include "exit_codes.h"
 
 #include <cstdint>
+#include <nyxus/engine/events.hpp>
 #include <optional>
 #include <string>
 #include <variant>
@@ -49,15 +50,7 @@ enum class Outcome {
 };
 const char* to_text(Outcome outcome);
 
-/// What the ROM holds then, with regard to the image.
-enum class RomContents {
-    kUnchanged,  ///< nothing was written
-    kNew,        ///< the image
-    kUnverified, ///< the image, but it was not read back
-    kIncomplete, ///< something between old and new
-    kErased,     ///< nothing
-};
-const char* to_text(RomContents contents);
+using nyxus::engine::RomContents;
 
 /// How such a command ended.
 struct Result {

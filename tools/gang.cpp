@@ -6,8 +6,8 @@
 #include "failure.h"
 #include "files/pipe.h"
 #include "gang_display.h"
-#include "image_file.h"
 #include "json_text.h"
+#include "programming.h"
 #include "result.h"
 #include "text.h"
 #include "worker.h"
@@ -290,6 +290,8 @@ private:
             follow_rom(job, *progress);
             if (new_phase)
                 view_->changed(job);
+            if (new_phase && arguments_.verbosity > 0)
+                view_->note(job, progress->phase);
         } else if (const auto* result = std::get_if<Result>(&*event)) {
             job.result = *result;
             running.has_result = true;
@@ -401,20 +403,12 @@ std::vector<Job> find_jobs(Console& console, const Arguments& arguments)
     return jobs;
 }
 
-/// What is wrong with a file is said once.
-void check_files(const Arguments& arguments)
-{
-    load_firmware(arguments.file);
-    if (!arguments.mfi_file.empty())
-        load_mfi(arguments.mfi_file, "");
-}
-
 } // namespace
 
 ExitCode plan_gang(Console& console, const Arguments& arguments, const Run& plan)
 {
     refuse_single_camera_options(arguments);
-    check_files(arguments);
+    load_images(arguments); // what is wrong with a file is said once
     int code = kExitOk;
     for (const Job& job : find_jobs(console, arguments)) {
         Arguments single = arguments;
@@ -438,7 +432,7 @@ ExitCode plan_gang(Console& console, const Arguments& arguments, const Run& plan
 ExitCode run_gang(Console& console, const Arguments& arguments)
 {
     refuse_single_camera_options(arguments);
-    check_files(arguments);
+    load_images(arguments);        // what is wrong with a file is said once
     std::signal(SIGPIPE, SIG_IGN); // the workers inherit it: they outlive a reader that goes away
     std::signal(SIGCHLD, SIG_DFL); // a supervisor may have had it ignored
     std::vector<Job> jobs = find_jobs(console, arguments);

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "arguments.h"
-#include "camera.h"
 #include "console.h"
 #include "failure.h"
 #include "json_text.h"
 #include "text.h"
 
+#include <nyxus/trace.h>
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -39,7 +40,7 @@ ExitCode run_reporting_failures(const Arguments& arguments)
 {
     Console console(arguments.verbosity, arguments.patience_s);
     try {
-        prepare_library(arguments.verbosity);
+        NyTraceVerbose_level(std::min(arguments.verbosity, 3));
         if (arguments.quiet || arguments.json)
             console.display().be_quiet(); // until events are told
         if (arguments.json)
