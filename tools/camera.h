@@ -4,7 +4,7 @@
 #include "camera_list.h"
 #include "console.h"
 
-#include <nyxus/engine.hpp>
+#include <nyxus/engine/camera.hpp>
 
 namespace tool {
 

@@ -3,6 +3,7 @@
 #include "commands.h"
 #include "failure.h"
 #include "follower.h"
+#include "programming.h"
 
 #include <algorithm>
 
@@ -38,11 +39,8 @@ Camera open_with_rom(Console& console, const Arguments& arguments)
     constexpr uint32_t kKib = 1024;
     Camera camera = open_chosen(console, arguments);
     const engine::Status usable = camera.require_rom(arguments.eeprom_kib * kKib);
-    if (usable.reason() == engine::Reason::kNotSupported) {
-        throw failure_of(usable,
-                         "if it has an EEPROM, 'nyxus upgrade FILE --eeprom KIB' programs it");
-    }
-    require(usable);
+    if (!usable)
+        throw failure_of(usable, advice_for(usable.reason()));
     return camera;
 }
 

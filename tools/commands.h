@@ -19,9 +19,9 @@ void add_explain_command(Command& app, Arguments& arguments);
 void add_all_commands(Command& app, Arguments& arguments);
 
 ExitCode run_upgrade(Console& console, const Arguments& arguments);
-ExitCode run_gang(Console& console, const Arguments& arguments); ///< upgrade --all
+ExitCode run_batch(Console& console, const Arguments& arguments); ///< upgrade --all
 /// upgrade --all --dry-run: plans for one camera after the other; the worst exit code of them.
-ExitCode plan_gang(Console& console, const Arguments& arguments, const Run& plan);
+ExitCode plan_batch(Console& console, const Arguments& arguments, const Run& plan);
 ExitCode run_erase(Console& console, const Arguments& arguments);
 ExitCode run_dump(Console& console, const Arguments& arguments);
 ExitCode run_compare(Console& console, const Arguments& arguments);

@@ -5,6 +5,7 @@
 #include "camera.h"
 #include "value.h"
 
+#include <nyxus/engine/plan.hpp>
 #include <string>
 
 namespace tool {

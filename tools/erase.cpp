@@ -5,6 +5,8 @@
 #include "follower.h"
 #include "result.h"
 
+#include <nyxus/engine/upgrade.hpp>
+
 namespace tool {
 
 namespace {

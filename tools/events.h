@@ -7,7 +7,6 @@
 #include <nyxus/engine/events.hpp>
 #include <optional>
 #include <string>
-#include <variant>
 
 // What commands that take their time tell programs: one JSON object a line, described in
 // docs/json.md.
@@ -79,9 +78,5 @@ std::string json_line(const Progress& progress);
 std::string json_line(const Message& message);
 std::string json_line(const Result& result);
 std::string json_line(const Summary& summary);
-
-/// The event of a line; nothing when it is none, or one that this program does not know.
-using Event = std::variant<Progress, Message, Result>;
-std::optional<Event> parse_event(const std::string& line);
 
 } // namespace tool

@@ -27,6 +27,7 @@ ExitCode exit_code_of(engine::Reason reason)
         case Reason::kWrongImage:
             return kExitImageRefused;
         case Reason::kNotSupported:
+        case Reason::kUnknownRom:
             return kExitNotSupported;
         case Reason::kNothingToRecover:
             return kExitNotConfirmed;

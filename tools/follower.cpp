@@ -24,13 +24,12 @@ bool is_patient(Phase phase)
     return phase == Phase::kWaiting || phase == Phase::kRestarting;
 }
 
-/// The others take no time that anybody would notice.
+} // namespace
+
 bool is_shown(Phase phase)
 {
     return phase != Phase::kUnlocking && phase != Phase::kLocking;
 }
-
-} // namespace
 
 const char* consequence_of(RomContents rom)
 {

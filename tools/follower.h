@@ -4,7 +4,7 @@
 #include "arguments.h"
 #include "console.h"
 
-#include <nyxus/engine.hpp>
+#include <nyxus/engine/events.hpp>
 
 namespace tool {
 
@@ -12,6 +12,9 @@ namespace engine = nyxus::engine;
 
 /// What an end means for the camera when its ROM holds this, and what to do then; "" for nothing.
 const char* consequence_of(engine::RomContents rom);
+
+/// The others take no time that anybody would notice.
+bool is_shown(engine::Phase phase);
 
 /// Shows what the engine tells, and brings an interrupt to it where it may not end the program at
 /// once. It outlives the engine's work.

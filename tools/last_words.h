@@ -28,6 +28,10 @@ bool interrupt_came();
 /// Back to ending at once. True when one came meanwhile.
 bool stop_postponing();
 
+/// From now on interrupts are counted, and nothing else.
+void count_interrupts();
+unsigned interrupt_count();
+
 /// Called by the one thread that takes interrupts, so that none cuts a sleep of the others short.
 void receive_interrupts();
 

@@ -47,6 +47,13 @@ engine::UpgradeOptions upgrade_options(const Arguments& arguments)
             .wait_s = arguments.return_wait_s()};
 }
 
+std::string what_is_done(const Arguments& arguments, const engine::Images& images)
+{
+    return format("upgraded: %zu bytes of firmware", images.firmware.bytes().size()) +
+           (images.mfi ? format(", %zu bytes of MFi image", images.mfi->bytes().size()) : "") +
+           (arguments.skip_verify ? ", not read back" : ", read back and equal");
+}
+
 std::vector<uint8_t> read_rom(Console& console, const Arguments& arguments, Camera& camera,
                               size_t size)
 {
@@ -109,6 +116,18 @@ std::string advice_after(engine::RomContents rom)
     return rom == engine::RomContents::kUnchanged ? "" : consequence_of(rom);
 }
 
+const char* advice_for(engine::Reason reason)
+{
+    switch (reason) {
+        case engine::Reason::kUnknownRom:
+            return "if it has an EEPROM, 'nyxus upgrade FILE --eeprom KIB' programs it";
+        case engine::Reason::kNotStarted:
+            return "'nyxus upgrade' installs another image, 'nyxus recover FILE' an older backup";
+        default:
+            return "";
+    }
+}
+
 Failure failure_of(const engine::Report& report)
 {
     const engine::Status& status = report.status;
@@ -116,7 +135,8 @@ Failure failure_of(const engine::Report& report)
         return {kExitInterrupted, std::string("interrupted: ") + consequence_of(report.rom)};
     if (status.reason() == engine::Reason::kBackupNotKept)
         return {kExitFailure, status.text() + " ('--no-backup' goes on without one)"};
-    const Failure failure = failure_of(status, advice_after(report.rom));
+    const std::string advice = advice_for(status.reason());
+    const Failure failure = failure_of(status, advice.empty() ? advice_after(report.rom) : advice);
     return report.stopped ? Failure(kExitInterrupted, "interrupted; " + failure.text()) : failure;
 }
 

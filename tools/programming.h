@@ -6,6 +6,7 @@
 #include "events.h"
 #include "failure.h"
 
+#include <nyxus/engine/upgrade.hpp>
 #include <string>
 
 // What the commands that program the ROM have in common.
@@ -14,6 +15,10 @@ namespace tool {
 /// From the files of the command line.
 engine::Images load_images(const Arguments& arguments);
 engine::UpgradeOptions upgrade_options(const Arguments& arguments);
+
+/// How an upgrade has ended.
+std::string what_is_done(const Arguments& arguments, const engine::Images& images);
+inline constexpr char kUpToDate[] = "already up to date: the ROM equals the image";
 
 /// Reads the ROM's first bytes, as a phase of the display.
 std::vector<uint8_t> read_rom(Console& console, const Arguments& arguments, Camera& camera,
@@ -34,6 +39,8 @@ std::string reserved_area_remark(bool certain, const Arguments& arguments);
 
 /// What to do when the work has ended with this in the ROM; "" where the message says all.
 std::string advice_after(engine::RomContents rom);
+/// What to do about this, whatever the ROM holds; "" for nothing in particular.
+const char* advice_for(engine::Reason reason);
 /// Why a change of the ROM has failed or was interrupted, and what to do.
 Failure failure_of(const engine::Report& report);
 

@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "failure.h"
 #include "follower.h"
+#include "programming.h"
 #include "result.h"
 
 namespace tool {
@@ -20,11 +21,8 @@ static Camera restart(Console& console, const Arguments& arguments, Camera camer
 void start_new_firmware(Console& console, const Arguments& arguments, Camera camera)
 {
     const engine::Status started = check_started(restart(console, arguments, std::move(camera)));
-    if (!started) {
-        throw failure_of(started,
-                         "'nyxus upgrade' installs another image, 'nyxus recover FILE' an older "
-                         "backup");
-    }
+    if (!started)
+        throw failure_of(started, advice_for(started.reason()));
 }
 
 ExitCode run_reset(Console& console, const Arguments& arguments)

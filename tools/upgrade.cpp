@@ -11,15 +11,6 @@ namespace tool {
 
 namespace {
 
-constexpr char kUpToDate[] = "already up to date: the ROM equals the image";
-
-std::string what_is_done(const Arguments& arguments, const engine::Images& images)
-{
-    return format("upgraded: %zu bytes of firmware", images.firmware.bytes().size()) +
-           (images.mfi ? format(", %zu bytes of MFi image", images.mfi->bytes().size()) : "") +
-           (arguments.skip_verify ? ", not read back" : ", read back and equal");
-}
-
 void print_nothing_to_do(Console& console, const Arguments& arguments, Camera& camera)
 {
     Members values = json_of(label_of(camera));
@@ -72,8 +63,8 @@ void upgrade(Console& console, const Arguments& arguments, Result& result)
 ExitCode run_upgrade(Console& console, const Arguments& arguments)
 {
     if (arguments.all) {
-        return arguments.dry_run ? plan_gang(console, arguments, plan_upgrade)
-                                 : run_gang(console, arguments);
+        return arguments.dry_run ? plan_batch(console, arguments, plan_upgrade)
+                                 : run_batch(console, arguments);
     }
     if (arguments.dry_run)
         return plan_upgrade(console, arguments);

@@ -38,7 +38,7 @@ fs::path home_folder()
     return user != nullptr && user->pw_dir != nullptr ? user->pw_dir : "";
 }
 
-fs::path state_folder()
+fs::path usual_folder()
 {
     if (const char* state = std::getenv("XDG_STATE_HOME"); state != nullptr && *state == '/')
         return fs::path(state) / "nyxus";
@@ -95,7 +95,7 @@ fs::path free_name(const fs::path& folder, const std::string& stem, const char* 
 
 } // namespace
 
-Backups::Backups() : folder_(state_folder()) {}
+Backups::Backups() : folder_(usual_folder()) {}
 
 Result<fs::path> Backups::keep(const CameraInfo& camera, Bytes contents, Proven proven) const
 {

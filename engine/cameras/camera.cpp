@@ -64,7 +64,7 @@ Status Camera::require_rom(uint32_t eeprom_bytes)
     if (rom_state() != RomState::kUnknown)
         return {};
     if (eeprom_bytes == 0) {
-        return {Reason::kNotSupported,
+        return {Reason::kUnknownRom,
                 name() + " has no firmware in its ROM, and no SPI flash answers"};
     }
     const nyxus::Status set = assume_eeprom(eeprom_bytes);

@@ -141,7 +141,7 @@ Status Mfi::set_serial(const std::string& serial)
     if (!reason.empty())
         return {Reason::kWrongImage, reason + "; nothing was written"};
     bytes_ = std::move(changed);
-    for_one_camera_ = true;
+    serial_ = serial;
     return {};
 }
 

@@ -31,6 +31,7 @@
 #define NYXUS_ENGINE_HPP
 
 #include <nyxus/engine/backups.hpp>
+#include <nyxus/engine/batch.hpp>
 #include <nyxus/engine/camera.hpp>
 #include <nyxus/engine/events.hpp>
 #include <nyxus/engine/images.hpp>

@@ -139,7 +139,7 @@ TEST(EngineCameras, ABlankOneIsOpenedAndAnEepromNamed)
         Bench bench{model, std::vector<uint8_t>(spi ? 0x10000 : 0x8000, 0xFF)};
         engine::Camera camera = bench.open();
         EXPECT_EQ(camera.rom_state(), spi ? nyxus::RomState::kBlank : nyxus::RomState::kUnknown);
-        EXPECT_EQ(camera.require_rom(0).reason(), spi ? Reason::kNone : Reason::kNotSupported);
+        EXPECT_EQ(camera.require_rom(0).reason(), spi ? Reason::kNone : Reason::kUnknownRom);
         EXPECT_TRUE(camera.require_rom(0x8000));
         const engine::Report report = bench.upgrade(camera, images_for(model));
         EXPECT_TRUE(report.status) << model << report.status.text();

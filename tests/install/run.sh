@@ -50,9 +50,11 @@ cmake --build "$work/project/build" >"$work/log" || fail "$(cat "$work/log")"
 expect_probe "$work/project/build/cpp_client"
 expect_probe "$work/project/build/engine_client"
 
-# The tool, with nothing that helps it find its library.
+# The tool, with nothing that helps it find its library, and the library its helper program.
 nyxus-sim image --model rowan-spi --version 0x0205 "$work/image.bin" >"$work/log"
-XDG_STATE_HOME=$work nyxus-sim run --camera rowan-spi --speed fast -- \
-  nyxus upgrade "$work/image.bin" >"$work/log" 2>&1 || fail "$(cat "$work/log")"
+for which in --wait=5 --all; do
+  XDG_STATE_HOME=$work nyxus-sim run --camera rowan-spi --speed fast -- \
+    nyxus upgrade "$which" "$work/image.bin" >"$work/log" 2>&1 || fail "$(cat "$work/log")"
+done
 
 "$here/completion.sh" "$root"

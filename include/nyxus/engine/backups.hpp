@@ -25,6 +25,8 @@ public:
     NYXUS_ENGINE_API Backups();
     explicit Backups(std::filesystem::path folder) : folder_(std::move(folder)) {}
 
+    /// What it was made with.
+    const std::filesystem::path& state_folder() const { return folder_; }
     /// Where the backups are.
     std::filesystem::path folder() const { return folder_ / "backups"; }
 

@@ -27,8 +27,8 @@ public:
     Camera(Camera&&) noexcept = default;
     Camera& operator=(Camera&&) noexcept = default;
 
-    /// Takes a ROM that nobody has identified for an EEPROM of this size; kNotSupported when the
-    /// size is 0. Without an effect on any other ROM. Blocks for a transfer.
+    /// Takes a ROM that nobody has identified for an EEPROM of this size; kUnknownRom when the size
+    /// is 0. Without an effect on any other ROM. Blocks for a transfer.
     NYXUS_ENGINE_API Status require_rom(uint32_t eeprom_bytes);
 
     /// Name of the chip, printable.

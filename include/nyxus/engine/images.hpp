@@ -60,13 +60,15 @@ public:
     /// meant for one camera. kWrongImage, and nothing is changed, when it does not fit: the texts
     /// have a fixed length.
     NYXUS_ENGINE_API Status set_serial(const std::string& serial);
-    bool is_for_one_camera() const { return for_one_camera_; }
+    bool is_for_one_camera() const { return !serial_.empty(); }
+    /// The one that was put into it, "" if none was.
+    const std::string& serial() const { return serial_; }
 
 private:
     explicit Mfi(std::vector<uint8_t> bytes) : bytes_(std::move(bytes)) {}
 
     std::vector<uint8_t> bytes_;
-    bool for_one_camera_ = false;
+    std::string serial_;
 };
 
 /// What goes into a ROM.

@@ -27,6 +27,7 @@ enum class Reason {
     kMismatch,         ///< the ROM does not hold what was written
     kWrongImage,       ///< the image is broken, or not for this camera; nothing was written
     kNotSupported,     ///< by this camera
+    kUnknownRom,       ///< nothing tells what ROM the camera has
     kFile,             ///< a file or folder cannot be read or written
     kBackupNotKept,    ///< so that nothing was written
     kNoBackup,         ///< of this camera

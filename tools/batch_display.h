@@ -12,21 +12,24 @@
 
 namespace tool {
 
-/// One camera of a gang.
+/// One camera of a batch.
 struct Job {
     enum class State { kWaiting, kRunning, kEnded };
+    using Clock = std::chrono::steady_clock;
 
     CameraLabel camera;
     State state = State::kWaiting;
-    Progress progress;  ///< of the phase that it is in; no phase yet: ""
-    Result result;      ///< valid once it has ended
+    Progress progress; ///< of the phase that it is in; no phase yet: ""
+    Result result;     ///< valid once it has ended
+    Clock::time_point begun;
+    Clock::time_point phase_begun;
     std::string advice; ///< a command to run next; "" for none
 };
 
-/// Shows how a gang gets on. The jobs are those of its maker, by their index.
-class GangView {
+/// Shows how a batch gets on. The jobs are those of its maker, by their index.
+class BatchView {
 public:
-    virtual ~GangView() = default;
+    virtual ~BatchView() = default;
     /// A job has begun, entered a phase, or ended.
     virtual void changed(const Job& job) = 0;
     /// A line about a job, for standard error.
@@ -40,8 +43,8 @@ public:
 
 /// A table that is redrawn in place on a terminal, plain lines elsewhere, or JSON lines. A quiet
 /// one tells how each camera ended, and the summary.
-std::unique_ptr<GangView> make_gang_view(Display& display, const std::vector<Job>& jobs, bool json,
-                                         bool quiet);
+std::unique_ptr<BatchView> make_batch_view(Display& display, const std::vector<Job>& jobs,
+                                           bool json, bool quiet);
 
 /// Counts what has ended.
 Summary summarize(const std::vector<Job>& jobs);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "gang_display.h"
+#include "batch_display.h"
 
 #include "text.h"
 
@@ -16,7 +16,7 @@ constexpr size_t kSmallestBar = 5;
 constexpr size_t kLargestBar = 24;
 constexpr size_t kLongestLabel = 18;
 
-using Clock = std::chrono::steady_clock;
+using Clock = Job::Clock;
 
 std::string clock_text(double seconds)
 {
@@ -120,7 +120,7 @@ std::string summary_text(const Summary& summary)
     return text;
 }
 
-class JsonView : public GangView {
+class JsonView : public BatchView {
 public:
     explicit JsonView(Display& display) : display_(display) {}
 
@@ -137,7 +137,7 @@ private:
     Display& display_;
 };
 
-class PlainView : public GangView {
+class PlainView : public BatchView {
 public:
     PlainView(Display& display, const std::vector<Job>& jobs, bool quiet)
         : display_(display), labels_(jobs), tells_phases_(!quiet)
@@ -167,7 +167,7 @@ private:
 
 /// The table of a terminal. Lines that do not fit are left out while it runs: those that wait or
 /// have ended.
-class LiveView : public GangView {
+class LiveView : public BatchView {
 public:
     LiveView(Display& display, const std::vector<Job>& jobs)
         : display_(display), jobs_(jobs), labels_(jobs)
@@ -314,8 +314,8 @@ private:
 
 } // namespace
 
-std::unique_ptr<GangView> make_gang_view(Display& display, const std::vector<Job>& jobs, bool json,
-                                         bool quiet)
+std::unique_ptr<BatchView> make_batch_view(Display& display, const std::vector<Job>& jobs,
+                                           bool json, bool quiet)
 {
     if (json)
         return std::make_unique<JsonView>(display);
