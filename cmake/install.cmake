@@ -25,9 +25,12 @@ foreach(folder libdir includedir)
 endforeach()
 # The prefix itself is known only when it is installed: cmake --install BUILD --prefix FOLDER.
 set(pc_prefix @CMAKE_INSTALL_PREFIX@)
-configure_file(cmake/nyxus.pc.in ${PROJECT_BINARY_DIR}/nyxus.pc.in @ONLY)
-install(CODE "configure_file(\"${PROJECT_BINARY_DIR}/nyxus.pc.in\" \"${PROJECT_BINARY_DIR}/nyxus.pc\" @ONLY)")
-install(FILES ${PROJECT_BINARY_DIR}/nyxus.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+foreach(package nyxus nyxus-engine)
+  set(pc_file ${PROJECT_BINARY_DIR}/${package}.pc)
+  configure_file(cmake/${package}.pc.in ${pc_file}.in @ONLY)
+  install(CODE "configure_file(\"${pc_file}.in\" \"${pc_file}\" @ONLY)")
+  install(FILES ${pc_file} DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()
 
 # udev looks into lib/udev, whatever the architecture's folder for libraries.
 install(FILES packaging/udev/70-nyxus.rules DESTINATION lib/udev/rules.d)

@@ -86,11 +86,11 @@ snapshot)
 backup_and_upgrade)
     image
     run --camera rowan-spi,serial=A1,rom=rom --camera rowan-spi,serial=B1 -- \
-        "$programs/backup_and_upgrade" new.bin backup.rom A1
+        env XDG_STATE_HOME="$PWD/state" "$programs/backup_and_upgrade" new.bin A1
     says 'NY6410, firmware 0x0100'
     says 'verifying 100%'
     holds_image rom
-    [ "$(wc -c <backup.rom)" -eq 65536 ] || fail "the backup is incomplete"
+    [ "$(cat state/nyxus/backups/A1-*.rom | wc -c)" -eq 65536 ] || fail "the backup is incomplete"
     ;;
 door_camera)
     run --camera rowan-spi,serial=A1 --camera rowan-spi,serial=C1 -- \

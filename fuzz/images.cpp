@@ -1,25 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
-// Feeds the readers of firmware and MFi images, and the patching of serial numbers: the library's,
-// and the tool's checks in front of it. A serial number that the tool lets pass has to be in the
-// image afterwards, as text of the USB string descriptor.
+// Feeds the readers of firmware and MFi images, and the patching of serial numbers: the library's
+// and the engine's. A serial number that the engine takes has to be in the image afterwards, as
+// text of the USB string descriptor.
 //
 // Input: what to do; for serial numbers a length and the text; the file.
 #include <nyxus/nyxus.h>
+#include <nyxus/engine/images.hpp>
 
 #include <sys/mman.h>
 #include <unistd.h>
 #include <algorithm>
 #include <cstdlib>
-#include <span>
 #include <string>
 
 #include "support/input.h"
-#include "tools/failure.h"
-#include "tools/image_file.h"
-#include "tools/mfi_image.h"
 
 namespace {
 
+namespace engine = nyxus::engine;
 using Bytes = std::vector<uint8_t>;
 
 void check(bool holds)
@@ -71,65 +69,65 @@ void patch_with_library(const std::string& serial, Bytes image)
     MP_BinSetSerialNum(image.data(), serial.c_str());
 }
 
-void patch_with_tool(const std::string& serial, const Bytes& image)
+void patch_with_engine(const std::string& serial, const Bytes& image)
 {
-    tool::load_mfi(file_with(image), serial);
-    if (serial.empty())
+    auto mfi = engine::Mfi::from(image);
+    if (!mfi || !mfi->set_serial(serial))
         return;
     constexpr size_t kSerialAddress = 0x10;
     constexpr size_t kDescriptorHead = 2;
-    const std::span<const uint8_t> patched = tool::mfi();
+    const nyxus::Bytes patched = mfi->bytes();
     const auto address =
         static_cast<size_t>(image[kSerialAddress] << 8 | image[kSerialAddress + 1]);
     const size_t text = ((address - NYXUS_MFI_ROM_ADDR) & 0xFFFF) + kDescriptorHead;
     const Bytes expected = utf16(serial);
     check(text + expected.size() <= patched.size());
-    check(std::ranges::equal(patched.subspan(text, expected.size()), expected));
+    check(std::equal(expected.begin(), expected.end(), patched.begin() + text));
 }
 
-void load_with_tool(uint8_t kind, const Bytes& image)
+void load_with_engine(uint8_t kind, const Bytes& image)
 {
     const std::string& path = file_with(image);
-    if (kind == 0)
-        tool::load_firmware(path);
-    else if (kind == 1)
-        tool::load_rom_contents(path);
-    else
-        check(tool::load_image(path, 0x10000).size() <= image.size());
+    if (kind == 2) {
+        const auto loaded = engine::load_image(path, 0x10000);
+        return check(!loaded || loaded->size() <= image.size());
+    }
+    const auto firmware =
+        kind == 0 ? engine::Firmware::load(path) : engine::Firmware::load_rom(path);
+    if (firmware) {
+        check(firmware->bytes().size() <= image.size() && firmware->signature().size() == 2);
+        (void)firmware->rom_size(true);
+    }
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    enum Task : uint8_t { kLibrary, kLibrarySerial, kToolSerial, kToolLoad };
+    enum Task : uint8_t { kLibrary, kLibrarySerial, kEngineSerial, kEngineLoad };
     fuzz::Input input(data, size);
     const uint8_t task = input.byte();
     std::string serial;
-    if (task % 4 == kLibrarySerial || task % 4 == kToolSerial) {
+    if (task % 4 == kLibrarySerial || task % 4 == kEngineSerial) {
         const uint8_t length = input.byte();
         const Bytes text = input.bytes(length);
         serial.assign(text.begin(), text.end());
     }
     const Bytes image = input.rest();
     ny_trace_param = 0xFFFFFFFF;
-    try {
-        switch (task % 4) {
-            case kLibrary:
-                load_with_library(image);
-                break;
-            case kLibrarySerial:
-                patch_with_library(serial, image);
-                break;
-            case kToolSerial:
-                patch_with_tool(serial, image);
-                break;
-            default:
-                load_with_tool(task / 4 % 3, image);
-                break;
-        }
-    } catch (const tool::Failure&) {
-        // refused
+    switch (task % 4) {
+        case kLibrary:
+            load_with_library(image);
+            break;
+        case kLibrarySerial:
+            patch_with_library(serial, image);
+            break;
+        case kEngineSerial:
+            patch_with_engine(serial, image);
+            break;
+        default:
+            load_with_engine(task / 4 % 3, image);
+            break;
     }
     return 0;
 }

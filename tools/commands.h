@@ -19,9 +19,9 @@ void add_explain_command(Command& app, Arguments& arguments);
 void add_all_commands(Command& app, Arguments& arguments);
 
 ExitCode run_upgrade(Console& console, const Arguments& arguments);
-ExitCode run_gang(Console& console, const Arguments& arguments); ///< upgrade --all
+ExitCode run_batch(Console& console, const Arguments& arguments); ///< upgrade --all
 /// upgrade --all --dry-run: plans for one camera after the other; the worst exit code of them.
-ExitCode plan_gang(Console& console, const Arguments& arguments, const Run& plan);
+ExitCode plan_batch(Console& console, const Arguments& arguments, const Run& plan);
 ExitCode run_erase(Console& console, const Arguments& arguments);
 ExitCode run_dump(Console& console, const Arguments& arguments);
 ExitCode run_compare(Console& console, const Arguments& arguments);
@@ -35,13 +35,8 @@ Camera open_with_rom(Console& console, const Arguments& arguments);
 /// The cameras that match the user's choice; with --wait they may still be plugged in.
 std::vector<CameraEntry> matching_cameras(Console& console, const Arguments& arguments);
 
-/// Waits until the camera has left and come back with its interface ready to be claimed.
-CameraEntry wait_for_return(Console& console, const CameraEntry& before, unsigned wait_s);
 /// Restarts the camera, waits for its return and says how it came back. A Failure when it does not
 /// run from its ROM.
-void start_new_firmware(Console& console, Camera camera, unsigned wait_s);
-
-/// "runs external firmware 0x0205" or why it does not.
-std::string firmware_sentence(const Camera& camera);
+void start_new_firmware(Console& console, const Arguments& arguments, Camera camera);
 
 } // namespace tool

@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "commands.h"
-#include "image_file.h"
+#include "programming.h"
 #include "result.h"
-#include "rom_reader.h"
 #include "text.h"
 
 namespace tool {
 
 namespace {
 
-void print_difference(Display& display, const Difference& difference,
+void print_difference(Display& display, const engine::Difference& difference,
                       const std::vector<uint8_t>& rom, const std::vector<uint8_t>& image)
 {
     for (const size_t offset : difference.first_offsets)
@@ -21,21 +20,20 @@ void print_difference(Display& display, const Difference& difference,
 ExitCode compare(Console& console, const Arguments& arguments, Result& result)
 {
     constexpr uint32_t kLargestRom = 0x10000;
-    std::vector<uint8_t> image = load_image(arguments.file, kLargestRom);
+    std::vector<uint8_t> image = value_of(engine::load_image(arguments.file, kLargestRom));
     Camera camera = open_with_rom(console, arguments);
     result.camera = label_of(camera);
     promise_result(console, result);
     // A file that does not fit is different; the part that does still tells where.
-    const bool fits = image.size() <= camera.device().dwExtRomSize;
+    const bool fits = image.size() <= camera.rom_size();
     if (!fits) {
         console.display().warn(format("nyxus: the file has %zu bytes, the ROM only %u",
-                                      image.size(), camera.device().dwExtRomSize));
-        image.resize(camera.device().dwExtRomSize);
+                                      image.size(), camera.rom_size()));
+        image.resize(camera.rom_size());
     }
-    const std::vector<uint8_t> rom =
-        read_rom(console, camera, "reading", 0, static_cast<uint32_t>(image.size()));
+    const std::vector<uint8_t> rom = read_rom(console, arguments, camera, image.size());
 
-    const Difference difference = find_difference(rom, image);
+    const engine::Difference difference = engine::find_difference(rom, image);
     const bool equal = difference.count == 0 && fits;
     result.message = equal ? format("equal: %zu bytes", image.size())
                            : format("different: %zu of %zu bytes", difference.count, image.size());

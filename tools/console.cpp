@@ -2,12 +2,12 @@
 #include "console.h"
 
 #include "exit_codes.h"
-#include "kernel_driver.h"
 #include "last_line.h"
 #include "last_words.h"
 #include "text.h"
 
 #include <unistd.h>
+#include <nyxus/engine/kernel_driver.hpp>
 #include <string>
 
 namespace tool {
@@ -53,12 +53,6 @@ void Console::set_patient(bool patient)
     patient_ = patient;
 }
 
-void Console::set_watcher(Watcher* watcher)
-{
-    const std::lock_guard lock(line_mutex_);
-    watcher_ = watcher;
-}
-
 void Console::take_line(NyDevice*, uint32_t kind, const char* text, size_t length, void* console)
 {
     std::string_view line(text, length);
@@ -68,28 +62,19 @@ void Console::take_line(NyDevice*, uint32_t kind, const char* text, size_t lengt
         static_cast<Console*>(console)->on_line(line);
 }
 
-void Console::take_progress(NyDevice*, uint64_t done, uint64_t /*total*/, void* user)
+void Console::take_progress(NyDevice*, uint64_t /*done*/, uint64_t /*total*/, void* user)
 {
-    auto& console = *static_cast<Console*>(user);
-    console.sign_of_life();
-    const std::lock_guard lock(console.line_mutex_);
-    if (console.watcher_ != nullptr)
-        console.watcher_->on_progress(done);
+    static_cast<Console*>(user)->sign_of_life();
 }
 
 void Console::on_line(std::string_view line)
 {
     const std::lock_guard lock(line_mutex_);
-    // Only milestones count: the library also speaks while it polls a camera that never gets ready.
-    if (line.starts_with("<INFO>"))
-        sign_of_life();
     if (verbosity_ > 0) {
         display_.warn("  | " + tidy(line));
     } else {
         last_words::remember_line(line);
     }
-    if (watcher_ != nullptr)
-        watcher_->on_line(line);
 }
 
 void Console::on_tick()
@@ -101,7 +86,7 @@ void Console::on_tick()
 
 void Console::on_end()
 {
-    kernel_driver::give_back();
+    nyxus::engine::give_cameras_back();
 }
 
 /// The camera's thread is stuck in the library, so there is nothing to return to.
@@ -115,7 +100,7 @@ void Console::give_up()
         (meaning.empty() ? "" : "; " + meaning);
     display_.warn("nyxus: " + text);
     last_line::put(kExitTimeout, "failed", text.c_str(), "");
-    kernel_driver::give_back();
+    nyxus::engine::give_cameras_back();
     _exit(kExitTimeout);
 }
 

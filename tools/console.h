@@ -12,15 +12,6 @@
 
 namespace tool {
 
-/// Follows an operation of the library while it runs. Called on the operation's thread, but for
-/// lines of other libraries.
-class Watcher {
-public:
-    virtual ~Watcher() = default;
-    virtual void on_progress(uint64_t done_bytes) = 0;
-    virtual void on_line(std::string_view line) = 0;
-};
-
 /// The program's side of the conversation: what the user sees, and what the libraries print.
 class Console : private CaptureListener {
 public:
@@ -41,9 +32,6 @@ public:
     /// Whether a silent camera ends the program. Use Unwatched.
     void set_patient(bool patient);
 
-    /// Who follows the progress; nullptr for nobody. Use Watching.
-    void set_watcher(Watcher* watcher);
-
 private:
     static void take_line(NyDevice* device, uint32_t kind, const char* text, size_t length,
                           void* console);
@@ -59,7 +47,6 @@ private:
     std::atomic<std::chrono::steady_clock::time_point> latest_sign_ =
         std::chrono::steady_clock::now();
     std::mutex line_mutex_; ///< lines come from the library and from the capture's thread
-    Watcher* watcher_ = nullptr;
     Display display_;
     Capture capture_; // last: its thread calls the members above
 };
@@ -71,26 +58,6 @@ public:
     ~Unwatched() { console_.set_patient(false); }
     Unwatched(const Unwatched&) = delete;
     Unwatched& operator=(const Unwatched&) = delete;
-
-private:
-    Console& console_;
-};
-
-/// Lets a watcher follow the progress within a scope.
-class Watching {
-public:
-    Watching(Console& console, Watcher& watcher) : console_(console)
-    {
-        console_.drain();
-        console_.set_watcher(&watcher);
-    }
-    ~Watching()
-    {
-        console_.drain();
-        console_.set_watcher(nullptr);
-    }
-    Watching(const Watching&) = delete;
-    Watching& operator=(const Watching&) = delete;
 
 private:
     Console& console_;

@@ -18,7 +18,7 @@ static double measure_transfer_s(Camera& camera)
     const auto begin = std::chrono::steady_clock::now();
     for (int i = 0; i < kSamples; ++i) {
         char version[16] = "";
-        const int32_t status = XuGetIntFwVer(&camera.device(), version);
+        const int32_t status = XuGetIntFwVer(camera.device(), version);
         if (status < 0)
             throw library_failure("measuring a transfer", status);
     }

@@ -2,12 +2,19 @@
 #pragma once
 
 #include "arguments.h"
-#include "cost.h"
+#include "camera.h"
 #include "value.h"
 
+#include <nyxus/engine/plan.hpp>
 #include <string>
 
 namespace tool {
+
+using engine::Cost;
+using engine::pin_change;
+using engine::register_change;
+using engine::register_read;
+using engine::register_write;
 
 /// What an estimate leaves out that has to do with flash.
 inline constexpr char kFlashTime[] =

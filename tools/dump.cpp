@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "commands.h"
 #include "failure.h"
+#include "programming.h"
 #include "result.h"
-#include "rom_reader.h"
 #include "text.h"
 #include "whole_file.h"
 
@@ -16,7 +16,7 @@ namespace {
 uint32_t dump_size(const Camera& camera, const Arguments& arguments)
 {
     constexpr uint32_t kUsualSize = NYXUS_FW_BIN_CAPACITY;
-    const uint32_t rom_size = camera.device().dwExtRomSize;
+    const uint32_t rom_size = camera.rom_size();
     if (arguments.size_bytes == 0)
         return std::min(rom_size, kUsualSize);
     if (arguments.size_bytes > rom_size) {
@@ -36,7 +36,7 @@ ExitCode run_dump(Console& console, const Arguments& arguments)
         result.camera = label_of(camera);
         promise_result(console, result);
         const uint32_t size = dump_size(camera, arguments);
-        const std::vector<uint8_t> contents = read_rom(console, camera, "reading", 0, size);
+        const std::vector<uint8_t> contents = read_rom(console, arguments, camera, size);
         write_file(arguments.file, contents);
         result.message = format("wrote %u bytes to ", size) + in_quotes(arguments.file);
         console.display().say(result.message);

@@ -4,9 +4,9 @@
 #include "exit_codes.h"
 
 #include <cstdint>
+#include <nyxus/engine/events.hpp>
 #include <optional>
 #include <string>
-#include <variant>
 
 // What commands that take their time tell programs: one JSON object a line, described in
 // docs/json.md.
@@ -49,15 +49,7 @@ enum class Outcome {
 };
 const char* to_text(Outcome outcome);
 
-/// What the ROM holds then, with regard to the image.
-enum class RomContents {
-    kUnchanged,  ///< nothing was written
-    kNew,        ///< the image
-    kUnverified, ///< the image, but it was not read back
-    kIncomplete, ///< something between old and new
-    kErased,     ///< nothing
-};
-const char* to_text(RomContents contents);
+using nyxus::engine::RomContents;
 
 /// How such a command ended.
 struct Result {
@@ -86,9 +78,5 @@ std::string json_line(const Progress& progress);
 std::string json_line(const Message& message);
 std::string json_line(const Result& result);
 std::string json_line(const Summary& summary);
-
-/// The event of a line; nothing when it is none, or one that this program does not know.
-using Event = std::variant<Progress, Message, Result>;
-std::optional<Event> parse_event(const std::string& line);
 
 } // namespace tool

@@ -32,7 +32,7 @@ struct Session {
     const Arguments& arguments;
     Camera camera;
 
-    NyDevice* device() { return &camera.device(); }
+    NyDevice* device() { return camera.device(); }
     /// Prints an object's members: a line each, or JSON. Lists of numbers are bytes.
     void print(const Members& values);
     /// Makes the change and prints "flip: off -> on"; with --dry-run tells of it only.

@@ -69,7 +69,7 @@ constexpr Question questions[] = {
 
 void require_eeprom(const Session& session)
 {
-    if (session.camera.is_spi()) {
+    if (session.camera.has_spi_flash()) {
         throw Failure(
             kExitNotSupported,
             session.camera.name() + " has an SPI flash; the fingerprint boards have an EEPROM");

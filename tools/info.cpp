@@ -46,11 +46,11 @@ bool is_listed(const NyDevice& device)
 
 std::string rom_sentence(const Camera& camera)
 {
-    const NyDevice& device = camera.device();
+    const NyDevice& device = *camera.device();
     if (camera.rom_state() == RomState::kUnknown)
         return "unknown; no SPI flash answers, so it is a blank EEPROM or missing";
     const std::string size = format("%u KiB", device.dwExtRomSize / 1024);
-    if (!camera.is_spi())
+    if (!camera.has_spi_flash())
         return "I2C EEPROM, " + size;
     const std::string id = flash_id(device);
     if (!is_listed(device))
@@ -63,7 +63,7 @@ const char* rom_kind(const Camera& camera)
 {
     if (camera.rom_state() == RomState::kUnknown)
         return "unknown";
-    return camera.is_spi() ? "spi" : "eeprom";
+    return camera.has_spi_flash() ? "spi" : "eeprom";
 }
 
 std::string features(const NyDevice& device)
@@ -78,18 +78,18 @@ std::string features(const NyDevice& device)
 
 Members json_info(const Camera& camera)
 {
-    const NyDevice& device = camera.device();
+    const NyDevice& device = *camera.device();
     Members rom = {{"kind", rom_kind(camera)},
                    {"size_bytes", device.dwExtRomSize},
                    {"holds_firmware", camera.rom_state() == RomState::kFirmware}};
-    if (camera.is_spi()) {
+    if (camera.has_spi_flash()) {
         rom.push_back({"id", flash_id(device)});
         if (is_listed(device)) {
             rom.push_back({"part", flash_part(device)});
             rom.push_back({"part_size_bytes", flash_kib(device) * 1024});
         }
     }
-    Members object = json_of(camera.entry());
+    Members object = json_of(camera.info());
     object.insert(
         object.end(),
         {
@@ -109,15 +109,15 @@ Members json_info(const Camera& camera)
 
 std::string text_info(const Camera& camera)
 {
-    const NyDevice& device = camera.device();
-    const CameraEntry& entry = camera.entry();
+    const NyDevice& device = *camera.device();
+    const CameraEntry& entry = camera.info();
     const std::pair<const char*, std::string> rows[] = {
         {"Camera", entry.bus_address() + ", port " + entry.port_path +
                        (entry.serial.empty() ? "" : ", serial " + entry.serial)},
         {"Product", entry.product},
         {"Chip", camera.chip() + " (" + camera.family() + ")"},
         {"Internal firmware", printable_field(device.szIntFwVer, sizeof device.szIntFwVer)},
-        {"Firmware", firmware_sentence(camera)},
+        {"Firmware", camera.firmware_sentence()},
         {"Sensor application", format("0x%04X", device.wExtSensorApId)},
         {"Set-file", device.oFwStatus.xSetfileExist != 0 ? set_file(device) : "none"},
         {"External ROM", rom_sentence(camera)},
@@ -131,15 +131,6 @@ std::string text_info(const Camera& camera)
 }
 
 } // namespace
-
-std::string firmware_sentence(const Camera& camera)
-{
-    if (camera.runs_external_firmware())
-        return format("runs external firmware 0x%04X", camera.device().wExtFwVer);
-    if (camera.rom_state() != RomState::kFirmware)
-        return "runs its mask ROM; the external ROM holds no firmware for this chip";
-    return "runs its mask ROM";
-}
 
 static ExitCode run_info(Console& console, const Arguments& arguments)
 {

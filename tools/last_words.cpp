@@ -32,6 +32,8 @@ std::atomic<bool> line_open;
 std::atomic<const char*> promise{nullptr};
 std::atomic<bool> interrupted;
 std::atomic<bool> ending;
+std::atomic<bool> counting;
+std::atomic<unsigned> counted;
 
 /// Ctrl-C, kill, a terminal that goes away, and Ctrl-\.
 constexpr int kInterrupts[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
@@ -66,6 +68,10 @@ void on_fatal(int signal)
 
 void on_interrupt(int)
 {
+    if (counting) {
+        ++counted;
+        return;
+    }
     if (line_open)
         put("\n");
     const char* const text = promise;
@@ -173,6 +179,16 @@ bool stop_postponing()
 {
     promise = nullptr;
     return interrupted.exchange(false);
+}
+
+void count_interrupts()
+{
+    counting = true;
+}
+
+unsigned interrupt_count()
+{
+    return counted;
 }
 
 void receive_interrupts()

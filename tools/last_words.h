@@ -33,6 +33,9 @@ bool stop_postponing();
 bool must_end();
 /// What it says before.
 void tell_of_interrupt();
+/// From now on interrupts are counted, and nothing else.
+void count_interrupts();
+unsigned interrupt_count();
 
 /// Called by the one thread that takes interrupts, so that none cuts a sleep of the others short.
 void receive_interrupts();

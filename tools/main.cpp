@@ -1,18 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "arguments.h"
-#include "camera.h"
 #include "console.h"
 #include "failure.h"
 #include "json_text.h"
-#include "kernel_driver.h"
 #include "last_words.h"
 #include "text.h"
 
+#include <nyxus/trace.h>
 #include <unistd.h>
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <nyxus/engine/kernel_driver.hpp>
 
 namespace {
 
@@ -42,12 +43,12 @@ ExitCode run_reporting_failures(const Arguments& arguments)
 {
     Console console(arguments.verbosity, arguments.patience_s);
     try {
-        prepare_library(arguments.verbosity);
+        NyTraceVerbose_level(std::min(arguments.verbosity, 3));
         if (arguments.quiet || arguments.json)
             console.display().be_quiet(); // until events are told
         if (arguments.json)
             console.display().set_last_line(last_line::Kind::kError, "");
-        for (const std::string& line : kernel_driver::put_back_what_was_left())
+        for (const std::string& line : nyxus::engine::put_left_cameras_back())
             console.display().warn("nyxus: " + line);
         const ExitCode code = arguments.run(console, arguments);
         console.drain();

@@ -15,7 +15,7 @@ constexpr uint16_t kAreaBytes = 256;
 
 void require_flash(const Session& session)
 {
-    if (!session.camera.is_spi()) {
+    if (!session.camera.has_spi_flash()) {
         throw Failure(kExitNotSupported,
                       session.camera.name() + " has no SPI flash, and so no reserved area");
     }

@@ -64,7 +64,7 @@ void promise_result(Console& console, const Result& result)
 
 CameraLabel label_of(const Camera& camera)
 {
-    return {camera.entry().port_path, camera.entry().serial, camera.entry().product};
+    return {camera.info().port_path, camera.info().serial, camera.info().product};
 }
 
 Members json_of(const CameraLabel& camera)

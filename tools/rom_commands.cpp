@@ -24,7 +24,7 @@ void add_programming(Command& command, Arguments& arguments)
 }
 
 /// Several cameras at once.
-void add_gang(Command& command, Arguments& arguments)
+void add_batch(Command& command, Arguments& arguments)
 {
     constexpr unsigned kMostJobs = 256;
     const Option& all =
@@ -47,7 +47,7 @@ void add_upgrade(Command& app, Arguments& arguments)
         .needing(mfi);
     command.flag("--force", &arguments.force, "Program it even if the ROM equals the image");
     add_programming(command, arguments);
-    add_gang(command, arguments);
+    add_batch(command, arguments);
     set_run(command, arguments, run_upgrade);
 }
 

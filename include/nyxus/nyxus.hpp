@@ -22,7 +22,8 @@
  * at a time, and so is everything that nyxus/config.h, nyxus/trace.h and nyxus/h264.h call
  * process-wide: the trace mask, the wait after EEPROM writes, the H.264 order, and the control
  * tables that each probe corrects. How long a call may block is said at the C function that it is
- * made of. No function here uses the process-wide image buffers of nyxus/image.h.
+ * made of. No function here uses the process-wide image buffers of nyxus/image.h. Programming
+ * firmware is the engine's, nyxus/engine.hpp.
  *
  * Link with libNYXUS, libusb-1.0 and libuvc (`pkg-config --libs nyxus`).
  */
@@ -33,7 +34,6 @@
 #include <nyxus/cpp/camera_list.hpp>
 #include <nyxus/cpp/controls.hpp>
 #include <nyxus/cpp/h264.hpp>
-#include <nyxus/cpp/image.hpp>
 #include <nyxus/cpp/osd.hpp>
 #include <nyxus/cpp/result.hpp>
 #include <nyxus/cpp/rom.hpp>

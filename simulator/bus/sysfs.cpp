@@ -110,7 +110,7 @@ std::string camera_entry(UsbCamera& camera, const Place& place)
     entry += attribute("devpath", text::format("%u", place.port));
     entry += attribute("manufacturer", kManufacturer);
     entry += attribute("product", camera.product());
-    entry += attribute("serial", camera.serial()) + "\n";
+    entry += attribute("serial", camera.usb_serial()) + "\n";
     for (unsigned number = 0; number < kInterfaceCount; ++number) {
         entry += interface_entry(path, interface_name(place, number),
                                  interface_descriptor(camera.controller().model(), number));

@@ -5,6 +5,8 @@
 
 #include <array>
 #include <cstdint>
+#include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -35,5 +37,8 @@ inline constexpr uint16_t kMfiRomAddress = 0x6000;
 /// An accessory-information image of at most 4096 bytes that carries `serial` (cut to 32
 /// characters) as USB string descriptor and as serial-number record.
 std::vector<uint8_t> make_mfi_image(uint64_t seed, std::string_view serial);
+
+/// The serial number in the USB string descriptor of the image in a ROM; "" where there is none.
+std::string mfi_serial(std::span<const uint8_t> rom);
 
 } // namespace sim

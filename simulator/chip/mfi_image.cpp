@@ -31,6 +31,11 @@ void put_be16(Image& image, size_t offset, size_t value)
     image[offset + 1] = static_cast<uint8_t>(value);
 }
 
+size_t get_be16(std::span<const uint8_t> image, size_t offset)
+{
+    return static_cast<size_t>(image[offset] << 8 | image[offset + 1]);
+}
+
 void append_descriptor(Image& image, std::string_view serial)
 {
     image.push_back(static_cast<uint8_t>(2 + 2 * serial.size()));
@@ -87,6 +92,30 @@ std::vector<uint8_t> make_mfi_image(uint64_t seed, std::string_view serial)
     image[kChecksumAt] =
         static_cast<uint8_t>(-std::accumulate(image.begin(), image.end(), 0)); // sums to zero
     return image;
+}
+
+std::string mfi_serial(std::span<const uint8_t> rom)
+{
+    constexpr size_t kMostBytes = 4096;
+    if (rom.size() < kMfiRomAddress + kHeaderBytes)
+        return {};
+    const auto image =
+        rom.subspan(kMfiRomAddress, std::min(kMostBytes, rom.size() - kMfiRomAddress));
+    const size_t size = get_be16(image, kSerialLengthAt);
+    const size_t offset = (get_be16(image, kSerialAddressAt) - kMfiRomAddress) & 0xFFFF;
+    if (offset < kHeaderBytes || offset + size > image.size() || size < 2)
+        return {};
+    const auto descriptor = image.subspan(offset, size);
+    if (descriptor[0] != size || descriptor[1] != kStringDescriptor)
+        return {};
+    std::string serial;
+    for (size_t at = 2; at + 1 < size; at += 2) {
+        const uint8_t character = descriptor[at];
+        if (character <= ' ' || character > '~' || character == '\\' || descriptor[at + 1] != 0)
+            return {};
+        serial += static_cast<char>(character);
+    }
+    return serial;
 }
 
 } // namespace sim

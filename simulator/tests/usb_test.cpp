@@ -4,14 +4,17 @@
 #include "bus/virtual_time.h"
 #include "camera_events.h"
 #include "cameras/shipped.h"
+#include "chip/firmware_image.h"
 #include "usb/descriptors.h"
 
 #include <gtest/gtest.h>
 #include <libusb.h>
 #include <libuvc/libuvc.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
+#include <span>
 #include <string>
 #include <thread>
 #include <vector>
@@ -122,6 +125,36 @@ TEST_F(UsbTest, LibusbEnumeratesAndReadsDescriptors)
     ASSERT_EQ(libusb_get_active_config_descriptor(device, &configuration), 0);
     EXPECT_EQ(configuration->bNumInterfaces, 2);
     libusb_free_config_descriptor(configuration);
+}
+
+TEST_F(UsbTest, ItsSerialNumberIsThatOfTheMfiImageFromTheNextStartOn)
+{
+    sim::PluggedCamera& camera = plug();
+    const auto serial = [&] {
+        libusb_device_descriptor descriptor{};
+        context_.reset();
+        const Handle handle = open(camera);
+        EXPECT_EQ(libusb_get_device_descriptor(libusb_get_device(handle.get()), &descriptor), 0);
+        return string_of(handle.get(), descriptor.iSerialNumber);
+    };
+    const auto write = [&](size_t offset, std::span<const uint8_t> bytes) {
+        const auto controller = camera.controller();
+        std::ranges::copy(bytes, (*controller).rom().begin() + sim::kMfiRomAddress + offset);
+    };
+    const auto start = [&] {
+        bed_.unplug(camera);
+        bed_.replug(camera);
+        return serial();
+    };
+    write(0, sim::make_mfi_image(1, "A0001234"));
+    EXPECT_EQ(serial(), "S1");
+    EXPECT_EQ(start(), "A0001234");
+    EXPECT_EQ(camera.serial(), "S1") << "which is what tests call it";
+    for (const uint8_t hostile :
+         {uint8_t{0x00}, uint8_t{0xFF}}) { // what the header says of length and address
+        write(0x0E, std::vector<uint8_t>(4, hostile));
+        EXPECT_EQ(start(), "S1");
+    }
 }
 
 TEST_F(UsbTest, LibuvcOpensNegotiatesAndCloses)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "usb/usb_camera.h"
 
+#include "chip/firmware_image.h"
 #include "usb/descriptors.h"
 #include "usb/standard_request.h"
 
@@ -62,6 +63,7 @@ UsbCamera::UsbCamera(const CameraModel& model, Clock& clock, std::string serial,
       stream_(controller_),
       serial_(std::move(serial))
 {
+    learn_serial();
     stream_.set_listener([this] { observers_.tell(&UsbObserver::video_changed, stream_); });
 }
 
@@ -101,7 +103,15 @@ void UsbCamera::await_host()
 {
     video_ = VideoControls(controller_.model());
     stream_.set_picture(video_.picture_settings());
+    learn_serial();
     (void)configure(1);
+}
+
+void UsbCamera::learn_serial()
+{
+    usb_serial_ = controller_.runs_external_firmware() ? mfi_serial(controller_.rom()) : "";
+    if (usb_serial_.empty())
+        usb_serial_ = serial_;
 }
 
 bool UsbCamera::configure(unsigned number)
@@ -292,7 +302,7 @@ int UsbCamera::get_descriptor(const Setup& setup, std::span<uint8_t> data) const
                 case 2:
                     return put_answer(string_descriptor(product()), data);
                 case 3:
-                    return put_answer(string_descriptor(serial_), data);
+                    return put_answer(string_descriptor(usb_serial_), data);
                 default:
                     return kControlStall;
             }

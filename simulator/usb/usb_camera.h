@@ -44,7 +44,10 @@ public:
     Clock& clock() { return clock_; }
     Controller& controller() { return controller_; }
     const Controller& controller() const { return controller_; }
+    /// The one that it was plugged in with, by which it goes here for good.
     const std::string& serial() const { return serial_; }
+    /// What its firmware says since it has started: that of the MFi image, if there is one.
+    const std::string& usb_serial() const { return usb_serial_; }
     std::string product() const { return std::string(controller_.model().name); }
 
     /// One control transfer. `data` has wLength bytes: the host's, or the room for the answer.
@@ -79,6 +82,7 @@ public:
 
 private:
     void await_host();
+    void learn_serial();
     Outcome apply_fault(const Setup& setup, std::span<uint8_t> data, const Fault& fault);
     static Outcome fail(const Fault& fault, std::span<uint8_t> data);
     static void spoil_answer(const Fault& fault, std::span<uint8_t> data, Outcome& outcome);
@@ -94,6 +98,7 @@ private:
     VideoStream stream_;
     uint8_t video_setting_ = 0;
     std::string serial_;
+    std::string usb_serial_;
     uint8_t configuration_ = 1;
     FaultHook fault_;
     AnswerFaultHook answer_fault_;

@@ -44,14 +44,17 @@ library_version=$(sed -n 's/^set(NYXUS_LIBRARY_VERSION \(.*\))/\1/p' "$here/../.
   fail "nyxus.pc has another version than the library"
 
 mkdir "$work/project"
-cp "$here/client.cpp" "$here/CMakeLists.txt" "$work/project"
+cp "$here/client.cpp" "$here/engine_client.cpp" "$here/CMakeLists.txt" "$work/project"
 cmake -G Ninja -S "$work/project" -B "$work/project/build" -DCMAKE_PREFIX_PATH="$root" >"$work/log"
 cmake --build "$work/project/build" >"$work/log" || fail "$(cat "$work/log")"
 expect_probe "$work/project/build/cpp_client"
+expect_probe "$work/project/build/engine_client"
 
-# The tool, with nothing that helps it find its library.
+# The tool, with nothing that helps it find its library, and the library its helper program.
 nyxus-sim image --model rowan-spi --version 0x0205 "$work/image.bin" >"$work/log"
-XDG_STATE_HOME=$work nyxus-sim run --camera rowan-spi --speed fast -- \
-  nyxus upgrade "$work/image.bin" >"$work/log" 2>&1 || fail "$(cat "$work/log")"
+for which in --wait=5 --all; do
+  XDG_STATE_HOME=$work nyxus-sim run --camera rowan-spi --speed fast -- \
+    nyxus upgrade "$which" "$work/image.bin" >"$work/log" 2>&1 || fail "$(cat "$work/log")"
+done
 
 "$here/completion.sh" "$root"

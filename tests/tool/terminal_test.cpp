@@ -127,7 +127,7 @@ TEST(Verbose, PassesTheLibrarysLinesOnWithoutItsMarks)
     for (const char* level : {"-v", "-vv", "-vvv"}) {
         const Outcome outcome = bench.nyxus({kModel}, {level, "upgrade", image});
         ASSERT_EQ(outcome.exit_code, 0) << outcome.err;
-        EXPECT_TRUE(contains(outcome.err, "  | <INFO> External ROM programming...\n"));
+        EXPECT_TRUE(contains(outcome.err, "  | <INFO> Device object acquire OK\n"));
         std::istringstream lines(outcome.err);
         for (std::string line; std::getline(lines, line);) {
             EXPECT_TRUE(line.starts_with("  | ")) << line;

@@ -118,12 +118,13 @@ private:
     std::string message_;
 };
 
-/// A value, or the reason why there is none. Taking the value of a failure ends the program.
-template <typename T>
+/// A value, or the reason why there is none. Taking the value of a failure ends the program. `Why`
+/// is a Status.
+template <typename T, typename Why = Status>
 class [[nodiscard]] Result {
 public:
     Result(T value) : value_(std::move(value)) {}
-    Result(Status failure) : status_(std::move(failure)) {}
+    Result(Why failure) : status_(std::move(failure)) {}
     /// The value if a function of the C interface has just returned success.
     static Result of(int32_t returned, T value)
     {
@@ -134,7 +135,7 @@ public:
 
     bool ok() const { return value_.has_value(); }
     explicit operator bool() const { return ok(); }
-    const Status& status() const { return status_; }
+    const Why& status() const { return status_; }
 
     T& value() &
     {
@@ -166,7 +167,7 @@ private:
     }
 
     std::optional<T> value_;
-    Status status_;
+    Why status_;
 };
 
 /// A view of contiguous memory that somebody else owns. std::span, arrays and containers convert to

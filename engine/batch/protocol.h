@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <nyxus/engine/batch.hpp>
+#include <variant>
+
+// What the leader of a batch and its helpers say to each other: a JSON object a line
+// (docs/file-formats.md).
+namespace nyxus::engine {
+
+/// What a helper is to do. The images come as one memory file, the firmware first.
+struct Order {
+    std::string port;
+    BatchOptions options; ///< but for those of the leader
+    size_t firmware_bytes = 0;
+    size_t mfi_bytes = 0; ///< 0: no MFi image
+    std::string serial;   ///< that has been put into it, "" if none
+};
+
+constexpr char kStopLine[] = "{\"stop\":true}\n";
+
+std::string to_line(const Order& order);
+std::string to_line(const Event& event);
+std::string to_line(const Report& report);
+
+/// Nothing for a line that is none of these.
+std::optional<Order> parse_order(const std::string& line);
+bool is_stop(const std::string& line);
+using FromHelper = std::variant<std::monostate, Event, Report>;
+FromHelper parse_from_helper(const std::string& line);
+
+} // namespace nyxus::engine

@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: Apache-2.0
+// The helper program of a batch: upgrades one camera. Its standard input is a socket, which brings
+// the order and takes events and the report; descriptor 3 holds the images; its argument is the
+// folder of the backups.
+#include <nyxus/trace.h>
+#include <unistd.h>
+#include <csignal>
+#include <nyxus/engine.hpp>
+#include <thread>
+
+#include "files/write_all.h"
+#include "lines.h"
+#include "protocol.h"
+#include "report/clock.h"
+
+namespace {
+
+using namespace nyxus::engine;
+
+constexpr int kTalkFd = 0;
+constexpr int kImagesFd = 3;
+
+/// Tells the leader, as often as anybody wants to know.
+class Teller {
+public:
+    void tell(const Event& event)
+    {
+        constexpr int64_t kInterval_us = 100'000;
+        const int64_t now = now_us();
+        if (event.kind == Event::Kind::kAdvances && now - told_us_ < kInterval_us)
+            return;
+        told_us_ = now;
+        (void)files::write_all(kTalkFd, to_line(event)); // the end of the leader is noticed
+    }
+
+private:
+    int64_t told_us_ = 0;
+};
+
+std::vector<uint8_t> read_images(size_t size, size_t offset)
+{
+    std::vector<uint8_t> bytes(size);
+    const ssize_t count = pread(kImagesFd, bytes.data(), size, static_cast<off_t>(offset));
+    bytes.resize(count > 0 ? static_cast<size_t>(count) : 0);
+    return bytes;
+}
+
+Result<Images> images_of(const Order& order)
+{
+    auto firmware = Firmware::from(read_images(order.firmware_bytes, 0));
+    if (!firmware)
+        return firmware.status();
+    Images images{*std::move(firmware)};
+    if (order.mfi_bytes == 0)
+        return images;
+    auto mfi = Mfi::from(read_images(order.mfi_bytes, order.firmware_bytes));
+    if (!mfi)
+        return mfi.status();
+    images.mfi = *std::move(mfi);
+    if (order.serial.empty())
+        return images;
+    Status set = images.mfi->set_serial(order.serial);
+    return set ? Result<Images>(std::move(images)) : set;
+}
+
+Result<Camera> open_camera(const Order& order, const Caller& caller)
+{
+    const auto cameras = wait_for_cameras(order.port, order.options.plug_wait_s, caller);
+    if (!cameras)
+        return cameras.status();
+    if (cameras->empty())
+        return Status(Reason::kCameraGone, "there is no camera at port " + order.port);
+    auto camera = Camera::open(cameras->front());
+    if (!camera)
+        return camera;
+    Status usable = camera->require_rom(order.options.eeprom_bytes);
+    return usable ? std::move(camera) : usable;
+}
+
+Report work(const Order& order, const Backups& backups, const Caller& caller)
+{
+    const auto images = images_of(order);
+    if (!images)
+        return {.status = images.status()};
+    auto camera = open_camera(order, caller);
+    if (!camera)
+        return {.status = camera.status()};
+    const UpgradeOptions& options = order.options.upgrade;
+    Report report = upgrade(*camera, *images, options, backups, caller);
+    if (!report.status || !order.options.restart)
+        return report;
+    const auto returned = restart(*std::move(camera), options.wait_s, backups, caller);
+    report.status = returned ? check_started(*returned) : returned.status();
+    report.stopped = report.status.reason() == Reason::kStopped;
+    return report;
+}
+
+/// A leader that has gone is a stop, too: the camera comes to a safe point.
+void await_stop(LineReader leader, std::stop_source stop)
+{
+    bool wanted = false;
+    while (!wanted && leader.fd() >= 0) {
+        for (const std::string& line : leader.read_lines())
+            wanted = wanted || is_stop(line);
+    }
+    stop.request_stop();
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    std::signal(SIGPIPE, SIG_IGN);
+    LineReader leader(files::Descriptor(dup(kTalkFd)));
+    std::optional<Order> order;
+    bool stopped = false;
+    while (!order && leader.fd() >= 0) {
+        for (const std::string& line : leader.read_lines()) {
+            stopped = stopped || is_stop(line);
+            order = order ? std::move(order) : parse_order(line);
+        }
+    }
+    if (!order || argc != 2) {
+        (void)files::write_all(STDERR_FILENO, "this program serves libnyxus-engine\n");
+        return 2;
+    }
+    NyTraceVerbose_level(order->options.trace_level);
+    std::stop_source stop;
+    if (stopped)
+        stop.request_stop();
+    std::thread(await_stop, std::move(leader), stop).detach();
+    Teller teller;
+    const Caller caller{[&teller](const Event& event) { teller.tell(event); }, stop.get_token()};
+    const Report report = work(*order, Backups(argv[1]), caller);
+    (void)files::write_all(kTalkFd, to_line(report));
+    return 0;
+}

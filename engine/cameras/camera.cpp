@@ -1,0 +1,126 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <nyxus/engine/camera.hpp>
+
+#include "loan.h"
+#include "text/format.h"
+#include "text/printable.h"
+
+namespace nyxus::engine {
+
+namespace {
+
+/// DEV_Init()'s answer for a chip that the catalogue lacks.
+constexpr int32_t kUnknownChip = 3;
+
+Status open_failure(const std::string& camera, const nyxus::Status& status)
+{
+    const std::string reason = ": " + text::printable(status.message());
+    if (status.code() == NYXUS_E_NO_SUPPORT) {
+        return {Reason::kNotSupported,
+                "cannot open " + camera + reason + "; 'lsusb -v -d 1162:' shows them"};
+    }
+    if (status.code() == kUnknownChip)
+        return {Reason::kNotSupported, "cannot identify " + camera + reason};
+    return library_failure("cannot identify " + camera, status.code());
+}
+
+/// Only these answers of the probe can mean a blank ROM; the last one is asked for the version that
+/// the chip goes by. Whatever else fails says nothing about the ROM.
+bool may_be_blank(int32_t status)
+{
+    return status == NYXUS_E_INVALID || status == NYXUS_E_UNSUPPORTED || status == kUnknownChip;
+}
+
+} // namespace
+
+Camera::Camera(nyxus::Camera camera, std::shared_ptr<void> loan)
+    : nyxus::Camera(std::move(camera)),
+      controls_(device()->xu_table, device()->xu_table + device()->xu_table_count),
+      loan_(std::move(loan))
+{
+    // The next probe corrects the library's table while this camera's thread looks into it.
+    device()->xu_table = controls_.data();
+}
+
+Result<Camera> Camera::open(const CameraInfo& info)
+{
+    const auto hold = hold_cameras(); // the probe uses what belongs to the process
+    const auto loan = std::make_shared<Loan>(info);
+    const auto lent = [&loan](nyxus::Camera camera) {
+        loan->set_open(camera.device()->usb_handle);
+        return Camera(std::move(camera), loan);
+    };
+    const std::string name = "camera " + info.bus_address();
+    auto camera = nyxus::Camera::open(info);
+    if (camera)
+        return lent(*std::move(camera));
+    if (const nyxus::Status claim = can_claim(info); !claim)
+        return usb_failure("cannot open " + name, claim.usb_code());
+    if (!may_be_blank(camera.status().code()))
+        return open_failure(name, camera.status());
+    auto blank = open_blank(info);
+    if (!blank)
+        return open_failure(name, blank.status());
+    return lent(*std::move(blank));
+}
+
+Camera& Camera::operator=(Camera&& other) noexcept
+{
+    close();
+    nyxus::Camera::operator=(std::move(other));
+    controls_ = std::move(other.controls_);
+    loan_ = std::move(other.loan_);
+    wide_path_fails = other.wide_path_fails;
+    return *this;
+}
+
+void Camera::close()
+{
+    if (!loan_)
+        return;
+    const auto hold = hold_cameras();
+    nyxus::Camera::close();
+    loan_.reset();
+}
+
+Status Camera::require_rom(uint32_t eeprom_bytes)
+{
+    if (rom_state() != RomState::kUnknown)
+        return {};
+    if (eeprom_bytes == 0) {
+        return {Reason::kUnknownRom,
+                name() + " has no firmware in its ROM, and no SPI flash answers"};
+    }
+    const nyxus::Status set = assume_eeprom(eeprom_bytes);
+    return set ? Status() : library_failure("cannot set the type of the ROM", set.code());
+}
+
+std::string Camera::chip() const
+{
+    return text::printable(nyxus::Camera::chip());
+}
+
+std::string Camera::name() const
+{
+    const std::string serial = text::printable(info().serial);
+    return "camera " + info().bus_address() + " (" + chip() +
+           (serial.empty() ? "" : ", serial " + serial) + ")";
+}
+
+std::string Camera::firmware_sentence() const
+{
+    if (runs_external_firmware())
+        return text::format("runs external firmware 0x%04X", firmware_version());
+    if (rom_state() != RomState::kFirmware)
+        return "runs its mask ROM; the external ROM holds no firmware for this chip";
+    return "runs its mask ROM";
+}
+
+std::string Camera::running() const
+{
+    return runs_external_firmware()
+               ? text::format("0x%04X 0x%04X", device()->wExtFwVer, device()->wExtSensorApId)
+               : "";
+}
+
+} // namespace nyxus::engine

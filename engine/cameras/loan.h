@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <mutex>
+#include <nyxus/cpp/camera_list.hpp>
+
+#include "files/descriptor.h"
+
+namespace nyxus::engine {
+
+/// Nobody opens, closes or gives back a camera meanwhile.
+std::unique_lock<std::timed_mutex> hold_cameras();
+
+/// A camera of the kernel's driver that is about to be claimed, until it has been closed. Both
+/// ends, and what is between, under hold_cameras().
+class Loan {
+public:
+    /// Writes the file, where the kernel's driver has the camera. Does without where it cannot.
+    explicit Loan(const CameraInfo& camera);
+    /// Removes it.
+    ~Loan();
+    Loan(const Loan&) = delete;
+    Loan& operator=(const Loan&) = delete;
+
+    /// What give_cameras_back() lets go of.
+    void set_open(libusb_device_handle* handle);
+
+private:
+    std::filesystem::path file_; ///< empty: nothing is lent
+    files::Descriptor lock_;     ///< held, which tells the file from one that was left behind
+    libusb_device_handle* handle_ = nullptr;
+};
+
+} // namespace nyxus::engine

@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "installation.h"
+
+#include "report/phase_scope.h"
+#include "rom/writer.h"
+#include "text/format.h"
+
+namespace nyxus::engine {
+
+namespace {
+
+bool is_write(const Step& step)
+{
+    return step.action == Action::kWriteMfi || step.action == Action::kWriteFirmware;
+}
+
+uint64_t bytes_to_write(const Plan& plan)
+{
+    uint64_t bytes = 0;
+    for (const Step& step : plan.steps)
+        bytes += is_write(step) ? step.size : 0;
+    return bytes;
+}
+
+/// The steps that change the ROM, and the phase that the writing ones share.
+class Programming {
+public:
+    Programming(const Task& task, const Plan& plan, RomChange& change)
+        : task_(task), plan_(plan), change_(change)
+    {
+    }
+
+    Status run()
+    {
+        for (const Step& step : plan_.steps) {
+            change_.look_for_stop();
+            if (Status done = run(step); !done)
+                return done;
+        }
+        return {};
+    }
+
+private:
+    Status run(const Step& step)
+    {
+        switch (step.action) {
+            case Action::kUnlock:
+                return enable_writing(task_.camera, true, task_.caller);
+            case Action::kErase:
+                change_.begins();
+                return erase_flash(task_.camera, task_.caller);
+            case Action::kWriteMfi:
+            case Action::kWriteFirmware:
+                return write(step);
+            case Action::kLock:
+                // The firmware is complete, so a ROM that stays unlocked does not fail the upgrade.
+                scope_->end();
+                task_.report.left_unlocked =
+                    !enable_writing(task_.camera, false, task_.caller).ok();
+                return {};
+            default:
+                return {};
+        }
+    }
+
+    /// The header comes last: until it is there the ROM holds no firmware.
+    Status write(const Step& step)
+    {
+        change_.begins();
+        if (!scope_)
+            scope_.emplace(task_.caller, Phase::kProgramming, bytes_to_write(plan_));
+        const uint32_t header = step.action == Action::kWriteFirmware ? Firmware::kHeaderBytes : 0;
+        if (Status body = write(step.address + header, step.data.subspan(header)); !body)
+            return body;
+        return header > 0 ? write(step.address, step.data.subspan(0, header)) : Status();
+    }
+
+    Status write(uint32_t address, Bytes bytes)
+    {
+        return write_rom(task_.camera, address, bytes, [this](uint32_t written) {
+            scope_->advance(written);
+            change_.look_for_stop();
+        });
+    }
+
+    const Task& task_;
+    const Plan& plan_;
+    RomChange& change_;
+    std::optional<PhaseScope> scope_;
+};
+
+Status program(const Task& task, const Plan& plan)
+{
+    Report& report = task.report;
+    RomChange change(task.camera, task.backups, task.caller, report);
+    Status done = Programming(task, plan, change).run();
+    if (done) {
+        report.rom = RomContents::kUnverified;
+        report.bytes = bytes_to_write(plan);
+    } else if (report.rom == RomContents::kUnchanged) {
+        done = {done.reason(), done.message() + "; nothing was written", done.code(), done.where()};
+    }
+    return change.end(std::move(done));
+}
+
+Status verify(const Task& task, const Step& step)
+{
+    const Phase phase =
+        step.action == Action::kReadBackMfi ? Phase::kVerifyingMfi : Phase::kVerifying;
+    const auto read = read_rom(task.camera, step.address, step.size, task.caller, phase);
+    if (!read)
+        return read.status();
+    const Difference difference = find_difference(*read, step.data);
+    if (difference.count == 0)
+        return {};
+    task.report.rom = RomContents::kIncomplete;
+    const size_t first = difference.first_offsets.front();
+    return {Reason::kMismatch,
+            text::format("the ROM does not hold what was written: %zu of %u bytes differ, the "
+                         "first one at 0x%04zX (ROM %02X, image %02X)",
+                         difference.count, step.size, step.address + first, (*read)[first],
+                         step.data[first])};
+}
+
+Status program_and_verify(const Task& task, const Plan& plan)
+{
+    if (task.caller.stop.stop_requested())
+        return stopped();
+    if (task.report.rom != RomContents::kUnverified) { // else it was lost while it was read back
+        if (Status done = program(task, plan); !done)
+            return done;
+    }
+    if (!task.options.verify)
+        return {};
+    for (const Step& step : plan.steps) {
+        if (step.action != Action::kReadBack && step.action != Action::kReadBackMfi)
+            continue;
+        if (Status equal = verify(task, step); !equal)
+            return equal;
+    }
+    task.report.rom = RomContents::kNew;
+    tell_outlook(task.caller, RomContents::kNew);
+    return {};
+}
+
+} // namespace
+
+Status install(const Task& task, const Plan& plan)
+{
+    Status done = program_and_verify(task, plan);
+    if (done.reason() != Reason::kCameraGone || task.report.stopped)
+        return done;
+    tell(task.caller, {.kind = Event::Kind::kLost, .rom = task.report.rom, .status = done});
+    if (Status back = await_return(task); !back) {
+        if (back.reason() == Reason::kStopped)
+            return back;
+        return {Reason::kCameraGone, back.message() + "; before: " + done.message(), done.code(),
+                done.where()};
+    }
+    tell(task.caller, {.kind = Event::Kind::kRetries, .text = task.camera.name()});
+    return program_and_verify(task, plan);
+}
+
+} // namespace nyxus::engine

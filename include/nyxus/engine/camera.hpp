@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: Apache-2.0
+/**
+ * @file
+ * A camera as the engine needs it: opened also with a blank ROM, restarted, and waited for.
+ */
+#ifndef NYXUS_ENGINE_CAMERA_HPP
+#define NYXUS_ENGINE_CAMERA_HPP
+
+#include <nyxus/cpp/camera.hpp>
+#include <nyxus/engine/events.hpp>
+
+namespace nyxus::engine {
+
+/// An open, probed camera. It is closed when the object dies. Move only; one thread at a time per
+/// camera.
+class Camera : public nyxus::Camera {
+public:
+    /**
+     * Opens and probes; a camera whose ROM holds no firmware is probed with a guess at its flash.
+     * kNoPermission, kBusy, kCameraGone; kNotSupported for what is no camera of ours.
+     *
+     * Blocks for about 30 transfers, for a ROM without firmware up to seconds. Thread-safe.
+     */
+    NYXUS_ENGINE_API static Result<Camera> open(const CameraInfo& info);
+
+    ~Camera() { close(); } // before its controls
+    Camera(Camera&&) noexcept = default;
+    NYXUS_ENGINE_API Camera& operator=(Camera&& other) noexcept;
+
+    /// Closes it before the object dies; only destruction and assignment may follow.
+    NYXUS_ENGINE_API void close();
+
+    /// Takes a ROM that nobody has identified for an EEPROM of this size; kUnknownRom when the size
+    /// is 0. Without an effect on any other ROM. Blocks for a transfer.
+    NYXUS_ENGINE_API Status require_rom(uint32_t eeprom_bytes);
+
+    /// Name of the chip, printable.
+    NYXUS_ENGINE_API std::string chip() const;
+    /// "camera 1:5 (NY6410, serial ABC)".
+    NYXUS_ENGINE_API std::string name() const;
+    /// "runs external firmware 0x0205", or why it does not.
+    NYXUS_ENGINE_API std::string firmware_sentence() const;
+    /// Versions of the firmware that it runs from its ROM, to tell two of them apart; "" when it
+    /// runs the one in its chip.
+    NYXUS_ENGINE_API std::string running() const;
+    /// Bytes that one exchange with the external ROM moves: 8 or 32.
+    unsigned exchange_bytes() const { return device()->xFeatureXU != 0 ? 32 : 8; }
+
+    /// Reading by 512 bytes has gone wrong; it is not tried again.
+    bool wide_path_fails = false;
+
+private:
+    Camera(nyxus::Camera camera, std::shared_ptr<void> loan);
+
+    std::vector<uvc_xu_ctrl> controls_; ///< this camera's own: the library's are everyone's
+    std::shared_ptr<void> loan_; ///< of the kernel's driver; empty: closed, or another object's
+};
+
+class Backups;
+
+/**
+ * Waits until the camera has left its port and is back, and can be opened. It goes by its port:
+ * after a restart its serial number may be a new one. kNotBack; kTimedOut when it never left;
+ * kStopped. Polls each 50 ms. Thread-safe.
+ */
+NYXUS_ENGINE_API Result<CameraInfo> wait_for_return(const CameraInfo& before, unsigned wait_s,
+                                                    const Caller& caller);
+
+/// The cameras with this name ("" for any), as soon as there is one that can be opened, or what
+/// there is of them after this time. The phase is kWaiting. Thread-safe.
+NYXUS_ENGINE_API Result<std::vector<CameraInfo>> wait_for_cameras(const std::string& name,
+                                                                  unsigned wait_s,
+                                                                  const Caller& caller);
+
+/// Restarts the camera, which ends the object, and opens it again; the phase is kRestarting. From
+/// then on the ROM is taken for what the camera has started from.
+NYXUS_ENGINE_API Result<Camera> restart(Camera camera, unsigned wait_s, const Backups& backups,
+                                        const Caller& caller);
+
+/// kNotStarted unless the camera runs firmware from its ROM. Nothing blocks.
+NYXUS_ENGINE_API Status check_started(const Camera& camera);
+
+} // namespace nyxus::engine
+
+#endif

@@ -1,0 +1,189 @@
+// SPDX-License-Identifier: Apache-2.0
+// Cameras that go and come back, are blank, or work side by side.
+#include "bench.h"
+
+#include <thread>
+
+namespace {
+
+using engine::Phase;
+using engine::Reason;
+using engine::RomContents;
+using Kind = engine::Event::Kind;
+
+constexpr char kUnplug[] =
+    R"([{"when": {"rom_address": "0x2000", "request": "SET_CUR", "count": 2}, "times": 1, "do": "unplug"}])";
+constexpr char kUnplugInReading[] =
+    R"([{"when": {"rom_address": "0x2000", "request": "GET_CUR", "count": 2}, "times": 1, "do": "unplug"}])";
+
+TEST(EngineCameras, AnUpgradeGoesOnWithACameraThatComesBack)
+{
+    const struct {
+        const char* faults;
+        RomContents lost_with;
+        const char* phases;
+    } cases[] = {
+        {kUnplug, RomContents::kIncomplete,
+         "reading unlocking erasing programming (programming) waiting for the camera "
+         "unlocking erasing programming locking verifying"},
+        {kUnplugInReading, RomContents::kUnverified,
+         "reading unlocking erasing programming locking verifying (verifying) waiting for the "
+         "camera verifying"},
+    };
+    for (const auto& c : cases) {
+        Bench bench{models::kRowan};
+        engine::Camera camera = bench.open();
+        const engine::Images images = images_for(models::kRowan);
+        bench.set_faults(c.faults);
+        bench.listener.on(Kind::kBegins, Phase::kWaiting, [&] {
+            bench.simulated.bed().settle();
+            bench.simulated.bed().replug(bench.simulated.sim());
+        });
+        const engine::Report report = bench.upgrade(camera, images);
+        hold_device(camera);
+        EXPECT_TRUE(report.status) << report.status.text();
+        EXPECT_EQ(report.rom, RomContents::kNew);
+        EXPECT_TRUE(bench.rom_begins_with(images.firmware.bytes()));
+        EXPECT_EQ(bench.listener.phases(), c.phases);
+        const auto lost =
+            std::ranges::find(bench.listener.events, Kind::kLost, &engine::Event::kind);
+        EXPECT_EQ(lost->rom, c.lost_with);
+        EXPECT_EQ(lost->status.reason(), Reason::kCameraGone);
+        EXPECT_TRUE(bench.listener.has(Kind::kRetries));
+    }
+}
+
+TEST(EngineCameras, AnotherOneInThePortIsLeftAlone)
+{
+    Bench bench{models::kRowan};
+    engine::Camera camera = bench.open();
+    sim::Bed& bed = bench.simulated.bed();
+    sim::PluggedCamera& other = bed.plug(*sim::find_model(models::kRowan), {.serial = "OTHER"});
+    bed.unplug(other);
+    bench.set_faults(kUnplug);
+    bench.listener.on(Kind::kBegins, Phase::kWaiting, [&] {
+        bed.settle(); // the port is free then
+        bed.replug(other, bench.simulated.sim().port());
+    });
+    other.clear_transfers();
+    const NeverFreed device_object; // of the other camera
+    const engine::Report report = bench.upgrade(camera, images_for(models::kRowan));
+    EXPECT_EQ(report.status.reason(), Reason::kCameraGone);
+    EXPECT_EQ(report.rom, RomContents::kIncomplete);
+    EXPECT_NE(report.status.message().find("is at port 1-1 now, but perhaps not the camera with "
+                                           "serial number SIM00001 that went away, so it is left "
+                                           "alone; before: programming the ROM failed"),
+              std::string::npos)
+        << report.status.message();
+    for (const sim::Transfer& sent : other.transfers()) {
+        const sim::Setup setup = sim::Setup::from_wire(sent.setup);
+        EXPECT_FALSE(setup.request == 0x01 && sent.data.size() > 1 &&
+                     (sent.data[0] & XU_FLAG_WRITE) != 0 && setup.selector() == ZRV_XU_EXT_ROM);
+    }
+}
+
+TEST(EngineCameras, WaitingForALostOneEnds)
+{
+    for (const bool by_stop : {true, false}) {
+        Bench bench{models::kRowan};
+        engine::Camera camera = bench.open();
+        bench.set_faults(kUnplug);
+        if (by_stop)
+            bench.listener.stop_on(Kind::kBegins, Phase::kWaiting);
+        const engine::Report report =
+            bench.upgrade(camera, images_for(models::kRowan), {.wait_s = 3});
+        EXPECT_EQ(report.status.reason(), by_stop ? Reason::kStopped : Reason::kCameraGone);
+        EXPECT_EQ(report.stopped, by_stop);
+        EXPECT_EQ(report.rom, RomContents::kIncomplete);
+        EXPECT_EQ(camera.device(), nullptr);
+        const double waited_s = bench.listener.events.back().seconds;
+        EXPECT_TRUE(by_stop ? waited_s < 0.1 : waited_s >= 3 && waited_s < 3.5) << waited_s;
+    }
+}
+
+TEST(EngineCameras, TellWhyTheyCannotBeOpened)
+{
+    const struct {
+        const char* what;
+        std::function<void(::Camera&)> arrange;
+        Reason reason;
+        const char* message;
+    } cases[] = {
+        {"stalled", [](::Camera& c) { c.fail(0x81, 0x0D, sim::Fault::stall()); }, Reason::kOther,
+         "cannot identify camera ADDRESS: the camera rejected a request"},
+        {"unknown chip", [](::Camera& c) { c.answer(0x81, 0x0D, std::vector<uint8_t>(11, 'X')); },
+         Reason::kNotSupported, "cannot identify camera ADDRESS: unknown controller, "},
+        {"unplugged", [](::Camera& c) { c.bed().unplug(c.sim()); }, Reason::kCameraGone,
+         "cannot open camera ADDRESS: the camera is gone, perhaps unplugged"},
+        {"in use", [](::Camera& c) { c.device(); }, Reason::kBusy,
+         "cannot open camera ADDRESS: another program uses the camera"},
+    };
+    for (const auto& c : cases) {
+        Bench bench{models::kRowan};
+        const auto info = *nyxus::find_camera();
+        c.arrange(bench.simulated);
+        const NeverFreed device_object;
+        const auto camera = engine::Camera::open(info);
+        EXPECT_EQ(camera.status().reason(), c.reason) << c.what << camera.status().text();
+        const std::string message = c.message; // the address counts on from test to test
+        const std::string expected =
+            std::string(message).replace(message.find("ADDRESS"), 7, info.bus_address());
+        EXPECT_EQ(camera.status().message().find(expected), 0u) << camera.status().text();
+    }
+}
+
+TEST(EngineCameras, ABlankOneIsOpenedAndAnEepromNamed)
+{
+    for (const std::string_view model : {models::kCedar, models::kHawthorn}) {
+        const bool spi = model == models::kCedar;
+        Bench bench{model, std::vector<uint8_t>(spi ? 0x10000 : 0x8000, 0xFF)};
+        engine::Camera camera = bench.open();
+        EXPECT_EQ(camera.rom_state(), spi ? nyxus::RomState::kBlank : nyxus::RomState::kUnknown);
+        EXPECT_EQ(camera.require_rom(0).reason(), spi ? Reason::kNone : Reason::kUnknownRom);
+        EXPECT_TRUE(camera.require_rom(0x8000));
+        const engine::Report report = bench.upgrade(camera, images_for(model));
+        EXPECT_TRUE(report.status) << model << report.status.text();
+    }
+}
+
+TEST(EngineCameras, AreWaitedForByName)
+{
+    Bench bench{models::kRowan};
+    sim::Bed& bed = bench.simulated.bed();
+    bed.unplug(bench.simulated.sim());
+    EXPECT_TRUE(engine::wait_for_cameras("1-1", 1, bench.listener.caller())->empty());
+    EXPECT_EQ(bench.listener.phases(), "waiting for the camera (waiting for the camera)");
+    Listener second;
+    second.on(Kind::kBegins, Phase::kWaiting, [&] { bed.replug(bench.simulated.sim()); });
+    EXPECT_EQ(engine::wait_for_cameras("1-1", 1, second.caller())->size(), 1u);
+    EXPECT_TRUE(engine::wait_for_cameras("1-2", 0, {})->empty());
+}
+
+TEST(EngineCameras, TwoAreUpgradedInTwoThreadsAtOnce)
+{
+    Bench bench{models::kFi2};
+    sim::PluggedCamera& larch = bench.simulated.bed().plug(*sim::find_model(models::kLarch));
+    const engine::Images images[] = {images_for(models::kFi2), images_for(models::kLarch)};
+    const auto infos = *nyxus::list_cameras();
+    ASSERT_EQ(infos.size(), 2u);
+    engine::Report reports[2];
+    const auto work = [&](size_t which) {
+        const NeverFreed device_object;
+        auto camera = engine::Camera::open(infos[which]);
+        ASSERT_TRUE(camera) << camera.status().text();
+        reports[which] = engine::upgrade(*camera, images[which], {}, bench.backups, {});
+    };
+    std::thread first(work, 0);
+    std::thread second(work, 1);
+    first.join();
+    second.join();
+    for (const engine::Report& report : reports)
+        EXPECT_EQ(report.rom, RomContents::kNew) << report.status.text();
+    EXPECT_TRUE(bench.rom_begins_with(images[0].firmware.bytes()));
+    const auto rom = (*larch.controller()).rom();
+    EXPECT_TRUE(std::ranges::equal(images[1].firmware.bytes(),
+                                   rom.first(images[1].firmware.bytes().size())));
+    EXPECT_NE(reports[0].backup, reports[1].backup);
+}
+
+} // namespace

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "arguments.h"
+#include "console.h"
+
+#include <nyxus/engine/events.hpp>
+
+namespace tool {
+
+namespace engine = nyxus::engine;
+
+/// What an end means for the camera when its ROM holds this, and what to do then; "" for nothing.
+const char* consequence_of(engine::RomContents rom);
+
+/// The others take no time that anybody would notice.
+bool is_shown(engine::Phase phase);
+
+/// Shows what the engine tells, and brings an interrupt to it where it may not end the program at
+/// once. It outlives the engine's work.
+class Follower {
+public:
+    Follower(Console& console, const Arguments& arguments)
+        : console_(console), arguments_(arguments)
+    {
+    }
+
+    engine::Caller caller();
+
+private:
+    void hear(const engine::Event& event);
+    void follow_phase(const engine::Event& event);
+    void prepare_for_interrupts(const engine::Event& event);
+
+    Console& console_;
+    const Arguments& arguments_;
+    std::stop_source stop_;
+};
+
+} // namespace tool

@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "programming.h"
+
+#include "dry_run.h"
+#include "failure.h"
+#include "follower.h"
+#include "result.h"
+#include "text.h"
+
+#include <nyxus/rom.h>
+
+namespace tool {
+
+namespace {
+
+std::string line_of(const engine::Step& step)
+{
+    return std::string("\n  ") + to_text(step.action) +
+           (step.size == 0 ? "" : format(": %u bytes from 0x%04X", step.size, step.address));
+}
+
+Members json_of(const engine::Step& step)
+{
+    if (step.size == 0)
+        return {{"step", to_text(step.action)}};
+    return {{"step", to_text(step.action)}, {"address", step.address}, {"bytes", step.size}};
+}
+
+} // namespace
+
+engine::Images load_images(const Arguments& arguments)
+{
+    engine::Images images{value_of(engine::Firmware::load(arguments.file))};
+    if (arguments.mfi_file.empty())
+        return images;
+    images.mfi = value_of(engine::Mfi::load(arguments.mfi_file));
+    if (!arguments.serial.empty())
+        require(images.mfi->set_serial(arguments.serial));
+    return images;
+}
+
+engine::UpgradeOptions upgrade_options(const Arguments& arguments)
+{
+    return {.always = arguments.force,
+            .backup = !arguments.skip_backup,
+            .verify = !arguments.skip_verify,
+            .wait_s = arguments.return_wait_s()};
+}
+
+std::string what_is_done(const Arguments& arguments, const engine::Images& images)
+{
+    return format("upgraded: %zu bytes of firmware", images.firmware.bytes().size()) +
+           (images.mfi ? format(", %zu bytes of MFi image", images.mfi->bytes().size()) : "") +
+           (arguments.skip_verify ? ", not read back" : ", read back and equal");
+}
+
+std::vector<uint8_t> read_rom(Console& console, const Arguments& arguments, Camera& camera,
+                              size_t size)
+{
+    Follower follower(console, arguments);
+    return value_of(engine::read_rom(camera, 0, static_cast<uint32_t>(size), follower.caller()));
+}
+
+bool program(Console& console, Camera& camera, const Arguments& arguments,
+             const engine::Images& images, Result& result)
+{
+    Follower follower(console, arguments);
+    const engine::Report report = engine::upgrade(camera, images, upgrade_options(arguments),
+                                                  engine::Backups(), follower.caller());
+    console.drain();
+    result.rom = report.rom;
+    if (!report.status)
+        throw failure_of(report);
+    if (report.left_unlocked)
+        console.display().note("the ROM could not be locked again");
+    result.bytes = report.bytes;
+    return !report.up_to_date;
+}
+
+void print_plan(Console& console, const Arguments& arguments, Camera& camera,
+                const engine::Images& images, const engine::UpgradeOptions& options,
+                nyxus::Bytes before)
+{
+    engine::Plan plan = engine::plan_upgrade(camera, images, options, before);
+    if (arguments.reset)
+        plan.steps.push_back({engine::Action::kRestart});
+    std::string text = "to be done with " + camera.name() + ":";
+    Value::List steps;
+    Cost cost;
+    for (const engine::Step& step : plan.steps) {
+        text += line_of(step);
+        steps.emplace_back(json_of(step));
+        cost += engine::cost_of(camera, step);
+    }
+    Members values = json_of(label_of(camera));
+    values.push_back({"steps", steps});
+    if (plan.reserved_area != engine::ReservedArea::kKept) {
+        const bool certain = plan.reserved_area == engine::ReservedArea::kErased;
+        const std::string remark = reserved_area_remark(certain, arguments);
+        text += "\n" + remark;
+        values.push_back({"remark", remark});
+    }
+    print_dry_run(console, arguments, camera, text, values, cost,
+                  camera.has_spi_flash() ? kFlashTime : "");
+}
+
+std::string reserved_area_remark(bool certain, const Arguments& arguments)
+{
+    return format("the reserved area (0x%04X)%s is erased, too; ", SPI_RESERVED_ADDR,
+                  certain ? "" : ", if it is in use,") +
+           (arguments.skip_backup ? "'nyxus reserved read FILE' keeps it" : "the backup holds it");
+}
+
+std::string advice_after(engine::RomContents rom)
+{
+    return rom == engine::RomContents::kUnchanged ? "" : consequence_of(rom);
+}
+
+const char* advice_for(engine::Reason reason)
+{
+    switch (reason) {
+        case engine::Reason::kUnknownRom:
+            return "if it has an EEPROM, 'nyxus upgrade FILE --eeprom KIB' programs it";
+        case engine::Reason::kNotStarted:
+            return "'nyxus upgrade' installs another image, 'nyxus recover FILE' an older backup";
+        default:
+            return "";
+    }
+}
+
+Failure failure_of(const engine::Report& report)
+{
+    const engine::Status& status = report.status;
+    if (status.reason() == engine::Reason::kStopped)
+        return {kExitInterrupted, std::string("interrupted: ") + consequence_of(report.rom)};
+    if (status.reason() == engine::Reason::kBackupNotKept)
+        return {kExitFailure, status.text() + " ('--no-backup' goes on without one)"};
+    const std::string advice = advice_for(status.reason());
+    const Failure failure = failure_of(status, advice.empty() ? advice_after(report.rom) : advice);
+    return report.stopped ? Failure(kExitInterrupted, "interrupted; " + failure.text()) : failure;
+}
+
+} // namespace tool

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "arguments.h"
+#include "camera.h"
+#include "events.h"
+#include "failure.h"
+
+#include <nyxus/engine/upgrade.hpp>
+#include <string>
+
+// What the commands that program the ROM have in common.
+namespace tool {
+
+/// From the files of the command line.
+engine::Images load_images(const Arguments& arguments);
+engine::UpgradeOptions upgrade_options(const Arguments& arguments);
+
+/// How an upgrade has ended.
+std::string what_is_done(const Arguments& arguments, const engine::Images& images);
+inline constexpr char kUpToDate[] = "already up to date: the ROM equals the image";
+
+/// Reads the ROM's first bytes, as a phase of the display.
+std::vector<uint8_t> read_rom(Console& console, const Arguments& arguments, Camera& camera,
+                              size_t size);
+
+/// Programs the images and says what has been done; `rom` and `bytes` are filled in at any end.
+/// False when the ROM held them already.
+bool program(Console& console, Camera& camera, const Arguments& arguments,
+             const engine::Images& images, Result& result);
+
+/// What --dry-run tells in its place. `before` is what has been read of the ROM, perhaps nothing.
+void print_plan(Console& console, const Arguments& arguments, Camera& camera,
+                const engine::Images& images, const engine::UpgradeOptions& options,
+                nyxus::Bytes before = {});
+
+/// What to say when the flash's reserved area is erased without being written again.
+std::string reserved_area_remark(bool certain, const Arguments& arguments);
+
+/// What to do when the work has ended with this in the ROM; "" where the message says all.
+std::string advice_after(engine::RomContents rom);
+/// What to do about this, whatever the ROM holds; "" for nothing in particular.
+const char* advice_for(engine::Reason reason);
+/// Why a change of the ROM has failed or was interrupted, and what to do.
+Failure failure_of(const engine::Report& report);
+
+} // namespace tool
