@@ -21,7 +21,7 @@ struct Options {
 
 std::vector<NyControl> controls_of(Session& session)
 {
-    auto controls = nyxus::list_controls(session.camera.opened());
+    auto controls = nyxus::list_controls(session.camera);
     if (!controls)
         throw library_failure("reading the controls", controls.status().code());
     return std::move(*controls);

@@ -48,7 +48,7 @@ std::string format_name(uint32_t fourcc)
 
 std::vector<NyStreamFormat> list_formats(Session& session)
 {
-    auto formats = nyxus::list_formats(session.camera.opened());
+    auto formats = nyxus::list_formats(session.camera);
     if (!formats)
         throw usb_failure("reading the formats", LIBUSB_ERROR_NO_DEVICE);
     if (formats->empty()) {
@@ -101,7 +101,7 @@ static Failure start_failure(const nyxus::VideoFormat& format, const nyxus::Stat
 
 nyxus::Stream start_stream(Session& session, const nyxus::VideoFormat& format)
 {
-    auto stream = nyxus::Stream::start(session.camera.opened(), format);
+    auto stream = nyxus::Stream::start(session.camera, format);
     if (!stream)
         throw start_failure(format, stream.status());
     return std::move(*stream);

@@ -77,14 +77,21 @@ Result<Camera> open_camera(const Order& order, const Caller& caller)
     return usable ? std::move(camera) : usable;
 }
 
+Report failed(Status status)
+{
+    Report report;
+    report.status = std::move(status);
+    return report;
+}
+
 Report work(const Order& order, const Backups& backups, const Caller& caller)
 {
     const auto images = images_of(order);
     if (!images)
-        return {.status = images.status()};
+        return failed(images.status());
     auto camera = open_camera(order, caller);
     if (!camera)
-        return {.status = camera.status()};
+        return failed(camera.status());
     const UpgradeOptions& options = order.options.upgrade;
     Report report = upgrade(*camera, *images, options, backups, caller);
     if (!report.status || !order.options.restart)

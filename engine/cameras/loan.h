@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <filesystem>
 #include <mutex>
 #include <nyxus/cpp/camera_list.hpp>
 
