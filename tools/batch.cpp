@@ -11,10 +11,10 @@
 #include "result.h"
 #include "text.h"
 
-#include <nyxus/engine/batch.hpp>
 #include <algorithm>
 #include <csignal>
 #include <cstring>
+#include <nyxus/engine/batch.hpp>
 
 namespace tool {
 
@@ -115,13 +115,13 @@ Result result_of(const engine::BatchReport& report, const Arguments& arguments,
         result.bytes = report.bytes;
         return result;
     }
-    const Failure failure = report.started ? failure_of(static_cast<const engine::Report&>(report))
-                                           : Failure(kExitInterrupted,
-                                                     "interrupted before its "
-                                                     "turn; nothing was written");
+    const bool has_waited = !report.started && report.stopped;
+    const Failure failure =
+        has_waited ? Failure(kExitInterrupted, "interrupted before its turn; nothing was written")
+                   : failure_of(static_cast<const engine::Report&>(report));
     result.exit_code = failure.code();
     result.message = failure.text();
-    result.outcome = !report.started                      ? Outcome::kNotStarted
+    result.outcome = has_waited                           ? Outcome::kNotStarted
                      : failure.code() == kExitInterrupted ? Outcome::kInterrupted
                                                           : Outcome::kFailed;
     return result;

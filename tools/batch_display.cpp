@@ -4,7 +4,6 @@
 #include "text.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
 
 namespace tool {
@@ -17,12 +16,6 @@ constexpr size_t kLargestBar = 24;
 constexpr size_t kLongestLabel = 18;
 
 using Clock = Job::Clock;
-
-std::string clock_text(double seconds)
-{
-    const auto whole = static_cast<unsigned>(std::ceil(seconds));
-    return format("%u:%02u", whole / 60, whole % 60);
-}
 
 /// "1-2", "A0001234" and the product, in columns as wide as the longest of each.
 class Labels {
@@ -275,21 +268,7 @@ private:
         const std::string phase = padded(progress.phase, kPhaseColumns);
         if (progress.total == 0)
             return (phase + format("%5.1f s", progress.seconds)).substr(0, room);
-        const auto share = static_cast<unsigned>(progress.bytes * 100 / progress.total);
-        const std::string percent = format("%4u%%", share);
-        std::string with_rate = percent;
-        with_rate += progress.rate() > 0 ? format(" %7.1f KiB/s", progress.rate() / 1024)
-                                         : std::string(14, ' ');
-        std::string with_time = with_rate;
-        if (const auto remaining = progress.remaining_s())
-            with_time.append("  ").append(clock_text(*remaining)).append(" left");
-        for (const std::string& tail : {with_time, with_rate, percent}) {
-            const size_t fixed = phase.size() + 2 + tail.size();
-            const size_t width = std::min(room - fixed, kLargestBar);
-            if (room >= fixed + kSmallestBar)
-                return phase + display_.bar(share * width / 100, width) + tail;
-        }
-        return (phase + percent).substr(0, room);
+        return bar_line(display_, progress, room, {kSmallestBar, kLargestBar});
     }
 
     /// Whole characters of a UTF-8 text.

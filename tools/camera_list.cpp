@@ -19,11 +19,6 @@ std::string listed(const std::vector<CameraEntry>& cameras)
     return lines;
 }
 
-Openable openable(const nyxus::Status& status)
-{
-    return {status.usb_code(), status ? "" : usb_reason(status.usb_code())};
-}
-
 } // namespace
 
 std::string description(const CameraEntry& entry)
@@ -42,16 +37,6 @@ std::vector<CameraEntry> list_cameras()
         entry.product = printable(entry.product);
     }
     return std::move(*cameras);
-}
-
-Openable try_open(const CameraEntry& entry)
-{
-    return openable(nyxus::can_open(entry));
-}
-
-Openable try_claim(const CameraEntry& entry)
-{
-    return openable(nyxus::can_claim(entry));
 }
 
 CameraEntry select_camera(const std::vector<CameraEntry>& cameras, const std::string& choice)

@@ -25,13 +25,13 @@ void confirm(Console& console, const Camera& camera, bool yes)
 
 void erase(Console& console, const Arguments& arguments, Camera& camera, Result& result)
 {
-    Follower follower(console, arguments);
+    Follower follower(console, arguments, consequence_of_erasing);
     const engine::Report report = engine::erase(camera, engine::Backups(), follower.caller());
     result.rom = report.rom;
-    if (report.stopped)
+    if (report.stopped) {
         throw Failure(kExitInterrupted,
-                      "interrupted: the ROM is partly erased; erase or upgrade "
-                      "it again");
+                      std::string("interrupted: ") + consequence_of_erasing(report.rom));
+    }
     require(report.status);
     result.message = "erased; after a reset the camera runs its mask ROM";
     console.display().say(result.message);

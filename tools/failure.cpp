@@ -1,44 +1,35 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "failure.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace tool {
 
-ExitCode exit_code_of(engine::Reason reason)
+// The other reasons have no code of their own.
+// clang-format off
+constexpr std::pair<engine::Reason, ExitCode> kExitCodes[] = {
+    {engine::Reason::kNone,             kExitOk},
+    {engine::Reason::kStopped,          kExitInterrupted},
+    {engine::Reason::kCameraGone,       kExitCameraLost},
+    {engine::Reason::kNotBack,          kExitTimeout},
+    {engine::Reason::kTimedOut,         kExitTimeout},
+    {engine::Reason::kNoPermission,     kExitPermission},
+    {engine::Reason::kBusy,             kExitBusy},
+    {engine::Reason::kProtected,        kExitProtected},
+    {engine::Reason::kMismatch,         kExitMismatch},
+    {engine::Reason::kWrongImage,       kExitImageRefused},
+    {engine::Reason::kNotSupported,     kExitNotSupported},
+    {engine::Reason::kUnknownRom,       kExitNotSupported},
+    {engine::Reason::kNothingToRecover, kExitNotConfirmed},
+};
+// clang-format on
+
+static ExitCode exit_code_of(engine::Reason reason)
 {
-    using engine::Reason;
-    switch (reason) {
-        case Reason::kNone:
-            return kExitOk;
-        case Reason::kStopped:
-            return kExitInterrupted;
-        case Reason::kCameraGone:
-            return kExitCameraLost;
-        case Reason::kNotBack:
-        case Reason::kTimedOut:
-            return kExitTimeout;
-        case Reason::kNoPermission:
-            return kExitPermission;
-        case Reason::kBusy:
-            return kExitBusy;
-        case Reason::kProtected:
-            return kExitProtected;
-        case Reason::kMismatch:
-            return kExitMismatch;
-        case Reason::kWrongImage:
-            return kExitImageRefused;
-        case Reason::kNotSupported:
-        case Reason::kUnknownRom:
-            return kExitNotSupported;
-        case Reason::kNothingToRecover:
-            return kExitNotConfirmed;
-        case Reason::kOther:
-        case Reason::kFile:
-        case Reason::kBackupNotKept:
-        case Reason::kNoBackup:
-        case Reason::kNotStarted:
-            break;
-    }
-    return kExitFailure;
+    const auto* found =
+        std::ranges::find(kExitCodes, reason, [](const auto& row) { return row.first; });
+    return found == std::end(kExitCodes) ? kExitFailure : found->second;
 }
 
 Failure failure_of(const engine::Status& status, const std::string& advice)

@@ -27,8 +27,6 @@ private:
     std::string text_;
 };
 
-ExitCode exit_code_of(engine::Reason reason);
-
 /// "DOING: REASON; ADVICE [where it began]".
 Failure failure_of(const engine::Status& status, const std::string& advice = "");
 

@@ -17,7 +17,6 @@ constexpr char kFinishing[] =
     "stops at once\n";
 constexpr char kStoppedInTheMiddle[] =
     "the ROM is incomplete; run the upgrade again before the camera is reset or unplugged";
-
 /// In these nothing is asked of the camera, and they have a limit of their own.
 bool is_patient(Phase phase)
 {
@@ -46,6 +45,18 @@ const char* consequence_of(RomContents rom)
             break;
     }
     return "";
+}
+
+const char* consequence_of_erasing(RomContents rom)
+{
+    switch (rom) {
+        case RomContents::kUnverified:
+            return "the ROM was erased, but nobody has looked whether it is empty";
+        case RomContents::kIncomplete:
+            return "the ROM is partly erased; erase or upgrade it again";
+        default:
+            return consequence_of(rom);
+    }
 }
 
 engine::Caller Follower::caller()
@@ -102,8 +113,9 @@ void Follower::follow_phase(const engine::Event& event)
 
 void Follower::prepare_for_interrupts(const engine::Event& event)
 {
-    const char* const meaning = event.stop_waits ? kStoppedInTheMiddle : consequence_of(event.rom);
-    last_words::set_consequence(meaning, to_text(event.rom));
+    const bool in_the_middle = event.stop_waits && consequence_ == consequence_of;
+    last_words::set_consequence(in_the_middle ? kStoppedInTheMiddle : consequence_(event.rom),
+                                to_text(event.rom));
     if (event.stop_waits) {
         last_words::postpone_interrupts(kFinishing);
     } else if (last_words::stop_postponing()) {

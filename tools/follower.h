@@ -11,7 +11,10 @@ namespace tool {
 namespace engine = nyxus::engine;
 
 /// What an end means for the camera when its ROM holds this, and what to do then; "" for nothing.
+/// After an upgrade, and after an erase.
+using Consequence = const char* (*)(engine::RomContents);
 const char* consequence_of(engine::RomContents rom);
+const char* consequence_of_erasing(engine::RomContents rom);
 
 /// The others take no time that anybody would notice.
 bool is_shown(engine::Phase phase);
@@ -20,8 +23,8 @@ bool is_shown(engine::Phase phase);
 /// once. It outlives the engine's work.
 class Follower {
 public:
-    Follower(Console& console, const Arguments& arguments)
-        : console_(console), arguments_(arguments)
+    Follower(Console& console, const Arguments& arguments, Consequence consequence = consequence_of)
+        : console_(console), arguments_(arguments), consequence_(consequence)
     {
     }
 
@@ -34,6 +37,7 @@ private:
 
     Console& console_;
     const Arguments& arguments_;
+    const Consequence consequence_;
     std::stop_source stop_;
 };
 

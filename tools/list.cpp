@@ -8,12 +8,19 @@ namespace tool {
 
 namespace {
 
-Members json_entry(const CameraEntry& entry, const Openable& openable)
+/// "" when it can be opened.
+std::string why_not(const CameraEntry& entry)
+{
+    const nyxus::Status open = nyxus::can_open(entry);
+    return open ? "" : usb_reason(open.usb_code());
+}
+
+Members json_entry(const CameraEntry& entry, const std::string& reason)
 {
     Members object = json_of(entry);
-    object.push_back({"openable", openable.libusb_code == 0});
-    if (openable.libusb_code != 0)
-        object.push_back({"reason", openable.reason});
+    object.push_back({"openable", reason.empty()});
+    if (!reason.empty())
+        object.push_back({"reason", reason});
     return object;
 }
 
@@ -38,11 +45,11 @@ ExitCode run_list(Console& console, const Arguments& arguments)
     Value::List array;
     std::string lines = "CAMERA  PORT     SERIAL           PRODUCT";
     for (const CameraEntry& entry : cameras) {
-        const Openable openable = try_open(entry);
-        array.emplace_back(json_entry(entry, openable));
+        const std::string reason = why_not(entry);
+        array.emplace_back(json_entry(entry, reason));
         lines += "\n" + description(entry);
-        if (openable.libusb_code != 0)
-            lines += "\n        cannot be opened: " + openable.reason;
+        if (!reason.empty())
+            lines += "\n        cannot be opened: " + reason;
     }
     if (cameras.empty())
         return say_what_is_wrong(console, arguments);

@@ -56,6 +56,37 @@ size_t terminal_width(int fd)
 
 } // namespace
 
+/// The narrower the terminal, the less is said: first the time goes, then the rate, then the bar.
+std::string bar_line(const Display& display, const Progress& progress, size_t width,
+                     std::pair<size_t, size_t> bar_columns)
+{
+    const auto [smallest, largest] = bar_columns;
+    const std::string head = padded(progress.phase, kPhaseColumns);
+    const std::string share =
+        format("%4u%%", static_cast<unsigned>(progress.bytes * 100 / progress.total));
+    std::string with_rate = share;
+    if (progress.rate() > 0)
+        with_rate += format("%8.1f KiB/s", progress.rate() / 1024);
+    std::string with_time = with_rate;
+    if (const auto left_s = progress.remaining_s())
+        with_time += "  " + clock_text(*left_s) + " left";
+    for (const std::string& tail : {with_time, with_rate, share}) {
+        const size_t fixed = head.size() + 2 + tail.size();
+        if (width < fixed + smallest)
+            continue;
+        const size_t columns = std::min(width - fixed, largest);
+        const auto full = static_cast<size_t>(progress.bytes * columns / progress.total);
+        return head + display.bar(full, columns) + tail;
+    }
+    return (head + share).substr(0, width);
+}
+
+std::string clock_text(double seconds)
+{
+    const auto whole = static_cast<unsigned>(std::ceil(seconds));
+    return format("%u:%02u", whole / 60, whole % 60);
+}
+
 Display::Display()
     : out_(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3)),
       err_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)),
@@ -278,34 +309,14 @@ std::string Display::bar_line(size_t width) const
         const std::string time = format("%5.1f s", elapsed);
         if (width < head.size() + 2 + kSmallestBar + time.size())
             return (head + time).substr(0, width);
-        return head + filled_bar(kSmallestBar) + time;
+        return head + wandering_bar(kSmallestBar) + time;
     }
-    const std::string share = format("%4u%%", percent());
-    std::string rate;
-    std::string left;
-    if (elapsed > kRateKnown_s && done_bytes_ > 0) {
-        const double per_byte_s = elapsed / static_cast<double>(done_bytes_);
-        const double bytes_left = static_cast<double>(total_bytes_ - done_bytes_);
-        const auto left_s = static_cast<unsigned>(std::ceil(per_byte_s * bytes_left));
-        rate = format("%8.1f KiB/s", rate_kib_per_s());
-        left = format("  %u:%02u left", left_s / 60, left_s % 60);
-    }
-    // The narrower the terminal, the less is said: first the time goes, then the rate, then the
-    // bar.
-    const std::string with_rate = share + rate;
-    const std::string with_time = with_rate + left;
-    for (const std::string& tail : {with_time, with_rate, share}) {
-        const size_t fixed = head.size() + 2 + tail.size();
-        if (width >= fixed + kSmallestBar)
-            return head + filled_bar(std::min(width - fixed, kLargestBar)) + tail;
-    }
-    return (head + share).substr(0, width);
+    return tool::bar_line(*this, {phase_, done_bytes_, total_bytes_, elapsed, false}, width,
+                          {kSmallestBar, kLargestBar});
 }
 
-std::string Display::filled_bar(size_t width) const
+std::string Display::wandering_bar(size_t width) const
 {
-    if (total_bytes_ != 0)
-        return bar(static_cast<size_t>(done_bytes_ * width / total_bytes_), width);
     // Three cells that wander to and fro.
     const size_t way = width - 3;
     const size_t step = static_cast<size_t>(elapsed_s() * 8) % (2 * way);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "events.h"
 #include "files/descriptor.h"
 #include "last_line.h"
 
@@ -82,7 +83,7 @@ private:
     void redraw(bool always);
     void erase_bar();
     std::string bar_line(size_t width) const;
-    std::string filled_bar(size_t width) const;
+    std::string wandering_bar(size_t width) const;
     std::string summary() const;
     void print_quarter();
     void put_progress(bool done);
@@ -108,5 +109,12 @@ private:
     Clock::time_point drawn_;
     unsigned quarters_said_ = 0;
 };
+
+/// A phase with its bar, of so many columns, share, rate and time that is left, as far as there is
+/// room. Its total is known.
+std::string bar_line(const Display& display, const Progress& progress, size_t width,
+                     std::pair<size_t, size_t> bar_columns);
+/// "1:05".
+std::string clock_text(double seconds);
 
 } // namespace tool

@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "protocol.h"
 
-#include <algorithm>
-#include <iterator>
 #include <nlohmann/json.hpp>
+#include <span>
 #include <stdexcept>
 
 namespace nyxus::engine {
 
-namespace {
-
 using Json = nlohmann::json;
 
+namespace {
+
+// In the order of their values.
 constexpr const char* kKinds[] = {"begins",  "advances",       "ends",          "abandoned",
                                   "outlook", "stop-postponed", "reserved-area", "backup",
                                   "lost",    "retries"};
@@ -36,144 +36,102 @@ constexpr const char* kReasons[] = {"none",
 static_assert(std::size(kKinds) == static_cast<size_t>(Event::Kind::kRetries) + 1);
 static_assert(std::size(kReasons) == static_cast<size_t>(Reason::kNotStarted) + 1);
 
-/// The value with this text, out of all that have one.
-template <typename Enum, typename Text>
-Enum from_text(const std::string& text, size_t count, Text text_of)
+const char* to_text(Event::Kind kind)
 {
-    for (size_t i = 0; i < count; ++i) {
-        if (text == text_of(i))
+    return kKinds[static_cast<size_t>(kind)];
+}
+
+const char* to_text(Reason reason)
+{
+    return kReasons[static_cast<size_t>(reason)];
+}
+
+/// The value with this text, of all up to the last one.
+template <typename Enum>
+Enum from_text(const std::string& text, Enum last)
+{
+    for (int i = 0; i <= static_cast<int>(last); ++i) {
+        if (text == to_text(static_cast<Enum>(i)))
             return static_cast<Enum>(i);
     }
     throw std::out_of_range(text);
 }
 
-Phase phase_from(const std::string& text)
-{
-    return from_text<Phase>(text, static_cast<size_t>(Phase::kRestarting) + 1,
-                            [](size_t i) { return to_text(static_cast<Phase>(i)); });
-}
+} // namespace
 
-RomContents rom_from(const std::string& text)
-{
-    return from_text<RomContents>(text, static_cast<size_t>(RomContents::kErased) + 1,
-                                  [](size_t i) { return to_text(static_cast<RomContents>(i)); });
-}
+// What follows is found by the JSON library.
 
-Json json_of(const Status& status)
+static void to_json(Json& json, const Status& status)
 {
-    return {{"reason", kReasons[static_cast<size_t>(status.reason())]},
+    json = {{"reason", to_text(status.reason())},
             {"message", status.message()},
             {"code", status.code()},
             {"where", status.where()}};
 }
 
-Status status_from(const Json& json)
+static void from_json(const Json& json, Status& status)
 {
-    const auto reason = from_text<Reason>(json.at("reason"), std::size(kReasons),
-                                          [](size_t i) { return kReasons[i]; });
-    if (reason == Reason::kNone)
-        return {};
-    return {reason, json.at("message"), json.at("code").get<int32_t>(), json.at("where")};
+    const Reason reason = from_text(json.at("reason"), Reason::kNotStarted);
+    if (reason != Reason::kNone)
+        status = {reason, json.at("message"), json.at("code").get<int32_t>(), json.at("where")};
 }
 
-Event event_from(const Json& json)
+static void to_json(Json& json, Phase phase)
 {
-    return {.kind = from_text<Event::Kind>(json.at("event"), std::size(kKinds),
-                                           [](size_t i) { return kKinds[i]; }),
-            .phase = phase_from(json.at("phase")),
-            .done = json.at("done"),
-            .total = json.at("total"),
-            .seconds = json.at("seconds"),
-            .rom = rom_from(json.at("rom")),
-            .stop_waits = json.at("stop_waits"),
-            .certain = json.at("certain"),
-            .text = json.at("text"),
-            .status = status_from(json.at("status"))};
+    json = to_text(phase);
 }
 
-Report report_from(const Json& json)
+static void from_json(const Json& json, Phase& phase)
 {
-    return {.status = status_from(json.at("status")),
-            .rom = rom_from(json.at("rom")),
-            .up_to_date = json.at("up_to_date"),
-            .stopped = json.at("stopped"),
-            .left_unlocked = json.at("left_unlocked"),
-            .backup = json.at("backup").get<std::string>(),
-            .bytes = json.at("bytes")};
+    phase = from_text(json, Phase::kRestarting);
 }
 
-Order order_from(const Json& json)
+static void to_json(Json& json, RomContents rom)
 {
-    return {.port = json.at("port"),
-            .options = {.upgrade = {.always = json.at("always"),
-                                    .backup = json.at("backup"),
-                                    .verify = json.at("verify"),
-                                    .wait_s = json.at("wait_s")},
-                        .eeprom_bytes = json.at("eeprom_bytes"),
-                        .restart = json.at("restart"),
-                        .plug_wait_s = json.at("plug_wait_s"),
-                        .trace_level = json.at("trace_level")},
-            .firmware_bytes = json.at("firmware_bytes"),
-            .mfi_bytes = json.at("mfi_bytes"),
-            .serial = json.at("serial")};
+    json = to_text(rom);
 }
+
+static void from_json(const Json& json, RomContents& rom)
+{
+    rom = from_text(json, RomContents::kErased);
+}
+
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(UpgradeOptions, always, backup, verify, wait_s)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(BatchOptions, upgrade, eeprom_bytes, restart, plug_wait_s,
+                                   trace_level)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Order, port, options, firmware_bytes, mfi_bytes, serial)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Event, phase, done, total, seconds, rom, stop_waits, certain,
+                                   text, status)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Report, status, rom, up_to_date, stopped, left_unlocked, backup,
+                                   bytes)
 
 /// A name that is no UTF-8 becomes that.
-std::string line_of(const Json& json)
+static std::string line_of(const Json& json)
 {
     return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
-} // namespace
-
 std::string to_line(const Order& order)
 {
-    const UpgradeOptions& upgrade = order.options.upgrade;
-    return line_of({{"order",
-                     {{"port", order.port},
-                      {"always", upgrade.always},
-                      {"backup", upgrade.backup},
-                      {"verify", upgrade.verify},
-                      {"wait_s", upgrade.wait_s},
-                      {"eeprom_bytes", order.options.eeprom_bytes},
-                      {"restart", order.options.restart},
-                      {"plug_wait_s", order.options.plug_wait_s},
-                      {"trace_level", order.options.trace_level},
-                      {"firmware_bytes", order.firmware_bytes},
-                      {"mfi_bytes", order.mfi_bytes},
-                      {"serial", order.serial}}}});
+    return line_of({{"order", order}});
 }
 
 std::string to_line(const Event& event)
 {
-    return line_of({{"event", kKinds[static_cast<size_t>(event.kind)]},
-                    {"phase", to_text(event.phase)},
-                    {"done", event.done},
-                    {"total", event.total},
-                    {"seconds", event.seconds},
-                    {"rom", to_text(event.rom)},
-                    {"stop_waits", event.stop_waits},
-                    {"certain", event.certain},
-                    {"text", event.text},
-                    {"status", json_of(event.status)}});
+    Json json = event;
+    json["event"] = to_text(event.kind);
+    return line_of(json);
 }
 
 std::string to_line(const Report& report)
 {
-    return line_of({{"report",
-                     {{"status", json_of(report.status)},
-                      {"rom", to_text(report.rom)},
-                      {"up_to_date", report.up_to_date},
-                      {"stopped", report.stopped},
-                      {"left_unlocked", report.left_unlocked},
-                      {"backup", report.backup.string()},
-                      {"bytes", report.bytes}}}});
+    return line_of({{"report", report}});
 }
 
 std::optional<Order> parse_order(const std::string& line)
 {
     try {
-        return order_from(Json::parse(line).at("order"));
+        return Json::parse(line).at("order").get<Order>();
     } catch (const std::exception&) {
         return std::nullopt;
     }
@@ -189,8 +147,10 @@ FromHelper parse_from_helper(const std::string& line)
     try {
         const Json json = Json::parse(line);
         if (json.contains("report"))
-            return report_from(json.at("report"));
-        return event_from(json);
+            return json.at("report").get<Report>();
+        auto event = json.get<Event>();
+        event.kind = from_text(json.at("event"), Event::Kind::kRetries);
+        return event;
     } catch (const std::exception&) {
         return {};
     }

@@ -102,15 +102,18 @@ Report work(const Order& order, const Backups& backups, const Caller& caller)
     return report;
 }
 
-/// A leader that has gone is a stop, too: the camera comes to a safe point.
-void await_stop(LineReader leader, std::stop_source stop)
+/// When the leader goes, the camera is completed all the same; but nobody watches any more that it
+/// does not hang.
+void listen_to(LineReader leader, std::stop_source stop)
 {
-    bool wanted = false;
-    while (!wanted && leader.fd() >= 0) {
-        for (const std::string& line : leader.read_lines())
-            wanted = wanted || is_stop(line);
+    constexpr unsigned kLongestWork_s = 600;
+    while (leader.fd() >= 0) {
+        for (const std::string& line : leader.read_lines()) {
+            if (is_stop(line))
+                stop.request_stop();
+        }
     }
-    stop.request_stop();
+    alarm(kLongestWork_s);
 }
 
 } // namespace
@@ -135,7 +138,7 @@ int main(int argc, char** argv)
     std::stop_source stop;
     if (stopped)
         stop.request_stop();
-    std::thread(await_stop, std::move(leader), stop).detach();
+    std::thread(listen_to, std::move(leader), stop).detach();
     Teller teller;
     const Caller caller{[&teller](const Event& event) { teller.tell(event); }, stop.get_token()};
     const Report report = work(*order, Backups(argv[1]), caller);

@@ -73,8 +73,8 @@ struct Event {
  * until it is locked again, a stop is postponed.
  */
 struct Caller {
-    std::function<void(const Event&)> tell; ///< on the thread that does the work; returns soon
-    std::stop_token stop;                   ///< asked for by any thread
+    std::function<void(const Event&)> tell = {}; ///< on the thread that does the work; returns soon
+    std::stop_token stop = {};                   ///< asked for by any thread
 };
 
 } // namespace nyxus::engine

@@ -19,10 +19,10 @@ struct Report {
     Status status = {};
     RomContents rom = RomContents::kUnchanged; ///< at any end
     bool up_to_date = false;                   ///< nothing had to be done
-    bool stopped = false;         ///< on request; a status of another reason failed before that
-    bool left_unlocked = false;   ///< the ROM is complete, but could not be locked again
-    std::filesystem::path backup; ///< of what was replaced; "" if none was kept
-    uint64_t bytes = 0;           ///< of the images that were written
+    bool stopped = false;       ///< on request; a status of another reason failed before that
+    bool left_unlocked = false; ///< the ROM is complete, but could not be locked again
+    std::filesystem::path backup = {}; ///< of what was replaced; "" if none was kept
+    uint64_t bytes = 0;                ///< of the images that were written
 };
 
 /**
