@@ -2,6 +2,7 @@
 #include "camera.h"
 
 #include "failure.h"
+#include "last_words.h"
 #include "text.h"
 
 #include <nyxus/config.h>
@@ -68,8 +69,7 @@ Camera Camera::open(const CameraEntry& entry)
     return {std::move(*blank), std::move(loan)};
 }
 
-Camera::Camera(nyxus::Camera camera, Loan loan)
-    : camera_(std::move(camera)), loan_(std::move(loan))
+Camera::Camera(nyxus::Camera camera, Loan loan) : camera_(std::move(camera)), loan_(std::move(loan))
 {
     kernel_driver::set_open(device().usb_handle);
 }
@@ -87,6 +87,7 @@ void Camera::give_up()
 {
     if (!loan_)
         return;
+    last_words::wait_for_end();
     const auto hold = kernel_driver::hold();
     kernel_driver::set_open(nullptr);
     camera_.close();

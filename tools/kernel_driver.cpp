@@ -17,11 +17,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kInterfaces = 2; // control and video
 constexpr int kControlInterface = 0;
+constexpr int kVideoInterface = 1;
 
+// The camera that is open. Under the lock:
 std::timed_mutex in_use;
 libusb_device_handle* open_handle = nullptr;
+bool is_lent = false;
+fs::path lent_file;
 
 fs::path folder()
 {
@@ -41,9 +44,9 @@ std::string driven_interfaces(const CameraEntry& entry)
     int status = 0;
     const auto handle = open_device(entry, status);
     std::string interfaces;
-    for (int i = 0; handle && i < kInterfaces; ++i) {
-        if (libusb_kernel_driver_active(handle.get(), i) == 1)
-            interfaces += (interfaces.empty() ? "" : " ") + std::to_string(i);
+    for (const int interface : {kControlInterface, kVideoInterface}) {
+        if (handle && libusb_kernel_driver_active(handle.get(), interface) == 1)
+            interfaces += (interfaces.empty() ? "" : " ") + std::to_string(interface);
     }
     return interfaces;
 }
@@ -53,6 +56,23 @@ files::Descriptor locked(const fs::path& file, int flags)
     files::Descriptor lock(open(file.c_str(), flags | O_CLOEXEC, 0600));
     return lock && flock(lock.get(), LOCK_EX | LOCK_NB) == 0 ? std::move(lock)
                                                              : files::Descriptor();
+}
+
+/// Whether the driver has the camera then. Other threads may take the control interface again in
+/// between, the library for its next transfer, libuvc for that of the status endpoint; but not from
+/// the driver.
+bool let_go(libusb_device_handle* handle)
+{
+    constexpr int kTries = 20;
+    libusb_set_auto_detach_kernel_driver(handle, 0);
+    (void)libusb_release_interface(handle, kVideoInterface);
+    int status = LIBUSB_ERROR_BUSY;
+    for (int i = 0; i < kTries && status == LIBUSB_ERROR_BUSY; ++i) {
+        (void)libusb_claim_interface(handle, kControlInterface); // which is not always known
+        (void)libusb_release_interface(handle, kControlInterface);
+        status = libusb_attach_kernel_driver(handle, kControlInterface);
+    }
+    return status == 0;
 }
 
 /// The interfaces are offered to the drivers that want them. 0, or a libusb code.
@@ -74,7 +94,8 @@ std::string put_back(const CameraEntry& entry, const fs::path& file)
     const std::string camera = "camera " + entry.bus_address() + ", port " + entry.port_path;
     int status = 0;
     const auto handle = open_device(entry, status);
-    const bool is_back = handle && libusb_kernel_driver_active(handle.get(), 0) == 1;
+    const bool is_back =
+        handle && libusb_kernel_driver_active(handle.get(), kControlInterface) == 1;
     if (handle && !is_back)
         status = offer_to_drivers(handle.get(), file);
     if (status == LIBUSB_ERROR_ACCESS || status == LIBUSB_ERROR_BUSY) {
@@ -85,8 +106,9 @@ std::string put_back(const CameraEntry& entry, const fs::path& file)
     fs::remove(file, none);
     return is_back || status != 0
                ? ""
-               : camera + " is back with the kernel's video driver; a nyxus that was killed had "
-                          "left it without";
+               : camera +
+                     " is back with the kernel's video driver; a nyxus that was killed had "
+                     "left it without";
 }
 
 void put_back_all(std::vector<std::string>& lines)
@@ -96,8 +118,8 @@ void put_back_all(std::vector<std::string>& lines)
         const files::Descriptor lock = locked(left.path(), O_RDWR);
         if (!lock)
             continue; // who took the camera still has it
-        const auto camera = std::ranges::find(cameras, left.path().filename().string(),
-                                              &CameraEntry::port_path);
+        const auto camera =
+            std::ranges::find(cameras, left.path().filename().string(), &CameraEntry::port_path);
         if (camera == cameras.end()) {
             fs::remove(left.path()); // plugged in again, it gets its driver by itself
         } else if (std::string line = put_back(*camera, left.path()); !line.empty()) {
@@ -111,11 +133,12 @@ void put_back_all(std::vector<std::string>& lines)
 Loan::Loan(const CameraEntry& entry)
 {
     const std::string interfaces = driven_interfaces(entry);
-    if (interfaces.empty())
+    is_lent = !interfaces.empty();
+    if (!is_lent)
         return;
     try {
         fs::create_directories(folder());
-        file_ = folder() / entry.port_path;
+        lent_file = file_ = folder() / entry.port_path;
         lock_ = locked(file_, O_RDWR | O_CREAT);
         if (lock_)
             std::ofstream(file_) << interfaces << "\n";
@@ -143,21 +166,11 @@ void set_open(libusb_device_handle* handle)
 void give_back()
 {
     constexpr std::chrono::seconds kPatience{1};
-    constexpr int kTries = 20;
     const std::unique_lock lock(in_use, kPatience);
-    if (!lock || open_handle == nullptr)
+    if (!lock || open_handle == nullptr || !is_lent || !let_go(open_handle))
         return;
-    (void)libusb_release_interface(open_handle, 1);
-    // libuvc queues its transfer of the status endpoint again, and with it takes the interface.
-    int status = libusb_release_interface(open_handle, kControlInterface);
-    for (int i = 0; i < kTries && status == 0; ++i) {
-        if (libusb_kernel_driver_active(open_handle, kControlInterface) == 1)
-            break;
-        if (libusb_attach_kernel_driver(open_handle, kControlInterface) != LIBUSB_ERROR_BUSY)
-            break;
-        (void)libusb_claim_interface(open_handle, kControlInterface);
-        status = libusb_release_interface(open_handle, kControlInterface);
-    }
+    std::error_code none;
+    fs::remove(lent_file, none);
 }
 
 std::vector<std::string> put_back_what_was_left()

@@ -185,6 +185,12 @@ bool must_end()
     return ending;
 }
 
+void wait_for_end()
+{
+    while (ending)
+        pause();
+}
+
 void tell_of_interrupt()
 {
     const char* const meaning = current_consequence;

@@ -8,7 +8,6 @@
 #include "last_words.h"
 #include "text.h"
 
-#include <unistd.h>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -54,8 +53,7 @@ ExitCode run_reporting_failures(const Arguments& arguments)
         console.display().set_last_line(last_line::Kind::kNone, "");
         return noticing_lost_output(console.display(), code);
     } catch (const Failure& failure) {
-        while (last_words::must_end()) // it has failed since the camera has been given back
-            pause();
+        last_words::wait_for_end(); // it may have failed since the camera has been given back
         console.drain();
         console.display().abandon();
         console.display().set_last_line(last_line::Kind::kNone, "");
