@@ -35,8 +35,9 @@ using std::chrono::microseconds;
 constexpr unsigned kLimit_s = 20;
 constexpr float kMost_ms = 1500; // about a second, on a machine that is busy
 
-enum Way : uint8_t { kCallback, kSnapshot, kCpp, kDeletedAsItStreams, kIdle, kWays };
-constexpr const char* kWayNames[kWays] = {"callback", "snapshot", "C++", "not stopped", "idle"};
+enum Way : uint8_t { kCallback, kSnapshot, kCpp, kWaiting, kDeletedAsItStreams, kIdle, kWays };
+constexpr const char* kWayNames[kWays] = {"callback", "snapshot",    "C++",
+                                          "waiting",  "not stopped", "idle"};
 
 /// With what the unplug begins to count down.
 enum Moment : uint8_t { kStart, kStarted, kFrame, kStop, kStopped, kDelete, kMoments };
@@ -53,6 +54,7 @@ struct Run {
     int streaming_us; ///< before the stop, and before the frame of kFrame
     int lead_us;      ///< from that frame to the stop
     sim::Pacing pacing;
+    unsigned limit_MiB; ///< of the kernel's memory: the event thread is held at the start, too
 };
 
 Run draw(uint32_t seed, uint32_t number)
@@ -71,6 +73,7 @@ Run draw(uint32_t seed, uint32_t number)
     run.streaming_us = below(100000);
     run.lead_us = below(below(2) == 0 ? 3000 : 70000); // close behind the unplug, or two frames
     run.pacing = below(3) == 0 ? sim::Pacing::kFlatOut : sim::Pacing::kRealTime;
+    run.limit_MiB = below(2) == 0 ? 16 : 0;
     return run;
 }
 
@@ -157,10 +160,11 @@ public:
     void start()
     {
         if (way_ == kCpp) {
-            auto stream = nyxus::Stream::start(camera_, {320, 240, 30},
-                                               [](const nyxus::Frame&) { take_frame(); });
-            if (stream)
-                stream_ = std::make_unique<nyxus::Stream>(std::move(*stream));
+            start_stream([](const nyxus::Frame&) { take_frame(); });
+        } else if (way_ == kWaiting) {
+            start_stream({});
+            if (stream_)
+                taker_ = std::thread([this] { take_frames(); });
         } else if (way_ == kSnapshot) {
             (void)startVideoStream_snapshot(camera_.device(), nullptr, param_.get());
         } else if (way_ != kIdle) {
@@ -171,6 +175,10 @@ public:
     {
         if (way_ == kDeletedAsItStreams)
             return;
+        if (stream_)
+            stream_->stop();
+        if (taker_.joinable())
+            taker_.join();
         stream_.reset();
         if (way_ == kCallback || way_ == kSnapshot)
             stopVideoStream(camera_.device());
@@ -184,10 +192,24 @@ public:
     }
 
 private:
+    void start_stream(nyxus::FrameCallback callback)
+    {
+        auto stream = nyxus::Stream::start(camera_, {320, 240, 30}, std::move(callback));
+        if (stream)
+            stream_ = std::make_unique<nyxus::Stream>(std::move(*stream));
+    }
+    /// Until the stream is stopped, or the camera is gone.
+    void take_frames()
+    {
+        while (stream_->next(1000))
+            take_frame();
+    }
+
     const Way way_;
     nyxus::Camera& camera_;
     std::unique_ptr<VideoStreamParam> param_{new VideoStreamParam{0, 320, 240, 30, nullptr}};
     std::unique_ptr<nyxus::Stream> stream_;
+    std::thread taker_;
 };
 
 Outcome::Ending ending_of(const NyDevice& device)
@@ -213,6 +235,7 @@ Outcome play(const Run& run)
 {
     SimulatedTime time(false);
     sim::Bed bed(time.clock());
+    bed.set_usbfs_memory(run.limit_MiB);
     sim::PluggedCamera& plugged = bed.plug(*sim::find_model(run.model), {.serial = {}, .rom = {}});
     plugged.set_pacing(run.pacing);
     auto camera = nyxus::Camera::open(nyxus::find_camera().value());

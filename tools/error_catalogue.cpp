@@ -112,7 +112,8 @@ constexpr Explained kLibraryStatuses[] = {
      "An argument is out of range, or a pointer other than the device is NULL. Nothing was sent.",
      "A mistake in the calling program, or an image of an impossible size (MP_FwUpgrade() takes 0x42 to 32,768 bytes).",
      "The message names the argument; its header tells the range.",
-     {"GPIO index out of range", "Firmware image size out of range", "Dump size out of range", "cannot be NULL"}},
+     {"GPIO index out of range", "Firmware image size out of range", "Dump size out of range", "cannot be NULL",
+      "standard control", "has no control", "ranges from", "the stream has a callback"}},
 };
 
 constexpr Explained kLibusbCodes[] = {
@@ -178,8 +179,8 @@ constexpr Explained kLibuvcCodes[] = {
      "Its video descriptors cannot be read.",
      "Plug the camera in again; 'lsusb -v' shows its descriptors."},
     {UVC_ERROR_INVALID_MODE, "UVC_ERROR_INVALID_MODE",
-     "The camera offers no YUYV stream of this size and rate.",
-     "Width, height or frames per second that it does not have.",
+     "The camera offers no stream of this format, size and rate.",
+     "A format, width, height or rate that it does not have; or it offers the stream in a way that cannot work.",
      "Choose a size that it lists ('lsusb -v'); 0 frames per second takes the first rate."},
     {UVC_ERROR_CALLBACK_EXISTS, "UVC_ERROR_CALLBACK_EXISTS",
      "The stream has a callback already, so single frames cannot be taken.",

@@ -16,7 +16,7 @@ struct Explained {
     const char* causes;
     const char* advice;
     /// What nyxus_errmsg says, without its varying parts; none for a status without a message.
-    std::array<const char*, 5> messages = {};
+    std::array<const char*, 8> messages = {};
 };
 
 /// Where a status begins: the high byte of its absolute value.

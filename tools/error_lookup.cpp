@@ -87,7 +87,7 @@ Explanation libuvc_explanation(int32_t code, const Explained& row)
     Explanation result = explanation(code, row);
     if (result.name.starts_with("LIBUSB_"))
         result.name.replace(0, std::strlen("LIBUSB_"), "UVC_");
-    result.origin = "libuvc, from startVideoStream() and startVideoStream_snapshot()";
+    result.origin = "libuvc, from functions that stream";
     result.text = uvc_strerror(static_cast<uvc_error_t>(code));
     return result;
 }

@@ -52,7 +52,7 @@ struct NyDevice {
     uint32_t dwExtRomSize; /**< bytes: 0x10000 for SPI flash, at most 0x8000 else */
 
     uint8_t device_gone;              /**< private: the latest claim or transfer said NO_DEVICE */
-    uint8_t stream_record_owned;      /**< private: stream_callback is to be freed */
+    uint8_t stream_record_owned;      /**< private: who frees what stream_callback leads to */
     uint8_t session_closed;           /**< private: libuvc's handle has been closed or abandoned */
     uint8_t stream_running;           /**< private: libuvc streams */
     uint8_t control_length_known[32]; /**< private: bit per selector: the camera announced one */

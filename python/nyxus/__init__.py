@@ -23,16 +23,18 @@ not answer is waited for without a limit.
 """
 
 from ._camera import Camera, RomState, open
+from ._controls import Control
 from ._errors import Error, Origin
 from ._features import Bitrate, FrameType, H264, Osd, QpRange, RateControl, set_h264_standard_order
 from ._image import FirmwareImage, MfiImage
 from ._library import set_trace, version
 from ._list import CameraInfo, cameras, find
 from ._rom import Comparison, Phase, Progress, Rom
-from ._video import Frame, Stream
+from ._video import Frame, Stream, StreamStatus, VideoFormat
 
 __all__ = [
-    "Bitrate", "Camera", "CameraInfo", "Comparison", "Error", "FirmwareImage", "Frame", "FrameType",
-    "H264", "MfiImage", "Origin", "Osd", "Phase", "Progress", "QpRange", "RateControl", "Rom",
-    "RomState", "Stream", "cameras", "find", "open", "set_h264_standard_order", "set_trace", "version",
+    "Bitrate", "Camera", "CameraInfo", "Comparison", "Control", "Error", "FirmwareImage", "Frame",
+    "FrameType", "H264", "MfiImage", "Origin", "Osd", "Phase", "Progress", "QpRange", "RateControl",
+    "Rom", "RomState", "Stream", "StreamStatus", "VideoFormat", "cameras", "find", "open",
+    "set_h264_standard_order", "set_trace", "version",
 ]

@@ -7,9 +7,9 @@ import enum
 import weakref
 from ctypes import c_uint8
 from types import TracebackType
-from typing import Any, Callable, Optional, Type, Union
+from typing import Any, Callable, List, Optional, Type, Union
 
-from . import _features, _list, _rom, _video
+from . import _controls, _features, _list, _rom, _video
 from ._errors import INVALID, NO_SUPPORT, SPI_COMMAND, UNSUPPORTED, Error, check, error_of, require
 from ._library import LIBUSB, LIBUVC, NYXUS, NyDevice, NyFlashInfo, byte, number, set_number
 
@@ -148,17 +148,34 @@ class Camera:
         require(0 <= gain <= 0xFF, "the gain is 1 to 63, but not 32")
         check(NYXUS.XU_MjpgQGainSet(self._handle.pointer, gain))
 
-    def stream(self, width: int = 640, height: int = 480, fps: int = 0) -> "_video.Stream":
-        """Starts YUYV video; fps 0 is the first rate that the camera offers.
+    def formats(self) -> "List[_video.VideoFormat]":
+        """What the camera streams, in its order. Asks the camera nothing."""
+        return _video.list_formats(self._handle)
 
-            with camera.stream(640, 480) as stream:
+    def stream(self, width: int = 640, height: int = 480, fps: float = 0,
+               format: str = "YUYV") -> "_video.Stream":
+        """Starts video in one of formats(); fps 0 is the first rate that the camera offers.
+
+            with camera.stream(1280, 720, format="MJPG") as stream:
                 for frame in stream: ...
         """
-        return _video.Stream(self._handle, width, height, fps)
+        return _video.Stream(self._handle, width, height, fps, format)
 
     def take_picture(self, width: int = 640, height: int = 480, fps: int = 0) -> "_video.Frame":
-        """One complete frame. Tries again after bad ones as long as the camera is connected."""
+        """One complete frame of YUYV. Tries again after bad ones as long as the camera is connected."""
         return _video.take_picture(self._handle, width, height, fps)
+
+    def controls(self) -> "List[_controls.Control]":
+        """The standard controls that the camera has, such as brightness and zoom."""
+        return _controls.list_controls(self._handle)
+
+    def control(self, name: str) -> "_controls.Control":
+        """One of them: its range and value."""
+        return _controls.get_control(self._handle, name)
+
+    def set_control(self, name: str, value: int) -> None:
+        """Sets one; a value beyond its range is refused."""
+        _controls.set_control(self._handle, name, value)
 
     # Peripherals; nyxus/peripheral.h has the ranges.
 

@@ -7,6 +7,7 @@ from ._library import CONSTANTS, LIBUSB, LIBUVC, number, text
 
 NO_DEVICE = CONSTANTS["LIBUSB_ERROR_NO_DEVICE"]
 VIDEO_NO_DEVICE = CONSTANTS["UVC_ERROR_NO_DEVICE"]
+VIDEO_TIMEOUT = CONSTANTS["UVC_ERROR_TIMEOUT"]
 LOWEST_VIDEO_CODE = CONSTANTS["UVC_ERROR_OTHER"]
 FAILED = CONSTANTS["NYXUS_E_FAILED"]
 SPI_COMMAND = CONSTANTS["NYXUS_E_SPI_COMMAND"]
@@ -86,7 +87,9 @@ def check(status: int) -> int:
 def check_video(status: int) -> None:
     """The same for the streaming functions, which return what libuvc says."""
     if LOWEST_VIDEO_CODE <= status < 0:
-        raise Error(status, LIBUVC.uvc_strerror(status).decode(), Origin.VIDEO)
+        described = number("nyxus_errno") == status
+        message = text("nyxus_errmsg") if described else LIBUVC.uvc_strerror(status).decode()
+        raise Error(status, message, Origin.VIDEO)
     check(status)
 
 

@@ -8,7 +8,8 @@ neither they nor the records can drift from them.
 import ctypes
 import os
 import re
-from ctypes import POINTER, Structure, c_char, c_int, c_int32, c_uint8, c_uint16, c_uint32, c_void_p
+from ctypes import (POINTER, Structure, c_char, c_char_p, c_int, c_int32, c_int64, c_size_t, c_uint8,
+                    c_uint16, c_uint32, c_uint64, c_void_p)
 from typing import Any
 
 
@@ -93,7 +94,31 @@ class VideoStreamParam(Structure):
                 ("fps", c_uint32), ("frame", POINTER(uvc_frame_t))]
 
 
-NyFrameCallback = ctypes.CFUNCTYPE(None, POINTER(uvc_frame_t), POINTER(VideoStreamParam))
+class NyStreamFormat(Structure):
+    _fields_ = [("fourcc", c_uint32), ("width", c_uint32), ("height", c_uint32),
+                ("interval_count", c_uint32), ("intervals", c_uint32 * 32),
+                ("interval_min", c_uint32), ("interval_max", c_uint32),
+                ("interval_step", c_uint32)]
+
+
+class NyStreamRequest(Structure):
+    _fields_ = [("fourcc", c_uint32), ("width", c_uint32), ("height", c_uint32),
+                ("interval", c_uint32)]
+
+
+class NyStreamFrame(Structure):
+    _fields_ = [("data", c_void_p), ("size", c_size_t), ("fourcc", c_uint32), ("width", c_uint32),
+                ("height", c_uint32), ("sequence", c_uint32), ("time_us", c_uint64)]
+
+
+class NyStreamStatus(Structure):
+    _fields_ = [("interval", c_uint32), ("payload_bytes", c_uint32), ("frames", c_uint64),
+                ("incomplete", c_uint64), ("late", c_uint64)]
+
+
+class NyControl(Structure):
+    _fields_ = [("id", c_uint32), ("name", c_char_p), ("minimum", c_int64), ("maximum", c_int64),
+                ("step", c_int64), ("default_value", c_int64), ("value", c_int64)]
 
 
 class libusb_device_descriptor(Structure):
@@ -125,6 +150,15 @@ class libusb_config_descriptor(Structure):
                 ("interface", POINTER(libusb_interface))]
 
 
+#: Standard controls, in the order of their numbers.
+CONTROLS = (
+    "brightness", "contrast", "contrast_auto", "hue", "hue_auto", "saturation", "sharpness", "gamma",
+    "white_balance", "white_balance_auto", "white_balance_blue", "white_balance_red",
+    "white_balance_parts_auto", "backlight_compensation", "gain", "power_line_frequency",
+    "digital_zoom", "digital_zoom_limit", "exposure_mode", "exposure_priority", "exposure_time",
+    "focus", "focus_auto", "iris", "zoom", "pan", "tilt", "roll", "privacy",
+)
+
 #: Values that the headers define.
 CONSTANTS = {
     "NYXUS_FW_BIN_CAPACITY": 32768,
@@ -142,7 +176,10 @@ CONSTANTS = {
     "NYXUS_E_SYSTEM(1)": -0x8001,
     "LIBUSB_ERROR_NO_DEVICE": -4,
     "UVC_ERROR_NO_DEVICE": -4,
+    "UVC_ERROR_TIMEOUT": -7,
     "UVC_ERROR_OTHER": -99,
+    **{f"NYXUS_CONTROL_{name.upper()}": number for number, name in enumerate(CONTROLS)},
+    "NYXUS_CONTROL_COUNT": len(CONTROLS),
 }
 
 NYXUS_DECLARATIONS = """
@@ -209,9 +246,17 @@ int32_t XuExtRomRead(NyDevice* pDevObj, uint32_t dwAddr, uint32_t dwLen, uint8_t
 int32_t XuExtRomWrite(NyDevice* pDevObj, uint32_t dwAddr, uint32_t dwLen, const uint8_t* pBuf);
 int32_t XU_SpiGetReservedArea(NyDevice* pDevObj, uint16_t wLen, uint8_t* pBuf);
 int32_t XU_SpiSetReservedArea(NyDevice* pDevObj, uint16_t wLen, const uint8_t* pBuf);
-int32_t startVideoStream(NyDevice* pDevObj, NyFrameCallback callback, VideoStreamParam* param);
 int32_t startVideoStream_snapshot(NyDevice* pDevObj, void* unused, VideoStreamParam* param);
 void stopVideoStream(NyDevice* pDevObj);
+int32_t nyxus_list_formats(NyDevice* pDevObj, NyStreamFormat* formats, uint32_t capacity);
+int32_t nyxus_stream_start(NyDevice* pDevObj, const NyStreamRequest* request, NyStreamCallback callback, void* user, NyStream** stream);
+int32_t nyxus_stream_next(NyStream* stream, uint32_t timeout_ms, NyStreamFrame* frame);
+int32_t nyxus_stream_status(NyStream* stream, NyStreamStatus* status);
+void nyxus_stream_stop(NyStream* stream);
+void nyxus_stream_free(NyStream* stream);
+int32_t nyxus_list_controls(NyDevice* pDevObj, NyControl* controls, uint32_t capacity);
+int32_t nyxus_get_control(NyDevice* pDevObj, uint32_t id, NyControl* control);
+int32_t nyxus_set_control(NyDevice* pDevObj, uint32_t id, int64_t value);
 """
 
 LIBUSB_DECLARATIONS = """
@@ -244,13 +289,14 @@ struct libusb_device_handle* uvc_get_libusb_handle(uvc_device_handle_t* devh);
 """
 
 _SCALARS = {
-    "int": c_int, "int32_t": c_int32, "uint8_t": c_uint8, "uint16_t": c_uint16, "uint32_t": c_uint32,
-    "bool": ctypes.c_bool, "ssize_t": ctypes.c_ssize_t, "unsigned char": c_uint8,
-    "uvc_error_t": c_int, "NyFrameCallback": NyFrameCallback, "void": None,
+    "int": c_int, "int32_t": c_int32, "int64_t": c_int64, "uint8_t": c_uint8, "uint16_t": c_uint16,
+    "uint32_t": c_uint32, "bool": ctypes.c_bool, "ssize_t": ctypes.c_ssize_t,
+    "unsigned char": c_uint8, "uvc_error_t": c_int, "NyStreamCallback": c_void_p, "void": None,
 }
 _RECORDS = {
     record.__name__: record
     for record in (NyDevice, OsdDatetime, OsdWindow, OsdColor, H264BitrateLayers, VideoStreamParam,
+                   NyStreamFormat, NyStreamRequest, NyStreamFrame, NyStreamStatus, NyControl,
                    libusb_device_descriptor, libusb_config_descriptor)
 }
 

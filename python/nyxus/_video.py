@@ -1,40 +1,65 @@
 # SPDX-License-Identifier: Apache-2.0
-"""YUYV video."""
+"""Video."""
 
 import ctypes
 import dataclasses
-import queue
+import time
 from types import TracebackType
-from typing import TYPE_CHECKING, Any, Iterator, Optional, Type
+from typing import TYPE_CHECKING, Any, Iterator, List, Optional, Tuple, Type
 
-from ._errors import NO_DEVICE, VIDEO_NO_DEVICE, Error, Origin, check_video, require
-from ._library import LIBUSB, LIBUVC, NYXUS, NyFrameCallback, VideoStreamParam
+from ._errors import VIDEO_TIMEOUT, check_video, require
+from ._library import (NYXUS, NyStreamFormat, NyStreamFrame, NyStreamRequest, NyStreamStatus,
+                       VideoStreamParam)
 
 if TYPE_CHECKING:
     from ._camera import Handle
 
-QUEUED_FRAMES = 4
+SECOND_100NS = 10_000_000
+LONGEST_WAIT_MS = 200  # so that Ctrl-C is noticed
+
+
+@dataclasses.dataclass(frozen=True)
+class VideoFormat:
+    """A size of a format that the camera streams, with its rates."""
+
+    format: str  #: "YUYV", "MJPG", or as the camera announces it
+    width: int
+    height: int
+    rates: Tuple[float, ...]  #: frames per second; of a range, its ends
 
 
 @dataclasses.dataclass(frozen=True)
 class Frame:
-    """A complete frame: two bytes a pixel, row after row."""
+    """A frame. YUYV has two bytes a pixel, row after row, and is complete; MJPG is a JPEG file."""
 
     width: int
     height: int
     sequence: int  #: a gap tells of lost frames
     data: bytes = dataclasses.field(repr=False)
+    format: str = "YUYV"
 
     @property
     def pixels(self) -> Any:
-        """`data` as height x width x 2: a numpy array where there is numpy, else a memoryview. It
-        is read-only and shares the frame's memory."""
+        """`data` of YUYV as height x width x 2: a numpy array where there is numpy, else a
+        memoryview. It is read-only and shares the frame's memory."""
+        require(self.format == "YUYV", "only YUYV has pixels")
         shape = (self.height, self.width, 2)
         try:
             import numpy
         except ImportError:
             return memoryview(self.data).cast("B", shape)
         return numpy.frombuffer(self.data, dtype=numpy.uint8).reshape(shape)
+
+
+@dataclasses.dataclass(frozen=True)
+class StreamStatus:
+    """What a stream has settled on, and what became of its frames."""
+
+    rate: float  #: frames per second
+    payload_bytes: int
+    frames: int  #: that were good
+    incomplete: int  #: that were dropped: too short, or no JPEG
+    late: int  #: that were dropped since nobody took them in time
 
 
 class Stream:
@@ -44,19 +69,23 @@ class Stream:
     stop(), and before its camera is closed.
     """
 
-    def __init__(self, handle: "Handle", width: int, height: int, fps: int) -> None:
+    def __init__(self, handle: "Handle", width: int, height: int, fps: float, format: str) -> None:
         require(all(0 <= value < 1 << 32 for value in (width, height, fps)), "values have 32 bits")
         require(handle.stream is None, "the camera streams already")
+        interval = max(round(SECOND_100NS / fps), 1) if fps else 0
+        request = NyStreamRequest(_fourcc(format), width, height, min(interval, (1 << 32) - 1))
+        self._stream = ctypes.c_void_p()
         self._handle = handle
-        self._frames: "queue.Queue[Frame]" = queue.Queue(QUEUED_FRAMES)
-        self._param = VideoStreamParam(width=width, height=height, fps=fps)
-        self._callback = NyFrameCallback(self._on_frame)
+        self._running = False
+        check_video(NYXUS.nyxus_stream_start(handle.pointer, ctypes.byref(request), None, None,
+                                             ctypes.byref(self._stream)))
         self._running = True
         handle.stream = self
-        status = NYXUS.startVideoStream(handle.pointer, self._callback, ctypes.byref(self._param))
-        if status < 0:
+
+    def __del__(self) -> None:
+        if hasattr(self, "_stream"):
             self.stop()
-            check_video(status)
+            NYXUS.nyxus_stream_free(self._stream)
 
     def __enter__(self) -> "Stream":
         return self
@@ -72,14 +101,28 @@ class Stream:
 
     def frame(self, timeout: float = 5.0) -> Frame:
         """The next frame. TimeoutError when none comes within `timeout` seconds, Error when the
-        camera is gone."""
-        try:
-            return self._frames.get(timeout=timeout)
-        except queue.Empty:
-            pass
-        if LIBUSB.libusb_kernel_driver_active(self._handle.record.usb_handle, 0) == NO_DEVICE:
-            raise Error(VIDEO_NO_DEVICE, LIBUVC.uvc_strerror(VIDEO_NO_DEVICE).decode(), Origin.VIDEO)
-        raise TimeoutError(f"no complete frame within {timeout} s")
+        camera is gone or the stream has been stopped."""
+        end = time.monotonic() + timeout
+        frame = NyStreamFrame()
+        while True:
+            left_ms = max(int((end - time.monotonic()) * 1000), 0)
+            status = NYXUS.nyxus_stream_next(self._stream, min(left_ms, LONGEST_WAIT_MS),
+                                             ctypes.byref(frame))
+            if status != VIDEO_TIMEOUT:
+                break
+            if left_ms == 0:
+                raise TimeoutError(f"no complete frame within {timeout} s")
+        check_video(status)
+        data = ctypes.string_at(frame.data, frame.size)
+        return Frame(frame.width, frame.height, frame.sequence, data, _text(frame.fourcc))
+
+    @property
+    def status(self) -> StreamStatus:
+        """Also after the end."""
+        status = NyStreamStatus()
+        check_video(NYXUS.nyxus_stream_status(self._stream, ctypes.byref(status)))
+        return StreamStatus(SECOND_100NS / max(status.interval, 1), status.payload_bytes,
+                            status.frames, status.incomplete, status.late)
 
     def stop(self) -> None:
         """Ends the stream. Calling it again does nothing."""
@@ -87,19 +130,16 @@ class Stream:
             return
         self._running = False
         self._handle.stream = None
-        NYXUS.stopVideoStream(self._handle.pointer)
+        NYXUS.nyxus_stream_stop(self._stream)
 
-    def _on_frame(self, frame: Any, _param: Any) -> None:
-        """Runs on libuvc's thread."""
-        taken = _copy(frame.contents)
-        while True:
-            try:
-                return self._frames.put_nowait(taken)
-            except queue.Full:
-                try:
-                    self._frames.get_nowait()
-                except queue.Empty:
-                    pass
+
+def list_formats(handle: "Handle") -> List[VideoFormat]:
+    count = NYXUS.nyxus_list_formats(handle.pointer, None, 0)
+    check_video(count)
+    records = (NyStreamFormat * count)()
+    check_video(NYXUS.nyxus_list_formats(handle.pointer, records, count))
+    return [VideoFormat(_text(record.fourcc), record.width, record.height, _rates(record))
+            for record in records]
 
 
 def take_picture(handle: "Handle", width: int, height: int, fps: int) -> Frame:
@@ -109,12 +149,23 @@ def take_picture(handle: "Handle", width: int, height: int, fps: int) -> Frame:
     status = NYXUS.startVideoStream_snapshot(handle.pointer, None, ctypes.byref(param))
     try:
         check_video(status)
-        return _copy(param.frame.contents)
+        frame = param.frame.contents
+        data = ctypes.string_at(frame.data, frame.data_bytes)
+        return Frame(frame.width, frame.height, frame.sequence, data)
     finally:
         NYXUS.stopVideoStream(handle.pointer)
 
 
-def _copy(frame: Any) -> Frame:
-    """The frame is libuvc's."""
-    data = ctypes.string_at(frame.data, frame.data_bytes)
-    return Frame(frame.width, frame.height, frame.sequence, data)
+def _rates(record: Any) -> Tuple[float, ...]:
+    intervals = record.intervals[:record.interval_count]
+    return tuple(SECOND_100NS / interval
+                 for interval in intervals or (record.interval_min, record.interval_max) if interval)
+
+
+def _fourcc(text: str) -> int:
+    require(len(text) == 4 and text.isascii(), "a format has four characters")
+    return int.from_bytes(text.encode(), "little")
+
+
+def _text(fourcc: int) -> str:
+    return fourcc.to_bytes(4, "little").decode(errors="replace")

@@ -1,7 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """The tests run inside `nyxus-sim run`, with the cameras that CMakeLists.txt names:
 
-A1 rowan-spi, E1 hawthorn-eeprom, B1 rowan-spi with a blank ROM, G1 rowan-spi to be unplugged.
+A1 rowan-spi, E1 hawthorn-eeprom, B1 rowan-spi with a blank ROM, G1 rowan-spi to be unplugged,
+M1 maple-mjpeg, which streams MJPEG, too, and has many controls.
 """
 
 import json

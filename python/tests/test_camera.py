@@ -11,7 +11,7 @@ from conftest import simulator
 
 
 def test_cameras_are_listed_and_found_by_each_of_their_names():
-    assert [info.serial for info in nyxus.cameras()] == ["A1", "E1", "B1", "G1"]
+    assert [info.serial for info in nyxus.cameras()] == ["A1", "E1", "B1", "G1", "M1"]
     info = nyxus.find("E1")
     bus, address = info.bus, info.address
     for name in (info.port_path, info.bus_address, f"{bus:03}:{address:03}"):

@@ -30,6 +30,42 @@ def test_pixels_are_rows_of_two_bytes_with_and_without_numpy(camera, monkeypatch
     assert bytes([pixels[17, 5, 0], pixels[17, 5, 1]]) == with_numpy
 
 
+def test_every_format_streams():
+    with nyxus.open("M1") as camera:
+        formats = {(f.format, f.width, f.height): f.rates for f in camera.formats()}
+        assert formats["MJPG", 1920, 1080] == pytest.approx((30, 15), rel=1e-3)
+        assert ("YUYV", 640, 480) in formats
+        with camera.stream(1280, 720, fps=15, format="MJPG") as stream:
+            frames = [frame for _, frame in zip(range(3), stream)]
+            assert stream.status.rate == pytest.approx(15, rel=1e-3)
+            assert stream.status.frames >= 3 and stream.status.incomplete == 0
+        assert all(f.format == "MJPG" and f.data[:2] == b"\xff\xd8" for f in frames)
+        with pytest.raises(nyxus.Error):
+            frames[0].pixels
+        with pytest.raises(nyxus.Error):
+            stream.frame()
+
+
+def test_a_wait_for_a_frame_has_a_limit(camera):
+    with camera.stream(320, 240) as stream:
+        with pytest.raises(TimeoutError):
+            while True:
+                stream.frame(timeout=0)
+
+
+def test_standard_controls_are_listed_and_set():
+    with nyxus.open("M1") as camera:
+        assert [c.name for c in camera.controls()] == [
+            "brightness", "contrast", "hue", "saturation", "white_balance", "gain", "zoom"]
+        camera.set_control("hue", -90)
+        hue = camera.control("hue")
+        assert (hue.minimum, hue.maximum, hue.default, hue.value) == (-180, 180, 0, -90)
+        for name, value, message in (("zoom", 99, "'zoom' ranges from 100 to 400"), ("pan", 0, "no control"),
+                                     ("volume", 0, "no standard control")):
+            with pytest.raises(nyxus.Error, match=message):
+                camera.set_control(name, value)
+
+
 def test_a_size_that_the_camera_lacks_is_refused(camera):
     for start in (camera.stream, camera.take_picture):
         with pytest.raises(nyxus.Error) as refused:

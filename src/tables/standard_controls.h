@@ -27,8 +27,8 @@ struct StandardControl {
     uint8_t size_bytes;   ///< of this part
     bool is_signed;
     ControlRange range;
-    int8_t minimum; ///< where the class says it
-    int8_t maximum;
+    int16_t minimum; ///< where the class says it
+    int16_t maximum;
 };
 
 constexpr uint8_t kMostControlBytes = 8;

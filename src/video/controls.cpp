@@ -77,7 +77,7 @@ int Control::ask(uvc_req_code request, int64_t* value)
     uint64_t bits = 0;
     for (int i = 0; i < row_.size_bytes; ++i)
         bits |= uint64_t{bytes[row_.offset + i]} << 8 * i;
-    const uint64_t sign = uint64_t{1} << (8 * row_.size_bytes - 1);
+    const uint64_t sign = (uint64_t{1} << 8 * row_.size_bytes) >> 1;
     *value = static_cast<int64_t>(row_.is_signed ? (bits ^ sign) - sign : bits);
     return 0;
 }
@@ -179,11 +179,11 @@ int32_t nyxus_get_control(NyDevice* pDevObj, uint32_t id, NyControl* control)
 
 int32_t nyxus_set_control(NyDevice* pDevObj, uint32_t id, int64_t value)
 {
-    NyControl control;
+    NyControl control = {};
     NY_TRY(nyxus_get_control(pDevObj, id, &control));
     const nyxus::DeviceScope scope(pDevObj);
     if (value < control.minimum || value > control.maximum) {
-        return NY_FAIL(NYXUS_E_RANGE, "%s is %lld to %lld", control.name,
+        return NY_FAIL(NYXUS_E_RANGE, "'%s' ranges from %lld to %lld", control.name,
                        static_cast<long long>(control.minimum),
                        static_cast<long long>(control.maximum));
     }

@@ -107,9 +107,10 @@ uint32_t nearest_interval(const NyStreamFormat& format, const uvc_frame_desc_t& 
                           uint32_t wanted)
 {
     const bool is_range = frame.intervals == nullptr;
-    if (wanted == 0)
+    if (wanted == 0) {
         return is_range ? nearest_of_range(format, frame.dwDefaultFrameInterval)
                         : format.intervals[0];
+    }
     const auto* end = format.intervals + format.interval_count;
     const auto is_nearer = [wanted](uint32_t a, uint32_t b) {
         return distance(a, wanted) < distance(b, wanted);

@@ -28,10 +28,11 @@ void FrameQueue::release()
 bool FrameQueue::put(const NyStreamFrame& frame)
 {
     const bool is_full = waiting_ == kMostWaiting;
-    if (is_full)
+    if (is_full) {
         std::rotate(places_, places_ + 1, places_ + kMostWaiting);
-    else
+    } else {
         ++waiting_;
+    }
     NyStreamFrame& place = places_[waiting_ - 1];
     uint8_t* copy = memory_ + (place.data - memory_);
     std::memcpy(copy, frame.data, frame.size);

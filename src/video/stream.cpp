@@ -112,10 +112,11 @@ void on_frame(uvc_frame_t* frame, void* user)
     count_gap(stream, frame->sequence);
     const NyStreamFrame record = record_of(stream, *frame);
     const bool fits = stream.callback != nullptr || stream.queue.holds(record.size);
-    if (fits && is_good(stream, record))
+    if (fits && is_good(stream, record)) {
         hand_over(stream, record);
-    else
+    } else {
         ++stream.incomplete;
+    }
 }
 
 int32_t fail(int32_t code, const char* step)

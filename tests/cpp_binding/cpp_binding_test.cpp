@@ -350,6 +350,51 @@ TEST(CppVideo, FramesComeUntilTheStreamIsDropped)
     EXPECT_EQ(refused.status().origin(), nyxus::Origin::kVideo);
 }
 
+TEST(CppVideo, EveryFormatComesOneFrameAtATime)
+{
+    Camera bench{"maple-mjpeg", Time::kReal};
+    nyxus::Camera camera = open(nyxus::find_camera());
+    const auto formats = nyxus::list_formats(camera);
+    ASSERT_TRUE(formats) << formats.status().message();
+    EXPECT_EQ(nyxus::fourcc_text(formats->front().fourcc), "YUYV");
+    EXPECT_EQ(nyxus::fourcc_text(formats->back().fourcc), "MJPG");
+
+    std::optional<nyxus::Stream> kept;
+    for (const uint32_t fourcc : {NYXUS_FOURCC_YUYV, NYXUS_FOURCC_MJPEG}) {
+        auto stream = nyxus::Stream::start(camera, {320, 240, 30, fourcc});
+        ASSERT_TRUE(stream) << stream.status().message();
+        const auto frame = stream->next(20000);
+        ASSERT_TRUE(frame) << frame.status().message();
+        EXPECT_EQ(frame->fourcc, fourcc);
+        EXPECT_GT(frame->data.size(), 2u);
+        stream->stop();
+        EXPECT_EQ(stream->next(20000).status().code(), UVC_ERROR_INTERRUPTED);
+        EXPECT_GE(stream->status().frames, 1u);
+        kept = std::move(*stream);
+    }
+    camera.close(); // before what streamed
+    EXPECT_EQ(kept->next(0).status().code(), UVC_ERROR_INTERRUPTED);
+
+    nyxus::Camera again = open(nyxus::find_camera());
+    const auto refused = nyxus::Stream::start(again, {640, 480, 7});
+    EXPECT_NE(refused.status().message().find("no YUYV of 640x480 at this rate"), std::string::npos)
+        << refused.status().message();
+}
+
+TEST(CppControls, AreListedReadAndSet)
+{
+    Camera bench{"maple-mjpeg"};
+    nyxus::Camera camera = open(nyxus::find_camera());
+    const auto controls = nyxus::list_controls(camera);
+    ASSERT_TRUE(controls) << controls.status().message();
+    EXPECT_EQ(controls->size(), 7u);
+    EXPECT_TRUE(nyxus::set_control(camera, NYXUS_CONTROL_HUE, -90));
+    const auto hue = nyxus::get_control(camera, NYXUS_CONTROL_HUE);
+    ASSERT_TRUE(hue);
+    EXPECT_EQ(hue->value, -90);
+    EXPECT_EQ(nyxus::set_control(camera, NYXUS_CONTROL_HUE, 181).code(), NYXUS_E_RANGE);
+}
+
 TEST(CppVideoDeathTest, AStreamOfACameraThatGoesEndsInPeace)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");

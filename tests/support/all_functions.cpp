@@ -102,7 +102,8 @@ const std::vector<Function> all_functions = {
     FUNCTION(SG_UsbSpeed), FUNCTION(SG_StreamModeEnable), FUNCTION(SG_SnapshotModeEnable),
     FUNCTION(SG_SnapshotModeTrigger), FUNCTION(SG_EepromRead), FUNCTION(SG_EepromWrite),
     FUNCTION(SG_XuExtRomWrite), FUNCTION(startVideoStream), FUNCTION(startVideoStream_snapshot),
-    FUNCTION(LIB_NyxusGetVersion), FUNCTION(LIB_NyxusGetConfig), FUNCTION(LIB_NyxusSetConfig),
+    FUNCTION(nyxus_list_formats), FUNCTION(nyxus_list_controls), FUNCTION(nyxus_get_control),
+    FUNCTION(nyxus_set_control), FUNCTION(LIB_NyxusGetVersion), FUNCTION(LIB_NyxusGetConfig), FUNCTION(LIB_NyxusSetConfig),
     FUNCTION(HexStr2Buf), FUNCTION(check_base_char), FUNCTION(MP_BinGetRealSize),
     FUNCTION(MP_BinLoadFromFile), FUNCTION(MP_BinPrintMFiInfo), FUNCTION(MP_BinSetSerialNum),
 };
