@@ -201,6 +201,12 @@ bool must_end()
     return ending;
 }
 
+void wait_for_end()
+{
+    while (ending)
+        pause();
+}
+
 void tell_of_interrupt()
 {
     const char* const meaning = current_consequence;

@@ -31,6 +31,8 @@ bool stop_postponing();
 /// An interrupt has come that ends the program: the thread that takes interrupts does so, and
 /// nobody else has anything to say.
 bool must_end();
+/// For all others: does not return if so.
+void wait_for_end();
 /// What it says before.
 void tell_of_interrupt();
 /// From now on interrupts are counted, and nothing else.

@@ -7,7 +7,6 @@
 #include "text.h"
 
 #include <nyxus/trace.h>
-#include <unistd.h>
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -55,8 +54,7 @@ ExitCode run_reporting_failures(const Arguments& arguments)
         console.display().set_last_line(last_line::Kind::kNone, "");
         return noticing_lost_output(console.display(), code);
     } catch (const Failure& failure) {
-        while (last_words::must_end()) // it has failed since the camera has been given back
-            pause();
+        last_words::wait_for_end(); // it may have failed since the camera has been given back
         console.drain();
         console.display().abandon();
         console.display().set_last_line(last_line::Kind::kNone, "");

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "failure.h"
+#include "last_words.h"
 #include "picture.h"
 #include "text.h"
 #include "video.h"
@@ -7,6 +8,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 
 namespace tool {
 
@@ -28,6 +30,24 @@ bool ends_with(std::string name, const char* suffix)
 bool names_jpeg(const std::string& file)
 {
     return ends_with(file, ".jpg") || ends_with(file, ".jpeg");
+}
+
+/// Ctrl-C ends the stream, too, and not just the program in the middle of it.
+nyxus::Result<nyxus::Frame> wait_for_frame(nyxus::Stream& stream, uint32_t wait_s)
+{
+    constexpr uint32_t kTick_ms = 100;
+    using Clock = std::chrono::steady_clock;
+    const auto end = Clock::now() + std::chrono::seconds(wait_s);
+    last_words::postpone_interrupts("");
+    for (;;) {
+        auto frame = stream.next(kTick_ms);
+        if (last_words::interrupt_came())
+            throw Failure(kExitInterrupted, "interrupted");
+        if (frame || frame.status().code() != UVC_ERROR_TIMEOUT || Clock::now() >= end) {
+            last_words::stop_postponing();
+            return frame;
+        }
+    }
 }
 
 Failure no_frame(const nyxus::Status& status, uint32_t wait_s)
@@ -54,17 +74,16 @@ std::vector<uint8_t> file_of(const nyxus::Frame& frame, const std::string& name)
 void run_snapshot(Session& session, const Options& options)
 {
     constexpr unsigned kUsualWait_s = 10;
-    constexpr uint32_t kMostWait_s = UINT32_MAX / 1000;
     const nyxus::VideoFormat format = video_format(session, options.video);
     if (names_jpeg(options.file) && format.fourcc != NYXUS_FOURCC_MJPEG) {
         throw Failure(kExitUsage, format_name(format.fourcc) +
                                       " does not become a JPEG file; name it .png, or choose "
                                       "--format mjpeg");
     }
-    const uint32_t wait_s = std::min(session.arguments.wait_s.value_or(kUsualWait_s), kMostWait_s);
+    const uint32_t wait_s = session.arguments.wait_s.value_or(kUsualWait_s);
     const Unwatched unwatched(session.console);
     nyxus::Stream stream = start_stream(session, format);
-    const auto frame = stream.next(wait_s * 1000);
+    const auto frame = wait_for_frame(stream, wait_s);
     if (!frame)
         throw no_frame(frame.status(), wait_s);
     const std::vector<uint8_t> file = file_of(*frame, options.file);

@@ -15,11 +15,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kInterfaces = 2; // control and video
 constexpr int kControlInterface = 0;
+constexpr int kVideoInterface = 1;
 
+// The cameras that are open. Under the lock:
 std::timed_mutex in_use;
-std::vector<libusb_device_handle*> open_handles;
+std::vector<const Loan*> open_loans;
 
 /// Empty without a state folder.
 fs::path folder()
@@ -41,9 +42,9 @@ std::string driven_interfaces(const CameraInfo& entry)
     int status = 0;
     const auto handle = open_device(entry, status);
     std::string interfaces;
-    for (int i = 0; handle && i < kInterfaces; ++i) {
-        if (libusb_kernel_driver_active(handle.get(), i) == 1)
-            interfaces += (interfaces.empty() ? "" : " ") + std::to_string(i);
+    for (const int interface : {kControlInterface, kVideoInterface}) {
+        if (handle && libusb_kernel_driver_active(handle.get(), interface) == 1)
+            interfaces += (interfaces.empty() ? "" : " ") + std::to_string(interface);
     }
     return interfaces;
 }
@@ -53,6 +54,23 @@ files::Descriptor locked(const fs::path& file, int flags)
     files::Descriptor lock(open(file.c_str(), flags | O_CLOEXEC, 0600));
     return lock && flock(lock.get(), LOCK_EX | LOCK_NB) == 0 ? std::move(lock)
                                                              : files::Descriptor();
+}
+
+/// Whether the driver has the camera then. Other threads may take the control interface again in
+/// between, the library for its next transfer, libuvc for that of the status endpoint; but not from
+/// the driver.
+bool let_go(libusb_device_handle* handle)
+{
+    constexpr int kTries = 20;
+    libusb_set_auto_detach_kernel_driver(handle, 0);
+    (void)libusb_release_interface(handle, kVideoInterface);
+    int status = LIBUSB_ERROR_BUSY;
+    for (int i = 0; i < kTries && status == LIBUSB_ERROR_BUSY; ++i) {
+        (void)libusb_claim_interface(handle, kControlInterface); // which is not always known
+        (void)libusb_release_interface(handle, kControlInterface);
+        status = libusb_attach_kernel_driver(handle, kControlInterface);
+    }
+    return status == 0;
 }
 
 /// The interfaces are offered to the drivers that want them. 0, or a libusb code.
@@ -74,7 +92,8 @@ std::string put_back(const CameraInfo& entry, const fs::path& file)
     const std::string camera = "camera " + entry.bus_address() + ", port " + entry.port_path;
     int status = 0;
     const auto handle = open_device(entry, status);
-    const bool is_back = handle && libusb_kernel_driver_active(handle.get(), 0) == 1;
+    const bool is_back =
+        handle && libusb_kernel_driver_active(handle.get(), kControlInterface) == 1;
     if (handle && !is_back)
         status = offer_to_drivers(handle.get(), file);
     if (status == LIBUSB_ERROR_ACCESS || status == LIBUSB_ERROR_BUSY) {
@@ -109,23 +128,6 @@ void put_back_all(std::vector<std::string>& lines)
     }
 }
 
-/// Whatever libuvc is at with it.
-void give_back(libusb_device_handle* handle)
-{
-    constexpr int kTries = 20;
-    (void)libusb_release_interface(handle, 1);
-    // libuvc queues its transfer of the status endpoint again, and with it takes the interface.
-    int status = libusb_release_interface(handle, kControlInterface);
-    for (int i = 0; i < kTries && status == 0; ++i) {
-        if (libusb_kernel_driver_active(handle, kControlInterface) == 1)
-            break;
-        if (libusb_attach_kernel_driver(handle, kControlInterface) != LIBUSB_ERROR_BUSY)
-            break;
-        (void)libusb_claim_interface(handle, kControlInterface);
-        status = libusb_release_interface(handle, kControlInterface);
-    }
-}
-
 } // namespace
 
 std::unique_lock<std::timed_mutex> hold_cameras()
@@ -136,8 +138,9 @@ std::unique_lock<std::timed_mutex> hold_cameras()
 Loan::Loan(const CameraInfo& camera)
 {
     const std::string interfaces = driven_interfaces(camera);
+    is_lent_ = !interfaces.empty();
     const fs::path place = folder();
-    if (interfaces.empty() || place.empty())
+    if (!is_lent_ || place.empty())
         return;
     std::error_code none;
     fs::create_directories(place, none);
@@ -149,26 +152,37 @@ Loan::Loan(const CameraInfo& camera)
 
 Loan::~Loan()
 {
-    std::erase(open_handles, handle_);
-    std::error_code none;
-    if (lock_)
-        fs::remove(file_, none);
+    std::erase(open_loans, this);
+    forget();
 }
 
 void Loan::set_open(libusb_device_handle* handle)
 {
     handle_ = handle;
-    open_handles.push_back(handle);
+    open_loans.push_back(this);
+}
+
+void Loan::give_back() const
+{
+    if (is_lent_ && let_go(handle_))
+        forget();
+}
+
+void Loan::forget() const
+{
+    std::error_code none;
+    if (lock_)
+        fs::remove(file_, none);
 }
 
 void give_cameras_back()
 {
     constexpr std::chrono::seconds kPatience{1};
-    const std::unique_lock lock(in_use, kPatience);
+    std::unique_lock lock(in_use, kPatience);
     if (!lock)
         return;
-    for (libusb_device_handle* handle : open_handles)
-        give_back(handle);
+    std::ranges::for_each(open_loans, &Loan::give_back);
+    lock.release(); // held for good: whoever closes or opens a camera now waits for the end
 }
 
 std::vector<std::string> put_left_cameras_back()

@@ -23,11 +23,15 @@ public:
     Loan(const Loan&) = delete;
     Loan& operator=(const Loan&) = delete;
 
-    /// What give_cameras_back() lets go of.
+    /// What give_back() lets go of; give_cameras_back() asks it of all that are open.
     void set_open(libusb_device_handle* handle);
+    void give_back() const;
 
 private:
-    std::filesystem::path file_; ///< empty: nothing is lent
+    void forget() const;
+
+    bool is_lent_ = false;
+    std::filesystem::path file_; ///< empty: nothing is remembered
     files::Descriptor lock_;     ///< held, which tells the file from one that was left behind
     libusb_device_handle* handle_ = nullptr;
 };

@@ -343,6 +343,42 @@ TEST_F(UsbTest, DescriptorsOfCamerasWithoutFormatsOfTheirOwnStay)
     }
 }
 
+TEST_F(UsbTest, TheKernelsDriverLendsTheCamera)
+{
+    sim::PluggedCamera& camera = bed_.plug(first_model(), {.has_kernel_driver = true});
+    const auto drivers = [](const Handle& handle) {
+        return std::pair(libusb_kernel_driver_active(handle.get(), 0),
+                         libusb_kernel_driver_active(handle.get(), 1));
+    };
+    const auto kNone = std::pair(0, 0);
+    const auto kBoth = std::pair(1, 1);
+    Handle handle = open(camera);
+    EXPECT_EQ(drivers(handle), kBoth);
+    EXPECT_EQ(libusb_claim_interface(handle.get(), 1), LIBUSB_ERROR_BUSY);
+    EXPECT_EQ(libusb_detach_kernel_driver(handle.get(), 0), 0);
+    EXPECT_EQ(drivers(handle), kNone) << "it needs the control interface";
+    EXPECT_EQ(libusb_attach_kernel_driver(handle.get(), 1), LIBUSB_ERROR_NOT_FOUND);
+    EXPECT_EQ(libusb_claim_interface(handle.get(), 0), 0);
+    EXPECT_EQ(libusb_attach_kernel_driver(handle.get(), 0), LIBUSB_ERROR_BUSY);
+    EXPECT_EQ(libusb_release_interface(handle.get(), 0), 0);
+    EXPECT_EQ(libusb_attach_kernel_driver(handle.get(), 0), 0);
+    EXPECT_EQ(drivers(handle), kBoth);
+
+    libusb_set_auto_detach_kernel_driver(handle.get(), 1);
+    EXPECT_EQ(libusb_claim_interface(handle.get(), 0), 0);
+    EXPECT_EQ(drivers(handle), kNone);
+    EXPECT_EQ(libusb_release_interface(handle.get(), 0), 0);
+    EXPECT_EQ(drivers(handle), kBoth);
+
+    EXPECT_EQ(libusb_claim_interface(handle.get(), 0), 0);
+    handle = open(camera);
+    EXPECT_EQ(drivers(handle), kNone) << "closed without a release";
+    handle.reset();
+    bed_.unplug(camera);
+    bed_.replug(camera);
+    EXPECT_EQ(drivers(open(camera)), kBoth);
+}
+
 TEST_F(UsbTest, AnswersAreClippedToTheRequest)
 {
     const Handle handle = open(plug());

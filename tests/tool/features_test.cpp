@@ -312,13 +312,16 @@ TEST(Features, AStreamThatIsInterruptedTellsWhatItHasReceived)
     for (const auto& c : cases) {
         const Bench bench;
         const Outcome outcome = bench.shell(
-            kModel,
+            std::string(kModel) + ",driver=uvcvideo",
             "mkfifo \"$FIFO\"; \"$NYXUS\" stream --size 320x240 --json --raw \"$FIFO\" " +
                 std::string(c.options) +
                 " & pid=$!\n"
-                "{ head -c 1; kill -TERM $pid; cat; } <\"$FIFO\" >\"$RAW\"; wait $pid",
+                "{ head -c 1; kill -TERM $pid; cat; } <\"$FIFO\" >\"$RAW\"; wait $pid; code=$?\n"
+                "\"$NYXUS\" doctor >&2; exit $code",
             {{"FIFO", bench.path("fifo")}, {"RAW", bench.path("raw")}});
         EXPECT_EQ(outcome.exit_code, c.exit_code) << outcome.err;
+        EXPECT_NE(outcome.err.find("the kernel's video driver has it"), std::string::npos)
+            << outcome.err;
         EXPECT_EQ(static_cast<size_t>(std::ranges::count(outcome.out, '\n')), c.lines);
         const Json received = Json::parse(outcome.out.substr(0, outcome.out.find("}\n") + 1));
         EXPECT_EQ(received["frames"].number() * 320 * 240 * 2, read_file(bench.path("raw")).size());

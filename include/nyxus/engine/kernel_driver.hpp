@@ -14,8 +14,8 @@
 namespace nyxus::engine {
 
 /// Lets go of all cameras that are open in this process, whatever its other threads do with them:
-/// the process ends now. Blocks for up to a second, for a camera that is just being opened.
-/// Thread-safe.
+/// the process ends now, and whoever opens or closes a camera from then on waits for that. Blocks
+/// for up to a second, for a camera that is just being opened. Thread-safe.
 NYXUS_ENGINE_API void give_cameras_back();
 
 /// Cameras that a killed program has left without the kernel's driver get it back; a line for each,
