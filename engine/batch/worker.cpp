@@ -97,7 +97,7 @@ Report work(const Order& order, const Backups& backups, const Caller& caller)
 
 /// When the leader goes, the camera is completed all the same; but nobody watches any more that it
 /// does not hang.
-void listen_to(LineReader leader, std::stop_source stop)
+void listen_to(LineReader leader, const std::stop_source& stop)
 {
     constexpr unsigned kLongestWork_s = 600;
     while (leader.fd() >= 0) {
@@ -110,14 +110,14 @@ void listen_to(LineReader leader, std::stop_source stop)
 }
 
 /// A machine that shuts down does not break an upgrade off.
-void stop_on_signals(std::stop_source stop)
+void stop_on_signals(const std::stop_source& stop)
 {
     sigset_t signals;
     sigemptyset(&signals);
     for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGQUIT})
         sigaddset(&signals, signal);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    std::thread([signals, stop]() mutable {
+    std::thread([signals, stop] {
         int signal = 0;
         sigwait(&signals, &signal);
         stop.request_stop();
