@@ -42,24 +42,6 @@ std::string file_word(const std::string& file)
     return file.starts_with('-') ? "./" + file : file;
 }
 
-/// The arguments of an upgrade that all its cameras share.
-std::vector<std::string> shared_arguments(const Arguments& arguments)
-{
-    std::vector<std::string> words = {"upgrade", file_word(arguments.file)};
-    const auto add = [&words](bool wanted, std::initializer_list<std::string> more) {
-        if (wanted)
-            words.insert(words.end(), more);
-    };
-    add(!arguments.mfi_file.empty(), {"--mfi", file_word(arguments.mfi_file)});
-    add(arguments.eeprom_kib != 0, {"--eeprom", std::to_string(arguments.eeprom_kib)});
-    add(arguments.skip_backup, {"--no-backup"});
-    add(arguments.skip_verify, {"--no-verify"});
-    add(arguments.force, {"--force"});
-    add(arguments.reset, {"--reset"});
-    add(arguments.wait_s.has_value(), {"--wait", std::to_string(arguments.wait_s.value_or(0))});
-    return words;
-}
-
 std::string quoted(const std::string& word)
 {
     const auto is_plain = [](char c) {
@@ -71,6 +53,23 @@ std::string quoted(const std::string& word)
     for (const char c : printable(word))
         text += c == '\'' ? "'\\''" : std::string(1, c);
     return text + "'";
+}
+
+/// The upgrade of one of the cameras.
+std::string single_command(const Arguments& arguments)
+{
+    std::string command = "nyxus upgrade " + quoted(file_word(arguments.file));
+    const auto add = [&command](bool wanted, const std::string& words) {
+        command += wanted ? " " + words : "";
+    };
+    add(!arguments.mfi_file.empty(), "--mfi " + quoted(file_word(arguments.mfi_file)));
+    add(arguments.eeprom_kib != 0, "--eeprom " + std::to_string(arguments.eeprom_kib));
+    add(arguments.skip_backup, "--no-backup");
+    add(arguments.skip_verify, "--no-verify");
+    add(arguments.force, "--force");
+    add(arguments.reset, "--reset");
+    add(arguments.wait_s.has_value(), "--wait " + std::to_string(arguments.wait_s.value_or(0)));
+    return command;
 }
 
 /// The command that goes on with a camera.
@@ -85,10 +84,7 @@ std::string advice(const Job& job, const Arguments& arguments)
         return "nyxus reset" + choice;
     if (job.result.rom == RomContents::kUnverified)
         return "nyxus compare " + quoted(file_word(arguments.file)) + choice;
-    std::string command = "nyxus";
-    for (const std::string& word : shared_arguments(arguments))
-        command += " " + quoted(word);
-    return command + choice;
+    return single_command(arguments) + choice;
 }
 
 engine::BatchOptions batch_options(const Arguments& arguments)

@@ -69,7 +69,7 @@ std::string bar_line(const Display& display, const Progress& progress, size_t wi
         with_rate += format("%8.1f KiB/s", progress.rate() / 1024);
     std::string with_time = with_rate;
     if (const auto left_s = progress.remaining_s())
-        with_time += "  " + clock_text(*left_s) + " left";
+        with_time.append("  ").append(clock_text(*left_s)).append(" left");
     for (const std::string& tail : {with_time, with_rate, share}) {
         const size_t fixed = head.size() + 2 + tail.size();
         if (width < fixed + smallest)

@@ -135,9 +135,10 @@ Result<fs::path> Backups::newest(const CameraInfo& camera) const
         return Status(Reason::kFile,
                       "cannot read " + text::in_quotes(folder().string()) + ": " + error.message());
     }
-    if (newest.empty())
+    if (newest.empty()) {
         return Status(Reason::kNoBackup,
                       "there is no backup in " + text::in_quotes(folder().string()));
+    }
     return folder() / newest;
 }
 

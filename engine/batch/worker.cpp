@@ -104,7 +104,7 @@ Report work(const Order& order, const Backups& backups, const Caller& caller)
 
 /// When the leader goes, the camera is completed all the same; but nobody watches any more that it
 /// does not hang.
-void listen_to(LineReader leader, std::stop_source stop)
+void listen_to(LineReader leader, const std::stop_source& stop)
 {
     constexpr unsigned kLongestWork_s = 600;
     while (leader.fd() >= 0) {
@@ -116,18 +116,36 @@ void listen_to(LineReader leader, std::stop_source stop)
     alarm(kLongestWork_s);
 }
 
+/// A machine that shuts down does not break an upgrade off.
+void stop_on_signals(const std::stop_source& stop)
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGQUIT})
+        sigaddset(&signals, signal);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    std::thread([signals, stop] {
+        int signal = 0;
+        sigwait(&signals, &signal);
+        stop.request_stop();
+    }).detach();
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
     std::signal(SIGPIPE, SIG_IGN);
+    std::stop_source stop;
+    stop_on_signals(stop);
     LineReader leader(files::Descriptor(dup(kTalkFd)));
     std::optional<Order> order;
-    bool stopped = false;
     while (!order && leader.fd() >= 0) {
         for (const std::string& line : leader.read_lines()) {
-            stopped = stopped || is_stop(line);
-            order = order ? std::move(order) : parse_order(line);
+            if (is_stop(line))
+                stop.request_stop();
+            if (!order)
+                order = parse_order(line);
         }
     }
     if (!order || argc != 2) {
@@ -135,9 +153,6 @@ int main(int argc, char** argv)
         return 2;
     }
     NyTraceVerbose_level(order->options.trace_level);
-    std::stop_source stop;
-    if (stopped)
-        stop.request_stop();
     std::thread(listen_to, std::move(leader), stop).detach();
     Teller teller;
     const Caller caller{[&teller](const Event& event) { teller.tell(event); }, stop.get_token()};

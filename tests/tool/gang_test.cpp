@@ -171,6 +171,23 @@ TEST(Gang, InterruptsBringTheCamerasToASafePointOrStopThem)
     }
 }
 
+/// As when the machine shuts down, which tells all processes.
+TEST(Gang, AProcessThatIsAskedToEndCompletesItsRom)
+{
+    const Bench bench;
+    const Outcome outcome =
+        run_script({"hawthorn-eeprom"}, {},
+                   "\"$NYXUS\" upgrade --all --json -v \"$IMAGE\" 2>\"$ERR\" & pid=$!\n"
+                   "\"$WAIT_FOR\" programming \"$ERR\" $pid\n"
+                   "kill $(cat /proc/$pid/task/*/children); wait $pid; exit $?",
+                   {{"IMAGE", bench.image("hawthorn-eeprom", "0x0205", {"--size", "4000"})},
+                    {"ERR", bench.path("err")}});
+    EXPECT_EQ(outcome.exit_code, 130) << outcome.err;
+    const Json result = events(outcome.out).front();
+    EXPECT_EQ(result["outcome"], "interrupted") << result;
+    EXPECT_EQ(result["rom"], "unverified") << result;
+}
+
 TEST(Gang, AQuietOneTellsHowEachCameraEndedAndNoMore)
 {
     const Bench bench;

@@ -4,6 +4,7 @@
 #include "json.h"
 
 #include <gtest/gtest.h>
+#include <algorithm>
 #include <fstream>
 
 using namespace test;
@@ -162,6 +163,21 @@ TEST(Interrupt, TakesEffectAtASafePoint)
         EXPECT_EQ(factory_rom(bench, kModel) == factory, keeps_factory_rom) << phase;
         EXPECT_EQ(has_second_image_in_rom(bench), has_new_rom) << phase;
     }
+}
+
+TEST(Interrupt, OfAnEraseWaitsUntilTheRomIsLockedAgain)
+{
+    const Bench bench;
+    const Outcome outcome =
+        bench.shell(std::string(kModel) + ",rom=" + bench.rom_file(),
+                    "set -m; \"$NYXUS\" erase --yes >\"$OUT\" & pid=$!\n"
+                    "\"$WAIT_FOR\" ^erasing \"$OUT\" $pid; kill -INT $pid; wait $pid",
+                    {{"OUT", bench.path("out")}});
+    EXPECT_EQ(outcome.exit_code, 130);
+    EXPECT_TRUE(contains(outcome.err, "interrupted: the ROM was erased, but nobody has looked"))
+        << outcome.err;
+    const Bytes rom = read_file(bench.rom_file());
+    EXPECT_EQ(std::ranges::count(rom, 0xFF), static_cast<long>(rom.size()));
 }
 
 TEST(Interrupt, HoldsWhenTheCameraIsLost)
