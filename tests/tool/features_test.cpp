@@ -420,3 +420,14 @@ TEST(Features, MjpegBecomesAJpegOrAPng)
             << c.file;
     }
 }
+
+TEST(Features, ABrokenJpegIsNoPicture)
+{
+    Bench bench;
+    bench.set_faults(R"([{"when": {}, "do": "truncate", "bytes": 3000}])");
+    const Outcome outcome =
+        bench.nyxus({"maple-iso"}, {"snapshot", bench.path("shot.png"), "--format", "mjpeg"});
+    EXPECT_EQ(outcome.exit_code, 1);
+    EXPECT_EQ(outcome.err, "nyxus: the camera sent a broken picture; try again\n");
+    EXPECT_TRUE(read_file(bench.path("shot.png")).empty());
+}
