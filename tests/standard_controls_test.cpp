@@ -27,7 +27,7 @@ TEST(StandardControls, ThoseThatTheCameraHasAreListedWithTheirRanges)
     } expected[] = {
         {NYXUS_CONTROL_BRIGHTNESS, "brightness", -64, 64, 1, 0},
         {NYXUS_CONTROL_CONTRAST, "contrast", 0, 100, 1, 50},
-        {NYXUS_CONTROL_HUE, "hue", -180, 180, 1, 0},
+        {NYXUS_CONTROL_HUE, "hue", -18000, 18000, 100, 0},
         {NYXUS_CONTROL_SATURATION, "saturation", 0, 100, 1, 50},
         {NYXUS_CONTROL_WHITE_BALANCE, "white_balance", 2800, 6500, 10, 4600},
         {NYXUS_CONTROL_GAIN, "gain", 0, 255, 1, 64},
@@ -60,7 +60,7 @@ TEST(StandardControls, WhatIsSetArrives)
     } cases[] = {
         {NYXUS_CONTROL_BRIGHTNESS, -20, -20, sim::kBrightness},
         {NYXUS_CONTROL_CONTRAST, 100, 100, sim::kContrast},
-        {NYXUS_CONTROL_HUE, -180, -180, sim::kHue},
+        {NYXUS_CONTROL_HUE, -18000, -18000, sim::kHue},
         {NYXUS_CONTROL_GAIN, 0, 0, sim::kGain},
         {NYXUS_CONTROL_WHITE_BALANCE, 5001, 5000, sim::kWhiteBalance}, // between two steps
         {NYXUS_CONTROL_ZOOM, 400, 400, sim::kZoom},

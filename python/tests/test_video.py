@@ -63,9 +63,9 @@ def test_standard_controls_are_listed_and_set():
     with nyxus.open("M1") as camera:
         assert [c.name for c in camera.controls()] == [
             "brightness", "contrast", "hue", "saturation", "white_balance", "gain", "zoom"]
-        camera.set_control("hue", -90)
+        camera.set_control("hue", -9000)
         hue = camera.control("hue")
-        assert (hue.minimum, hue.maximum, hue.default, hue.value) == (-180, 180, 0, -90)
+        assert (hue.minimum, hue.maximum, hue.default, hue.value) == (-18000, 18000, 0, -9000)
         for name, value, message in (("zoom", 99, "'zoom' ranges from 100 to 400"), ("pan", 0, "no control"),
                                      ("volume", 0, "no standard control")):
             with pytest.raises(nyxus.Error, match=message):

@@ -257,11 +257,11 @@ TEST(CppControls, AreListedReadAndSet)
     const auto controls = nyxus::list_controls(camera);
     ASSERT_TRUE(controls) << controls.status().message();
     EXPECT_EQ(controls->size(), 7u);
-    EXPECT_TRUE(nyxus::set_control(camera, NYXUS_CONTROL_HUE, -90));
+    EXPECT_TRUE(nyxus::set_control(camera, NYXUS_CONTROL_HUE, -9000));
     const auto hue = nyxus::get_control(camera, NYXUS_CONTROL_HUE);
     ASSERT_TRUE(hue);
-    EXPECT_EQ(hue->value, -90);
-    EXPECT_EQ(nyxus::set_control(camera, NYXUS_CONTROL_HUE, 181).code(), NYXUS_E_RANGE);
+    EXPECT_EQ(hue->value, -9000);
+    EXPECT_EQ(nyxus::set_control(camera, NYXUS_CONTROL_HUE, 18001).code(), NYXUS_E_RANGE);
 }
 
 TEST(CppVideoDeathTest, AStreamOfACameraThatGoesEndsInPeace)
