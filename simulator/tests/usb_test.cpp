@@ -345,7 +345,8 @@ TEST_F(UsbTest, DescriptorsOfCamerasWithoutFormatsOfTheirOwnStay)
 
 TEST_F(UsbTest, TheKernelsDriverLendsTheCamera)
 {
-    sim::PluggedCamera& camera = bed_.plug(first_model(), {.serial = {}, .has_kernel_driver = true});
+    sim::PluggedCamera& camera =
+        bed_.plug(first_model(), {.serial = {}, .has_kernel_driver = true});
     const auto drivers = [](const Handle& handle) {
         return std::pair(libusb_kernel_driver_active(handle.get(), 0),
                          libusb_kernel_driver_active(handle.get(), 1));

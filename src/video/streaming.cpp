@@ -40,7 +40,7 @@ nyxus::RunningStream* create_stream(const StreamCallbackRecord& record)
     void* memory = std::malloc(sizeof(nyxus::RunningStream));
     if (memory == nullptr)
         return nullptr;
-    auto* stream = new (memory) nyxus::RunningStream{};
+    auto* stream = new (memory) nyxus::RunningStream();
     stream->record = record;
     return stream;
 }
