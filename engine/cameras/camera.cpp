@@ -67,7 +67,7 @@ Result<Camera> Camera::open(const CameraInfo& info)
 Camera& Camera::operator=(Camera&& other) noexcept
 {
     close();
-    nyxus::Camera::operator=(std::move(other));
+    nyxus::Camera::operator=(static_cast<nyxus::Camera&&>(other));
     controls_ = std::move(other.controls_);
     loan_ = std::move(other.loan_);
     wide_path_fails = other.wide_path_fails;

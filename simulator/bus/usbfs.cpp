@@ -135,8 +135,7 @@ Reply UsbfsFile::dispatch(Request&& request)
         case USBDEVFS_CONNECTINFO:
             return value(node_->address_);
         case USBDEVFS_DISCONNECT_CLAIM:
-            node_->unbind_driver(header.first);
-            return result(claim(header.first));
+            return result(take_from_driver(header.first, header.second));
         case USBDEVFS_CLAIMINTERFACE:
             return result(claim(header.first));
         case USBDEVFS_RELEASEINTERFACE:
@@ -178,6 +177,16 @@ int UsbfsFile::claim(uint32_t interface)
         return -EBUSY;
     owner = this;
     return 0;
+}
+
+// libusb wants it from no usbfs: refused also to who has the interface already.
+int UsbfsFile::take_from_driver(uint32_t interface, uint32_t flags)
+{
+    const bool is_claimed = interface < kInterfaceCount && node_->owners_[interface] != nullptr;
+    if (is_claimed && (flags & USBDEVFS_DISCONNECT_CLAIM_EXCEPT_DRIVER) != 0)
+        return -EBUSY;
+    node_->unbind_driver(interface);
+    return claim(interface);
 }
 
 int UsbfsFile::release(uint32_t interface)

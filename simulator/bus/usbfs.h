@@ -106,6 +106,7 @@ private:
 
     Reply dispatch(Request&& request);
     int claim(uint32_t interface);
+    int take_from_driver(uint32_t interface, uint32_t flags);
     int release(uint32_t interface);
     int set_interface(uint32_t interface, uint32_t setting);
     int set_configuration(uint32_t value);

@@ -114,9 +114,10 @@ private:
             return;
         }
         model_.formats.assign(list->size(), {});
-        for (size_t i = 0; i < list->size(); ++i)
+        for (size_t i = 0; i < list->size(); ++i) {
             read_fields(*list->get_as<toml::table>(i), "format", format_fields(), model_.formats[i],
                         mistakes_, kNoSections);
+        }
     }
 
     void read_controls(const Field<CameraModel>& field, const toml::key& key,

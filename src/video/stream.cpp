@@ -140,11 +140,9 @@ int32_t fail_not_offered(const NyStreamRequest& request)
 }
 
 /// Settles the stream in `control`.
-int32_t negotiate(NyDevice* pDevObj, const NyStreamRequest& request, uvc_stream_ctrl_t& control)
+int32_t negotiate(NyDevice* pDevObj, const NyStreamRequest& request,
+                  const uvc_stream_ctrl_t& wanted, uvc_stream_ctrl_t& control)
 {
-    uvc_stream_ctrl_t wanted;
-    if (!nyxus::choose_format(pDevObj->uvc_handle, request, &wanted))
-        return fail_not_offered(request);
     control = wanted;
     const uvc_error_t rc = uvc_probe_stream_ctrl(pDevObj->uvc_handle, &control);
     if (rc < 0)
@@ -160,10 +158,10 @@ int32_t negotiate(NyDevice* pDevObj, const NyStreamRequest& request, uvc_stream_
     return nyxus::fit_payload(kStart, pDevObj, control);
 }
 
-int32_t start(NyDevice* pDevObj, NyStream* stream)
+int32_t start(NyDevice* pDevObj, NyStream* stream, const uvc_stream_ctrl_t& wanted)
 {
     uvc_stream_ctrl_t& control = pDevObj->stream_ctrl;
-    const int32_t rv = negotiate(pDevObj, stream->request, control);
+    const int32_t rv = negotiate(pDevObj, stream->request, wanted, control);
     if (rv < 0)
         return rv;
     stream->control = control;
@@ -177,9 +175,26 @@ int32_t start(NyDevice* pDevObj, NyStream* stream)
     return rc < 0 ? fail(rc, "uvc_stream_start()") : 0;
 }
 
-bool is_gone(const NyStream& stream)
+bool is_gone(libusb_device_handle* handle)
 {
-    return libusb_kernel_driver_active(stream.usb_handle, 0) == LIBUSB_ERROR_NO_DEVICE;
+    return libusb_kernel_driver_active(handle, 0) == LIBUSB_ERROR_NO_DEVICE;
+}
+
+/// The probe goes to the video interface, which Linux would claim for it unasked: libusb would not
+/// know, and not get it for libuvc afterwards.
+int32_t start_claimed(NyDevice* pDevObj, NyStream* stream)
+{
+    uvc_stream_ctrl_t wanted;
+    if (!nyxus::choose_format(pDevObj->uvc_handle, stream->request, &wanted))
+        return fail_not_offered(stream->request);
+    libusb_device_handle* usb = uvc_get_libusb_handle(pDevObj->uvc_handle);
+    const int claim = libusb_claim_interface(usb, wanted.bInterfaceNumber);
+    if (claim < 0)
+        return fail(claim, "libusb_claim_interface()");
+    const int32_t rv = start(pDevObj, stream, wanted);
+    if (rv < 0 && pDevObj->device_gone == 0 && !is_gone(usb))
+        (void)libusb_release_interface(usb, wanted.bInterfaceNumber); // if libuvc has not done so
+    return rv;
 }
 
 } // namespace
@@ -200,7 +215,7 @@ int32_t nyxus_stream_start(NyDevice* pDevObj, const NyStreamRequest* request,
     NyStream* started = create(*request, callback, user);
     if (started == nullptr)
         return fail(UVC_ERROR_NO_MEM, "malloc()");
-    const int32_t rv = start(pDevObj, started);
+    const int32_t rv = start_claimed(pDevObj, started);
     if (rv < 0) {
         nyxus_stream_free(started);
         return rv;
@@ -220,7 +235,7 @@ int32_t nyxus_stream_next(NyStream* stream, uint32_t timeout_ms, NyStreamFrame* 
     while (!stream->silent) {
         if (stream->queue.take(frame))
             return 0;
-        if (is_gone(*stream)) // where it is not silent, its handle is open
+        if (is_gone(stream->usb_handle)) // where it is not silent, its handle is open
             return UVC_ERROR_NO_DEVICE;
         const auto now = Clock::now();
         if (now >= end)

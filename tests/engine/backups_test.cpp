@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Backups: kept before anything is written, proven once a camera has started from them.
+#include <gtest/gtest.h>
 #include <nyxus/cpp/rom.hpp>
 
 #include <fstream>

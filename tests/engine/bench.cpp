@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "bench.h"
+#include <gtest/gtest.h>
 
 #include <unistd.h>
 #include <fstream>

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Cameras that go and come back, are blank, or work side by side.
+#include <gtest/gtest.h>
 #include "bench.h"
 
 #include <thread>

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Images: which are taken, and why others are not.
+#include <gtest/gtest.h>
 #include "bench.h"
 
 namespace {

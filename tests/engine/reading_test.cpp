@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Reading the ROM by 8, 32 and 512 bytes, also from cameras that serve it badly.
+#include <gtest/gtest.h>
 #include "bench.h"
 
 namespace {

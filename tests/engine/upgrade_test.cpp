@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Upgrades and erasures: what goes over the wire, and what is said of the ROM at any end.
+#include <gtest/gtest.h>
 #include "bench.h"
 
 namespace {
