@@ -6,6 +6,7 @@
 # downloads what is missing first. The virtual machine has no network.
 #
 #   tests/kernel/run.sh           all checks
+#   tests/kernel/run.sh --soak    every size 20 times, by the tool and by a C program, instead
 #   tests/kernel/run.sh --keep    a shell in the machine instead
 #   tests/kernel/run.sh --bench   the kernel's own way to the controls, measured beside the library's
 #                                 (JSON on standard output; bench/run.sh calls it)
@@ -22,13 +23,18 @@ programs=(nyxus-sim nyxus check_frames)
 targets=(nyxus-sim nyxus_tool check_frames)
 case $mode in
     checks | --keep) ;;
+    --soak)
+        limit_s=3000
+        programs+=(../examples/snapshot)
+        targets+=(example_snapshot)
+        ;;
     --bench)
         preset=bench
         bin=$PWD/build/$preset/bin
         programs=(nyxus-sim bench_kernel_query)
         targets=("${programs[@]}")
         ;;
-    *) echo "usage: $0 [--keep | --bench]" >&2; exit 2 ;;
+    *) echo "usage: $0 [--soak | --keep | --bench]" >&2; exit 2 ;;
 esac
 
 work=$(mktemp -d)
@@ -114,6 +120,7 @@ boot() {
         "${machine[@]}" -serial mon:stdio -append "console=ttyS0 $arguments shell" || true
         return 0
     fi
+    [ "$mode" != --soak ] || arguments+=" soak"
     [ "$mode" != --bench ] || arguments+=" bench${NYXUS_BENCH_QUICK:+ quick}"
     timeout -k 5 "$limit_s" "${machine[@]}" -monitor none -serial "file:$work/console" -serial stdio \
         -append "console=ttyS0 $arguments" </dev/null | tr -d '\r'
