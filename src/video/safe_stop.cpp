@@ -42,7 +42,7 @@ struct Call {
     void (*enter)(uvc_device_handle_t*);
     unsigned futex_operation;
 };
-constexpr unsigned kFutexCommands = FUTEX_CMD_MASK;
+constexpr auto kFutexCommands = static_cast<unsigned>(FUTEX_CMD_MASK);
 constexpr Call kStop = {uvc_stop_streaming, FUTEX_WAIT_BITSET}; // a condition
 constexpr Call kClose = {uvc_close, FUTEX_WAIT};                // a lock
 
