@@ -20,8 +20,8 @@ rm -rf "$out"
 failed=0
 for program in "${programs[@]}"; do
     mkdir -p "$out/$program"
-    # One share of the tests for each processor. Death tests abort on purpose, and a gang starts
-    # /proc/self/exe, which is valgrind. What a forked child leaves behind until it executes another
+    # One share of the tests for each processor. Death tests abort on purpose, and a batch kills
+    # helpers that take too long. What a forked child leaves behind until it executes another
     # program is its parent's, and tools of the system are none of our business.
     shares=()
     for ((share = 0; share < $(nproc); share++)); do

@@ -207,9 +207,12 @@ TEST(Interrupt, EndsJsonWithAResult)
         const char* phase;
         const char* signals;
         const char* rom;
-    } cases[] = {{"reading", "INT", "unchanged"}, {"programming", "INT INT", "incomplete"}};
+        const char* faults;
+    } cases[] = {{"reading", "INT", "unchanged", ""},
+                 {"programming", "INT INT", "incomplete", kProgrammingStays}};
     for (const auto& c : cases) {
-        const Bench bench;
+        Bench bench;
+        bench.set_faults(c.faults);
         const Outcome outcome =
             interrupted(bench, '"' + std::string(c.phase) + '"', c.signals, ":", "--json");
         EXPECT_EQ(outcome.exit_code, 130) << outcome.err;
@@ -262,13 +265,15 @@ TEST(Output, ThatCannotBeWrittenIsAFailureAfterTheWork)
 
 TEST(Recover, BringsTheLatestBackupBack)
 {
-    const Bench bench;
+    Bench bench;
     const Bytes factory = factory_rom(bench, kModel);
     const Outcome healthy = bench.nyxus_with_rom(kModel, {"recover"});
     EXPECT_EQ(healthy.exit_code, 13);
     EXPECT_TRUE(contains(healthy.err, "nothing to recover")) << healthy.err;
 
+    bench.set_faults(kProgrammingStays);
     ASSERT_EQ(interrupted(bench, "^programming", "INT INT").exit_code, 130);
+    bench.set_faults("");
     const std::string image = bench.path(std::string(kModel) + " 0x0205.bin");
     // The next power-up finds no valid header; a broken ROM's own backup is not taken for a good
     // one.

@@ -233,57 +233,6 @@ size_t count(const std::string& path, const std::string& part)
     return times;
 }
 
-/// Requests to one control, as the simulator's log names it.
-size_t requests(const Bench& bench, const std::string& model, const std::string& control,
-                const Words& arguments)
-{
-    Words command = {
-        kSimulator, "run", "--speed", "fast", "--log-all", "--log=" + bench.path("log"),
-        "--camera", model, "--",      kNyxus};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    EXPECT_EQ(run_program(command).exit_code, 0);
-    return count(bench.path("log"), control);
-}
-
-TEST(Dump, Reads512BytesAtOnceWhereTheCameraCan)
-{
-    const Bench bench;
-    const struct {
-        const char* model;
-        size_t wide;   // 2 for each 512 bytes
-        size_t narrow; // 2 for each 4 KiB, or for each 8 or 32 bytes
-    } cases[] = {
-        {"fi2-spi", 128, 16},   {"larch-spi", 128, 16},       {"rowan-spi", 0, 2048},
-        {"cedar-spi", 0, 2048}, {"hawthorn-eeprom", 0, 8192},
-    };
-    for (const auto& c : cases) {
-        const auto of_reading = [&](const char* control) {
-            return requests(bench, c.model, control, {"dump", bench.path("dump")}) -
-                   requests(bench, c.model, control, {"info"});
-        };
-        EXPECT_EQ(of_reading(" EXT_ROM_512: "), c.wide) << c.model;
-        EXPECT_EQ(of_reading(" EXT_ROM: "), c.narrow) << c.model;
-    }
-}
-
-TEST(Dump, IsRightWhenTheCameraServes512BytesBadly)
-{
-    for (const char* fault :
-         {R"("request": "SET_CUR"}, "do": "stall")", R"("request": "GET_CUR"}, "do": "stall")",
-          R"("request": "GET_CUR", "count": 20}, "do": "short", "bytes": 100)",
-          R"("request": "GET_CUR"}, "do": "wrong-length", "bytes": 4)",
-          R"("rom_address": "0x41FF"}, "do": "bit-flip", "mask": 255)"}) {
-        Bench bench;
-        bench.set_faults(R"([{"when": {"selector": 24, )" + std::string(fault) + "}]");
-        const Outcome outcome = bench.nyxus_with_rom("fi2-spi", {"dump", bench.path("dump")});
-        EXPECT_EQ(outcome.exit_code, 0) << fault << outcome.err;
-        EXPECT_EQ(outcome.err, "") << "each fault has struck";
-        Bytes rom = read_file(bench.rom_file());
-        rom.resize(0x8000);
-        EXPECT_EQ(read_file(bench.path("dump")), rom) << fault;
-    }
-}
-
 // The firmware takes a request by 512 bytes for a write as long as the ROM is unlocked.
 TEST(Dump, IsRightWhenAnUpgradeHasLeftTheRomUnlocked)
 {
