@@ -93,13 +93,14 @@ void count_gap(NyStream& stream, uint32_t sequence)
 
 void hand_over(NyStream& stream, const NyStreamFrame& frame)
 {
-    ++stream.frames;
     if (stream.callback != nullptr) {
+        ++stream.frames; // first: the callback may ask for the status
         stream.callback(&frame, stream.user);
         return;
     }
     if (!stream.queue.put(frame))
         ++stream.late;
+    ++stream.frames; // last: whoever reads it finds the late ones counted
     stream.changed.notify_one();
 }
 
