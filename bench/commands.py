@@ -110,7 +110,7 @@ class Bench:
 
     # --- several cameras
 
-    def gang(self):
+    def batch(self):
         model = "rowan-spi"
         image = self.image(model)
         nyxus = self.program("nyxus")
@@ -161,7 +161,7 @@ def main():
         return None
     with tempfile.TemporaryDirectory() as work:
         bench = Bench(sys.argv[1], work)
-        results = {name: getattr(bench, name)() for name in ("round_trips", "peers", "gang")}
+        results = {name: getattr(bench, name)() for name in ("round_trips", "peers", "batch")}
     Path(sys.argv[2]).write_text(json.dumps(results, indent=1))
     return None
 

@@ -212,8 +212,8 @@ def streaming(results):
                   "ratio to libuvc's", "copies: libuvc's + ours", "bare libuvc's"), rows)
 
 
-def gang(results):
-    measured = results.load("commands")["gang"]
+def batch(results):
+    measured = results.load("commands")["batch"]
     one = measured["times"]["1"]["median"]
     rows = [(number, spread(measured["times"], number, duration),
              f"{measured['times'][number]['median'] / one:.2f}",
@@ -233,7 +233,7 @@ def growth(results):
     return table(("operation", "bytes", "transfers", "per transfer"), rows)
 
 
-TOPICS = (machine, summary, transfer, null_bus, rom, real, peers, kernel, round_trips, streaming, gang, growth)
+TOPICS = (machine, summary, transfer, null_bus, rom, real, peers, kernel, round_trips, streaming, batch, growth)
 
 
 def main():

@@ -3,7 +3,7 @@
 option(NYXUS_CCACHE "Use ccache where it is installed" ON)
 find_program(NYXUS_CCACHE_PROGRAM ccache)
 mark_as_advanced(NYXUS_CCACHE_PROGRAM)
-if(NYXUS_CCACHE AND NYXUS_CCACHE_PROGRAM)
+if(NYXUS_CCACHE AND NYXUS_CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   # Without the latter it would pass on every file that uses a precompiled header.
   set(launcher ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${NYXUS_CCACHE_PROGRAM})
   set(CMAKE_C_COMPILER_LAUNCHER ${launcher})

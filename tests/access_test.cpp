@@ -4,10 +4,9 @@
 
 #include <functional>
 
+#include "support/bytes.h"
 #include "support/camera.h"
 #include "support/script.h"
-
-using Lines = std::vector<std::string>;
 
 TEST(Access, SettingsSendOneRequestEach)
 {

@@ -19,12 +19,12 @@ struct Line {
     uint32_t kind;
     std::string text;
 };
-using Lines = std::vector<Line>;
+using TaggedLines = std::vector<Line>;
 
 void keep_line(NyDevice* device, uint32_t kind, const char* text, size_t length, void* user)
 {
     EXPECT_EQ(text[length], '\0');
-    static_cast<Lines*>(user)->push_back({device, kind, std::string(text, length)});
+    static_cast<TaggedLines*>(user)->push_back({device, kind, std::string(text, length)});
 }
 
 struct Step {
@@ -42,7 +42,7 @@ void keep_step(NyDevice* device, uint64_t done, uint64_t total, void* user)
 /// Process-wide callbacks for one test.
 class Callbacks {
 public:
-    explicit Callbacks(Lines& lines) { nyxus_set_line_callback(nullptr, keep_line, &lines); }
+    explicit Callbacks(TaggedLines& lines) { nyxus_set_line_callback(nullptr, keep_line, &lines); }
     explicit Callbacks(Steps& steps) { nyxus_set_progress_callback(nullptr, keep_step, &steps); }
     ~Callbacks()
     {
@@ -103,7 +103,7 @@ TEST(LineCallback, ReceivesToTheByteWhatWouldHaveBeenPrinted)
     std::map<uint32_t, unsigned> kinds;
     for (const std::string_view model : {models::kRowan, models::kLarch}) {
         const Printed expected = run_everything(model);
-        Lines lines;
+        TaggedLines lines;
         const Callbacks callbacks(lines);
         const Printed left = run_everything(model);
         EXPECT_EQ(left.output, "") << model;
@@ -126,8 +126,8 @@ TEST(LineCallback, ReceivesToTheByteWhatWouldHaveBeenPrinted)
 
 TEST(LineCallback, OfAnObjectReceivesAllThatItsFunctionsPrint)
 {
-    Lines lines;
-    Lines others;
+    TaggedLines lines;
+    TaggedLines others;
     NyDevice* camera = nullptr;
     const Callbacks callbacks(others);
     (void)run_everything(models::kRowan, [&](NyDevice* device) {

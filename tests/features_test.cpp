@@ -5,13 +5,11 @@
 #include <cstring>
 #include <functional>
 
+#include "support/bytes.h"
 #include "support/camera.h"
 #include "support/script.h"
 
 namespace {
-
-using Lines = std::vector<std::string>;
-using Bytes = std::vector<uint8_t>;
 
 /// Setup packets of the H.264 unit since listen(): request, selector, length.
 std::vector<std::array<int, 4>> h264_setups(Camera& camera)

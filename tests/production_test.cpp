@@ -8,16 +8,12 @@
 #include <fstream>
 
 #include "chip/firmware_image.h"
+#include "support/bytes.h"
 #include "support/camera.h"
 #include "support/script.h"
 #include "support/temporary_file.h"
 
 namespace {
-
-bool all_erased(const std::vector<uint8_t>& bytes)
-{
-    return std::all_of(bytes.begin(), bytes.end(), [](uint8_t b) { return b == 0xFF; });
-}
 
 /// Runs the test in an empty folder of its own.
 class Folder {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <functional>
 
+#include "support/bytes.h"
 #include "support/camera.h"
 #include "support/script.h"
 
@@ -33,11 +34,6 @@ Script unlock_older()
         .spi_command({0x50})
         .set(0x12, {0x80, 0, 0, 0x00})
         .poll_status(0x04, 0x00);
-}
-
-bool all_erased(const std::vector<uint8_t>& bytes)
-{
-    return std::all_of(bytes.begin(), bytes.end(), [](uint8_t b) { return b == 0xFF; });
 }
 
 } // namespace

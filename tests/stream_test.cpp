@@ -12,6 +12,7 @@
 #include "cameras/shipped.h"
 #include "chip/picture.h"
 #include "support/camera.h"
+#include "support/run_bounded.h"
 
 namespace {
 
@@ -55,13 +56,6 @@ bool take_frames(NyStream* stream, int count)
             return false;
     }
     return true;
-}
-
-/// Runs in a child process of its own, that has a minute.
-[[noreturn]] void run_bounded(const std::function<int()>& body)
-{
-    alarm(60);
-    _exit(body());
 }
 
 /// A camera on a machine whose kernel lends so much, that sends its first frame at once.

@@ -6,17 +6,11 @@
 #include <numeric>
 
 #include "cameras/shipped.h"
+#include "support/bytes.h"
 #include "support/camera.h"
 #include "support/script.h"
 
 namespace {
-
-std::vector<uint8_t> counting(size_t size, uint8_t first = 1)
-{
-    std::vector<uint8_t> bytes(size);
-    std::iota(bytes.begin(), bytes.end(), first);
-    return bytes;
-}
 
 size_t count_selector(const std::vector<sim::Transfer>& transfers, uint8_t selector)
 {

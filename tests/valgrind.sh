@@ -30,7 +30,7 @@ for program in "${programs[@]}"; do
             --show-leak-kinds=definite --num-callers=30 --child-silent-after-fork=yes \
             --trace-children=yes --trace-children-skip='/bin/*,/usr/bin/*' \
             --suppressions=tests/valgrind.supp --log-file="$out/$program/%p" \
-            "build/dev/bin/$program" --gtest_filter='-*DeathTest*:Gang.*' \
+            "build/dev/bin/$program" --gtest_filter='-*DeathTest*:Batch.*' \
             >"$out/$program.$share.out" 2>&1 &
         shares+=($!)
     done

@@ -13,6 +13,7 @@
 
 #include "chip/picture.h"
 #include "support/camera.h"
+#include "support/run_bounded.h"
 #include "support/script.h"
 
 namespace {
@@ -85,13 +86,6 @@ private:
 VideoStreamParam size_of(uint32_t width, uint32_t height)
 {
     return {0, width, height, 30, nullptr};
-}
-
-/// Runs in a child process of its own, that has a minute.
-[[noreturn]] void run_bounded(const std::function<int()>& body)
-{
-    alarm(60);
-    _exit(body());
 }
 
 } // namespace

@@ -6,17 +6,11 @@
 #include <functional>
 #include <numeric>
 
+#include "support/bytes.h"
 #include "support/camera.h"
 #include "support/script.h"
 
 namespace {
-
-std::vector<uint8_t> counting(size_t size)
-{
-    std::vector<uint8_t> bytes(size);
-    std::iota(bytes.begin(), bytes.end(), uint8_t{1});
-    return bytes;
-}
 
 } // namespace
 

@@ -14,7 +14,7 @@ namespace tool {
 
 namespace {
 
-struct Options {
+struct ControlsOptions {
     std::string name;
     std::string value;
 };
@@ -93,7 +93,7 @@ int64_t parse_value(const std::string& text, const NyControl& control)
     return value;
 }
 
-void run_set(Session& session, const Options& options)
+void run_set(Session& session, const ControlsOptions& options)
 {
     const NyControl control = control_named(session, options.name);
     const int64_t wanted = parse_value(options.value, control);
@@ -111,7 +111,7 @@ void run_set(Session& session, const Options& options)
                   .cost = {.transfers = 11}});
 }
 
-Option& add_name(Command& command, Options& options)
+Option& add_name(Command& command, ControlsOptions& options)
 {
     return command.text("NAME", &options.name, "Control, as 'nyxus control list' names it")
         .required()
@@ -125,7 +125,7 @@ Option& add_name(Command& command, Options& options)
 
 void add_control_command(Command& app, Arguments& arguments)
 {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<ControlsOptions>();
     Command& command =
         add_command(app, "control", "Standard controls of the picture, such as brightness and zoom",
                     "nyxus control set brightness 20");

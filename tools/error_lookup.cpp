@@ -8,10 +8,12 @@
 #include <libusb-1.0/libusb.h>
 #include <libuvc/libuvc.h>
 #include <nyxus/error.h>
+#include <regex.h>
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
-#include <regex>
+#include <stdexcept>
 
 namespace tool {
 
@@ -176,14 +178,33 @@ std::vector<Explanation> explain_name(std::string name)
     return result;
 }
 
+/// The second group of the next match; the text goes on behind it.
+std::optional<int32_t> take_number(const char*& text, const regex_t& pattern)
+{
+    regmatch_t groups[3];
+    if (regexec(&pattern, text, std::size(groups), groups, 0) != 0)
+        return std::nullopt;
+    const int32_t number = std::atoi(text + groups[2].rm_so);
+    text += groups[2].rm_eo;
+    return number;
+}
+
+regex_t compiled(const char* pattern)
+{
+    regex_t result;
+    if (regcomp(&result, pattern, REG_EXTENDED) != 0)
+        throw std::logic_error(pattern);
+    return result;
+}
+
 /// Statuses stand where the library and this program put them: "rv = -5", "(-5)", "[-5]", ", -5]".
 std::vector<Explanation> explain_status_inside(const std::string& line)
 {
-    static const std::regex kStatus(R"((?:rv = |\(|\[|, )(-\d{1,5})(?!\d))");
+    static const regex_t kStatus = compiled(R"((rv = |\(|\[|, )(-[0-9]{1,5})([^0-9]|$))");
     std::vector<Explanation> result;
-    for (auto match = std::sregex_iterator(line.begin(), line.end(), kStatus);
-         match != std::sregex_iterator(); ++match) {
-        if (auto found = explain_status(std::stoi((*match)[1].str())); !found.empty())
+    const char* rest = line.c_str();
+    while (const auto status = take_number(rest, kStatus)) {
+        if (auto found = explain_status(*status); !found.empty())
             result = std::move(found); // the last one counts
     }
     return result;
@@ -256,10 +277,10 @@ std::vector<Explanation> explain_word(const std::string& word)
 
 std::vector<Explanation> explain_line(const std::string& line)
 {
-    static const std::regex kExit(R"(\bexit (?:code |status )?(\d{1,3})$)");
-    std::smatch exit;
-    if (std::regex_search(line, exit, kExit)) {
-        if (auto code = explain_exit_code(std::stoi(exit[1].str())))
+    static const regex_t kExit = compiled(R"(\<exit (code |status )?([0-9]{1,3})$)");
+    const char* text = line.c_str();
+    if (const auto number = take_number(text, kExit)) {
+        if (auto code = explain_exit_code(*number))
             return {*code};
     }
     std::vector<Explanation> result = explain_status_inside(line);

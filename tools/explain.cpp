@@ -13,7 +13,7 @@ namespace tool {
 
 namespace {
 
-struct Options {
+struct ExplainOptions {
     std::vector<std::string> words;
     bool all = false;
     bool markdown = false;
@@ -56,7 +56,7 @@ std::string text_of(const Explanation& entry)
     return result;
 }
 
-Members json_of(const Explanation& entry)
+Members json_of_entry(const Explanation& entry)
 {
     return {{entry.exit_code ? "exit_code" : "status", entry.number},
             {"hex", hex_of(entry)},
@@ -124,7 +124,7 @@ std::string joined(const std::vector<std::string>& words)
     return line;
 }
 
-std::vector<Explanation> find_explanations(const Options& options)
+std::vector<Explanation> find_explanations(const ExplainOptions& options)
 {
     if (options.all)
         return all_explanations();
@@ -145,13 +145,13 @@ std::vector<Explanation> find_explanations(const Options& options)
     return result;
 }
 
-ExitCode run_explain(Console& console, const Arguments& arguments, const Options& options)
+ExitCode run_explain(Console& console, const Arguments& arguments, const ExplainOptions& options)
 {
     const std::vector<Explanation> entries = find_explanations(options);
     if (arguments.json) {
         Value::List list;
         for (const Explanation& entry : entries)
-            list.push_back(json_of(entry));
+            list.push_back(json_of_entry(entry));
         console.display().say(json_text(list));
     } else if (options.markdown) {
         console.display().say(markdown_page(entries));
@@ -170,7 +170,7 @@ void add_explain_command(Command& app, Arguments& arguments)
 {
     Command& command = add_command(
         app, "explain", "Explain a status, an exit code or an error line", "nyxus explain -16393");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<ExplainOptions>();
     command.text("CODE", &options->words,
                  "Status (-16393, 0x4009), name (NYXUS_E_BUSY, EACCES), 'exit 9', or an error "
                  "line in quotes");

@@ -8,7 +8,7 @@ namespace tool {
 
 // The other reasons have no code of their own.
 // clang-format off
-constexpr std::pair<engine::Reason, ExitCode> kExitCodes[] = {
+constexpr std::pair<engine::Reason, ExitCode> kExitCodeOf[] = {
     {engine::Reason::kNone,             kExitOk},
     {engine::Reason::kStopped,          kExitInterrupted},
     {engine::Reason::kCameraGone,       kExitCameraLost},
@@ -28,8 +28,8 @@ constexpr std::pair<engine::Reason, ExitCode> kExitCodes[] = {
 static ExitCode exit_code_of(engine::Reason reason)
 {
     const auto* found =
-        std::ranges::find(kExitCodes, reason, [](const auto& row) { return row.first; });
-    return found == std::end(kExitCodes) ? kExitFailure : found->second;
+        std::ranges::find(kExitCodeOf, reason, [](const auto& row) { return row.first; });
+    return found == std::end(kExitCodeOf) ? kExitFailure : found->second;
 }
 
 Failure failure_of(const engine::Status& status, const std::string& advice)

@@ -16,14 +16,14 @@ constexpr uint32_t kWindowStart = 0x2400;
 constexpr uint32_t kWindowEnd = 0x8000;
 constexpr uint32_t kWindowBytes = kWindowEnd - kWindowStart;
 
-struct Options {
+struct FingerprintOptions {
     std::string state;
     uint32_t address = 0;
     uint32_t length = 0;
     std::string file;
     std::vector<uint8_t> bytes;
 };
-using Shared = std::shared_ptr<Options>;
+using SharedFingerprint = std::shared_ptr<FingerprintOptions>;
 
 /// Orders that cannot be read back.
 struct Order {
@@ -94,7 +94,7 @@ std::vector<uint8_t> read_window(Session& session, uint32_t address, size_t leng
     return bytes;
 }
 
-void run_read(Session& session, const Options& options)
+void run_read(Session& session, const FingerprintOptions& options)
 {
     require_eeprom(session);
     const std::vector<uint8_t> bytes = read_window(session, options.address, options.length);
@@ -102,7 +102,7 @@ void run_read(Session& session, const Options& options)
 }
 
 /// The library writes each page of the window by itself and reads it by the 512-byte path.
-Cost window_cost(const Camera& camera, const Options& options)
+Cost window_cost(const Camera& camera, const FingerprintOptions& options)
 {
     constexpr uint32_t kPageBytes = 32;
     constexpr uint32_t kReadBytes = 512;
@@ -118,7 +118,7 @@ Cost window_cost(const Camera& camera, const Options& options)
     return cost;
 }
 
-void run_write(Session& session, const Options& options)
+void run_write(Session& session, const FingerprintOptions& options)
 {
     constexpr int32_t kWriteCycle_ms = 5;
     require_eeprom(session);
@@ -149,7 +149,7 @@ void add_order(Command& parent, Arguments& arguments, const Order& row, const st
 }
 
 void add_switch_order(Command& sg, Arguments& arguments, const SwitchOrder& row,
-                      const Shared& options)
+                      const SharedFingerprint& options)
 {
     Command& command =
         add_command(sg, row.name, row.summary, std::string("nyxus sg ") + row.name + " on");
@@ -171,7 +171,7 @@ void add_question(Command& sg, Arguments& arguments, const Question& row)
     });
 }
 
-void add_window(Command& sg, Arguments& arguments, const Shared& options)
+void add_window(Command& sg, Arguments& arguments, const SharedFingerprint& options)
 {
     Command& read = add_command(sg, "read", "Read the EEPROM window", "nyxus sg read 0x2400 64");
     add_address(read, &options->address, kWindowStart, kWindowEnd - 1);
@@ -196,7 +196,7 @@ void add_window(Command& sg, Arguments& arguments, const Shared& options)
 
 void add_fingerprint_command(Command& app, Arguments& arguments)
 {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<FingerprintOptions>();
     Command& sg = add_command(app, "sg", "Fingerprint-reader boards", "nyxus sg led on");
     sg.needing_command();
     for (const Order& row : orders)

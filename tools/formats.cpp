@@ -26,7 +26,7 @@ std::vector<double> rates_of(const NyStreamFormat& format)
     return rates;
 }
 
-Members json_of(const NyStreamFormat& format)
+Members json_of_format(const NyStreamFormat& format)
 {
     const std::vector<double> rates = rates_of(format);
     return {{"format", format_name(format.fourcc)},
@@ -53,7 +53,7 @@ void run_formats(Session& session)
     Value::List array;
     std::string lines;
     for (const NyStreamFormat& format : list_formats(session)) {
-        array.emplace_back(json_of(format));
+        array.emplace_back(json_of_format(format));
         lines += (lines.empty() ? "" : "\n") + line_of(format);
     }
     session.console.drain();

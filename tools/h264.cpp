@@ -19,7 +19,7 @@ constexpr uint32_t kMost32 = 0xFFFFFFFF;
 constexpr uint32_t kMostQp = 51;
 constexpr uint32_t kMostFrameTypes = 7; // bits: I, P, B
 
-struct Options {
+struct H264Options {
     bool published_order = false;
     std::optional<uint32_t> layer; ///< without: 0, the only one
     std::string mode;
@@ -32,7 +32,7 @@ struct Options {
     std::optional<uint32_t> stream_format;
     std::string frame;
 };
-using Shared = std::shared_ptr<Options>;
+using SharedH264 = std::shared_ptr<H264Options>;
 
 const std::vector<std::string> kModes = {"cbr", "vbr", "constant-qp"};     // from 1
 const std::vector<std::string> kFrames = {"i", "idr", "idr-with-headers"}; // from 0
@@ -61,7 +61,7 @@ int32_t checked(Session& session, int32_t status)
 }
 
 template <size_t Size>
-std::array<uint8_t, Size> with_layer(const Options& options)
+std::array<uint8_t, Size> with_layer(const H264Options& options)
 {
     std::array<uint8_t, Size> payload{};
     const uint32_t layer = options.layer.value_or(0);
@@ -71,7 +71,7 @@ std::array<uint8_t, Size> with_layer(const Options& options)
 }
 
 /// A setting as it is read, which is of a layer that the camera chooses.
-std::string of_layer(const std::string& setting, unsigned layer, const Options& options)
+std::string of_layer(const std::string& setting, unsigned layer, const H264Options& options)
 {
     return layer == options.layer.value_or(0) ? setting : setting + format(" (layer %u)", layer);
 }
@@ -82,7 +82,7 @@ unsigned layer_in(const std::array<uint8_t, Size>& payload)
     return payload[0] | static_cast<unsigned>(payload[1]) << 8;
 }
 
-std::string mode_of(Session& session, const Options& options)
+std::string mode_of(Session& session, const H264Options& options)
 {
     std::array<uint8_t, 3> payload{};
     check(session, "reading the rate control",
@@ -92,7 +92,7 @@ std::string mode_of(Session& session, const Options& options)
                     layer_in(payload), options);
 }
 
-void run_rate_control(Session& session, const Options& options)
+void run_rate_control(Session& session, const H264Options& options)
 {
     if (options.mode.empty())
         return session.print({{"rate_control", mode_of(session, options)}});
@@ -113,14 +113,14 @@ H264BitrateLayers bitrate_of(Session& session)
     return layers;
 }
 
-std::string bitrate_text(const H264BitrateLayers& layers, const Options& options)
+std::string bitrate_text(const H264BitrateLayers& layers, const H264Options& options)
 {
     return of_layer(
         format("peak %u, average %u bit/s", layers.dwPeakBitrate, layers.dwAverageBitrate),
         layers.wLayerID, options);
 }
 
-void run_bitrate(Session& session, const Options& options)
+void run_bitrate(Session& session, const H264Options& options)
 {
     if (!options.peak) {
         const H264BitrateLayers now = bitrate_of(session);
@@ -146,13 +146,13 @@ std::array<uint8_t, 5> qp_of(Session& session)
     return payload;
 }
 
-std::string qp_text(const std::array<uint8_t, 5>& payload, const Options& options)
+std::string qp_text(const std::array<uint8_t, 5>& payload, const H264Options& options)
 {
     return of_layer(format("frame types %u, %u to %u", payload[2], payload[3], payload[4]),
                     layer_in(payload), options);
 }
 
-void run_qp(Session& session, const Options& options)
+void run_qp(Session& session, const H264Options& options)
 {
     if (!options.most) {
         const std::array<uint8_t, 5> now = qp_of(session);
@@ -177,7 +177,7 @@ uint16_t period_of(Session& session)
     return period;
 }
 
-void run_period(Session& session, const Options& options)
+void run_period(Session& session, const H264Options& options)
 {
     if (!options.period)
         return session.print({{"iframe_period", period_of(session)}});
@@ -197,7 +197,7 @@ uint8_t format_of(Session& session)
     return stream_format;
 }
 
-void run_format(Session& session, const Options& options)
+void run_format(Session& session, const H264Options& options)
 {
     if (!options.stream_format)
         return session.print({{"format", format_of(session)}});
@@ -210,7 +210,7 @@ void run_format(Session& session, const Options& options)
                   .cost = register_change() + register_read(2)});
 }
 
-void run_next_frame(Session& session, const Options& options)
+void run_next_frame(Session& session, const H264Options& options)
 {
     auto payload = with_layer<4>(options);
     payload[2] = place_in(kFrames, options.frame);
@@ -220,7 +220,7 @@ void run_next_frame(Session& session, const Options& options)
         kControlWrite);
 }
 
-void run_reset(Session& session, const Options& options)
+void run_reset(Session& session, const H264Options& options)
 {
     const auto payload = with_layer<2>(options);
     session.order(
@@ -229,21 +229,21 @@ void run_reset(Session& session, const Options& options)
         kControlWrite);
 }
 
-void run_version(Session& session, const Options&)
+void run_version(Session& session, const H264Options&)
 {
     std::array<uint8_t, 2> version{};
     check(session, "reading the version", H264GetVersion(session.device(), version.data()));
     session.print({{"version", format("%u.%02X", version[1], version[0])}});
 }
 
-void check_qp_order(const Options& options)
+void check_qp_order(const H264Options& options)
 {
     if (options.least && options.most && *options.least > *options.most)
         throw Failure(kExitUsage, "the least QP is above the most one");
 }
 
 /// Whether something is set that each layer has of its own. Reading takes no layer.
-bool sets_a_layer(std::string_view command, const Options& options)
+bool sets_a_layer(std::string_view command, const H264Options& options)
 {
     return !options.mode.empty() || options.peak || options.most || !options.frame.empty() ||
            command == "reset";
@@ -253,25 +253,25 @@ struct Row {
     const char* name;
     const char* summary;
     const char* example;
-    void (*run)(Session&, const Options&);
-    void (*add_options)(Command&, Options&);
+    void (*run)(Session&, const H264Options&);
+    void (*add_options)(Command&, H264Options&);
     bool writes = true;
 };
 
-void add_nothing(Command&, Options&) {}
+void add_nothing(Command&, H264Options&) {}
 
-void add_mode(Command& command, Options& o)
+void add_mode(Command& command, H264Options& o)
 {
     add_choice(command, "MODE", &o.mode, kModes, "cbr, vbr or constant-qp; without: ask");
 }
 
-void add_rates(Command& command, Options& o)
+void add_rates(Command& command, H264Options& o)
 {
     Option& peak = add_number(command, "PEAK", &o.peak, 1, kMost32, "bit/s; without: ask");
     peak.needing(add_number(command, "AVERAGE", &o.average, 1, kMost32, "bit/s"));
 }
 
-void add_qp(Command& command, Options& o)
+void add_qp(Command& command, H264Options& o)
 {
     Option& types = add_number(command, "TYPES", &o.frame_types, 1, kMostFrameTypes,
                                "Sum of 1 = I, 2 = P, 4 = B frames; without: ask");
@@ -280,23 +280,23 @@ void add_qp(Command& command, Options& o)
     least.needing(add_number(command, "MOST", &o.most, 0, kMostQp, "Most QP"));
 }
 
-void add_period(Command& command, Options& o)
+void add_period(Command& command, H264Options& o)
 {
     add_number(command, "FRAMES", &o.period, 1, kMost16, "Frames; without: ask");
 }
 
-void add_format(Command& command, Options& o)
+void add_format(Command& command, H264Options& o)
 {
     add_number(command, "FORMAT", &o.stream_format, 0, 1, "Format; without: ask");
 }
 
-void add_frame(Command& command, Options& o)
+void add_frame(Command& command, H264Options& o)
 {
     add_choice(command, "TYPE", &o.frame, kFrames, "i, idr or idr-with-headers").required();
 }
 
 // clang-format off
-constexpr Row rows[] = {
+constexpr Row kRows[] = {
 //   name             summary                                     example                                function          options
     {"rate-control",  "Set how the bitrate is kept, or ask",      "nyxus h264 rate-control vbr",         run_rate_control, add_mode},
     {"bitrate",       "Set peak and average bitrate, or ask",     "nyxus h264 bitrate 4000000 2000000",  run_bitrate,      add_rates},
@@ -313,7 +313,7 @@ constexpr Row rows[] = {
 
 void add_h264_command(Command& app, Arguments& arguments)
 {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<H264Options>();
     Command& h264 =
         add_command(app, "h264", "The H.264 encoder", "nyxus h264 bitrate 4000000 2000000");
     h264.needing_command();
@@ -321,7 +321,7 @@ void add_h264_command(Command& app, Arguments& arguments)
               "For firmware that expects length and request the other way round");
     add_number(h264, "--layer", &options->layer, 0, kMost16,
                "Layer of the stream whose setting is made");
-    for (const Row& row : rows) {
+    for (const Row& row : kRows) {
         Command& command = add_command(h264, row.name, row.summary, row.example);
         row.add_options(command, *options);
         const auto set = row.writes ? set_writing_action : set_action;

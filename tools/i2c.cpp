@@ -13,14 +13,14 @@ constexpr uint32_t kLastRegister = 0x1FF;
 constexpr uint32_t kMostBytes = 8;
 constexpr uint32_t kTransferRegisters = 4;
 
-struct Options {
+struct I2cOptions {
     uint32_t address = 0;
     uint32_t length = 1;
     std::vector<uint32_t> bytes;
     std::optional<uint32_t> config;
 };
 
-std::vector<uint8_t> read_registers(Session& session, const Options& options, size_t length)
+std::vector<uint8_t> read_registers(Session& session, const I2cOptions& options, size_t length)
 {
     std::vector<uint8_t> bytes(length);
     session.check("reading over I2C",
@@ -29,17 +29,17 @@ std::vector<uint8_t> read_registers(Session& session, const Options& options, si
     return bytes;
 }
 
-std::string name_of(const Options& options)
+std::string name_of(const I2cOptions& options)
 {
     return format("0x%03X", options.address);
 }
 
-void run_get(Session& session, const Options& options)
+void run_get(Session& session, const I2cOptions& options)
 {
     session.print({{name_of(options), read_registers(session, options, options.length)}});
 }
 
-void run_set(Session& session, const Options& options)
+void run_set(Session& session, const I2cOptions& options)
 {
     const std::vector<uint8_t> bytes = to_bytes(options.bytes);
     // A transfer over I2C, even one that reads, is started by writing registers of the controller.
@@ -65,7 +65,7 @@ std::string config_of(Session& session)
     return format("0x%02X", config);
 }
 
-void run_config(Session& session, const Options& options)
+void run_config(Session& session, const I2cOptions& options)
 {
     if (!options.config)
         return session.print({{"i2c_configuration", config_of(session)}});
@@ -82,7 +82,7 @@ void run_config(Session& session, const Options& options)
 
 void add_i2c_command(Command& app, Arguments& arguments)
 {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<I2cOptions>();
     Command& command =
         add_command(app, "i2c", "Talk to a device on the camera's I2C bus", "nyxus i2c get 0x10 4");
     command.needing_command();

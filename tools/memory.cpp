@@ -33,7 +33,7 @@ constexpr Memory memories[] = {
 /// One command moves at most so much; no register block is larger.
 constexpr uint32_t kMostBytes = 0xFF;
 
-struct Options {
+struct MemoryOptions {
     uint32_t address = 0;
     uint32_t length = 1;
     std::vector<uint32_t> bytes;
@@ -57,13 +57,13 @@ std::vector<uint8_t> read_bytes(Session& session, const Memory& memory, uint32_t
     return bytes;
 }
 
-void run_read(Session& session, const Memory& memory, const Options& options)
+void run_read(Session& session, const Memory& memory, const MemoryOptions& options)
 {
     const std::vector<uint8_t> bytes = read_bytes(session, memory, options.address, options.length);
     session.print(lines_of(bytes, options.address));
 }
 
-void run_write(Session& session, const Memory& memory, const Options& options)
+void run_write(Session& session, const Memory& memory, const MemoryOptions& options)
 {
     const std::vector<uint8_t> bytes = to_bytes(options.bytes);
     const auto length = static_cast<uint32_t>(bytes.size());
@@ -82,7 +82,7 @@ void run_write(Session& session, const Memory& memory, const Options& options)
 
 void add_memory(Command& app, Arguments& arguments, const Memory& memory)
 {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<MemoryOptions>();
     const std::string call = std::string("nyxus ") + memory.name;
     Command& command = add_command(app, memory.name, std::string("Read or write ") + memory.what,
                                    call + " read 0x20 4");

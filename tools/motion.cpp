@@ -13,7 +13,7 @@ namespace {
 constexpr std::chrono::milliseconds kPollInterval{200};
 constexpr int kSettingBytes = 4;
 
-struct Options {
+struct MotionOptions {
     std::vector<uint32_t> setting;
     bool watch = false;
     uint32_t count = 0; ///< polls; 0: without end
@@ -32,7 +32,7 @@ void run_get(Session& session)
     session.print({{"motion_setting", setting_of(session)}});
 }
 
-void run_set(Session& session, const Options& options)
+void run_set(Session& session, const MotionOptions& options)
 {
     const std::vector<uint8_t> wanted = to_bytes(options.setting);
     session.make({.name = "motion_setting",
@@ -77,7 +77,7 @@ void watch(Session& session, uint32_t count)
 
 void add_motion_command(Command& app, Arguments& arguments)
 {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<MotionOptions>();
     Command& command = add_command(app, "motion", "Ask for motion, or set its detection",
                                    "nyxus motion poll --watch");
     command.needing_command();

@@ -22,7 +22,7 @@ constexpr size_t kTextBytes = 16;
 /// A record is written by one transfer and read back by two.
 constexpr Cost kRecordChange = {.transfers = 3};
 
-struct Options {
+struct OsdOptions {
     std::string state;
     std::string time;
     std::optional<uint32_t> column;
@@ -143,7 +143,7 @@ void show_datetime(Session& session)
                    {"shown", state_of(session, datetime_toggle)}});
 }
 
-void set_datetime(Session& session, const Options& options)
+void set_datetime(Session& session, const OsdOptions& options)
 {
     OsdDatetime record = datetime_of(session);
     parse_time(options.time == "now" ? local_time() : options.time, record);
@@ -165,7 +165,7 @@ std::string string_of(Session& session, uint32_t index)
     return printable_field(text, sizeof text);
 }
 
-void run_string(Session& session, const Options& options, bool set)
+void run_string(Session& session, const OsdOptions& options, bool set)
 {
     const std::string name = format("string_%u", options.index);
     if (!set)
@@ -207,10 +207,10 @@ void run_record(Session& session, const char* name, int32_t (*get)(NyDevice*, Re
                   .cost = kRecordChange});
 }
 
-using Shared = std::shared_ptr<Options>;
+using SharedOsd = std::shared_ptr<OsdOptions>;
 
 void add_toggle(Command& parent, Arguments& arguments, const Toggle& toggle, const char* summary,
-                const char* example, const Shared& options)
+                const char* example, const SharedOsd& options)
 {
     Command& command = add_command(parent, toggle.name, summary, example);
     add_choice(command, "STATE", &options->state, {"on", "off"}, "on or off; without: ask");
@@ -219,7 +219,7 @@ void add_toggle(Command& parent, Arguments& arguments, const Toggle& toggle, con
     });
 }
 
-void add_datetime(Command& osd, Arguments& arguments, const Shared& options)
+void add_datetime(Command& osd, Arguments& arguments, const SharedOsd& options)
 {
     Command& command = add_command(osd, "datetime", "The date-time stamp: show it, set it, or ask",
                                    "nyxus osd datetime set 2026-05-01T12:00:00");
@@ -240,7 +240,7 @@ void add_datetime(Command& osd, Arguments& arguments, const Shared& options)
                        [options](Session& session) { set_datetime(session, *options); });
 }
 
-void add_string(Command& osd, Arguments& arguments, const Shared& options)
+void add_string(Command& osd, Arguments& arguments, const SharedOsd& options)
 {
     Command& command =
         add_command(osd, "string", "Set a line of text, or ask", "nyxus osd string 0 'Front door'");
@@ -256,7 +256,7 @@ void add_string(Command& osd, Arguments& arguments, const Shared& options)
     });
 }
 
-void add_records(Command& osd, Arguments& arguments, const Shared& options)
+void add_records(Command& osd, Arguments& arguments, const SharedOsd& options)
 {
     Command& window = add_command(osd, "window", "Set a window, or show the latest one",
                                   "nyxus osd window 0 2 3 10 4 1");
@@ -292,7 +292,7 @@ void add_records(Command& osd, Arguments& arguments, const Shared& options)
 
 void add_osd_command(Command& app, Arguments& arguments)
 {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<OsdOptions>();
     Command& osd =
         add_command(app, "osd", "Text, date and windows over the video", "nyxus osd enable on");
     osd.needing_command();

@@ -16,7 +16,7 @@ namespace {
 
 constexpr char kMjpeg[] = "mjpeg";
 
-struct Options {
+struct SnapshotOptions {
     std::string file;
     VideoOptions video;
 };
@@ -71,7 +71,7 @@ std::vector<uint8_t> file_of(const nyxus::Frame& frame, const std::string& name)
     return {data.begin(), data.end()};
 }
 
-void run_snapshot(Session& session, const Options& options)
+void run_snapshot(Session& session, const SnapshotOptions& options)
 {
     constexpr unsigned kUsualWait_s = 10;
     const nyxus::VideoFormat format = video_format(session, options.video);
@@ -96,7 +96,7 @@ void run_snapshot(Session& session, const Options& options)
 
 void add_snapshot_command(Command& app, Arguments& arguments)
 {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<SnapshotOptions>();
     Command& command = add_command(app, "snapshot", "Save a picture as PNG, or as JPEG as it comes",
                                    "nyxus snapshot shot.png");
     add_file(command, &options->file, "File to write; .jpg takes an MJPEG camera's own");

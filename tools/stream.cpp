@@ -14,7 +14,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-struct Options {
+struct StreamOptions {
     VideoOptions video;
     uint32_t count = 0;   ///< frames; 0: any number
     uint32_t seconds = 0; ///< 0: without end
@@ -56,7 +56,7 @@ enum class End { kReached, kSilence, kGone, kInterrupt };
 
 /// Until the end that the user has set, by the command line or an interrupt; a second interrupt
 /// ends the program.
-End receive_until_end(nyxus::Stream& stream, const Options& options, Reception& reception)
+End receive_until_end(nyxus::Stream& stream, const StreamOptions& options, Reception& reception)
 {
     constexpr std::chrono::seconds kPatience{5};
     constexpr uint32_t kTick_ms = 100; // nothing wakes us for an interrupt
@@ -81,7 +81,7 @@ End receive_until_end(nyxus::Stream& stream, const Options& options, Reception& 
     return End::kReached;
 }
 
-End receive(Session& session, const Options& options, Reception& reception)
+End receive(Session& session, const StreamOptions& options, Reception& reception)
 {
     const Unwatched unwatched(session.console);
     nyxus::Stream stream = start_stream(session, video_format(session, options.video));
@@ -105,7 +105,7 @@ Failure end_failure(End end, bool has_frames)
     return {kExitTimeout, text + "; try a smaller --size, or another cable or port"};
 }
 
-void run_stream(Session& session, const Options& options)
+void run_stream(Session& session, const StreamOptions& options)
 {
     Reception reception;
     const End end = receive(session, options, reception);
@@ -132,7 +132,7 @@ void add_stream_command(Command& app, Arguments& arguments)
 {
     constexpr uint32_t kMost = 1'000'000'000;
     constexpr uint32_t kMost_s = 1'000'000;
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<StreamOptions>();
     Command& command = add_command(app, "stream", "Receive video and measure it",
                                    "nyxus stream --count 100 --raw video.yuyv");
     add_video_options(command, options->video);

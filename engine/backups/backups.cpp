@@ -24,7 +24,7 @@ constexpr char kUnprovenSuffix[] = ".rom-unproven";
 /// "-20260501T120000Z", and one more character to tell backups of one second apart.
 constexpr size_t kStampBytes = 18;
 /// More cameras of one serial number than letters wait for their second.
-constexpr int kTries = 30;
+constexpr int kTriesForAName = 30;
 constexpr useconds_t kPause_us = 100'000;
 
 fs::path home_folder()
@@ -82,7 +82,7 @@ files::Descriptor lock_folder(const fs::path& folder)
 /// "" when there are more cameras of one serial number than letters.
 fs::path free_name(const fs::path& folder, const std::string& stem, const char* suffix)
 {
-    for (int i = 0; i < kTries; ++i) {
+    for (int i = 0; i < kTriesForAName; ++i) {
         const std::string base = stem + utc_stamp();
         for (char letter = 'a'; letter <= 'z'; ++letter) {
             if (fs::path path = folder / (base + letter + suffix); !fs::exists(path))

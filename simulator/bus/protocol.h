@@ -54,6 +54,9 @@ struct IsoResult {
 struct Reply {
     ReplyHeader header;
     std::vector<uint8_t> payload;
+
+    /// 0 or a negative errno, and nothing else.
+    static Reply result(int status) { return {.header = {.result = status}, .payload = {}}; }
 };
 
 } // namespace sim

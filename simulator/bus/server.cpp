@@ -17,13 +17,6 @@ namespace sim {
 
 namespace {
 
-Reply result(int status)
-{
-    Reply reply;
-    reply.header.result = status;
-    return reply;
-}
-
 files::Descriptor listen_in(const std::string& folder)
 {
     files::Descriptor listener = files::listen_at(socket_path(folder));
@@ -63,15 +56,15 @@ Reply Server::answer(Request&& request, std::unique_ptr<UsbfsFile>& file)
             return open_node(request.header, file);
         case kCloseNode:
             file.reset();
-            return result(0);
+            return Reply::result(0);
         case kAdvanceClock:
             if (clock_ != nullptr) {
                 clock_->advance_us(request.header.first);
                 bed_.settle();
             }
-            return result(0);
+            return Reply::result(0);
         default:
-            return file ? file->call(std::move(request)) : result(-EBADF);
+            return file ? file->call(std::move(request)) : Reply::result(-EBADF);
     }
 }
 
@@ -79,13 +72,13 @@ Reply Server::open_node(const RequestHeader& header, std::unique_ptr<UsbfsFile>&
 {
     const std::shared_ptr<UsbfsNode> node = find_node(header.first, header.second);
     if (!node || file)
-        return result(-ENODEV);
+        return Reply::result(-ENODEV);
     file = node->open();
     if (file->ready_fd() < 0) {
         file.reset();
-        return result(-EMFILE);
+        return Reply::result(-EMFILE);
     }
-    return result(0);
+    return Reply::result(0);
 }
 
 } // namespace sim

@@ -21,13 +21,6 @@ constexpr uint32_t kCapabilities =
 constexpr uint32_t kHighSpeed = 3;
 constexpr size_t kMaxUrbsInFlight = 4096;
 
-Reply result(int status)
-{
-    Reply reply;
-    reply.header.result = status;
-    return reply;
-}
-
 Reply value(uint32_t number)
 {
     Reply reply;
@@ -120,7 +113,7 @@ Reply UsbfsFile::call(Request&& request)
     const uint32_t code = request.header.code;
     const bool is_reap = code == USBDEVFS_REAPURB || code == USBDEVFS_REAPURBNDELAY;
     if (node_->gone_ && !is_reap)
-        return result(-ENODEV);
+        return Reply::result(-ENODEV);
     return dispatch(std::move(request));
 }
 
@@ -135,35 +128,35 @@ Reply UsbfsFile::dispatch(Request&& request)
         case USBDEVFS_CONNECTINFO:
             return value(node_->address_);
         case USBDEVFS_DISCONNECT_CLAIM:
-            return result(take_from_driver(header.first, header.second));
+            return Reply::result(take_from_driver(header.first, header.second));
         case USBDEVFS_CLAIMINTERFACE:
-            return result(claim(header.first));
+            return Reply::result(claim(header.first));
         case USBDEVFS_RELEASEINTERFACE:
-            return result(release(header.first));
+            return Reply::result(release(header.first));
         case USBDEVFS_GETDRIVER:
             return driver_name(header.first);
         case USBDEVFS_IOCTL:
-            return result(driver_request(header.first, header.second));
+            return Reply::result(driver_request(header.first, header.second));
         case USBDEVFS_SETINTERFACE:
-            return result(set_interface(header.first, header.second));
+            return Reply::result(set_interface(header.first, header.second));
         case USBDEVFS_SETCONFIGURATION:
-            return result(set_configuration(header.first));
+            return Reply::result(set_configuration(header.first));
         case USBDEVFS_CLEAR_HALT:
-            return result(clear_halt(header.first));
+            return Reply::result(clear_halt(header.first));
         case USBDEVFS_RESETEP:
-            return result(check_endpoint(header.first));
+            return Reply::result(check_endpoint(header.first));
         case USBDEVFS_RESET:
             (void)camera_.configure(1); // as Linux does behind it
-            return result(0);
+            return Reply::result(0);
         case USBDEVFS_SUBMITURB:
-            return result(submit(std::move(request)));
+            return Reply::result(submit(std::move(request)));
         case USBDEVFS_DISCARDURB:
-            return result(discard(header.urb));
+            return Reply::result(discard(header.urb));
         case USBDEVFS_REAPURB:
         case USBDEVFS_REAPURBNDELAY:
             return reap();
         default:
-            return result(-ENOTTY);
+            return Reply::result(-ENOTTY);
     }
 }
 
@@ -415,7 +408,7 @@ void UsbfsFile::finish(Urb&& urb)
 Reply UsbfsFile::reap()
 {
     if (finished_.empty())
-        return result(node_->gone_ ? -ENODEV : -EAGAIN);
+        return Reply::result(node_->gone_ ? -ENODEV : -EAGAIN);
     Urb urb = std::move(finished_.front());
     finished_.pop_front();
     finished_bytes_ -= urb.data.size();

@@ -68,7 +68,7 @@ RunningFirmware boot(const CameraModel& model, std::span<const uint8_t> rom)
     firmware.version = u16_at(rom, kFirmwareVersion);
     firmware.sensor_application_id = u16_at(rom, kSensorApplicationId);
     firmware.has_setfile = rom[kHasSetfile] != 0;
-    std::ranges::copy(rom.subspan(kSetfileVersion, kSetfileVersionBytes),
+    std::ranges::copy(rom.subspan(kSetfileText, kSetfileVersionBytes),
                       firmware.setfile_version.begin());
     return firmware;
 }

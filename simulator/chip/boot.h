@@ -29,7 +29,7 @@ inline constexpr uint32_t kRomSizeAlternative = 0x56;
 inline constexpr uint32_t kFirmwareVersion = 0x60;     // u16
 inline constexpr uint32_t kSensorApplicationId = 0x62; // u16
 inline constexpr uint32_t kHasSetfile = 0x64;
-inline constexpr uint32_t kSetfileVersion = 0x65; // 11 bytes, zero-padded
+inline constexpr uint32_t kSetfileText = 0x65; // 11 bytes, zero-padded
 inline constexpr uint32_t kCode = 0x70;
 
 inline constexpr std::array<uint8_t, 4> kMagicBytes = {'N', 'X', 'F', 'W'};

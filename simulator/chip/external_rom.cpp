@@ -7,11 +7,6 @@
 namespace sim {
 namespace {
 
-constexpr uint8_t kWriteStatus = 0x01;
-constexpr uint8_t kPageProgram = 0x02;
-constexpr uint8_t kRead = 0x03;
-constexpr uint8_t kReadStatus = 0x05;
-constexpr uint8_t kWriteEnable = 0x06;
 constexpr size_t kLongestWrite = 32;
 constexpr uint16_t kChipEraseCommandReg = kFlashInfoReg + 1;
 
@@ -26,7 +21,7 @@ std::array<uint8_t, 4> addressed(uint8_t opcode, uint32_t address)
 void ExternalRom::read(uint32_t address, std::span<uint8_t> out)
 {
     if (chip_.flash) {
-        chip_.flash->transfer(addressed(kRead, address), out);
+        chip_.flash->transfer(addressed(spi::kRead, address), out);
     } else {
         chip_.eeprom->read(address, out);
     }
@@ -40,9 +35,9 @@ void ExternalRom::write(uint32_t address, std::span<const uint8_t> bytes)
     if (!gate_open())
         return;
     std::array<uint8_t, 4 + kLongestWrite> command{};
-    std::ranges::copy(addressed(kPageProgram, address), command.begin());
+    std::ranges::copy(addressed(spi::kPageProgram, address), command.begin());
     std::ranges::copy(bytes, command.begin() + 4);
-    send(std::array{kWriteEnable});
+    send(std::array{spi::kWriteEnable});
     send(std::span(command).first(4 + bytes.size()));
     close_gate();
 }
@@ -62,7 +57,7 @@ void ExternalRom::erase()
 {
     if (!chip_.flash || !gate_open())
         return;
-    send(std::array{kWriteEnable});
+    send(std::array{spi::kWriteEnable});
     send(std::array{chip_.xdata[kChipEraseCommandReg]});
     close_gate();
 }
@@ -71,7 +66,7 @@ uint8_t ExternalRom::status()
 {
     std::array<uint8_t, 1> answer = {0xFF};
     if (chip_.flash)
-        chip_.flash->transfer(std::array{kReadStatus}, answer);
+        chip_.flash->transfer(std::array{spi::kReadStatus}, answer);
     return answer[0];
 }
 
@@ -79,8 +74,8 @@ void ExternalRom::set_status(uint8_t status)
 {
     // Older firmware leaves the write enable to the host.
     if (is_newer_firmware(chip_.model))
-        send(std::array{kWriteEnable});
-    send(std::array{kWriteStatus, status});
+        send(std::array{spi::kWriteEnable});
+    send(std::array{spi::kWriteStatus, status});
 }
 
 void ExternalRom::read_id(uint8_t opcode, size_t command_bytes, std::span<uint8_t> out)

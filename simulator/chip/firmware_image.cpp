@@ -40,7 +40,7 @@ void put_rom_header(std::span<uint8_t> image, const ImageRequest& request)
     put_u16(image, kSensorApplicationId, request.sensor_application_id);
     image[kHasSetfile] = request.setfile_version.empty() ? 0 : 1;
     const auto text = request.setfile_version.substr(0, kSetfileVersionBytes - 1);
-    std::ranges::copy(text, image.subspan(kSetfileVersion).begin());
+    std::ranges::copy(text, image.subspan(kSetfileText).begin());
 }
 
 /// The header names the body and is checked itself, so it can only be made last.

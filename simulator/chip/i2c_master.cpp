@@ -14,7 +14,7 @@ constexpr uint16_t kRegisterLowReg = 0x0E4B;
 constexpr uint16_t kLengthReg = 0x0E4C;
 constexpr uint16_t kControlReg = 0x0E4D;
 constexpr uint8_t kStart = 0x80;
-constexpr uint8_t kRead = 0x40;
+constexpr uint8_t kReads = 0x40;
 constexpr uint8_t kNobody = 0xFF;
 
 } // namespace
@@ -31,7 +31,7 @@ void I2cMaster::transfer(uint8_t control)
     const auto cells = sensor_.subspan(start, std::min(xdata_[kLengthReg], kBufferBytes));
     const auto buffer = xdata_.subspan(kBuffer, cells.size());
     const bool answered = (xdata_[kDeviceReg] & 0xFE) == kSensorAddress;
-    if ((control & kRead) == 0) {
+    if ((control & kReads) == 0) {
         if (answered)
             std::ranges::copy(buffer, cells.begin());
     } else if (answered) {

@@ -6,14 +6,6 @@
 namespace sim {
 namespace {
 
-constexpr uint8_t kWriteStatus = 0x01;
-constexpr uint8_t kPageProgram = 0x02;
-constexpr uint8_t kRead = 0x03;
-constexpr uint8_t kWriteDisable = 0x04;
-constexpr uint8_t kReadStatus = 0x05;
-constexpr uint8_t kWriteEnable = 0x06;
-constexpr uint8_t kEnableStatusWrite = 0x50;
-constexpr uint8_t kReadJedecId = 0x9F;
 constexpr uint8_t kNoSuchCommand = 0xFF;
 
 constexpr uint32_t kSectorBytes = 4096;
@@ -71,7 +63,7 @@ void SpiFlash::transfer(std::span<const uint8_t> command, std::span<uint8_t> ans
     settle();
     if (command.empty() || !powered_)
         return;
-    if (command[0] == kReadStatus) {
+    if (command[0] == spi::kReadStatus) {
         std::ranges::fill(answer, status()); // repeats for as long as it is clocked
     } else if (!busy_) {
         execute(command, answer);
@@ -112,19 +104,19 @@ void SpiFlash::execute(std::span<const uint8_t> command, std::span<uint8_t> answ
         return erase(command, kSectorBytes, part_.sector_erase_us);
 
     switch (opcode) {
-        case kRead:
+        case spi::kRead:
             return read(command, answer);
-        case kPageProgram:
+        case spi::kPageProgram:
             return page_program(command);
-        case kWriteStatus:
+        case spi::kWriteStatus:
             return write_status(command);
-        case kWriteEnable:
+        case spi::kWriteEnable:
             write_enabled_ = true;
             break;
-        case kWriteDisable:
+        case spi::kWriteDisable:
             write_enabled_ = false;
             break;
-        case kEnableStatusWrite:
+        case spi::kEnableStatusWrite:
             status_write_enabled_ = true;
             break;
         default:
@@ -151,7 +143,7 @@ void SpiFlash::read(std::span<const uint8_t> command, std::span<uint8_t> answer)
 /// But for the JEDEC one, these commands have an address.
 void SpiFlash::read_id(std::span<const uint8_t> command, std::span<uint8_t> answer) const
 {
-    if (command[0] != kReadJedecId && command.size() < kAddressedBytes)
+    if (command[0] != spi::kReadJedecId && command.size() < kAddressedBytes)
         return;
     const size_t length = std::min<size_t>({part_.id_length, part_.id.size(), answer.size()});
     std::copy_n(part_.id.begin(), length, answer.begin());

@@ -12,6 +12,17 @@
 
 namespace sim {
 
+namespace spi {
+inline constexpr uint8_t kWriteStatus = 0x01;
+inline constexpr uint8_t kPageProgram = 0x02;
+inline constexpr uint8_t kRead = 0x03;
+inline constexpr uint8_t kWriteDisable = 0x04;
+inline constexpr uint8_t kReadStatus = 0x05;
+inline constexpr uint8_t kWriteEnable = 0x06;
+inline constexpr uint8_t kEnableStatusWrite = 0x50;
+inline constexpr uint8_t kReadJedecId = 0x9F;
+} // namespace spi
+
 /// A serial NOR flash as it behaves on its bus. Commands that come while it is busy, that lack
 /// the write-enable latch or that hit a protected array change nothing.
 class SpiFlash {

@@ -64,7 +64,7 @@ void apply_setting(CameraRequest& camera, const std::string& setting)
 }
 
 /// However it is written; the file need not be there yet.
-std::filesystem::path place_of(const std::string& file)
+std::filesystem::path file_behind(const std::string& file)
 {
     std::error_code error;
     const auto place = std::filesystem::weakly_canonical(std::filesystem::absolute(file), error);
@@ -75,7 +75,7 @@ void check_rom_files_differ(const std::vector<CameraRequest>& cameras)
 {
     std::set<std::filesystem::path> seen;
     for (const CameraRequest& camera : cameras) {
-        if (!camera.rom_file.empty() && !seen.insert(place_of(camera.rom_file)).second) {
+        if (!camera.rom_file.empty() && !seen.insert(file_behind(camera.rom_file)).second) {
             throw UsageError("two cameras cannot keep their ROMs in one file, '" + camera.rom_file +
                              "'");
         }

@@ -27,7 +27,7 @@ constexpr char kStatusFile[] = "/sys/devices/platform/vhci_hcd.0/status";
 constexpr char kAttachFile[] = "/sys/devices/platform/vhci_hcd.0/attach";
 constexpr unsigned kFreePort = 4;
 constexpr int kAttempts = 2000;
-constexpr auto kPause = std::chrono::milliseconds(5);
+constexpr auto kGlance = std::chrono::milliseconds(5);
 
 // Called past the C library, where this process sees the simulated bus's /sys.
 files::Descriptor open_really(const char* path, int mode)
@@ -91,7 +91,7 @@ unsigned Vhci::attach(int socket, uint32_t device_id, std::optional<unsigned> wa
                                          std::strerror(error));
             }
         }
-        std::this_thread::sleep_for(kPause);
+        std::this_thread::sleep_for(kGlance);
     }
     throw std::runtime_error(wanted ? "port " + std::to_string(*wanted) +
                                           " of the virtual USB host controller does not become free"

@@ -11,7 +11,7 @@ namespace sim {
 
 namespace {
 
-constexpr size_t kHeaderBytes = 64;
+constexpr size_t kRecordBytes = 64;
 constexpr size_t kIsoDescriptorBytes = 16;
 
 constexpr uint8_t kSetupFollows = 0;
@@ -81,7 +81,7 @@ std::vector<uint8_t> usbmon_header(UsbmonEvent event, const BusTransfer& transfe
     const auto descriptor_bytes = static_cast<uint32_t>(descriptors * kIsoDescriptorBytes);
 
     std::vector<uint8_t> bytes;
-    bytes.reserve(kHeaderBytes + descriptor_bytes);
+    bytes.reserve(kRecordBytes + descriptor_bytes);
     // Different cameras number their transfers alike.
     add(bytes, transfer.id | uint64_t{place.address} << 40 | uint64_t{place.bus} << 48);
     add(bytes, static_cast<uint8_t>(event));

@@ -9,11 +9,6 @@ using namespace test;
 
 namespace {
 
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
-
 /// The finding of a check.
 Json finding(const Outcome& outcome, const std::string& check)
 {

@@ -9,11 +9,6 @@ using namespace test;
 
 namespace {
 
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
-
 TEST(Faults, AnUpgradeThatFailsSaysWhyAndIsHealedByAnother)
 {
     // clang-format off

@@ -11,11 +11,6 @@ namespace {
 constexpr char kCamera[] = "rowan-spi,driver=uvcvideo";
 constexpr char kBack[] = "the kernel's video driver has it";
 
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
-
 /// Sends the signal to a program that reads the ROM, and looks at what has become of the camera
 /// with `after`.
 Outcome ended_by(const Bench& bench, const std::string& signal, const std::string& after)

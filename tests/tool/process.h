@@ -23,4 +23,9 @@ struct RunOptions {
 /// Runs a program to its end; kills it after a minute.
 Outcome run_program(const std::vector<std::string>& command, const RunOptions& options = {});
 
+inline bool contains(const std::string& text, const std::string& part)
+{
+    return text.find(part) != std::string::npos;
+}
+
 } // namespace test

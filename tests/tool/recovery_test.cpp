@@ -13,11 +13,6 @@ namespace {
 
 constexpr size_t kReplaced = 0x10000;
 
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
-
 /// The camera's factory contents, as far as an upgrade replaces them.
 Bytes factory_rom(const Bench& bench, const std::string& model)
 {

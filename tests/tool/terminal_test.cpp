@@ -12,11 +12,6 @@ namespace {
 
 constexpr char kClearLine[] = "\r\033[K";
 
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
-
 RunOptions terminal(unsigned columns, const std::map<std::string, std::string>& environment = {})
 {
     RunOptions options;

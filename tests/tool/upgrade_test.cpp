@@ -13,11 +13,6 @@ using namespace test;
 
 namespace {
 
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
-
 TEST(Upgrade, EveryModelRunsTheNewFirmwareAfterTheReset)
 {
     for (const std::string& model : kModels) {

@@ -12,11 +12,6 @@ using namespace test;
 
 namespace {
 
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
-
 std::vector<Json> events(const std::string& output)
 {
     std::vector<Json> list;
@@ -41,7 +36,7 @@ Outcome run_script(const Words& cameras, const Words& simulation, const std::str
     return run_program(command, options);
 }
 
-TEST(Gang, TellsHowEachCameraEndsAndTheWorstOfIt)
+TEST(Batch, TellsHowEachCameraEndsAndTheWorstOfIt)
 {
     const Bench bench;
     const std::string image = bench.image(kModel, "0x0205");
@@ -103,7 +98,7 @@ TEST(Gang, TellsHowEachCameraEndsAndTheWorstOfIt)
 }
 
 /// A supervisor may ignore the ends of its children, and a file may have any name.
-TEST(Gang, CopesWithTheWorldThatItIsStartedIn)
+TEST(Batch, CopesWithTheWorldThatItIsStartedIn)
 {
     const Bench bench;
     const std::string image = bench.image(kModel, "0x0205");
@@ -119,7 +114,7 @@ TEST(Gang, CopesWithTheWorldThatItIsStartedIn)
     EXPECT_TRUE(contains(outcome.out, ": 1 upgraded, 1 failed")) << outcome.out << outcome.err;
 }
 
-TEST(Gang, UpgradesSixteenCamerasOfOneSerialNumberAFewAtATime)
+TEST(Batch, UpgradesSixteenCamerasOfOneSerialNumberAFewAtATime)
 {
     const Bench bench;
     const std::string image = bench.image(kModel, "0x0205");
@@ -134,7 +129,7 @@ TEST(Gang, UpgradesSixteenCamerasOfOneSerialNumberAFewAtATime)
     EXPECT_EQ(bench.backups().size(), 16U) << "none has replaced another";
 }
 
-TEST(Gang, InterruptsBringTheCamerasToASafePointOrStopThem)
+TEST(Batch, InterruptsBringTheCamerasToASafePointOrStopThem)
 {
     const struct {
         const char* signals;
@@ -172,7 +167,7 @@ TEST(Gang, InterruptsBringTheCamerasToASafePointOrStopThem)
 }
 
 /// As when the machine shuts down, which tells all processes.
-TEST(Gang, AProcessThatIsAskedToEndCompletesItsRom)
+TEST(Batch, AProcessThatIsAskedToEndCompletesItsRom)
 {
     const Bench bench;
     const Outcome outcome =
@@ -188,7 +183,7 @@ TEST(Gang, AProcessThatIsAskedToEndCompletesItsRom)
     EXPECT_EQ(result["rom"], "unverified") << result;
 }
 
-TEST(Gang, AQuietOneTellsHowEachCameraEndedAndNoMore)
+TEST(Batch, AQuietOneTellsHowEachCameraEndedAndNoMore)
 {
     const Bench bench;
     const std::string image = bench.image(kModel, "0x0205");
@@ -207,7 +202,7 @@ TEST(Gang, AQuietOneTellsHowEachCameraEndedAndNoMore)
     }
 }
 
-TEST(Gang, ShowsATableOnATerminal)
+TEST(Batch, ShowsATableOnATerminal)
 {
     Bench bench;
     bench.set_faults(
@@ -230,7 +225,7 @@ TEST(Gang, ShowsATableOnATerminal)
     EXPECT_TRUE(contains(end, ": 1 upgraded, 2 failed\r\n")) << end;
 }
 
-TEST(Gang, PlansForEachCameraAndWritesNothing)
+TEST(Batch, PlansForEachCameraAndWritesNothing)
 {
     const Bench bench;
     const Words cameras = {"rowan-spi,serial=A1,rom=" + bench.rom_file(), "cedar-spi,serial=B2"};
@@ -256,7 +251,7 @@ TEST(Gang, PlansForEachCameraAndWritesNothing)
     EXPECT_TRUE(contains(plan({}).out, "serial A1): already up to date: ")) << plan({}).out;
 }
 
-TEST(Gang, RefusesWhatIsMeantForOneCamera)
+TEST(Batch, RefusesWhatIsMeantForOneCamera)
 {
     const Bench bench;
     const std::string image = bench.image(kModel, "0x0205");
