@@ -8,8 +8,6 @@
 
 #include <sys/stat.h>
 #include <unistd.h>
-#include <cerrno>
-#include <cstring>
 #include <system_error>
 
 namespace tool {
@@ -33,14 +31,15 @@ static bool is_captured(const struct stat& entry)
 
 void refuse_impossible_target(const std::string& path)
 {
+    try {
+        files::check_replaceable(path);
+    } catch (const std::system_error& error) {
+        throw Failure(kExitFailure, error.what());
+    }
     struct stat entry {};
-    if (stat(path.c_str(), &entry) != 0)
-        return;
-    const std::string complaint = "cannot write " + in_quotes(path) + ": ";
-    if (S_ISDIR(entry.st_mode))
-        throw Failure(kExitFailure, complaint + std::strerror(EISDIR));
-    if (S_ISSOCK(entry.st_mode) || is_captured(entry))
-        throw Failure(kExitFailure, complaint + "it is not a plain file");
+    if (stat(path.c_str(), &entry) == 0 && (S_ISSOCK(entry.st_mode) || is_captured(entry))) {
+        throw Failure(kExitFailure, "cannot write " + in_quotes(path) + ": it is not a plain file");
+    }
 }
 
 std::vector<uint8_t> read_file(const std::string& path, size_t most, const std::string& place)

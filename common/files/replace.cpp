@@ -141,7 +141,35 @@ void replace(const fs::path& path, std::span<const uint8_t> bytes)
     sync_folder(target);
 }
 
+void try_to_replace(const fs::path& path)
+{
+    const std::optional<struct stat> before = find(path);
+    if (before && S_ISDIR(before->st_mode))
+        fail(EISDIR);
+    if (before && !S_ISREG(before->st_mode))
+        return check(access(path.c_str(), W_OK));
+    const fs::path target = behind_links(path);
+    if (!target.has_filename())
+        fail(ENOENT);
+    const fs::path folder = target.has_parent_path() ? target.parent_path() : ".";
+    // A file without a name, where the file system has such files.
+    const Descriptor probe(open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600));
+    if (!probe && errno != EOPNOTSUPP && errno != EISDIR)
+        fail(errno);
+    if (!probe)
+        check(access(folder.c_str(), W_OK | X_OK));
+}
+
 } // namespace
+
+void check_replaceable(const std::string& path)
+{
+    try {
+        try_to_replace(path);
+    } catch (const std::system_error& error) {
+        throw std::system_error(error.code(), "cannot write " + text::in_quotes(path));
+    }
+}
 
 void replace_file(const std::string& path, std::span<const uint8_t> bytes)
 {

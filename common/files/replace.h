@@ -16,4 +16,8 @@ namespace files {
 /// left on device"); nothing has changed then, unless it is no plain file.
 void replace_file(const std::string& path, std::span<const uint8_t> bytes);
 
+/// Throws what replace_file() would throw for a target that is not there or must not be changed.
+/// Changes nothing; whether there is room is seen when it is written.
+void check_replaceable(const std::string& path);
+
 } // namespace files

@@ -32,14 +32,22 @@ std::span<const uint8_t> bytes_of(std::string_view text)
 }
 
 /// What went wrong; "" when nothing did.
-std::string replace(const std::string& path, std::string_view text)
+std::string complaint_of(const std::function<void()>& call)
 {
     try {
-        files::replace_file(path, bytes_of(text));
+        call();
     } catch (const std::system_error& error) {
         return error.what();
     }
     return "";
+}
+
+std::string replace(const std::string& path, std::string_view text)
+{
+    const std::string before = complaint_of([&] { files::check_replaceable(path); });
+    const std::string complaint = complaint_of([&] { files::replace_file(path, bytes_of(text)); });
+    EXPECT_TRUE(before.empty() || before == complaint) << before;
+    return complaint;
 }
 
 mode_t mode_of(const std::string& path)
@@ -151,7 +159,9 @@ TEST_F(Files, WhatCannotBeReplacedStaysAsItIs)
         {"new/", "No such file or directory"},
     };
     for (const auto& [name, reason] : rows) {
-        EXPECT_EQ(replace(path(name), "x"), "cannot write '" + path(name) + "': " + reason);
+        const std::string complaint = "cannot write '" + path(name) + "': " + reason;
+        EXPECT_EQ(complaint_of([&] { files::check_replaceable(path(name)); }), complaint);
+        EXPECT_EQ(replace(path(name), "x"), complaint);
         EXPECT_EQ(names(), before);
     }
     EXPECT_EQ(replace("", "x"), "cannot write '': No such file or directory");

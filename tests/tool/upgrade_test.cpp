@@ -265,6 +265,7 @@ TEST(Dump, LeavesNothingBehindWhenItCannotWrite)
         const Outcome outcome = bench.nyxus({kModel}, {"dump", file});
         EXPECT_EQ(outcome.exit_code, 1) << file;
         EXPECT_EQ(outcome.err, "nyxus: cannot write '" + file + "': " + reason + "\n");
+        EXPECT_EQ(contains(outcome.out, "reading"), file == "/dev/full") << file;
     }
     EXPECT_TRUE(std::filesystem::is_empty(bench.path("")));
 }
