@@ -182,10 +182,11 @@ private:
         const bool begins = is_stopped() && !asked_;
         asked_ = asked_ || begins;
         for (Running& running : running_) {
-            if (begins)
-                running.helper.ask_to_stop();
-            if (stop_.at_once.stop_requested())
+            if (stop_.at_once.stop_requested()) {
                 kill(running, stopped());
+            } else if (begins) {
+                running.helper.ask_to_stop();
+            }
         }
     }
 
