@@ -85,7 +85,7 @@ snapshot)
     ;;
 every_size*)
     program=$programs/$example
-    [ $example != every_size_py ] || program="$python $sources/every_size.py"
+    [ "$example" != every_size_py ] || program="$python $sources/every_size.py"
     # shellcheck disable=SC2086 # a program and its argument
     run --camera maple-mjpeg -- $program
     says '^YUYV 1280x720: 1843200 bytes'
