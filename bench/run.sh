@@ -85,11 +85,13 @@ real() {
 }
 
 streaming() {
-    local model picture
+    local model picture way
     for model in rowan-spi rowan-iso; do
         for picture in 640x480 1280x720; do
-            part "$model.$picture" fast "$model" bench_client_stream "streaming/$model/$picture" \
-                "${picture%x*}" "${picture#*x}"
+            for way in published callback next; do
+                part "$model.$picture.$way" fast "$model" bench_client_stream \
+                    "streaming/$model/$picture/$way" "$way" "${picture%x*}" "${picture#*x}"
+            done
         done
     done
     merge streaming

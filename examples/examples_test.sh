@@ -83,6 +83,15 @@ snapshot)
     head -c 15 shot.pgm | grep -aq 'P5' || fail "no grey map"
     [ "$(wc -c <shot.pgm)" -eq $((15 + 640 * 480)) ] || fail "the picture is incomplete"
     ;;
+every_size*)
+    program=$programs/$example
+    [ "$example" != every_size_py ] || program="$python $sources/every_size.py"
+    # shellcheck disable=SC2086 # a program and its argument
+    run --camera maple-mjpeg -- $program
+    says '^YUYV 1280x720: 1843200 bytes'
+    says '^MJPG 1920x1080: '
+    [ "$(wc -l <out)" -eq 7 ] || fail "that is not every size"
+    ;;
 backup_and_upgrade)
     image
     run --camera rowan-spi,serial=A1,rom=rom --camera rowan-spi,serial=B1 -- \

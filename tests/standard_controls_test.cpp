@@ -40,6 +40,7 @@ TEST(StandardControls, ThoseThatTheCameraHasAreListedWithTheirRanges)
     for (size_t i = 0; i < std::size(expected); ++i) {
         EXPECT_EQ(listed[i].id, expected[i].id);
         EXPECT_STREQ(listed[i].name, expected[i].name);
+        EXPECT_STREQ(nyxus_control_name(expected[i].id), expected[i].name);
         EXPECT_EQ(listed[i].minimum, expected[i].minimum) << expected[i].name;
         EXPECT_EQ(listed[i].maximum, expected[i].maximum) << expected[i].name;
         EXPECT_EQ(listed[i].step, expected[i].step) << expected[i].name;
@@ -49,6 +50,7 @@ TEST(StandardControls, ThoseThatTheCameraHasAreListedWithTheirRanges)
     NyControl first = {};
     EXPECT_EQ(nyxus_list_controls(camera.device(), &first, 1), count);
     EXPECT_STREQ(first.name, "brightness");
+    EXPECT_EQ(nyxus_control_name(NYXUS_CONTROL_COUNT), nullptr);
 }
 
 TEST(StandardControls, WhatIsSetArrives)

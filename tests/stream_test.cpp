@@ -281,6 +281,51 @@ TEST(Stream, AnImpossibleOfferIsRefused)
     }
 }
 
+/// Another program, or the kernel's driver, may have the video interface then.
+TEST(Stream, AFailedStartGivesTheVideoInterfaceBack)
+{
+    constexpr uint8_t kProbe = 1, kCommit = 2; // selectors
+    const NyStreamRequest request = yuyv(320, 240);
+    VideoStreamParam param = {0, 320, 240, 0, nullptr};
+    NyStream* stream = nullptr;
+    const std::function<int32_t(NyDevice*)> published = [&](NyDevice* device) {
+        return startVideoStream(
+            device, [](uvc_frame_t*, VideoStreamParam*) {}, &param);
+    };
+    const std::function<int32_t(NyDevice*)> snapshot = [&](NyDevice* device) {
+        return startVideoStream_snapshot(device, nullptr, &param);
+    };
+    const std::function<int32_t(NyDevice*)> any_format = [&](NyDevice* device) {
+        return nyxus_stream_start(device, &request, nullptr, nullptr, &stream);
+    };
+    const struct {
+        const char* what;
+        const std::function<int32_t(NyDevice*)>& start;
+        uint8_t request, selector; ///< that the camera refuses
+    } cases[] = {
+        {"published", published, UVC_SET_CUR, kCommit},
+        {"snapshot", snapshot, UVC_SET_CUR, kCommit},
+        {"any format", any_format, UVC_SET_CUR, kCommit},
+        {"any format, no offer", any_format, UVC_GET_CUR, kProbe},
+    };
+    for (const char* model : {"rowan-spi", "rowan-iso"}) {
+        for (const auto& c : cases) {
+            Camera camera{model, Time::kReal};
+            NyDevice* device = camera.device();
+            libusb_device_handle* other = nullptr;
+            ASSERT_EQ(libusb_open(camera.usb_device(), &other), 0);
+            camera.fail(c.request, c.selector, sim::Fault::stall());
+            EXPECT_LT(c.start(device), 0) << model << ' ' << c.what;
+            EXPECT_EQ(libusb_claim_interface(other, 1), 0) << model << ' ' << c.what;
+            libusb_close(other);
+
+            camera.heal();
+            EXPECT_EQ(snapshot(device), 0) << model << ' ' << c.what;
+            stopVideoStream(device);
+        }
+    }
+}
+
 TEST(Stream, AWaitEndsInTimeAndWhenTheStreamIsStopped)
 {
     Camera camera{"rowan-spi", Time::kReal};

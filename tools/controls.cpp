@@ -116,8 +116,10 @@ Option& add_name(Command& command, ControlsOptions& options)
     return command.text("NAME", &options.name, "Control, as 'nyxus control list' names it")
         .required()
         .offering([] {
-            return command_line::Words{"brightness", "contrast",      "saturation", "hue",
-                                       "gain",       "white_balance", "zoom"};
+            command_line::Words names;
+            for (uint32_t id = 0; id < NYXUS_CONTROL_COUNT; ++id)
+                names.emplace_back(nyxus_control_name(id));
+            return names;
         });
 }
 

@@ -6,6 +6,7 @@
 #include "video.h"
 #include "whole_file.h"
 
+#include <nyxus/fingerprint.h>
 #include <algorithm>
 #include <cctype>
 #include <chrono>
@@ -32,12 +33,15 @@ bool names_jpeg(const std::string& file)
     return ends_with(file, ".jpg") || ends_with(file, ".jpeg");
 }
 
-/// Ctrl-C ends the stream, too, and not just the program in the middle of it.
-nyxus::Result<nyxus::Frame> wait_for_frame(nyxus::Stream& stream, uint32_t wait_s)
+/// Ctrl-C ends the stream, too, and not just the program in the middle of it. A fingerprint board
+/// in its snapshot mode sends one picture each time that it is asked to.
+nyxus::Result<nyxus::Frame> wait_for_frame(Session& session, nyxus::Stream& stream, uint32_t wait_s)
 {
     constexpr uint32_t kTick_ms = 100;
+    constexpr std::chrono::seconds kTriggerInterval{1};
     using Clock = std::chrono::steady_clock;
     const auto end = Clock::now() + std::chrono::seconds(wait_s);
+    auto next_trigger = Clock::now() + kTriggerInterval;
     last_words::postpone_interrupts("");
     for (;;) {
         auto frame = stream.next(kTick_ms);
@@ -46,6 +50,10 @@ nyxus::Result<nyxus::Frame> wait_for_frame(nyxus::Stream& stream, uint32_t wait_
         if (frame || frame.status().code() != UVC_ERROR_TIMEOUT || Clock::now() >= end) {
             last_words::stop_postponing();
             return frame;
+        }
+        if (Clock::now() >= next_trigger) {
+            (void)SG_SnapshotModeTrigger(session.device());
+            next_trigger += kTriggerInterval;
         }
     }
 }
@@ -83,7 +91,7 @@ void run_snapshot(Session& session, const SnapshotOptions& options)
     const uint32_t wait_s = session.arguments.wait_s.value_or(kUsualWait_s);
     const Unwatched unwatched(session.console);
     nyxus::Stream stream = start_stream(session, format);
-    const auto frame = wait_for_frame(stream, wait_s);
+    const auto frame = wait_for_frame(session, stream, wait_s);
     if (!frame)
         throw no_frame(frame.status(), wait_s);
     const std::vector<uint8_t> file = file_of(*frame, options.file);

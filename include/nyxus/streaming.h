@@ -227,6 +227,16 @@ typedef struct NyControl {
 } NyControl;
 
 /**
+ * The name of a standard control: that of NyControl, without a camera.
+ *
+ * @param id  NYXUS_CONTROL_*
+ * @return the library's, for ever; NULL for a number that names none
+ *
+ * Does not block. Thread-safe.
+ */
+NYXUS_API const char* nyxus_control_name(uint32_t id);
+
+/**
  * The standard controls that the camera announces and answers for.
  *
  * @param pDevObj   probed device, borrowed for the call

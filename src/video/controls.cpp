@@ -138,6 +138,12 @@ int Control::write(int64_t value)
 
 } // namespace
 
+const char* nyxus_control_name(uint32_t id)
+{
+    const StandardControl* row = nyxus::find_standard_control(id);
+    return row != nullptr ? row->name : nullptr;
+}
+
 int32_t nyxus_list_controls(NyDevice* pDevObj, NyControl* controls, uint32_t capacity)
 {
     NY_REQUIRE_DEVICE(pDevObj);

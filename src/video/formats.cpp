@@ -36,25 +36,9 @@ int first_streaming(const libusb_config_descriptor& config)
     return -1;
 }
 
-/// The number of the interface whose formats libuvc lists, -1 when there is none: libuvc must not
-/// be asked for them then.
-int streaming_interface(uvc_device_handle_t* handle)
-{
-    libusb_device* device = libusb_get_device(uvc_get_libusb_handle(handle));
-    libusb_config_descriptor* config = nullptr;
-    if (libusb_get_config_descriptor(device, 0, &config) != 0)
-        return -1;
-    const int place = first_streaming(*config);
-    const bool is_there =
-        place >= 0 && place < config->bNumInterfaces && config->interface[place].num_altsetting > 0;
-    const int number = is_there ? config->interface[place].altsetting[0].bInterfaceNumber : -1;
-    libusb_free_config_descriptor(config);
-    return number;
-}
-
 const uvc_format_desc_t* offered_formats(uvc_device_handle_t* handle)
 {
-    return streaming_interface(handle) < 0 ? nullptr : uvc_get_format_descs(handle);
+    return nyxus::streaming_interface(handle) < 0 ? nullptr : uvc_get_format_descs(handle);
 }
 
 uint32_t fourcc_of(const uvc_format_desc_t& format)
@@ -136,6 +120,20 @@ bool find_frame(uvc_device_handle_t* handle, const Use& use)
 }
 
 } // namespace
+
+int nyxus::streaming_interface(uvc_device_handle_t* handle)
+{
+    libusb_device* device = libusb_get_device(uvc_get_libusb_handle(handle));
+    libusb_config_descriptor* config = nullptr;
+    if (libusb_get_config_descriptor(device, 0, &config) != 0)
+        return -1;
+    const int place = first_streaming(*config);
+    const bool is_there =
+        place >= 0 && place < config->bNumInterfaces && config->interface[place].num_altsetting > 0;
+    const int number = is_there ? config->interface[place].altsetting[0].bInterfaceNumber : -1;
+    libusb_free_config_descriptor(config);
+    return number;
+}
 
 bool nyxus::choose_format(uvc_device_handle_t* handle, const NyStreamRequest& request,
                           uvc_stream_ctrl_t* control)

@@ -6,9 +6,14 @@
 // event thread is held.
 #include "safe_start.h"
 
+#include "formats.h"
 #include "held_events.h"
 #include "payload.h"
 #include "safe_stop.h"
+#include "usb/session_state.h"
+
+// Exported by libuvc, but declared in none of its public headers.
+extern "C" uvc_error_t uvc_release_if(uvc_device_handle_t* devh, int idx);
 
 /// What uvc_start_streaming() does inside, but for the end of a stream that does not start: libuvc
 /// would close it itself, and not come back from that when the camera has just gone.
@@ -28,4 +33,16 @@ uvc_error_t nyxus::start_safely(NyDevice* pDevObj, uvc_stream_handle_t** stream,
     if (rc < 0)
         (void)stop_streams(pDevObj);
     return rc;
+}
+
+void nyxus::give_back_interface(NyDevice* pDevObj)
+{
+    if (!is_session_open(*pDevObj) || pDevObj->stream_running || pDevObj->device_gone)
+        return;
+    libusb_device_handle* usb = uvc_get_libusb_handle(pDevObj->uvc_handle);
+    const int number = streaming_interface(pDevObj->uvc_handle);
+    if (number <= 0 || is_gone(usb)) // 0 has the controls, and stays
+        return;
+    (void)uvc_release_if(pDevObj->uvc_handle, number); // where libuvc has claimed it
+    (void)libusb_release_interface(usb, number);       // where a start of ours has
 }

@@ -9,4 +9,8 @@ namespace nyxus {
 uvc_error_t start_safely(NyDevice* pDevObj, uvc_stream_handle_t** stream,
                          uvc_frame_callback_t* callback, void* user);
 
+/// After a start that has failed: the kernel's driver, or another program, may have the video
+/// interface.
+void give_back_interface(NyDevice* pDevObj);
+
 } // namespace nyxus

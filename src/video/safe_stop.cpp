@@ -149,9 +149,9 @@ void Entry::finish()
     std::free(this);
 }
 
-bool is_gone(NyDevice* pDevObj, uvc_device_handle_t* handle)
+bool has_gone(NyDevice* pDevObj, uvc_device_handle_t* handle)
 {
-    if (libusb_kernel_driver_active(uvc_get_libusb_handle(handle), 0) == LIBUSB_ERROR_NO_DEVICE)
+    if (nyxus::is_gone(uvc_get_libusb_handle(handle)))
         pDevObj->device_gone = 1;
     return pDevObj->device_gone != 0;
 }
@@ -160,7 +160,7 @@ bool is_gone(NyDevice* pDevObj, uvc_device_handle_t* handle)
 bool await_return(NyDevice* pDevObj, uvc_device_handle_t* handle, Entry* entry)
 {
     for (int step = 0; !entry->has_returned(); ++step) {
-        const bool gone = step >= kStepsOfAGoneCamera && is_gone(pDevObj, handle);
+        const bool gone = step >= kStepsOfAGoneCamera && has_gone(pDevObj, handle);
         if (gone || step >= kMostSteps)
             return false;
         nanosleep(&kStep, nullptr);
@@ -183,7 +183,7 @@ bool enter_while_held(NyDevice* pDevObj, uvc_device_handle_t* handle, Entry* ent
                       nyxus::HeldEvents* events)
 {
     entry->await_rest();
-    const bool was_there = !is_gone(pDevObj, handle);
+    const bool was_there = !has_gone(pDevObj, handle);
     if (was_there && events != nullptr)
         events->let_go();
     if (!was_there || !await_return(pDevObj, handle, entry)) {
@@ -196,10 +196,10 @@ bool enter_while_held(NyDevice* pDevObj, uvc_device_handle_t* handle, Entry* ent
 
 bool enter_safely(NyDevice* pDevObj, uvc_device_handle_t* handle, const Call& call)
 {
-    if (is_gone(pDevObj, handle))
+    if (has_gone(pDevObj, handle))
         return false;
     nyxus::HeldEvents* events = nyxus::HeldEvents::hold(uvc_get_libusb_handle(handle));
-    const bool is_there = !is_gone(pDevObj, handle);
+    const bool is_there = !has_gone(pDevObj, handle);
     Entry* entry = is_there ? Entry::start(call, handle) : nullptr;
     if (entry != nullptr)
         return enter_while_held(pDevObj, handle, entry, events);
@@ -212,6 +212,11 @@ bool enter_safely(NyDevice* pDevObj, uvc_device_handle_t* handle, const Call& ca
 
 } // namespace
 
+bool nyxus::is_gone(libusb_device_handle* handle)
+{
+    return libusb_kernel_driver_active(handle, 0) == LIBUSB_ERROR_NO_DEVICE;
+}
+
 bool nyxus::stop_streams(NyDevice* pDevObj)
 {
     uvc_device_handle_t* handle = pDevObj->uvc_handle;
@@ -222,7 +227,7 @@ bool nyxus::stop_streams(NyDevice* pDevObj)
         pDevObj->stream_running = stopped ? 0 : 1;
         return stopped;
     }
-    if (is_gone(pDevObj, handle))
+    if (has_gone(pDevObj, handle))
         return false;
     uvc_stop_streaming(handle); // finds nothing to stop
     return true;

@@ -6,6 +6,9 @@
 
 namespace nyxus {
 
+/// Whether the kernel says so.
+bool is_gone(libusb_device_handle* handle);
+
 /// Stops whatever streams. False when the camera is gone: then its stream is abandoned, and what
 /// libuvc was given for it is used until the process ends. No frame callback may be under way.
 bool stop_streams(NyDevice* pDevObj);

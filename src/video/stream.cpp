@@ -13,6 +13,7 @@
 #include "payload.h"
 #include "running_stream.h"
 #include "safe_start.h"
+#include "safe_stop.h"
 #include "trace/failure.h"
 #include "unit.h"
 #include "usb/session_state.h"
@@ -176,11 +177,6 @@ int32_t start(NyDevice* pDevObj, NyStream* stream, const uvc_stream_ctrl_t& want
     return rc < 0 ? fail(rc, "uvc_stream_start()") : 0;
 }
 
-bool is_gone(libusb_device_handle* handle)
-{
-    return libusb_kernel_driver_active(handle, 0) == LIBUSB_ERROR_NO_DEVICE;
-}
-
 /// The probe goes to the video interface, which Linux would claim for it unasked: libusb would not
 /// know, and not get it for libuvc afterwards.
 int32_t start_claimed(NyDevice* pDevObj, NyStream* stream)
@@ -193,8 +189,8 @@ int32_t start_claimed(NyDevice* pDevObj, NyStream* stream)
     if (claim < 0)
         return fail(claim, "libusb_claim_interface()");
     const int32_t rv = start(pDevObj, stream, wanted);
-    if (rv < 0 && pDevObj->device_gone == 0 && !is_gone(usb))
-        (void)libusb_release_interface(usb, wanted.bInterfaceNumber); // if libuvc has not done so
+    if (rv < 0)
+        nyxus::give_back_interface(pDevObj);
     return rv;
 }
 
@@ -236,7 +232,7 @@ int32_t nyxus_stream_next(NyStream* stream, uint32_t timeout_ms, NyStreamFrame* 
     while (!stream->silent) {
         if (stream->queue.take(frame))
             return 0;
-        if (is_gone(stream->usb_handle)) // where it is not silent, its handle is open
+        if (nyxus::is_gone(stream->usb_handle)) // where it is not silent, its handle is open
             return UVC_ERROR_NO_DEVICE;
         const auto now = Clock::now();
         if (now >= end)

@@ -158,6 +158,30 @@ bool retrigger(NyDevice* pDevObj)
     return pDevObj->device_gone == 0;
 }
 
+/// Streams until a good frame comes, which ends it, or a stream does not start: without a limit.
+int32_t take_snapshot(const char* function, NyDevice* pDevObj, VideoStreamParam* param)
+{
+    uint32_t negotiated_payload = 0;
+    uvc_error_t rc = negotiate(function, pDevObj, *param, &negotiated_payload);
+    if (rc < 0)
+        return rc;
+    for (;;) {
+        uvc_stream_handle_t* stream = nullptr;
+        rc = start_stream(pDevObj, negotiated_payload, &stream, nullptr, nullptr);
+        if (rc < 0)
+            return rc;
+        param->frame = nullptr;
+        rc = wait_for_frame(stream, &param->frame);
+        if (rc == UVC_SUCCESS && param->frame != nullptr && is_complete(*param->frame))
+            return 0;
+        param->frame = nullptr;
+        if (!retrigger(pDevObj)) {
+            nyxus::report_uvc_error(UVC_ERROR_NO_DEVICE, "start_streaming");
+            return UVC_ERROR_NO_DEVICE;
+        }
+    }
+}
+
 } // namespace
 
 int32_t startVideoStream(NyDevice* pDevObj, NyFrameCallback callback, VideoStreamParam* param)
@@ -173,6 +197,8 @@ int32_t startVideoStream(NyDevice* pDevObj, NyFrameCallback callback, VideoStrea
     const bool former_runs = former != nullptr && pDevObj->stream_running;
     nyxus::set_current_stream(pDevObj, stream, nyxus::kOwnedByObject);
     const int32_t rc = start_callback_stream(__func__, pDevObj, *param, stream);
+    if (rc < 0)
+        nyxus::give_back_interface(pDevObj);
     if (former_runs) { // and libuvc has refused this one
         nyxus::set_current_stream(pDevObj, former, former_owner);
         destroy(stream);
@@ -186,25 +212,10 @@ int32_t startVideoStream_snapshot(NyDevice* pDevObj, void* /*unused*/, VideoStre
 {
     NY_REQUIRE_DEVICE(pDevObj);
     NY_REQUIRE(param);
-    uint32_t negotiated_payload = 0;
-    uvc_error_t rc = negotiate(__func__, pDevObj, *param, &negotiated_payload);
+    const int32_t rc = take_snapshot(__func__, pDevObj, param);
     if (rc < 0)
-        return rc;
-    for (;;) { // without a limit: a good frame ends it, or a stream that does not start
-        uvc_stream_handle_t* stream = nullptr;
-        rc = start_stream(pDevObj, negotiated_payload, &stream, nullptr, nullptr);
-        if (rc < 0)
-            return rc;
-        param->frame = nullptr;
-        rc = wait_for_frame(stream, &param->frame);
-        if (rc == UVC_SUCCESS && param->frame != nullptr && is_complete(*param->frame))
-            return 0;
-        param->frame = nullptr;
-        if (!retrigger(pDevObj)) {
-            nyxus::report_uvc_error(UVC_ERROR_NO_DEVICE, "start_streaming");
-            return UVC_ERROR_NO_DEVICE;
-        }
-    }
+        nyxus::give_back_interface(pDevObj);
+    return rc;
 }
 
 void stopVideoStream(NyDevice* pDevObj)

@@ -49,6 +49,7 @@ for shell in bash zsh; do
   expect $shell '^  $' nyxus reset --wait ''
   expect $shell '^  $' nyxus snapshot --size ''
   expect $shell ' image.bin ' nyxus upgrade ''
+  expect $shell '^ power_line_frequency $' nyxus control set pow
   expect $shell ' rowan-spi .* image.bin ' nyxus-sim describe ''
   expect $shell '^ cedar-spi cedar-swapped .*$' nyxus-sim run --rom image.bin --camera ced
   expect $shell '^ motion-alarm ' nyxus-sim 'do' ''

@@ -190,7 +190,7 @@ is_busy_for_others() {
     eventually 20 test -s flowing || { cat stream; return 1; }
     expect 6 20 nyxus info
     code=$?
-    kill -INT $streaming
+    kill $streaming
     wait $streaming
     [ $code -eq 0 ] && eventually 5 has_video
 }
@@ -208,9 +208,10 @@ survives_a_killed_user() {
     expect 0 20 nyxus info && eventually 5 has_video
 }
 
-# What ends the program lets the kernel's driver have the camera at once.
+# What ends the program lets the kernel's driver have the camera at once. A shell without job control has its
+# background jobs ignore SIGINT.
 hands_back_when_interrupted() {
-    for signal in INT TERM HUP; do
+    for signal in TERM HUP; do
         rm -f flowing
         nyxus stream --size 640x480 --seconds 60 --raw flowing >stream 2>&1 &
         streaming=$!
@@ -330,26 +331,39 @@ soak() { # COMMAND...
     round=0
     while [ $round -lt 20 ]; do
         round=$((round + 1))
-        expect 0 60 "$@" >said 2>&1 && eventually 5 is_bound_to uvcvideo ||
-            { echo "round $round"; cat said; return 1; }
+        "$@" >said 2>&1 && eventually 5 is_bound_to uvcvideo || { echo "round $round"; cat said; return 1; }
     done
 }
 
+streams_every_size() {
+    expect 0 20 nyxus formats >formats || { cat formats; return 1; }
+    while read -r format size rest; do
+        expect 0 60 nyxus stream --format "$format" --size "$size" --count 2 </dev/null &&
+            eventually 5 is_bound_to uvcvideo || { echo "$format $size $rest"; return 1; }
+    done <formats
+}
+
+# Bulk and isochronous cameras, with YUYV, MJPEG and both: every size that there is.
 soak_all() {
-    for model in rowan-spi rowan-iso; do
+    for model in rowan-spi rowan-iso maple-mjpeg maple-iso; do
         check "$model is plugged in" plug $model,serial=K1
-        for size in 320x240 640x480 1280x720; do
-            check "$size by nyxus stream" soak nyxus stream --size $size --count 5
-            check "$size by nyxus snapshot" soak nyxus snapshot --size $size shot.png
+        for program in every_size every_size_cpp 'python3 -S -B /python/every_size.py'; do
+            # shellcheck disable=SC2086 # with its arguments
+            check "$model: every size 20 times by $program" soak expect 0 120 $program
         done
-        check "640x480 by C, with the published functions" soak snapshot shot.pgm
-        check "it is unplugged" unplug
+        check "$model: every size 20 times by nyxus stream" soak streams_every_size
+        check "$model: 20 pictures by nyxus snapshot" soak expect 0 60 nyxus snapshot shot
+        [ $model = maple-iso ] || # no YUYV
+            check "$model: 20 pictures by C, with the published functions" soak expect 0 60 snapshot shot.pgm
+        check "$model is unplugged" unplug
     done
+    check "the kernel's log has no complaints" has_a_clean_log
     echo "$passed passed, $failed failed"
     [ $failed -eq 0 ]
 }
 
 if [ -n "$SOAK" ]; then
+    export PYTHONPATH=/python
     soak_all
     exit
 fi

@@ -6,7 +6,8 @@
 # downloads what is missing first. The virtual machine has no network.
 #
 #   tests/kernel/run.sh           all checks
-#   tests/kernel/run.sh --soak    every size 20 times, by the tool and by a C program, instead
+#   tests/kernel/run.sh --soak    every size 20 times, by programs in C, C++ and Python and by the
+#                                 tool, instead (most of an hour)
 #   tests/kernel/run.sh --keep    a shell in the machine instead
 #   tests/kernel/run.sh --bench   the kernel's own way to the controls, measured beside the library's
 #                                 (JSON on standard output; bench/run.sh calls it)
@@ -24,9 +25,9 @@ targets=(nyxus-sim nyxus_tool check_frames)
 case $mode in
     checks | --keep) ;;
     --soak)
-        limit_s=3000
-        programs+=(../examples/snapshot)
-        targets+=(example_snapshot)
+        limit_s=7200
+        programs+=(../examples/{snapshot,every_size,every_size_cpp})
+        targets+=(example_{snapshot,every_size,every_size_cpp})
         ;;
     --bench)
         preset=bench
@@ -81,11 +82,31 @@ find_uncompressed() {
 }
 
 # With the libraries that it needs.
-add_program() {
+add_program() { # PATH [FOLDER]
     local path=$1 library
-    cp -L "$path" "$work/root/bin/"
-    ldd "$path" | sed -n 's/.* => \(\/[^ ]*\) .*/\1/p' | while read -r library; do
+    cp -L "$path" "${2:-$work/root/bin}/"
+    { ldd "$path" || true; } | sed -n 's/.* => \(\/[^ ]*\) .*/\1/p' | while read -r library; do
         cp -Lu "$library" "$work/root/lib/"
+    done
+}
+
+# The package, an example of it, and what both import of Python's own library, which it tells here.
+add_python() {
+    local file to
+    add_program /usr/bin/python3
+    mkdir "$work/root/python"
+    cp -r python/nyxus examples/every_size.py "$work/root/python/"
+    PYTHONPATH=$PWD/python:$PWD/examples NYXUS_LIBRARY=$bin/../lib/libNYXUS.so.2 \
+        /usr/bin/python3 -S -B -c '
+import sys, every_size
+for module in list(sys.modules.values()):
+    print(getattr(module, "__file__", None))' | grep ^/usr/lib | while read -r file; do
+        to=$work/root${file%/*}
+        mkdir -p "$to"
+        case $file in
+            *.so) add_program "$file" "$to" ;;
+            *) cp "$file" "$to/" ;;
+        esac
     done
 }
 
@@ -98,6 +119,7 @@ make_initramfs() {
     for program in "${programs[@]/#/$bin/}" /usr/bin/{lsusb,v4l2-ctl} /usr/sbin/usbip; do
         add_program "$program"
     done
+    [ "$mode" != --soak ] || add_python
     for module in "${modules[@]}"; do
         find "$cache/unpacked/lib" -name "$module.ko" -exec cp {} "$root/modules/" \;
         echo "$module" >>"$root/modules/order"
@@ -122,8 +144,8 @@ boot() {
     fi
     [ "$mode" != --soak ] || arguments+=" soak"
     [ "$mode" != --bench ] || arguments+=" bench${NYXUS_BENCH_QUICK:+ quick}"
-    timeout -k 5 "$limit_s" "${machine[@]}" -monitor none -serial "file:$work/console" -serial stdio \
-        -append "console=ttyS0 $arguments" </dev/null | tr -d '\r'
+    timeout --foreground -k 5 "$limit_s" "${machine[@]}" -monitor none -serial "file:$work/console" -serial stdio \
+        -append "console=ttyS0 $arguments" </dev/null | sed -u 's/\r//g'
     return "${PIPESTATUS[0]}"
 }
 
