@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "capture.h"
 
-#include "exit_codes.h"
 #include "files/pipe.h"
 #include "last_words.h"
 
@@ -116,7 +115,6 @@ void Capture::handle(std::string_view bytes)
 
 void Capture::read_loop()
 {
-    last_words::receive_interrupts();
     char buffer[4096];
     for (;;) {
         pollfd readable{read_end_.get(), POLLIN, 0};
@@ -127,11 +125,6 @@ void Capture::read_loop()
                 break;
             if (count > 0)
                 handle({buffer, static_cast<size_t>(count)});
-        }
-        if (last_words::must_end()) {
-            last_words::tell_of_interrupt();
-            listener_.on_end();
-            _exit(kExitInterrupted);
         }
         listener_.on_tick();
     }

@@ -19,8 +19,6 @@ public:
     virtual void on_line(std::string_view line) = 0;
     /// About ten times a second.
     virtual void on_tick() = 0;
-    /// An interrupt ends the program when this returns.
-    virtual void on_end() = 0;
 };
 
 /**

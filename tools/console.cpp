@@ -1,13 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "console.h"
 
-#include "exit_codes.h"
-#include "last_line.h"
 #include "last_words.h"
 #include "text.h"
 
-#include <unistd.h>
-#include <nyxus/engine/kernel_driver.hpp>
 #include <string>
 
 namespace tool {
@@ -84,24 +80,13 @@ void Console::on_tick()
         give_up();
 }
 
-void Console::on_end()
-{
-    nyxus::engine::give_cameras_back();
-}
-
 /// The camera's thread is stuck in the library, so there is nothing to return to.
 void Console::give_up()
 {
-    display_.abandon();
-    const std::string meaning = last_words::consequence();
-    const std::string text =
+    interrupts_.end_program(
+        kExitTimeout,
         format("the camera has been silent for %lld s; unplug it and plug it in again",
-               static_cast<long long>(patience_.count())) +
-        (meaning.empty() ? "" : "; " + meaning);
-    display_.warn("nyxus: " + text);
-    last_line::put(kExitTimeout, "failed", text.c_str(), "");
-    nyxus::engine::give_cameras_back();
-    _exit(kExitTimeout);
+               static_cast<long long>(patience_.count())));
 }
 
 } // namespace tool

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "capture.h"
-#include "progress.h"
+#include "interrupts.h"
 
 #include <nyxus/extensions.h>
 
@@ -24,6 +24,7 @@ public:
     Console& operator=(const Console&) = delete;
 
     Display& display() { return display_; }
+    Interrupts& interrupts() { return interrupts_; }
     /// Waits until everything that the libraries printed so far has been shown.
     void drain() { capture_.drain(); }
 
@@ -38,7 +39,6 @@ private:
     static void take_progress(NyDevice* device, uint64_t done, uint64_t total, void* console);
     void on_line(std::string_view line) override;
     void on_tick() override;
-    void on_end() override;
     void give_up();
 
     const int verbosity_;
@@ -48,6 +48,7 @@ private:
         std::chrono::steady_clock::now();
     std::mutex line_mutex_; ///< lines come from the library and from the capture's thread
     Display display_;
+    Interrupts interrupts_{display_};
     Capture capture_; // last: its thread calls the members above
 };
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "follower.h"
 
-#include "last_words.h"
 #include "programming.h"
 
 namespace tool {
@@ -14,7 +13,7 @@ namespace {
 
 constexpr char kFinishing[] =
     "nyxus: interrupted: the ROM is completed first, which takes a few seconds; a second interrupt "
-    "stops at once\n";
+    "stops at once";
 constexpr char kStoppedInTheMiddle[] =
     "the ROM is incomplete; run the upgrade again before the camera is reset or unplugged";
 /// In these nothing is asked of the camera, and they have a limit of their own.
@@ -89,8 +88,6 @@ void Follower::hear(const engine::Event& event)
         default:
             follow_phase(event);
     }
-    if (last_words::interrupt_came())
-        stop_.request_stop();
 }
 
 void Follower::follow_phase(const engine::Event& event)
@@ -114,12 +111,12 @@ void Follower::follow_phase(const engine::Event& event)
 void Follower::prepare_for_interrupts(const engine::Event& event)
 {
     const bool in_the_middle = event.stop_waits && consequence_ == consequence_of;
-    last_words::set_consequence(in_the_middle ? kStoppedInTheMiddle : consequence_(event.rom),
-                                to_text(event.rom));
+    console_.interrupts().set_outlook(in_the_middle ? kStoppedInTheMiddle : consequence_(event.rom),
+                                      event.rom);
     if (event.stop_waits) {
-        last_words::postpone_interrupts(kFinishing);
-    } else if (last_words::stop_postponing()) {
-        stop_.request_stop();
+        console_.interrupts().postpone(kFinishing, stop_);
+    } else {
+        console_.interrupts().stop_postponing();
     }
 }
 

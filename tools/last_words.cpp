@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "last_words.h"
 
-#include "exit_codes.h"
 #include "files/write_all.h"
-#include "last_line.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -27,16 +25,7 @@ char unfinished[kCapacity];
 std::atomic<size_t> unfinished_size;
 std::atomic<int> pipe_fd{-1};
 std::atomic<int> err_fd{-1};
-std::atomic<const char*> current_consequence{""};
-std::atomic<bool> line_open;
-std::atomic<const char*> promise{nullptr};
-std::atomic<bool> interrupted;
-std::atomic<bool> ending;
-std::atomic<bool> counting;
-std::atomic<unsigned> counted;
 
-/// Ctrl-C, kill, a terminal that goes away, and Ctrl-\.
-constexpr int kInterrupts[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 constexpr int kFatalSignals[] = {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL};
 
 void put(std::string_view text)
@@ -48,8 +37,7 @@ void spill()
 {
     if (err_fd < 0)
         return;
-    if (line_open)
-        put("\n");
+    put("\n"); // behind what is being redrawn
     put({kept_lines, kept_lines_size});
     put({unfinished, unfinished_size});
     char buffer[1024];
@@ -66,49 +54,12 @@ void on_fatal(int signal)
     std::raise(signal);
 }
 
-void on_interrupt(int)
-{
-    if (counting) {
-        ++counted;
-        return;
-    }
-    if (line_open)
-        put("\n");
-    const char* const text = promise;
-    if (text != nullptr && !interrupted.exchange(true)) {
-        put(text);
-        return;
-    }
-    if (ending.exchange(true))
-        _exit(kExitInterrupted); // the first one has been told of
-}
-
-void mask_interrupts(int how)
-{
-    sigset_t signals;
-    sigemptyset(&signals);
-    for (const int signal : kInterrupts)
-        sigaddset(&signals, signal);
-    pthread_sigmask(how, &signals, nullptr);
-}
-
-void catch_unless_ignored(int signal)
-{
-    if (std::signal(signal, on_interrupt) == SIG_IGN)
-        std::signal(signal, SIG_IGN);
-}
-
 } // namespace
 
 void arm(int captured_pipe, int real_err)
 {
     pipe_fd = captured_pipe;
     err_fd = real_err;
-    mask_interrupts(SIG_BLOCK);
-    for (const int signal : kInterrupts)
-        catch_unless_ignored(signal);
-    std::signal(SIGPIPE, SIG_IGN); // a reader that goes away ends no upgrade in the middle
-    std::signal(SIGXFSZ, SIG_IGN); // a file that may not grow is an error like a full disk
     if (__sanitizer_set_death_callback != nullptr) {
         __sanitizer_set_death_callback(spill);
         return;
@@ -121,11 +72,6 @@ void disarm()
 {
     for (const int signal : kFatalSignals)
         std::signal(signal, SIG_DFL);
-    for (const int signal : kInterrupts) {
-        if (std::signal(signal, SIG_DFL) == SIG_IGN)
-            std::signal(signal, SIG_IGN);
-    }
-    mask_interrupts(SIG_UNBLOCK);
     err_fd = -1;
     pipe_fd = -1;
 }
@@ -151,77 +97,6 @@ void remember_line(std::string_view line)
     std::copy_n(line.data(), wanted - 1, kept_lines + used);
     kept_lines[used + wanted - 1] = '\n';
     kept_lines_size = used + wanted;
-}
-
-void set_consequence(const char* text, const char* rom)
-{
-    current_consequence = text;
-    last_line::set_rom(rom);
-}
-
-const char* consequence()
-{
-    return current_consequence;
-}
-
-void postpone_interrupts(const char* text)
-{
-    interrupted = false;
-    promise = text;
-}
-
-bool interrupt_came()
-{
-    return interrupted;
-}
-
-bool stop_postponing()
-{
-    promise = nullptr;
-    return interrupted.exchange(false);
-}
-
-void count_interrupts()
-{
-    counting = true;
-}
-
-unsigned interrupt_count()
-{
-    return counted;
-}
-
-void receive_interrupts()
-{
-    mask_interrupts(SIG_UNBLOCK);
-}
-
-bool must_end()
-{
-    return ending;
-}
-
-void wait_for_end()
-{
-    while (ending)
-        pause();
-}
-
-void tell_of_interrupt()
-{
-    const char* const meaning = current_consequence;
-    if (*meaning != '\0') {
-        put("nyxus: interrupted: ");
-        put(meaning);
-        put("\n");
-    }
-    last_line::put(kExitInterrupted, "interrupted",
-                   *meaning != '\0' ? "interrupted: " : "interrupted", meaning);
-}
-
-void set_line_open(bool open)
-{
-    line_open = open;
 }
 
 } // namespace tool::last_words

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "failure.h"
-#include "last_words.h"
 #include "picture.h"
 #include "text.h"
 #include "video.h"
@@ -33,18 +32,20 @@ bool names_jpeg(const std::string& file)
 }
 
 /// Ctrl-C ends the stream, too, and not just the program in the middle of it.
-nyxus::Result<nyxus::Frame> wait_for_frame(nyxus::Stream& stream, uint32_t wait_s)
+nyxus::Result<nyxus::Frame> wait_for_frame(nyxus::Stream& stream, uint32_t wait_s,
+                                           Interrupts& interrupts)
 {
     constexpr uint32_t kTick_ms = 100;
     using Clock = std::chrono::steady_clock;
     const auto end = Clock::now() + std::chrono::seconds(wait_s);
-    last_words::postpone_interrupts("");
+    const std::stop_source interrupt;
+    interrupts.postpone("", interrupt);
     for (;;) {
         auto frame = stream.next(kTick_ms);
-        if (last_words::interrupt_came())
+        if (interrupt.stop_requested())
             throw Failure(kExitInterrupted, "interrupted");
         if (frame || frame.status().code() != UVC_ERROR_TIMEOUT || Clock::now() >= end) {
-            last_words::stop_postponing();
+            interrupts.stop_postponing();
             return frame;
         }
     }
@@ -83,7 +84,7 @@ void run_snapshot(Session& session, const SnapshotOptions& options)
     const uint32_t wait_s = session.arguments.wait_s.value_or(kUsualWait_s);
     const Unwatched unwatched(session.console);
     nyxus::Stream stream = start_stream(session, format);
-    const auto frame = wait_for_frame(stream, wait_s);
+    const auto frame = wait_for_frame(stream, wait_s, session.console.interrupts());
     if (!frame)
         throw no_frame(frame.status(), wait_s);
     const std::vector<uint8_t> file = file_of(*frame, options.file);

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "failure.h"
-#include "last_words.h"
 #include "text.h"
 #include "video.h"
 
@@ -56,7 +55,8 @@ enum class End { kReached, kSilence, kGone, kInterrupt };
 
 /// Until the end that the user has set, by the command line or an interrupt; a second interrupt
 /// ends the program.
-End receive_until_end(nyxus::Stream& stream, const StreamOptions& options, Reception& reception)
+End receive_until_end(nyxus::Stream& stream, const StreamOptions& options,
+                      const std::stop_source& interrupt, Reception& reception)
 {
     constexpr std::chrono::seconds kPatience{5};
     constexpr uint32_t kTick_ms = 100; // nothing wakes us for an interrupt
@@ -65,7 +65,7 @@ End receive_until_end(nyxus::Stream& stream, const StreamOptions& options, Recep
     auto silent_since = Clock::now();
     while (reception.raw && (options.count == 0 || reception.frames < options.count)) {
         const auto frame = stream.next(kTick_ms);
-        if (last_words::interrupt_came())
+        if (interrupt.stop_requested())
             return End::kInterrupt;
         if (Clock::now() >= end)
             return End::kReached;
@@ -90,9 +90,10 @@ End receive(Session& session, const StreamOptions& options, Reception& reception
         if (!reception.raw)
             throw Failure(kExitFailure, "cannot write " + in_quotes(options.raw_file));
     }
-    last_words::postpone_interrupts("");
-    const End end = receive_until_end(stream, options, reception);
-    last_words::stop_postponing();
+    const std::stop_source interrupt;
+    session.console.interrupts().postpone("", interrupt);
+    const End end = receive_until_end(stream, options, interrupt, reception);
+    session.console.interrupts().stop_postponing();
     return end;
 }
 
