@@ -32,32 +32,26 @@ bool names_jpeg(const std::string& file)
 }
 
 /// Ctrl-C ends the stream, too, and not just the program in the middle of it.
-nyxus::Result<nyxus::Frame> wait_for_frame(nyxus::Stream& stream, uint32_t wait_s,
-                                           Interrupts& interrupts)
+nyxus::Frame wait_for_frame(Session& session, nyxus::Stream& stream, uint32_t wait_s)
 {
-    constexpr uint32_t kTick_ms = 100;
-    using Clock = std::chrono::steady_clock;
-    const auto end = Clock::now() + std::chrono::seconds(wait_s);
-    const std::stop_source interrupt;
-    interrupts.postpone("", interrupt);
-    for (;;) {
-        auto frame = stream.next(kTick_ms);
-        if (interrupt.stop_requested())
-            throw Failure(kExitInterrupted, "interrupted");
-        if (frame || frame.status().code() != UVC_ERROR_TIMEOUT || Clock::now() >= end) {
-            interrupts.stop_postponing();
-            return frame;
-        }
+    nyxus::Frame first{};
+    const std::chrono::seconds wait(wait_s);
+    const End end = receive(session, stream, std::chrono::steady_clock::time_point::max(), wait,
+                            [&](const nyxus::Frame& frame) {
+                                first = frame;
+                                return false;
+                            });
+    if (end == End::kInterrupt)
+        throw Failure(kExitInterrupted, "interrupted");
+    if (end == End::kGone)
+        throw usb_failure("taking a picture", LIBUSB_ERROR_NO_DEVICE);
+    if (end == End::kSilence) {
+        throw Failure(
+            kExitTimeout,
+            format("no complete frame within %u s; try a longer --wait or a smaller --size",
+                   wait_s));
     }
-}
-
-Failure no_frame(const nyxus::Status& status, uint32_t wait_s)
-{
-    if (status.code() == UVC_ERROR_NO_DEVICE)
-        return usb_failure("taking a picture", LIBUSB_ERROR_NO_DEVICE);
-    return {
-        kExitTimeout,
-        format("no complete frame within %u s; try a longer --wait or a smaller --size", wait_s)};
+    return first;
 }
 
 /// What becomes of the frame: the JPEG that an MJPEG camera sends stays as it is, unless a PNG is
@@ -84,10 +78,8 @@ void run_snapshot(Session& session, const SnapshotOptions& options)
     const uint32_t wait_s = session.arguments.wait_s.value_or(kUsualWait_s);
     const Unwatched unwatched(session.console);
     nyxus::Stream stream = start_stream(session, format);
-    const auto frame = wait_for_frame(stream, wait_s, session.console.interrupts());
-    if (!frame)
-        throw no_frame(frame.status(), wait_s);
-    const std::vector<uint8_t> file = file_of(*frame, options.file);
+    const std::vector<uint8_t> file =
+        file_of(wait_for_frame(session, stream, wait_s), options.file);
     stream.stop();
     write_file(options.file, file);
     session.print({{"snapshot", options.file}, {"width", format.width}, {"height", format.height}});
@@ -98,8 +90,8 @@ void run_snapshot(Session& session, const SnapshotOptions& options)
 void add_snapshot_command(Command& app, Arguments& arguments)
 {
     const auto options = std::make_shared<SnapshotOptions>();
-    Command& command = add_command(app, "snapshot", "Save a picture as PNG, or as JPEG as it comes",
-                                   "nyxus snapshot shot.png");
+    Command& command =
+        add_command(app, "snapshot", "Save a picture as PNG, or as JPEG as it comes", "shot.png");
     add_file(command, &options->file, "File to write; .jpg takes an MJPEG camera's own");
     add_video_options(command, options->video);
     set_action(
