@@ -16,6 +16,36 @@ constexpr char kFinishing[] =
     "stops at once";
 constexpr char kStoppedInTheMiddle[] =
     "the ROM is incomplete; run the upgrade again before the camera is reset or unplugged";
+
+/// What an end of the work means, and what to do then; and what the ROM holds.
+struct RomWords {
+    const char* after_upgrade;
+    const char* after_erase;
+    const char* state;
+};
+
+const RomWords& words_for(RomContents rom)
+{
+    // clang-format off
+    static constexpr RomWords kWords[] = {
+        {"nothing was written", "nothing was written",
+         "the ROM is unchanged"},
+        {"", "",
+         "the ROM holds the new firmware"},
+        {"the ROM was written but not read back; 'nyxus compare FILE' does that, and 'nyxus reset' starts the new firmware",
+         "the ROM was erased, but nobody has looked whether it is empty",
+         "the ROM was written, but not read back"},
+        {"the ROM is incomplete now, run the upgrade again",
+         "the ROM is partly erased; erase or upgrade it again",
+         "the ROM is incomplete"},
+        {"", "",
+         "the ROM is incomplete"},
+    };
+    // clang-format on
+    static_assert(std::size(kWords) == static_cast<size_t>(RomContents::kErased) + 1);
+    return kWords[static_cast<size_t>(rom)];
+}
+
 /// In these nothing is asked of the camera, and they have a limit of their own.
 bool is_patient(Phase phase)
 {
@@ -31,31 +61,17 @@ bool is_shown(Phase phase)
 
 const char* consequence_of(RomContents rom)
 {
-    switch (rom) {
-        case RomContents::kUnchanged:
-            return "nothing was written";
-        case RomContents::kUnverified:
-            return "the ROM was written but not read back; 'nyxus compare FILE' does that, and "
-                   "'nyxus reset' starts the new firmware";
-        case RomContents::kIncomplete:
-            return "the ROM is incomplete now, run the upgrade again";
-        case RomContents::kNew:
-        case RomContents::kErased:
-            break;
-    }
-    return "";
+    return words_for(rom).after_upgrade;
 }
 
 const char* consequence_of_erasing(RomContents rom)
 {
-    switch (rom) {
-        case RomContents::kUnverified:
-            return "the ROM was erased, but nobody has looked whether it is empty";
-        case RomContents::kIncomplete:
-            return "the ROM is partly erased; erase or upgrade it again";
-        default:
-            return consequence_of(rom);
-    }
+    return words_for(rom).after_erase;
+}
+
+const char* state_of(RomContents rom)
+{
+    return words_for(rom).state;
 }
 
 engine::Caller Follower::caller()

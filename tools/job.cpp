@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "job.h"
 
+#include "follower.h"
 #include "text.h"
 
 #include <algorithm>
@@ -9,22 +10,6 @@
 namespace tool {
 
 namespace {
-
-const char* rom_text(RomContents rom)
-{
-    switch (rom) {
-        case RomContents::kUnchanged:
-            return "the ROM is unchanged";
-        case RomContents::kNew:
-            return "the ROM holds the new firmware";
-        case RomContents::kUnverified:
-            return "the ROM was written, but not read back";
-        case RomContents::kErased:
-        case RomContents::kIncomplete:
-            break;
-    }
-    return "the ROM is incomplete";
-}
 
 /// A file in a command line, where it is not to be taken for an option.
 std::string quoted(std::string word)
@@ -110,7 +95,7 @@ std::string result_text(const Result& result)
 
 std::string state_and_advice(const Job& job)
 {
-    return std::string(rom_text(job.result.rom)) +
+    return std::string(state_of(job.result.rom)) +
            (job.advice.empty() ? "" : "; next: " + job.advice);
 }
 
