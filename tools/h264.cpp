@@ -76,6 +76,22 @@ int32_t set_bitrate(NyDevice* device, const Numbers& numbers)
     return H264SetBitrate(device, &layers);
 }
 
+std::string mode_text(const Numbers& numbers)
+{
+    const uint32_t mode = numbers[1];
+    return mode >= 1 && mode <= kModes.size() ? kModes[mode - 1] : format("0x%02X", mode);
+}
+
+std::string bitrate_text(const Numbers& numbers)
+{
+    return format("peak %u, average %u bit/s", numbers[1], numbers[2]);
+}
+
+std::string qp_text(const Numbers& numbers)
+{
+    return format("frame types %u, %u to %u", numbers[1], numbers[2], numbers[3]);
+}
+
 /// One of the numbers, on the command line and where all are shown.
 struct Field {
     const char* argument;
@@ -94,20 +110,20 @@ struct Control {
     const char* what; ///< in messages
     int32_t (*get)(NyDevice*, Numbers&);
     int32_t (*set)(NyDevice*, const Numbers&);
-    const char* pattern; ///< of the numbers as a text
+    std::string (*text)(const Numbers&);
     std::vector<Field> fields;
     bool shows_layer = false; ///< also where it is the one that was asked for
 };
 
 // clang-format off
 const Control kRateControl =
-    {"rate-control", "Set how the bitrate is kept, or ask",  "vbr",             "rate_control", "rate control", get_bytes<H264GetRateCtrlMode>, set_bytes<H264SetRateCtrlMode>, "", {}};
+    {"rate-control", "Set how the bitrate is kept, or ask",  "vbr",             "rate_control", "rate control", get_bytes<H264GetRateCtrlMode>, set_bytes<H264SetRateCtrlMode>, mode_text, {}};
 const Control kBitrate =
-    {"bitrate",      "Set peak and average bitrate, or ask", "4000000 2000000", "bitrate",      "bitrate",      get_bitrate,                    set_bitrate,                    "peak %u, average %u bit/s",
+    {"bitrate",      "Set peak and average bitrate, or ask", "4000000 2000000", "bitrate",      "bitrate",      get_bitrate,                    set_bitrate,                    bitrate_text,
      {{"PEAK",    "bit/s; without: ask", 1, kMost32, "peak_bit_per_s"},
       {"AVERAGE", "bit/s",               1, kMost32, "average_bit_per_s"}}, true};
 const Control kQp =
-    {"qp",           "Set the bounds of QP, or ask",         "7 20 40",         "qp",           "QP steps",     get_bytes<H264GetQpSteps>,      set_bytes<H264SetQpSteps>,      "frame types %u, %u to %u",
+    {"qp",           "Set the bounds of QP, or ask",         "7 20 40",         "qp",           "QP steps",     get_bytes<H264GetQpSteps>,      set_bytes<H264SetQpSteps>,      qp_text,
      {{"TYPES", "Sum of 1 = I, 2 = P, 4 = B frames; without: ask", 1, kMostFrameTypes, "frame_types"},
       {"LEAST", "Least QP", 0, kMostQp, "least_qp"},
       {"MOST",  "Most QP",  0, kMostQp, "most_qp"}}};
@@ -127,13 +143,8 @@ void check(Session& session, const std::string& doing, int32_t status)
 /// As it is read, which is of a layer that the camera chooses.
 std::string text_of(const Control& control, const Numbers& numbers, const H264Options& options)
 {
-    const auto& [layer, first, second, third] = numbers;
-    std::string text = format("0x%02X", first);
-    if (!control.fields.empty()) {
-        text = format(control.pattern, first, second, third);
-    } else if (first >= 1 && first <= kModes.size()) {
-        text = kModes[first - 1];
-    }
+    const std::string text = control.text(numbers);
+    const unsigned layer = numbers[0];
     return layer == options.layer.value_or(0) ? text : text + format(" (layer %u)", layer);
 }
 
