@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // Upgrades all cameras at once.
-#include "batch_display.h"
 #include "camera_list.h"
 #include "commands.h"
 #include "failure.h"
 #include "follower.h"
+#include "job.h"
 #include "json_text.h"
-#include "last_words.h"
 #include "programming.h"
 #include "result.h"
 #include "text.h"
@@ -36,57 +35,6 @@ int worse(int a, int b)
     return kExitFailure;
 }
 
-/// A file in a command line, where it is not to be taken for an option.
-std::string file_word(const std::string& file)
-{
-    return file.starts_with('-') ? "./" + file : file;
-}
-
-std::string quoted(const std::string& word)
-{
-    const auto is_plain = [](char c) {
-        return std::isalnum(static_cast<unsigned char>(c)) != 0 || std::strchr("-_./:+,", c);
-    };
-    if (!word.empty() && std::ranges::all_of(word, is_plain))
-        return word;
-    std::string text = "'";
-    for (const char c : printable(word))
-        text += c == '\'' ? "'\\''" : std::string(1, c);
-    return text + "'";
-}
-
-/// The upgrade of one of the cameras.
-std::string single_command(const Arguments& arguments)
-{
-    std::string command = "nyxus upgrade " + quoted(file_word(arguments.file));
-    const auto add = [&command](bool wanted, const std::string& words) {
-        command += wanted ? " " + words : "";
-    };
-    add(!arguments.mfi_file.empty(), "--mfi " + quoted(file_word(arguments.mfi_file)));
-    add(arguments.eeprom_kib != 0, "--eeprom " + std::to_string(arguments.eeprom_kib));
-    add(arguments.skip_backup, "--no-backup");
-    add(arguments.skip_verify, "--no-verify");
-    add(arguments.force, "--force");
-    add(arguments.reset, "--reset");
-    add(arguments.wait_s.has_value(), "--wait " + std::to_string(arguments.wait_s.value_or(0)));
-    return command;
-}
-
-/// The command that goes on with a camera.
-std::string advice(const Job& job, const Arguments& arguments)
-{
-    const std::string choice = " -c " + job.camera.port;
-    if (job.result.outcome == Outcome::kUpgraded || job.result.outcome == Outcome::kUpToDate)
-        return {};
-    if (job.result.exit_code == kExitImageRefused) // it needs another image
-        return {};
-    if (job.result.rom == RomContents::kNew)
-        return "nyxus reset" + choice;
-    if (job.result.rom == RomContents::kUnverified)
-        return "nyxus compare " + quoted(file_word(arguments.file)) + choice;
-    return single_command(arguments) + choice;
-}
-
 engine::BatchOptions batch_options(const Arguments& arguments)
 {
     constexpr uint32_t kKib = 1024;
@@ -99,73 +47,67 @@ engine::BatchOptions batch_options(const Arguments& arguments)
             .trace_level = std::min(arguments.verbosity, 3)};
 }
 
-Result result_of(const engine::BatchReport& report, const Arguments& arguments,
-                 const engine::Images& images)
+/// What the report means for the job of the camera.
+void end(Result& result, const engine::BatchReport& report, const Arguments& arguments,
+         const engine::Images& images)
 {
-    Result result;
+    if (report.started)
+        result.take_time();
     result.rom = report.rom;
     if (report.status) {
         result.exit_code = kExitOk;
         result.outcome = report.up_to_date ? Outcome::kUpToDate : Outcome::kUpgraded;
         result.message = report.up_to_date ? kUpToDate : what_is_done(arguments, images);
         result.bytes = report.bytes;
-        return result;
+    } else if (report.started || !report.stopped) {
+        result.end(failure_of(static_cast<const engine::Report&>(report)));
+    } else {
+        result.end({kExitInterrupted, "interrupted before its turn; nothing was written"});
+        result.outcome = Outcome::kNotStarted;
     }
-    const bool has_waited = !report.started && report.stopped;
-    const Failure failure =
-        has_waited ? Failure(kExitInterrupted, "interrupted before its turn; nothing was written")
-                   : failure_of(static_cast<const engine::Report&>(report));
-    result.exit_code = failure.code();
-    result.message = failure.text();
-    result.outcome = has_waited                           ? Outcome::kNotStarted
-                     : failure.code() == kExitInterrupted ? Outcome::kInterrupted
-                                                          : Outcome::kFailed;
-    return result;
 }
 
-/// Shows a batch, and brings interrupts to it.
+/// Shows a batch, and brings interrupts to it: a table that is redrawn in place on a terminal,
+/// plain lines elsewhere, or JSON lines. A quiet one tells how each camera ended, and the summary.
 class Batch : engine::BatchListener {
 public:
     Batch(Console& console, const Arguments& arguments, const engine::Images& images,
           std::vector<Job> jobs)
-        : arguments_(arguments),
+        : display_(console.display()),
+          arguments_(arguments),
           images_(images),
-          jobs_(std::move(jobs)),
-          view_(make_batch_view(console.display(), jobs_, arguments.json, arguments.quiet))
+          jobs_(std::move(jobs))
     {
+        console.interrupts().postpone(
+            "nyxus: interrupted: cameras that are being programmed are completed first; a "
+            "second interrupt stops at once",
+            soon_, at_once_);
     }
 
     ExitCode run()
     {
-        const auto begun = Clock::now();
         std::vector<engine::BatchCamera> cameras;
         for (const Job& job : jobs_)
-            cameras.push_back({job.camera.port, &images_});
+            cameras.push_back({job.result.camera.port, &images_});
         engine::run_batch(cameras, batch_options(arguments_), engine::Backups(), *this,
                           {soon_.get_token(), at_once_.get_token()});
         Summary summary = summarize(jobs_);
         for (const Job& job : jobs_)
             summary.exit_code = worse(summary.exit_code, job.result.exit_code);
-        summary.seconds = seconds_since(begun);
-        view_->finish(summary);
+        summary.seconds = time_.seconds();
+        finish(summary);
         return static_cast<ExitCode>(summary.exit_code);
     }
 
 private:
-    using Clock = Job::Clock;
     using Kind = engine::Event::Kind;
-
-    static double seconds_since(Clock::time_point begun)
-    {
-        return std::chrono::duration<double>(Clock::now() - begun).count();
-    }
 
     void started(size_t camera) override
     {
         Job& job = jobs_[camera];
         job.state = Job::State::kRunning;
-        job.begun = job.phase_begun = Clock::now();
-        view_->changed(job);
+        job.result.begun = Progress::Clock::now();
+        draw();
     }
 
     void tell(size_t camera, const engine::Event& event) override
@@ -175,14 +117,14 @@ private:
             remark(job, "interrupted: the ROM is completed first");
         } else if (event.kind == Kind::kLost) {
             remark(job, event.status.text(advice_after(event.rom)));
-        } else if (event.kind <= Kind::kEnds && is_shown(event.phase)) {
-            job.progress = {to_text(event.phase), event.done, event.total, event.seconds,
-                            event.kind == Kind::kEnds};
-            if (event.kind != Kind::kBegins)
-                return;
-            job.phase_begun = Clock::now();
+        } else if (event.kind == Kind::kBegins && is_shown(event.phase)) {
+            job.progress = {.phase = to_text(event.phase), .total = event.total};
             remark(job, job.progress.phase);
-            view_->changed(job);
+            if (!draws() && !arguments_.json && !arguments_.quiet)
+                display_.say(job.label + job.progress.phase + " ...");
+            draw();
+        } else if (event.kind <= Kind::kEnds && is_shown(event.phase)) {
+            job.progress.bytes = event.done;
         }
     }
 
@@ -196,43 +138,86 @@ private:
         Job& job = jobs_[camera];
         if (arguments_.verbosity == 0) {
             for (const std::string& line : report.said)
-                view_->note(job, line);
+                display_.warn(job.result.camera.port + ": " + line);
         }
-        job.result = result_of(report, arguments_, images_);
-        job.result.camera = job.camera;
-        job.result.seconds = report.started ? seconds_since(job.begun) : 0;
-        job.advice = advice(job, arguments_);
+        end(job.result, report, arguments_, images_);
+        job.advice = advice(job.result, arguments_);
         job.state = Job::State::kEnded;
-        view_->changed(job);
+        if (arguments_.json) {
+            display_.put_event(json_line(job.result));
+        } else if (!draws()) {
+            tell_result(job, job.label);
+        }
+        draw();
     }
 
-    void tick() override
-    {
-        if (last_words::interrupt_count() > 0 && soon_.request_stop()) {
-            view_->warn(
-                "nyxus: interrupted: cameras that are being programmed are completed first; a "
-                "second interrupt stops at once");
-        }
-        if (last_words::interrupt_count() > 1)
-            at_once_.request_stop();
-        for (Job& job : jobs_) {
-            if (job.state == Job::State::kRunning && job.progress.total == 0)
-                job.progress.seconds = seconds_since(job.phase_begun);
-        }
-        view_->tick();
-    }
+    void tick() override { draw(); }
 
     /// For those who want to hear more.
     void remark(const Job& job, const std::string& line)
     {
         if (arguments_.verbosity > 0)
-            view_->note(job, line);
+            display_.warn(job.result.camera.port + ": " + line);
     }
 
+    bool draws() const { return display_.is_live(); }
+
+    /// Lines that do not fit are left out: those that wait or have ended.
+    void draw()
+    {
+        if (!draws())
+            return;
+        const size_t most = std::max<size_t>(display_.most_rows(), 2) - 1;
+        std::vector<const Job*> chosen;
+        for (const bool running : {true, false}) {
+            for (const Job& job : jobs_) {
+                if ((job.state == Job::State::kRunning) == running && chosen.size() < most)
+                    chosen.push_back(&job);
+            }
+        }
+        std::ranges::sort(chosen); // they lie in one vector: back to its order
+        std::vector<TableRow> rows;
+        for (const Job* job : chosen)
+            rows.push_back(row_of(*job));
+        rows.push_back({.text = status_line()});
+        display_.show(std::move(rows));
+    }
+
+    std::string status_line() const
+    {
+        const Summary sum = summarize(jobs_);
+        const size_t failed = sum.count(Outcome::kFailed);
+        const auto ended = std::ranges::count(jobs_, Job::State::kEnded, &Job::state);
+        return format("%td of %zu done", ended, sum.cameras) +
+               (failed > 0 ? format(", %zu failed", failed) : "") + ", " +
+               clock_text(time_.seconds());
+    }
+
+    void tell_result(const Job& job, const std::string& label_of_advice)
+    {
+        const TableRow row = row_of(job);
+        display_.say(row.label + display_.coloured(row.text, row.colour));
+        if (!has_succeeded(job))
+            display_.say(label_of_advice + state_and_advice(job));
+    }
+
+    void finish(const Summary& summary)
+    {
+        if (arguments_.json)
+            return display_.put_event(json_line(summary));
+        if (draws()) {
+            display_.show({});
+            for (const Job& job : jobs_)
+                tell_result(job, "    ");
+        }
+        display_.say(text_of(summary));
+    }
+
+    Display& display_;
     const Arguments& arguments_;
     const engine::Images& images_;
     std::vector<Job> jobs_;
-    std::unique_ptr<BatchView> view_;
+    const Progress time_; ///< of the whole batch
     std::stop_source soon_;
     std::stop_source at_once_;
 };
@@ -256,12 +241,13 @@ std::vector<Job> find_jobs(Console& console, const Arguments& arguments)
     std::vector<Job> jobs(cameras.size());
     std::ranges::transform(cameras, jobs.begin(), [](const CameraEntry& entry) {
         Job job;
-        job.camera = {entry.port_path, entry.serial, entry.product};
+        job.result.camera = {entry.port_path, entry.serial, entry.product};
         return job;
     });
     std::ranges::sort(jobs, [](const Job& a, const Job& b) { // 1-2 before 1-10
-        return strverscmp(a.camera.port.c_str(), b.camera.port.c_str()) < 0;
+        return strverscmp(a.result.camera.port.c_str(), b.result.camera.port.c_str()) < 0;
     });
+    label(jobs);
     return jobs;
 }
 
@@ -274,17 +260,17 @@ ExitCode plan_batch(Console& console, const Arguments& arguments, const Run& pla
     int code = kExitOk;
     for (const Job& job : find_jobs(console, arguments)) {
         Arguments single = arguments;
-        single.camera = job.camera.port;
+        single.camera = job.result.camera.port;
         try {
             code = worse(code, plan(console, single));
         } catch (const Failure& failure) {
             console.drain();
             if (arguments.json) {
-                Members values = json_of(job.camera);
+                Members values = json_of(job.result.camera);
                 values.push_back({"error", json_of(failure)});
                 console.display().say(json_line(values));
             }
-            console.display().warn("nyxus: " + job.camera.port + ": " + failure.text());
+            console.display().warn("nyxus: " + job.result.camera.port + ": " + failure.text());
             code = worse(code, failure.code());
         }
     }
@@ -298,7 +284,6 @@ ExitCode run_batch(Console& console, const Arguments& arguments)
     std::signal(SIGCHLD, SIG_DFL); // a supervisor may have had it ignored
     std::vector<Job> jobs = find_jobs(console, arguments);
     const Unwatched unwatched(console);
-    last_words::count_interrupts();
     return Batch(console, arguments, images, std::move(jobs)).run();
 }
 

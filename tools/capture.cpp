@@ -1,69 +1,104 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "capture.h"
 
-#include "exit_codes.h"
-#include "files/pipe.h"
-#include "last_words.h"
+#include "files/write_all.h"
 
 #include <fcntl.h>
-#include <poll.h>
+#include <sys/mman.h>
 #include <unistd.h>
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
-#include <chrono>
+#include <csignal>
 #include <cstdio>
+#include <sstream>
 #include <system_error>
+
+// Present when the program is built with a sanitizer: its report ends the process without a signal.
+extern "C" void __sanitizer_set_death_callback(void (*callback)()) __attribute__((weak));
 
 namespace tool {
 
 namespace {
 
-/// Asks the reader to report that it has come this far. The libraries never print this byte on
-/// purpose; a camera's text that holds it only ends a wait early.
-constexpr char kDrainByte = '\x01';
 constexpr size_t kLongestLine = 4096;
-constexpr int kTickMs = 100;
+constexpr off_t kKept = 2048;
+constexpr int kFatalSignals[] = {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL};
 
-void check(bool done, const char* what)
+// Read by the handler of these signals: no locks.
+std::atomic<int> memory_fd{-1};
+std::atomic<int> err_fd{-1};
+std::atomic<off_t> taken; ///< up to here
+
+void spill()
 {
-    if (!done)
-        throw std::system_error(errno, std::generic_category(), what);
+    (void)files::write_before_end(err_fd, "\n"); // behind what is being redrawn
+    char buffer[1024];
+    off_t at = taken;
+    for (ssize_t count = 0; (count = pread(memory_fd, buffer, sizeof buffer, at)) > 0; at += count)
+        (void)files::write_before_end(err_fd, {buffer, static_cast<size_t>(count)});
 }
 
-files::Descriptor copy_of(int fd)
+void on_fatal(int signal)
 {
-    files::Descriptor copy(fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-    check(bool{copy}, "dup");
-    return copy;
+    spill();
+    (void)files::write_before_end(
+        err_fd, "\nnyxus: the program has crashed; above is what the libraries said last\n");
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
+void set_fatal_handlers(void (*handler)(int))
+{
+    if (__sanitizer_set_death_callback != nullptr)
+        return __sanitizer_set_death_callback(spill);
+    for (const int signal : kFatalSignals)
+        std::signal(signal, handler);
+}
+
+int checked(int result, const char* what)
+{
+    if (result < 0)
+        throw std::system_error(errno, std::generic_category(), what);
+    return result;
 }
 
 /// A program may be started without standard output or error; what goes there goes nowhere then.
 void open_missing_standard_fds()
 {
     int fd = 0;
-    while (fd <= STDERR_FILENO) {
-        fd = open("/dev/null", O_RDWR | O_CLOEXEC);
-        check(fd >= 0, "/dev/null");
-    }
+    while (fd <= STDERR_FILENO)
+        fd = checked(open("/dev/null", O_RDWR | O_CLOEXEC), "/dev/null");
     close(fd);
+}
+
+/// What was printed, up to there, needs no memory any more.
+void forget_until(off_t end)
+{
+    taken = end;
+    (void)fallocate(memory_fd, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0, end);
+}
+
+off_t printed()
+{
+    std::fflush(stdout);
+    return lseek(memory_fd, 0, SEEK_CUR); // both share the offset
 }
 
 } // namespace
 
-Capture::Capture(CaptureListener& listener) : listener_(listener)
+Capture::Capture()
 {
     open_missing_standard_fds();
-    files::Pipe pipe = files::make_pipe();
-    check(bool{pipe.read_end}, "pipe");
-    read_end_ = std::move(pipe.read_end);
     std::fflush(nullptr);
-    out_ = copy_of(STDOUT_FILENO);
-    err_ = copy_of(STDERR_FILENO);
-    check(dup2(pipe.write_end.get(), STDOUT_FILENO) >= 0, "dup2");
-    check(dup2(pipe.write_end.get(), STDERR_FILENO) >= 0, "dup2");
-    pipe.write_end.reset();
-    last_words::arm(read_end_.get(), err_.get());
-    reader_ = std::thread(&Capture::read_loop, this);
+    out_.reset(checked(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1), "dup"));
+    err_.reset(checked(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1), "dup"));
+    memory_.reset(checked(memfd_create("nyxus output", MFD_CLOEXEC), "memfd_create"));
+    checked(dup2(memory_.get(), STDOUT_FILENO), "dup2");
+    checked(dup2(memory_.get(), STDERR_FILENO), "dup2");
+    memory_fd = memory_.get();
+    err_fd = err_.get();
+    set_fatal_handlers(on_fatal);
 }
 
 Capture::~Capture()
@@ -71,71 +106,29 @@ Capture::~Capture()
     std::fflush(nullptr);
     dup2(out_.get(), STDOUT_FILENO);
     dup2(err_.get(), STDERR_FILENO);
-    reader_.join();
-    last_words::disarm();
+    set_fatal_handlers(SIG_DFL);
 }
 
-void Capture::drain()
+std::vector<std::string> Capture::take_lines(bool all)
 {
-    std::fflush(stdout);
-    std::unique_lock lock(mutex_);
-    const unsigned request = ++drain_requests_;
-    if (write(STDERR_FILENO, &kDrainByte, 1) != 1)
-        return;
-    drained_.wait_for(lock, std::chrono::seconds(2), [&] { return drains_seen_ >= request; });
-}
-
-void Capture::take(char c)
-{
-    if (c == '\n') {
-        end_line();
-    } else if (c != kDrainByte && line_.size() < kLongestLine) {
-        line_ += c;
+    std::string text(static_cast<size_t>(printed() - taken), '\0');
+    text.resize(static_cast<size_t>(
+        std::max<ssize_t>(pread(memory_fd, text.data(), text.size(), taken), 0)));
+    if (!all && text.size() < kLongestLine)
+        text.resize(text.rfind('\n') + 1); // 0 without one
+    forget_until(taken + static_cast<off_t>(text.size()));
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        if (!line.empty())
+            lines.push_back(line.substr(0, kLongestLine));
     }
+    return lines;
 }
 
-void Capture::end_line()
+void Capture::keep_the_last()
 {
-    if (!line_.empty())
-        listener_.on_line(line_);
-    line_.clear();
-}
-
-void Capture::handle(std::string_view bytes)
-{
-    for (const char c : bytes)
-        take(c);
-    last_words::remember(line_);
-    const auto requests = static_cast<unsigned>(std::ranges::count(bytes, kDrainByte));
-    if (requests == 0)
-        return;
-    const std::lock_guard lock(mutex_);
-    drains_seen_ = std::min(drains_seen_ + requests, drain_requests_);
-    drained_.notify_all();
-}
-
-void Capture::read_loop()
-{
-    last_words::receive_interrupts();
-    char buffer[4096];
-    for (;;) {
-        pollfd readable{read_end_.get(), POLLIN, 0};
-        const int ready = poll(&readable, 1, kTickMs);
-        if (ready > 0) {
-            const ssize_t count = read(read_end_.get(), buffer, sizeof buffer);
-            if (count == 0)
-                break;
-            if (count > 0)
-                handle({buffer, static_cast<size_t>(count)});
-        }
-        if (last_words::must_end()) {
-            last_words::tell_of_interrupt();
-            listener_.on_end();
-            _exit(kExitInterrupted);
-        }
-        listener_.on_tick();
-    }
-    end_line();
+    forget_until(std::max<off_t>(taken, printed() - kKept));
 }
 
 } // namespace tool

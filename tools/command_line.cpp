@@ -21,7 +21,8 @@ std::string listed(const command_line::Words& words)
 Command& add_command(Command& parent, const std::string& name, const std::string& summary,
                      const std::string& example)
 {
-    return parent.command(name, summary).footer(example);
+    Command& command = parent.command(name, summary);
+    return command.footer(command.call() + (example.empty() ? "" : " " + example));
 }
 
 void set_run(Command& command, Arguments& arguments, Run run)

@@ -19,7 +19,7 @@ inline constexpr command_line::Range kByteRange{0, 0xFF};
 /// "on, off"
 std::string listed(const command_line::Words& words);
 
-/// A command below `parent`, with its example.
+/// A command below `parent`; `example` is what follows its name there.
 Command& add_command(Command& parent, const std::string& name, const std::string& summary,
                      const std::string& example);
 /// What the command does; nothing when a command below it was chosen.

@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "console.h"
 
-#include "exit_codes.h"
-#include "last_line.h"
-#include "last_words.h"
+#include "files/write_all.h"
 #include "text.h"
 
 #include <unistd.h>
-#include <nyxus/engine/kernel_driver.hpp>
+#include <condition_variable>
 #include <string>
 
 namespace tool {
@@ -30,7 +28,9 @@ static std::string tidy(std::string_view line)
 }
 
 Console::Console(int verbosity, unsigned patience_s)
-    : verbosity_(verbosity), patience_(patience_s), capture_(*this)
+    : verbosity_(verbosity),
+      patience_(patience_s),
+      ticker_([this](const std::stop_token& over) { keep_time(over); })
 {
     nyxus_set_line_callback(nullptr, take_line, this);
     nyxus_set_progress_callback(nullptr, take_progress, this);
@@ -40,6 +40,7 @@ Console::~Console()
 {
     nyxus_set_progress_callback(nullptr, nullptr, nullptr);
     nyxus_set_line_callback(nullptr, nullptr, nullptr);
+    drain();
 }
 
 void Console::sign_of_life()
@@ -53,13 +54,14 @@ void Console::set_patient(bool patient)
     patient_ = patient;
 }
 
+/// The line goes the way of those that are printed, for the sake of their order.
 void Console::take_line(NyDevice*, uint32_t kind, const char* text, size_t length, void* console)
 {
-    std::string_view line(text, length);
-    if (line.ends_with('\n'))
-        line.remove_suffix(1);
-    if (kind != NYXUS_LINE_MARKS)
-        static_cast<Console*>(console)->on_line(line);
+    const std::string_view line(text, length);
+    if (kind == NYXUS_LINE_MARKS)
+        return;
+    (void)files::write_all(STDERR_FILENO, std::string(line) + (line.ends_with('\n') ? "" : "\n"));
+    static_cast<Console*>(console)->show_prints(false);
 }
 
 void Console::take_progress(NyDevice*, uint64_t /*done*/, uint64_t /*total*/, void* user)
@@ -67,41 +69,42 @@ void Console::take_progress(NyDevice*, uint64_t /*done*/, uint64_t /*total*/, vo
     static_cast<Console*>(user)->sign_of_life();
 }
 
-void Console::on_line(std::string_view line)
+void Console::show_prints(bool all)
 {
-    const std::lock_guard lock(line_mutex_);
-    if (verbosity_ > 0) {
+    const std::lock_guard lock(capture_mutex_);
+    if (verbosity_ == 0)
+        return capture_.keep_the_last();
+    for (const std::string& line : capture_.take_lines(all))
         display_.warn("  | " + tidy(line));
-    } else {
-        last_words::remember_line(line);
+}
+
+void Console::keep_time(const std::stop_token& over)
+{
+    constexpr std::chrono::milliseconds kTick{100};
+    std::mutex mutex;
+    std::unique_lock lock(mutex);
+    std::condition_variable_any wake;
+    while (!over.stop_requested()) {
+        wake.wait_for(lock, over, kTick, [] { return false; });
+        tick();
     }
 }
 
-void Console::on_tick()
+void Console::tick()
 {
+    show_prints(false);
     display_.tick();
     if (!patient_ && std::chrono::steady_clock::now() - latest_sign_.load() > patience_)
         give_up();
 }
 
-void Console::on_end()
-{
-    nyxus::engine::give_cameras_back();
-}
-
 /// The camera's thread is stuck in the library, so there is nothing to return to.
 void Console::give_up()
 {
-    display_.abandon();
-    const std::string meaning = last_words::consequence();
-    const std::string text =
+    interrupts_.end_program(
+        kExitTimeout,
         format("the camera has been silent for %lld s; unplug it and plug it in again",
-               static_cast<long long>(patience_.count())) +
-        (meaning.empty() ? "" : "; " + meaning);
-    display_.warn("nyxus: " + text);
-    last_line::put(kExitTimeout, "failed", text.c_str(), "");
-    nyxus::engine::give_cameras_back();
-    _exit(kExitTimeout);
+               static_cast<long long>(patience_.count())));
 }
 
 } // namespace tool

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "capture.h"
-#include "progress.h"
+#include "interrupts.h"
 
 #include <nyxus/extensions.h>
 
@@ -13,19 +13,20 @@
 namespace tool {
 
 /// The program's side of the conversation: what the user sees, and what the libraries print.
-class Console : private CaptureListener {
+class Console {
 public:
     /// verbosity: 0 keeps the library's lines back, more passes them on. The program ends when
     /// `patience_s` pass without a sign of life from the camera; the library itself would wait for
     /// an answer for ever.
     Console(int verbosity, unsigned patience_s);
-    ~Console() override;
+    ~Console();
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
 
     Display& display() { return display_; }
-    /// Waits until everything that the libraries printed so far has been shown.
-    void drain() { capture_.drain(); }
+    Interrupts& interrupts() { return interrupts_; }
+    /// Shows everything that the libraries have printed so far.
+    void drain() { show_prints(true); }
 
     /// Something has moved.
     void sign_of_life();
@@ -36,9 +37,9 @@ private:
     static void take_line(NyDevice* device, uint32_t kind, const char* text, size_t length,
                           void* console);
     static void take_progress(NyDevice* device, uint64_t done, uint64_t total, void* console);
-    void on_line(std::string_view line) override;
-    void on_tick() override;
-    void on_end() override;
+    void show_prints(bool all);
+    void keep_time(const std::stop_token& over);
+    void tick();
     void give_up();
 
     const int verbosity_;
@@ -46,9 +47,11 @@ private:
     std::atomic<bool> patient_ = false;
     std::atomic<std::chrono::steady_clock::time_point> latest_sign_ =
         std::chrono::steady_clock::now();
-    std::mutex line_mutex_; ///< lines come from the library and from the capture's thread
     Display display_;
-    Capture capture_; // last: its thread calls the members above
+    Interrupts interrupts_{display_};
+    std::mutex capture_mutex_;
+    Capture capture_;
+    std::jthread ticker_; ///< last: its thread calls the members above
 };
 
 /// The camera may be silent within a scope: nothing is asked of it, or it has a limit of its own.

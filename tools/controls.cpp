@@ -130,17 +130,16 @@ void add_control_command(Command& app, Arguments& arguments)
     const auto options = std::make_shared<ControlsOptions>();
     Command& command =
         add_command(app, "control", "Standard controls of the picture, such as brightness and zoom",
-                    "nyxus control set brightness 20");
+                    "set brightness 20");
     command.needing_command();
-    set_action(add_command(command, "list", "List them with their values and ranges",
-                           "nyxus control list --json"),
+    set_action(add_command(command, "list", "List them with their values and ranges", "--json"),
                arguments, run_list);
 
-    Command& get = add_command(command, "get", "Tell the value of one", "nyxus control get zoom");
+    Command& get = add_command(command, "get", "Tell the value of one", "zoom");
     add_name(get, *options);
     set_action(get, arguments, [options](Session& session) { run_get(session, options->name); });
 
-    Command& set = add_command(command, "set", "Set one", "nyxus control set brightness 20");
+    Command& set = add_command(command, "set", "Set one", "brightness 20");
     add_name(set, *options);
     set.text("VALUE", &options->value, "Number in the control's range").required();
     set_writing_action(set, arguments, [options](Session& session) { run_set(session, *options); });

@@ -91,8 +91,8 @@ ExitCode run_doctor(Console& console, const Arguments& arguments)
 
 void add_doctor_command(Command& app, Arguments& arguments)
 {
-    Command& command = add_command(
-        app, "doctor", "Find out why a camera cannot be used, and what to do", "nyxus doctor");
+    Command& command =
+        add_command(app, "doctor", "Find out why a camera cannot be used, and what to do", "");
     set_run(command, arguments, run_doctor);
 }
 

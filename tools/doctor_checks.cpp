@@ -65,11 +65,8 @@ Finding problem(const std::string& check, const std::string& what, const Failure
 {
     const std::string& text = failure.text(); // "reason; what to do"
     const size_t advice = text.find("; ");
-    return {.check = check,
-            .state = State::kProblem,
-            .what = what + ": " + text.substr(0, advice),
-            .remedy = advice == std::string::npos ? "" : text.substr(advice + 2),
-            .code = failure.code()};
+    return {check, State::kProblem, what + ": " + text.substr(0, advice),
+            advice == std::string::npos ? "" : text.substr(advice + 2), failure.code()};
 }
 
 /// Whether somebody has the camera. Asks the kernel only, and takes nothing away from anybody.
@@ -82,16 +79,16 @@ Finding check_user(const std::string& check, const CameraEntry& entry)
     const std::unique_ptr<libusb_device_handle, decltype(&libusb_close)> handle(raw, libusb_close);
     const std::string who = entry.product + (entry.serial.empty() ? "" : ", " + entry.serial);
     if (libusb_kernel_driver_active(raw, 0) == 1) {
-        return {.check = check,
-                .what = who +
-                        ": can be opened; the kernel's video driver has it, and lends it to "
-                        "nyxus while a command runs"};
+        return {check, State::kOk,
+                who +
+                    ": can be opened; the kernel's video driver has it, and lends it to "
+                    "nyxus while a command runs"};
     }
     const int claimed = libusb_claim_interface(raw, 0);
     if (claimed != 0)
         return problem(check, who + " cannot be used", usb_failure("", claimed));
     libusb_release_interface(raw, 0);
-    return {.check = check, .what = who + ": can be opened, and nobody else has it"};
+    return {check, State::kOk, who + ": can be opened, and nobody else has it"};
 }
 
 } // namespace
@@ -107,54 +104,44 @@ Finding check_libraries()
     std::string text;
     for (const LibraryVersion& library : library_versions())
         text += std::string(text.empty() ? "" : ", ") + library.name + " " + library.version;
-    return {.check = "libraries", .what = text};
+    return {"libraries", State::kOk, text};
 }
 
 Finding check_bus()
 {
-    if (is_simulated()) {
-        return {.check = "bus",
-                .state = State::kNote,
-                .what = "simulated cameras (nyxus-sim), not the machine's own"};
-    }
+    if (is_simulated())
+        return {"bus", State::kNote, "simulated cameras (nyxus-sim), not the machine's own"};
     std::error_code none;
     if (!fs::is_directory("/dev/bus/usb", none)) {
-        return {.check = "bus",
-                .state = State::kProblem,
-                .what = "there is no /dev/bus/usb",
-                .remedy =
-                    "a container needs '--device /dev/bus/usb', a virtual machine a USB "
-                    "controller; or try 'nyxus-sim run -- nyxus info'",
-                .code = kExitNoCamera};
+        return {"bus", State::kProblem, "there is no /dev/bus/usb",
+                "a container needs '--device /dev/bus/usb', a virtual machine a USB controller; "
+                "or try 'nyxus-sim run -- nyxus info'",
+                kExitNoCamera};
     }
-    return {.check = "bus", .what = "this machine's USB"};
+    return {"bus", State::kOk, "this machine's USB"};
 }
 
 Finding check_udev_rule()
 {
     if (const std::string file = find_udev_rule(); !file.empty())
-        return {.check = "udev rule", .what = file};
+        return {"udev rule", State::kOk, file};
     if (is_simulated() || geteuid() == 0) {
-        return {.check = "udev rule",
-                .state = State::kNote,
-                .what = is_simulated() ? "not installed; simulated cameras need none"
-                                       : "not installed; root needs none"};
+        return {"udev rule", State::kNote,
+                is_simulated() ? "not installed; simulated cameras need none"
+                               : "not installed; root needs none"};
     }
-    return {.check = "udev rule",
-            .state = State::kWarning,
-            .what = "not installed, so that only root may open cameras",
-            .remedy =
-                "sudo cp packaging/udev/70-nyxus.rules /etc/udev/rules.d/ && sudo udevadm "
-                "control --reload, then plug the camera in again"};
+    return {"udev rule", State::kWarning, "not installed, so that only root may open cameras",
+            "sudo cp packaging/udev/70-nyxus.rules /etc/udev/rules.d/ && sudo udevadm "
+            "control --reload, then plug the camera in again"};
 }
 
 Finding check_usb_memory()
 {
     uint64_t limit_mib = 0;
     std::ifstream("/sys/module/usbcore/parameters/usbfs_memory_mb") >> limit_mib;
-    return {.check = "USB memory",
-            .what = limit_mib == 0 ? "no limit"
-                                   : std::to_string(limit_mib) + " MiB for all programs together"};
+    return {
+        "USB memory", State::kOk,
+        limit_mib == 0 ? "no limit" : std::to_string(limit_mib) + " MiB for all programs together"};
 }
 
 std::vector<Finding> check_cameras(const std::string& choice)
@@ -166,12 +153,11 @@ std::vector<Finding> check_cameras(const std::string& choice)
     }
     if (findings.empty()) {
         findings.push_back(
-            {.check = "camera",
-             .state = State::kProblem,
-             .what = choice.empty() ? "none is connected" : "none is called " + in_quotes(choice),
-             .remedy = "check that it is plugged in and has power; 'lsusb -d 1162:' "
-                       "shows it then",
-             .code = kExitNoCamera});
+            {"camera", State::kProblem,
+             choice.empty() ? "none is connected" : "none is called " + in_quotes(choice),
+             "check that it is plugged in and has power; 'lsusb -d 1162:' "
+             "shows it then",
+             kExitNoCamera});
     }
     return findings;
 }

@@ -270,29 +270,10 @@ constexpr Explained kExitCodes[] = {
 
 } // namespace
 
-std::span<const Explained> library_statuses()
-{
-    return kLibraryStatuses;
-}
-
-std::span<const Explained> libusb_codes()
-{
-    return kLibusbCodes;
-}
-
-std::span<const Explained> libuvc_codes()
-{
-    return kLibuvcCodes;
-}
-
-std::span<const Explained> system_errors()
-{
-    return kSystemErrors;
-}
-
-std::span<const Explained> exit_codes()
-{
-    return kExitCodes;
-}
+const std::span<const Explained> library_statuses = kLibraryStatuses;
+const std::span<const Explained> libusb_codes = kLibusbCodes;
+const std::span<const Explained> libuvc_codes = kLibuvcCodes;
+const std::span<const Explained> system_errors = kSystemErrors;
+const std::span<const Explained> exit_codes = kExitCodes;
 
 } // namespace tool

@@ -38,14 +38,14 @@ inline constexpr Origin kOrigins[] = {
 // clang-format on
 
 /// Statuses of the library's own; positive ones are results that mean a failure.
-std::span<const Explained> library_statuses();
+extern const std::span<const Explained> library_statuses;
 /// libusb's codes: the status is NYXUS_E_LIBUSB(number).
-std::span<const Explained> libusb_codes();
+extern const std::span<const Explained> libusb_codes;
 /// libuvc's codes, which the functions that start a stream return as they are.
-std::span<const Explained> libuvc_codes();
+extern const std::span<const Explained> libuvc_codes;
 /// Usual values of errno: the status is NYXUS_E_SYSTEM(number).
-std::span<const Explained> system_errors();
+extern const std::span<const Explained> system_errors;
 /// Exit codes of this program.
-std::span<const Explained> exit_codes();
+extern const std::span<const Explained> exit_codes;
 
 } // namespace tool

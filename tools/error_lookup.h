@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstdint>
-#include <optional>
+#include "error_catalogue.h"
+
 #include <string>
 #include <vector>
 
@@ -10,21 +10,17 @@ namespace tool {
 
 /// A row of the catalogue, with what the number says by itself.
 struct Explanation {
-    int32_t number = 0;
-    bool exit_code = false; ///< of this program, not a status of the library
-    std::string name;       ///< symbolic name; "" for a number that nobody named
+    /// Where it stands or is found; what is found by name is found by number, too.
+    enum class Place { kInTheList, kByName, kByNumber };
+
+    int32_t number;
+    std::string name; ///< symbolic name; "" for a number that nobody named
     std::string origin;
     std::string text; ///< what libusb, libuvc or the C library call it; "" if they do not
-    std::string meaning;
-    std::string causes; ///< "" when there is nothing to say
-    std::string advice;
-    std::vector<std::string> messages; ///< the library's own words for it
+    const Explained* row;
+    Place place = Place::kInTheList;
+    bool exit_code = false; ///< of this program, not a status of the library
 };
-
-/// What a status means: several things where functions use the same number differently, none when
-/// no function returns it.
-std::vector<Explanation> explain_status(int32_t status);
-std::optional<Explanation> explain_exit_code(int32_t code);
 
 /// What a user may have at hand: a status in any notation (-16393, 16393, 0x4009, 0xFFFFBFF7), an
 /// exit code, or a name such as NYXUS_E_BUSY, LIBUSB_ERROR_PIPE or EACCES.

@@ -10,11 +10,9 @@ namespace tool {
 
 namespace {
 
-/// A rate that is taken from less time says little.
-constexpr double kRateKnown_s = 0.3;
-
 constexpr const char* kOutcomes[] = {"upgraded",    "up-to-date", "failed",   "interrupted",
                                      "not-started", "done",       "different"};
+
 double rounded(double number, double steps)
 {
     return std::round(number * steps) / steps;
@@ -22,10 +20,20 @@ double rounded(double number, double steps)
 
 } // namespace
 
+double Progress::seconds() const
+{
+    return std::chrono::duration<double>(Clock::now() - begun).count();
+}
+
+unsigned Progress::percent() const
+{
+    return total == 0 ? 0 : static_cast<unsigned>(bytes * 100 / total);
+}
+
 double Progress::rate() const
 {
-    const bool known = bytes > 0 && (done || seconds > kRateKnown_s) && seconds > 0;
-    return known ? static_cast<double>(bytes) / seconds : 0;
+    const bool known = bytes > 0 && (done || seconds() > kRateKnown_s);
+    return known ? static_cast<double>(bytes) / seconds() : 0;
 }
 
 std::optional<double> Progress::remaining_s() const
@@ -40,6 +48,25 @@ const char* to_text(Outcome outcome)
     return kOutcomes[static_cast<size_t>(outcome)];
 }
 
+std::string words_of(Outcome outcome)
+{
+    std::string words = to_text(outcome);
+    std::ranges::replace(words, '-', ' ');
+    return words;
+}
+
+void Result::take_time()
+{
+    seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count();
+}
+
+void Result::end(const Failure& failure)
+{
+    outcome = failure.code() == kExitInterrupted ? Outcome::kInterrupted : Outcome::kFailed;
+    exit_code = failure.code();
+    message = failure.text();
+}
+
 std::string json_line(const Progress& progress)
 {
     const auto remaining = progress.remaining_s();
@@ -48,15 +75,15 @@ std::string json_line(const Progress& progress)
                 {"phase", progress.phase},
                 {"bytes", progress.bytes},
                 {"total", progress.total > 0 ? Value(progress.total) : Value()},
-                {"seconds", rounded(progress.seconds, 1000)},
+                {"seconds", rounded(progress.seconds(), 1000)},
                 {"rate", progress.rate() > 0 ? Value(std::round(progress.rate())) : Value()},
                 {"remaining_s", remaining ? Value(rounded(*remaining, 10)) : Value()},
                 {"done", progress.done}});
 }
 
-std::string json_line(const Message& message)
+std::string json_of_message(std::string_view line)
 {
-    return json_line(Members{{"event", "message"}, {"text", message.text}});
+    return json_line(Members{{"event", "message"}, {"text", std::string(line)}});
 }
 
 std::string json_line(const Result& result)
@@ -75,15 +102,16 @@ std::string json_line(const Result& result)
 
 std::string json_line(const Summary& summary)
 {
-    return json_line(Members{{"event", "summary"},
-                             {"cameras", summary.cameras},
-                             {"upgraded", summary.upgraded},
-                             {"up_to_date", summary.up_to_date},
-                             {"failed", summary.failed},
-                             {"interrupted", summary.interrupted},
-                             {"not_started", summary.not_started},
-                             {"exit_code", summary.exit_code},
-                             {"seconds", rounded(summary.seconds, 10)}});
+    Members values = {{"event", "summary"}, {"cameras", summary.cameras}};
+    for (const Outcome outcome : {Outcome::kUpgraded, Outcome::kUpToDate, Outcome::kFailed,
+                                  Outcome::kInterrupted, Outcome::kNotStarted}) {
+        std::string name = to_text(outcome);
+        std::ranges::replace(name, '-', '_');
+        values.push_back({name, summary.count(outcome)});
+    }
+    values.push_back({"exit_code", summary.exit_code});
+    values.push_back({"seconds", rounded(summary.seconds, 10)});
+    return json_line(values);
 }
 
 } // namespace tool

@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "exit_codes.h"
+#include "failure.h"
 
+#include <chrono>
 #include <cstdint>
+#include <map>
 #include <nyxus/engine/events.hpp>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 // What commands that take their time tell programs: one JSON object a line, described in
 // docs/json.md.
@@ -21,21 +25,22 @@ struct CameraLabel {
 
 /// How far a phase has come.
 struct Progress {
-    std::string phase;
-    uint64_t bytes = 0;
-    uint64_t total = 0; ///< 0: nobody knows
-    double seconds = 0; ///< since the phase began
-    bool done = false;
+    using Clock = std::chrono::steady_clock;
+    /// A rate that is taken from less time says little.
+    static constexpr double kRateKnown_s = 0.3;
 
+    std::string phase = {};
+    uint64_t total = 0; ///< 0: nobody knows
+    uint64_t bytes = 0;
+    bool done = false;
+    Clock::time_point begun = Clock::now();
+
+    double seconds() const;
+    unsigned percent() const;
     /// Bytes a second; 0 until it is known.
     double rate() const;
     /// Seconds that are left; nothing until that is known.
     std::optional<double> remaining_s() const;
-};
-
-/// A line for people.
-struct Message {
-    std::string text;
 };
 
 enum class Outcome {
@@ -47,7 +52,10 @@ enum class Outcome {
     kDone,       ///< anything but an upgrade
     kDifferent,  ///< ROM and file are
 };
+/// For programs: "up-to-date".
 const char* to_text(Outcome outcome);
+/// For people: "up to date".
+std::string words_of(Outcome outcome);
 
 using nyxus::engine::RomContents;
 
@@ -58,24 +66,32 @@ struct Result {
     RomContents rom = RomContents::kUnchanged;
     int exit_code = kExitFailure;
     std::string message;
-    double seconds = 0;
+    std::chrono::steady_clock::time_point begun = std::chrono::steady_clock::now();
+    double seconds = 0; ///< that it took
     uint64_t bytes = 0; ///< of firmware and MFi image that were written
+
+    void take_time();
+    /// It has failed, or was interrupted.
+    void end(const Failure& failure);
 };
 
 /// How the upgrade of several cameras ended.
 struct Summary {
     size_t cameras = 0;
-    size_t upgraded = 0;
-    size_t up_to_date = 0;
-    size_t failed = 0;
-    size_t interrupted = 0;
-    size_t not_started = 0;
+    std::map<Outcome, size_t> ended = {}; ///< so many like this
     int exit_code = kExitOk;
     double seconds = 0;
+
+    size_t count(Outcome outcome) const
+    {
+        const auto found = ended.find(outcome);
+        return found == ended.end() ? 0 : found->second;
+    }
 };
 
 std::string json_line(const Progress& progress);
-std::string json_line(const Message& message);
+/// A line for people.
+std::string json_of_message(std::string_view line);
 std::string json_line(const Result& result);
 std::string json_line(const Summary& summary);
 

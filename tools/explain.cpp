@@ -44,16 +44,26 @@ std::string paragraph(const std::string& label, std::string_view text)
 std::string text_of(const Explanation& entry)
 {
     std::string result = title_of(entry);
-    const std::pair<const char*, const std::string&> parts[] = {{"Origin", entry.origin},
-                                                                {"Called", entry.text},
-                                                                {"Meaning", entry.meaning},
-                                                                {"Causes", entry.causes},
-                                                                {"Do this", entry.advice}};
+    const std::pair<const char*, std::string> parts[] = {{"Origin", entry.origin},
+                                                         {"Called", entry.text},
+                                                         {"Meaning", entry.row->meaning},
+                                                         {"Causes", entry.row->causes},
+                                                         {"Do this", entry.row->advice}};
     for (const auto& [label, text] : parts) {
         if (!text.empty())
             result += "\n" + paragraph(label, text);
     }
     return result;
+}
+
+Value::List messages_of(const Explanation& entry)
+{
+    Value::List list;
+    for (const char* message : entry.row->messages) {
+        if (message != nullptr)
+            list.emplace_back(message);
+    }
+    return list;
 }
 
 Members json_of_entry(const Explanation& entry)
@@ -63,10 +73,10 @@ Members json_of_entry(const Explanation& entry)
             {"name", entry.name},
             {"origin", entry.origin},
             {"text", entry.text},
-            {"messages", Value::List(entry.messages.begin(), entry.messages.end())},
-            {"meaning", entry.meaning},
-            {"causes", entry.causes},
-            {"advice", entry.advice}};
+            {"messages", messages_of(entry)},
+            {"meaning", entry.row->meaning},
+            {"causes", entry.row->causes},
+            {"advice", entry.row->advice}};
 }
 
 std::string markdown_of(const Explanation& entry)
@@ -74,15 +84,14 @@ std::string markdown_of(const Explanation& entry)
     std::string result = "### " + title_of(entry) + "\n\n";
     if (!entry.text.empty())
         result += "\"" + entry.text + "\". ";
-    result += entry.meaning + "\n\n";
-    for (const std::string& message : entry.messages)
-        result += "    " + message + "\n";
-    if (!entry.messages.empty())
+    result += std::string(entry.row->meaning) + "\n\n";
+    for (const char* message : entry.row->messages)
+        result += message == nullptr ? "" : std::string("    ") + message + "\n";
+    if (entry.row->messages.front() != nullptr)
         result += "\n";
-    if (!entry.causes.empty())
-        result += "* **Causes:** " + entry.causes + "\n";
-    if (!entry.advice.empty())
-        result += "* **Do this:** " + entry.advice + "\n";
+    for (const auto& [label, text] :
+         {std::pair("Causes", entry.row->causes), {"Do this", entry.row->advice}})
+        result += *text == '\0' ? "" : format("* **%s:** %s\n", label, text);
     return result;
 }
 
@@ -168,8 +177,8 @@ ExitCode run_explain(Console& console, const Arguments& arguments, const Explain
 
 void add_explain_command(Command& app, Arguments& arguments)
 {
-    Command& command = add_command(
-        app, "explain", "Explain a status, an exit code or an error line", "nyxus explain -16393");
+    Command& command =
+        add_command(app, "explain", "Explain a status, an exit code or an error line", "-16393");
     const auto options = std::make_shared<ExplainOptions>();
     command.text("CODE", &options->words,
                  "Status (-16393, 0x4009), name (NYXUS_E_BUSY, EACCES), 'exit 9', or an error "

@@ -51,6 +51,8 @@ void Session::print(const Members& values)
 
 void Session::make(const Change& change)
 {
+    if (change.wanted.is_nothing())
+        return print({{change.name, change.read()}});
     const bool asks = !(arguments.dry_run && change.reading_writes);
     const Value before = asks ? change.read() : Value();
     const auto values = [&](const Value& after) {

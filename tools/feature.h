@@ -18,7 +18,7 @@ namespace tool {
 struct Change {
     std::string name; ///< "flip"
     std::function<Value()> read;
-    Value wanted;      ///< what it reads as then
+    Value wanted;      ///< what it reads as then; nothing: it is only shown
     std::string doing; ///< "setting flip"
     std::function<int32_t()> write;
     Cost cost;                   ///< of all that a dry run leaves out
@@ -35,7 +35,8 @@ struct Session {
     NyDevice* device() { return camera.device(); }
     /// Prints an object's members: a line each, or JSON. Lists of numbers are bytes.
     void print(const Members& values);
-    /// Makes the change and prints "flip: off -> on"; with --dry-run tells of it only.
+    /// Makes the change, if one is wanted, and prints "flip: off -> on"; with --dry-run tells of it
+    /// only.
     void make(const Change& change);
     /// The same for what cannot be read: "encoder: reset".
     void order(const std::string& name, const std::string& what, const std::string& doing,

@@ -17,7 +17,6 @@ constexpr uint32_t kWindowEnd = 0x8000;
 constexpr uint32_t kWindowBytes = kWindowEnd - kWindowStart;
 
 struct FingerprintOptions {
-    std::string state;
     uint32_t address = 0;
     uint32_t length = 0;
     std::string file;
@@ -25,20 +24,21 @@ struct FingerprintOptions {
 };
 using SharedFingerprint = std::shared_ptr<FingerprintOptions>;
 
-/// Orders that cannot be read back.
+/// What cannot be read back.
 struct Order {
     const char* name;
     const char* summary;
-    int32_t (*run)(NyDevice*);
-    const char* done;
+    int32_t (*run)(NyDevice*, int32_t);
+    const char* title;
+    const char* done; ///< nullptr: it is switched on or off, as the command line says
     Cost cost;
 };
 
-struct SwitchOrder {
-    const char* name;
-    const char* summary;
-    int32_t (*set)(NyDevice*, int32_t);
-};
+template <auto kRun>
+int32_t plain(NyDevice* device, int32_t /*on*/)
+{
+    return kRun(device);
+}
 
 struct Question {
     const char* name;
@@ -47,19 +47,19 @@ struct Question {
 };
 
 // clang-format off
-constexpr Order orders[] = {
-//   name         summary                              function                what has been done     cost
-    {"reset",     "Reset and set up the sensor",       SG_SetSensorResetInit,  "reset and set up",    {1}},
-    {"reset-pin", "Pulse the sensor's reset pin",      SG_SetSensorResetPin,   "reset by its pin",    {1}},
-    {"trigger",   "Trigger a snapshot",                SG_SnapshotModeTrigger, "snapshot triggered",  {1}},
+const Order orders[] = {
+//   name         summary                              function                       title     what has been done     cost
+    {"reset",     "Reset and set up the sensor",       plain<SG_SetSensorResetInit>,  "sensor", "reset and set up",    {1}},
+    {"reset-pin", "Pulse the sensor's reset pin",      plain<SG_SetSensorResetPin>,   "sensor", "reset by its pin",    {1}},
+    {"trigger",   "Trigger a snapshot",                plain<SG_SnapshotModeTrigger>, "sensor", "snapshot triggered",  {1}},
 };
-constexpr Order modes[] = {
-    {"stream",    "Leave the snapshot mode",           SG_StreamModeEnable,    "streams",             {2, 0.1}},
-    {"snapshot",  "Enter the snapshot mode",           SG_SnapshotModeEnable,  "waits for a trigger", {1}},
+const Order modes[] = {
+    {"stream",    "Leave the snapshot mode",           plain<SG_StreamModeEnable>,    "sensor", "streams",             {2, 0.1}},
+    {"snapshot",  "Enter the snapshot mode",           plain<SG_SnapshotModeEnable>,  "sensor", "waits for a trigger", {1}},
 };
-constexpr SwitchOrder switch_orders[] = {
-    {"power",     "Switch the automatic power",        SG_SetAutoPower},
-    {"led",       "Switch the illumination",           SG_LedControl},
+const Order switches[] = {
+    {"power",     "Switch the automatic power",        SG_SetAutoPower,               "power",  nullptr,               register_write(1)},
+    {"led",       "Switch the illumination",           SG_LedControl,                 "led",    nullptr,               register_write(1)},
 };
 constexpr Question questions[] = {
     {"touch",     "Show the touch state",              SG_TouchStatus},
@@ -139,31 +139,22 @@ void run_write(Session& session, const FingerprintOptions& options)
                   "writing the EEPROM", write_and_compare, window_cost(session.camera, options));
 }
 
-void add_order(Command& parent, Arguments& arguments, const Order& row, const std::string& call)
+void add_order(Command& parent, Arguments& arguments, const Order& row)
 {
-    Command& command = add_command(parent, row.name, row.summary, call + row.name);
-    set_writing_action(command, arguments, [&row](Session& session) {
+    const auto state = std::make_shared<std::string>();
+    Command& command = add_command(parent, row.name, row.summary, row.done != nullptr ? "" : "on");
+    if (row.done == nullptr)
+        add_choice(command, "STATE", state.get(), {"on", "off"}, "on or off").required();
+    set_writing_action(command, arguments, [&row, state](Session& session) {
         session.order(
-            "sensor", row.done, row.summary, [&] { return row.run(session.device()); }, row.cost);
-    });
-}
-
-void add_switch_order(Command& sg, Arguments& arguments, const SwitchOrder& row,
-                      const SharedFingerprint& options)
-{
-    Command& command =
-        add_command(sg, row.name, row.summary, std::string("nyxus sg ") + row.name + " on");
-    add_choice(command, "STATE", &options->state, {"on", "off"}, "on or off").required();
-    set_writing_action(command, arguments, [&row, options](Session& session) {
-        session.order(
-            row.name, options->state, row.summary,
-            [&] { return row.set(session.device(), options->state == "on"); }, register_write(1));
+            row.title, row.done != nullptr ? row.done : *state, row.summary,
+            [&] { return row.run(session.device(), *state == "on"); }, row.cost);
     });
 }
 
 void add_question(Command& sg, Arguments& arguments, const Question& row)
 {
-    Command& command = add_command(sg, row.name, row.summary, std::string("nyxus sg ") + row.name);
+    Command& command = add_command(sg, row.name, row.summary, "");
     set_action(command, arguments, [&row](Session& session) {
         uint8_t value = 0;
         session.check(row.summary, row.get(session.device(), &value));
@@ -173,15 +164,14 @@ void add_question(Command& sg, Arguments& arguments, const Question& row)
 
 void add_window(Command& sg, Arguments& arguments, const SharedFingerprint& options)
 {
-    Command& read = add_command(sg, "read", "Read the EEPROM window", "nyxus sg read 0x2400 64");
+    Command& read = add_command(sg, "read", "Read the EEPROM window", "0x2400 64");
     add_address(read, &options->address, kWindowStart, kWindowEnd - 1);
     add_number(read, "LENGTH", &options->length, 1, kWindowBytes, "Bytes").required();
     set_action(
         read, arguments, [options](Session& session) { run_read(session, *options); },
         [options] { check_window(options->address, options->length); });
 
-    Command& write =
-        add_command(sg, "write", "Write the EEPROM window", "nyxus sg write 0x2400 keys.bin");
+    Command& write = add_command(sg, "write", "Write the EEPROM window", "0x2400 keys.bin");
     add_address(write, &options->address, kWindowStart, kWindowEnd - 1);
     add_file(write, &options->file, "File to write there");
     set_writing_action(
@@ -197,16 +187,16 @@ void add_window(Command& sg, Arguments& arguments, const SharedFingerprint& opti
 void add_fingerprint_command(Command& app, Arguments& arguments)
 {
     const auto options = std::make_shared<FingerprintOptions>();
-    Command& sg = add_command(app, "sg", "Fingerprint-reader boards", "nyxus sg led on");
+    Command& sg = add_command(app, "sg", "Fingerprint-reader boards", "led on");
     sg.needing_command();
     for (const Order& row : orders)
-        add_order(sg, arguments, row, "nyxus sg ");
-    Command& mode = add_command(sg, "mode", "How the sensor works", "nyxus sg mode snapshot");
+        add_order(sg, arguments, row);
+    Command& mode = add_command(sg, "mode", "How the sensor works", "snapshot");
     mode.needing_command();
     for (const Order& row : modes)
-        add_order(mode, arguments, row, "nyxus sg mode ");
-    for (const SwitchOrder& row : switch_orders)
-        add_switch_order(sg, arguments, row, options);
+        add_order(mode, arguments, row);
+    for (const Order& row : switches)
+        add_order(sg, arguments, row);
     for (const Question& row : questions)
         add_question(sg, arguments, row);
     add_window(sg, arguments, options);

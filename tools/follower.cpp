@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "follower.h"
 
-#include "last_words.h"
 #include "programming.h"
 
 namespace tool {
@@ -14,9 +13,39 @@ namespace {
 
 constexpr char kFinishing[] =
     "nyxus: interrupted: the ROM is completed first, which takes a few seconds; a second interrupt "
-    "stops at once\n";
+    "stops at once";
 constexpr char kStoppedInTheMiddle[] =
     "the ROM is incomplete; run the upgrade again before the camera is reset or unplugged";
+
+/// What an end of the work means, and what to do then; and what the ROM holds.
+struct RomWords {
+    const char* after_upgrade;
+    const char* after_erase;
+    const char* state;
+};
+
+const RomWords& words_for(RomContents rom)
+{
+    // clang-format off
+    static constexpr RomWords kWords[] = {
+        {"nothing was written", "nothing was written",
+         "the ROM is unchanged"},
+        {"", "",
+         "the ROM holds the new firmware"},
+        {"the ROM was written but not read back; 'nyxus compare FILE' does that, and 'nyxus reset' starts the new firmware",
+         "the ROM was erased, but nobody has looked whether it is empty",
+         "the ROM was written, but not read back"},
+        {"the ROM is incomplete now, run the upgrade again",
+         "the ROM is partly erased; erase or upgrade it again",
+         "the ROM is incomplete"},
+        {"", "",
+         "the ROM is incomplete"},
+    };
+    // clang-format on
+    static_assert(std::size(kWords) == static_cast<size_t>(RomContents::kErased) + 1);
+    return kWords[static_cast<size_t>(rom)];
+}
+
 /// In these nothing is asked of the camera, and they have a limit of their own.
 bool is_patient(Phase phase)
 {
@@ -32,31 +61,17 @@ bool is_shown(Phase phase)
 
 const char* consequence_of(RomContents rom)
 {
-    switch (rom) {
-        case RomContents::kUnchanged:
-            return "nothing was written";
-        case RomContents::kUnverified:
-            return "the ROM was written but not read back; 'nyxus compare FILE' does that, and "
-                   "'nyxus reset' starts the new firmware";
-        case RomContents::kIncomplete:
-            return "the ROM is incomplete now, run the upgrade again";
-        case RomContents::kNew:
-        case RomContents::kErased:
-            break;
-    }
-    return "";
+    return words_for(rom).after_upgrade;
 }
 
 const char* consequence_of_erasing(RomContents rom)
 {
-    switch (rom) {
-        case RomContents::kUnverified:
-            return "the ROM was erased, but nobody has looked whether it is empty";
-        case RomContents::kIncomplete:
-            return "the ROM is partly erased; erase or upgrade it again";
-        default:
-            return consequence_of(rom);
-    }
+    return words_for(rom).after_erase;
+}
+
+const char* state_of(RomContents rom)
+{
+    return words_for(rom).state;
 }
 
 engine::Caller Follower::caller()
@@ -89,8 +104,6 @@ void Follower::hear(const engine::Event& event)
         default:
             follow_phase(event);
     }
-    if (last_words::interrupt_came())
-        stop_.request_stop();
 }
 
 void Follower::follow_phase(const engine::Event& event)
@@ -114,12 +127,12 @@ void Follower::follow_phase(const engine::Event& event)
 void Follower::prepare_for_interrupts(const engine::Event& event)
 {
     const bool in_the_middle = event.stop_waits && consequence_ == consequence_of;
-    last_words::set_consequence(in_the_middle ? kStoppedInTheMiddle : consequence_(event.rom),
-                                to_text(event.rom));
+    console_.interrupts().set_outlook(in_the_middle ? kStoppedInTheMiddle : consequence_(event.rom),
+                                      event.rom);
     if (event.stop_waits) {
-        last_words::postpone_interrupts(kFinishing);
-    } else if (last_words::stop_postponing()) {
-        stop_.request_stop();
+        console_.interrupts().postpone(kFinishing, stop_);
+    } else {
+        console_.interrupts().stop_postponing();
     }
 }
 

@@ -15,6 +15,8 @@ namespace engine = nyxus::engine;
 using Consequence = const char* (*)(engine::RomContents);
 const char* consequence_of(engine::RomContents rom);
 const char* consequence_of_erasing(engine::RomContents rom);
+/// "the ROM is unchanged", as the end of an upgrade leaves it.
+const char* state_of(engine::RomContents rom);
 
 /// The others take no time that anybody would notice.
 bool is_shown(engine::Phase phase);

@@ -64,9 +64,8 @@ void run_formats(Session& session)
 
 void add_formats_command(Command& app, Arguments& arguments)
 {
-    Command& command =
-        add_command(app, "formats", "List the formats, sizes and rates of the camera's video",
-                    "nyxus formats --json");
+    Command& command = add_command(
+        app, "formats", "List the formats, sizes and rates of the camera's video", "--json");
     set_action(command, arguments, run_formats);
 }
 

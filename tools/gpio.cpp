@@ -67,7 +67,7 @@ void add_gpio_command(Command& app, Arguments& arguments)
         std::string level;
     };
     Command& command =
-        add_command(app, "gpio", "Drive a pin of the controller, or show all", "nyxus gpio 5 high");
+        add_command(app, "gpio", "Drive a pin of the controller, or show all", "5 high");
     const auto options = std::make_shared<Options>();
     Option& index =
         add_number(command, "INDEX", &options->index, 0, kPinCount - 1, "Pin; without: show all");

@@ -160,7 +160,7 @@ std::string help_of(const Command& command)
 
 void add_help_command(Command& app, Arguments&)
 {
-    Command& help = add_command(app, "help", "Explain a command", "nyxus help osd string");
+    Command& help = add_command(app, "help", "Explain a command", "osd string");
     const auto words = std::make_shared<command_line::Words>();
     help.text("COMMAND", words.get(), "Command to explain; without: the program");
     help.does([&app, words] { print_help(app, *words); });

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "feature.h"
+#include "setting.h"
 #include "text.h"
 
 #include <nyxus/peripheral.h>
@@ -17,7 +17,6 @@ struct I2cOptions {
     uint32_t address = 0;
     uint32_t length = 1;
     std::vector<uint32_t> bytes;
-    std::optional<uint32_t> config;
 };
 
 std::vector<uint8_t> read_registers(Session& session, const I2cOptions& options, size_t length)
@@ -58,55 +57,40 @@ void run_set(Session& session, const I2cOptions& options)
                   .reading_writes = true});
 }
 
-std::string config_of(Session& session)
-{
-    uint8_t config = 0;
-    session.check("reading the I2C configuration", XU_I2cConfigGet(session.device(), &config));
-    return format("0x%02X", config);
-}
-
-void run_config(Session& session, const I2cOptions& options)
-{
-    if (!options.config)
-        return session.print({{"i2c_configuration", config_of(session)}});
-    const auto config = static_cast<uint8_t>(*options.config);
-    session.make({.name = "i2c_configuration",
-                  .read = [&] { return config_of(session); },
-                  .wanted = format("0x%02X", config),
-                  .doing = "setting the I2C configuration",
-                  .write = [&] { return XU_I2cConfigSet(session.device(), &config); },
-                  .cost = register_write(2) + register_read(2)});
-}
-
 } // namespace
 
 void add_i2c_command(Command& app, Arguments& arguments)
 {
     const auto options = std::make_shared<I2cOptions>();
     Command& command =
-        add_command(app, "i2c", "Talk to a device on the camera's I2C bus", "nyxus i2c get 0x10 4");
+        add_command(app, "i2c", "Talk to a device on the camera's I2C bus", "get 0x10 4");
     command.needing_command();
 
-    Command& get = add_command(command, "get", "Read registers of the configured device",
-                               "nyxus i2c get 0x10 4");
+    Command& get = add_command(command, "get", "Read registers of the configured device", "0x10 4");
     add_address(get, &options->address, 0, kLastRegister);
     add_number(get, "LENGTH", &options->length, 1, kMostBytes, "Bytes");
     set_action(get, arguments, [options](Session& session) { run_get(session, *options); });
 
-    Command& set = add_command(command, "set", "Write registers of the configured device",
-                               "nyxus i2c set 0x10 0x12 0x34");
+    Command& set =
+        add_command(command, "set", "Write registers of the configured device", "0x10 0x12 0x34");
     add_address(set, &options->address, 0, kLastRegister);
     set.number("BYTES", &options->bytes, kByteRange, "1 to 8 bytes")
         .required()
         .times(1, kMostBytes);
     set_writing_action(set, arguments, [options](Session& session) { run_set(session, *options); });
 
-    Command& config =
-        add_command(command, "config", "Choose the device, or ask", "nyxus i2c config 0x60");
-    config.number("BYTE", &options->config, kByteRange,
-                  "Device address in 8-bit form, bit 0 = addressing mode (0 to 255)");
-    set_writing_action(config, arguments,
-                       [options](Session& session) { run_config(session, *options); });
+    add_setting(command, arguments,
+                {.name = "config",
+                 .summary = "Choose the device, or ask",
+                 .example = "0x60",
+                 .title = "i2c_configuration",
+                 .what = "the I2C configuration",
+                 .read = read_number<XU_I2cConfigGet>,
+                 .write = write_number<XU_I2cConfigSet>,
+                 .cost = register_write(2) + register_read(2),
+                 .form = {.argument = "BYTE",
+                          .help = "Device address in 8-bit form, bit 0 = addressing mode",
+                          .is_hex = true}});
 }
 
 } // namespace tool

@@ -142,9 +142,8 @@ static ExitCode run_info(Console& console, const Arguments& arguments)
 
 void add_info_command(Command& app, Arguments& arguments)
 {
-    Command& command =
-        add_command(app, "info", "Show what a camera says about itself, its firmware and its ROM",
-                    "nyxus info -c 1-2");
+    Command& command = add_command(
+        app, "info", "Show what a camera says about itself, its firmware and its ROM", "-c 1-2");
     set_run(command, arguments, run_info);
 }
 

@@ -54,13 +54,10 @@ int32_t set_when_idle(Session& session, uint8_t index, uint8_t state)
 
 void run_led(Session& session, uint8_t index, std::optional<uint32_t> wanted)
 {
-    const std::string name = format("led_%u", index);
-    if (!wanted)
-        return session.print({{name, state_of(session, index)}});
-    const auto state = static_cast<uint8_t>(*wanted);
-    session.make({.name = name,
+    const auto state = static_cast<uint8_t>(wanted.value_or(0));
+    session.make({.name = format("led_%u", index),
                   .read = [&] { return state_of(session, index); },
-                  .wanted = format("0x%02X", state),
+                  .wanted = wanted ? Value(format("0x%02X", state)) : Value(),
                   .doing = "setting the LED",
                   .write = [&] { return set_when_idle(session, index, state); },
                   .cost = register_change() + kTakenUp + register_read(1)});
@@ -83,8 +80,7 @@ void add_led_command(Command& app, Arguments& arguments)
         std::optional<uint32_t> state;
     };
     constexpr uint32_t kLastIndex = 0xFF;
-    Command& command =
-        add_command(app, "led", "Set the state of an LED, or ask", "nyxus led 0 0x08");
+    Command& command = add_command(app, "led", "Set the state of an LED, or ask", "0 0x08");
     const auto options = std::make_shared<Options>();
     add_number(command, "INDEX", &options->index, 0, kLastIndex, "LED").required();
     command.number("STATE", &options->state, "Sum of 0x08, 0x10 and 0x40; without: ask")

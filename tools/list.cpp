@@ -61,7 +61,7 @@ ExitCode run_list(Console& console, const Arguments& arguments)
 
 void add_list_command(Command& app, Arguments& arguments)
 {
-    Command& command = add_command(app, "list", "List the connected cameras", "nyxus list --json");
+    Command& command = add_command(app, "list", "List the connected cameras", "--json");
     set_run(command, arguments, run_list);
 }
 

@@ -3,7 +3,6 @@
 #include "console.h"
 #include "failure.h"
 #include "json_text.h"
-#include "last_words.h"
 #include "text.h"
 
 #include <nyxus/trace.h>
@@ -46,18 +45,18 @@ ExitCode run_reporting_failures(const Arguments& arguments)
         if (arguments.quiet || arguments.json)
             console.display().be_quiet(); // until events are told
         if (arguments.json)
-            console.display().set_last_line(last_line::Kind::kError, "");
+            console.display().set_last_line(
+                [](const Failure& failure, RomContents) { return json_error(failure); });
         for (const std::string& line : nyxus::engine::put_left_cameras_back())
             console.display().warn("nyxus: " + line);
         const ExitCode code = arguments.run(console, arguments);
         console.drain();
-        console.display().set_last_line(last_line::Kind::kNone, "");
+        console.display().set_last_line(nullptr);
         return noticing_lost_output(console.display(), code);
     } catch (const Failure& failure) {
-        last_words::wait_for_end(); // it may have failed since the camera has been given back
         console.drain();
         console.display().abandon();
-        console.display().set_last_line(last_line::Kind::kNone, "");
+        console.display().set_last_line(nullptr);
         if (arguments.json && !console.display().tells_events())
             console.display().say(json_error(failure));
         console.display().warn("nyxus: " + failure.text());

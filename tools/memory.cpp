@@ -83,12 +83,11 @@ void run_write(Session& session, const Memory& memory, const MemoryOptions& opti
 void add_memory(Command& app, Arguments& arguments, const Memory& memory)
 {
     const auto options = std::make_shared<MemoryOptions>();
-    const std::string call = std::string("nyxus ") + memory.name;
-    Command& command = add_command(app, memory.name, std::string("Read or write ") + memory.what,
-                                   call + " read 0x20 4");
+    Command& command =
+        add_command(app, memory.name, std::string("Read or write ") + memory.what, "read 0x20 4");
     command.needing_command();
 
-    Command& read = add_command(command, "read", "Read bytes", call + " read 0x20 4");
+    Command& read = add_command(command, "read", "Read bytes", "0x20 4");
     add_address(read, &options->address, 0, memory.size - 1);
     add_number(read, "LENGTH", &options->length, 1, kMostBytes, "Bytes");
     set_action(
@@ -96,7 +95,7 @@ void add_memory(Command& app, Arguments& arguments, const Memory& memory)
         [&memory, options](Session& session) { run_read(session, memory, *options); },
         [&memory, options] { check_range(memory, options->address, options->length); });
 
-    Command& write = add_command(command, "write", "Write bytes", call + " write 0x20 0x12 0x34");
+    Command& write = add_command(command, "write", "Write bytes", "0x20 0x12 0x34");
     add_address(write, &options->address, 0, memory.size - 1);
     write.number("BYTES", &options->bytes, kByteRange, "1 to 255 bytes")
         .required()

@@ -78,20 +78,19 @@ void watch(Session& session, uint32_t count)
 void add_motion_command(Command& app, Arguments& arguments)
 {
     const auto options = std::make_shared<MotionOptions>();
-    Command& command = add_command(app, "motion", "Ask for motion, or set its detection",
-                                   "nyxus motion poll --watch");
+    Command& command =
+        add_command(app, "motion", "Ask for motion, or set its detection", "poll --watch");
     command.needing_command();
-    set_action(add_command(command, "get", "Show the setting", "nyxus motion get"), arguments,
-               run_get);
+    set_action(add_command(command, "get", "Show the setting", ""), arguments, run_get);
 
-    Command& set = add_command(command, "set", "Change the setting", "nyxus motion set 1 0x20 0 0");
+    Command& set = add_command(command, "set", "Change the setting", "1 0x20 0 0");
     set.number("BYTES", &options->setting, kByteRange, "4 bytes that the firmware defines")
         .required()
         .times(kSettingBytes, kSettingBytes);
     set_writing_action(set, arguments, [options](Session& session) { run_set(session, *options); });
 
-    Command& ask = add_command(command, "poll", "Was there motion since the last time?",
-                               "nyxus motion poll --watch --count 50");
+    Command& ask =
+        add_command(command, "poll", "Was there motion since the last time?", "--watch --count 50");
     const Option& watch_flag =
         ask.flag("--watch", &options->watch, "Ask five times a second, tell of motion only");
     constexpr uint32_t kMostPolls = 1'000'000'000;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The on-screen display.
 #include "failure.h"
-#include "feature.h"
+#include "setting.h"
 #include "text.h"
 
 #include <nyxus/memory.h>
@@ -23,7 +23,6 @@ constexpr size_t kTextBytes = 16;
 constexpr Cost kRecordChange = {.transfers = 3};
 
 struct OsdOptions {
-    std::string state;
     std::string time;
     std::optional<uint32_t> column;
     std::optional<uint32_t> row;
@@ -32,50 +31,34 @@ struct OsdOptions {
     std::vector<uint32_t> bytes;
 };
 
-/// Things that are on or off. Two have a bit in a register, through which they are read.
-struct Toggle {
-    const char* name;
-    const char* title;
-    int32_t (*set)(NyDevice*, int32_t);
-    uint8_t bit; ///< 0: the on-screen display itself
-};
-
-// clang-format off
-constexpr Toggle enable_toggle      = {"enable",      "osd",             XU_OsdSetEnable,         0x00};
-constexpr Toggle datetime_toggle    = {"show",        "osd_datetime",    XU_OsdEnableDatetime,    0x02};
-constexpr Toggle transparent_toggle = {"transparent", "osd_transparent", XU_OsdEnableTransparent, 0x10};
-// clang-format on
-
-std::string state_of(Session& session, const Toggle& toggle)
+/// Two switches have a bit in a register. Any camera has the register, but without an on-screen
+/// display it does nothing.
+template <uint8_t kBit>
+int32_t read_bit(NyDevice* device, uint32_t* value)
 {
-    const std::string doing = "reading the on-screen display";
-    uint8_t value = 0;
-    if (toggle.bit == 0) {
-        session.check(doing, XU_OsdGetEnable(session.device(), &value));
-    } else {
-        session.check(doing, XuRegRead(session.device(), REG_OSD_CTRL, 1, &value));
-    }
-    return on_or_off(toggle.bit == 0 ? value != 0 : (value & toggle.bit) != 0);
+    uint8_t control = 0;
+    int32_t status = XU_OsdGetEnable(device, &control);
+    if (status >= 0)
+        status = XuRegRead(device, REG_OSD_CTRL, 1, &control);
+    *value = control & kBit;
+    return status;
 }
+constexpr auto read_datetime_shown = read_bit<0x02>;
 
-/// The register bits can be set on any camera, but without an on-screen display they do nothing.
-void require_osd(Session& session)
+void add_switch(Command& parent, Arguments& arguments, const char* name)
 {
-    uint8_t enabled = 0;
-    session.check("reading the on-screen display", XU_OsdGetEnable(session.device(), &enabled));
-}
-
-void run_toggle(Session& session, const Toggle& toggle, const std::string& wanted)
-{
-    require_osd(session);
-    if (wanted.empty())
-        return session.print({{toggle.title, state_of(session, toggle)}});
-    session.make({.name = toggle.title,
-                  .read = [&] { return state_of(session, toggle); },
-                  .wanted = wanted,
-                  .doing = "setting the on-screen display",
-                  .write = [&] { return toggle.set(session.device(), wanted == "on"); },
-                  .cost = toggle.bit == 0 ? kRecordChange : register_change() + register_read(1)});
+    constexpr char kWhat[] = "the on-screen display";
+    const Cost bit_change = register_change() + Cost{.transfers = 2} + register_read(1);
+    // clang-format off
+    const Setting settings[] = {
+    //   name           summary                                 example  title              in messages  read                          write                    cost
+        {"enable",      "Show the on-screen display, or ask",   "on",    "osd",             kWhat,       read_number<XU_OsdGetEnable>, XU_OsdSetEnable,         kRecordChange},
+        {"show",        "Show the stamp, or ask",               "on",    "osd_datetime",    kWhat,       read_datetime_shown,          XU_OsdEnableDatetime,    bit_change},
+        {"transparent", "Let the picture shine through, or ask", "on",   "osd_transparent", kWhat,       read_bit<0x10>,               XU_OsdEnableTransparent, bit_change},
+    };
+    // clang-format on
+    add_setting(parent, arguments,
+                *std::ranges::find(settings, std::string_view(name), &Setting::name));
 }
 
 OsdDatetime datetime_of(Session& session)
@@ -137,10 +120,12 @@ std::string refuse_time(const std::string& text)
 void show_datetime(Session& session)
 {
     const OsdDatetime record = datetime_of(session);
+    uint32_t shown = 0;
+    session.check("reading the on-screen display", read_datetime_shown(session.device(), &shown));
     session.print({{"datetime", iso_time(record)},
                    {"column", record.data[6]},
                    {"row", record.data[7]},
-                   {"shown", state_of(session, datetime_toggle)}});
+                   {"shown", on_or_off(shown != 0)}});
 }
 
 void set_datetime(Session& session, const OsdOptions& options)
@@ -165,17 +150,14 @@ std::string string_of(Session& session, uint32_t index)
     return printable_field(text, sizeof text);
 }
 
-void run_string(Session& session, const OsdOptions& options, bool set)
+void run_string(Session& session, const OsdOptions& options)
 {
-    const std::string name = format("string_%u", options.index);
-    if (!set)
-        return session.print({{name, string_of(session, options.index)}});
     const auto index = static_cast<uint8_t>(options.index);
     uint8_t text[kTextBytes] = {};
-    std::ranges::copy(*options.text, text);
-    session.make({.name = name,
+    std::ranges::copy(options.text.value_or(""), text);
+    session.make({.name = format("string_%u", options.index),
                   .read = [&] { return string_of(session, index); },
-                  .wanted = *options.text,
+                  .wanted = options.text ? *options.text : Value(),
                   .doing = "setting the text",
                   .write = [&] { return XU_OsdSetString(session.device(), index, text); },
                   .cost = kRecordChange});
@@ -195,13 +177,11 @@ void run_record(Session& session, const char* name, int32_t (*get)(NyDevice*, Re
         session.check("reading " + doing, get(session.device(), &record));
         return bytes_of(record);
     };
-    if (wanted.empty())
-        return session.print({{name, read()}});
     Record record{};
     std::ranges::copy(to_bytes(wanted), record.data);
     session.make({.name = name,
                   .read = read,
-                  .wanted = bytes_of(record),
+                  .wanted = wanted.empty() ? Value() : bytes_of(record),
                   .doing = "setting " + doing,
                   .write = [&] { return set(session.device(), &record); },
                   .cost = kRecordChange});
@@ -209,26 +189,14 @@ void run_record(Session& session, const char* name, int32_t (*get)(NyDevice*, Re
 
 using SharedOsd = std::shared_ptr<OsdOptions>;
 
-void add_toggle(Command& parent, Arguments& arguments, const Toggle& toggle, const char* summary,
-                const char* example, const SharedOsd& options)
-{
-    Command& command = add_command(parent, toggle.name, summary, example);
-    add_choice(command, "STATE", &options->state, {"on", "off"}, "on or off; without: ask");
-    set_writing_action(command, arguments, [&toggle, options](Session& session) {
-        run_toggle(session, toggle, options->state);
-    });
-}
-
 void add_datetime(Command& osd, Arguments& arguments, const SharedOsd& options)
 {
     Command& command = add_command(osd, "datetime", "The date-time stamp: show it, set it, or ask",
-                                   "nyxus osd datetime set 2026-05-01T12:00:00");
+                                   "set 2026-05-01T12:00:00");
     set_action(command, arguments, show_datetime);
-    add_toggle(command, arguments, datetime_toggle, "Show the stamp, or ask",
-               "nyxus osd datetime show on", options);
+    add_switch(command, arguments, "show");
 
-    Command& set =
-        add_command(command, "set", "Set the camera's clock", "nyxus osd datetime set now");
+    Command& set = add_command(command, "set", "Set the camera's clock", "now");
     set.text("TIME", &options->time, "As 2026-05-01T12:00:00, or now")
         .required()
         .refused(refuse_time);
@@ -242,8 +210,7 @@ void add_datetime(Command& osd, Arguments& arguments, const SharedOsd& options)
 
 void add_string(Command& osd, Arguments& arguments, const SharedOsd& options)
 {
-    Command& command =
-        add_command(osd, "string", "Set a line of text, or ask", "nyxus osd string 0 'Front door'");
+    Command& command = add_command(osd, "string", "Set a line of text, or ask", "0 'Front door'");
     add_number(command, "INDEX", &options->index, 0, kLastString, "Line").required();
     command.text("TEXT", &options->text, "At most 16 characters")
         .refused([](const std::string& words) {
@@ -251,15 +218,14 @@ void add_string(Command& osd, Arguments& arguments, const SharedOsd& options)
                        ? std::string()
                        : format("the text has %zu bytes; 0 to %zu fit", words.size(), kTextBytes);
         });
-    set_writing_action(command, arguments, [options](Session& session) {
-        run_string(session, *options, options->text.has_value());
-    });
+    set_writing_action(command, arguments,
+                       [options](Session& session) { run_string(session, *options); });
 }
 
 void add_records(Command& osd, Arguments& arguments, const SharedOsd& options)
 {
-    Command& window = add_command(osd, "window", "Set a window, or show the latest one",
-                                  "nyxus osd window 0 2 3 10 4 1");
+    Command& window =
+        add_command(osd, "window", "Set a window, or show the latest one", "0 2 3 10 4 1");
     window
         .number("VALUES", &options->bytes, kByteRange,
                 "Index (0 to 3), column, row, width, height in cells of 16x16 pixels, 1 = shown")
@@ -277,8 +243,8 @@ void add_records(Command& osd, Arguments& arguments, const SharedOsd& options)
             }
         });
 
-    Command& colour = add_command(osd, "color", "Set the colours, or ask",
-                                  "nyxus osd color 235 128 128 16 128 128 81 90 240");
+    Command& colour =
+        add_command(osd, "color", "Set the colours, or ask", "235 128 128 16 128 128 81 90 240");
     colour
         .number("VALUES", &options->bytes, kByteRange,
                 "Y Cb Cr of text, its background and windows")
@@ -293,17 +259,14 @@ void add_records(Command& osd, Arguments& arguments, const SharedOsd& options)
 void add_osd_command(Command& app, Arguments& arguments)
 {
     const auto options = std::make_shared<OsdOptions>();
-    Command& osd =
-        add_command(app, "osd", "Text, date and windows over the video", "nyxus osd enable on");
+    Command& osd = add_command(app, "osd", "Text, date and windows over the video", "enable on");
     osd.needing_command();
-    add_toggle(osd, arguments, enable_toggle, "Show the on-screen display, or ask",
-               "nyxus osd enable on", options);
+    add_switch(osd, arguments, "enable");
     add_datetime(osd, arguments, options);
     add_string(osd, arguments, options);
     add_records(osd, arguments, options);
-    add_toggle(osd, arguments, transparent_toggle, "Let the picture shine through, or ask",
-               "nyxus osd transparent on", options);
-    Command& reset = add_command(osd, "reset", "Clear everything", "nyxus osd reset");
+    add_switch(osd, arguments, "transparent");
+    Command& reset = add_command(osd, "reset", "Clear everything", "");
     set_writing_action(reset, arguments, [](Session& session) {
         session.order("osd", "reset", "resetting the on-screen display",
                       [&] { return XU_OsdReset(session.device()); }, {.transfers = 1});

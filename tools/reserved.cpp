@@ -69,10 +69,9 @@ void add_reserved_command(Command& app, Arguments& arguments)
     const auto bytes = std::make_shared<std::vector<uint8_t>>();
     Command& command = add_command(
         app, "reserved", "Read or write the flash's reserved area, which an upgrade erases",
-        "nyxus reserved read notes.bin");
+        "read notes.bin");
     command.needing_command();
-    Command& read =
-        add_command(command, "read", "Copy the area to a file", "nyxus reserved read notes.bin");
+    Command& read = add_command(command, "read", "Copy the area to a file", "notes.bin");
     add_file(read, file.get(), "File to write; - is standard output");
     set_action(
         read, arguments, [file](Session& session) { run_read(session, *file); },
@@ -83,7 +82,7 @@ void add_reserved_command(Command& app, Arguments& arguments)
 
     Command& write = add_command(
         command, "write", "Program the area; it is not erased first, so only 1 bits become 0",
-        "nyxus reserved write notes.bin");
+        "notes.bin");
     add_file(write, file.get(), "At most 256 bytes");
     set_writing_action(
         write, arguments, [bytes](Session& session) { run_write(session, *bytes); },

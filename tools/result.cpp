@@ -4,22 +4,16 @@
 #include "failure.h"
 #include "json_text.h"
 
-#include <algorithm>
-#include <chrono>
-#include <iterator>
-
 namespace tool {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-void report(Console& console, Result& result, Clock::time_point begun)
+void report(Console& console, Result& result)
 {
-    result.seconds = std::chrono::duration<double>(Clock::now() - begun).count();
+    result.take_time();
     console.drain();
     Display& display = console.display();
-    display.set_last_line(last_line::Kind::kNone, "");
+    display.set_last_line(nullptr);
     if (display.tells_events())
         display.put_event(json_line(result));
 }
@@ -33,21 +27,17 @@ ExitCode run_with_result(Console& console, const Arguments& arguments,
         console.display().tell_events();
     if (arguments.quiet)
         console.display().be_quiet();
-    const Clock::time_point begun = Clock::now();
     Result result;
     result.outcome = Outcome::kDone;
     promise_result(console, result);
     try {
         result.exit_code = work(result);
     } catch (const Failure& failure) {
-        const bool interrupted = failure.code() == kExitInterrupted;
-        result.outcome = interrupted ? Outcome::kInterrupted : Outcome::kFailed;
-        result.exit_code = failure.code();
-        result.message = failure.text();
-        report(console, result, begun);
+        result.end(failure);
+        report(console, result);
         throw;
     }
-    report(console, result, begun);
+    report(console, result);
     return static_cast<ExitCode>(result.exit_code);
 }
 
@@ -55,11 +45,13 @@ void promise_result(Console& console, const Result& result)
 {
     if (!console.display().tells_events())
         return;
-    Members head = {{"event", "result"}};
-    std::ranges::move(json_of(result.camera), std::back_inserter(head));
-    std::string line = json_line(head);
-    line.back() = ',';
-    console.display().set_last_line(last_line::Kind::kResult, line);
+    console.display().set_last_line([result](const Failure& failure, RomContents rom) {
+        Result last = result;
+        last.end(failure);
+        last.take_time();
+        last.rom = rom;
+        return json_line(last);
+    });
 }
 
 CameraLabel label_of(const Camera& camera)

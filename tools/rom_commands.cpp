@@ -38,7 +38,7 @@ void add_upgrade(Command& app, Arguments& arguments)
 {
     Command& command =
         add_command(app, "upgrade", "Program a firmware image, read it back and compare",
-                    "nyxus upgrade camera.bin --mfi mfi.bin --serial A0001234 --reset");
+                    "camera.bin --mfi mfi.bin --serial A0001234 --reset");
     add_file(command, &arguments.file, "Firmware image");
     const Option& mfi =
         command.file("--mfi", &arguments.mfi_file, "MFi image to program beside it");
@@ -55,7 +55,7 @@ void add_recover(Command& app, Arguments& arguments)
 {
     Command& command =
         add_command(app, "recover", "Restore the firmware of a camera that runs its mask ROM",
-                    "nyxus recover -c A0001234 --reset");
+                    "-c A0001234 --reset");
     command.file("FILE", &arguments.file,
                  "Backup or image to restore; without: the camera's latest backup");
     command.flag("--force", &arguments.force, "Do it to a camera that runs fine, too");
@@ -65,8 +65,8 @@ void add_recover(Command& app, Arguments& arguments)
 
 void add_dump(Command& app, Arguments& arguments)
 {
-    Command& command = add_command(app, "dump", "Write the ROM's contents to a file",
-                                   "nyxus dump backup.bin --size 65536");
+    Command& command =
+        add_command(app, "dump", "Write the ROM's contents to a file", "backup.bin --size 65536");
     add_file(command, &arguments.file, "File to write");
     command
         .number("--size", &arguments.size_bytes, {1, kLargestRom},
@@ -77,8 +77,8 @@ void add_dump(Command& app, Arguments& arguments)
 
 void add_compare(Command& app, Arguments& arguments)
 {
-    Command& command = add_command(app, "compare", "Compare the ROM's contents with an image",
-                                   "nyxus compare camera.bin");
+    Command& command =
+        add_command(app, "compare", "Compare the ROM's contents with an image", "camera.bin");
     add_file(command, &arguments.file, "Image; its trailing 0xFF bytes are not compared");
     set_run(command, arguments, run_compare);
 }
@@ -86,7 +86,7 @@ void add_compare(Command& app, Arguments& arguments)
 void add_erase(Command& app, Arguments& arguments)
 {
     Command& command = add_command(app, "erase", "Erase the firmware of a camera with SPI flash",
-                                   "nyxus erase -c A0001234 --yes");
+                                   "-c A0001234 --yes");
     command.flag("-y,--yes", &arguments.yes, "Do not ask");
     add_dry_run(command, arguments);
     set_run(command, arguments, run_erase);
@@ -94,9 +94,8 @@ void add_erase(Command& app, Arguments& arguments)
 
 void add_reset(Command& app, Arguments& arguments)
 {
-    Command& command =
-        add_command(app, "reset", "Restart the camera's controller and wait for its return",
-                    "nyxus reset --wait 10");
+    Command& command = add_command(
+        app, "reset", "Restart the camera's controller and wait for its return", "--wait 10");
     set_run(command, arguments, run_reset);
 }
 

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "failure.h"
-#include "last_words.h"
 #include "picture.h"
 #include "text.h"
 #include "video.h"
@@ -10,6 +9,7 @@
 #include <algorithm>
 #include <cctype>
 #include <chrono>
+#include <optional>
 
 namespace tool {
 
@@ -35,36 +35,28 @@ bool names_jpeg(const std::string& file)
 
 /// Ctrl-C ends the stream, too, and not just the program in the middle of it. A fingerprint board
 /// in its snapshot mode sends one picture each time that it is asked to.
-nyxus::Result<nyxus::Frame> wait_for_frame(Session& session, nyxus::Stream& stream, uint32_t wait_s)
+nyxus::Frame wait_for_frame(Session& session, nyxus::Stream& stream, uint32_t wait_s)
 {
-    constexpr uint32_t kTick_ms = 100;
     constexpr std::chrono::seconds kTriggerInterval{1};
-    using Clock = std::chrono::steady_clock;
-    const auto end = Clock::now() + std::chrono::seconds(wait_s);
-    auto next_trigger = Clock::now() + kTriggerInterval;
-    last_words::postpone_interrupts("");
-    for (;;) {
-        auto frame = stream.next(kTick_ms);
-        if (last_words::interrupt_came())
+    std::optional<nyxus::Frame> first;
+    const auto take = [&](const nyxus::Frame& frame) {
+        first = frame;
+        return false;
+    };
+    for (uint32_t waited_s = 0; waited_s < wait_s; ++waited_s) {
+        const End end = receive(session, stream, std::chrono::steady_clock::time_point::max(),
+                                kTriggerInterval, take);
+        if (end == End::kInterrupt)
             throw Failure(kExitInterrupted, "interrupted");
-        if (frame || frame.status().code() != UVC_ERROR_TIMEOUT || Clock::now() >= end) {
-            last_words::stop_postponing();
-            return frame;
-        }
-        if (Clock::now() >= next_trigger) {
-            (void)SG_SnapshotModeTrigger(session.device());
-            next_trigger += kTriggerInterval;
-        }
+        if (end == End::kGone)
+            throw usb_failure("taking a picture", LIBUSB_ERROR_NO_DEVICE);
+        if (first)
+            return *std::move(first);
+        (void)SG_SnapshotModeTrigger(session.device());
     }
-}
-
-Failure no_frame(const nyxus::Status& status, uint32_t wait_s)
-{
-    if (status.code() == UVC_ERROR_NO_DEVICE)
-        return usb_failure("taking a picture", LIBUSB_ERROR_NO_DEVICE);
-    return {
+    throw Failure(
         kExitTimeout,
-        format("no complete frame within %u s; try a longer --wait or a smaller --size", wait_s)};
+        format("no complete frame within %u s; try a longer --wait or a smaller --size", wait_s));
 }
 
 /// What becomes of the frame: the JPEG that an MJPEG camera sends stays as it is, unless a PNG is
@@ -91,10 +83,8 @@ void run_snapshot(Session& session, const SnapshotOptions& options)
     const uint32_t wait_s = session.arguments.wait_s.value_or(kUsualWait_s);
     const Unwatched unwatched(session.console);
     nyxus::Stream stream = start_stream(session, format);
-    const auto frame = wait_for_frame(session, stream, wait_s);
-    if (!frame)
-        throw no_frame(frame.status(), wait_s);
-    const std::vector<uint8_t> file = file_of(*frame, options.file);
+    const std::vector<uint8_t> file =
+        file_of(wait_for_frame(session, stream, wait_s), options.file);
     stream.stop();
     write_file(options.file, file);
     session.print({{"snapshot", options.file}, {"width", format.width}, {"height", format.height}});
@@ -105,8 +95,8 @@ void run_snapshot(Session& session, const SnapshotOptions& options)
 void add_snapshot_command(Command& app, Arguments& arguments)
 {
     const auto options = std::make_shared<SnapshotOptions>();
-    Command& command = add_command(app, "snapshot", "Save a picture as PNG, or as JPEG as it comes",
-                                   "nyxus snapshot shot.png");
+    Command& command =
+        add_command(app, "snapshot", "Save a picture as PNG, or as JPEG as it comes", "shot.png");
     add_file(command, &options->file, "File to write; .jpg takes an MJPEG camera's own");
     add_video_options(command, options->video);
     set_action(

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "failure.h"
-#include "last_words.h"
 #include "text.h"
 #include "video.h"
 
@@ -52,35 +51,6 @@ struct Reception {
     }
 };
 
-enum class End { kReached, kSilence, kGone, kInterrupt };
-
-/// Until the end that the user has set, by the command line or an interrupt; a second interrupt
-/// ends the program.
-End receive_until_end(nyxus::Stream& stream, const StreamOptions& options, Reception& reception)
-{
-    constexpr std::chrono::seconds kPatience{5};
-    constexpr uint32_t kTick_ms = 100; // nothing wakes us for an interrupt
-    const auto end = options.seconds != 0 ? Clock::now() + std::chrono::seconds(options.seconds)
-                                          : Clock::time_point::max();
-    auto silent_since = Clock::now();
-    while (reception.raw && (options.count == 0 || reception.frames < options.count)) {
-        const auto frame = stream.next(kTick_ms);
-        if (last_words::interrupt_came())
-            return End::kInterrupt;
-        if (Clock::now() >= end)
-            return End::kReached;
-        if (frame) {
-            reception.take(*frame);
-            silent_since = Clock::now();
-        } else if (frame.status().code() == UVC_ERROR_NO_DEVICE) {
-            return End::kGone;
-        } else if (Clock::now() - silent_since >= kPatience) {
-            return End::kSilence;
-        }
-    }
-    return End::kReached;
-}
-
 End receive(Session& session, const StreamOptions& options, Reception& reception)
 {
     const Unwatched unwatched(session.console);
@@ -90,10 +60,13 @@ End receive(Session& session, const StreamOptions& options, Reception& reception
         if (!reception.raw)
             throw Failure(kExitFailure, "cannot write " + in_quotes(options.raw_file));
     }
-    last_words::postpone_interrupts("");
-    const End end = receive_until_end(stream, options, reception);
-    last_words::stop_postponing();
-    return end;
+    const auto end = options.seconds != 0 ? Clock::now() + std::chrono::seconds(options.seconds)
+                                          : Clock::time_point::max();
+    constexpr std::chrono::seconds kPatience{5};
+    return tool::receive(session, stream, end, kPatience, [&](const nyxus::Frame& frame) {
+        reception.take(frame);
+        return reception.raw && reception.frames != options.count;
+    });
 }
 
 Failure end_failure(End end, bool has_frames)
@@ -133,8 +106,8 @@ void add_stream_command(Command& app, Arguments& arguments)
     constexpr uint32_t kMost = 1'000'000'000;
     constexpr uint32_t kMost_s = 1'000'000;
     const auto options = std::make_shared<StreamOptions>();
-    Command& command = add_command(app, "stream", "Receive video and measure it",
-                                   "nyxus stream --count 100 --raw video.yuyv");
+    Command& command =
+        add_command(app, "stream", "Receive video and measure it", "--count 100 --raw video.yuyv");
     add_video_options(command, options->video);
     add_number(command, "--count", &options->count, 1, kMost, "Frames to receive");
     add_number(command, "--seconds", &options->seconds, 1, kMost_s, "Stop after seconds");

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
@@ -31,6 +32,7 @@ public:
     Value(unsigned number);
     Value(uint64_t number);
     Value(double number);
+    Value(const std::optional<uint32_t>& number); ///< nothing, or the number
     Value(const char* text);
     Value(std::string text);
     Value(Bytes bytes);
@@ -46,6 +48,7 @@ public:
     ~Value();
 
     const Content& content() const { return content_; }
+    bool is_nothing() const { return content_.index() == 0; }
 
 private:
     Content content_;

@@ -10,6 +10,8 @@
 
 namespace tool {
 
+using Clock = std::chrono::steady_clock;
+
 static bool parse_size(const std::string& text, uint32_t& width, uint32_t& height)
 {
     constexpr uint32_t kMost = 8192;
@@ -81,6 +83,36 @@ nyxus::VideoFormat video_format(Session& session, const VideoOptions& options)
     format.fps = options.frames_per_s;
     parse_size(options.size, format.width, format.height);
     return format;
+}
+
+static End take_frames(nyxus::Stream& stream, const std::stop_source& interrupt,
+                       Clock::time_point end, std::chrono::seconds patience,
+                       const std::function<bool(const nyxus::Frame&)>& take)
+{
+    constexpr uint32_t kTick_ms = 100; // nothing wakes us for an interrupt
+    for (auto silent_since = Clock::now(); Clock::now() - silent_since < patience;) {
+        const auto frame = stream.next(kTick_ms);
+        if (interrupt.stop_requested())
+            return End::kInterrupt;
+        if (Clock::now() >= end || (frame && !take(*frame)))
+            return End::kReached;
+        if (!frame && frame.status().code() == UVC_ERROR_NO_DEVICE)
+            return End::kGone;
+        if (frame)
+            silent_since = Clock::now();
+    }
+    return End::kSilence;
+}
+
+End receive(Session& session, nyxus::Stream& stream, Clock::time_point end,
+            std::chrono::seconds patience, const std::function<bool(const nyxus::Frame&)>& take)
+{
+    const std::stop_source interrupt;
+    session.console.interrupts().postpone("", interrupt);
+    const End how = take_frames(stream, interrupt, end, patience, take);
+    if (how != End::kInterrupt)
+        session.console.interrupts().stop_postponing();
+    return how;
 }
 
 static Failure start_failure(const nyxus::VideoFormat& format, const nyxus::Status& status)

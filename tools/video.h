@@ -3,6 +3,7 @@
 
 #include "feature.h"
 
+#include <chrono>
 #include <nyxus/cpp/video.hpp>
 
 // What the commands share that receive video.
@@ -23,6 +24,14 @@ std::vector<NyStreamFormat> list_formats(Session& session);
 
 /// What to ask the camera for. A Failure when it does not have the format.
 nyxus::VideoFormat video_format(Session& session, const VideoOptions& options);
+/// Why no more frames are taken.
+enum class End { kReached, kSilence, kGone, kInterrupt };
+
+/// Takes frames while `take` wants more, until `end` or until none has come for `patience`. An
+/// interrupt ends that, too; a second one ends the program.
+End receive(Session& session, nyxus::Stream& stream, std::chrono::steady_clock::time_point end,
+            std::chrono::seconds patience, const std::function<bool(const nyxus::Frame&)>& take);
+
 /// Starts it, or says why the camera or the kernel does not.
 nyxus::Stream start_stream(Session& session, const nyxus::VideoFormat& format);
 
