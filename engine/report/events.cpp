@@ -6,9 +6,8 @@ namespace nyxus::engine {
 const char* to_text(Phase phase)
 {
     constexpr const char* kTexts[] = {
-        "reading",   "unlocking", "erasing",       "programming",
-        "locking",   "verifying", "verifying MFi", "waiting for the camera",
-        "restarting"};
+        "reading", "reading again", "unlocking",     "erasing",                "programming",
+        "locking", "verifying",     "verifying MFi", "waiting for the camera", "restarting"};
     return kTexts[static_cast<size_t>(phase)];
 }
 

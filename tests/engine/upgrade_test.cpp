@@ -42,6 +42,23 @@ std::vector<sim::Transfer> sent_by_library(const sim::CameraModel& model,
     return simulated.sim().transfers();
 }
 
+/// What is read first, to see what has to be kept, changes nothing; an upgrade that keeps nothing
+/// consists of the rest.
+std::vector<sim::Transfer> without_reading(std::vector<sim::Transfer> sent, size_t rest)
+{
+    const auto begin = sent.end() - static_cast<ptrdiff_t>(std::min(rest, sent.size()));
+    for (auto transfer = sent.begin(); transfer != begin; ++transfer) {
+        const sim::Setup setup = sim::Setup::from_wire(transfer->setup);
+        const bool reads = setup.selector() == ZRV_XU_EXT_ROM
+                               ? setup.request == UVC_GET_CUR || (transfer->data[0] & 0xC0) == 0
+                               : setup.selector() == ZRV_XU_Read_EXT_ROM_512 ||
+                                     setup.selector() == ZRV_XU_FLASH_BLOCK ||
+                                     setup.request == UVC_GET_CUR;
+        EXPECT_TRUE(reads) << "control " << int{setup.selector()};
+    }
+    return {begin, sent.end()};
+}
+
 TEST(EngineUpgrade, SendsWhatTheLibrarysSendsAndPrintsNothing)
 {
     for (const sim::CameraModel& model : all_models()) {
@@ -57,7 +74,7 @@ TEST(EngineUpgrade, SendsWhatTheLibrarysSendsAndPrintsNothing)
             EXPECT_TRUE(report.status) << model.name << report.status.text();
             EXPECT_EQ(report.rom, RomContents::kUnverified);
             EXPECT_GT(expected.size(), 100u) << model.name;
-            const auto sent = bench.simulated.sim().transfers();
+            const auto sent = without_reading(bench.simulated.sim().transfers(), expected.size());
             EXPECT_TRUE(sent == expected)
                 << model.name << ": " << sent.size() << " transfers, not " << expected.size();
             EXPECT_EQ(bench.simulated.printed(), "") << model.name;
@@ -81,8 +98,8 @@ TEST(EngineUpgrade, GoesThroughItsPhasesAndLeavesTheImages)
                   copy(images.mfi->bytes()));
         EXPECT_EQ(bench.listener.phases(),
                   camera.has_spi_flash()
-                      ? "reading unlocking erasing programming locking verifying verifying MFi"
-                      : "reading unlocking programming locking verifying verifying MFi");
+                      ? "reading reading again unlocking erasing programming locking verifying verifying MFi"
+                      : "reading reading again unlocking programming locking verifying verifying MFi");
         for (const engine::Event& event : bench.listener.events)
             EXPECT_TRUE(event.kind != Kind::kEnds || event.done == event.total);
         auto kept = *engine::load_image(report.backup, 0x10000);
@@ -172,15 +189,15 @@ TEST(EngineUpgrade, StopsWhereItDoesNoHarm)
         {Kind::kAdvances, Phase::kReading, RomContents::kUnchanged, false, "reading (reading)"},
         {Kind::kEnds, Phase::kReading, RomContents::kUnchanged, false, "reading"},
         {Kind::kBegins, Phase::kUnlocking, RomContents::kUnverified, true,
-         "reading unlocking erasing programming locking"},
+         "reading reading again unlocking erasing programming locking"},
         {Kind::kBegins, Phase::kErasing, RomContents::kUnverified, true,
-         "reading unlocking erasing programming locking"},
+         "reading reading again unlocking erasing programming locking"},
         {Kind::kAdvances, Phase::kProgramming, RomContents::kUnverified, true,
-         "reading unlocking erasing programming locking"},
+         "reading reading again unlocking erasing programming locking"},
         {Kind::kEnds, Phase::kLocking, RomContents::kUnverified, true,
-         "reading unlocking erasing programming locking"},
+         "reading reading again unlocking erasing programming locking"},
         {Kind::kAdvances, Phase::kVerifying, RomContents::kUnverified, false,
-         "reading unlocking erasing programming locking verifying (verifying)"},
+         "reading reading again unlocking erasing programming locking verifying (verifying)"},
     };
     for (const auto& c : cases) {
         Bench bench{models::kRowan};
@@ -238,8 +255,6 @@ TEST(EngineUpgrade, APlanCountsWhatItSends)
         engine::Cost cost;
         for (const engine::Step& step : plan.steps)
             cost += engine::cost_of(camera, step);
-        EXPECT_EQ(plan.reserved_area, camera.has_spi_flash() ? engine::ReservedArea::kErasedIfUsed
-                                                             : engine::ReservedArea::kKept);
         bench.simulated.listen();
         const uint64_t begun_us = bench.simulated.time().now_us();
         ASSERT_TRUE(bench.upgrade(camera, images).status) << model;
