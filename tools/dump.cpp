@@ -38,8 +38,7 @@ ExitCode run_dump(Console& console, const Arguments& arguments)
         promise_result(console, result);
         const uint32_t size = dump_size(camera, arguments);
         Follower follower(console, arguments);
-        const auto contents =
-            value_of(engine::read_rom_twice(camera, 0, size, follower.caller()));
+        const auto contents = value_of(engine::read_rom_twice(camera, 0, size, follower.caller()));
         write_file(arguments.file, contents);
         result.message = format("wrote %u bytes to ", size) + in_quotes(arguments.file);
         console.display().say(result.message);

@@ -23,7 +23,8 @@ bool is_shown(engine::Phase phase);
 /// once. It outlives the engine's work.
 class Follower {
 public:
-    Follower(Console& console, const Arguments& /*arguments*/, Consequence consequence = consequence_of)
+    Follower(Console& console, const Arguments& /*arguments*/,
+             Consequence consequence = consequence_of)
         : console_(console), consequence_(consequence)
     {
     }

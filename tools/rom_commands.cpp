@@ -15,9 +15,10 @@ void add_programming(Command& command, Arguments& arguments)
     add_choice(command, "--eeprom", &arguments.eeprom_kib, {"4", "8", "16", "32"},
                "The ROM is an EEPROM of 4, 8, 16 or 32 KiB; needed when it is blank")
         .shown_as("KIB");
-    add_choice(command, "--keep", &arguments.keep, {"first64k", "whole"},
-               "What of a flash is kept beside the image: of its first 64 KiB, which is all that the "
-               "controller uses, or of the whole part [first64k]")
+    add_choice(
+        command, "--keep", &arguments.keep, {"first64k", "whole"},
+        "What of a flash is kept beside the image: of its first 64 KiB, which is all that the "
+        "controller uses, or of the whole part [first64k]")
         .shown_as("AREA");
     add_choice(command, "--discard", &arguments.discard, {"mfi", "reserved", "mfi,reserved"},
                "Do not keep a flash's MFi image, or its reserved area")

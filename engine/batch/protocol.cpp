@@ -12,9 +12,9 @@ using Json = nlohmann::json;
 namespace {
 
 // In the order of their values.
-constexpr const char* kKinds[] = {"begins",  "advances",       "ends",          "abandoned",
-                                  "outlook", "stop-postponed", "read-again", "kept",
-                                  "not-kept", "backup", "lost",    "retries"};
+constexpr const char* kKinds[] = {"begins",   "advances",       "ends",       "abandoned",
+                                  "outlook",  "stop-postponed", "read-again", "kept",
+                                  "not-kept", "backup",         "lost",       "retries"};
 constexpr const char* kReasons[] = {"none",
                                     "other",
                                     "stopped",

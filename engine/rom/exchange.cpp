@@ -105,8 +105,8 @@ Status fetch(Camera& camera, const std::string& doing, Frame& frame, size_t need
                                               fetched, needed));
     }
     AddressEcho& echo = frame.selector == ZRV_XU_EXT_ROM ? camera.narrow_echo : camera.wide_echo;
-    const bool repeats = std::equal(answer.begin(), answer.begin() + frame.header_bytes,
-                                    frame.bytes.begin());
+    const bool repeats =
+        std::equal(answer.begin(), answer.begin() + frame.header_bytes, frame.bytes.begin());
     if (!echo.accepts(repeats))
         return unreliable(doing, "the camera answered another request");
     frame.bytes.swap(answer);
@@ -164,8 +164,7 @@ Status select_block(const Reading& reading, uint32_t address)
 
 void tell_read_again(const Reading& reading, const Status& why)
 {
-    tell(reading.caller,
-         {.kind = Event::Kind::kReadAgain, .phase = reading.phase, .status = why});
+    tell(reading.caller, {.kind = Event::Kind::kReadAgain, .phase = reading.phase, .status = why});
 }
 
 std::string reading_failed(Phase phase, uint32_t address)

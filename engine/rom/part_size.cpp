@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <nyxus/engine/rom.hpp>
 #include <algorithm>
+#include <nyxus/engine/rom.hpp>
 #include <span>
 
 namespace nyxus::engine {

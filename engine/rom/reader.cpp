@@ -27,8 +27,8 @@ Status read_narrow(const Reading& reading, uint32_t address, Slice out)
 {
     const Width width = narrow_width(reading.camera);
     for (size_t done = 0; done < out.size(); done += static_cast<size_t>(width)) {
-        const Slice piece = out.subspan(done, std::min<size_t>(static_cast<size_t>(width),
-                                                              out.size() - done));
+        const Slice piece =
+            out.subspan(done, std::min<size_t>(static_cast<size_t>(width), out.size() - done));
         if (Status read = exchange(reading, width, address + static_cast<uint32_t>(done), piece);
             !read)
             return read;
@@ -88,15 +88,14 @@ template <typename Advance>
 Status read_range(const Reading& reading, uint32_t address, Slice out, const Advance& advance)
 {
     bool wide = can_read_wide(reading.camera);
-    return walk_and_return(reading, address, static_cast<uint32_t>(out.size()),
-                           wide ? kWideSlice : kNarrowSlice,
-                           [&](uint32_t at, uint32_t done, uint32_t slice) {
-                               Status read =
-                                   read_widest(reading, wide, at, out.subspan(done, slice));
-                               if (read)
-                                   advance(slice);
-                               return read;
-                           });
+    return walk_and_return(
+        reading, address, static_cast<uint32_t>(out.size()), wide ? kWideSlice : kNarrowSlice,
+        [&](uint32_t at, uint32_t done, uint32_t slice) {
+            Status read = read_widest(reading, wide, at, out.subspan(done, slice));
+            if (read)
+                advance(slice);
+            return read;
+        });
 }
 
 /// Two readings of a slice that have differed, until two new ones are equal.
@@ -146,17 +145,17 @@ Status confirm_rom(Camera& camera, uint32_t address, std::vector<uint8_t>& bytes
     const auto size = static_cast<uint32_t>(bytes.size());
     PhaseScope scope(caller, Phase::kReadingAgain, size);
     std::vector<uint8_t> second(kNarrowSlice);
-    Status read = walk_and_return(
-        reading, address, size, kNarrowSlice, [&](uint32_t at, uint32_t done, uint32_t slice) {
-            const Slice first = Slice(bytes).subspan(done, slice);
-            const Slice again = Slice(second).first(slice);
-            Status same = read_narrow(reading, at, again);
-            if (same && !std::ranges::equal(first, again))
-                same = settle(reading, at, first);
-            if (same)
-                scope.advance(slice);
-            return same;
-        });
+    Status read = walk_and_return(reading, address, size, kNarrowSlice,
+                                  [&](uint32_t at, uint32_t done, uint32_t slice) {
+                                      const Slice first = Slice(bytes).subspan(done, slice);
+                                      const Slice again = Slice(second).first(slice);
+                                      Status same = read_narrow(reading, at, again);
+                                      if (same && !std::ranges::equal(first, again))
+                                          same = settle(reading, at, first);
+                                      if (same)
+                                          scope.advance(slice);
+                                      return same;
+                                  });
     if (read)
         scope.end();
     return read;
@@ -188,9 +187,8 @@ Result<std::vector<uint8_t>> read_back(Camera& camera, uint32_t address, Bytes e
             --end;
         const auto begin = static_cast<size_t>(first - bytes->begin());
         const uint32_t from = address + static_cast<uint32_t>(begin);
-        tell_read_again(reading,
-                        {Reason::kMismatch,
-                         text::format("%zu bytes from 0x%04X differ", end - begin, from)});
+        tell_read_again(reading, {Reason::kMismatch,
+                                  text::format("%zu bytes from 0x%04X differ", end - begin, from)});
         const Slice different = Slice(*bytes).subspan(begin, end - begin);
         if (Status read = read_range(reading, from, different, [](uint32_t) {}); !read)
             return read;

@@ -130,12 +130,12 @@ Status verify(const Task& task, const Step& step)
         return {};
     task.report.rom = RomContents::kIncomplete;
     const size_t first = difference.first_offsets.front();
-    return {Reason::kMismatch,
-            text::format("the ROM does not hold what was written: %zu of %u bytes differ, the "
-                         "first one at 0x%04zX (ROM %02X, %s %02X)",
-                         difference.count, step.size, step.address + first, (*read)[first],
-                         step.action == Action::kReadBackKept ? "before" : "image",
-                         step.data[first])};
+    return {
+        Reason::kMismatch,
+        text::format("the ROM does not hold what was written: %zu of %u bytes differ, the "
+                     "first one at 0x%04zX (ROM %02X, %s %02X)",
+                     difference.count, step.size, step.address + first, (*read)[first],
+                     step.action == Action::kReadBackKept ? "before" : "image", step.data[first])};
 }
 
 Status program_and_verify(const Task& task, const Plan& plan)

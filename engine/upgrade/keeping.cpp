@@ -121,10 +121,7 @@ private:
             plan_.replaced.push_back({name, range.begin, range.size()});
     }
 
-    Range within(Range range) const
-    {
-        return common(range, {0, size_of(before_)});
-    }
+    Range within(Range range) const { return common(range, {0, size_of(before_)}); }
 
     /// What stands behind the former firmware and is none of it.
     void sort(const char* name, Range range, bool discard)
@@ -146,7 +143,8 @@ private:
     {
         const Bytes firmware = images_.firmware.bytes();
         const Range used = pages_with_data(before_, range);
-        if (used.size() > 0 && find_difference(bytes_in(before_, used), bytes_in(firmware, used)).count > 0)
+        if (used.size() > 0 &&
+            find_difference(bytes_in(before_, used), bytes_in(firmware, used)).count > 0)
             plan_.lost.push_back({name, used.begin, used.size(), {}, "the image overwrites it"});
     }
 

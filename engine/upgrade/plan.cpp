@@ -11,8 +11,9 @@ namespace nyxus::engine {
 const char* to_text(Action action)
 {
     constexpr const char* kTexts[] = {
-        "read",       "read again",   "back up", "unlock",    "erase",     "write MFi image", "write firmware",
-        "write back", "write header", "lock",    "read back", "read back", "read back",       "restart"};
+        "read",           "read again", "back up",      "unlock", "erase",     "write MFi image",
+        "write firmware", "write back", "write header", "lock",   "read back", "read back",
+        "read back",      "restart"};
     return kTexts[static_cast<size_t>(action)];
 }
 
@@ -94,8 +95,7 @@ static void add_writing(const Camera& camera, const Images& images, Plan& plan)
     if (camera.has_spi_flash())
         plan.steps.push_back({Action::kErase});
     if (images.mfi) {
-        plan.steps.push_back(
-            data_step(Action::kWriteMfi, NYXUS_MFI_ROM_ADDR, images.mfi->bytes()));
+        plan.steps.push_back(data_step(Action::kWriteMfi, NYXUS_MFI_ROM_ADDR, images.mfi->bytes()));
     }
     plan.steps.push_back(data_step(Action::kWriteFirmware, kHeader, firmware.subspan(kHeader)));
     for (const Part& part : plan.kept)

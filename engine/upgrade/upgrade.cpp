@@ -38,8 +38,8 @@ Status back_up(const Task& task, Bytes before)
 
 Status read_again(const Task& task, const Plan& plan, std::vector<uint8_t>& before)
 {
-    const bool planned = std::ranges::find(plan.steps, Action::kReadAgain, &Step::action) !=
-                         plan.steps.end();
+    const bool planned =
+        std::ranges::find(plan.steps, Action::kReadAgain, &Step::action) != plan.steps.end();
     return planned ? confirm_rom(task.camera, 0, before, task.caller) : Status();
 }
 

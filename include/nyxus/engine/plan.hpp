@@ -66,7 +66,7 @@ struct Part {
     const char* name;
     uint32_t address = 0;
     uint32_t size = 0;
-    Bytes data = {};       ///< of what is kept
+    Bytes data = {};      ///< of what is kept
     const char* why = ""; ///< of what is not
 };
 /// "MFi image (312 bytes from 0x6000)", ": " and why.

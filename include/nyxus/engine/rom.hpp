@@ -50,7 +50,8 @@ NYXUS_ENGINE_API Result<std::vector<uint8_t>> read_back(Camera& camera, uint32_t
                                                         Bytes expected, const Caller& caller,
                                                         Phase phase = Phase::kReading);
 
-/// Whether read_rom() reads by 512 bytes, as long as the camera answers well. Blocks for a transfer.
+/// Whether read_rom() reads by 512 bytes, as long as the camera answers well. Blocks for a
+/// transfer.
 NYXUS_ENGINE_API bool can_read_wide(Camera& camera);
 
 /// Where two byte ranges differ, as far as both go.
