@@ -27,8 +27,9 @@ bool selects_blocks(const Camera& camera)
 
 uint32_t part_bytes(const Camera& camera)
 {
-    return camera.has_spi_flash() ? std::max(kRomBlock, flash_bytes(camera.device()->oFlashInfo))
-                                  : camera.rom_size();
+    const NyFlashInfo& part = camera.device()->oFlashInfo;
+    const bool known = camera.has_spi_flash() && part.szName[0] != '\0';
+    return known ? flash_bytes(part) : camera.rom_size();
 }
 
 uint32_t readable_bytes(const Camera& camera)

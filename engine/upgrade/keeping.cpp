@@ -82,11 +82,21 @@ uint32_t end_of_firmware(Bytes rom)
     return end;
 }
 
+/// A part of 32 KiB holds nothing else behind them: it is read from its start again.
+Bytes within_part(const Camera& camera, Bytes rom)
+{
+    return rom.subspan(0, std::min<size_t>(rom.size(), part_bytes(camera)));
+}
+
 class Sorting {
 public:
     Sorting(const Camera& camera, const Images& images, const UpgradeOptions& options, Bytes before,
             Plan& plan)
-        : camera_(camera), images_(images), options_(options), before_(before), plan_(plan)
+        : camera_(camera),
+          images_(images),
+          options_(options),
+          before_(within_part(camera, before)),
+          plan_(plan)
     {
     }
 

@@ -56,13 +56,16 @@ Status do_upgrade(const Task& task)
             return read.status();
         before = *std::move(read);
     }
-    if (!task.options.always && is_up_to_date(plan(), before)) {
+    const auto is_done = [&] { return !task.options.always && is_up_to_date(plan(), before); };
+    if (!is_done()) {
+        if (Status same = read_again(task, plan(), before); !same)
+            return same;
+    }
+    if (is_done()) { // perhaps only the second reading has said so
         task.report.up_to_date = true;
         task.report.rom = RomContents::kNew;
         return {};
     }
-    if (Status same = read_again(task, plan(), before); !same)
-        return same;
     const Plan sure = plan();
     tell_what_stays(task, sure);
     if (Status kept = back_up(task, before); !kept)

@@ -104,6 +104,8 @@ TEST(EngineKeeping, ThePlanNamesWhatIsKeptReplacedAndLost)
 {
     const sim::CameraModel& rowan = *sim::find_model(models::kRowan);
     const sim::CameraModel& hawthorn = *sim::find_model(models::kHawthorn);
+    sim::CameraModel fi2 = *sim::find_model(models::kFi2); // which selects no blocks
+    fi2.flash = rowan.flash;
     const struct {
         const sim::CameraModel& model;
         uint32_t former;
@@ -112,6 +114,7 @@ TEST(EngineKeeping, ThePlanNamesWhatIsKeptReplacedAndLost)
         const char* kept;
         const char* replaced;
         const char* lost;
+        const char* unreachable = "";
     } cases[] = {
         {rowan,
          0x5A3C,
@@ -150,6 +153,15 @@ TEST(EngineKeeping, ThePlanNamesWhatIsKeptReplacedAndLost)
          "firmware (24576 bytes from 0x0000)",
          "MFi image (256 bytes from 0x6000): it is not wanted, reserved area (256 bytes from "
          "0x7F00): it is not wanted"},
+        {fi2,
+         0x5A3C,
+         0x1000,
+         {.keep = engine::Keep::kWhole, .discard = {true, true}},
+         "other data (256 bytes from 0x7100), other data (13312 bytes from 0x9000)",
+         "firmware (23296 bytes from 0x0000)",
+         "MFi image (256 bytes from 0x6000): it is not wanted, reserved area (256 bytes from "
+         "0x7F00): it is not wanted",
+         "what else the flash holds (65536 bytes from 0x10000): the camera cannot be asked for it"},
         {hawthorn, 0x2000, 0x1000, {}, "", "firmware (8192 bytes from 0x0000)", ""},
         {hawthorn,
          0x2000,
@@ -161,7 +173,7 @@ TEST(EngineKeeping, ThePlanNamesWhatIsKeptReplacedAndLost)
     };
     for (const auto& c : cases) {
         const Contents before = full_rom(c.model, c.former);
-        Bench bench{c.model.name, before};
+        Bench bench{c.model, before};
         engine::Camera camera = bench.open();
         const engine::Images images{*engine::Firmware::from(image_bytes(c.model, c.image))};
         const nyxus::Bytes read = nyxus::Bytes(before).subspan(
@@ -170,7 +182,7 @@ TEST(EngineKeeping, ThePlanNamesWhatIsKeptReplacedAndLost)
         EXPECT_EQ(names(plan.kept), c.kept);
         EXPECT_EQ(names(plan.replaced), c.replaced);
         EXPECT_EQ(names(plan.lost), c.lost);
-        EXPECT_EQ(names(plan.unreachable), "");
+        EXPECT_EQ(names(plan.unreachable), c.unreachable);
     }
 }
 
@@ -184,6 +196,24 @@ TEST(EngineKeeping, TheRestOfTheFormerFirmwareIsNotKept)
     ASSERT_TRUE(bench.upgrade(camera, images).status);
     EXPECT_FALSE(bench.listener.has(Kind::kKept));
     EXPECT_TRUE(engine::is_blank(bench.simulated.rom(4096, 0xF000)));
+}
+
+// Addresses wrap in a part of 32 KiB; what is read behind its end is no other data.
+TEST(EngineKeeping, NothingLiesBehindTheEndOfAPart)
+{
+    sim::CameraModel model = *sim::find_model(models::kRowan);
+    model.flash.name = "ISSI Pm25LD025C";
+    model.flash.id = {0x7F, 0x9D, 0x2F};
+    model.flash.size_bytes = 0x8000;
+    Bench bench{model, full_rom(model)};
+    engine::Camera camera = bench.open();
+    ASSERT_EQ(engine::part_bytes(camera), 0x8000u);
+    const Contents once = full_rom(model);
+    Contents before = once;
+    before.insert(before.end(), once.begin(), once.end());
+    const engine::Images images{*engine::Firmware::from(image_bytes(model, 4096))};
+    for (const engine::Part& part : engine::plan_upgrade(camera, images, {}, before).kept)
+        EXPECT_LE(part.address + part.size, 0x8000u);
 }
 
 TEST(EngineKeeping, WhatIsKeptIsVerifiedAndStandsBeforeTheHeaderDoes)
