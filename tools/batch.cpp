@@ -115,6 +115,13 @@ private:
         Job& job = jobs_[camera];
         if (event.kind == Kind::kStopPostponed) {
             remark(job, "interrupted: the ROM is completed first");
+        } else if (event.kind == Kind::kReadAgain) {
+            remark(job, "read once more: " + event.status.text());
+        } else if (event.kind == Kind::kKept) {
+            remark(job, "kept: " + event.text);
+        } else if (event.kind == Kind::kNotKept) {
+            if (!arguments_.quiet)
+                view_->note(job, "lost: " + event.text);
         } else if (event.kind == Kind::kLost) {
             remark(job, event.status.text(advice_after(event.rom)));
         } else if (event.kind == Kind::kBegins && is_shown(event.phase)) {

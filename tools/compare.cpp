@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "commands.h"
+#include "failure.h"
+#include "follower.h"
 #include "programming.h"
 #include "result.h"
 #include "text.h"
@@ -31,7 +33,8 @@ ExitCode compare(Console& console, const Arguments& arguments, Result& result)
                                       image.size(), camera.rom_size()));
         image.resize(camera.rom_size());
     }
-    const std::vector<uint8_t> rom = read_rom(console, arguments, camera, image.size());
+    Follower follower(console, arguments);
+    const auto rom = value_of(engine::read_back(camera, 0, image, follower.caller()));
 
     const engine::Difference difference = engine::find_difference(rom, image);
     const bool equal = difference.count == 0 && fits;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "commands.h"
 #include "failure.h"
+#include "follower.h"
 #include "programming.h"
 #include "result.h"
 #include "text.h"
@@ -36,7 +37,8 @@ ExitCode run_dump(Console& console, const Arguments& arguments)
         result.camera = label_of(camera);
         promise_result(console, result);
         const uint32_t size = dump_size(camera, arguments);
-        const std::vector<uint8_t> contents = read_rom(console, arguments, camera, size);
+        Follower follower(console, arguments);
+        const auto contents = value_of(engine::read_rom_twice(camera, 0, size, follower.caller()));
         write_file(arguments.file, contents);
         result.message = format("wrote %u bytes to ", size) + in_quotes(arguments.file);
         console.display().say(result.message);

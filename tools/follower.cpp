@@ -87,8 +87,14 @@ void Follower::hear(const engine::Event& event)
         case Kind::kOutlook:
             prepare_for_interrupts(event);
             break;
-        case Kind::kReservedArea:
-            display.note(reserved_area_remark(event.certain, arguments_));
+        case Kind::kReadAgain:
+            display.note("read once more: " + event.status.text());
+            break;
+        case Kind::kKept:
+            display.note("kept: " + event.text);
+            break;
+        case Kind::kNotKept:
+            display.note("lost: " + event.text);
             break;
         case Kind::kBackup:
             display.note("backup of the ROM: " + event.text);

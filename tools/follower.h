@@ -25,8 +25,9 @@ bool is_shown(engine::Phase phase);
 /// once. It outlives the engine's work.
 class Follower {
 public:
-    Follower(Console& console, const Arguments& arguments, Consequence consequence = consequence_of)
-        : console_(console), arguments_(arguments), consequence_(consequence)
+    Follower(Console& console, const Arguments& /*arguments*/,
+             Consequence consequence = consequence_of)
+        : console_(console), consequence_(consequence)
     {
     }
 
@@ -38,7 +39,6 @@ private:
     void prepare_for_interrupts(const engine::Event& event);
 
     Console& console_;
-    const Arguments& arguments_;
     const Consequence consequence_;
     std::stop_source stop_;
 };

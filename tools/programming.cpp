@@ -7,8 +7,6 @@
 #include "result.h"
 #include "text.h"
 
-#include <nyxus/rom.h>
-
 namespace tool {
 
 namespace {
@@ -17,6 +15,26 @@ std::string line_of(const engine::Step& step)
 {
     return std::string("\n  ") + to_text(step.action) +
            (step.size == 0 ? "" : format(": %u bytes from 0x%04X", step.size, step.address));
+}
+
+std::string lines_of(const char* title, const std::vector<engine::Part>& parts)
+{
+    std::string text;
+    for (const engine::Part& part : parts)
+        text += std::string("\n") + title + ": " + to_text(part);
+    return text;
+}
+
+Value::List json_of(const std::vector<engine::Part>& parts)
+{
+    Value::List list;
+    for (const engine::Part& part : parts) {
+        Members members = {{"part", part.name}, {"address", part.address}, {"bytes", part.size}};
+        if (*part.why != '\0')
+            members.push_back({"why", part.why});
+        list.emplace_back(members);
+    }
+    return list;
 }
 
 Members json_of(const engine::Step& step)
@@ -44,7 +62,11 @@ engine::UpgradeOptions upgrade_options(const Arguments& arguments)
     return {.always = arguments.force,
             .backup = !arguments.skip_backup,
             .verify = !arguments.skip_verify,
-            .wait_s = arguments.return_wait_s()};
+            .wait_s = arguments.return_wait_s(),
+            .keep = arguments.keep == to_text(engine::Keep::kWhole) ? engine::Keep::kWhole
+                                                                    : engine::Keep::kFirst64K,
+            .discard = {.mfi = arguments.discard.starts_with("mfi"),
+                        .reserved = arguments.discard.ends_with("reserved")}};
 }
 
 std::string what_is_done(const Arguments& arguments, const engine::Images& images)
@@ -54,11 +76,14 @@ std::string what_is_done(const Arguments& arguments, const engine::Images& image
            (arguments.skip_verify ? ", not read back" : ", read back and equal");
 }
 
-std::vector<uint8_t> read_rom(Console& console, const Arguments& arguments, Camera& camera,
-                              size_t size)
+std::vector<uint8_t> read_before(Console& console, const Arguments& arguments, Camera& camera,
+                                 const engine::UpgradeOptions& options)
 {
+    const uint32_t size = bytes_before(camera, options);
+    if (size == 0)
+        return {};
     Follower follower(console, arguments);
-    return value_of(engine::read_rom(camera, 0, static_cast<uint32_t>(size), follower.caller()));
+    return value_of(engine::read_rom(camera, 0, size, follower.caller()));
 }
 
 bool program(Console& console, Camera& camera, const Arguments& arguments,
@@ -94,21 +119,14 @@ void print_plan(Console& console, const Arguments& arguments, Camera& camera,
     }
     Members values = json_of(label_of(camera));
     values.push_back({"steps", steps});
-    if (plan.reserved_area != engine::ReservedArea::kKept) {
-        const bool certain = plan.reserved_area == engine::ReservedArea::kErased;
-        const std::string remark = reserved_area_remark(certain, arguments);
-        text += "\n" + remark;
-        values.push_back({"remark", remark});
-    }
+    text += lines_of("kept", plan.kept) + lines_of("replaced", plan.replaced) +
+            lines_of("lost", plan.lost) + lines_of("lost", plan.unreachable);
+    values.push_back({"kept", json_of(plan.kept)});
+    values.push_back({"replaced", json_of(plan.replaced)});
+    values.push_back({"lost", json_of(plan.lost)});
+    values.push_back({"unreachable", json_of(plan.unreachable)});
     print_dry_run(console, arguments, camera, text, values, cost,
                   camera.has_spi_flash() ? kFlashTime : "");
-}
-
-std::string reserved_area_remark(bool certain, const Arguments& arguments)
-{
-    return format("the reserved area (0x%04X)%s is erased, too; ", SPI_RESERVED_ADDR,
-                  certain ? "" : ", if it is in use,") +
-           (arguments.skip_backup ? "'nyxus reserved read FILE' keeps it" : "the backup holds it");
 }
 
 std::string advice_after(engine::RomContents rom)

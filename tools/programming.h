@@ -20,9 +20,9 @@ engine::UpgradeOptions upgrade_options(const Arguments& arguments);
 std::string what_is_done(const Arguments& arguments, const engine::Images& images);
 inline constexpr char kUpToDate[] = "already up to date: the ROM equals the image";
 
-/// Reads the ROM's first bytes, as a phase of the display.
-std::vector<uint8_t> read_rom(Console& console, const Arguments& arguments, Camera& camera,
-                              size_t size);
+/// Reads what an upgrade reads first, as a phase of the display.
+std::vector<uint8_t> read_before(Console& console, const Arguments& arguments, Camera& camera,
+                                 const engine::UpgradeOptions& options);
 
 /// Programs the images and says what has been done; `rom` and `bytes` are filled in at any end.
 /// False when the ROM held them already.
@@ -33,9 +33,6 @@ bool program(Console& console, Camera& camera, const Arguments& arguments,
 void print_plan(Console& console, const Arguments& arguments, Camera& camera,
                 const engine::Images& images, const engine::UpgradeOptions& options,
                 nyxus::Bytes before = {});
-
-/// What to say when the flash's reserved area is erased without being written again.
-std::string reserved_area_remark(bool certain, const Arguments& arguments);
 
 /// What to do when the work has ended with this in the ROM; "" where the message says all.
 std::string advice_after(engine::RomContents rom);

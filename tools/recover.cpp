@@ -31,7 +31,10 @@ ExitCode plan_recovery(Console& console, const Arguments& arguments)
 {
     Camera camera = open_with_rom(console, arguments);
     const engine::Images images = choose(console, camera, arguments).images;
-    print_plan(console, arguments, camera, images, upgrade_options(arguments));
+    engine::UpgradeOptions options = upgrade_options(arguments);
+    options.always = true; // what it holds is not looked at
+    print_plan(console, arguments, camera, images, options,
+               read_before(console, arguments, camera, options));
     return kExitOk;
 }
 

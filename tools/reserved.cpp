@@ -68,7 +68,7 @@ void add_reserved_command(Command& app, Arguments& arguments)
     const auto file = std::make_shared<std::string>();
     const auto bytes = std::make_shared<std::vector<uint8_t>>();
     Command& command = add_command(
-        app, "reserved", "Read or write the flash's reserved area, which an upgrade erases",
+        app, "reserved", "Read or write the flash's reserved area, which an upgrade keeps",
         "read notes.bin");
     command.needing_command();
     Command& read = add_command(command, "read", "Copy the area to a file", "notes.bin");

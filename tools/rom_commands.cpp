@@ -15,8 +15,16 @@ void add_programming(Command& command, Arguments& arguments)
     add_choice(command, "--eeprom", &arguments.eeprom_kib, {"4", "8", "16", "32"},
                "The ROM is an EEPROM of 4, 8, 16 or 32 KiB; needed when it is blank")
         .shown_as("KIB");
+    add_choice(
+        command, "--keep", &arguments.keep, {"first64k", "whole"},
+        "What of a flash is kept beside the image: of its first 64 KiB, which is all that the "
+        "controller uses, or of the whole part [first64k]")
+        .shown_as("AREA");
+    add_choice(command, "--discard", &arguments.discard, {"mfi", "reserved", "mfi,reserved"},
+               "Do not keep a flash's MFi image, or its reserved area")
+        .shown_as("PARTS");
     command.flag("--no-backup", &arguments.skip_backup,
-                 "Do not keep a copy of what the ROM holds, a flash's reserved area included");
+                 "Do not keep a copy of what the ROM holds before");
     command.flag("--no-verify", &arguments.skip_verify, "Do not read back and compare");
     command.flag("--reset", &arguments.reset,
                  "Restart the camera afterwards and show its new version");

@@ -27,9 +27,7 @@ ExitCode plan_upgrade(Console& console, const Arguments& arguments)
     const engine::UpgradeOptions options = upgrade_options(arguments);
     Camera camera = open_with_rom(console, arguments);
     require(check_images(camera, images));
-    std::vector<uint8_t> before;
-    if (!options.always)
-        before = read_rom(console, arguments, camera, engine::replaced_bytes(camera));
+    const std::vector<uint8_t> before = read_before(console, arguments, camera, options);
     if (!options.always && is_up_to_date(plan_upgrade(camera, images, options), before)) {
         print_nothing_to_do(console, arguments, camera);
     } else {

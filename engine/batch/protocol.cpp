@@ -12,9 +12,9 @@ using Json = nlohmann::json;
 namespace {
 
 // In the order of their values.
-constexpr const char* kKinds[] = {"begins",  "advances",       "ends",          "abandoned",
-                                  "outlook", "stop-postponed", "reserved-area", "backup",
-                                  "lost",    "retries"};
+constexpr const char* kKinds[] = {"begins",   "advances",       "ends",       "abandoned",
+                                  "outlook",  "stop-postponed", "read-again", "kept",
+                                  "not-kept", "backup",         "lost",       "retries"};
 constexpr const char* kReasons[] = {"none",
                                     "other",
                                     "stopped",
@@ -32,9 +32,10 @@ constexpr const char* kReasons[] = {"none",
                                     "backup-not-kept",
                                     "no-backup",
                                     "nothing-to-recover",
-                                    "not-started"};
+                                    "not-started",
+                                    "unreliable-reads"};
 static_assert(std::size(kKinds) == static_cast<size_t>(Event::Kind::kRetries) + 1);
-static_assert(std::size(kReasons) == static_cast<size_t>(Reason::kNotStarted) + 1);
+static_assert(std::size(kReasons) == static_cast<size_t>(Reason::kUnreliableReads) + 1);
 
 const char* to_text(Event::Kind kind)
 {
@@ -71,7 +72,7 @@ static void to_json(Json& json, const Status& status)
 
 static void from_json(const Json& json, Status& status)
 {
-    const Reason reason = from_text(json.at("reason"), Reason::kNotStarted);
+    const Reason reason = from_text(json.at("reason"), Reason::kUnreliableReads);
     if (reason != Reason::kNone)
         status = {reason, json.at("message"), json.at("code").get<int32_t>(), json.at("where")};
 }
@@ -96,12 +97,23 @@ static void from_json(const Json& json, RomContents& rom)
     rom = from_text(json, RomContents::kErased);
 }
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(UpgradeOptions, always, backup, verify, wait_s)
+static void to_json(Json& json, Keep keep)
+{
+    json = to_text(keep);
+}
+
+static void from_json(const Json& json, Keep& keep)
+{
+    keep = from_text(json, Keep::kWhole);
+}
+
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Discard, mfi, reserved)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(UpgradeOptions, always, backup, verify, wait_s, keep, discard)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(BatchOptions, upgrade, eeprom_bytes, restart, plug_wait_s,
                                    trace_level)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Order, port, options, firmware_bytes, mfi_bytes, serial)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Event, phase, done, total, seconds, rom, stop_waits, certain,
-                                   text, status)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Event, phase, done, total, seconds, rom, stop_waits, text,
+                                   status)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Report, status, rom, up_to_date, stopped, left_unlocked, backup,
                                    bytes)
 

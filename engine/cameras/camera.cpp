@@ -71,6 +71,8 @@ Camera& Camera::operator=(Camera&& other) noexcept
     controls_ = std::move(other.controls_);
     loan_ = std::move(other.loan_);
     wide_path_fails = other.wide_path_fails;
+    narrow_echo = other.narrow_echo;
+    wide_echo = other.wide_echo;
     return *this;
 }
 

@@ -13,6 +13,7 @@ namespace {
 
 constexpr size_t kSmallest = 0x42; // a header and the signature
 constexpr uint32_t kLargestRom = 0x10000;
+constexpr uint32_t kLargestPart = 0x1000000; // what 24 bits address
 
 /// One byte is left of an image that is erased altogether.
 void cut_erased_rest(std::vector<uint8_t>& bytes)
@@ -39,15 +40,16 @@ Result<Firmware> Firmware::load(const std::string& path)
 
 Result<Firmware> Firmware::load_rom(const std::string& path)
 {
-    auto bytes = load_image(path, kLargestRom);
+    auto bytes = read_image_file(path, kLargestPart, "any ROM");
     if (!bytes)
         return bytes.status();
-    if (bytes->size() >= kSmallest && bytes->size() <= NYXUS_FW_BIN_CAPACITY)
+    bytes->resize(std::min<size_t>(bytes->size(), kLargestRom));
+    cut_erased_rest(*bytes);
+    if (bytes->size() >= kSmallest)
         return Firmware(*std::move(bytes));
     return Status(Reason::kWrongImage,
                   text::in_quotes(path) + " holds no firmware: " +
-                      format("%zu bytes before the erased rest; 66 to %u are possible",
-                             bytes->size(), NYXUS_FW_BIN_CAPACITY));
+                      format("%zu bytes before the erased rest; 66 are the least", bytes->size()));
 }
 
 Result<Firmware> Firmware::from(std::vector<uint8_t> bytes, const std::string& name)

@@ -5,10 +5,10 @@ namespace nyxus::engine {
 
 const char* to_text(Phase phase)
 {
-    constexpr const char* kTexts[] = {
-        "reading",   "unlocking", "erasing",       "programming",
-        "locking",   "verifying", "verifying MFi", "waiting for the camera",
-        "restarting"};
+    constexpr const char* kTexts[] = {"reading",   "reading again", "unlocking",
+                                      "erasing",   "programming",   "locking",
+                                      "verifying", "verifying MFi", "waiting for the camera",
+                                      "restarting"};
     return kTexts[static_cast<size_t>(phase)];
 }
 

@@ -8,10 +8,8 @@ namespace nyxus::engine {
 
 namespace {
 
+constexpr uint32_t kWideChunk = sizeof(NyWrapper512::data);
 constexpr uint32_t kMostNarrowBytes = 32;
-/// Bytes that only a camera leaves alone that answers too little.
-constexpr uint8_t kUnanswered = 0xA5;
-constexpr size_t kUnansweredTail = 16;
 
 bool announces_wide_path(const NyDevice& device)
 {
@@ -29,35 +27,6 @@ bool is_locked(NyDevice& device)
     return XuGetWriteProtect(&device, &locked) >= 0 && locked != 0;
 }
 
-/// One exchange by up to 512 bytes.
-bool read_chunk(NyDevice& device, uint32_t address, std::span<uint8_t> out)
-{
-    NyWrapper512 request = {static_cast<uint8_t>(out.size() >> 8),
-                            static_cast<uint8_t>(out.size()),
-                            static_cast<uint8_t>(address >> 8),
-                            static_cast<uint8_t>(address),
-                            {}};
-    // Ones change no flash, should they be written.
-    std::ranges::fill(request.data, uint8_t{0xFF});
-    if (XuSetWrapper512(&device, &request) < 0)
-        return false;
-    NyWrapper512 answer = {};
-    std::ranges::fill(answer.data, kUnanswered);
-    if (UvcXuCtrlQuery(&device, NY_UNIT_VENDOR, ZRV_XU_Read_EXT_ROM_512, UVC_GET_CUR, sizeof answer,
-                       reinterpret_cast<uint8_t*>(&answer)) < 0)
-        return false;
-    // The library lets short answers pass.
-    const auto tail = std::span(answer.data).last<kUnansweredTail>();
-    const bool is_short = std::ranges::count(tail, kUnanswered) == kUnansweredTail;
-    const bool is_other =
-        answer.length_high != request.length_high || answer.length_low != request.length_low ||
-        answer.address_high != request.address_high || answer.address_low != request.address_low;
-    if (is_short || is_other)
-        return false;
-    std::copy_n(answer.data, out.size(), out.begin());
-    return true;
-}
-
 } // namespace
 
 bool can_read_wide(Camera& camera)
@@ -69,24 +38,30 @@ bool can_read_wide(Camera& camera)
 }
 
 /// Firmware may announce the wide path and serve it badly, so the end of each slice's first chunk
-/// is read by the narrow one as well; before, because that selects the block where there are
-/// several.
-bool read_wide(Camera& camera, uint32_t address, std::span<uint8_t> out)
+/// is read by the narrow one as well.
+Status read_wide(const Reading& reading, uint32_t address, std::span<uint8_t> out)
 {
-    NyDevice& device = *camera.device();
     const auto size = static_cast<uint32_t>(out.size());
     const uint32_t first_chunk = std::min(kWideChunk, size);
-    const uint32_t check_size = std::min<uint32_t>(camera.exchange_bytes(), first_chunk);
+    const uint32_t check_size = std::min<uint32_t>(reading.camera.exchange_bytes(), first_chunk);
     const uint32_t check_offset = first_chunk - check_size;
-    uint8_t check[kMostNarrowBytes];
-    if (XuExtRomRead(&device, address + check_offset, check_size, check) < 0)
-        return false;
+    uint8_t bytes[kMostNarrowBytes];
+    const std::span check = std::span(bytes).first(check_size);
+    if (Status read =
+            exchange(reading, narrow_width(reading.camera), address + check_offset, check);
+        !read)
+        return read;
     for (uint32_t done = 0; done < size; done += kWideChunk) {
-        if (!read_chunk(device, address + done,
-                        out.subspan(done, std::min(kWideChunk, size - done))))
-            return false;
+        if (Status read = exchange(reading, Width::k512, address + done,
+                                   out.subspan(done, std::min(kWideChunk, size - done)));
+            !read)
+            return read;
     }
-    return std::ranges::equal(out.subspan(check_offset, check_size), std::span(check, check_size));
+    if (std::ranges::equal(out.subspan(check_offset, check_size), check))
+        return {};
+    return {Reason::kUnreliableReads,
+            reading_failed(reading.phase, address + check_offset) +
+                ": the camera says something else when it is asked for 512 bytes"};
 }
 
 } // namespace nyxus::engine

@@ -33,8 +33,15 @@ Status erase_flash(Camera& camera, const Caller& caller)
     return {};
 }
 
-Status write_rom(Camera& camera, uint32_t address, Bytes bytes,
-                 const std::function<void(uint32_t)>& wrote)
+/// Only blocks behind the first one, which is selected otherwise.
+static Status select_far_block(Camera& camera, uint32_t block)
+{
+    const int32_t rv = XuSetFlashBlockIndex(camera.device(), static_cast<uint16_t>(block));
+    return rv < 0 ? library_failure("selecting a block of the ROM failed", rv) : Status();
+}
+
+static int32_t write_in_block(Camera& camera, uint32_t address, Bytes bytes,
+                              const std::function<void(uint32_t)>& wrote)
 {
     // Whole exchanges, and so few of them that the library prints no progress marks.
     constexpr size_t kSlice = 480;
@@ -52,7 +59,21 @@ Status write_rom(Camera& camera, uint32_t address, Bytes bytes,
         if (rv >= 0)
             wrote(static_cast<uint32_t>(slice.size()));
     }
-    return rv < 0 ? library_failure("programming the ROM failed", rv) : Status();
+    return rv;
+}
+
+Status write_rom(Camera& camera, uint32_t address, Bytes bytes,
+                 const std::function<void(uint32_t)>& wrote)
+{
+    constexpr unsigned kBlockBits = 16;
+    const uint32_t block = address >> kBlockBits;
+    if (block > 0) {
+        if (Status selected = select_far_block(camera, block); !selected)
+            return selected;
+    }
+    if (const int32_t rv = write_in_block(camera, address, bytes, wrote); rv < 0)
+        return library_failure("programming the ROM failed", rv);
+    return block > 0 ? select_far_block(camera, 0) : Status();
 }
 
 } // namespace nyxus::engine

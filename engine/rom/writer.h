@@ -11,8 +11,8 @@ Status enable_writing(Camera& camera, bool enable, const Caller& caller);
 /// Erases the flash of an unlocked ROM, as a phase.
 Status erase_flash(Camera& camera, const Caller& caller);
 
-/// Writes into an unlocked ROM with the transfers of XuExtRomWrite(), and tells `wrote` of every
-/// 480 bytes.
+/// Writes inside a block of an unlocked ROM with the transfers of XuExtRomWrite(), and tells
+/// `wrote` of every 480 bytes. Before and afterwards block 0 is selected.
 Status write_rom(Camera& camera, uint32_t address, Bytes bytes,
                  const std::function<void(uint32_t)>& wrote);
 

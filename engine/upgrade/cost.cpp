@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <nyxus/config.h>
 #include <nyxus/engine/plan.hpp>
+#include <nyxus/engine/rom.hpp>
 
+#include "keeping.h"
 #include "rom/wide_path.h"
 
 namespace nyxus::engine {
 
 namespace {
-
+constexpr size_t kWideChunk = sizeof(NyWrapper512::data);
 constexpr size_t kRegisterPiece = 8;
 constexpr double kCommandPause_s = 0.1; // around commands that change the protection
 constexpr Cost kStatusRead = {.transfers = 2};
@@ -69,12 +71,27 @@ Cost rom_read(const Camera& camera, size_t bytes)
     return {.transfers = 2 * pieces(bytes, camera.exchange_bytes())};
 }
 
+/// The blocks that are selected: each one, and in the end the first one again.
+static Cost block_selection(const Camera& camera, size_t bytes)
+{
+    const uint32_t blocks = pieces(bytes, kRomBlock);
+    if (!selects_blocks(camera))
+        return {};
+    return {.transfers = blocks + (blocks > 1 ? 1 : 0)};
+}
+
 Cost whole_read(Camera& camera, size_t bytes)
 {
     if (!can_read_wide(camera))
-        return rom_read(camera, bytes);
+        return second_read(camera, bytes);
     // It is asked whether the ROM is locked, and a part of each slice is read twice.
-    return {.transfers = 1 + 2 * (pieces(bytes, kWideSlice) + pieces(bytes, kWideChunk))};
+    return block_selection(camera, bytes) +
+           Cost{.transfers = 1 + 2 * (pieces(bytes, kWideSlice) + pieces(bytes, kWideChunk))};
+}
+
+Cost second_read(const Camera& camera, size_t bytes)
+{
+    return block_selection(camera, bytes) + rom_read(camera, bytes);
 }
 
 Cost rom_write(const Camera& camera, size_t bytes)
@@ -130,23 +147,42 @@ Cost rom_erase(const Camera& camera)
     return times(3, kSpiCommand) + times(2, kStatusRead);
 }
 
+static Cost write_pages(const Camera& camera, const Step& step)
+{
+    Cost cost;
+    for (const auto& [offset, pages] : pages_in_use(step.address, step.data)) {
+        cost += rom_write(camera, pages.size());
+        if (step.address + offset >= kRomBlock)
+            cost += {.transfers = 2}; // its block, and the first one again
+    }
+    return cost;
+}
+
 Cost cost_of(Camera& camera, const Step& step)
 {
     switch (step.action) {
+        case Action::kReadAgain:
+            return second_read(camera, step.size);
+        case Action::kBackUp:
+            return {};
+        case Action::kWriteKept:
+            return write_pages(camera, step);
         case Action::kUnlock:
             return rom_unlock(camera);
         case Action::kErase:
             return rom_erase(camera);
         case Action::kWriteMfi:
         case Action::kWriteFirmware:
+        case Action::kWriteHeader:
             return rom_write(camera, step.size);
         case Action::kLock:
             return rom_lock(camera);
         case Action::kRestart:
             return register_write(1);
-        case Action::kBackUp:
+        case Action::kRead:
         case Action::kReadBack:
         case Action::kReadBackMfi:
+        case Action::kReadBackKept:
             break;
     }
     return whole_read(camera, step.size);

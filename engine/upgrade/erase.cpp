@@ -35,7 +35,8 @@ Status do_erase(Camera& camera, const Backups& backups, const Caller& caller, Re
         return stopped();
     if (Status done = change_rom(camera, backups, caller, report); !done)
         return done;
-    const auto rom = read_rom(camera, 0, erased_bytes(camera), caller, Phase::kVerifying);
+    const std::vector<uint8_t> blank(erased_bytes(camera), 0xFF);
+    const auto rom = read_back(camera, 0, blank, caller, Phase::kVerifying);
     if (!rom)
         return rom.status();
     report.rom = is_blank(*rom) ? RomContents::kErased : RomContents::kIncomplete;

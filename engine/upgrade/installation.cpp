@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "installation.h"
 
+#include "keeping.h"
 #include "report/phase_scope.h"
 #include "rom/writer.h"
 #include "text/format.h"
@@ -9,16 +10,27 @@ namespace nyxus::engine {
 
 namespace {
 
-bool is_write(const Step& step)
+bool is_image(const Step& step)
 {
-    return step.action == Action::kWriteMfi || step.action == Action::kWriteFirmware;
+    return step.action == Action::kWriteMfi || step.action == Action::kWriteFirmware ||
+           step.action == Action::kWriteHeader;
+}
+
+uint64_t image_bytes(const Plan& plan)
+{
+    uint64_t bytes = 0;
+    for (const Step& step : plan.steps)
+        bytes += is_image(step) ? step.size : 0;
+    return bytes;
 }
 
 uint64_t bytes_to_write(const Plan& plan)
 {
-    uint64_t bytes = 0;
-    for (const Step& step : plan.steps)
-        bytes += is_write(step) ? step.size : 0;
+    uint64_t bytes = image_bytes(plan);
+    for (const Part& part : plan.kept) {
+        for (const auto& [offset, pages] : pages_in_use(part.address, part.data))
+            bytes += pages.size();
+    }
     return bytes;
 }
 
@@ -51,7 +63,10 @@ private:
                 return erase_flash(task_.camera, task_.caller);
             case Action::kWriteMfi:
             case Action::kWriteFirmware:
-                return write(step);
+            case Action::kWriteHeader:
+                return write(step.address, step.data);
+            case Action::kWriteKept:
+                return write_kept(step);
             case Action::kLock:
                 // The firmware is complete, so a ROM that stays unlocked does not fail the upgrade.
                 scope_->end();
@@ -63,20 +78,20 @@ private:
         }
     }
 
-    /// The header comes last: until it is there the ROM holds no firmware.
-    Status write(const Step& step)
+    Status write_kept(const Step& step)
     {
-        change_.begins();
-        if (!scope_)
-            scope_.emplace(task_.caller, Phase::kProgramming, bytes_to_write(plan_));
-        const uint32_t header = step.action == Action::kWriteFirmware ? Firmware::kHeaderBytes : 0;
-        if (Status body = write(step.address + header, step.data.subspan(header)); !body)
-            return body;
-        return header > 0 ? write(step.address, step.data.subspan(0, header)) : Status();
+        for (const auto& [offset, pages] : pages_in_use(step.address, step.data)) {
+            if (Status written = write(step.address + offset, pages); !written)
+                return written;
+        }
+        return {};
     }
 
     Status write(uint32_t address, Bytes bytes)
     {
+        change_.begins();
+        if (!scope_)
+            scope_.emplace(task_.caller, Phase::kProgramming, bytes_to_write(plan_));
         return write_rom(task_.camera, address, bytes, [this](uint32_t written) {
             scope_->advance(written);
             change_.look_for_stop();
@@ -96,7 +111,7 @@ Status program(const Task& task, const Plan& plan)
     Status done = Programming(task, plan, change).run();
     if (done) {
         report.rom = RomContents::kUnverified;
-        report.bytes = bytes_to_write(plan);
+        report.bytes = image_bytes(plan);
     } else if (report.rom == RomContents::kUnchanged) {
         done = {done.reason(), done.message() + "; nothing was written", done.code(), done.where()};
     }
@@ -107,7 +122,7 @@ Status verify(const Task& task, const Step& step)
 {
     const Phase phase =
         step.action == Action::kReadBackMfi ? Phase::kVerifyingMfi : Phase::kVerifying;
-    const auto read = read_rom(task.camera, step.address, step.size, task.caller, phase);
+    const auto read = read_back(task.camera, step.address, step.data, task.caller, phase);
     if (!read)
         return read.status();
     const Difference difference = find_difference(*read, step.data);
@@ -115,11 +130,12 @@ Status verify(const Task& task, const Step& step)
         return {};
     task.report.rom = RomContents::kIncomplete;
     const size_t first = difference.first_offsets.front();
-    return {Reason::kMismatch,
-            text::format("the ROM does not hold what was written: %zu of %u bytes differ, the "
-                         "first one at 0x%04zX (ROM %02X, image %02X)",
-                         difference.count, step.size, step.address + first, (*read)[first],
-                         step.data[first])};
+    return {
+        Reason::kMismatch,
+        text::format("the ROM does not hold what was written: %zu of %u bytes differ, the "
+                     "first one at 0x%04zX (ROM %02X, %s %02X)",
+                     difference.count, step.size, step.address + first, (*read)[first],
+                     step.action == Action::kReadBackKept ? "before" : "image", step.data[first])};
 }
 
 Status program_and_verify(const Task& task, const Plan& plan)
@@ -133,7 +149,8 @@ Status program_and_verify(const Task& task, const Plan& plan)
     if (!task.options.verify)
         return {};
     for (const Step& step : plan.steps) {
-        if (step.action != Action::kReadBack && step.action != Action::kReadBackMfi)
+        if (step.action != Action::kReadBack && step.action != Action::kReadBackMfi &&
+            step.action != Action::kReadBackKept)
             continue;
         if (Status equal = verify(task, step); !equal)
             return equal;

@@ -1,18 +1,30 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "installation.h"
+
+#include <algorithm>
+
 #include "report/phase_scope.h"
 
 namespace nyxus::engine {
 
 namespace {
 
-/// Keeps what the upgrade replaces, and tells what it does not keep.
-Status back_up(const Task& task, const Plan& plan, Bytes before)
+void tell_parts(const Task& task, Event::Kind kind, const std::vector<Part>& parts)
 {
-    if (plan.reserved_area != ReservedArea::kKept) {
-        tell(task.caller, {.kind = Event::Kind::kReservedArea,
-                           .certain = plan.reserved_area == ReservedArea::kErased});
-    }
+    for (const Part& part : parts)
+        tell(task.caller, {.kind = kind, .text = to_text(part)});
+}
+
+void tell_what_stays(const Task& task, const Plan& plan)
+{
+    tell_parts(task, Event::Kind::kKept, plan.kept);
+    tell_parts(task, Event::Kind::kNotKept, plan.lost);
+    tell_parts(task, Event::Kind::kNotKept, plan.unreachable);
+}
+
+/// Keeps what the upgrade replaces.
+Status back_up(const Task& task, Bytes before)
+{
     if (!task.options.backup || is_blank(before))
         return {};
     const Proven proven = runs_its_rom(task.camera, task.backups) ? Proven::kYes : Proven::kNo;
@@ -24,27 +36,41 @@ Status back_up(const Task& task, const Plan& plan, Bytes before)
     return {};
 }
 
+Status read_again(const Task& task, const Plan& plan, std::vector<uint8_t>& before)
+{
+    const bool planned =
+        std::ranges::find(plan.steps, Action::kReadAgain, &Step::action) != plan.steps.end();
+    return planned ? confirm_rom(task.camera, 0, before, task.caller) : Status();
+}
+
 Status do_upgrade(const Task& task)
 {
     if (Status fit = check_images(task.camera, task.images); !fit)
         return fit;
     std::vector<uint8_t> before;
-    if (!task.options.always || task.options.backup) {
+    const auto plan = [&] { return plan_upgrade(task.camera, task.images, task.options, before); };
+    if (const uint32_t size = bytes_before(task.camera, task.options); size > 0) {
         tell_outlook(task.caller, RomContents::kUnchanged);
-        auto read = read_rom(task.camera, 0, replaced_bytes(task.camera), task.caller);
+        auto read = read_rom(task.camera, 0, size, task.caller);
         if (!read)
             return read.status();
         before = *std::move(read);
     }
-    const Plan plan = plan_upgrade(task.camera, task.images, task.options, before);
-    if (!task.options.always && is_up_to_date(plan, before)) {
+    const auto is_done = [&] { return !task.options.always && is_up_to_date(plan(), before); };
+    if (!is_done()) {
+        if (Status same = read_again(task, plan(), before); !same)
+            return same;
+    }
+    if (is_done()) { // perhaps only the second reading has said so
         task.report.up_to_date = true;
         task.report.rom = RomContents::kNew;
         return {};
     }
-    if (Status kept = back_up(task, plan, before); !kept)
+    const Plan sure = plan();
+    tell_what_stays(task, sure);
+    if (Status kept = back_up(task, before); !kept)
         return kept;
-    return install(task, plan);
+    return install(task, sure);
 }
 
 } // namespace

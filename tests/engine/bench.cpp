@@ -62,7 +62,10 @@ std::string Listener::phases() const
 
 Bench::Bench(std::string_view model, std::vector<uint8_t> rom) : simulated(model, std::move(rom)) {}
 
-Bench::Bench(const sim::CameraModel& model) : simulated(model, Time::kSimulated) {}
+Bench::Bench(const sim::CameraModel& model, std::vector<uint8_t> rom)
+    : simulated(model, Time::kSimulated, std::move(rom))
+{
+}
 
 engine::Camera Bench::open()
 {

@@ -62,7 +62,7 @@ private:
 class Bench {
 public:
     explicit Bench(std::string_view model, std::vector<uint8_t> rom = {});
-    explicit Bench(const sim::CameraModel& model);
+    explicit Bench(const sim::CameraModel& model, std::vector<uint8_t> rom = {});
 
     engine::Camera open();
     /// What goes wrong from now on, as JSON.

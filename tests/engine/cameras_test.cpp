@@ -15,7 +15,7 @@ using Kind = engine::Event::Kind;
 constexpr char kUnplug[] =
     R"([{"when": {"rom_address": "0x2000", "request": "SET_CUR", "count": 2}, "times": 1, "do": "unplug"}])";
 constexpr char kUnplugInReading[] =
-    R"([{"when": {"rom_address": "0x2000", "request": "GET_CUR", "count": 2}, "times": 1, "do": "unplug"}])";
+    R"([{"when": {"rom_address": "0x2000", "request": "GET_CUR", "count": 3}, "times": 1, "do": "unplug"}])";
 
 TEST(EngineCameras, AnUpgradeGoesOnWithACameraThatComesBack)
 {
@@ -25,10 +25,11 @@ TEST(EngineCameras, AnUpgradeGoesOnWithACameraThatComesBack)
         const char* phases;
     } cases[] = {
         {kUnplug, RomContents::kIncomplete,
-         "reading unlocking erasing programming (programming) waiting for the camera "
+         "reading reading again unlocking erasing programming (programming) waiting for the camera "
          "unlocking erasing programming locking verifying"},
         {kUnplugInReading, RomContents::kUnverified,
-         "reading unlocking erasing programming locking verifying (verifying) waiting for the "
+         "reading reading again unlocking erasing programming locking verifying (verifying) "
+         "waiting for the "
          "camera verifying"},
     };
     for (const auto& c : cases) {

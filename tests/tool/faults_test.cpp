@@ -118,7 +118,7 @@ TEST(Faults, ACameraThatIsLostWhileItIsReadBackIsOnlyReadBackAgain)
         Bench bench;
         const std::string image = bench.image(kModel, "0x0205");
         bench.set_faults(
-            R"([{"when": {"rom_address": "0x2000", "request": "GET_CUR"}, "times": 1, "do": "unplug")" +
+            R"([{"when": {"rom_address": "0x2000", "request": "GET_CUR", "count": 3}, "times": 1, "do": "unplug")" +
             std::string(returns ? R"(, "replug_ms": 100}])" : "}]"));
         const Outcome outcome = bench.nyxus({kModel}, {"upgrade", image, "--force", "--no-backup",
                                                        "--json", "--wait", returns ? "5" : "0"});

@@ -335,29 +335,6 @@ TEST(Upgrade, LeavesAnotherCameraAtThePortAlone)
     EXPECT_EQ(read_file(others_rom), before);
 }
 
-TEST(Backup, HoldsTheReservedAreaThatAnUpgradeErases)
-{
-    const Bench bench;
-    const Bytes notes = {1, 2, 3};
-    write_file(bench.path("notes"), notes);
-    const std::string image = bench.image(kModel, "0x0205");
-    const std::string remark = "the reserved area (0x7F00) is erased, too; ";
-    EXPECT_FALSE(contains(bench.nyxus_with_rom(kModel, {"upgrade", image, "-n"}).out, remark));
-    EXPECT_EQ(bench.nyxus_with_rom(kModel, {"reserved", "write", bench.path("notes")}).exit_code,
-              0);
-    EXPECT_TRUE(contains(bench.nyxus_with_rom(kModel, {"upgrade", image, "-n"}).out,
-                         remark + "the backup holds it"));
-    EXPECT_TRUE(contains(bench.nyxus_with_rom(kModel, {"upgrade", image, "-n", "--no-backup"}).out,
-                         remark + "'nyxus reserved read FILE' keeps it"));
-    EXPECT_TRUE(contains(bench.nyxus_with_rom(kModel, {"upgrade", image}).out,
-                         remark + "the backup holds it"));
-    ASSERT_EQ(bench.backups().size(), 1U);
-    Bytes area = read_file(bench.backups().front());
-    area.erase(area.begin(), area.begin() + 0x7F00);
-    area.resize(notes.size());
-    EXPECT_EQ(area, notes);
-}
-
 TEST(Backup, IsProvenOnceTheCameraHasStartedFromIt)
 {
     const Bench bench;

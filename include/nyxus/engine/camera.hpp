@@ -11,6 +11,26 @@
 
 namespace nyxus::engine {
 
+/// Whether a camera's answers repeat the address that was asked for: learnt from its first ones,
+/// and if they all do, demanded of the others.
+class AddressEcho {
+public:
+    /// Whether an answer that does or does not may be used.
+    bool accepts(bool repeats)
+    {
+        if (seen_ == kToLearn)
+            return repeats || !repeats_;
+        ++seen_;
+        repeats_ = repeats_ && repeats;
+        return true;
+    }
+
+private:
+    static constexpr unsigned kToLearn = 4;
+    unsigned seen_ = 0;
+    bool repeats_ = true;
+};
+
 /// An open, probed camera. It is closed when the object dies. Move only; one thread at a time per
 /// camera.
 class Camera : public nyxus::Camera {
@@ -48,6 +68,8 @@ public:
 
     /// Reading by 512 bytes has gone wrong; it is not tried again.
     bool wide_path_fails = false;
+    AddressEcho narrow_echo; ///< of answers of 8 and 32 bytes
+    AddressEcho wide_echo;   ///< of those of 512
 
 private:
     Camera(nyxus::Camera camera, std::shared_ptr<void> loan);

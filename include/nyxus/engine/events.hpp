@@ -16,6 +16,7 @@ namespace nyxus::engine {
 /// What is being done.
 enum class Phase {
     kReading,
+    kReadingAgain, ///< what will be the only copy, to compare
     kUnlocking,
     kErasing,
     kProgramming,
@@ -47,7 +48,9 @@ struct Event {
         kAbandoned,     ///< the same: it failed or was stopped
         kOutlook,       ///< should the process end now, the ROM would hold `rom`
         kStopPostponed, ///< a stop was asked for and waits until the ROM is complete and locked
-        kReservedArea,  ///< the flash's reserved area is erased: see ReservedArea, `certain`
+        kReadAgain,     ///< in `phase`, because of `status`, which says where
+        kKept,          ///< `text`, a part of the ROM, stays though the ROM is erased
+        kNotKept,       ///< `text`, a part of the ROM, will be lost, and why
         kBackup,        ///< the ROM is kept in the file `text`
         kLost,          ///< the camera is gone: `status`; the ROM holds `rom`. It is waited for
         kRetries,       ///< the camera `text` is back, and the work begins once more
@@ -60,7 +63,6 @@ struct Event {
     double seconds = 0; ///< since the phase began
     RomContents rom = RomContents::kUnchanged;
     bool stop_waits = false; ///< with kOutlook: from now on a stop is postponed
-    bool certain = true;
     std::string text = {};
     Status status = {};
 };

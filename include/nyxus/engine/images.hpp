@@ -26,7 +26,8 @@ public:
 
     /// Loads an image. kFile, kWrongImage.
     NYXUS_ENGINE_API static Result<Firmware> load(const std::string& path);
-    /// Loads the contents of a whole ROM, such as a backup.
+    /// Loads the contents of a whole ROM, such as a backup: of its first 64 KiB, as far as they go,
+    /// with what else stands there.
     NYXUS_ENGINE_API static Result<Firmware> load_rom(const std::string& path);
     /// Takes bytes; `name` stands for them in messages.
     NYXUS_ENGINE_API static Result<Firmware> from(std::vector<uint8_t> bytes,

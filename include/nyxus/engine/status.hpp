@@ -33,6 +33,7 @@ enum class Reason {
     kNoBackup,         ///< of this camera
     kNothingToRecover, ///< the camera runs its firmware
     kNotStarted,       ///< the camera does not start what its ROM holds
+    kUnreliableReads,  ///< what the camera says of its ROM's contents cannot be relied on
 };
 
 /// Success, or why there is none. Its message says what failed and why, printable, in one line
