@@ -332,6 +332,7 @@ soak() { # COMMAND...
     while [ $round -lt 20 ]; do
         round=$((round + 1))
         "$@" >said 2>&1 && eventually 5 is_bound_to uvcvideo || { echo "round $round"; cat said; return 1; }
+        [ $((round % 5)) -ne 0 ] || echo "      $round rounds, $(cut -d. -f1 /proc/uptime) s" >&3
     done
 }
 
@@ -345,6 +346,7 @@ streams_every_size() {
 
 # Bulk and isochronous cameras, with YUYV, MJPEG and both: every size that there is.
 soak_all() {
+    exec 3>&1 # where progress is told
     for model in rowan-spi rowan-iso maple-mjpeg maple-iso; do
         check "$model is plugged in" plug $model,serial=K1
         for program in every_size every_size_cpp 'python3 -S -B /python/every_size.py'; do
