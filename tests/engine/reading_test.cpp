@@ -138,6 +138,30 @@ TEST(EngineReading, AnAnswerToAnotherRequestIsNoneWhereTheCameraRepeatsAddresses
     EXPECT_TRUE(does_not.accepts(false));
 }
 
+// The host believes that the request has arrived, and the camera answers the one before.
+TEST(EngineReading, NoticesARequestThatIsSwallowed)
+{
+    const struct {
+        const char* model;
+        uint8_t selector;
+        size_t bytes;
+    } cases[] = {
+        {"rowan-spi", ZRV_XU_EXT_ROM, 35},
+        {"hawthorn-eeprom", ZRV_XU_EXT_ROM, 11},
+        {"fi2-spi", ZRV_XU_Read_EXT_ROM_512, 516},
+    };
+    for (const auto& c : cases) {
+        Bench bench{c.model};
+        engine::Camera camera = bench.open();
+        bench.simulated.fail(UVC_SET_CUR, c.selector,
+                             sim::Fault::answer(std::vector<uint8_t>(c.bytes)), 9);
+        const auto contents = engine::read_rom(camera, 0, 0x2000, bench.listener.caller());
+        ASSERT_TRUE(contents) << c.model << contents.status().text();
+        EXPECT_TRUE(bench.rom_begins_with(*contents)) << c.model;
+        EXPECT_TRUE(bench.listener.has(engine::Event::Kind::kReadAgain)) << c.model;
+    }
+}
+
 TEST(EngineReading, SelectsTheBlockItself)
 {
     Bench bench{models::kRowan};
