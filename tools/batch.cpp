@@ -184,8 +184,8 @@ private:
         }
         std::ranges::sort(chosen); // they lie in one vector: back to its order
         std::vector<TableRow> rows;
-        for (const Job* job : chosen)
-            rows.push_back(row_of(*job));
+        std::ranges::transform(chosen, std::back_inserter(rows),
+                               [](const Job* job) { return row_of(*job); });
         rows.push_back({.text = status_line()});
         display_.show(std::move(rows));
     }

@@ -326,9 +326,10 @@ std::string Display::text_of(const Progress& progress, size_t columns, bool in_t
         with_time += "  " + clock_text(*left_s) + " left";
     for (const std::string& tail : {with_time, with_rate, share}) {
         const size_t fixed = head.size() + 2 + tail.size();
-        if (columns >= fixed + least)
-            return head + bar(progress, std::min(columns - fixed, known ? most : kUnknownBar)) +
-                   tail;
+        if (columns < fixed + least)
+            continue;
+        const size_t width = std::min(columns - fixed, known ? most : kUnknownBar);
+        return head + bar(progress, width) + tail;
     }
     return (head + share).substr(0, columns);
 }

@@ -10,7 +10,7 @@ namespace {
 
 /// Ctrl-C, kill, a terminal that goes away, and Ctrl-\.
 constexpr int kInterrupts[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
-/// Tells the thread that it is over.
+/// Wakes the thread when it is over.
 const int kOver = SIGRTMIN;
 
 /// Of one that comes while the program ends.
@@ -40,6 +40,7 @@ Interrupts::Interrupts(Display& display) : display_(display)
 
 Interrupts::~Interrupts()
 {
+    over_ = true;
     pthread_kill(thread_.native_handle(), kOver);
     thread_.join();
     for (const int signal : kInterrupts) {
@@ -67,7 +68,9 @@ void Interrupts::postpone(const std::string& promise, std::stop_source soon,
 
 void Interrupts::take_them()
 {
-    for (int signal = 0; sigwait(&taken_, &signal) == 0 && signal != kOver;) {
+    for (int signal = 0; sigwait(&taken_, &signal) == 0 && !over_;) {
+        if (signal == kOver)
+            continue; // from somebody else
         std::unique_lock lock(mutex_);
         if (soon_.request_stop()) {
             if (!promise_.empty())

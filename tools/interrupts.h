@@ -37,6 +37,7 @@ private:
 
     Display& display_;
     sigset_t taken_{};
+    std::atomic<bool> over_ = false;
     std::mutex mutex_;
     std::string meaning_;
     RomContents rom_ = RomContents::kUnchanged;

@@ -40,9 +40,10 @@ void add_argument(Command& command, const Form& form, Wanted& wanted)
 void run(Session& session, const Setting& setting, Wanted wanted)
 {
     const command_line::Words& words = setting.form.words;
-    if (!wanted.word.empty())
-        wanted.number =
-            static_cast<uint32_t>(words.end() - std::ranges::find(words, wanted.word) - 1);
+    if (!wanted.word.empty()) {
+        const auto place = std::ranges::find(words, wanted.word);
+        wanted.number = static_cast<uint32_t>(words.end() - place - 1);
+    }
     const auto read = [&] {
         uint32_t number = 0;
         session.check(std::string("reading ") + setting.what,

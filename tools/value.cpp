@@ -12,7 +12,6 @@ Value::Value(int64_t number) : content_(number) {}
 Value::Value(unsigned number) : content_(uint64_t{number}) {}
 Value::Value(uint64_t number) : content_(number) {}
 Value::Value(double number) : content_(number) {}
-Value::Value(const std::optional<uint32_t>& number) : Value(number ? Value(*number) : Value()) {}
 Value::Value(const char* text) : content_(std::string(text)) {}
 Value::Value(std::string text) : content_(std::move(text)) {}
 Value::Value(Bytes bytes) : content_(std::move(bytes)) {}

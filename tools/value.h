@@ -4,7 +4,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
@@ -32,7 +31,6 @@ public:
     Value(unsigned number);
     Value(uint64_t number);
     Value(double number);
-    Value(const std::optional<uint32_t>& number); ///< nothing, or the number
     Value(const char* text);
     Value(std::string text);
     Value(Bytes bytes);
