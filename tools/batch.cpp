@@ -121,7 +121,7 @@ private:
             remark(job, "kept: " + event.text);
         } else if (event.kind == Kind::kNotKept) {
             if (!arguments_.quiet)
-                view_->note(job, "lost: " + event.text);
+                display_.warn(job.result.camera.port + ": lost: " + event.text);
         } else if (event.kind == Kind::kLost) {
             remark(job, event.status.text(advice_after(event.rom)));
         } else if (event.kind == Kind::kBegins && is_shown(event.phase)) {
