@@ -20,7 +20,8 @@ static Camera restart(Console& console, const Arguments& arguments, Camera camer
 
 void start_new_firmware(Console& console, const Arguments& arguments, Camera camera)
 {
-    const engine::Status started = check_started(restart(console, arguments, std::move(camera)));
+    const engine::Status started = check_started(
+        restart(console, arguments, std::move(camera)), engine::Backups());
     if (!started)
         throw failure_of(started, advice_for(started.reason()));
 }

@@ -30,7 +30,9 @@ constexpr const char* kReasons[] = {"none",
                                     "unknown-rom",
                                     "file",
                                     "backup-not-kept",
+                                    "journal-not-kept",
                                     "no-backup",
+                                    "uncertain-backup",
                                     "nothing-to-recover",
                                     "not-started"};
 static_assert(std::size(kKinds) == static_cast<size_t>(Event::Kind::kRetries) + 1);

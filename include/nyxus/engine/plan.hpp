@@ -16,6 +16,7 @@ struct UpgradeOptions {
     bool backup = true;  ///< keep what is replaced, unless that is blank
     bool verify = true;  ///< read back and compare
     unsigned wait_s = 5; ///< for a camera that is lost in the middle
+    std::string operation = "upgrade"; ///< what the journal calls it
 };
 
 enum class Action {
