@@ -44,7 +44,8 @@ engine::UpgradeOptions upgrade_options(const Arguments& arguments)
     return {.always = arguments.force,
             .backup = !arguments.skip_backup,
             .verify = !arguments.skip_verify,
-            .wait_s = arguments.return_wait_s()};
+            .wait_s = arguments.return_wait_s(),
+            .operation = arguments.operation};
 }
 
 std::string what_is_done(const Arguments& arguments, const engine::Images& images)
@@ -75,6 +76,17 @@ bool program(Console& console, Camera& camera, const Arguments& arguments,
         console.display().note("the ROM could not be locked again");
     result.bytes = report.bytes;
     return !report.up_to_date;
+}
+
+void change_rom(Console& console, const Arguments& arguments, Camera& camera,
+                const std::string& operation, const std::function<engine::Status()>& write)
+{
+    Follower follower(console, arguments);
+    const engine::Report report = engine::change_rom(
+        camera, operation, write, engine::Backups(), follower.caller(), !arguments.skip_backup);
+    console.drain();
+    if (!report.status)
+        throw failure_of(report);
 }
 
 void print_plan(Console& console, const Arguments& arguments, Camera& camera,
@@ -116,6 +128,12 @@ std::string advice_after(engine::RomContents rom)
     return rom == engine::RomContents::kUnchanged ? "" : consequence_of(rom);
 }
 
+std::string way_back(const std::string& backup)
+{
+    return backup.empty() ? ", or recover another backup ('nyxus backups list')"
+                          : ", or 'nyxus recover' to put the backup " + in_quotes(backup) + " back";
+}
+
 const char* advice_for(engine::Reason reason)
 {
     switch (reason) {
@@ -131,12 +149,14 @@ const char* advice_for(engine::Reason reason)
 Failure failure_of(const engine::Report& report)
 {
     const engine::Status& status = report.status;
+    const bool is_incomplete = report.rom == engine::RomContents::kIncomplete;
+    const std::string back = is_incomplete ? way_back(report.backup.string()) : "";
     if (status.reason() == engine::Reason::kStopped)
-        return {kExitInterrupted, std::string("interrupted: ") + consequence_of(report.rom)};
+        return {kExitInterrupted, "interrupted: " + (consequence_of(report.rom) + back)};
     if (status.reason() == engine::Reason::kBackupNotKept)
         return {kExitFailure, status.text() + " ('--no-backup' goes on without one)"};
     const std::string advice = advice_for(status.reason());
-    const Failure failure = failure_of(status, advice.empty() ? advice_after(report.rom) : advice);
+    const Failure failure = failure_of(status, advice.empty() ? advice_after(report.rom) + back : advice);
     return report.stopped ? Failure(kExitInterrupted, "interrupted; " + failure.text()) : failure;
 }
 

@@ -74,10 +74,14 @@ public:
 
     /// Asks a yes-or-no question; false when nobody can answer.
     bool confirm(const std::string& question);
+    /// Has one of `most` chosen that the text numbers from 1 on; 0 when nobody can answer, or does
+    /// not want to.
+    size_t choose(const std::string& text, size_t most);
 
 private:
     using Clock = std::chrono::steady_clock;
 
+    std::string ask(const std::string& question);
     void write_out(std::string_view text);
     void put_line(int fd, std::string_view line);
     void redraw(bool always);

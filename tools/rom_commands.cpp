@@ -15,8 +15,7 @@ void add_programming(Command& command, Arguments& arguments)
     add_choice(command, "--eeprom", &arguments.eeprom_kib, {"4", "8", "16", "32"},
                "The ROM is an EEPROM of 4, 8, 16 or 32 KiB; needed when it is blank")
         .shown_as("KIB");
-    command.flag("--no-backup", &arguments.skip_backup,
-                 "Do not keep a copy of what the ROM holds, a flash's reserved area included");
+    add_no_backup(command, arguments);
     command.flag("--no-verify", &arguments.skip_verify, "Do not read back and compare");
     command.flag("--reset", &arguments.reset,
                  "Restart the camera afterwards and show its new version");
@@ -88,6 +87,7 @@ void add_erase(Command& app, Arguments& arguments)
     Command& command = add_command(app, "erase", "Erase the firmware of a camera with SPI flash",
                                    "nyxus erase -c A0001234 --yes");
     command.flag("-y,--yes", &arguments.yes, "Do not ask");
+    add_no_backup(command, arguments);
     add_dry_run(command, arguments);
     set_run(command, arguments, run_erase);
 }
