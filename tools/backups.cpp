@@ -209,7 +209,7 @@ void add_backups_command(Command& app, Arguments& arguments)
     set_run(copy, arguments, options, run_backups_export);
     Command& prune = add_command(
         command, "prune",
-        "Remove old ones, but none that the latest journal names or a camera last started from",
+        "Remove old ones that nothing needs any more",
         "nyxus backups prune --keep 5");
     prune.number("--keep", &options->keep, {1, kMostKept}, "So many of each unit stay")
         .shown_as("N")
