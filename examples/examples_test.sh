@@ -99,7 +99,7 @@ backup_and_upgrade)
     says 'NY6410, firmware 0x0100'
     says 'verifying 100%'
     holds_image rom
-    [ "$(cat state/nyxus/backups/A1-*.rom | wc -c)" -eq 65536 ] || fail "the backup is incomplete"
+    [ "$(cat state/nyxus/units/A1-*/000001.rom | wc -c)" -eq 65536 ] || fail "the backup is incomplete"
     ;;
 door_camera)
     run --camera rowan-spi,serial=A1 --camera rowan-spi,serial=C1 -- \

@@ -35,6 +35,7 @@ struct Arguments {
     uint32_t size_bytes = 0; ///< of a dump; 0: as large as the ROM
     std::string keep;        ///< "" for the engine's choice
     std::string discard;     ///< what is not kept: "mfi", "reserved", or both with a comma
+    std::string operation = "upgrade"; ///< what the journal calls it
     bool skip_verify = false;
     bool skip_backup = false;
     bool force = false;

@@ -21,7 +21,7 @@ namespace {
 
 // From the worst to the mildest: cameras that need care first, then those that were never touched.
 constexpr ExitCode kBySeverity[] = {
-    kExitInterrupted, kExitMismatch,     kExitCameraLost,   kExitTimeout,      kExitFailure,
+    kExitInterrupted, kExitMismatch,     kExitCameraLost,   kExitTimeout,      kExitNotStarted,   kExitFailure,
     kExitProtected,   kExitNotConfirmed, kExitNotSupported, kExitImageRefused, kExitBusy,
     kExitPermission,  kExitNoCamera,     kExitAmbiguous,    kExitUsage,        kExitOk,
 };

@@ -36,6 +36,12 @@ void add_dry_run(Command& command, Arguments& arguments)
                  "Tell what would be written and how long it takes; write nothing");
 }
 
+void add_no_backup(Command& command, Arguments& arguments)
+{
+    command.flag("--no-backup", &arguments.skip_backup,
+                 "Do not keep a copy of what the ROM holds, a flash's reserved area included");
+}
+
 Option& add_file(Command& command, std::string* file, const std::string& help)
 {
     return command.file("FILE", file, help).required();

@@ -28,6 +28,9 @@ void set_run(Command& command, Arguments& arguments, Run run);
 /// The option of commands that write: tell what would be written, and do not.
 void add_dry_run(Command& command, Arguments& arguments);
 
+/// The option of commands that change the ROM.
+void add_no_backup(Command& command, Arguments& arguments);
+
 /// The required FILE.
 Option& add_file(Command& command, std::string* file, const std::string& help);
 /// A number whose range help tells.

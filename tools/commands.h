@@ -14,6 +14,7 @@ void add_list_command(Command& app, Arguments& arguments);
 void add_info_command(Command& app, Arguments& arguments);
 void add_doctor_command(Command& app, Arguments& arguments);
 void add_rom_commands(Command& app, Arguments& arguments);
+void add_backups_command(Command& app, Arguments& arguments);
 void add_explain_command(Command& app, Arguments& arguments);
 /// All of them.
 void add_all_commands(Command& app, Arguments& arguments);
@@ -35,8 +36,8 @@ Camera open_with_rom(Console& console, const Arguments& arguments);
 /// The cameras that match the user's choice; with --wait they may still be plugged in.
 std::vector<CameraEntry> matching_cameras(Console& console, const Arguments& arguments);
 
-/// Restarts the camera, waits for its return and says how it came back. A Failure when it does not
-/// run from its ROM.
-void start_new_firmware(Console& console, const Arguments& arguments, Camera camera);
+/// Restarts the camera, waits for its return and says how it came back, which is returned as well. A
+/// Failure when it does not run from its ROM, or not what was programmed.
+std::string start_new_firmware(Console& console, const Arguments& arguments, Camera camera);
 
 } // namespace tool

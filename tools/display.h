@@ -49,6 +49,9 @@ public:
     void pass_on(std::span<const uint8_t> bytes);
     /// Asks a yes-or-no question; false when nobody can answer.
     bool confirm(const std::string& question);
+    /// Has one of `most` chosen that the text numbers from 1 on; 0 when nobody can answer, or does
+    /// not want to.
+    size_t choose(const std::string& text, size_t most);
 
     /// From now on neither progress nor remarks.
     void be_quiet();
@@ -87,6 +90,7 @@ public:
 private:
     using Clock = Progress::Clock;
 
+    std::string ask(const std::string& question);
     void write_out(std::string_view text);
     void put_line(int fd, std::string_view line);
     void refresh(std::chrono::milliseconds interval);

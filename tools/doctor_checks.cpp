@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <nyxus/engine/backups.hpp>
 
 namespace tool {
 
@@ -91,6 +92,21 @@ Finding check_user(const std::string& check, const CameraEntry& entry)
     return {check, State::kOk, who + ": can be opened, and nobody else has it"};
 }
 
+/// What the journal says of its ROM, where that needs care.
+std::optional<Finding> check_rom(const std::string& check, const CameraEntry& entry)
+{
+    const nyxus::engine::RomHistory history = nyxus::engine::Backups().history(entry);
+    if (!history.needs_care())
+        return std::nullopt;
+    const std::string backup =
+        history.backup.empty() ? "" : " (" + in_quotes(history.backup) + " was there before)";
+    return Finding{.check = check,
+                   .state = history.certain ? State::kProblem : State::kWarning,
+                   .what = printable(history.sentence()),
+                   .remedy = "run the upgrade again, or 'nyxus recover'" + backup,
+                   .code = kExitFailure};
+}
+
 } // namespace
 
 const char* state_name(State state)
@@ -148,8 +164,12 @@ std::vector<Finding> check_cameras(const std::string& choice)
 {
     std::vector<Finding> findings;
     for (const CameraEntry& entry : list_cameras()) {
-        if (choice.empty() || entry.matches(choice))
-            findings.push_back(check_user("camera " + entry.bus_address(), entry));
+        if (!choice.empty() && !entry.matches(choice))
+            continue;
+        const std::string check = "camera " + entry.bus_address();
+        findings.push_back(check_user(check, entry));
+        if (auto finding = check_rom(check, entry))
+            findings.push_back(*std::move(finding));
     }
     if (findings.empty()) {
         findings.push_back(

@@ -3,6 +3,7 @@
 #include "dry_run.h"
 #include "failure.h"
 #include "follower.h"
+#include "programming.h"
 #include "result.h"
 
 #include <nyxus/engine/upgrade.hpp>
@@ -26,24 +27,35 @@ void confirm(Console& console, const Camera& camera, bool yes)
 void erase(Console& console, const Arguments& arguments, Camera& camera, Result& result)
 {
     Follower follower(console, arguments, consequence_of_erasing);
-    const engine::Report report = engine::erase(camera, engine::Backups(), follower.caller());
+    const engine::Report report = engine::erase(camera, engine::Backups(), follower.caller(),
+                                               !arguments.skip_backup);
     result.rom = report.rom;
     if (report.stopped) {
         throw Failure(kExitInterrupted,
                       std::string("interrupted: ") + consequence_of_erasing(report.rom));
     }
-    require(report.status);
+    if (!report.status && report.rom == engine::RomContents::kIncomplete) {
+        throw failure_of(report.status, consequence_of_erasing(report.rom) +
+                                            way_back(report.backup.string()));
+    }
+    if (!report.status)
+        throw failure_of(report);
     result.message = "erased; after a reset the camera runs its mask ROM";
     console.display().say(result.message);
 }
 
 void print_plan(Console& console, const Arguments& arguments, Camera& camera)
 {
-    const Cost cost = rom_unlock(camera) + rom_erase(camera) + rom_lock(camera) +
-                      whole_read(camera, erased_bytes(camera));
+    Cost cost = rom_unlock(camera) + rom_erase(camera) + rom_lock(camera) +
+                whole_read(camera, erased_bytes(camera));
+    if (!arguments.skip_backup)
+        cost += whole_read(camera, engine::replaced_bytes(camera));
+    Value::List steps{Members{{"step", "erase"}}, Members{{"step", "read back"}}};
+    if (!arguments.skip_backup)
+        steps.insert(steps.begin(), Members{{"step", "back up"}});
     print_dry_run(
         console, arguments, camera, "erase the firmware of " + camera.name(),
-        {{"steps", Value::List{Members{{"step", "erase"}}, Members{{"step", "read back"}}}}}, cost,
+        {{"steps", steps}}, cost,
         kFlashTime);
 }
 

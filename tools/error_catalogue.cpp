@@ -262,6 +262,14 @@ constexpr Explained kExitCodes[] = {
     {kExitNotConfirmed, "not confirmed", "Nobody said yes. Nothing was changed.",
      "'erase' without '--yes' where nobody can be asked, or 'recover' of a camera that runs fine.",
      "'--yes' and '--force' confirm."},
+    {kExitNotStarted, "not started", "The camera has restarted, but does not run the firmware that its ROM should hold.",
+     "The ROM is blank or its firmware broken, so that the one in the chip runs; or it still holds another version than the "
+     "one that was programmed.",
+     "'nyxus upgrade' installs an image, 'nyxus recover' a backup. After 'nyxus erase' it is what you wanted."},
+    {kExitUncertainBackup, "more than one backup may be meant", "It is not certain which backup is the camera's. Nothing was changed.",
+     "A camera without a serial number, or with one that others have as well, or that has changed; a backup of an earlier "
+     "version.",
+     "Choose one of the list: 'nyxus recover FILE'. 'nyxus backups show NAME' tells what is known of it."},
     {kExitInterrupted, "interrupted", "You stopped it, with Ctrl-C or SIGTERM.",
      "",
      "The last line says what state the ROM is in, and what to run."},

@@ -19,6 +19,8 @@ enum ExitCode {
     kExitCameraLost = 11,
     kExitNotSupported = 12,
     kExitNotConfirmed = 13,
+    kExitNotStarted = 14,
+    kExitUncertainBackup = 15,
     kExitInterrupted = 130,
 };
 
@@ -30,7 +32,8 @@ inline constexpr char kExitCodeHelp[] =
     "  3  no such camera                 11  camera lost\n"
     "  4  more than one camera matches   12  not supported by this camera\n"
     "  5  no permission                  13  not confirmed (--yes, --force)\n"
-    "  6  camera is busy                130  interrupted\n"
-    "  7  image refused, nothing was written\n";
+    "  6  camera is busy                 14  does not run what its ROM should hold\n"
+    "  7  image refused                  15  more than one backup may be meant\n"
+    "                                   130  interrupted\n";
 
 } // namespace tool

@@ -22,6 +22,8 @@ constexpr std::pair<engine::Reason, ExitCode> kExitCodeOf[] = {
     {engine::Reason::kNotSupported,     kExitNotSupported},
     {engine::Reason::kUnknownRom,       kExitNotSupported},
     {engine::Reason::kNothingToRecover, kExitNotConfirmed},
+    {engine::Reason::kNotStarted,       kExitNotStarted},
+    {engine::Reason::kUncertainBackup,  kExitUncertainBackup},
 };
 // clang-format on
 

@@ -113,6 +113,13 @@ void set_writing_action(Command& command, Arguments& arguments, SessionAction ac
     set_action(command, arguments, std::move(action), std::move(check_first));
 }
 
+Cost backup_cost(Session& session)
+{
+    if (session.arguments.skip_backup)
+        return {};
+    return engine::whole_read(session.camera, engine::replaced_bytes(session.camera));
+}
+
 Members lines_of(std::span<const uint8_t> bytes, uint32_t address)
 {
     constexpr size_t kBytesPerLine = 16;

@@ -57,6 +57,9 @@ void set_writing_action(
     Command& command, Arguments& arguments, SessionAction action,
     std::function<void()> check_first = [] {});
 
+/// What a command that changes the ROM reads before.
+Cost backup_cost(Session& session);
+
 std::vector<uint8_t> to_bytes(const std::vector<uint32_t>& values);
 /// What memory holds, by its addresses, 16 bytes each.
 Members lines_of(std::span<const uint8_t> bytes, uint32_t address);

@@ -2,6 +2,7 @@
 // Fingerprint-reader boards.
 #include "failure.h"
 #include "feature.h"
+#include "programming.h"
 #include "text.h"
 #include "whole_file.h"
 
@@ -123,20 +124,29 @@ void run_write(Session& session, const FingerprintOptions& options)
     constexpr int32_t kWriteCycle_ms = 5;
     require_eeprom(session);
     XU_SetWriteCycleTime(kWriteCycle_ms);
-    const auto write_and_compare = [&] {
-        session.check(
-            "writing the EEPROM",
-            SG_EepromWrite(session.device(), static_cast<uint16_t>(options.address),
-                           static_cast<uint16_t>(options.bytes.size()), options.bytes.data()));
-        if (read_window(session, options.address, options.bytes.size()) != options.bytes) {
-            throw Failure(kExitMismatch,
-                          "the EEPROM does not hold what was written; is it protected?");
-        }
+    const auto address = static_cast<uint16_t>(options.address);
+    const auto size = static_cast<uint16_t>(options.bytes.size());
+    std::vector<uint8_t> after(size);
+    const auto write_and_compare = [&]() -> engine::Status {
+        int32_t rv = SG_EepromWrite(session.device(), address, size, options.bytes.data());
+        if (rv < 0)
+            return engine::library_failure("writing the EEPROM", rv);
+        rv = SG_EepromRead(session.device(), address, size, after.data());
+        if (rv < 0)
+            return engine::library_failure("reading the EEPROM", rv);
+        if (after == options.bytes)
+            return {};
+        return {engine::Reason::kMismatch,
+                "the EEPROM does not hold what was written; is it protected?"};
+    };
+    const auto change = [&] {
+        change_rom(session.console, session.arguments, session.camera, "sg", write_and_compare);
         return 0;
     };
     session.order("eeprom",
                   format("%zu bytes written at 0x%04X", options.bytes.size(), options.address),
-                  "writing the EEPROM", write_and_compare, window_cost(session.camera, options));
+                  "writing the EEPROM", change,
+                  backup_cost(session) + window_cost(session.camera, options));
 }
 
 void add_order(Command& parent, Arguments& arguments, const Order& row)
@@ -180,6 +190,7 @@ void add_window(Command& sg, Arguments& arguments, const SharedFingerprint& opti
             options->bytes = read_file(options->file, kWindowBytes, "the window");
             check_window(options->address, options->bytes.size());
         });
+    add_no_backup(write, arguments);
 }
 
 } // namespace

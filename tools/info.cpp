@@ -5,6 +5,7 @@
 #include "text.h"
 
 #include <algorithm>
+#include <nyxus/engine/backups.hpp>
 
 namespace tool {
 
@@ -82,6 +83,7 @@ Members json_info(const Camera& camera)
     Members rom = {{"kind", rom_kind(camera)},
                    {"size_bytes", device.dwExtRomSize},
                    {"holds_firmware", camera.rom_state() == RomState::kFirmware}};
+    std::ranges::move(json_of(engine::Backups().history(camera)), std::back_inserter(rom));
     if (camera.has_spi_flash()) {
         rom.push_back({"id", flash_id(device)});
         if (is_listed(device)) {
@@ -124,9 +126,12 @@ std::string text_info(const Camera& camera)
         {"XU version", xu_version(device)},
         {"Features", features(device)},
     };
+    const engine::RomHistory history = engine::Backups().history(camera);
     std::string lines;
     for (const auto& [name, value] : rows)
         lines += (lines.empty() ? "" : "\n") + padded(name, 20) + value;
+    if (!history.since.empty())
+        lines += "\n" + padded("Journal", 20) + printable(history.sentence());
     return lines;
 }
 

@@ -46,6 +46,17 @@ Members json_of(const CameraEntry& entry)
             {"product", entry.product}};
 }
 
+Members json_of(const nyxus::engine::RomHistory& history)
+{
+    if (history.since.empty())
+        return {{"state", Value()}};
+    return {{"state", to_text(history.rom)},
+            {"as_of", history.since},
+            {"operation", history.operation},
+            {"backup", history.backup},
+            {"certain", history.certain}};
+}
+
 Members json_of(const Failure& failure)
 {
     return {{"exit_code", failure.code()}, {"message", failure.text()}};

@@ -5,12 +5,16 @@
 #include "failure.h"
 #include "value.h"
 
+#include <nyxus/engine/backups.hpp>
+
 #include <string>
 
 namespace tool {
 
 /// Where the camera is and what it calls itself.
 Members json_of(const CameraEntry& entry);
+/// What the journal says of a ROM: "state", and what belongs to it.
+Members json_of(const nyxus::engine::RomHistory& history);
 /// Under the key "error".
 Members json_of(const Failure& failure);
 

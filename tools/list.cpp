@@ -3,6 +3,7 @@
 #include "commands.h"
 #include "failure.h"
 #include "json_text.h"
+#include "text.h"
 
 namespace tool {
 
@@ -15,10 +16,12 @@ std::string why_not(const CameraEntry& entry)
     return open ? "" : usb_reason(open.usb_code());
 }
 
-Members json_entry(const CameraEntry& entry, const std::string& reason)
+Members json_entry(const CameraEntry& entry, const std::string& reason,
+                   const engine::RomHistory& history)
 {
     Members object = json_of(entry);
     object.push_back({"openable", reason.empty()});
+    object.push_back({"rom", json_of(history)});
     if (!reason.empty())
         object.push_back({"reason", reason});
     return object;
@@ -46,10 +49,13 @@ ExitCode run_list(Console& console, const Arguments& arguments)
     std::string lines = "CAMERA  PORT     SERIAL           PRODUCT";
     for (const CameraEntry& entry : cameras) {
         const std::string reason = why_not(entry);
-        array.emplace_back(json_entry(entry, reason));
+        const engine::RomHistory history = engine::Backups().history(entry);
+        array.emplace_back(json_entry(entry, reason, history));
         lines += "\n" + description(entry);
         if (!reason.empty())
             lines += "\n        cannot be opened: " + reason;
+        if (history.needs_care())
+            lines += "\n        " + printable(history.sentence());
     }
     if (cameras.empty())
         return say_what_is_wrong(console, arguments);

@@ -66,7 +66,8 @@ engine::UpgradeOptions upgrade_options(const Arguments& arguments)
             .keep = arguments.keep == to_text(engine::Keep::kWhole) ? engine::Keep::kWhole
                                                                     : engine::Keep::kFirst64K,
             .discard = {.mfi = arguments.discard.starts_with("mfi"),
-                        .reserved = arguments.discard.ends_with("reserved")}};
+                        .reserved = arguments.discard.ends_with("reserved")},
+            .operation = arguments.operation};
 }
 
 std::string what_is_done(const Arguments& arguments, const engine::Images& images)
@@ -102,6 +103,17 @@ bool program(Console& console, Camera& camera, const Arguments& arguments,
     return !report.up_to_date;
 }
 
+void change_rom(Console& console, const Arguments& arguments, Camera& camera,
+                const std::string& operation, const std::function<engine::Status()>& write)
+{
+    Follower follower(console, arguments);
+    const engine::Report report = engine::change_rom(
+        camera, operation, write, engine::Backups(), follower.caller(), !arguments.skip_backup);
+    console.drain();
+    if (!report.status)
+        throw failure_of(report);
+}
+
 void print_plan(Console& console, const Arguments& arguments, Camera& camera,
                 const engine::Images& images, const engine::UpgradeOptions& options,
                 nyxus::Bytes before)
@@ -134,6 +146,12 @@ std::string advice_after(engine::RomContents rom)
     return rom == engine::RomContents::kUnchanged ? "" : consequence_of(rom);
 }
 
+std::string way_back(const std::string& backup)
+{
+    return backup.empty() ? ", or recover another backup ('nyxus backups list')"
+                          : ", or 'nyxus recover' to put the backup " + in_quotes(backup) + " back";
+}
+
 const char* advice_for(engine::Reason reason)
 {
     switch (reason) {
@@ -149,12 +167,14 @@ const char* advice_for(engine::Reason reason)
 Failure failure_of(const engine::Report& report)
 {
     const engine::Status& status = report.status;
+    const bool is_incomplete = report.rom == engine::RomContents::kIncomplete;
+    const std::string back = is_incomplete ? way_back(report.backup.string()) : "";
     if (status.reason() == engine::Reason::kStopped)
-        return {kExitInterrupted, std::string("interrupted: ") + consequence_of(report.rom)};
+        return {kExitInterrupted, "interrupted: " + (consequence_of(report.rom) + back)};
     if (status.reason() == engine::Reason::kBackupNotKept)
         return {kExitFailure, status.text() + " ('--no-backup' goes on without one)"};
     const std::string advice = advice_for(status.reason());
-    const Failure failure = failure_of(status, advice.empty() ? advice_after(report.rom) : advice);
+    const Failure failure = failure_of(status, advice.empty() ? advice_after(report.rom) + back : advice);
     return report.stopped ? Failure(kExitInterrupted, "interrupted; " + failure.text()) : failure;
 }
 

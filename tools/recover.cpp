@@ -15,10 +15,35 @@ const char* advice_for(engine::Reason reason, const Arguments& arguments)
     return arguments.file.empty() ? "'nyxus recover FILE' takes another file" : "";
 }
 
+/// The user's choice; a Failure with the list when nobody can be asked.
+std::string choose_backup(Console& console, const engine::Status& why,
+                          const std::vector<engine::Backup>& candidates)
+{
+    std::string list;
+    for (size_t i = 0; i < candidates.size(); ++i) {
+        const engine::Backup& backup = candidates[i];
+        list += format("\n%3zu  ", i + 1) + printable(backup.file.string()) + "\n     " +
+                printable(backup.time + ", serial " + (backup.serial.empty() ? "-" : backup.serial) +
+                          ", port " + (backup.port.empty() ? "?" : backup.port) + ", started: " +
+                          to_text(backup.started));
+    }
+    console.drain();
+    const Unwatched unwatched(console);
+    const size_t choice = console.display().choose(why.message() + ":" + list, candidates.size());
+    if (choice > 0)
+        return candidates[choice - 1].file.string();
+    throw failure_of(why, "name one of these: 'nyxus recover FILE'" + list);
+}
+
 /// What the camera is to hold.
 engine::Recovery choose(Console& console, const Camera& camera, const Arguments& arguments)
 {
-    auto found = engine::find_recovery(camera, engine::Backups(), arguments.file, arguments.force);
+    const engine::Backups backups;
+    auto found = engine::find_recovery(camera, backups, arguments.file, arguments.force);
+    if (found.status().reason() == engine::Reason::kUncertainBackup) {
+        const std::string file = choose_backup(console, found.status(), backups.candidates(camera));
+        found = engine::find_recovery(camera, backups, file, true);
+    }
     if (!found)
         throw failure_of(found.status(), advice_for(found.status().reason(), arguments));
     console.drain();
@@ -46,6 +71,7 @@ void recover(Console& console, const Arguments& arguments, Result& result)
     const engine::Images images = choose(console, camera, arguments).images;
     Arguments always = arguments;
     always.force = true; // what it holds is not looked at
+    always.operation = "recover";
     program(console, camera, always, images, result);
     result.message = format("recovered: %zu bytes", images.firmware.bytes().size()) +
                      (arguments.skip_verify ? ", not read back" : ", read back and equal");

@@ -2,6 +2,7 @@
 // The reserved area of the SPI flash.
 #include "failure.h"
 #include "feature.h"
+#include "programming.h"
 #include "text.h"
 #include "whole_file.h"
 
@@ -44,20 +45,28 @@ void run_write(Session& session, const std::vector<uint8_t>& bytes)
 {
     require_flash(session);
     const auto size = static_cast<uint16_t>(bytes.size());
-    const auto write_and_compare = [&] {
-        session.check("writing the reserved area",
-                      XU_SpiSetReservedArea(session.device(), size, bytes.data()));
-        if (read_area(session, size) != bytes) {
-            throw Failure(kExitMismatch,
-                          "the reserved area does not hold what was written: it is not "
-                          "erased first, so bits that are 0 stay 0");
-        }
+    std::vector<uint8_t> after(size);
+    const auto write_and_compare = [&]() -> engine::Status {
+        int32_t rv = XU_SpiSetReservedArea(session.device(), size, bytes.data());
+        if (rv < 0)
+            return engine::library_failure("writing the reserved area", rv);
+        rv = XU_SpiGetReservedArea(session.device(), size, after.data());
+        if (rv < 0)
+            return engine::library_failure("reading the reserved area", rv);
+        if (after == bytes)
+            return {};
+        return {engine::Reason::kMismatch,
+                "the reserved area does not hold what was written: it is not erased first, so bits "
+                "that are 0 stay 0"};
+    };
+    Camera& camera = session.camera;
+    const auto change = [&] {
+        change_rom(session.console, session.arguments, camera, "reserved", write_and_compare);
         return 0;
     };
-    const Camera& camera = session.camera;
     session.order("reserved", format("%u bytes written, not erased before", size),
-                  "writing the reserved area", write_and_compare,
-                  rom_query(camera) + rom_unlock(camera) + rom_write(camera, size) +
+                  "writing the reserved area", change,
+                  backup_cost(session) + rom_query(camera) + rom_unlock(camera) + rom_write(camera, size) +
                       rom_lock(camera) + rom_query(camera) + rom_read(camera, size));
 }
 
@@ -87,6 +96,7 @@ void add_reserved_command(Command& app, Arguments& arguments)
     set_writing_action(
         write, arguments, [bytes](Session& session) { run_write(session, *bytes); },
         [file, bytes] { *bytes = read_file(*file, kAreaBytes, "the reserved area"); });
+    add_no_backup(write, arguments);
 }
 
 } // namespace tool

@@ -18,11 +18,13 @@ static Camera restart(Console& console, const Arguments& arguments, Camera camer
     return returned;
 }
 
-void start_new_firmware(Console& console, const Arguments& arguments, Camera camera)
+std::string start_new_firmware(Console& console, const Arguments& arguments, Camera camera)
 {
-    const engine::Status started = check_started(restart(console, arguments, std::move(camera)));
+    const Camera returned = restart(console, arguments, std::move(camera));
+    const engine::Status started = check_started(returned, engine::Backups());
     if (!started)
         throw failure_of(started, advice_for(started.reason()));
+    return returned.name() + " " + returned.firmware_sentence();
 }
 
 ExitCode run_reset(Console& console, const Arguments& arguments)
@@ -31,8 +33,7 @@ ExitCode run_reset(Console& console, const Arguments& arguments)
         Camera camera = open_chosen(console, arguments);
         result.camera = label_of(camera);
         promise_result(console, result);
-        const Camera returned = restart(console, arguments, std::move(camera));
-        result.message = returned.name() + " " + returned.firmware_sentence();
+        result.message = start_new_firmware(console, arguments, std::move(camera));
         return kExitOk;
     });
 }

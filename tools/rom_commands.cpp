@@ -23,8 +23,7 @@ void add_programming(Command& command, Arguments& arguments)
     add_choice(command, "--discard", &arguments.discard, {"mfi", "reserved", "mfi,reserved"},
                "Do not keep a flash's MFi image, or its reserved area")
         .shown_as("PARTS");
-    command.flag("--no-backup", &arguments.skip_backup,
-                 "Do not keep a copy of what the ROM holds before");
+    add_no_backup(command, arguments);
     command.flag("--no-verify", &arguments.skip_verify, "Do not read back and compare");
     command.flag("--reset", &arguments.reset,
                  "Restart the camera afterwards and show its new version");
@@ -96,6 +95,7 @@ void add_erase(Command& app, Arguments& arguments)
     Command& command = add_command(app, "erase", "Erase the firmware of a camera with SPI flash",
                                    "-c A0001234 --yes");
     command.flag("-y,--yes", &arguments.yes, "Do not ask");
+    add_no_backup(command, arguments);
     add_dry_run(command, arguments);
     set_run(command, arguments, run_erase);
 }

@@ -158,6 +158,8 @@ private:
         using Kind = Event::Kind;
         if (event.kind == Kind::kOutlook)
             running.report.rom = event.rom;
+        if (event.kind == Kind::kBackup)
+            running.report.backup = event.text;
         if (event.kind == Kind::kBegins || event.kind == Kind::kEnds) {
             running.is_patient = event.kind == Kind::kBegins && (event.phase == Phase::kWaiting ||
                                                                  event.phase == Phase::kRestarting);

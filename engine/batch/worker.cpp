@@ -94,10 +94,10 @@ Report work(const Order& order, const Backups& backups, const Caller& caller)
         return failed(camera.status());
     const UpgradeOptions& options = order.options.upgrade;
     Report report = upgrade(*camera, *images, options, backups, caller);
-    if (!report.status || !order.options.restart)
+    if (!report.status || !order.options.restart || report.up_to_date)
         return report;
     const auto returned = restart(*std::move(camera), options.wait_s, backups, caller);
-    report.status = returned ? check_started(*returned) : returned.status();
+    report.status = returned ? check_started(*returned, backups) : returned.status();
     report.stopped = report.status.reason() == Reason::kStopped;
     return report;
 }

@@ -4,10 +4,10 @@
 #include <algorithm>
 #include <chrono>
 #include <fstream>
-#include <nyxus/engine/backups.hpp>
 #include <nyxus/engine/kernel_driver.hpp>
 
 #include "loan.h"
+#include "report/state_folder.h"
 
 namespace nyxus::engine {
 
@@ -25,7 +25,7 @@ std::vector<const Loan*> open_loans;
 /// Empty without a state folder.
 fs::path folder()
 {
-    const fs::path state = Backups().state_folder();
+    const fs::path state = usual_state_folder();
     return state.empty() ? state : state / "lent";
 }
 

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <unistd.h>
-#include <nyxus/engine/backups.hpp>
 #include <nyxus/engine/camera.hpp>
 
 #include "report/clock.h"
@@ -93,34 +92,6 @@ Result<std::vector<CameraInfo>> wait_for_cameras(const std::string& name, unsign
     if (!cameras)
         return usb_failure("cannot use USB", cameras.status().usb_code());
     return *std::move(cameras);
-}
-
-Result<Camera> restart(Camera camera, unsigned wait_s, const Backups& backups, const Caller& caller)
-{
-    const CameraInfo before = camera.info();
-    PhaseScope scope(caller, Phase::kRestarting, 0, before.port_path);
-    // The chip may be gone before it has confirmed the request, so a failure says nothing: whether
-    // the camera comes back decides.
-    (void)camera.restart();
-    camera.close();
-    const auto now = wait_for_return(before, wait_s, caller);
-    if (!now)
-        return now.status();
-    auto returned = Camera::open(*now);
-    if (returned) {
-        scope.end();
-        backups.forget_change(before);
-    }
-    return returned;
-}
-
-Status check_started(const Camera& camera)
-{
-    if (camera.runs_external_firmware())
-        return {};
-    return {Reason::kNotStarted, camera.name() +
-                                     " came back with its mask ROM: it does not start "
-                                     "what was written"};
 }
 
 } // namespace nyxus::engine

@@ -8,7 +8,6 @@ namespace nyxus::engine {
 
 namespace {
 
-constexpr uint32_t kWideChunk = sizeof(NyWrapper512::data);
 constexpr uint32_t kMostNarrowBytes = 32;
 
 bool announces_wide_path(const NyDevice& device)

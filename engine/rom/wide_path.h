@@ -7,6 +7,7 @@
 
 namespace nyxus::engine {
 
+inline constexpr uint32_t kWideChunk = sizeof(NyWrapper512::data);
 /// What is read by 512 bytes before it is checked.
 inline constexpr uint32_t kWideSlice = 4096;
 

@@ -9,7 +9,6 @@
 namespace nyxus::engine {
 
 namespace {
-constexpr size_t kWideChunk = sizeof(NyWrapper512::data);
 constexpr size_t kRegisterPiece = 8;
 constexpr double kCommandPause_s = 0.1; // around commands that change the protection
 constexpr Cost kStatusRead = {.transfers = 2};

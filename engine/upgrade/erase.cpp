@@ -12,35 +12,51 @@ Status erase_and_lock(Camera& camera, const Caller& caller, RomChange& change)
     if (Status unlocked = enable_writing(camera, true, caller); !unlocked)
         return unlocked;
     change.look_for_stop();
-    change.begins();
+    if (Status noted = change.begins(JournalStep::kErasing); !noted)
+        return noted;
     if (Status erased = erase_flash(camera, caller); !erased)
         return erased;
     return enable_writing(camera, false, caller);
 }
 
-Status change_rom(Camera& camera, const Backups& backups, const Caller& caller, Report& report)
+Status erase_rom(Camera& camera, const Backups& backups, const Caller& caller, Report& report)
 {
     RomChange change(camera, backups, caller, report);
-    Status done = erase_and_lock(camera, caller, change);
+    Status done = change.opens({.operation = "erase"});
+    if (done)
+        done = erase_and_lock(camera, caller, change);
     if (done)
         report.rom = RomContents::kUnverified;
     return change.end(std::move(done));
 }
 
-Status do_erase(Camera& camera, const Backups& backups, const Caller& caller, Report& report)
+Status keep_rom(Camera& camera, const Backups& backups, const Caller& caller, Report& report)
+{
+    tell_outlook(caller, RomContents::kUnchanged);
+    const auto before = read_rom(camera, 0, replaced_bytes(camera), caller);
+    return before ? keep_backup(camera, backups, *before, caller, report) : before.status();
+}
+
+Status do_erase(Camera& camera, const Backups& backups, const Caller& caller, bool backup,
+                Report& report)
 {
     if (Status possible = check_erasable(camera); !possible)
         return possible;
     if (caller.stop.stop_requested())
         return stopped();
-    if (Status done = change_rom(camera, backups, caller, report); !done)
+    if (Status kept = backup ? keep_rom(camera, backups, caller, report) : Status(); !kept)
+        return kept;
+    if (Status done = erase_rom(camera, backups, caller, report); !done)
         return done;
     const std::vector<uint8_t> blank(erased_bytes(camera), 0xFF);
     const auto rom = read_back(camera, 0, blank, caller, Phase::kVerifying);
     if (!rom)
         return rom.status();
     report.rom = is_blank(*rom) ? RomContents::kErased : RomContents::kIncomplete;
-    if (report.rom == RomContents::kErased)
+    tell_outlook(caller, report.rom);
+    const bool is_erased = report.rom == RomContents::kErased;
+    note_in_journal(camera, backups, is_erased ? JournalStep::kErased : JournalStep::kDiffers);
+    if (is_erased)
         return {};
     return {Reason::kMismatch, "the ROM is not empty after the erase; is it write-protected?"};
 }
@@ -60,10 +76,41 @@ uint32_t erased_bytes(const Camera& camera)
     return std::min<uint32_t>(camera.rom_size(), NYXUS_FW_BIN_CAPACITY);
 }
 
-Report erase(Camera& camera, const Backups& backups, const Caller& caller)
+Report erase(Camera& camera, const Backups& backups, const Caller& caller, bool backup)
 {
     Report report;
-    report.status = do_erase(camera, backups, caller, report);
+    report.status = do_erase(camera, backups, caller, backup, report);
+    report.stopped = report.stopped || report.status.reason() == Reason::kStopped;
+    return report;
+}
+
+static Status do_change(Camera& camera, const std::string& operation,
+                        const std::function<Status()>& write, const Backups& backups,
+                        const Caller& caller, bool backup, Report& report)
+{
+    if (Status kept = backup ? keep_rom(camera, backups, caller, report) : Status(); !kept)
+        return kept;
+    RomChange change(camera, backups, caller, report);
+    Status done = change.opens({.operation = operation});
+    if (done)
+        done = change.begins(JournalStep::kWriting);
+    if (done)
+        done = write();
+    if (done)
+        report.rom = RomContents::kNew;
+    const bool is_verified = done.ok();
+    done = change.end(std::move(done));
+    if (is_verified)
+        note_in_journal(camera, backups, JournalStep::kVerified);
+    return done;
+}
+
+Report change_rom(Camera& camera, const std::string& operation,
+                  const std::function<Status()>& write, const Backups& backups,
+                  const Caller& caller, bool backup)
+{
+    Report report;
+    report.status = do_change(camera, operation, write, backups, caller, backup, report);
     report.stopped = report.stopped || report.status.reason() == Reason::kStopped;
     return report;
 }

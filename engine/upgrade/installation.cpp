@@ -59,7 +59,8 @@ private:
             case Action::kUnlock:
                 return enable_writing(task_.camera, true, task_.caller);
             case Action::kErase:
-                change_.begins();
+                if (Status noted = change_.begins(JournalStep::kErasing); !noted)
+                    return noted;
                 return erase_flash(task_.camera, task_.caller);
             case Action::kWriteMfi:
             case Action::kWriteFirmware:
@@ -89,7 +90,8 @@ private:
 
     Status write(uint32_t address, Bytes bytes)
     {
-        change_.begins();
+        if (Status noted = change_.begins(JournalStep::kWriting); !noted)
+            return noted;
         if (!scope_)
             scope_.emplace(task_.caller, Phase::kProgramming, bytes_to_write(plan_));
         return write_rom(task_.camera, address, bytes, [this](uint32_t written) {
@@ -108,12 +110,14 @@ Status program(const Task& task, const Plan& plan)
 {
     Report& report = task.report;
     RomChange change(task.camera, task.backups, task.caller, report);
-    Status done = Programming(task, plan, change).run();
+    Status done = change.opens({.operation = task.options.operation,
+                                .image = task.images.firmware.bytes(),
+                                .serial = task.images.mfi ? task.images.mfi->serial() : ""});
+    if (done)
+        done = Programming(task, plan, change).run();
     if (done) {
         report.rom = RomContents::kUnverified;
         report.bytes = image_bytes(plan);
-    } else if (report.rom == RomContents::kUnchanged) {
-        done = {done.reason(), done.message() + "; nothing was written", done.code(), done.where()};
     }
     return change.end(std::move(done));
 }
@@ -129,6 +133,7 @@ Status verify(const Task& task, const Step& step)
     if (difference.count == 0)
         return {};
     task.report.rom = RomContents::kIncomplete;
+    note_in_journal(task.camera, task.backups, JournalStep::kDiffers);
     const size_t first = difference.first_offsets.front();
     return {
         Reason::kMismatch,
@@ -156,6 +161,7 @@ Status program_and_verify(const Task& task, const Plan& plan)
             return equal;
     }
     task.report.rom = RomContents::kNew;
+    note_in_journal(task.camera, task.backups, JournalStep::kVerified);
     tell_outlook(task.caller, RomContents::kNew);
     return {};
 }

@@ -1,25 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <nyxus/engine/upgrade.hpp>
 
-#include "text/printable.h"
-
 namespace nyxus::engine {
 
 static Result<std::string> latest_backup(const Camera& camera, const Backups& backups)
 {
-    const auto newest = backups.newest(camera.info());
-    if (newest)
-        return newest->string();
-    if (newest.status().reason() != Reason::kNoBackup)
-        return newest.status();
-    return Status(Reason::kNoBackup, "there is no backup of " + camera.name() + " in " +
-                                         text::in_quotes(backups.folder().string()));
+    const auto latest = backups.latest(camera);
+    return latest ? Result<std::string>(latest->file.string()) : latest.status();
 }
 
 Result<Recovery> find_recovery(const Camera& camera, const Backups& backups,
                                const std::string& file, bool although_healthy)
 {
-    if (!although_healthy && camera.runs_external_firmware()) {
+    if (!although_healthy && camera.runs_external_firmware() &&
+        !backups.history(camera).needs_care()) {
         return Status(Reason::kNothingToRecover, camera.name() + " " + camera.firmware_sentence() +
                                                      ", so there is nothing to recover");
     }

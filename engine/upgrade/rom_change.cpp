@@ -2,29 +2,87 @@
 #include "rom_change.h"
 
 #include "report/phase_scope.h"
+#include "rom/writer.h"
+#include "units/digest.h"
 
 namespace nyxus::engine {
 
-bool runs_its_rom(const Camera& camera, const Backups& backups)
+namespace {
+
+Status nothing_written(const Status& status)
 {
-    return camera.runs_external_firmware() && camera.rom_state() == RomState::kFirmware &&
-           backups.is_unchanged_since_start(camera.info(), camera.running());
+    return {status.reason(), status.message() + "; nothing was written", status.code(),
+            status.where()};
 }
+
+} // namespace
 
 void tell_outlook(const Caller& caller, RomContents rom, bool stop_waits)
 {
     tell(caller, {.kind = Event::Kind::kOutlook, .rom = rom, .stop_waits = stop_waits});
 }
 
-RomChange::RomChange(Camera& camera, const Backups& backups, const Caller& caller, Report& report)
-    : camera_(camera),
-      backups_(backups),
-      caller_(caller),
-      report_(report),
-      ran_its_rom_(runs_its_rom(camera, backups))
+Status keep_backup(const Camera& camera, const Backups& backups, Bytes contents,
+                   const Caller& caller, Report& report)
 {
-    backups.remember_change(camera.info(), camera.running());
-    tell_outlook(caller, RomContents::kIncomplete, true);
+    if (is_blank(contents))
+        return {};
+    auto log = UnitLog::of(backups, camera);
+    if (!log) {
+        return nothing_written({Reason::kBackupNotKept,
+                                "cannot keep a backup of the ROM: " + log.status().message()});
+    }
+    const auto kept = log->keep(camera, contents);
+    if (!kept)
+        return nothing_written(kept.status());
+    report.backup = kept->file;
+    tell(caller, {.kind = Event::Kind::kBackup, .text = report.backup.string()});
+    return {};
+}
+
+void note_in_journal(const Camera& camera, const Backups& backups, JournalStep step)
+{
+    // Where it cannot be noted, the journal goes on saying what is worse.
+    if (auto log = UnitLog::of(backups, camera); log)
+        (void)log->note(step);
+}
+
+RomChange::RomChange(Camera& camera, const Backups& backups, const Caller& caller, Report& report)
+    : camera_(camera), caller_(caller), report_(report), log_(UnitLog::of(backups, camera))
+{
+}
+
+Status RomChange::opens(const Change& change)
+{
+    if (!log_) {
+        return {Reason::kJournalNotKept,
+                "cannot keep the journal of the ROM: " + log_.status().message()};
+    }
+    const std::string image = change.image.empty() ? "" : sha256(change.image);
+    Status begun = log_->begin({.operation = change.operation,
+                                .running = camera_.running(),
+                                .image = image,
+                                .serial = change.serial,
+                                .backup = report_.backup.stem().string()});
+    if (!begun)
+        return begun;
+    is_open_ = true;
+    tell_outlook(caller_, RomContents::kIncomplete, true);
+    return {};
+}
+
+Status RomChange::begins(JournalStep step)
+{
+    if (latest_ == step)
+        return {};
+    const bool is_first = !latest_;
+    latest_ = step;
+    if (Status noted = log_->note(step); !noted && is_first) {
+        (void)enable_writing(camera_, false, caller_);
+        return noted;
+    }
+    report_.rom = RomContents::kIncomplete;
+    return {};
 }
 
 void RomChange::look_for_stop()
@@ -37,9 +95,13 @@ void RomChange::look_for_stop()
 
 Status RomChange::end(Status status)
 {
+    if (report_.rom == RomContents::kUnchanged && !status)
+        status = nothing_written(status);
+    if (!is_open_)
+        return status;
     look_for_stop();
-    if (report_.rom == RomContents::kUnchanged && ran_its_rom_)
-        backups_.forget_change(camera_.info());
+    if (status && latest_ == JournalStep::kWriting)
+        (void)log_->note(JournalStep::kWritten); // else the journal goes on saying what is worse
     tell_outlook(caller_, report_.rom);
     return status && report_.stopped ? stopped() : std::move(status);
 }

@@ -3,18 +3,30 @@
 
 #include <nyxus/engine/upgrade.hpp>
 
+#include "units/unit_log.h"
+
 namespace nyxus::engine {
 
-/// Keeps the promises around the time in which the ROM is not whole: its backups are unproven from
-/// then on, a stop waits, and the caller hears what an end in the middle would leave behind.
+/// What an operation does to a ROM.
+struct Change {
+    std::string operation;   ///< "upgrade"
+    Bytes image = {};        ///< the firmware that is written; nothing for another change
+    std::string serial = {}; ///< that is written with it
+};
+
+/// Keeps the promises around the time in which the ROM is not whole: the journal tells of each step
+/// before it is done, a stop waits, and the caller hears what an end in the middle would leave
+/// behind.
 class RomChange {
 public:
     RomChange(Camera& camera, const Backups& backups, const Caller& caller, Report& report);
     RomChange(const RomChange&) = delete;
     RomChange& operator=(const RomChange&) = delete;
 
-    /// Something else than what was there is in the ROM from now on.
-    void begins() { report_.rom = RomContents::kIncomplete; }
+    /// The journal can be written, so that the ROM may be unlocked. kJournalNotKept.
+    Status opens(const Change& change);
+    /// Something else than what was there is in the ROM from now on, unless this fails.
+    Status begins(JournalStep step);
     /// Tells, once, that a stop is asked for.
     void look_for_stop();
     /// It is over, well or not. What is returned takes a stop that has waited into account.
@@ -22,14 +34,19 @@ public:
 
 private:
     Camera& camera_;
-    const Backups& backups_;
     const Caller& caller_;
     Report& report_;
-    const bool ran_its_rom_;
+    Result<UnitLog> log_;
+    bool is_open_ = false;
+    std::optional<JournalStep> latest_ = std::nullopt; ///< that the journal has been told of
 };
 
-/// Whether the camera runs what its ROM holds.
-bool runs_its_rom(const Camera& camera, const Backups& backups);
+/// Keeps what the ROM holds, unless that is blank, and tells where. kBackupNotKept.
+Status keep_backup(const Camera& camera, const Backups& backups, Bytes contents,
+                   const Caller& caller, Report& report);
+
+/// What a look at the ROM has shown, after a change.
+void note_in_journal(const Camera& camera, const Backups& backups, JournalStep step);
 
 /// Tells what an end in the middle means.
 void tell_outlook(const Caller& caller, RomContents rom, bool stop_waits = false);

@@ -25,15 +25,9 @@ void tell_what_stays(const Task& task, const Plan& plan)
 /// Keeps what the upgrade replaces.
 Status back_up(const Task& task, Bytes before)
 {
-    if (!task.options.backup || is_blank(before))
+    if (!task.options.backup)
         return {};
-    const Proven proven = runs_its_rom(task.camera, task.backups) ? Proven::kYes : Proven::kNo;
-    auto kept = task.backups.keep(task.camera.info(), before, proven);
-    if (!kept)
-        return kept.status();
-    task.report.backup = *std::move(kept);
-    tell(task.caller, {.kind = Event::Kind::kBackup, .text = task.report.backup.string()});
-    return {};
+    return keep_backup(task.camera, task.backups, before, task.caller, task.report);
 }
 
 Status read_again(const Task& task, const Plan& plan, std::vector<uint8_t>& before)

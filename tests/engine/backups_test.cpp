@@ -9,30 +9,7 @@
 
 namespace {
 
-using engine::Proven;
 using engine::Reason;
-
-TEST(EngineBackups, TheLatestProvenOneOfACameraIsFound)
-{
-    const TemporaryFolder folder;
-    const engine::Backups backups(folder.path());
-    nyxus::CameraInfo camera;
-    camera.serial = "AB/1\n";
-    camera.port_path = "1-2";
-    EXPECT_EQ(backups.newest(camera).status().reason(), Reason::kNoBackup);
-    const uint8_t contents[] = {1, 2, 3};
-    const auto first = backups.keep(camera, contents, Proven::kYes);
-    const auto second = backups.keep(camera, contents, Proven::kYes);
-    ASSERT_TRUE(backups.keep(camera, contents, Proven::kNo));
-    ASSERT_TRUE(first && second);
-    EXPECT_NE(*first, *second) << "also within a second";
-    EXPECT_EQ(first->filename().string().substr(0, 6), "AB_1_-");
-    EXPECT_EQ(*backups.newest(camera), *second);
-    camera.serial = "AB";
-    EXPECT_EQ(backups.newest(camera).status().reason(), Reason::kNoBackup);
-    const auto kept = std::filesystem::directory_iterator(backups.folder());
-    EXPECT_EQ(std::distance(begin(kept), end(kept)), 3) << "and no temporary file";
-}
 
 TEST(EngineBackups, AnUpgradeWritesNothingWithoutOne)
 {
@@ -47,7 +24,10 @@ TEST(EngineBackups, AnUpgradeWritesNothingWithoutOne)
         << report.status.message();
     EXPECT_EQ(bench.listener.phases(), "reading reading again");
     EXPECT_EQ(bench.simulated.rom(0, 0x10000), before);
-    EXPECT_TRUE(bench.upgrade(camera, images_for(models::kRowan), {.backup = false}).status);
+    const engine::Report without =
+        bench.upgrade(camera, images_for(models::kRowan), {.backup = false});
+    EXPECT_EQ(without.status.reason(), Reason::kJournalNotKept) << without.status.text();
+    EXPECT_EQ(bench.simulated.rom(0, 0x10000), before);
 }
 
 TEST(EngineBackups, NoneIsKeptOfABlankRom)
@@ -65,17 +45,20 @@ TEST(EngineBackups, OneIsProvenWhenTheCameraHasStartedFromIt)
     engine::Camera camera = bench.open();
     const engine::UpgradeOptions always = {.always = true};
     const engine::Images images = images_for(models::kRowan);
-    const auto kept = [&] { return bench.upgrade(camera, images, always).backup.extension(); };
-    EXPECT_EQ(kept(), ".rom") << "the factory's";
-    EXPECT_EQ(kept(), ".rom-unproven") << "what was just written";
+    const auto kept = [&] {
+        const auto backup = bench.backups.find(bench.upgrade(camera, images, always).backup);
+        return backup ? backup->started : engine::Started::kUnknown;
+    };
+    EXPECT_EQ(kept(), engine::Started::kYes) << "the factory's";
+    EXPECT_EQ(kept(), engine::Started::kNo) << "what was just written";
     auto restarted = engine::restart(std::move(camera), 5, bench.backups, bench.listener.caller());
     ASSERT_TRUE(restarted) << restarted.status().text();
     camera = *std::move(restarted);
     hold_device(camera);
-    EXPECT_TRUE(engine::check_started(camera));
-    EXPECT_EQ(kept(), ".rom");
+    EXPECT_TRUE(engine::check_started(camera, bench.backups));
+    EXPECT_EQ(kept(), engine::Started::kYes);
     bench.set_faults(R"([{"when": {}, "do": "ignored-unlock"}])");
-    EXPECT_EQ(kept(), ".rom-unproven");
+    EXPECT_EQ(kept(), engine::Started::kNo);
 }
 
 TEST(EngineBackups, ACameraIsRecoveredFromItsLatest)
@@ -89,7 +72,7 @@ TEST(EngineBackups, ACameraIsRecoveredFromItsLatest)
     ASSERT_TRUE(engine::erase(camera, bench.backups, {}).status);
     camera = *engine::restart(std::move(camera), 5, bench.backups, {});
     hold_device(camera);
-    EXPECT_EQ(engine::check_started(camera).reason(), Reason::kNotStarted);
+    EXPECT_EQ(engine::check_started(camera, bench.backups).reason(), Reason::kNotStarted);
 
     const auto recovery = engine::find_recovery(camera, bench.backups, "", false);
     ASSERT_TRUE(recovery) << recovery.status().text();

@@ -191,7 +191,7 @@ TEST(EngineBatchOnCameras, EachGetsItsOwnImagesAndStarts)
         const engine::BatchReport& report = listener.reports[i];
         EXPECT_TRUE(report.status) << report.status.text();
         EXPECT_EQ(report.rom, RomContents::kNew);
-        EXPECT_EQ(report.backup.parent_path(), folder.path() / "backups");
+        EXPECT_EQ(report.backup.parent_path().parent_path(), folder.path() / "units");
         auto camera = engine::Camera::open(*nyxus::find_camera(cameras[i].port_path));
         ASSERT_TRUE(camera) << camera.status().text();
         EXPECT_EQ(camera->firmware_version(), 0x0205);

@@ -97,8 +97,10 @@ Outcome Bench::shell(const std::string& camera, const std::string& script,
 std::vector<std::filesystem::path> Bench::backups() const
 {
     std::error_code none;
-    const std::filesystem::directory_iterator files(state_folder() + "/nyxus/backups", none);
+    const std::filesystem::recursive_directory_iterator files(state_folder() + "/nyxus/units",
+                                                              none);
     std::vector<std::filesystem::path> paths(begin(files), end(files));
+    std::erase_if(paths, [](const auto& path) { return path.extension() != ".rom"; });
     std::ranges::sort(paths);
     return paths;
 }

@@ -151,7 +151,7 @@ TEST(DryRunOfTheRom, WritesNothingAndAnnouncesTheLeast)
                 EXPECT_GE(announced * 2, done) << model << ": " << command;
             }
         }
-        EXPECT_EQ(bench.backups().size(), 2U) << "dry runs keep none";
+        EXPECT_EQ(bench.backups().size(), commands.size() - 1) << "dry runs keep none";
     }
 }
 

@@ -78,8 +78,6 @@ private:
     std::shared_ptr<void> loan_; ///< of the kernel's driver; empty: closed, or another object's
 };
 
-class Backups;
-
 /**
  * Waits until the camera has left its port and is back, and can be opened. It goes by its port:
  * after a restart its serial number may be a new one. kNotBack; kTimedOut when it never left;
@@ -93,14 +91,6 @@ NYXUS_ENGINE_API Result<CameraInfo> wait_for_return(const CameraInfo& before, un
 NYXUS_ENGINE_API Result<std::vector<CameraInfo>> wait_for_cameras(const std::string& name,
                                                                   unsigned wait_s,
                                                                   const Caller& caller);
-
-/// Restarts the camera, which ends the object, and opens it again; the phase is kRestarting. From
-/// then on the ROM is taken for what the camera has started from.
-NYXUS_ENGINE_API Result<Camera> restart(Camera camera, unsigned wait_s, const Backups& backups,
-                                        const Caller& caller);
-
-/// kNotStarted unless the camera runs firmware from its ROM. Nothing blocks.
-NYXUS_ENGINE_API Status check_started(const Camera& camera);
 
 } // namespace nyxus::engine
 

@@ -32,6 +32,7 @@ struct UpgradeOptions {
     unsigned wait_s = 5; ///< for a camera that is lost in the middle
     Keep keep = Keep::kFirst64K;
     Discard discard = {};
+    std::string operation = "upgrade"; ///< what the journal calls it
 };
 
 enum class Action {

@@ -30,9 +30,11 @@ enum class Reason {
     kUnknownRom,       ///< nothing tells what ROM the camera has
     kFile,             ///< a file or folder cannot be read or written
     kBackupNotKept,    ///< so that nothing was written
+    kJournalNotKept,   ///< so that nothing was written
     kNoBackup,         ///< of this camera
+    kUncertainBackup,  ///< several may be this camera's
     kNothingToRecover, ///< the camera runs its firmware
-    kNotStarted,       ///< the camera does not start what its ROM holds
+    kNotStarted,       ///< the camera does not start what its ROM holds, or not what was written
     kUnreliableReads,  ///< what the camera says of its ROM's contents cannot be relied on
 };
 

@@ -41,18 +41,35 @@ struct Recovery {
     std::string file;
     Images images;
 };
-/// From a file, or "" for the camera's latest proven backup. kNothingToRecover for a camera that
-/// runs its firmware, unless that does not matter; kNoBackup, kFile, kWrongImage.
+/// From a file, or "" for the latest backup that the camera has started from. kNothingToRecover for
+/// a camera that runs its firmware, unless that does not matter, or the journal says that its ROM
+/// needs care; kNoBackup, kUncertainBackup, kFile, kWrongImage.
 NYXUS_ENGINE_API Result<Recovery> find_recovery(const Camera& camera, const Backups& backups,
                                                 const std::string& file, bool although_healthy);
 
 /// kNotSupported for an EEPROM. Nothing blocks.
 NYXUS_ENGINE_API Status check_erasable(const Camera& camera);
-/// Erases an SPI flash and looks whether it is blank; the camera runs the firmware in its chip
-/// after the next restart.
-NYXUS_ENGINE_API Report erase(Camera& camera, const Backups& backups, const Caller& caller);
+/// Keeps what an SPI flash holds, unless `backup` is false, erases it and looks whether it is blank;
+/// the camera runs the firmware in its chip after the next restart.
+NYXUS_ENGINE_API Report erase(Camera& camera, const Backups& backups, const Caller& caller,
+                              bool backup = true);
 /// Bytes that it looks at.
 NYXUS_ENGINE_API uint32_t erased_bytes(const Camera& camera);
+
+/// Any other change of the ROM, with the same backup and the same journal. `write` unlocks, writes,
+/// locks and looks; its kMismatch means that the ROM does not hold what was written.
+NYXUS_ENGINE_API Report change_rom(Camera& camera, const std::string& operation,
+                                   const std::function<Status()>& write, const Backups& backups,
+                                   const Caller& caller, bool backup = true);
+
+/// Restarts the camera, which ends the object, and opens it again; the phase is kRestarting. From
+/// then on the ROM is taken for what the camera has started from.
+NYXUS_ENGINE_API Result<Camera> restart(Camera camera, unsigned wait_s, const Backups& backups,
+                                        const Caller& caller);
+/// kNotStarted unless the camera runs firmware from its ROM, and, after a restart() here, the one
+/// that was programmed: what that reports is known once a camera has started from it. Blocks for
+/// the file system.
+NYXUS_ENGINE_API Status check_started(const Camera& camera, const Backups& backups);
 
 } // namespace nyxus::engine
 
