@@ -31,8 +31,8 @@ struct Arguments {
     std::string file; ///< "" for the latest backup (recover)
     std::string mfi_file;
     std::string serial;
-    uint32_t eeprom_kib = 0; ///< 0: the user has not said that there is one
-    uint32_t size_bytes = 0; ///< of a dump; 0: as large as the ROM
+    uint32_t eeprom_kib = 0;           ///< 0: the user has not said that there is one
+    uint32_t size_bytes = 0;           ///< of a dump; 0: as large as the ROM
     std::string operation = "upgrade"; ///< what the journal calls it
     bool skip_verify = false;
     bool skip_backup = false;

@@ -16,7 +16,8 @@ constexpr char kFinishing[] =
     "nyxus: interrupted: the ROM is completed first, which takes a few seconds; a second interrupt "
     "stops at once\n";
 constexpr char kStoppedInTheMiddle[] =
-    "the ROM is incomplete; run the upgrade again, or 'nyxus recover', before the camera is reset or "
+    "the ROM is incomplete; run the upgrade again, or 'nyxus recover', before the camera is reset "
+    "or "
     "unplugged";
 /// In these nothing is asked of the camera, and they have a limit of their own.
 bool is_patient(Phase phase)

@@ -33,6 +33,9 @@ Status do_upgrade(const Task& task)
     const Plan plan = plan_upgrade(task.camera, task.images, task.options, before);
     if (!task.options.always && is_up_to_date(plan, before)) {
         task.report.up_to_date = true;
+        note_up_to_date(
+            task.camera, task.backups,
+            {.operation = task.options.operation, .image = task.images.firmware.bytes()});
         task.report.rom = RomContents::kNew;
         return {};
     }

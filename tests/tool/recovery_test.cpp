@@ -343,9 +343,10 @@ TEST(Backup, HoldsTheReservedAreaThatAnUpgradeErases)
     const std::string image = bench.image(kModel, "0x0205");
     const std::string remark = "the reserved area (0x7F00) is erased, too; ";
     EXPECT_FALSE(contains(bench.nyxus_with_rom(kModel, {"upgrade", image, "-n"}).out, remark));
-    EXPECT_EQ(bench.nyxus_with_rom(kModel, {"reserved", "write", bench.path("notes"), "--no-backup"})
-                  .exit_code,
-              0);
+    EXPECT_EQ(
+        bench.nyxus_with_rom(kModel, {"reserved", "write", bench.path("notes"), "--no-backup"})
+            .exit_code,
+        0);
     EXPECT_TRUE(contains(bench.nyxus_with_rom(kModel, {"upgrade", image, "-n"}).out,
                          remark + "the backup holds it"));
     EXPECT_TRUE(contains(bench.nyxus_with_rom(kModel, {"upgrade", image, "-n", "--no-backup"}).out,

@@ -12,10 +12,10 @@
 namespace nyxus::engine {
 
 struct UpgradeOptions {
-    bool always = false; ///< also when the ROM holds the images already
-    bool backup = true;  ///< keep what is replaced, unless that is blank
-    bool verify = true;  ///< read back and compare
-    unsigned wait_s = 5; ///< for a camera that is lost in the middle
+    bool always = false;               ///< also when the ROM holds the images already
+    bool backup = true;                ///< keep what is replaced, unless that is blank
+    bool verify = true;                ///< read back and compare
+    unsigned wait_s = 5;               ///< for a camera that is lost in the middle
     std::string operation = "upgrade"; ///< what the journal calls it
 };
 
