@@ -83,7 +83,8 @@ ExitCode run_backups_list(Console& console, const Arguments& arguments)
     return kExitOk;
 }
 
-ExitCode run_backups_show(Console& console, const Arguments& arguments, const BackupOptions& options)
+ExitCode run_backups_show(Console& console, const Arguments& arguments,
+                          const BackupOptions& options)
 {
     const Members members = json_of(value_of(Backups().find(options.name)));
     if (arguments.json) {
@@ -100,7 +101,8 @@ ExitCode run_backups_show(Console& console, const Arguments& arguments, const Ba
     return kExitOk;
 }
 
-ExitCode run_backups_verify(Console& console, const Arguments& arguments, const BackupOptions& options)
+ExitCode run_backups_verify(Console& console, const Arguments& arguments,
+                            const BackupOptions& options)
 {
     const Backups store;
     std::vector<Backup> backups;
@@ -117,8 +119,8 @@ ExitCode run_backups_verify(Console& console, const Arguments& arguments, const 
         code = status ? code : kExitMismatch;
         list.emplace_back(Members{{"name", backup.name},
                                   {"good", status && has_digest ? Value(true)
-                                           : status            ? Value()
-                                                               : Value(false)}});
+                                           : status             ? Value()
+                                                                : Value(false)}});
         if (!arguments.json)
             console.display().say(printable(padded(backup.name, 32)) + " " + printable(verdict));
     }
@@ -127,22 +129,23 @@ ExitCode run_backups_verify(Console& console, const Arguments& arguments, const 
     return code;
 }
 
-ExitCode run_backups_export(Console& console, const Arguments& arguments, const BackupOptions& options)
+ExitCode run_backups_export(Console& console, const Arguments& arguments,
+                            const BackupOptions& options)
 {
     const Backups store;
     const Backup backup = value_of(store.find(options.name));
     const std::vector<uint8_t> bytes = value_of(store.read(backup));
     write_file(options.file, bytes);
     const std::string message = format("%zu bytes written to ", bytes.size());
-    console.display().say(arguments.json
-                              ? json_text(Members{{"name", backup.name},
-                                                  {"file", options.file},
-                                                  {"bytes", bytes.size()}})
-                              : message + in_quotes(options.file));
+    console.display().say(arguments.json ? json_text(Members{{"name", backup.name},
+                                                             {"file", options.file},
+                                                             {"bytes", bytes.size()}})
+                                         : message + in_quotes(options.file));
     return kExitOk;
 }
 
-ExitCode run_backups_prune(Console& console, const Arguments& arguments, const BackupOptions& options)
+ExitCode run_backups_prune(Console& console, const Arguments& arguments,
+                           const BackupOptions& options)
 {
     const std::vector<Backup> pruned = value_of(Backups().prune(options.keep, arguments.dry_run));
     print_all(console, arguments, pruned);
@@ -196,8 +199,8 @@ void add_backups_command(Command& app, Arguments& arguments)
                                 "nyxus backups show A0001234-5f3c0a1b2c4d/000003");
     add_name(show, options);
     set_run(show, arguments, options, run_backups_show);
-    Command& verify = add_command(command, "verify", "Compare them with their digests",
-                                  "nyxus backups verify");
+    Command& verify =
+        add_command(command, "verify", "Compare them with their digests", "nyxus backups verify");
     verify.text("NAMES", &options->names, "As 'nyxus backups list' shows them [all]")
         .offering(names_of_backups)
         .times(0, kMostKept);
@@ -207,10 +210,8 @@ void add_backups_command(Command& app, Arguments& arguments)
     add_name(copy, options);
     add_file(copy, &options->file, "File to write");
     set_run(copy, arguments, options, run_backups_export);
-    Command& prune = add_command(
-        command, "prune",
-        "Remove old ones that nothing needs any more",
-        "nyxus backups prune --keep 5");
+    Command& prune = add_command(command, "prune", "Remove old ones that nothing needs any more",
+                                 "nyxus backups prune --keep 5");
     prune.number("--keep", &options->keep, {1, kMostKept}, "So many of each unit stay")
         .shown_as("N")
         .required();

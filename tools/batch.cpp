@@ -21,9 +21,10 @@ namespace {
 
 // From the worst to the mildest: cameras that need care first, then those that were never touched.
 constexpr ExitCode kBySeverity[] = {
-    kExitInterrupted, kExitMismatch,     kExitCameraLost,   kExitTimeout,      kExitNotStarted,   kExitFailure,
-    kExitProtected,   kExitNotConfirmed, kExitNotSupported, kExitImageRefused, kExitBusy,
-    kExitPermission,  kExitNoCamera,     kExitAmbiguous,    kExitUsage,        kExitOk,
+    kExitInterrupted,  kExitMismatch,     kExitCameraLost, kExitTimeout,
+    kExitNotStarted,   kExitFailure,      kExitProtected,  kExitNotConfirmed,
+    kExitNotSupported, kExitImageRefused, kExitBusy,       kExitPermission,
+    kExitNoCamera,     kExitAmbiguous,    kExitUsage,      kExitOk,
 };
 
 int worse(int a, int b)

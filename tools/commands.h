@@ -36,8 +36,8 @@ Camera open_with_rom(Console& console, const Arguments& arguments);
 /// The cameras that match the user's choice; with --wait they may still be plugged in.
 std::vector<CameraEntry> matching_cameras(Console& console, const Arguments& arguments);
 
-/// Restarts the camera, waits for its return and says how it came back, which is returned as well. A
-/// Failure when it does not run from its ROM, or not what was programmed.
+/// Restarts the camera, waits for its return and says how it came back, which is returned as well.
+/// A Failure when it does not run from its ROM, or not what was programmed.
 std::string start_new_firmware(Console& console, const Arguments& arguments, Camera camera);
 
 } // namespace tool

@@ -27,16 +27,16 @@ void confirm(Console& console, const Camera& camera, bool yes)
 void erase(Console& console, const Arguments& arguments, Camera& camera, Result& result)
 {
     Follower follower(console, arguments, consequence_of_erasing);
-    const engine::Report report = engine::erase(camera, engine::Backups(), follower.caller(),
-                                               !arguments.skip_backup);
+    const engine::Report report =
+        engine::erase(camera, engine::Backups(), follower.caller(), !arguments.skip_backup);
     result.rom = report.rom;
     if (report.stopped) {
         throw Failure(kExitInterrupted,
                       std::string("interrupted: ") + consequence_of_erasing(report.rom));
     }
     if (!report.status && report.rom == engine::RomContents::kIncomplete) {
-        throw failure_of(report.status, consequence_of_erasing(report.rom) +
-                                            way_back(report.backup.string()));
+        throw failure_of(report.status,
+                         consequence_of_erasing(report.rom) + way_back(report.backup.string()));
     }
     if (!report.status)
         throw failure_of(report);
@@ -53,10 +53,8 @@ void print_plan(Console& console, const Arguments& arguments, Camera& camera)
     Value::List steps{Members{{"step", "erase"}}, Members{{"step", "read back"}}};
     if (!arguments.skip_backup)
         steps.insert(steps.begin(), Members{{"step", "back up"}});
-    print_dry_run(
-        console, arguments, camera, "erase the firmware of " + camera.name(),
-        {{"steps", steps}}, cost,
-        kFlashTime);
+    print_dry_run(console, arguments, camera, "erase the firmware of " + camera.name(),
+                  {{"steps", steps}}, cost, kFlashTime);
 }
 
 } // namespace

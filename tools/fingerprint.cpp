@@ -143,10 +143,9 @@ void run_write(Session& session, const FingerprintOptions& options)
         change_rom(session.console, session.arguments, session.camera, "sg", write_and_compare);
         return 0;
     };
-    session.order("eeprom",
-                  format("%zu bytes written at 0x%04X", options.bytes.size(), options.address),
-                  "writing the EEPROM", change,
-                  backup_cost(session) + window_cost(session.camera, options));
+    session.order(
+        "eeprom", format("%zu bytes written at 0x%04X", options.bytes.size(), options.address),
+        "writing the EEPROM", change, backup_cost(session) + window_cost(session.camera, options));
 }
 
 void add_order(Command& parent, Arguments& arguments, const Order& row)

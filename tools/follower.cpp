@@ -15,7 +15,8 @@ constexpr char kFinishing[] =
     "nyxus: interrupted: the ROM is completed first, which takes a few seconds; a second interrupt "
     "stops at once";
 constexpr char kStoppedInTheMiddle[] =
-    "the ROM is incomplete; run the upgrade again, or 'nyxus recover', before the camera is reset or "
+    "the ROM is incomplete; run the upgrade again, or 'nyxus recover', before the camera is reset "
+    "or "
     "unplugged";
 
 /// What an end of the work means, and what to do then; and what the ROM holds.

@@ -107,8 +107,8 @@ void change_rom(Console& console, const Arguments& arguments, Camera& camera,
                 const std::string& operation, const std::function<engine::Status()>& write)
 {
     Follower follower(console, arguments);
-    const engine::Report report = engine::change_rom(
-        camera, operation, write, engine::Backups(), follower.caller(), !arguments.skip_backup);
+    const engine::Report report = engine::change_rom(camera, operation, write, engine::Backups(),
+                                                     follower.caller(), !arguments.skip_backup);
     console.drain();
     if (!report.status)
         throw failure_of(report);
@@ -174,7 +174,8 @@ Failure failure_of(const engine::Report& report)
     if (status.reason() == engine::Reason::kBackupNotKept)
         return {kExitFailure, status.text() + " ('--no-backup' goes on without one)"};
     const std::string advice = advice_for(status.reason());
-    const Failure failure = failure_of(status, advice.empty() ? advice_after(report.rom) + back : advice);
+    const Failure failure =
+        failure_of(status, advice.empty() ? advice_after(report.rom) + back : advice);
     return report.stopped ? Failure(kExitInterrupted, "interrupted; " + failure.text()) : failure;
 }
 

@@ -22,10 +22,11 @@ std::string choose_backup(Console& console, const engine::Status& why,
     std::string list;
     for (size_t i = 0; i < candidates.size(); ++i) {
         const engine::Backup& backup = candidates[i];
-        list += format("\n%3zu  ", i + 1) + printable(backup.file.string()) + "\n     " +
-                printable(backup.time + ", serial " + (backup.serial.empty() ? "-" : backup.serial) +
-                          ", port " + (backup.port.empty() ? "?" : backup.port) + ", started: " +
-                          to_text(backup.started));
+        list +=
+            format("\n%3zu  ", i + 1) + printable(backup.file.string()) + "\n     " +
+            printable(backup.time + ", serial " + (backup.serial.empty() ? "-" : backup.serial) +
+                      ", port " + (backup.port.empty() ? "?" : backup.port) +
+                      ", started: " + to_text(backup.started));
     }
     console.drain();
     const Unwatched unwatched(console);

@@ -66,8 +66,9 @@ void run_write(Session& session, const std::vector<uint8_t>& bytes)
     };
     session.order("reserved", format("%u bytes written, not erased before", size),
                   "writing the reserved area", change,
-                  backup_cost(session) + rom_query(camera) + rom_unlock(camera) + rom_write(camera, size) +
-                      rom_lock(camera) + rom_query(camera) + rom_read(camera, size));
+                  backup_cost(session) + rom_query(camera) + rom_unlock(camera) +
+                      rom_write(camera, size) + rom_lock(camera) + rom_query(camera) +
+                      rom_read(camera, size));
 }
 
 } // namespace

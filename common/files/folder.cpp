@@ -173,7 +173,8 @@ Descriptor Folder::lock() const
     constexpr useconds_t kPause_us = 100'000;
     Descriptor lock(openat(fd_.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     // Some file systems have no locks.
-    for (int i = 0; lock && flock(lock.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK; ++i) {
+    for (int i = 0; lock && flock(lock.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+         ++i) {
         if (i == kTries)
             fail("another program has been writing for long to", path_, EWOULDBLOCK);
         usleep(kPause_us);

@@ -12,8 +12,8 @@
 
 namespace files {
 
-/// A folder in which nobody else can lay anything for us to read: it and what is read from it belong
-/// to this user or to root, others may not write them, and its names lead to no links.
+/// A folder in which nobody else can lay anything for us to read: it and what is read from it
+/// belong to this user or to root, others may not write them, and its names lead to no links.
 ///
 /// Failures are std::system_error with a whole sentence. Who writes holds lock() meanwhile.
 class Folder {

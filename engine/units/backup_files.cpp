@@ -145,8 +145,7 @@ bool may_be_of(const Backup& old, const Sighting& sighting)
 {
     std::string stem = sighting.serial.empty() ? "port-" + sighting.port : sighting.serial;
     std::ranges::replace_if(
-        stem,
-        [](unsigned char c) { return std::isalnum(c) == 0 && c != '-' && c != '_'; }, '_');
+        stem, [](unsigned char c) { return std::isalnum(c) == 0 && c != '-' && c != '_'; }, '_');
     return old.serial == stem;
 }
 
@@ -159,8 +158,8 @@ std::optional<std::vector<uint8_t>> contents_of(const fs::path& state, const Bac
         parent = parent->find_folder(folder.parent_path().filename());
     const auto own = parent ? parent->find_folder(folder.filename()) : std::nullopt;
     auto bytes = own ? own->read(backup.file.filename(), kMostContents) : std::nullopt;
-    const bool is_whole = bytes && (is_old || (bytes->size() == backup.bytes &&
-                                               sha256(*bytes) == backup.sha256));
+    const bool is_whole =
+        bytes && (is_old || (bytes->size() == backup.bytes && sha256(*bytes) == backup.sha256));
     return is_whole ? std::move(bytes) : std::nullopt;
 }
 

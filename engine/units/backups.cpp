@@ -56,8 +56,8 @@ std::vector<Backup> superfluous(const KnownUnit& known, unsigned keep)
     std::vector<Backup> backups = backups_of(known);
     const JournalState state = known.state();
     const bool is_open = state.rom != RomRecord::kNone && state.rom != RomRecord::kStarted;
-    const auto latest_started = std::ranges::find(backups.rbegin(), backups.rend(), Started::kYes,
-                                                  &Backup::started);
+    const auto latest_started =
+        std::ranges::find(backups.rbegin(), backups.rend(), Started::kYes, &Backup::started);
     const uint32_t started = latest_started == backups.rend() ? 0 : latest_started->sequence;
     backups.resize(backups.size() - std::min<size_t>(keep, backups.size()));
     std::erase_if(backups, [&](const Backup& backup) {
@@ -118,9 +118,8 @@ Result<Backup> Backups::find(const std::string& name) const
     const auto all = list();
     if (!all)
         return all.status();
-    const auto found = std::ranges::find_if(*all, [&](const Backup& backup) {
-        return backup.name == name || backup.file == name;
-    });
+    const auto found = std::ranges::find_if(
+        *all, [&](const Backup& backup) { return backup.name == name || backup.file == name; });
     if (found != all->end())
         return *found;
     return no_backup("there is no backup " + text::in_quotes(name), folder_);

@@ -39,12 +39,11 @@ class Comparison {
 public:
     Comparison(const Sighting& seen, const std::vector<KnownUnit>& known) : seen_(seen)
     {
-        shares_number_ =
-            seen.serial.empty() || !seen.twin_ports.empty() ||
-            std::ranges::any_of(known, [&](const KnownUnit& each) {
-                return each.unit.goes_by_port && has_chip(each.unit) &&
-                       each.unit.serial() == seen.serial;
-            });
+        shares_number_ = seen.serial.empty() || !seen.twin_ports.empty() ||
+                         std::ranges::any_of(known, [&](const KnownUnit& each) {
+                             return each.unit.goes_by_port && has_chip(each.unit) &&
+                                    each.unit.serial() == seen.serial;
+                         });
     }
 
     bool shares_number() const { return shares_number_; }
@@ -99,8 +98,7 @@ std::string stem_of(const Sighting& sighting)
     constexpr size_t kMost = 40;
     std::string stem = sighting.serial.empty() ? "port-" + sighting.port : sighting.serial;
     std::ranges::replace_if(
-        stem,
-        [](unsigned char c) { return std::isalnum(c) == 0 && c != '-' && c != '_'; }, '_');
+        stem, [](unsigned char c) { return std::isalnum(c) == 0 && c != '-' && c != '_'; }, '_');
     return stem.substr(0, kMost);
 }
 
@@ -111,7 +109,8 @@ std::string id_of(const Sighting& sighting, bool goes_by_port)
     const std::string whole = sighting.chip + separator + (goes_by_port ? sighting.port : "") +
                               separator + sighting.serial;
     return stem_of(sighting) + "-" +
-           sha256({reinterpret_cast<const uint8_t*>(whole.data()), whole.size()}).substr(0, kDigestDigits);
+           sha256({reinterpret_cast<const uint8_t*>(whole.data()), whole.size()})
+               .substr(0, kDigestDigits);
 }
 
 } // namespace

@@ -14,8 +14,8 @@ using Json = nlohmann::ordered_json;
 namespace {
 
 // In the order of their values.
-constexpr const char* kSteps[] = {"begins",   "erasing", "writing", "written",    "verified",
-                                  "differs",  "erased",  "started", "not-started"};
+constexpr const char* kSteps[] = {"begins",  "erasing", "writing", "written",    "verified",
+                                  "differs", "erased",  "started", "not-started"};
 static_assert(std::size(kSteps) == static_cast<size_t>(JournalStep::kNotStarted) + 1);
 constexpr const char* kStarted[] = {"no", "yes", "unknown"};
 constexpr const char* kRecords[] = {"none",     "incomplete", "blank",        "written",

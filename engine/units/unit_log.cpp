@@ -114,11 +114,13 @@ std::pair<Started, std::string> UnitLog::start_of(const Camera& camera) const
         case RomRecord::kNone:
             return {Started::kYes, "it ran firmware from its ROM, of which no change was known"};
         case RomRecord::kStarted:
-            return {Started::kYes, "it ran what its ROM holds since the last known change (" +
-                                       since + ")"};
+            return {Started::kYes,
+                    "it ran what its ROM holds since the last known change (" + since + ")"};
         case RomRecord::kElsewhere:
-            return {Started::kUnknown, "the ROM was changed elsewhere after the last known change "
-                                       "(" + since + ")"};
+            return {Started::kUnknown,
+                    "the ROM was changed elsewhere after the last known change "
+                    "(" +
+                        since + ")"};
         default:
             return {Started::kNo, "its ROM was changed after it had started (" + since + ")"};
     }

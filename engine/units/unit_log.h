@@ -22,7 +22,8 @@ public:
     /// A step of the latest operation; where nothing is known of the unit, nothing happens.
     /// kJournalNotKept.
     Status note(JournalStep step);
-    /// The camera has come back. Success when it runs what its ROM is known to hold, or kNotStarted.
+    /// The camera has come back. Success when it runs what its ROM is known to hold, or
+    /// kNotStarted.
     Status note_restart(const Camera& returned);
     /// What note_restart() has said last of a camera that still runs the same.
     Status latest_restart(const Camera& camera) const;

@@ -33,7 +33,7 @@ Status erase_rom(Camera& camera, const Backups& backups, const Caller& caller, R
 Status keep_rom(Camera& camera, const Backups& backups, const Caller& caller, Report& report)
 {
     tell_outlook(caller, RomContents::kUnchanged);
-    const auto before = read_rom(camera, 0, replaced_bytes(camera), caller);
+    const auto before = read_rom_twice(camera, 0, replaced_bytes(camera), caller);
     return before ? keep_backup(camera, backups, *before, caller, report) : before.status();
 }
 

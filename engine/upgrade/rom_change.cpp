@@ -29,8 +29,8 @@ Status keep_backup(const Camera& camera, const Backups& backups, Bytes contents,
         return {};
     auto log = UnitLog::of(backups, camera);
     if (!log) {
-        return nothing_written({Reason::kBackupNotKept,
-                                "cannot keep a backup of the ROM: " + log.status().message()});
+        return nothing_written(
+            {Reason::kBackupNotKept, "cannot keep a backup of the ROM: " + log.status().message()});
     }
     const auto kept = log->keep(camera, contents);
     if (!kept)
@@ -47,6 +47,26 @@ void note_in_journal(const Camera& camera, const Backups& backups, JournalStep s
         (void)log->note(step);
 }
 
+static JournalLine facts_of(const Change& change, const Camera& camera)
+{
+    return {.operation = change.operation,
+            .running = camera.running(),
+            .image = change.image.empty() ? "" : sha256(change.image),
+            .serial = change.serial};
+}
+
+void note_up_to_date(const Camera& camera, const Backups& backups, const Change& change)
+{
+    auto log = UnitLog::of(backups, camera);
+    if (!log || !log->identity().unit)
+        return;
+    const RomRecord rom = log->history(camera.running()).rom;
+    const bool is_better =
+        rom == RomRecord::kIncomplete || rom == RomRecord::kBlank || rom == RomRecord::kWritten;
+    if (is_better && log->begin(facts_of(change, camera)))
+        (void)log->note(JournalStep::kVerified);
+}
+
 RomChange::RomChange(Camera& camera, const Backups& backups, const Caller& caller, Report& report)
     : camera_(camera), caller_(caller), report_(report), log_(UnitLog::of(backups, camera))
 {
@@ -58,13 +78,9 @@ Status RomChange::opens(const Change& change)
         return {Reason::kJournalNotKept,
                 "cannot keep the journal of the ROM: " + log_.status().message()};
     }
-    const std::string image = change.image.empty() ? "" : sha256(change.image);
-    Status begun = log_->begin({.operation = change.operation,
-                                .running = camera_.running(),
-                                .image = image,
-                                .serial = change.serial,
-                                .backup = report_.backup.stem().string()});
-    if (!begun)
+    JournalLine facts = facts_of(change, camera_);
+    facts.backup = report_.backup.stem().string();
+    if (Status begun = log_->begin(std::move(facts)); !begun)
         return begun;
     is_open_ = true;
     tell_outlook(caller_, RomContents::kIncomplete, true);

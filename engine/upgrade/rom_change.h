@@ -48,6 +48,10 @@ Status keep_backup(const Camera& camera, const Backups& backups, Bytes contents,
 /// What a look at the ROM has shown, after a change.
 void note_in_journal(const Camera& camera, const Backups& backups, JournalStep step);
 
+/// The ROM turns out to hold what this change would write, whatever the journal says: another one
+/// may have been killed right before its end.
+void note_up_to_date(const Camera& camera, const Backups& backups, const Change& change);
+
 /// Tells what an end in the middle means.
 void tell_outlook(const Caller& caller, RomContents rom, bool stop_waits = false);
 

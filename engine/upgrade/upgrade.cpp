@@ -57,6 +57,9 @@ Status do_upgrade(const Task& task)
     }
     if (is_done()) { // perhaps only the second reading has said so
         task.report.up_to_date = true;
+        note_up_to_date(
+            task.camera, task.backups,
+            {.operation = task.options.operation, .image = task.images.firmware.bytes()});
         task.report.rom = RomContents::kNew;
         return {};
     }

@@ -75,7 +75,7 @@ TEST(EngineKeeping, WhatTheEraseTakesAndTheImageDoesNotReplaceIsThereAgain)
             << name;
         camera = *engine::restart(std::move(camera), 5, bench.backups, {});
         hold_device(camera);
-        EXPECT_TRUE(engine::check_started(camera)) << name;
+        EXPECT_TRUE(engine::check_started(camera, bench.backups)) << name;
         EXPECT_EQ(camera.info().serial, "UNIT0007") << "it is in the MFi image";
     }
 }

@@ -192,6 +192,20 @@ TEST(EngineUnits, TheJournalTellsOfAnIncompleteRomWhileTheCameraStillRuns)
     EXPECT_EQ(bench.backups.history(camera).rom, RomRecord::kStarted);
 }
 
+TEST(EngineUnits, AnUpgradeThatFindsItsImageSaysSo)
+{
+    Bench bench{models::kRowan};
+    engine::Camera camera = bench.open();
+    ASSERT_TRUE(bench.upgrade(camera, images_for(models::kRowan)).status);
+    // As if it had been killed right before its last steps.
+    const fs::path journal = unit_folder(bench) / "journal.jsonl";
+    const std::string text = text_of(journal);
+    std::ofstream(journal) << text.substr(0, text.rfind('\n', text.find("\"written\"")) + 1);
+    EXPECT_EQ(bench.backups.history(camera).rom, RomRecord::kIncomplete);
+    EXPECT_TRUE(bench.upgrade(camera, images_for(models::kRowan)).up_to_date);
+    EXPECT_EQ(bench.backups.history(camera).rom, RomRecord::kVerified);
+}
+
 TEST(EngineUnits, ReadingBackThatFailsLeavesTheRomWritten)
 {
     Bench bench{models::kHawthorn};
@@ -301,7 +315,8 @@ TEST(EngineUnits, BackupsOfEarlierVersionsAreCandidates)
     const auto rom = bench.simulated.rom(0, 0x10000);
     for (const char* suffix : {"-20260501T120000Za.rom", "-20260501T120000Zb.rom-unproven"}) {
         std::ofstream(old / (camera.info().serial + suffix), std::ios::binary)
-            .write(reinterpret_cast<const char*>(rom.data()), static_cast<std::streamsize>(rom.size()));
+            .write(reinterpret_cast<const char*>(rom.data()),
+                   static_cast<std::streamsize>(rom.size()));
     }
     std::ofstream(old / (camera.info().serial + "X-20260501T120000Za.rom")) << "another's";
     EXPECT_EQ(bench.backups.list()->size(), 3u);

@@ -72,19 +72,20 @@ struct RomHistory {
  * store of his own. Blocks for the file system, and for a few seconds for another program that
  * writes about the same camera.
  *
- * A camera's *unit* is its chip with its USB serial number. Where that is missing, or another camera
- * that is connected or known has the same one, the port belongs to it, too. A unit whose serial
- * number changes stays the same one when it is restarted here, and when it shows up in its port with
- * a number that it had before, or that was written into it, while its ROM is not known to have
- * started. What could be the camera besides is a candidate: nothing is ever taken from one unasked.
+ * A camera's *unit* is its chip with its USB serial number. Where that is missing, or another
+ * camera that is connected or known has the same one, the port belongs to it, too. A unit whose
+ * serial number changes stays the same one when it is restarted here, and when it shows up in its
+ * port with a number that it had before, or that was written into it, while its ROM is not known to
+ * have started. What could be the camera besides is a candidate: nothing is ever taken from one
+ * unasked.
  *
  * In the folder "units" each unit has a folder of its own with unit.json, journal.jsonl and its
  * backups (docs/file-formats.md). What other users may write, or is reached through links, is
  * refused. Backups of earlier versions, in the folder "backups", are candidates for cameras whose
  * serial number their name begins with.
  *
- * The journal is this user's: where the camera reports other firmware than it expects, somebody else
- * has changed the ROM since, and its state is kElsewhere.
+ * The journal is this user's: where the camera reports other firmware than it expects, somebody
+ * else has changed the ROM since, and its state is kElsewhere.
  */
 class Backups {
 public:
@@ -98,8 +99,8 @@ public:
 
     /// All of them, by unit and sequence; those of a camera only. What cannot be used is left out,
     /// and told in `problems`. kFile.
-    NYXUS_ENGINE_API Result<std::vector<Backup>> list(std::vector<std::string>* problems = nullptr)
-        const;
+    NYXUS_ENGINE_API Result<std::vector<Backup>> list(
+        std::vector<std::string>* problems = nullptr) const;
     NYXUS_ENGINE_API Result<std::vector<Backup>> list(const CameraInfo& camera) const;
     /// By its name, or by the path of its file. kNoBackup, kFile.
     NYXUS_ENGINE_API Result<Backup> find(const std::string& name) const;
@@ -110,8 +111,8 @@ public:
     NYXUS_ENGINE_API std::vector<Backup> candidates(const Camera& camera) const;
     /// Its bytes. kFile; kMismatch when they are not what was kept.
     NYXUS_ENGINE_API Result<std::vector<uint8_t>> read(const Backup& backup) const;
-    /// All but the `keep` latest ones of each unit, the latest one that the camera has started from,
-    /// and the one that an open journal names. They are removed, or only told. kFile.
+    /// All but the `keep` latest ones of each unit, the latest one that the camera has started
+    /// from, and the one that an open journal names. They are removed, or only told. kFile.
     NYXUS_ENGINE_API Result<std::vector<Backup>> prune(unsigned keep, bool only_tell) const;
 
     /// The state of a camera's ROM. Without opening it the journal alone tells.

@@ -49,8 +49,8 @@ NYXUS_ENGINE_API Result<Recovery> find_recovery(const Camera& camera, const Back
 
 /// kNotSupported for an EEPROM. Nothing blocks.
 NYXUS_ENGINE_API Status check_erasable(const Camera& camera);
-/// Keeps what an SPI flash holds, unless `backup` is false, erases it and looks whether it is blank;
-/// the camera runs the firmware in its chip after the next restart.
+/// Keeps what an SPI flash holds, unless `backup` is false, erases it and looks whether it is
+/// blank; the camera runs the firmware in its chip after the next restart.
 NYXUS_ENGINE_API Report erase(Camera& camera, const Backups& backups, const Caller& caller,
                               bool backup = true);
 /// Bytes that it looks at.
