@@ -331,7 +331,7 @@ soak() { # COMMAND...
     round=0
     while [ $round -lt 20 ]; do
         round=$((round + 1))
-        "$@" >said 2>&1 && eventually 5 is_bound_to uvcvideo || { echo "round $round"; cat said; return 1; }
+        "$@" >doing 2>&1 && eventually 5 is_bound_to uvcvideo || { echo "round $round"; cat doing; return 1; }
         [ $((round % 5)) -ne 0 ] || echo "      $round rounds, $(cut -d. -f1 /proc/uptime) s" >&3
     done
 }
