@@ -189,29 +189,28 @@ void add_backups_command(Command& app, Arguments& arguments)
 {
     constexpr uint32_t kMostKept = 1000;
     const auto options = std::make_shared<BackupOptions>();
-    Command& command = add_command(app, "backups", "Copies of what the ROMs held before changes",
-                                   "nyxus backups list");
+    Command& command =
+        add_command(app, "backups", "Copies of what the ROMs held before changes", "list");
     command.needing_command();
-    Command& list = add_command(command, "list", "List them, by unit and in their order",
-                                "nyxus backups list -c A0001234");
+    Command& list =
+        add_command(command, "list", "List them, by unit and in their order", "-c A0001234");
     tool::set_run(list, arguments, run_backups_list);
-    Command& show = add_command(command, "show", "Show what is known of one",
-                                "nyxus backups show A0001234-5f3c0a1b2c4d/000003");
+    Command& show =
+        add_command(command, "show", "Show what is known of one", "A0001234-5f3c0a1b2c4d/000003");
     add_name(show, options);
     set_run(show, arguments, options, run_backups_show);
-    Command& verify =
-        add_command(command, "verify", "Compare them with their digests", "nyxus backups verify");
+    Command& verify = add_command(command, "verify", "Compare them with their digests", "");
     verify.text("NAMES", &options->names, "As 'nyxus backups list' shows them [all]")
         .offering(names_of_backups)
         .times(0, kMostKept);
     set_run(verify, arguments, options, run_backups_verify);
     Command& copy = add_command(command, "export", "Copy one that is what was kept to a file",
-                                "nyxus backups export A0001234-5f3c0a1b2c4d/000003 camera.rom");
+                                "A0001234-5f3c0a1b2c4d/000003 camera.rom");
     add_name(copy, options);
     add_file(copy, &options->file, "File to write");
     set_run(copy, arguments, options, run_backups_export);
-    Command& prune = add_command(command, "prune", "Remove old ones that nothing needs any more",
-                                 "nyxus backups prune --keep 5");
+    Command& prune =
+        add_command(command, "prune", "Remove old ones that nothing needs any more", "--keep 5");
     prune.number("--keep", &options->keep, {1, kMostKept}, "So many of each unit stay")
         .shown_as("N")
         .required();

@@ -49,7 +49,7 @@ void print_plan(Console& console, const Arguments& arguments, Camera& camera)
     Cost cost = rom_unlock(camera) + rom_erase(camera) + rom_lock(camera) +
                 whole_read(camera, erased_bytes(camera));
     if (!arguments.skip_backup)
-        cost += whole_read(camera, engine::replaced_bytes(camera));
+        cost += whole_read_twice(camera, engine::replaced_bytes(camera));
     Value::List steps{Members{{"step", "erase"}}, Members{{"step", "read back"}}};
     if (!arguments.skip_backup)
         steps.insert(steps.begin(), Members{{"step", "back up"}});

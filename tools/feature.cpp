@@ -117,7 +117,7 @@ Cost backup_cost(Session& session)
 {
     if (session.arguments.skip_backup)
         return {};
-    return engine::whole_read(session.camera, engine::replaced_bytes(session.camera));
+    return engine::whole_read_twice(session.camera, engine::replaced_bytes(session.camera));
 }
 
 Members lines_of(std::span<const uint8_t> bytes, uint32_t address)

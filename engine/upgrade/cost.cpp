@@ -79,6 +79,11 @@ static Cost block_selection(const Camera& camera, size_t bytes)
     return {.transfers = blocks + (blocks > 1 ? 1 : 0)};
 }
 
+static Cost second_read(const Camera& camera, size_t bytes)
+{
+    return block_selection(camera, bytes) + rom_read(camera, bytes);
+}
+
 Cost whole_read(Camera& camera, size_t bytes)
 {
     if (!can_read_wide(camera))
@@ -88,9 +93,9 @@ Cost whole_read(Camera& camera, size_t bytes)
            Cost{.transfers = 1 + 2 * (pieces(bytes, kWideSlice) + pieces(bytes, kWideChunk))};
 }
 
-Cost second_read(const Camera& camera, size_t bytes)
+Cost whole_read_twice(Camera& camera, size_t bytes)
 {
-    return block_selection(camera, bytes) + rom_read(camera, bytes);
+    return whole_read(camera, bytes) + second_read(camera, bytes);
 }
 
 Cost rom_write(const Camera& camera, size_t bytes)

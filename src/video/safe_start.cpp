@@ -6,7 +6,6 @@
 // event thread is held.
 #include "safe_start.h"
 
-#include "formats.h"
 #include "held_events.h"
 #include "payload.h"
 #include "safe_stop.h"
@@ -21,8 +20,11 @@ uvc_error_t nyxus::start_safely(NyDevice* pDevObj, uvc_stream_handle_t** stream,
                                 uvc_frame_callback_t* callback, void* user)
 {
     uvc_error_t rc = uvc_stream_open_ctrl(pDevObj->uvc_handle, stream, &pDevObj->stream_ctrl);
-    if (rc < 0)
+    if (rc < 0) {
+        if (rc != UVC_ERROR_BUSY) // by then it has claimed the interface
+            give_back_interface(pDevObj);
         return rc;
+    }
     pDevObj->stream_running = 1;
     HeldEvents* events = is_kernel_memory_limited()
                              ? HeldEvents::hold(uvc_get_libusb_handle(pDevObj->uvc_handle))
@@ -39,10 +41,8 @@ void nyxus::give_back_interface(NyDevice* pDevObj)
 {
     if (!is_session_open(*pDevObj) || pDevObj->stream_running || pDevObj->device_gone)
         return;
-    libusb_device_handle* usb = uvc_get_libusb_handle(pDevObj->uvc_handle);
-    const int number = streaming_interface(pDevObj->uvc_handle);
-    if (number <= 0 || is_gone(usb)) // 0 has the controls, and stays
+    const uint8_t number = pDevObj->stream_ctrl.bInterfaceNumber;
+    if (number == 0 || is_gone(uvc_get_libusb_handle(pDevObj->uvc_handle)))
         return;
-    (void)uvc_release_if(pDevObj->uvc_handle, number); // where libuvc has claimed it
-    (void)libusb_release_interface(usb, number);       // where a start of ours has
+    (void)uvc_release_if(pDevObj->uvc_handle, number);
 }

@@ -9,8 +9,8 @@ namespace nyxus {
 uvc_error_t start_safely(NyDevice* pDevObj, uvc_stream_handle_t** stream,
                          uvc_frame_callback_t* callback, void* user);
 
-/// After a start that has failed: the kernel's driver, or another program, may have the video
-/// interface.
+/// After a start that has failed, where libuvc has claimed the video interface for it: the kernel's
+/// driver, or another program, may have it.
 void give_back_interface(NyDevice* pDevObj);
 
 } // namespace nyxus

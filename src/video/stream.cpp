@@ -189,8 +189,8 @@ int32_t start_claimed(NyDevice* pDevObj, NyStream* stream)
     if (claim < 0)
         return fail(claim, "libusb_claim_interface()");
     const int32_t rv = start(pDevObj, stream, wanted);
-    if (rv < 0)
-        nyxus::give_back_interface(pDevObj);
+    if (rv < 0 && !pDevObj->stream_running)
+        (void)libusb_release_interface(usb, wanted.bInterfaceNumber);
     return rv;
 }
 

@@ -70,6 +70,7 @@ uvc_error_t ask_libuvc(NyDevice* pDevObj, const VideoStreamParam& param)
         return UVC_ERROR_NO_DEVICE;
     if (!nyxus::may_ask_libuvc(pDevObj->uvc_handle, param.width, param.height, param.fps))
         return UVC_ERROR_INVALID_MODE;
+    pDevObj->stream_ctrl.bInterfaceNumber = 0; // libuvc tells it just before it claims it
     return uvc_get_stream_ctrl_format_size(
         pDevObj->uvc_handle, &pDevObj->stream_ctrl, UVC_FRAME_FORMAT_YUYV,
         static_cast<int>(param.width), static_cast<int>(param.height), static_cast<int>(param.fps));
@@ -96,6 +97,7 @@ uvc_error_t negotiate(const char* function, NyDevice* pDevObj, const VideoStream
     uvc_error_t rc = ask_libuvc(pDevObj, param);
     if (rc < 0) {
         nyxus::report_uvc_error(rc, "get stream ctrl");
+        nyxus::give_back_interface(pDevObj);
         return rc;
     }
     uvc_stream_ctrl_t& control = pDevObj->stream_ctrl;
@@ -105,8 +107,10 @@ uvc_error_t negotiate(const char* function, NyDevice* pDevObj, const VideoStream
     if (frame != nullptr)
         control.dwMaxVideoFrameSize = frame->dwMaxVideoFrameBufferSize;
     rc = choose_payload(function, pDevObj, *negotiated_payload);
-    if (rc < 0)
+    if (rc < 0) {
         nyxus::report_uvc_error(rc, "start_streaming");
+        nyxus::give_back_interface(pDevObj);
+    }
     return rc;
 }
 
@@ -197,8 +201,6 @@ int32_t startVideoStream(NyDevice* pDevObj, NyFrameCallback callback, VideoStrea
     const bool former_runs = former != nullptr && pDevObj->stream_running;
     nyxus::set_current_stream(pDevObj, stream, nyxus::kOwnedByObject);
     const int32_t rc = start_callback_stream(__func__, pDevObj, *param, stream);
-    if (rc < 0)
-        nyxus::give_back_interface(pDevObj);
     if (former_runs) { // and libuvc has refused this one
         nyxus::set_current_stream(pDevObj, former, former_owner);
         destroy(stream);
@@ -212,10 +214,7 @@ int32_t startVideoStream_snapshot(NyDevice* pDevObj, void* /*unused*/, VideoStre
 {
     NY_REQUIRE_DEVICE(pDevObj);
     NY_REQUIRE(param);
-    const int32_t rc = take_snapshot(__func__, pDevObj, param);
-    if (rc < 0)
-        nyxus::give_back_interface(pDevObj);
-    return rc;
+    return take_snapshot(__func__, pDevObj, param);
 }
 
 void stopVideoStream(NyDevice* pDevObj)

@@ -309,6 +309,26 @@ class Run:
         if not any(backup[:len(before)] == before[:len(backup)] for backup in self.backups() if backup):
             raise Finding(f"{kind} changed the ROM, and nothing holds what was in it")
 
+    def check_journal(self, units, befores, image):
+        """Nothing says that a ROM is whole which is not."""
+        for unit, before in zip(units, befores):
+            after = unit.rom()
+            contents = [image, *(backup[:0x8000].rstrip(b"\xFF") for backup in self.backups())]
+            whole = after == before or any(data and after[:len(data)] == data for data in contents)
+            try:
+                rom = json.loads(self.info(unit, units).out).get("rom", {})
+            except ValueError:
+                continue
+            if rom.get("state") in ("verified", "started") and not whole:
+                raise Finding("the journal says that a ROM is whole which is not")
+            if rom.get("state") == "blank" and set(after[:0x8000]) != {0xFF}:
+                raise Finding("the journal says that a ROM is blank which is not")
+            if not whole and set(after[:0x8000]) != {0xFF} and rom.get("state", "none") == "none":
+                raise Finding("nothing says that the ROM is incomplete")
+
+    def info(self, unit, units):
+        return self.nyxus(units, "info", "--json", "--camera", f"{unit.number}-1")
+
     def bring_back(self, units, dropped):
         """Each unit starts its firmware again, with what was its own."""
         for unit in units:
@@ -327,9 +347,8 @@ class Run:
                 self.check_kept(unit, 0)
 
     def runs(self, unit, units):
-        info = self.nyxus(units, "info", "--json", "--camera", f"{unit.number}-1")
         try:
-            return json.loads(info.out).get("runs") == "external firmware"
+            return json.loads(self.info(unit, units).out).get("runs") == "external firmware"
         except ValueError:
             return False
 
@@ -362,6 +381,8 @@ class Run:
         if kind == "compare" and outcome.code == OK and befores[0][:len(image)] != image and not liar:
             raise Finding("compare finds equal what is not")
         self.check_left_overs()
+        if not liar:
+            self.check_journal(units, befores, image)
         lost = "--no-backup" in arguments and any(u.rom() != b for u, b in zip(units, befores))
         self.bring_back(units, dropped=lost or liar)
 

@@ -129,10 +129,10 @@ NYXUS_ENGINE_API Cost register_change();
 /// Setting a pin. Pin 0 has to be made a pin before.
 NYXUS_ENGINE_API Cost pin_change(unsigned pin);
 
-/// Reading the external ROM from its start as read_rom() does, as confirm_rom() does, and a part of
-/// it as the library does.
+/// Reading the external ROM from its start as read_rom() does, as read_rom_twice() does, and a part
+/// of it as the library does.
 NYXUS_ENGINE_API Cost whole_read(Camera& camera, size_t bytes);
-NYXUS_ENGINE_API Cost second_read(const Camera& camera, size_t bytes);
+NYXUS_ENGINE_API Cost whole_read_twice(Camera& camera, size_t bytes);
 NYXUS_ENGINE_API Cost rom_read(const Camera& camera, size_t bytes);
 NYXUS_ENGINE_API Cost rom_write(const Camera& camera, size_t bytes);
 NYXUS_ENGINE_API Cost rom_unlock(const Camera& camera);
