@@ -352,9 +352,11 @@ TEST(Stream, IncompleteFramesAreDroppedAndCounted)
         return ordinal % 2 == 0 ? sim::FrameFault::truncated(1000) : sim::FrameFault::none();
     });
     NyStream* stream = start(camera.device(), yuyv(320, 240));
-    EXPECT_TRUE(take_frames(stream, 3));
     NyStreamStatus status = {};
-    nyxus_stream_status(stream, &status);
+    for (int frame = 0; frame < 100 && status.incomplete < 3; ++frame) {
+        ASSERT_TRUE(take_frames(stream, 1)); // a busy host loses some of either kind
+        nyxus_stream_status(stream, &status);
+    }
     EXPECT_GE(status.incomplete, 3u);
     nyxus_stream_free(stream);
 }
