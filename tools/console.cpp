@@ -81,8 +81,7 @@ void Console::show_prints(bool all)
 void Console::keep_time(const std::stop_token& over)
 {
     constexpr std::chrono::milliseconds kTick{100};
-    std::mutex mutex;
-    std::unique_lock lock(mutex);
+    std::unique_lock lock(tick_mutex_);
     std::condition_variable_any wake;
     while (!over.stop_requested()) {
         wake.wait_for(lock, over, kTick, [] { return false; });

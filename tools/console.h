@@ -49,6 +49,7 @@ private:
         std::chrono::steady_clock::now();
     Display display_;
     Interrupts interrupts_{display_};
+    std::mutex tick_mutex_; ///< nothing but what a wait needs
     std::mutex capture_mutex_;
     Capture capture_;
     std::jthread ticker_; ///< last: its thread calls the members above
