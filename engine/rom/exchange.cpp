@@ -105,8 +105,8 @@ Status fetch(Camera& camera, const std::string& doing, Frame& frame, size_t need
                                               fetched, needed));
     }
     AddressEcho& echo = frame.selector == ZRV_XU_EXT_ROM ? camera.narrow_echo : camera.wide_echo;
-    const bool repeats =
-        std::equal(answer.begin(), answer.begin() + frame.header_bytes, frame.bytes.begin());
+    const bool repeats = std::ranges::equal(std::span(answer).first(frame.header_bytes),
+                                            std::span(frame.bytes).first(frame.header_bytes));
     if (!echo.accepts(repeats))
         return unreliable(doing, "the camera answered another request");
     frame.bytes.swap(answer);

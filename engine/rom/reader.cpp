@@ -101,10 +101,10 @@ Status read_range(const Reading& reading, uint32_t address, Slice out, const Adv
 /// Two readings of a slice that have differed, until two new ones are equal.
 Status settle(const Reading& reading, uint32_t address, Slice slice)
 {
-    const Status differ{Reason::kUnreliableReads,
-                        text::format("two readings of the ROM differ, somewhere in %zu bytes from "
-                                     "0x%04X; what the camera says cannot be relied on",
-                                     slice.size(), address)};
+    Status differ{Reason::kUnreliableReads,
+                  text::format("two readings of the ROM differ, somewhere in %zu bytes from "
+                               "0x%04X; what the camera says cannot be relied on",
+                               slice.size(), address)};
     std::vector<uint8_t> second(slice.size());
     for (int round = 0; round < kRounds; ++round) {
         tell_read_again(reading, differ);

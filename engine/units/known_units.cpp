@@ -151,9 +151,10 @@ std::vector<KnownUnit> known_units(const fs::path& state, std::vector<std::strin
         try {
             auto folder = units->find_folder(name);
             auto unit = folder ? read_unit(*folder) : std::nullopt;
-            if (!unit)
+            if (!unit) {
                 throw std::system_error(std::make_error_code(std::errc::invalid_argument),
                                         "no unit.json in '" + units->path() + "/" + name + "'");
+            }
             unit->id = name;
             known.push_back({*std::move(unit), *std::move(folder)});
         } catch (const std::system_error& error) {
