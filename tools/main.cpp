@@ -44,9 +44,10 @@ ExitCode run_reporting_failures(const Arguments& arguments)
         NyTraceVerbose_level(std::min(arguments.verbosity, 3));
         if (arguments.quiet || arguments.json)
             console.display().be_quiet(); // until events are told
-        if (arguments.json)
+        if (arguments.json) {
             console.display().set_last_line(
                 [](const Failure& failure, RomContents) { return json_error(failure); });
+        }
         for (const std::string& line : nyxus::engine::put_left_cameras_back())
             console.display().warn("nyxus: " + line);
         const ExitCode code = arguments.run(console, arguments);

@@ -159,9 +159,10 @@ TEST_F(Files, WhatCannotBeReplacedStaysAsItIs)
         {"new/", "No such file or directory"},
     };
     for (const auto& [name, reason] : rows) {
-        const std::string complaint = "cannot write '" + path(name) + "': " + reason;
-        EXPECT_EQ(complaint_of([&] { files::check_replaceable(path(name)); }), complaint);
-        EXPECT_EQ(replace(path(name), "x"), complaint);
+        const std::string target = path(name);
+        const std::string complaint = "cannot write '" + target + "': " + reason;
+        EXPECT_EQ(complaint_of([&] { files::check_replaceable(target); }), complaint);
+        EXPECT_EQ(replace(target, "x"), complaint);
         EXPECT_EQ(names(), before);
     }
     EXPECT_EQ(replace("", "x"), "cannot write '': No such file or directory");

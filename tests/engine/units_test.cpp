@@ -16,7 +16,7 @@ using engine::RomRecord;
 using engine::Started;
 namespace fs = std::filesystem;
 
-constexpr engine::UpgradeOptions kAlways = {.always = true};
+const engine::UpgradeOptions kAlways = {.always = true};
 constexpr char kBreaksOff[] =
     R"([{"when": {"rom_address": "0x2000", "request": "SET_CUR", "count": 2}, "do": "io-error"}])";
 

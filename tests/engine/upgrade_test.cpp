@@ -10,7 +10,7 @@ using engine::Reason;
 using engine::RomContents;
 using Kind = engine::Event::Kind;
 
-constexpr engine::UpgradeOptions kOnlyWrite = {.always = true, .backup = false, .verify = false};
+const engine::UpgradeOptions kOnlyWrite = {.always = true, .backup = false, .verify = false};
 
 /// The shipped models, and two whose firmware wants its block selected for every access.
 std::vector<sim::CameraModel> all_models()
