@@ -67,6 +67,18 @@ std::vector<Backup> superfluous(const KnownUnit& known, unsigned keep)
     return backups;
 }
 
+/// Old ones, those of other units that it may be, and its own, the latest one last.
+std::vector<Backup> backups_for(const fs::path& state, const Sighting& sighting)
+{
+    const Identity identity = identify(state, sighting);
+    std::vector<Backup> all = old_backups_of(state, sighting);
+    for (const KnownUnit& candidate : identity.candidates)
+        append(all, backups_of(candidate));
+    if (identity.unit)
+        append(all, backups_of(*identity.unit));
+    return all;
+}
+
 } // namespace
 
 std::string RomHistory::sentence() const
@@ -102,14 +114,7 @@ Result<std::vector<Backup>> Backups::list(std::vector<std::string>* problems) co
 Result<std::vector<Backup>> Backups::list(const CameraInfo& camera) const
 {
     return with_files(folder_, [&]() -> Result<std::vector<Backup>> {
-        const Sighting sighting = sight(camera);
-        const Identity identity = identify(folder_, sighting);
-        std::vector<Backup> all = old_backups_of(folder_, sighting);
-        for (const KnownUnit& candidate : identity.candidates)
-            append(all, backups_of(candidate));
-        if (identity.unit)
-            append(all, backups_of(*identity.unit));
-        return all;
+        return backups_for(folder_, sight(camera));
     });
 }
 
@@ -148,13 +153,7 @@ Result<Backup> Backups::latest(const Camera& camera) const
 std::vector<Backup> Backups::candidates(const Camera& camera) const
 {
     const auto found = with_files(folder_, [&]() -> Result<std::vector<Backup>> {
-        const Sighting sighting = sight(camera);
-        const Identity identity = identify(folder_, sighting);
-        std::vector<Backup> all = old_backups_of(folder_, sighting);
-        for (const KnownUnit& candidate : identity.candidates)
-            append(all, backups_of(candidate));
-        if (identity.unit)
-            append(all, backups_of(*identity.unit));
+        std::vector<Backup> all = backups_for(folder_, sight(camera));
         std::erase_if(all, [this](const Backup& backup) {
             return backup.started == Started::kNo || !read(backup);
         });
