@@ -68,7 +68,7 @@ std::vector<Backup> superfluous(const KnownUnit& known, unsigned keep)
 }
 
 /// Old ones, those of other units that it may be, and its own, the latest one last.
-std::vector<Backup> backups_for(const fs::path& state, const Sighting& sighting)
+std::vector<Backup> backups_for(const std::filesystem::path& state, const Sighting& sighting)
 {
     const Identity identity = identify(state, sighting);
     std::vector<Backup> all = old_backups_of(state, sighting);
