@@ -406,7 +406,10 @@ class Run:
         outcome, trouble, faults = self.with_trouble(units, arguments)
         liar = any(fault["do"] == "bit-flip" for fault in faults)
         killed = trouble == "kill" or outcome.code < 0 or outcome.code == 128 + signal.SIGKILL
-        self.check_ending(kind, units, outcome, killed)
+        at_once = trouble in ("signal", "signals") and not outcome.out and not outcome.err
+        untouched = all(unit.rom() == before for unit, before in zip(units, befores))
+        if not (at_once and untouched):
+            self.check_ending(kind, units, outcome, killed)
         for result in outcome.results():
             port = result.get("port", "1-1")
             concerned = [u for u in units if port.startswith(f"{u.number}-")] or units[:1]
