@@ -101,7 +101,7 @@ private:
         const Images& images = *cameras_[index].images;
         const Order order{.port = cameras_[index].port,
                           .options = options_,
-                          .firmware_bytes = images.firmware.bytes().size(),
+                          .firmware_bytes = images.firmware.as_read().size(),
                           .mfi_bytes = images.mfi ? images.mfi->bytes().size() : 0,
                           .serial = images.mfi ? images.mfi->serial() : ""};
         auto helper = Helper::start(program_, order, images, backups_);

@@ -46,6 +46,7 @@ TEST(EngineImages, ThoseForAnotherCameraAreRefusedBeforeAnythingIsSent)
                               const std::function<void(std::vector<uint8_t>&)>& change) {
         std::vector<uint8_t> bytes = image_bytes(rowan, size);
         change(bytes);
+        sim::put_header(bytes);
         return *engine::Firmware::from(bytes);
     };
     const auto mfi = *engine::Mfi::from(sim::make_mfi_image(1, "A0001234"));
