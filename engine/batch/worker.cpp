@@ -97,6 +97,7 @@ Report work(const Order& order, const Backups& backups, const Caller& caller)
     if (!report.status || !order.options.restart || report.up_to_date)
         return report;
     const auto returned = restart(*std::move(camera), options.wait_s, backups, caller);
+    report.version_after = returned ? returned->version() : "";
     report.status = returned ? check_started(*returned, backups) : returned.status();
     report.stopped = report.status.reason() == Reason::kStopped;
     return report;

@@ -120,7 +120,7 @@ std::string Camera::firmware_sentence() const
 
 std::string Camera::version() const
 {
-    return runs_external_firmware() ? text::format("0x%04X", firmware_version()) : "";
+    return runs_external_firmware() ? text::format("0x%04X", firmware_version()) : "mask ROM";
 }
 
 std::string Camera::running() const
