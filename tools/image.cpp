@@ -57,9 +57,10 @@ Value mfi_json(const std::optional<engine::MfiFacts>& mfi)
     if (!mfi)
         return {};
     Value::List parts;
-    for (const engine::MfiPart& part : mfi->parts)
+    for (const engine::MfiPart& part : mfi->parts) {
         parts.emplace_back(
             Members{{"part", part.name}, {"address", part.address}, {"bytes", part.size}});
+    }
     return Members{{"bytes", mfi->bytes}, {"serial", nothing_or(mfi->serial)}, {"parts", parts}};
 }
 

@@ -47,7 +47,7 @@ std::vector<uint8_t> read_images(size_t size, size_t offset)
 
 Result<Images> images_of(const Order& order)
 {
-    auto firmware = Firmware::from(read_images(order.firmware_bytes, 0));
+    auto firmware = Firmware::from_rom(read_images(order.firmware_bytes, 0)); // as it was checked
     if (!firmware)
         return firmware.status();
     Images images{*std::move(firmware)};

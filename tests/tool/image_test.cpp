@@ -5,8 +5,6 @@
 
 #include <gtest/gtest.h>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 using namespace test;
 
@@ -15,12 +13,6 @@ namespace {
 std::string digest_of(const std::string& file)
 {
     return run_program({"sha256sum", file}).out.substr(0, 64);
-}
-
-Json last_line(const std::string& text)
-{
-    const size_t end = text.find_last_not_of('\n');
-    return Json::parse(text.substr(text.rfind('\n', end) + 1));
 }
 
 TEST(Image, IsShownWithoutACamera)
@@ -111,7 +103,7 @@ TEST(Image, IsReadOnceAndToldOfInResultsAndJournal)
     rom.resize(expected.size());
     EXPECT_EQ(rom, expected);
 
-    const Json result = last_line(outcome.out);
+    const Json result = events(outcome.out).back();
     EXPECT_EQ(result["sha256"], digest);
     EXPECT_EQ(result["version"], "0x0205");
     EXPECT_EQ(result["version_before"], "0x0203");
@@ -122,7 +114,7 @@ TEST(Image, IsReadOnceAndToldOfInResultsAndJournal)
 
     const std::string journal = (bench.backups().back().parent_path() / "journal.jsonl").string();
     const Bytes lines = read_file(journal);
-    const Json line = last_line({lines.begin(), lines.end()});
+    const Json line = events({lines.begin(), lines.end()}).back();
     EXPECT_EQ(line["step"], "started");
     EXPECT_EQ(line["file_sha256"], digest);
     EXPECT_EQ(line["kept"], result["kept"]);
@@ -137,21 +129,19 @@ TEST(Image, OfABatchIsToldOfWithEachCamera)
     const std::string image = bench.image(kModel, "0x0205");
     const std::string digest = digest_of(image);
     const Outcome batch = bench.nyxus(cameras, {"upgrade", image, "--all", "--reset", "--json"});
-    std::istringstream lines(batch.out);
-    std::vector<Json> results;
-    for (std::string line; std::getline(lines, line);) {
-        const Json json = Json::parse(line);
+    size_t results = 0;
+    for (const Json& json : events(batch.out)) {
         if (json["event"] != "result")
             continue;
-        results.push_back(json);
+        ++results;
         const bool fits = json["product"] == "rowan-spi";
-        EXPECT_EQ(json["sha256"], digest) << line;
-        EXPECT_EQ(json["version_after"], fits ? Json("0x0205") : Json()) << line;
+        EXPECT_EQ(json["sha256"], digest) << json;
+        EXPECT_EQ(json["version_after"], fits ? Json("0x0205") : Json()) << json;
         EXPECT_EQ(json["version_before"], json["serial"] == "A1" || !fits ? "0x0100" : "mask ROM")
-            << line;
-        EXPECT_EQ(json["backup"] == Json(), json["serial"] != "A1") << line;
+            << json;
+        EXPECT_EQ(json["backup"] == Json(), json["serial"] != "A1") << json;
     }
-    EXPECT_EQ(results.size(), 3u) << batch.out << batch.err;
+    EXPECT_EQ(results, 3u) << batch.out << batch.err;
 }
 
 } // namespace

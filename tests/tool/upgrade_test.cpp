@@ -98,7 +98,7 @@ TEST(Upgrade, RefusesWrongImagesBeforeAnythingIsWritten)
         {{file("blank", Bytes(4096, 0xFF))}, 7, "is no firmware image"},
         {{file("short", Bytes(0x41, 0x52))}, 7, "is no firmware image"},
         {{other_kind}, 7, "made for a ROM of 32 KiB"},
-        {{file("cut", cut)}, 7, "(NXFW) is truncated: it has 9000 of 23100 bytes"},
+        {{file("cut", cut)}, 7, "(NXFW) is truncated: it has 9000 of 20000 bytes"},
         {{changed(bench, good, [](Bytes& b) { b[9000] ^= 1; })},
          7,
          "checksum of its body is wrong"},
