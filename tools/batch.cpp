@@ -54,12 +54,12 @@ void end(Result& result, const engine::BatchReport& report, const Arguments& arg
 {
     if (report.started)
         result.take_time();
-    result.rom = report.rom;
+    describe(result, images);
+    describe(result, report);
     if (report.status) {
         result.exit_code = kExitOk;
         result.outcome = report.up_to_date ? Outcome::kUpToDate : Outcome::kUpgraded;
-        result.message = report.up_to_date ? kUpToDate : what_is_done(arguments, images);
-        result.bytes = report.bytes;
+        result.message = report.up_to_date ? kUpToDate : what_is_done(arguments, images, result);
     } else if (report.started || !report.stopped) {
         result.end(failure_of(static_cast<const engine::Report&>(report)));
     } else {
@@ -120,6 +120,8 @@ private:
             remark(job, "read once more: " + event.status.text());
         } else if (event.kind == Kind::kKept) {
             remark(job, "kept: " + event.text);
+        } else if (event.kind == Kind::kInstalls) {
+            remark(job, event.text);
         } else if (event.kind == Kind::kNotKept) {
             if (!arguments_.quiet)
                 display_.warn(job.result.camera.port + ": lost: " + event.text);
@@ -264,7 +266,6 @@ std::vector<Job> find_jobs(Console& console, const Arguments& arguments)
 ExitCode plan_batch(Console& console, const Arguments& arguments, const Run& plan)
 {
     refuse_single_camera_options(arguments);
-    load_images(arguments); // what is wrong with a file is said once
     int code = kExitOk;
     for (const Job& job : find_jobs(console, arguments)) {
         Arguments single = arguments;

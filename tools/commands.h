@@ -5,6 +5,7 @@
 #include "camera.h"
 #include "command_line.h"
 #include "console.h"
+#include "events.h"
 #include "exit_codes.h"
 
 namespace tool {
@@ -13,6 +14,7 @@ namespace tool {
 void add_list_command(Command& app, Arguments& arguments);
 void add_info_command(Command& app, Arguments& arguments);
 void add_doctor_command(Command& app, Arguments& arguments);
+void add_image_command(Command& app, Arguments& arguments);
 void add_rom_commands(Command& app, Arguments& arguments);
 void add_backups_command(Command& app, Arguments& arguments);
 void add_explain_command(Command& app, Arguments& arguments);
@@ -38,6 +40,7 @@ std::vector<CameraEntry> matching_cameras(Console& console, const Arguments& arg
 
 /// Restarts the camera, waits for its return and says how it came back, which is returned as well.
 /// A Failure when it does not run from its ROM, or not what was programmed.
-std::string start_new_firmware(Console& console, const Arguments& arguments, Camera camera);
+std::string start_new_firmware(Console& console, const Arguments& arguments, Camera camera,
+                               Result& result);
 
 } // namespace tool

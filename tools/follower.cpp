@@ -98,6 +98,9 @@ void Follower::hear(const engine::Event& event)
         case Kind::kNotKept:
             display.note("lost: " + event.text);
             break;
+        case Kind::kInstalls:
+            display.note(event.text);
+            break;
         case Kind::kBackup:
             display.note("backup of the ROM: " + event.text);
             break;

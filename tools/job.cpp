@@ -84,8 +84,9 @@ bool has_succeeded(const Job& job)
 std::string result_text(const Result& result)
 {
     if (result.outcome == Outcome::kUpgraded) {
-        return format("upgraded: %.1f KiB in %.1f s", static_cast<double>(result.bytes) / 1024,
-                      result.seconds);
+        return format("upgraded: %.1f KiB in %.1f s, ", static_cast<double>(result.bytes) / 1024,
+                      result.seconds) +
+               engine::version_change(result.version_before, result.version);
     }
     if (result.outcome == Outcome::kUpToDate || result.outcome == Outcome::kNotStarted)
         return words_of(result.outcome);

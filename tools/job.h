@@ -4,6 +4,8 @@
 #include "arguments.h"
 #include "display.h"
 
+#include <nyxus/engine/upgrade.hpp>
+
 namespace tool {
 
 /// One camera of a batch.

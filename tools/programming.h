@@ -17,8 +17,13 @@ engine::Images load_images(const Arguments& arguments);
 engine::UpgradeOptions upgrade_options(const Arguments& arguments);
 
 /// How an upgrade has ended.
-std::string what_is_done(const Arguments& arguments, const engine::Images& images);
+std::string what_is_done(const Arguments& arguments, const engine::Images& images,
+                         const Result& result);
 inline constexpr char kUpToDate[] = "already up to date: the ROM equals the image";
+
+/// What is to be installed, and what came of it.
+void describe(Result& result, const engine::Images& images);
+void describe(Result& result, const engine::Report& report);
 
 /// Reads what an upgrade reads first, as a phase of the display.
 std::vector<uint8_t> read_before(Console& console, const Arguments& arguments, Camera& camera,

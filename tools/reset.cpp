@@ -18,9 +18,11 @@ static Camera restart(Console& console, const Arguments& arguments, Camera camer
     return returned;
 }
 
-std::string start_new_firmware(Console& console, const Arguments& arguments, Camera camera)
+std::string start_new_firmware(Console& console, const Arguments& arguments, Camera camera,
+                               Result& result)
 {
     const Camera returned = restart(console, arguments, std::move(camera));
+    result.version_after = returned.version();
     const engine::Status started = check_started(returned, engine::Backups());
     if (!started)
         throw failure_of(started, advice_for(started.reason()));
@@ -32,8 +34,9 @@ ExitCode run_reset(Console& console, const Arguments& arguments)
     return run_with_result(console, arguments, [&](Result& result) {
         Camera camera = open_chosen(console, arguments);
         result.camera = label_of(camera);
+        result.version_before = camera.version();
         promise_result(console, result);
-        result.message = start_new_firmware(console, arguments, std::move(camera));
+        result.message = start_new_firmware(console, arguments, std::move(camera), result);
         return kExitOk;
     });
 }

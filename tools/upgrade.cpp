@@ -21,9 +21,8 @@ void print_nothing_to_do(Console& console, const Arguments& arguments, Camera& c
 }
 
 /// What --dry-run does in its place.
-ExitCode plan_upgrade(Console& console, const Arguments& arguments)
+void plan_upgrade(Console& console, const Arguments& arguments, const engine::Images& images)
 {
-    const engine::Images images = load_images(arguments);
     const engine::UpgradeOptions options = upgrade_options(arguments);
     Camera camera = open_with_rom(console, arguments);
     require(check_images(camera, images));
@@ -33,7 +32,6 @@ ExitCode plan_upgrade(Console& console, const Arguments& arguments)
     } else {
         print_plan(console, arguments, camera, images, options, before);
     }
-    return kExitOk;
 }
 
 void upgrade(Console& console, const Arguments& arguments, Result& result)
@@ -41,15 +39,17 @@ void upgrade(Console& console, const Arguments& arguments, Result& result)
     const engine::Images images = load_images(arguments);
     Camera camera = open_with_rom(console, arguments);
     result.camera = label_of(camera);
+    result.version_before = camera.version();
+    describe(result, images);
     promise_result(console, result);
     require(check_images(camera, images));
     console.drain();
     console.display().note("upgrading " + camera.name());
     const bool programmed = program(console, camera, arguments, images, result);
-    result.message = programmed ? what_is_done(arguments, images) : kUpToDate;
+    result.message = programmed ? what_is_done(arguments, images, result) : kUpToDate;
     console.display().say(result.message);
     if (arguments.reset) {
-        start_new_firmware(console, arguments, std::move(camera));
+        start_new_firmware(console, arguments, std::move(camera), result);
     } else if (programmed) {
         console.display().note("the new firmware starts with the next reset: run 'nyxus reset'");
     }
@@ -60,12 +60,16 @@ void upgrade(Console& console, const Arguments& arguments, Result& result)
 
 ExitCode run_upgrade(Console& console, const Arguments& arguments)
 {
-    if (arguments.all) {
-        return arguments.dry_run ? plan_batch(console, arguments, plan_upgrade)
-                                 : run_batch(console, arguments);
+    if (arguments.dry_run) {
+        const engine::Images images = load_images(arguments); // once for all cameras
+        const Run plan = [&images](Console& shown, const Arguments& single) {
+            plan_upgrade(shown, single, images);
+            return kExitOk;
+        };
+        return arguments.all ? plan_batch(console, arguments, plan) : plan(console, arguments);
     }
-    if (arguments.dry_run)
-        return plan_upgrade(console, arguments);
+    if (arguments.all)
+        return run_batch(console, arguments);
     return run_with_result(console, arguments, [&](Result& result) {
         upgrade(console, arguments, result);
         return kExitOk;

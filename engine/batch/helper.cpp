@@ -39,7 +39,8 @@ files::Descriptor sealed(const Images& images)
 {
     const files::Descriptor made(memfd_create("nyxus-images", MFD_CLOEXEC | MFD_ALLOW_SEALING));
     files::Descriptor file = put_aside(made.get());
-    for (const Bytes part : {images.firmware.bytes(), images.mfi ? images.mfi->bytes() : Bytes()}) {
+    for (const Bytes part :
+         {images.firmware.as_read(), images.mfi ? images.mfi->bytes() : Bytes()}) {
         const std::string_view text(reinterpret_cast<const char*>(part.data()), part.size());
         if (file && files::write_all(file.get(), text) != 0)
             file.reset();

@@ -101,7 +101,7 @@ private:
         const Images& images = *cameras_[index].images;
         const Order order{.port = cameras_[index].port,
                           .options = options_,
-                          .firmware_bytes = images.firmware.bytes().size(),
+                          .firmware_bytes = images.firmware.as_read().size(),
                           .mfi_bytes = images.mfi ? images.mfi->bytes().size() : 0,
                           .serial = images.mfi ? images.mfi->serial() : ""};
         auto helper = Helper::start(program_, order, images, backups_);
@@ -160,6 +160,10 @@ private:
             running.report.rom = event.rom;
         if (event.kind == Kind::kBackup)
             running.report.backup = event.text;
+        if (event.kind == Event::Kind::kKept)
+            running.report.kept.push_back(event.text);
+        if (event.kind == Event::Kind::kInstalls)
+            running.report.version_before = event.version;
         if (event.kind == Kind::kBegins || event.kind == Kind::kEnds) {
             running.is_patient = event.kind == Kind::kBegins && (event.phase == Phase::kWaiting ||
                                                                  event.phase == Phase::kRestarting);

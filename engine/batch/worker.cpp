@@ -47,7 +47,7 @@ std::vector<uint8_t> read_images(size_t size, size_t offset)
 
 Result<Images> images_of(const Order& order)
 {
-    auto firmware = Firmware::from(read_images(order.firmware_bytes, 0));
+    auto firmware = Firmware::from_rom(read_images(order.firmware_bytes, 0)); // as it was checked
     if (!firmware)
         return firmware.status();
     Images images{*std::move(firmware)};
@@ -97,6 +97,7 @@ Report work(const Order& order, const Backups& backups, const Caller& caller)
     if (!report.status || !order.options.restart || report.up_to_date)
         return report;
     const auto returned = restart(*std::move(camera), options.wait_s, backups, caller);
+    report.version_after = returned ? returned->version() : "";
     report.status = returned ? check_started(*returned, backups) : returned.status();
     report.stopped = report.status.reason() == Reason::kStopped;
     return report;

@@ -54,6 +54,8 @@ struct Event {
         kBackup,        ///< the ROM is kept in the file `text`
         kLost,          ///< the camera is gone: `status`; the ROM holds `rom`. It is waited for
         kRetries,       ///< the camera `text` is back, and the work begins once more
+        kInstalls,      ///< an upgrade begins: `text`, from which version to which, and the image's
+                        ///< digest; `version`: the one that the camera reports before
     };
 
     Kind kind = Kind::kBegins;
@@ -64,6 +66,7 @@ struct Event {
     RomContents rom = RomContents::kUnchanged;
     bool stop_waits = false; ///< with kOutlook: from now on a stop is postponed
     std::string text = {};
+    std::string version = {};
     Status status = {};
 };
 
