@@ -42,9 +42,12 @@ const RomWords& words_for(RomContents rom)
          "the ROM is incomplete"},
         {"", "",
          "the ROM is incomplete"},
+        {"nobody knows what the ROM holds now, run the upgrade again",
+         "nobody knows what the ROM holds now; erase or upgrade it again",
+         "nobody knows what the ROM holds"},
     };
     // clang-format on
-    static_assert(std::size(kWords) == static_cast<size_t>(RomContents::kErased) + 1);
+    static_assert(std::size(kWords) == static_cast<size_t>(RomContents::kUnknown) + 1);
     return kWords[static_cast<size_t>(rom)];
 }
 
