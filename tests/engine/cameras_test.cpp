@@ -1,8 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // Cameras that go and come back, are blank, or work side by side.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include "bench.h"
+#include "files/pipe.h"
 
+#include <csignal>
 #include <thread>
 
 namespace {
@@ -195,6 +201,32 @@ TEST(EngineCameras, TellWhyTheyCannotBeOpened)
             std::string(message).replace(message.find("ADDRESS"), 7, info.bus_address());
         EXPECT_EQ(camera.status().message().find(expected), 0u) << camera.status().text();
     }
+}
+
+TEST(EngineCameras, TellWhoUsesThem)
+{
+    Bench bench{models::kRowan};
+    const auto info = *nyxus::find_camera();
+    bench.simulated.device(); // which takes it
+    char node[64];
+    snprintf(node, sizeof node, "/dev/bus/usb/%03u/%03u", info.bus, info.address);
+    const std::string file = bench.simulated.bed().folder() + node;
+    const files::Pipe ready = files::make_pipe();
+    const pid_t user = fork();
+    if (user == 0) {
+        (void)syscall(SYS_openat, AT_FDCWD, file.c_str(), O_RDONLY, 0); // not the simulator's
+        (void)!write(ready.write_end.get(), "y", 1);
+        for (;;)
+            pause();
+    }
+    char byte = 0;
+    ASSERT_EQ(read(ready.read_end.get(), &byte, 1), 1);
+    const std::string message = engine::Camera::open(info).status().message();
+    EXPECT_TRUE(
+        message.ends_with(" (process " + std::to_string(user) + "); close it and try again"))
+        << message;
+    kill(user, SIGKILL);
+    waitpid(user, nullptr, 0);
 }
 
 TEST(EngineCameras, ABlankOneIsOpenedAndAnEepromNamed)

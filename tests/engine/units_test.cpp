@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // What is kept belongs to one unit, and its journal says what state the ROM is in.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <fstream>
 
 #include "bench.h"
+#include "files/descriptor.h"
 
 namespace {
 
@@ -162,6 +165,41 @@ TEST(EngineUnits, AFolderThatOthersMayWriteStopsTheUpgrade)
         EXPECT_NE(report.status.message().find("nothing was written"), std::string::npos);
     }
     EXPECT_EQ(bench.simulated.rom(0, 0x10000), before);
+}
+
+TEST(EngineUnits, AStoreThatIsLockedIsNoFaultOfTheCamera)
+{
+    Bench bench{models::kRowan};
+    engine::Camera camera = bench.open();
+    const engine::Images images = images_for(models::kRowan);
+    ASSERT_TRUE(bench.upgrade(camera, images).status);
+    const std::string folder = unit_folder(bench).string();
+    const files::Descriptor lock(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    ASSERT_EQ(flock(lock.get(), LOCK_EX), 0);
+    const engine::Report report = bench.upgrade(camera, images, kAlways);
+    EXPECT_EQ(report.status.reason(), Reason::kBackupNotKept);
+    EXPECT_EQ(report.rom, RomContents::kUnchanged);
+    const std::string holder =
+        "(process " + std::to_string(getpid()) + ") has locked '" + folder + "' for 5 s";
+    EXPECT_NE(report.status.message().find(holder), std::string::npos) << report.status.message();
+}
+
+TEST(EngineUnits, ALongJournalKeepsItsLatestLines)
+{
+    Bench bench{models::kRowan};
+    engine::Camera camera = bench.open();
+    bench.set_faults(kBreaksOff);
+    ASSERT_FALSE(bench.upgrade(camera, images_for(models::kRowan)).status);
+    const fs::path journal = unit_folder(bench) / "journal.jsonl";
+    const std::string lines = text_of(journal);
+    for (std::ofstream file(journal); file.tellp() < 0x21000;)
+        file << lines;
+    bench.set_faults(kBreaksOff);
+    ASSERT_FALSE(bench.upgrade(camera, images_for(models::kRowan)).status);
+    const std::string kept = text_of(journal);
+    const auto count = std::ranges::count(kept, '\n');
+    EXPECT_TRUE(count > 100 && count < 110) << count;
+    EXPECT_EQ(bench.backups.history(camera).rom, RomRecord::kIncomplete);
 }
 
 TEST(EngineUnits, TheJournalTellsOfAnIncompleteRomWhileTheCameraStillRuns)
