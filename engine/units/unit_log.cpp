@@ -248,6 +248,13 @@ Status UnitLog::latest_restart(const Camera& camera) const
                         lines.back().running == camera.running();
     if (camera.runs_external_firmware() && !failed)
         return {};
+    const JournalState state = state_of(lines);
+    if (state.rom == RomRecord::kBlank && !camera.runs_external_firmware()) {
+        return {Reason::kNotStarted, camera.name() +
+                                         " came back with its mask ROM: its ROM was erased on "
+                                         "purpose (" +
+                                         state.line.operation + ", " + state.line.time + ")"};
+    }
     return not_started(camera, failed ? version_of(lines.back().image) : "");
 }
 
