@@ -6,7 +6,8 @@
 
 namespace files {
 
-/// Other programs that have a file open, as "nyxus (process 123)"; those that this user may look into.
+/// Other programs that have a file open, as "nyxus (process 123)"; those that this user may look
+/// into.
 std::vector<std::string> users_of(const std::string& path);
 
 /// The one that has locked a file or folder with flock(), which this descriptor leads to; "" where

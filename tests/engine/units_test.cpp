@@ -180,10 +180,10 @@ void give_to(const fs::path& path, uid_t user)
 bool is_true_for(uid_t user, const std::function<bool()>& question)
 {
     const pid_t child = fork();
-    if (child == 0)
-        _exit(setresgid(user, user, user) == 0 && setresuid(user, user, user) == 0 && question()
-                  ? 0
-                  : 1);
+    if (child == 0) {
+        const bool is_user = setresgid(user, user, user) == 0 && setresuid(user, user, user) == 0;
+        _exit(is_user && question() ? 0 : 1);
+    }
     int status = -1;
     waitpid(child, &status, 0);
     return status == 0;
@@ -203,11 +203,11 @@ TEST(EngineUnits, EachUserHasAStoreOfHisOwn)
     // Both stores are of one user; but what one of them holds was laid there by the other.
     for (const fs::path& store : {bench.backups.state_folder(), others}) {
         give_to(store, kOne);
-        for (const fs::directory_entry& entry : fs::recursive_directory_iterator(store))
-            give_to(entry.path(), store == others && entry.is_regular_file() &&
-                                          entry.path().filename() != "unit.json"
-                                      ? kOther
-                                      : kOne);
+        for (const fs::directory_entry& entry : fs::recursive_directory_iterator(store)) {
+            const bool is_planted = store == others && entry.is_regular_file() &&
+                                    entry.path().filename() != "unit.json";
+            give_to(entry.path(), is_planted ? kOther : kOne);
+        }
     }
     EXPECT_TRUE(is_true_for(kOne, [&] {
         const auto backup = bench.backups.find(name);
