@@ -96,7 +96,7 @@ static void to_json(Json& json, RomContents rom)
 
 static void from_json(const Json& json, RomContents& rom)
 {
-    rom = from_text(json, RomContents::kErased);
+    rom = from_text(json, RomContents::kUnknown);
 }
 
 static void to_json(Json& json, Keep keep)

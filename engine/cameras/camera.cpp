@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <nyxus/engine/camera.hpp>
 
+#include "files/users.h"
 #include "loan.h"
 #include "text/format.h"
 #include "text/printable.h"
@@ -11,6 +12,8 @@ namespace {
 
 /// DEV_Init()'s answer for a chip that the catalogue lacks.
 constexpr int32_t kUnknownChip = 3;
+/// With other cameras of this program, each of which is opened within seconds.
+constexpr std::chrono::seconds kPatience{60};
 
 Status open_failure(const std::string& camera, const nyxus::Status& status)
 {
@@ -33,6 +36,22 @@ bool may_be_blank(int32_t status)
 
 } // namespace
 
+Status usb_failure(const std::string& doing, int libusb_code, const CameraInfo& info)
+{
+    Status failure = usb_failure(doing, libusb_code);
+    std::string names;
+    if (failure.reason() == Reason::kBusy) {
+        const std::string node = text::format("/dev/bus/usb/%03u/%03u", info.bus, info.address);
+        for (const std::string& user : files::users_of(node))
+            names += (names.empty() ? "" : ", ") + user;
+    }
+    if (names.empty())
+        return failure;
+    return {Reason::kBusy,
+            doing + ": another program uses the camera, " + names + "; close it and try again",
+            failure.code()};
+}
+
 Camera::Camera(nyxus::Camera camera, std::shared_ptr<void> loan)
     : nyxus::Camera(std::move(camera)),
       controls_(device()->xu_table, device()->xu_table + device()->xu_table_count),
@@ -44,18 +63,23 @@ Camera::Camera(nyxus::Camera camera, std::shared_ptr<void> loan)
 
 Result<Camera> Camera::open(const CameraInfo& info)
 {
-    const auto hold = hold_cameras(); // the probe uses what belongs to the process
+    const std::string name = "camera " + info.bus_address();
+    const auto hold = hold_cameras(kPatience); // the probe uses what belongs to the process
+    if (!hold) {
+        return Status(Reason::kOther, "cannot open " + name +
+                                          ": this program has been opening or closing another "
+                                          "camera for a minute");
+    }
     const auto loan = std::make_shared<Loan>(info);
     const auto lent = [&loan](nyxus::Camera camera) {
         loan->set_open(camera.device()->usb_handle);
         return Camera(std::move(camera), loan);
     };
-    const std::string name = "camera " + info.bus_address();
     auto camera = nyxus::Camera::open(info);
     if (camera)
         return lent(*std::move(camera));
     if (const nyxus::Status claim = can_claim(info); !claim)
-        return usb_failure("cannot open " + name, claim.usb_code());
+        return usb_failure("cannot open " + name, claim.usb_code(), info);
     if (!may_be_blank(camera.status().code()))
         return open_failure(name, camera.status());
     auto blank = open_blank(info);

@@ -82,11 +82,20 @@ Status unreliable(const std::string& doing, const std::string& why)
     return {Reason::kUnreliableReads, doing + ": " + why};
 }
 
+/// With libusb's words and the status, as the library's messages end.
+Status transfer_failure(const std::string& doing, int libusb_code)
+{
+    const Status failure = usb_failure(doing, libusb_code);
+    return {failure.reason(), failure.message(), failure.code(),
+            text::format("<ERROR_LIBUSB> libusb_control_transfer() FAILED, %s, %d",
+                         libusb_strerror(libusb_code), failure.code())};
+}
+
 Status send(Camera& camera, const std::string& doing, uint8_t selector, std::span<uint8_t> data)
 {
     const int sent = transfer(*camera.device(), UVC_SET_CUR, selector, data);
     if (sent < 0)
-        return usb_failure(doing, sent);
+        return transfer_failure(doing, sent);
     if (static_cast<size_t>(sent) == data.size())
         return {};
     return unreliable(doing, text::format("the camera took only %d of %zu bytes of the request",
@@ -99,7 +108,7 @@ Status fetch(Camera& camera, const std::string& doing, Frame& frame, size_t need
     std::vector<uint8_t> answer(frame.bytes.size());
     const int fetched = transfer(*camera.device(), UVC_GET_CUR, frame.selector, answer);
     if (fetched < 0)
-        return usb_failure(doing, fetched);
+        return transfer_failure(doing, fetched);
     if (static_cast<size_t>(fetched) < needed) {
         return unreliable(doing, text::format("the camera answered %d bytes where %zu were due",
                                               fetched, needed));

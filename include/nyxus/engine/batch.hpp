@@ -29,7 +29,8 @@ struct BatchOptions {
 };
 
 /// How a camera of a batch ended. Where its process has ended without a report, `status` says so,
-/// and `rom` is what it has announced for this case (Event::Kind::kOutlook).
+/// and `rom` is what it has announced for this case (Event::Kind::kOutlook); kUnknown of one that
+/// was stopped (SIGSTOP) until it was killed, or that the kernel holds.
 struct BatchReport : Report {
     bool started = false;               ///< false: the batch was stopped before its turn
     std::vector<std::string> said = {}; ///< without a report: what was printed last

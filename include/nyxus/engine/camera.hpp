@@ -80,6 +80,11 @@ private:
     std::shared_ptr<void> loan_; ///< of the kernel's driver; empty: closed, or another object's
 };
 
+/// usb_failure() of a camera that cannot be opened or claimed; names who has it where this user may
+/// see that. Blocks for the kernel.
+NYXUS_ENGINE_API Status usb_failure(const std::string& doing, int libusb_code,
+                                    const CameraInfo& info);
+
 /**
  * Waits until the camera has left its port and is back, and can be opened. It goes by its port:
  * after a restart its serial number may be a new one. kNotBack; kTimedOut when it never left;
