@@ -101,7 +101,7 @@ void set_action(Command& command, Arguments& arguments, SessionAction action,
             [action = std::move(action), check_first = std::move(check_first)](
                 Console& console, const Arguments& chosen) {
                 check_first();
-                Session session{console, chosen, open_chosen(console, chosen)};
+                Session session{console, chosen, open_chosen(console, chosen, engine::Use::kAnything)};
                 action(session);
                 return kExitOk;
             });

@@ -111,8 +111,8 @@ static void from_json(const Json& json, Keep& keep)
 
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Discard, mfi, reserved)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(UpgradeOptions, always, backup, verify, wait_s, keep, discard)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(BatchOptions, upgrade, eeprom_bytes, restart, plug_wait_s,
-                                   trace_level)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(BatchOptions, upgrade, queue_depth, eeprom_bytes, restart,
+                                   plug_wait_s, trace_level)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Order, port, options, firmware_bytes, mfi_bytes, serial)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Event, phase, done, total, seconds, rom, stop_waits, text,
                                    version, status)

@@ -70,9 +70,10 @@ Result<Camera> open_camera(const Order& order, const Caller& caller)
         return cameras.status();
     if (cameras->empty())
         return Status(Reason::kCameraGone, "there is no camera at port " + order.port);
-    auto camera = Camera::open(cameras->front());
+    auto camera = Camera::open(cameras->front(), Use::kTransfers);
     if (!camera)
         return camera;
+    camera->queue_depth = order.options.queue_depth;
     Status usable = camera->require_rom(order.options.eeprom_bytes);
     return usable ? std::move(camera) : usable;
 }

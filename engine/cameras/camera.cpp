@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <nyxus/extensions.h>
 #include <nyxus/engine/camera.hpp>
 
 #include "files/users.h"
@@ -34,6 +35,15 @@ bool may_be_blank(int32_t status)
     return status == NYXUS_E_INVALID || status == NYXUS_E_UNSUPPORTED || status == kUnknownChip;
 }
 
+/// Of the library's objects that this thread opens meanwhile.
+class EventThread {
+public:
+    explicit EventThread(Use use) { nyxus_set_event_thread(use == Use::kAnything ? 1 : 0); }
+    ~EventThread() { nyxus_set_event_thread(1); }
+    EventThread(const EventThread&) = delete;
+    EventThread& operator=(const EventThread&) = delete;
+};
+
 } // namespace
 
 Status usb_failure(const std::string& doing, int libusb_code, const CameraInfo& info)
@@ -52,8 +62,9 @@ Status usb_failure(const std::string& doing, int libusb_code, const CameraInfo& 
             failure.code()};
 }
 
-Camera::Camera(nyxus::Camera camera, std::shared_ptr<void> loan)
+Camera::Camera(nyxus::Camera camera, Use use, std::shared_ptr<void> loan)
     : nyxus::Camera(std::move(camera)),
+      use_(use),
       controls_(device()->xu_table, device()->xu_table + device()->xu_table_count),
       loan_(std::move(loan))
 {
@@ -61,7 +72,7 @@ Camera::Camera(nyxus::Camera camera, std::shared_ptr<void> loan)
     device()->xu_table = controls_.data();
 }
 
-Result<Camera> Camera::open(const CameraInfo& info)
+Result<Camera> Camera::open(const CameraInfo& info, Use use)
 {
     const std::string name = "camera " + info.bus_address();
     const auto hold = hold_cameras(kPatience); // the probe uses what belongs to the process
@@ -70,10 +81,11 @@ Result<Camera> Camera::open(const CameraInfo& info)
                                           ": this program has been opening or closing another "
                                           "camera for a minute");
     }
+    const EventThread event_thread(use);
     const auto loan = std::make_shared<Loan>(info);
-    const auto lent = [&loan](nyxus::Camera camera) {
+    const auto lent = [&](nyxus::Camera camera) {
         loan->set_open(camera.device()->usb_handle);
-        return Camera(std::move(camera), loan);
+        return Camera(std::move(camera), use, loan);
     };
     auto camera = nyxus::Camera::open(info);
     if (camera)
@@ -94,6 +106,10 @@ Camera& Camera::operator=(Camera&& other) noexcept
     nyxus::Camera::operator=(static_cast<nyxus::Camera&&>(other));
     controls_ = std::move(other.controls_);
     loan_ = std::move(other.loan_);
+    use_ = other.use_;
+    queue_depth = other.queue_depth;
+    narrow_queue_proven = other.narrow_queue_proven;
+    wide_queue_proven = other.wide_queue_proven;
     wide_path_fails = other.wide_path_fails;
     narrow_echo = other.narrow_echo;
     wide_echo = other.wide_echo;

@@ -64,11 +64,11 @@ Status refuse_other_camera(const Task& task, const Plan& plan, const Footprint& 
                 ", so it is left alone"};
 }
 
-Result<Camera> open_returned(const CameraInfo& before, unsigned wait_s, const Caller& caller)
+Result<Camera> open_returned(const CameraInfo& before, Use use, unsigned wait_s, const Caller& caller)
 {
     PhaseScope scope(caller, Phase::kWaiting, 0, before.port_path);
     const auto now = wait_for_return(before, wait_s, caller);
-    auto camera = now ? Camera::open(*now) : now.status();
+    auto camera = now ? Camera::open(*now, use) : now.status();
     if (camera)
         scope.end();
     return camera;
@@ -82,7 +82,7 @@ Status await_return(const Task& task, const Plan& plan, const Footprint& footpri
     const uint32_t eeprom_bytes = task.camera.has_spi_flash() ? 0 : task.camera.rom_size();
     auto log = UnitLog::of(task.backups, task.camera);
     task.camera.close();
-    auto returned = open_returned(before, task.options.wait_s, task.caller);
+    auto returned = open_returned(before, task.camera.use(), task.options.wait_s, task.caller);
     if (!returned)
         return returned.status();
     if (Status rom = returned->require_rom(eeprom_bytes); !rom)

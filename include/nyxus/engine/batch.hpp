@@ -19,13 +19,14 @@ struct BatchCamera {
 
 struct BatchOptions {
     UpgradeOptions upgrade = {};
-    uint32_t eeprom_bytes = 0; ///< see Camera::require_rom()
-    bool restart = false;      ///< restart() and check_started() afterwards
-    unsigned plug_wait_s = 0;  ///< for a camera that is not there when its turn comes
-    unsigned silence_s = 60;   ///< without an event; then its camera is given up
-    unsigned at_once = 0;      ///< so many cameras at a time; 0: all
-    int trace_level = 0;       ///< NyTraceVerbose_level(): what `said` hears
-    std::string helper = {};   ///< the program; "": the installed one
+    unsigned queue_depth = Camera::kQueueDepth; ///< of the cameras
+    uint32_t eeprom_bytes = 0;                  ///< see Camera::require_rom()
+    bool restart = false;                       ///< restart() and check_started() afterwards
+    unsigned plug_wait_s = 0; ///< for a camera that is not there when its turn comes
+    unsigned silence_s = 60;  ///< without an event; then its camera is given up
+    unsigned at_once = 0;     ///< so many cameras at a time; 0: all
+    int trace_level = 0;      ///< NyTraceVerbose_level(): what `said` hears
+    std::string helper = {};  ///< the program; "": the installed one
 };
 
 /// How a camera of a batch ended. Where its process has ended without a report, `status` says so,
