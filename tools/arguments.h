@@ -28,7 +28,7 @@ struct Arguments {
     bool json = false;
     bool dry_run = false;
     unsigned patience_s = 60;
-    unsigned queue_depth = engine::Camera::kQueueDepth;
+    unsigned queue_depth = nyxus::engine::Camera::kQueueDepth;
     std::optional<unsigned> wait_s; ///< for a camera that is not there (yet, or just now)
 
     std::string file; ///< "" for the latest backup (recover)
