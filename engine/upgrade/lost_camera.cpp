@@ -16,7 +16,8 @@ bool writes_one_units(const Task& task, const Plan& plan)
 
 bool has_same_number(const CameraInfo& before, const Camera& now)
 {
-    return !before.serial.empty() && now.info().serial == before.serial;
+    return !before.serial.empty() &&
+           text::printable(now.info().serial) == text::printable(before.serial);
 }
 
 /// The ROM tells a camera from others. Where it is as it was, blank, or holds images that any
