@@ -42,15 +42,15 @@ engine::BatchOptions batch_options(const Arguments& arguments)
     return {.upgrade = upgrade_options(arguments),
             .eeprom_bytes = arguments.eeprom_kib * kKib,
             .restart = arguments.reset,
+            .allow_downgrade = arguments.allow_downgrade,
             .plug_wait_s = arguments.wait_s.value_or(0),
             .silence_s = arguments.patience_s,
             .at_once = arguments.jobs,
             .trace_level = std::min(arguments.verbosity, 3)};
 }
 
-/// What the report means for the job of the camera.
-void end(Result& result, const engine::BatchReport& report, const Arguments& arguments,
-         const engine::Images& images)
+/// What the report means for the job of the camera; `done`: what it says of success.
+void end(Result& result, const engine::BatchReport& report, const std::string& done)
 {
     if (report.started)
         result.take_time();
@@ -58,7 +58,7 @@ void end(Result& result, const engine::BatchReport& report, const Arguments& arg
     if (report.status) {
         result.exit_code = kExitOk;
         result.outcome = report.up_to_date ? Outcome::kUpToDate : Outcome::kUpgraded;
-        result.message = report.up_to_date ? kUpToDate : what_is_done(arguments, images);
+        result.message = report.up_to_date ? kUpToDate : done;
         result.bytes = report.bytes;
     } else if (report.started || !report.stopped) {
         result.end(failure_of(static_cast<const engine::Report&>(report)));
@@ -72,8 +72,8 @@ void end(Result& result, const engine::BatchReport& report, const Arguments& arg
 /// plain lines elsewhere, or JSON lines. A quiet one tells how each camera ended, and the summary.
 class Batch : engine::BatchListener {
 public:
-    Batch(Console& console, const Arguments& arguments, const engine::Images& images,
-          std::vector<Job> jobs)
+    Batch(Console& console, const Arguments& arguments,
+          const std::vector<engine::ChipImages>& images, std::vector<Job> jobs)
         : display_(console.display()),
           arguments_(arguments),
           images_(images),
@@ -120,6 +120,8 @@ private:
             remark(job, "read once more: " + event.status.text());
         } else if (event.kind == Kind::kKept) {
             remark(job, "kept: " + event.text);
+        } else if (event.kind == Kind::kVersions) {
+            job.versions = event.text;
         } else if (event.kind == Kind::kNotKept) {
             if (!arguments_.quiet)
                 display_.warn(job.result.camera.port + ": lost: " + event.text);
@@ -148,7 +150,7 @@ private:
             for (const std::string& line : report.said)
                 display_.warn(job.result.camera.port + ": " + line);
         }
-        end(job.result, report, arguments_, images_);
+        end(job.result, report, what_is_done(report) + "; " + job.versions);
         job.advice = advice(job.result, arguments_);
         job.state = Job::State::kEnded;
         if (arguments_.json) {
@@ -160,6 +162,14 @@ private:
     }
 
     void tick() override { draw(); }
+
+    std::string what_is_done(const engine::BatchReport& report) const
+    {
+        return images_.size() == 1
+                   ? tool::what_is_done(arguments_, images_.front().images)
+                   : "upgraded: " + std::to_string(report.bytes) + " bytes" +
+                         (arguments_.skip_verify ? ", not read back" : ", read back and equal");
+    }
 
     /// For those who want to hear more.
     void remark(const Job& job, const std::string& line)
@@ -223,7 +233,7 @@ private:
 
     Display& display_;
     const Arguments& arguments_;
-    const engine::Images& images_;
+    const std::vector<engine::ChipImages>& images_;
     std::vector<Job> jobs_;
     const Progress time_; ///< of the whole batch
     std::stop_source soon_;
@@ -288,11 +298,12 @@ ExitCode plan_batch(Console& console, const Arguments& arguments, const Run& pla
 ExitCode run_batch(Console& console, const Arguments& arguments)
 {
     refuse_single_camera_options(arguments);
-    const engine::Images images = load_images(arguments);
+    const Offer offer = load_images(arguments);
     std::signal(SIGCHLD, SIG_DFL); // a supervisor may have had it ignored
     std::vector<Job> jobs = find_jobs(console, arguments);
+    take(console, arguments, offer);
     const Unwatched unwatched(console);
-    return Batch(console, arguments, images, std::move(jobs)).run();
+    return Batch(console, arguments, offer.images, std::move(jobs)).run();
 }
 
 } // namespace tool

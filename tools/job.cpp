@@ -30,8 +30,12 @@ std::string quoted(std::string word)
 /// The upgrade of one of the cameras.
 std::string single_command(const Arguments& arguments)
 {
-    std::string command = "nyxus upgrade " + quoted(arguments.file);
+    const bool has_manifest = !arguments.manifest.empty();
+    std::string command = std::string("nyxus upgrade ") + (has_manifest ? "--manifest " : "") +
+                          quoted(has_manifest ? arguments.manifest : arguments.file);
     const std::pair<bool, std::string> options[] = {
+        {!arguments.sha256.empty(), " --sha256 " + quoted(arguments.sha256)},
+        {arguments.allow_downgrade, " --allow-downgrade"},
         {!arguments.mfi_file.empty(), " --mfi " + quoted(arguments.mfi_file)},
         {arguments.eeprom_kib != 0, " --eeprom " + std::to_string(arguments.eeprom_kib)},
         {arguments.skip_backup, " --no-backup"},
@@ -73,7 +77,10 @@ TableRow row_of(const Job& job)
     const Colour colour = has_succeeded(job)                       ? Colour::kGreen
                           : job.result.outcome == Outcome::kFailed ? Colour::kRed
                                                                    : Colour::kYellow;
-    return {.label = job.label, .text = result_text(job.result), .colour = colour};
+    const bool tells = job.result.outcome == Outcome::kUpgraded && !job.versions.empty();
+    return {.label = job.label,
+            .text = result_text(job.result) + (tells ? ", " + job.versions : ""),
+            .colour = colour};
 }
 
 bool has_succeeded(const Job& job)
@@ -106,7 +113,7 @@ std::string advice(const Result& result, const Arguments& arguments)
         return {};
     if (result.rom == RomContents::kNew)
         return "nyxus reset" + choice;
-    if (result.rom == RomContents::kUnverified)
+    if (result.rom == RomContents::kUnverified && arguments.manifest.empty())
         return "nyxus compare " + quoted(arguments.file) + choice;
     return single_command(arguments) + choice;
 }

@@ -11,10 +11,11 @@ struct Job {
     enum class State { kWaiting, kRunning, kEnded };
 
     State state = State::kWaiting;
-    std::string label;  ///< in columns as wide as those of the others
-    Progress progress;  ///< of the phase that it is in; no phase yet: ""
-    Result result;      ///< its camera; all else is valid once it has ended
-    std::string advice; ///< a command to run next; "" for none
+    std::string versions; ///< "from 0x0100 to 0x0205"; "" until it has been looked at
+    std::string label;    ///< in columns as wide as those of the others
+    Progress progress;    ///< of the phase that it is in; no phase yet: ""
+    Result result;        ///< its camera; all else is valid once it has ended
+    std::string advice;   ///< a command to run next; "" for none
 };
 
 /// Fills the labels in.

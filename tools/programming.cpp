@@ -46,15 +46,57 @@ Members json_of(const engine::Step& step)
 
 } // namespace
 
-engine::Images load_images(const Arguments& arguments)
+Offer load_images(const Arguments& arguments)
 {
-    engine::Images images{value_of(engine::Firmware::load(arguments.file))};
-    if (arguments.mfi_file.empty())
-        return images;
-    images.mfi = value_of(engine::Mfi::load(arguments.mfi_file));
+    if (arguments.file.empty() == arguments.manifest.empty())
+        throw Failure(kExitUsage, "name a firmware image or a --manifest, one of them");
+    const auto folders = engine::TrustFolders::usual();
+    const engine::Trust trust = value_of(find_trust(folders));
+    if (arguments.manifest.empty()) {
+        require(trust.check_bare_image(arguments.file));
+        engine::ChipImages images = value_of(engine::load_pinned(arguments.file, arguments.sha256));
+        if (!arguments.mfi_file.empty())
+            images.images.mfi = value_of(engine::Mfi::load(arguments.mfi_file));
+        return {{std::move(images)}};
+    }
+    engine::AcceptedManifest manifest = value_of(load_manifest(arguments.manifest, trust));
+    const engine::Status newest = check_newest(manifest, folders);
+    if (!newest && !(arguments.allow_downgrade && newest.reason() == engine::Reason::kDowngrade))
+        throw failure_of(newest, advice_for(newest.reason()));
+    std::vector<engine::ChipImages> images = value_of(engine::load_images(manifest));
+    return {std::move(images), std::move(manifest)};
+}
+
+std::string text_of(const engine::AcceptedManifest& manifest)
+{
+    const std::string signer = manifest.signature ? "signed by " + manifest.signature->key + " (" +
+                                                        manifest.signature->comment + ")"
+                                                  : "not signed: " + manifest.unsigned_because;
+    return in_quotes(manifest.product) + " " + manifest.version + ", " + signer;
+}
+
+void take(Console& console, const Arguments& arguments, const Offer& offer)
+{
+    if (!offer.manifest)
+        return;
+    require(remember(*offer.manifest, engine::TrustFolders::usual()));
+    if (!arguments.quiet && (!arguments.json || console.display().tells_events()))
+        console.display().note("manifest: " + text_of(*offer.manifest));
+}
+
+Chosen choose_images(const Arguments& arguments, const Offer& offer, const Camera& camera)
+{
+    const auto found = engine::choose_images(offer.images, camera, arguments.allow_downgrade);
+    if (!found)
+        throw failure_of(found.status(), advice_for(found.status().reason()));
+    Chosen chosen{*found->images, found->versions};
+    std::optional<engine::Mfi>& mfi = chosen.images.images.mfi;
+    if (!arguments.serial.empty() && !mfi)
+        throw Failure(kExitUsage, "--serial needs an MFi image to write the serial number into");
     if (!arguments.serial.empty())
-        require(images.mfi->set_serial(arguments.serial));
-    return images;
+        require(mfi->set_serial(arguments.serial));
+    require(check_images(camera, chosen.images.images));
+    return chosen;
 }
 
 engine::UpgradeOptions upgrade_options(const Arguments& arguments)
@@ -116,12 +158,13 @@ void change_rom(Console& console, const Arguments& arguments, Camera& camera,
 
 void print_plan(Console& console, const Arguments& arguments, Camera& camera,
                 const engine::Images& images, const engine::UpgradeOptions& options,
-                nyxus::Bytes before)
+                nyxus::Bytes before, const std::string& versions)
 {
     engine::Plan plan = engine::plan_upgrade(camera, images, options, before);
     if (arguments.reset)
         plan.steps.push_back({engine::Action::kRestart});
-    std::string text = "to be done with " + camera.name() + ":";
+    std::string text =
+        "to be done with " + camera.name() + (versions.empty() ? "" : ", " + versions) + ":";
     Value::List steps;
     Cost cost;
     for (const engine::Step& step : plan.steps) {
@@ -159,6 +202,8 @@ const char* advice_for(engine::Reason reason)
             return "if it has an EEPROM, 'nyxus upgrade FILE --eeprom KIB' programs it";
         case engine::Reason::kNotStarted:
             return "'nyxus upgrade' installs another image, 'nyxus recover FILE' an older backup";
+        case engine::Reason::kDowngrade:
+            return "'--allow-downgrade' installs it all the same";
         default:
             return "";
     }

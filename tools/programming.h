@@ -6,14 +6,31 @@
 #include "events.h"
 #include "failure.h"
 
+#include <nyxus/engine/manifest.hpp>
 #include <nyxus/engine/upgrade.hpp>
 #include <string>
 
 // What the commands that program the ROM have in common.
 namespace tool {
 
-/// From the files of the command line.
-engine::Images load_images(const Arguments& arguments);
+/// What the files of the command line offer to cameras.
+struct Offer {
+    std::vector<engine::ChipImages> images;
+    std::optional<engine::AcceptedManifest> manifest = {};
+};
+/// A Failure for what may not be used.
+Offer load_images(const Arguments& arguments);
+/// Says whose images they are, and remembers that they are used.
+void take(Console& console, const Arguments& arguments, const Offer& offer);
+/// What a manifest says of itself: "'door camera' 2.1.0, signed by 0123456789ABCDEF (comment)".
+std::string text_of(const engine::AcceptedManifest& manifest);
+
+/// The images for a camera, with the serial number in them, and "from 0x0100 to 0x0205".
+struct Chosen {
+    engine::ChipImages images;
+    std::string versions;
+};
+Chosen choose_images(const Arguments& arguments, const Offer& offer, const Camera& camera);
 engine::UpgradeOptions upgrade_options(const Arguments& arguments);
 
 /// How an upgrade has ended.
@@ -32,7 +49,7 @@ bool program(Console& console, Camera& camera, const Arguments& arguments,
 /// What --dry-run tells in its place. `before` is what has been read of the ROM, perhaps nothing.
 void print_plan(Console& console, const Arguments& arguments, Camera& camera,
                 const engine::Images& images, const engine::UpgradeOptions& options,
-                nyxus::Bytes before = {});
+                nyxus::Bytes before = {}, const std::string& versions = {});
 
 /// What to do when the work has ended with this in the ROM; "" where the message says all.
 std::string advice_after(engine::RomContents rom);

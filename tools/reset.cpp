@@ -18,10 +18,13 @@ static Camera restart(Console& console, const Arguments& arguments, Camera camer
     return returned;
 }
 
-std::string start_new_firmware(Console& console, const Arguments& arguments, Camera camera)
+std::string start_new_firmware(Console& console, const Arguments& arguments, Camera camera,
+                               const engine::ChipImages* images)
 {
     const Camera returned = restart(console, arguments, std::move(camera));
-    const engine::Status started = check_started(returned, engine::Backups());
+    engine::Status started = check_started(returned, engine::Backups());
+    if (started && images != nullptr)
+        started = check_reports(returned, *images);
     if (!started)
         throw failure_of(started, advice_for(started.reason()));
     return returned.name() + " " + returned.firmware_sentence();

@@ -23,33 +23,37 @@ void print_nothing_to_do(Console& console, const Arguments& arguments, Camera& c
 /// What --dry-run does in its place.
 ExitCode plan_upgrade(Console& console, const Arguments& arguments)
 {
-    const engine::Images images = load_images(arguments);
+    const Offer offer = load_images(arguments);
     const engine::UpgradeOptions options = upgrade_options(arguments);
     Camera camera = open_with_rom(console, arguments);
-    require(check_images(camera, images));
+    const Chosen chosen = choose_images(arguments, offer, camera);
+    const engine::Images& images = chosen.images.images;
     const std::vector<uint8_t> before = read_before(console, arguments, camera, options);
     if (!options.always && is_up_to_date(plan_upgrade(camera, images, options), before)) {
         print_nothing_to_do(console, arguments, camera);
     } else {
-        print_plan(console, arguments, camera, images, options, before);
+        print_plan(console, arguments, camera, images, options, before, chosen.versions);
     }
     return kExitOk;
 }
 
 void upgrade(Console& console, const Arguments& arguments, Result& result)
 {
-    const engine::Images images = load_images(arguments);
+    const Offer offer = load_images(arguments);
     Camera camera = open_with_rom(console, arguments);
     result.camera = label_of(camera);
     promise_result(console, result);
-    require(check_images(camera, images));
+    const Chosen chosen = choose_images(arguments, offer, camera);
+    const engine::Images& images = chosen.images.images;
     console.drain();
-    console.display().note("upgrading " + camera.name());
+    take(console, arguments, offer);
+    console.display().note("upgrading " + camera.name() + " " + chosen.versions);
     const bool programmed = program(console, camera, arguments, images, result);
-    result.message = programmed ? what_is_done(arguments, images) : kUpToDate;
+    result.message =
+        programmed ? what_is_done(arguments, images) + "; " + chosen.versions : kUpToDate;
     console.display().say(result.message);
     if (arguments.reset) {
-        start_new_firmware(console, arguments, std::move(camera));
+        start_new_firmware(console, arguments, std::move(camera), &chosen.images);
     } else if (programmed) {
         console.display().note("the new firmware starts with the next reset: run 'nyxus reset'");
     }

@@ -54,6 +54,7 @@ struct Event {
         kBackup,        ///< the ROM is kept in the file `text`
         kLost,          ///< the camera is gone: `status`; the ROM holds `rom`. It is waited for
         kRetries,       ///< the camera `text` is back, and the work begins once more
+        kVersions,      ///< of a batch: `text` says from which version to which
     };
 
     Kind kind = Kind::kBegins;
