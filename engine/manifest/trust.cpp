@@ -103,10 +103,9 @@ Status Trust::check_bare_image(const std::string& file) const
 {
     if (!needs_signature())
         return {};
-    return {Reason::kUntrusted, text::in_quotes(file) +
-                                    " is no signed manifest, and that is what it takes where a "
-                                    "key is trusted, as here " +
-                                    text::in_quotes(keys.front().file)};
+    return {Reason::kUntrusted, "the key " + text::in_quotes(keys.front().file) +
+                                    " is trusted here, so that images need a signed manifest, and " +
+                                    text::in_quotes(file) + " has none; nothing was written"};
 }
 
 Result<Trust> find_trust(const TrustFolders& folders)
