@@ -84,7 +84,6 @@ ExitCode check_manifest(Console& console, const Arguments& arguments)
 
 void add_manifest_command(Command& app, Arguments& arguments)
 {
-    constexpr int kMostImages = 64;
     const auto options = std::make_shared<ManifestOptions>();
     Command& command = add_command(app, "manifest", "Which images are meant for which cameras",
                                    "check manifest.toml");
@@ -94,7 +93,7 @@ void add_manifest_command(Command& app, Arguments& arguments)
                     "--product \"Door camera\" --version 2.1.0 --reports 0x0205 camera.bin");
     creation.file("IMAGES", &options->images, "Firmware images, one for each chip")
         .required()
-        .times(1, kMostImages);
+        .times(1, Option::kAnyNumber);
     creation.text("--product", &options->manifest.product, "Name of the product")
         .shown_as("NAME")
         .required();

@@ -42,11 +42,10 @@ std::string choose_backup(Console& console, const engine::Status& why,
 void refuse_foreign_file(const Camera& camera, const engine::Backups& backups,
                          const std::string& file)
 {
+    if (file.empty())
+        return;
     const std::vector<engine::Backup> own = backups.candidates(camera);
-    const bool is_own = std::ranges::find(own, file, [](const engine::Backup& backup) {
-                            return backup.file.string();
-                        }) != own.end();
-    if (!file.empty() && !is_own)
+    if (std::ranges::find(own, std::filesystem::path(file), &engine::Backup::file) == own.end())
         require(value_of(find_trust(engine::TrustFolders::usual())).check_bare_image(file));
 }
 

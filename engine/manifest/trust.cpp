@@ -36,6 +36,13 @@ std::string text_of(const std::vector<uint8_t>& bytes)
     return {bytes.begin(), bytes.end()};
 }
 
+/// That nobody else may write, and that is no link. Throws std::system_error.
+std::optional<files::Folder> find_own_folder(const std::filesystem::path& path)
+{
+    const auto above = files::Folder::find(path.parent_path());
+    return above ? above->find_folder(path.filename()) : std::nullopt;
+}
+
 /// Adds the keys of a folder.
 Status add_keys(const files::Folder& folder, std::vector<PublicKey>& keys)
 {
@@ -113,7 +120,7 @@ Result<Trust> find_trust(const TrustFolders& folders)
     return with_trusted_files(Reason::kUntrusted, [&]() -> Result<Trust> {
         Trust trust;
         Policy policy;
-        if (const auto folder = files::Folder::find(folders.system)) {
+        if (const auto folder = find_own_folder(folders.system)) {
             const auto said = read_policy(*folder);
             if (!said)
                 return said.status();
@@ -124,7 +131,7 @@ Result<Trust> find_trust(const TrustFolders& folders)
         trust.allow_unsigned = policy.allow_unsigned;
         if (!policy.user_keys || folders.user.empty())
             return trust;
-        if (const auto folder = files::Folder::find(folders.user)) {
+        if (const auto folder = find_own_folder(folders.user)) {
             if (Status added = add_keys(*folder, trust.keys); !added)
                 return added;
         }

@@ -296,7 +296,7 @@ TEST(EngineTrust, WhatCannotBeReliedOnIsRefusedAndNotPassedOver)
         {"etc/keys.d/a.pub", maker.key(), "etc/keys.d/a.pub", 0664, "other users may write it"},
         {"user/keys.d/a.pub", maker.key(), "user/keys.d/a.pub", 0666, "other users may write it"},
         {"etc/keys.d/a.pub", maker.key(), "etc/keys.d", 0775, "other users may write it"},
-        {"etc/keys.d/a.pub", maker.key(), "etc", 0757, "other users may write it"},
+        {"etc/keys.d/a.pub", maker.key(), "etc", 0775, "other users may write it"},
         {"etc/nyxus.toml", "allow_unsigned = true", "etc/nyxus.toml", 0622, "may write it"},
         {"etc/keys.d/a.pub", "", nullptr, 0, "is no public key"},
         {"etc/keys.d/a.pub", std::string(5000, 'a'), nullptr, 0, "File too large"},
