@@ -51,9 +51,11 @@ Status check_digest(const std::string& path, const Contents& contents, std::stri
     std::ranges::transform(wanted, wanted.begin(), [](unsigned char c) { return std::tolower(c); });
     if (wanted.empty() || contents.digest == wanted)
         return {};
-    return {Reason::kWrongImage, text::in_quotes(path) + " is not the image that is meant: its " +
-                                     "SHA-256 is " + contents.digest + ", not " +
-                                     text::printable(wanted) + "; nothing was written"};
+    return {Reason::kWrongImage, text::in_quotes(path) +
+                                     " is not the image that is meant: its "
+                                     "SHA-256 is " +
+                                     contents.digest + ", not " + text::printable(wanted) +
+                                     "; nothing was written"};
 }
 
 std::string_view as_text(const std::vector<uint8_t>& bytes)
@@ -67,14 +69,15 @@ Result<fs::path> place_in(const fs::path& folder, const std::string& file)
     std::error_code error;
     const fs::path inside = fs::canonical(folder, error);
     const fs::path path = error ? fs::path() : fs::canonical(file, error);
-    if (error)
+    if (error) {
         return Status(Reason::kFile,
                       "cannot read " + text::in_quotes(file) + ": " + error.message());
+    }
     const fs::path place = path.lexically_relative(inside);
     if (!place.empty() && *place.begin() != "..")
         return place;
     return Status(Reason::kWrongImage,
-                  text::in_quotes(file) + " lies outside the folder of the " + "manifest");
+                  text::in_quotes(file) + " lies outside the folder of the manifest");
 }
 
 /// The chip that an entry names has to be the image's.

@@ -110,9 +110,10 @@ Status Trust::check_bare_image(const std::string& file) const
 {
     if (!needs_signature())
         return {};
-    return {Reason::kUntrusted, "the key " + text::in_quotes(keys.front().file) +
-                                    " is trusted here, so that images need a signed manifest, and " +
-                                    text::in_quotes(file) + " has none; nothing was written"};
+    return {Reason::kUntrusted,
+            "the key " + text::in_quotes(keys.front().file) +
+                " is trusted here, so that images need a signed manifest, and " +
+                text::in_quotes(file) + " has none; nothing was written"};
 }
 
 Result<Trust> find_trust(const TrustFolders& folders)
