@@ -85,12 +85,34 @@ void patch_with_engine(const std::string& serial, const Bytes& image)
     check(std::equal(expected.begin(), expected.end(), patched.begin() + text));
 }
 
+/// What is told of a file lies in it.
+bool is_sound(const engine::ImageFacts& facts, const Bytes& image)
+{
+    const uint32_t begin =
+        facts.contents == engine::ImageFacts::Contents::kMfi ? NYXUS_MFI_ROM_ADDR : 0;
+    if (facts.mfi) {
+        for (const engine::MfiPart& part : facts.mfi->parts) {
+            if (part.address < NYXUS_MFI_ROM_ADDR || part.address - begin > image.size() ||
+                part.size > image.size() - (part.address - begin))
+                return false;
+        }
+    }
+    const bool is_whole = facts.kind && facts.kind->problem.empty();
+    return facts.bytes == image.size() && facts.sha256.size() == 64 &&
+           facts.firmware_end <= NYXUS_FW_BIN_CAPACITY &&
+           (is_whole || !facts.firmware || !facts.firmware->version());
+}
+
 void load_with_engine(uint8_t kind, const Bytes& image)
 {
     const std::string& path = file_with(image);
     if (kind == 2) {
         const auto loaded = engine::load_image(path, 0x10000);
         return check(!loaded || loaded->size() <= image.size());
+    }
+    if (kind == 3) {
+        const auto facts = engine::inspect_image(path);
+        return check(!facts || is_sound(*facts, image));
     }
     const auto firmware =
         kind == 0 ? engine::Firmware::load(path) : engine::Firmware::load_rom(path);
@@ -126,7 +148,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             patch_with_engine(serial, image);
             break;
         default:
-            load_with_engine(task / 4 % 3, image);
+            load_with_engine(task / 4 % 4, image);
             break;
     }
     return 0;

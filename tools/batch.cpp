@@ -49,17 +49,19 @@ engine::BatchOptions batch_options(const Arguments& arguments)
             .trace_level = std::min(arguments.verbosity, 3)};
 }
 
-/// What the report means for the job of the camera; `done`: what it says of success.
-void end(Result& result, const engine::BatchReport& report, const std::string& done)
+/// What the report means for the job of the camera; `images`: nullptr when none were chosen.
+void end(Result& result, const engine::BatchReport& report, const Arguments& arguments,
+         const engine::Images* images)
 {
     if (report.started)
         result.take_time();
-    result.rom = report.rom;
-    if (report.status) {
+    if (images != nullptr)
+        describe(result, *images);
+    describe(result, report);
+    if (report.status && images != nullptr) {
         result.exit_code = kExitOk;
         result.outcome = report.up_to_date ? Outcome::kUpToDate : Outcome::kUpgraded;
-        result.message = report.up_to_date ? kUpToDate : done;
-        result.bytes = report.bytes;
+        result.message = report.up_to_date ? kUpToDate : what_is_done(arguments, *images, result);
     } else if (report.started || !report.stopped) {
         result.end(failure_of(static_cast<const engine::Report&>(report)));
     } else {
@@ -88,8 +90,10 @@ public:
     ExitCode run()
     {
         std::vector<engine::BatchCamera> cameras;
-        for (const Job& job : jobs_)
+        for (Job& job : jobs_) {
+            job.images = images_.size() == 1 ? &images_.front().images : nullptr;
             cameras.push_back({job.result.camera.port, &images_});
+        }
         engine::run_batch(cameras, batch_options(arguments_), engine::Backups(), *this,
                           {soon_.get_token(), at_once_.get_token()});
         Summary summary = summarize(jobs_);
@@ -120,8 +124,10 @@ private:
             remark(job, "read once more: " + event.status.text());
         } else if (event.kind == Kind::kKept) {
             remark(job, "kept: " + event.text);
-        } else if (event.kind == Kind::kVersions) {
-            job.versions = event.text;
+        } else if (event.kind == Kind::kChosen) {
+            choose(job, event.text);
+        } else if (event.kind == Kind::kInstalls) {
+            remark(job, event.text);
         } else if (event.kind == Kind::kNotKept) {
             if (!arguments_.quiet)
                 display_.warn(job.result.camera.port + ": lost: " + event.text);
@@ -150,7 +156,7 @@ private:
             for (const std::string& line : report.said)
                 display_.warn(job.result.camera.port + ": " + line);
         }
-        end(job.result, report, what_is_done(report) + "; " + job.versions);
+        end(job.result, report, arguments_, job.images);
         job.advice = advice(job.result, arguments_);
         job.state = Job::State::kEnded;
         if (arguments_.json) {
@@ -163,12 +169,12 @@ private:
 
     void tick() override { draw(); }
 
-    std::string what_is_done(const engine::BatchReport& report) const
+    void choose(Job& job, const std::string& chip) const
     {
-        return images_.size() == 1
-                   ? tool::what_is_done(arguments_, images_.front().images)
-                   : "upgraded: " + std::to_string(report.bytes) + " bytes" +
-                         (arguments_.skip_verify ? ", not read back" : ", read back and equal");
+        for (const engine::ChipImages& images : images_) {
+            if (images.chip == chip)
+                job.images = &images.images;
+        }
     }
 
     /// For those who want to hear more.
@@ -274,7 +280,6 @@ std::vector<Job> find_jobs(Console& console, const Arguments& arguments)
 ExitCode plan_batch(Console& console, const Arguments& arguments, const Run& plan)
 {
     refuse_single_camera_options(arguments);
-    load_images(arguments); // what is wrong with a file is said once
     int code = kExitOk;
     for (const Job& job : find_jobs(console, arguments)) {
         Arguments single = arguments;

@@ -26,6 +26,7 @@ constexpr Declaration declarations[] = {
     {kLook,      add_list_command},
     {kLook,      add_info_command},
     {kLook,      add_doctor_command},
+    {kFirmware,  add_image_command},
     {kFirmware,  add_rom_commands},
     {kFirmware,  add_manifest_command},
     {kFirmware,  add_backups_command},

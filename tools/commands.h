@@ -5,9 +5,10 @@
 #include "camera.h"
 #include "command_line.h"
 #include "console.h"
+#include "events.h"
 #include "exit_codes.h"
 
-#include <nyxus/engine/manifest.hpp>
+#include <nyxus/engine/images.hpp>
 
 namespace tool {
 
@@ -15,6 +16,7 @@ namespace tool {
 void add_list_command(Command& app, Arguments& arguments);
 void add_info_command(Command& app, Arguments& arguments);
 void add_doctor_command(Command& app, Arguments& arguments);
+void add_image_command(Command& app, Arguments& arguments);
 void add_rom_commands(Command& app, Arguments& arguments);
 void add_backups_command(Command& app, Arguments& arguments);
 void add_manifest_command(Command& app, Arguments& arguments);
@@ -43,6 +45,6 @@ std::vector<CameraEntry> matching_cameras(Console& console, const Arguments& arg
 /// A Failure when it does not run from its ROM, or not what was programmed, or does not report the
 /// version of the images, if any.
 std::string start_new_firmware(Console& console, const Arguments& arguments, Camera camera,
-                               const engine::ChipImages* images = nullptr);
+                               Result& result, const engine::Images* images = nullptr);
 
 } // namespace tool

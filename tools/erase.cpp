@@ -29,7 +29,7 @@ void erase(Console& console, const Arguments& arguments, Camera& camera, Result&
     Follower follower(console, arguments, consequence_of_erasing);
     const engine::Report report =
         engine::erase(camera, engine::Backups(), follower.caller(), !arguments.skip_backup);
-    result.rom = report.rom;
+    describe(result, report);
     if (report.stopped) {
         throw Failure(kExitInterrupted,
                       std::string("interrupted: ") + consequence_of_erasing(report.rom));

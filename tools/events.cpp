@@ -88,6 +88,7 @@ std::string json_of_message(std::string_view line)
 
 std::string json_line(const Result& result)
 {
+    const auto known = [](const std::string& text) { return text.empty() ? Value() : Value(text); };
     return json_line(Members{{"event", "result"},
                              {"port", result.camera.port},
                              {"serial", result.camera.serial},
@@ -97,7 +98,14 @@ std::string json_line(const Result& result)
                              {"exit_code", result.exit_code},
                              {"message", result.message},
                              {"seconds", rounded(result.seconds, 10)},
-                             {"bytes", result.bytes}});
+                             {"bytes", result.bytes},
+                             {"sha256", known(result.sha256)},
+                             {"mfi_sha256", known(result.mfi_sha256)},
+                             {"version", known(result.version)},
+                             {"version_before", known(result.version_before)},
+                             {"version_after", known(result.version_after)},
+                             {"kept", Value::List(result.kept.begin(), result.kept.end())},
+                             {"backup", known(result.backup)}});
 }
 
 std::string json_line(const Summary& summary)

@@ -67,8 +67,15 @@ struct Result {
     int exit_code = kExitFailure;
     std::string message;
     std::chrono::steady_clock::time_point begun = std::chrono::steady_clock::now();
-    double seconds = 0; ///< that it took
-    uint64_t bytes = 0; ///< of firmware and MFi image that were written
+    double seconds = 0;                 ///< that it took
+    uint64_t bytes = 0;                 ///< of firmware and MFi image that were written
+    std::string sha256 = {};            ///< of the firmware's file; this and what follows may be ""
+    std::string mfi_sha256 = {};        ///< of the MFi image's
+    std::string version = {};           ///< that the image says it is
+    std::string version_before = {};    ///< that the camera reported
+    std::string version_after = {};     ///< after a restart
+    std::vector<std::string> kept = {}; ///< parts of the ROM
+    std::string backup = {};            ///< the file
 
     void take_time();
     /// It has failed, or was interrupted.

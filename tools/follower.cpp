@@ -98,6 +98,9 @@ void Follower::hear(const engine::Event& event)
         case Kind::kNotKept:
             display.note("lost: " + event.text);
             break;
+        case Kind::kInstalls:
+            display.note(event.text);
+            break;
         case Kind::kBackup:
             display.note("backup of the ROM: " + event.text);
             break;
@@ -107,7 +110,7 @@ void Follower::hear(const engine::Event& event)
         case Kind::kRetries:
             display.note("once more: " + event.text);
             break;
-        case Kind::kVersions:      // of batches
+        case Kind::kChosen:        // of batches
         case Kind::kStopPostponed: // the interrupt has been answered
             break;
         default:

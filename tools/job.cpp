@@ -77,10 +77,7 @@ TableRow row_of(const Job& job)
     const Colour colour = has_succeeded(job)                       ? Colour::kGreen
                           : job.result.outcome == Outcome::kFailed ? Colour::kRed
                                                                    : Colour::kYellow;
-    const bool tells = job.result.outcome == Outcome::kUpgraded && !job.versions.empty();
-    return {.label = job.label,
-            .text = result_text(job.result) + (tells ? ", " + job.versions : ""),
-            .colour = colour};
+    return {.label = job.label, .text = result_text(job.result), .colour = colour};
 }
 
 bool has_succeeded(const Job& job)
@@ -91,8 +88,9 @@ bool has_succeeded(const Job& job)
 std::string result_text(const Result& result)
 {
     if (result.outcome == Outcome::kUpgraded) {
-        return format("upgraded: %.1f KiB in %.1f s", static_cast<double>(result.bytes) / 1024,
-                      result.seconds);
+        return format("upgraded: %.1f KiB in %.1f s, ", static_cast<double>(result.bytes) / 1024,
+                      result.seconds) +
+               engine::version_change(result.version_before, result.version);
     }
     if (result.outcome == Outcome::kUpToDate || result.outcome == Outcome::kNotStarted)
         return words_of(result.outcome);

@@ -4,6 +4,8 @@
 #include "arguments.h"
 #include "display.h"
 
+#include <nyxus/engine/upgrade.hpp>
+
 namespace tool {
 
 /// One camera of a batch.
@@ -11,11 +13,11 @@ struct Job {
     enum class State { kWaiting, kRunning, kEnded };
 
     State state = State::kWaiting;
-    std::string versions; ///< "from 0x0100 to 0x0205"; "" until it has been looked at
-    std::string label;    ///< in columns as wide as those of the others
-    Progress progress;    ///< of the phase that it is in; no phase yet: ""
-    Result result;        ///< its camera; all else is valid once it has ended
-    std::string advice;   ///< a command to run next; "" for none
+    const engine::Images* images = nullptr; ///< the camera's; nullptr until they are chosen
+    std::string label;                      ///< in columns as wide as those of the others
+    Progress progress;                      ///< of the phase that it is in; no phase yet: ""
+    Result result;                          ///< its camera; all else is valid once it has ended
+    std::string advice;                     ///< a command to run next; "" for none
 };
 
 /// Fills the labels in.

@@ -54,10 +54,10 @@ Offer load_images(const Arguments& arguments)
     const engine::Trust trust = value_of(find_trust(folders));
     if (arguments.manifest.empty()) {
         require(trust.check_bare_image(arguments.file));
-        engine::ChipImages images = value_of(engine::load_pinned(arguments.file, arguments.sha256));
+        engine::Images images{value_of(engine::load_pinned(arguments.file, arguments.sha256))};
         if (!arguments.mfi_file.empty())
-            images.images.mfi = value_of(engine::Mfi::load(arguments.mfi_file));
-        return {{std::move(images)}};
+            images.mfi = value_of(engine::Mfi::load(arguments.mfi_file));
+        return {{{"", std::move(images)}}};
     }
     engine::AcceptedManifest manifest = value_of(load_manifest(arguments.manifest, trust));
     const engine::Status newest = check_newest(manifest, folders);
@@ -84,19 +84,18 @@ void take(Console& console, const Arguments& arguments, const Offer& offer)
         console.display().note("manifest: " + text_of(*offer.manifest));
 }
 
-Chosen choose_images(const Arguments& arguments, const Offer& offer, const Camera& camera)
+engine::Images choose_images(const Arguments& arguments, const Offer& offer, const Camera& camera)
 {
     const auto found = engine::choose_images(offer.images, camera, arguments.allow_downgrade);
     if (!found)
         throw failure_of(found.status(), advice_for(found.status().reason()));
-    Chosen chosen{*found->images, found->versions};
-    std::optional<engine::Mfi>& mfi = chosen.images.images.mfi;
-    if (!arguments.serial.empty() && !mfi)
+    engine::Images images = (*found)->images;
+    if (!arguments.serial.empty() && !images.mfi)
         throw Failure(kExitUsage, "--serial needs an MFi image to write the serial number into");
     if (!arguments.serial.empty())
-        require(mfi->set_serial(arguments.serial));
-    require(check_images(camera, chosen.images.images));
-    return chosen;
+        require(images.mfi->set_serial(arguments.serial));
+    require(check_images(camera, images));
+    return images;
 }
 
 engine::UpgradeOptions upgrade_options(const Arguments& arguments)
@@ -112,11 +111,30 @@ engine::UpgradeOptions upgrade_options(const Arguments& arguments)
             .operation = arguments.operation};
 }
 
-std::string what_is_done(const Arguments& arguments, const engine::Images& images)
+void describe(Result& result, const engine::Images& images)
+{
+    result.sha256 = images.firmware.digest();
+    result.mfi_sha256 = images.mfi ? images.mfi->digest() : "";
+    result.version = images.version();
+}
+
+void describe(Result& result, const engine::Report& report)
+{
+    result.rom = report.rom;
+    result.bytes = report.status ? report.bytes : 0;
+    result.version_before = report.version_before;
+    result.version_after = report.version_after;
+    result.kept = report.kept;
+    result.backup = report.backup.string();
+}
+
+std::string what_is_done(const Arguments& arguments, const engine::Images& images,
+                         const Result& result)
 {
     return format("upgraded: %zu bytes of firmware", images.firmware.bytes().size()) +
            (images.mfi ? format(", %zu bytes of MFi image", images.mfi->bytes().size()) : "") +
-           (arguments.skip_verify ? ", not read back" : ", read back and equal");
+           (arguments.skip_verify ? ", not read back, " : ", read back and equal, ") +
+           engine::version_change(result.version_before, result.version);
 }
 
 std::vector<uint8_t> read_before(Console& console, const Arguments& arguments, Camera& camera,
@@ -129,19 +147,35 @@ std::vector<uint8_t> read_before(Console& console, const Arguments& arguments, C
     return value_of(engine::read_rom(camera, 0, size, follower.caller()));
 }
 
+/// An end in the middle tells of what has been kept, too.
+static engine::Caller telling(Console& console, Follower& follower, Result& result)
+{
+    engine::Caller caller = follower.caller();
+    caller.tell = [&console, &result, tell = caller.tell](const engine::Event& event) {
+        if (event.kind == engine::Event::Kind::kKept)
+            result.kept.push_back(event.text);
+        if (event.kind == engine::Event::Kind::kBackup) {
+            result.backup = event.text;
+            promise_result(console, result);
+        }
+        tell(event);
+    };
+    return caller;
+}
+
 bool program(Console& console, Camera& camera, const Arguments& arguments,
              const engine::Images& images, Result& result)
 {
     Follower follower(console, arguments);
-    const engine::Report report = engine::upgrade(camera, images, upgrade_options(arguments),
-                                                  engine::Backups(), follower.caller());
+    const engine::Report report =
+        engine::upgrade(camera, images, upgrade_options(arguments), engine::Backups(),
+                        telling(console, follower, result));
     console.drain();
-    result.rom = report.rom;
+    describe(result, report);
     if (!report.status)
         throw failure_of(report);
     if (report.left_unlocked)
         console.display().note("the ROM could not be locked again");
-    result.bytes = report.bytes;
     return !report.up_to_date;
 }
 
@@ -158,13 +192,14 @@ void change_rom(Console& console, const Arguments& arguments, Camera& camera,
 
 void print_plan(Console& console, const Arguments& arguments, Camera& camera,
                 const engine::Images& images, const engine::UpgradeOptions& options,
-                nyxus::Bytes before, const std::string& versions)
+                nyxus::Bytes before)
 {
     engine::Plan plan = engine::plan_upgrade(camera, images, options, before);
     if (arguments.reset)
         plan.steps.push_back({engine::Action::kRestart});
-    std::string text =
-        "to be done with " + camera.name() + (versions.empty() ? "" : ", " + versions) + ":";
+    const std::string version = images.version();
+    std::string text = "to be done with " + camera.name() + ", " +
+                       engine::version_change(camera.version(), version) + ":";
     Value::List steps;
     Cost cost;
     for (const engine::Step& step : plan.steps) {
@@ -174,6 +209,9 @@ void print_plan(Console& console, const Arguments& arguments, Camera& camera,
     }
     Members values = json_of(label_of(camera));
     values.push_back({"steps", steps});
+    values.push_back({"sha256", images.firmware.digest()});
+    values.push_back({"version", version.empty() ? Value() : Value(version)});
+    values.push_back({"version_before", camera.version()});
     text += lines_of("kept", plan.kept) + lines_of("replaced", plan.replaced) +
             lines_of("lost", plan.lost) + lines_of("lost", plan.unreachable);
     values.push_back({"kept", json_of(plan.kept)});

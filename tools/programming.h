@@ -25,17 +25,18 @@ void take(Console& console, const Arguments& arguments, const Offer& offer);
 /// What a manifest says of itself: "'door camera' 2.1.0, signed by 0123456789ABCDEF (comment)".
 std::string text_of(const engine::AcceptedManifest& manifest);
 
-/// The images for a camera, with the serial number in them, and "from 0x0100 to 0x0205".
-struct Chosen {
-    engine::ChipImages images;
-    std::string versions;
-};
-Chosen choose_images(const Arguments& arguments, const Offer& offer, const Camera& camera);
+/// The images for a camera, with the serial number in them.
+engine::Images choose_images(const Arguments& arguments, const Offer& offer, const Camera& camera);
 engine::UpgradeOptions upgrade_options(const Arguments& arguments);
 
 /// How an upgrade has ended.
-std::string what_is_done(const Arguments& arguments, const engine::Images& images);
+std::string what_is_done(const Arguments& arguments, const engine::Images& images,
+                         const Result& result);
 inline constexpr char kUpToDate[] = "already up to date: the ROM equals the image";
+
+/// What is to be installed, and what came of it.
+void describe(Result& result, const engine::Images& images);
+void describe(Result& result, const engine::Report& report);
 
 /// Reads what an upgrade reads first, as a phase of the display.
 std::vector<uint8_t> read_before(Console& console, const Arguments& arguments, Camera& camera,
@@ -49,7 +50,7 @@ bool program(Console& console, Camera& camera, const Arguments& arguments,
 /// What --dry-run tells in its place. `before` is what has been read of the ROM, perhaps nothing.
 void print_plan(Console& console, const Arguments& arguments, Camera& camera,
                 const engine::Images& images, const engine::UpgradeOptions& options,
-                nyxus::Bytes before = {}, const std::string& versions = {});
+                nyxus::Bytes before = {});
 
 /// What to do when the work has ended with this in the ROM; "" where the message says all.
 std::string advice_after(engine::RomContents rom);

@@ -82,17 +82,21 @@ void recover(Console& console, const Arguments& arguments, Result& result)
 {
     Camera camera = open_with_rom(console, arguments);
     result.camera = label_of(camera);
+    result.version_before = camera.version();
     promise_result(console, result);
     const engine::Images images = choose(console, camera, arguments).images;
+    describe(result, images);
+    promise_result(console, result);
     Arguments always = arguments;
     always.force = true; // what it holds is not looked at
     always.operation = "recover";
     program(console, camera, always, images, result);
     result.message = format("recovered: %zu bytes", images.firmware.bytes().size()) +
-                     (arguments.skip_verify ? ", not read back" : ", read back and equal");
+                     (arguments.skip_verify ? ", not read back, " : ", read back and equal, ") +
+                     engine::version_change(result.version_before, result.version);
     console.display().say(result.message);
     if (arguments.reset) {
-        start_new_firmware(console, arguments, std::move(camera));
+        start_new_firmware(console, arguments, std::move(camera), result);
     } else {
         console.display().note("the firmware starts with the next reset: run 'nyxus reset'");
     }

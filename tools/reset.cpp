@@ -19,9 +19,10 @@ static Camera restart(Console& console, const Arguments& arguments, Camera camer
 }
 
 std::string start_new_firmware(Console& console, const Arguments& arguments, Camera camera,
-                               const engine::ChipImages* images)
+                               Result& result, const engine::Images* images)
 {
     const Camera returned = restart(console, arguments, std::move(camera));
+    result.version_after = returned.version();
     engine::Status started = check_started(returned, engine::Backups());
     if (started && images != nullptr)
         started = check_reports(returned, *images);
@@ -35,8 +36,9 @@ ExitCode run_reset(Console& console, const Arguments& arguments)
     return run_with_result(console, arguments, [&](Result& result) {
         Camera camera = open_chosen(console, arguments);
         result.camera = label_of(camera);
+        result.version_before = camera.version();
         promise_result(console, result);
-        result.message = start_new_firmware(console, arguments, std::move(camera));
+        result.message = start_new_firmware(console, arguments, std::move(camera), result);
         return kExitOk;
     });
 }

@@ -21,20 +21,17 @@ void print_nothing_to_do(Console& console, const Arguments& arguments, Camera& c
 }
 
 /// What --dry-run does in its place.
-ExitCode plan_upgrade(Console& console, const Arguments& arguments)
+void plan_upgrade(Console& console, const Arguments& arguments, const Offer& offer)
 {
-    const Offer offer = load_images(arguments);
     const engine::UpgradeOptions options = upgrade_options(arguments);
     Camera camera = open_with_rom(console, arguments);
-    const Chosen chosen = choose_images(arguments, offer, camera);
-    const engine::Images& images = chosen.images.images;
+    const engine::Images images = choose_images(arguments, offer, camera);
     const std::vector<uint8_t> before = read_before(console, arguments, camera, options);
     if (!options.always && is_up_to_date(plan_upgrade(camera, images, options), before)) {
         print_nothing_to_do(console, arguments, camera);
     } else {
-        print_plan(console, arguments, camera, images, options, before, chosen.versions);
+        print_plan(console, arguments, camera, images, options, before);
     }
-    return kExitOk;
 }
 
 void upgrade(Console& console, const Arguments& arguments, Result& result)
@@ -42,18 +39,19 @@ void upgrade(Console& console, const Arguments& arguments, Result& result)
     const Offer offer = load_images(arguments);
     Camera camera = open_with_rom(console, arguments);
     result.camera = label_of(camera);
+    result.version_before = camera.version();
     promise_result(console, result);
-    const Chosen chosen = choose_images(arguments, offer, camera);
-    const engine::Images& images = chosen.images.images;
+    const engine::Images images = choose_images(arguments, offer, camera);
+    describe(result, images);
+    promise_result(console, result);
     console.drain();
     take(console, arguments, offer);
-    console.display().note("upgrading " + camera.name() + " " + chosen.versions);
+    console.display().note("upgrading " + camera.name());
     const bool programmed = program(console, camera, arguments, images, result);
-    result.message =
-        programmed ? what_is_done(arguments, images) + "; " + chosen.versions : kUpToDate;
+    result.message = programmed ? what_is_done(arguments, images, result) : kUpToDate;
     console.display().say(result.message);
     if (arguments.reset) {
-        start_new_firmware(console, arguments, std::move(camera), &chosen.images);
+        start_new_firmware(console, arguments, std::move(camera), result, &images);
     } else if (programmed) {
         console.display().note("the new firmware starts with the next reset: run 'nyxus reset'");
     }
@@ -64,12 +62,16 @@ void upgrade(Console& console, const Arguments& arguments, Result& result)
 
 ExitCode run_upgrade(Console& console, const Arguments& arguments)
 {
-    if (arguments.all) {
-        return arguments.dry_run ? plan_batch(console, arguments, plan_upgrade)
-                                 : run_batch(console, arguments);
+    if (arguments.dry_run) {
+        const Offer offer = load_images(arguments); // once for all cameras
+        const Run plan = [&offer](Console& shown, const Arguments& single) {
+            plan_upgrade(shown, single, offer);
+            return kExitOk;
+        };
+        return arguments.all ? plan_batch(console, arguments, plan) : plan(console, arguments);
     }
-    if (arguments.dry_run)
-        return plan_upgrade(console, arguments);
+    if (arguments.all)
+        return run_batch(console, arguments);
     return run_with_result(console, arguments, [&](Result& result) {
         upgrade(console, arguments, result);
         return kExitOk;

@@ -45,7 +45,7 @@ files::Descriptor sealed(const std::vector<ChipImages>& all)
             file.reset();
     };
     for (const ChipImages& one : all) {
-        add(one.images.firmware.bytes());
+        add(one.images.firmware.as_read());
         if (one.images.mfi)
             add(one.images.mfi->bytes());
     }
@@ -60,10 +60,10 @@ Order order_for(const BatchCamera& camera, const BatchOptions& options)
     for (const ChipImages& one : *camera.images) {
         const std::optional<Mfi>& mfi = one.images.mfi;
         order.images.push_back({.chip = one.chip,
-                                .firmware_bytes = one.images.firmware.bytes().size(),
+                                .firmware_bytes = one.images.firmware.as_read().size(),
                                 .mfi_bytes = mfi ? mfi->bytes().size() : 0,
                                 .serial = mfi ? mfi->serial() : "",
-                                .reports = one.reports ? *one.reports : -1});
+                                .reports = one.images.reports});
     }
     return order;
 }

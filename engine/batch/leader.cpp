@@ -154,6 +154,10 @@ private:
             running.report.rom = event.rom;
         if (event.kind == Kind::kBackup)
             running.report.backup = event.text;
+        if (event.kind == Event::Kind::kKept)
+            running.report.kept.push_back(event.text);
+        if (event.kind == Event::Kind::kInstalls)
+            running.report.version_before = event.version;
         if (event.kind == Kind::kBegins || event.kind == Kind::kEnds) {
             running.is_patient = event.kind == Kind::kBegins && (event.phase == Phase::kWaiting ||
                                                                  event.phase == Phase::kRestarting);

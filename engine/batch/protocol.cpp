@@ -12,9 +12,9 @@ using Json = nlohmann::json;
 namespace {
 
 // In the order of their values.
-constexpr const char* kKinds[] = {"begins",         "advances",   "ends",    "abandoned", "outlook",
-                                  "stop-postponed", "read-again", "kept",    "not-kept",  "backup",
-                                  "lost",           "retries",    "versions"};
+constexpr const char* kKinds[] = {
+    "begins", "advances", "ends",   "abandoned", "outlook", "stop-postponed", "read-again",
+    "kept",   "not-kept", "backup", "lost",      "retries", "installs",       "chosen"};
 constexpr const char* kReasons[] = {"none",
                                     "other",
                                     "stopped",
@@ -38,7 +38,7 @@ constexpr const char* kReasons[] = {"none",
                                     "unreliable-reads",
                                     "untrusted",
                                     "downgrade"};
-static_assert(std::size(kKinds) == static_cast<size_t>(Event::Kind::kVersions) + 1);
+static_assert(std::size(kKinds) == static_cast<size_t>(Event::Kind::kChosen) + 1);
 static_assert(std::size(kReasons) == static_cast<size_t>(Reason::kDowngrade) + 1);
 
 const char* to_text(Event::Kind kind)
@@ -118,9 +118,9 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(BatchOptions, upgrade, eeprom_bytes, restart,
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ImagePart, chip, firmware_bytes, mfi_bytes, serial, reports)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Order, port, options, images)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Event, phase, done, total, seconds, rom, stop_waits, text,
-                                   status)
+                                   version, status)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Report, status, rom, up_to_date, stopped, left_unlocked, backup,
-                                   bytes)
+                                   bytes, version_before, version_after, kept)
 
 /// A name that is no UTF-8 becomes that.
 static std::string line_of(const Json& json)
@@ -166,7 +166,7 @@ FromHelper parse_from_helper(const std::string& line)
         if (json.contains("report"))
             return json.at("report").get<Report>();
         auto event = json.get<Event>();
-        event.kind = from_text(json.at("event"), Event::Kind::kVersions);
+        event.kind = from_text(json.at("event"), Event::Kind::kChosen);
         return event;
     } catch (const std::exception&) {
         return {};

@@ -14,7 +14,7 @@ struct ImagePart {
     size_t firmware_bytes = 0;
     size_t mfi_bytes = 0; ///< 0: no MFi image
     std::string serial;   ///< that has been put into it, "" if none
-    int32_t reports = -1; ///< -1: unknown
+    std::string reports;  ///< see Images
 };
 
 /// What a helper is to do.

@@ -47,12 +47,12 @@ std::vector<uint8_t> read_images(size_t size, size_t offset)
 
 Result<ChipImages> images_of(const ImagePart& part, size_t offset)
 {
-    auto firmware = Firmware::from(read_images(part.firmware_bytes, offset));
+    auto firmware = // as it was checked
+        Firmware::from_rom(read_images(part.firmware_bytes, offset));
     if (!firmware)
         return firmware.status();
     ChipImages images{part.chip, {*std::move(firmware)}};
-    if (part.reports >= 0)
-        images.reports = static_cast<uint16_t>(part.reports);
+    images.images.reports = part.reports;
     if (part.mfi_bytes == 0)
         return images;
     auto mfi = Mfi::from(read_images(part.mfi_bytes, offset + part.firmware_bytes));
@@ -111,14 +111,15 @@ Report work(const Order& order, const Backups& backups, const Caller& caller)
     const auto chosen = choose_images(*all, *camera, order.options.allow_downgrade);
     if (!chosen)
         return failed(chosen.status());
-    caller.tell({.kind = Event::Kind::kVersions, .text = chosen->versions});
-    const ChipImages& images = *chosen->images;
+    caller.tell({.kind = Event::Kind::kChosen, .text = (*chosen)->chip});
+    const Images& images = (*chosen)->images;
     const UpgradeOptions& options = order.options.upgrade;
-    Report report = upgrade(*camera, images.images, options, backups, caller);
+    Report report = upgrade(*camera, images, options, backups, caller);
     const bool runs_it = report.up_to_date && check_reports(*camera, images);
     if (!report.status || !order.options.restart || runs_it)
         return report;
     const auto returned = restart(*std::move(camera), options.wait_s, backups, caller);
+    report.version_after = returned ? returned->version() : "";
     report.status = returned ? check_started(*returned, backups) : returned.status();
     if (report.status)
         report.status = check_reports(*returned, images);

@@ -112,17 +112,21 @@ std::string Camera::name() const
 std::string Camera::firmware_sentence() const
 {
     if (runs_external_firmware())
-        return text::format("runs external firmware 0x%04X", firmware_version());
+        return "runs external firmware " + version();
     if (rom_state() != RomState::kFirmware)
         return "runs its mask ROM; the external ROM holds no firmware for this chip";
     return "runs its mask ROM";
 }
 
+std::string Camera::version() const
+{
+    return runs_external_firmware() ? text::format("0x%04X", firmware_version()) : "mask ROM";
+}
+
 std::string Camera::running() const
 {
-    return runs_external_firmware()
-               ? text::format("0x%04X 0x%04X", device()->wExtFwVer, device()->wExtSensorApId)
-               : "";
+    return runs_external_firmware() ? version() + text::format(" 0x%04X", device()->wExtSensorApId)
+                                    : "";
 }
 
 } // namespace nyxus::engine

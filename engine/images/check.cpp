@@ -12,6 +12,13 @@ namespace {
 
 constexpr uint32_t kSpiRomSize = 0x10000;
 
+constexpr char kNoRoomForMfi[] = "the camera's ROM is too small for an MFi image";
+
+bool has_room_for_mfi(const Camera& camera, size_t size)
+{
+    return NYXUS_MFI_ROM_ADDR + size <= camera.rom_size();
+}
+
 /// "" when the images are for the camera.
 std::string refuse(const Camera& camera, const Images& images)
 {
@@ -44,8 +51,8 @@ std::string refuse(const Camera& camera, const Images& images)
             "at 0x%04X",
             size, NYXUS_MFI_ROM_ADDR);
     }
-    if (images.mfi && NYXUS_MFI_ROM_ADDR + images.mfi->bytes().size() > device.dwExtRomSize)
-        return "the camera's ROM is too small for an MFi image";
+    if (images.mfi && !has_room_for_mfi(camera, images.mfi->bytes().size()))
+        return kNoRoomForMfi;
     return {};
 }
 
@@ -56,6 +63,21 @@ Status check_images(const Camera& camera, const Images& images)
     const std::string reason = refuse(camera, images);
     return reason.empty() ? Status()
                           : Status(Reason::kWrongImage, reason + "; nothing was written");
+}
+
+Status check_image(const Camera& camera, const ImageFacts& facts)
+{
+    std::string reason;
+    if (facts.contents == ImageFacts::Contents::kMfi) {
+        reason = has_room_for_mfi(camera, facts.bytes) ? "" : kNoRoomForMfi;
+    } else if (!facts.firmware) {
+        reason = "it holds no firmware";
+    } else if (facts.kind && !facts.kind->problem.empty()) {
+        reason = "it is " + facts.kind->problem;
+    } else {
+        reason = refuse(camera, {*facts.firmware});
+    }
+    return reason.empty() ? Status() : Status(Reason::kWrongImage, reason);
 }
 
 } // namespace nyxus::engine

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <nyxus/engine/images.hpp>
 
 #include "image_file.h"
+#include "kinds.h"
 #include "text/format.h"
 #include "text/printable.h"
+#include "units/digest.h"
 
 namespace nyxus::engine {
 
@@ -12,14 +15,13 @@ using text::format;
 namespace {
 
 constexpr size_t kSmallest = 0x42; // a header and the signature
-constexpr uint32_t kLargestRom = 0x10000;
-constexpr uint32_t kLargestPart = 0x1000000; // what 24 bits address
+constexpr size_t kLargestRom = 0x10000;
 
-/// One byte is left of an image that is erased altogether.
-void cut_erased_rest(std::vector<uint8_t>& bytes)
+/// Without the erased rest. One byte is left of what is erased altogether.
+size_t used_bytes(Bytes bytes)
 {
-    bytes.resize(
-        static_cast<size_t>(MP_BinGetRealSize(bytes.data(), static_cast<uint32_t>(bytes.size()))));
+    return static_cast<size_t>(
+        MP_BinGetRealSize(bytes.data(), static_cast<uint32_t>(bytes.size())));
 }
 
 } // namespace
@@ -28,7 +30,7 @@ Result<std::vector<uint8_t>> load_image(const std::string& path, uint32_t capaci
 {
     auto bytes = read_image_file(path, capacity, "this ROM");
     if (bytes)
-        cut_erased_rest(*bytes);
+        bytes->resize(used_bytes(*bytes));
     return bytes;
 }
 
@@ -41,15 +43,13 @@ Result<Firmware> Firmware::load(const std::string& path)
 Result<Firmware> Firmware::load_rom(const std::string& path)
 {
     auto bytes = read_image_file(path, kLargestPart, "any ROM");
-    if (!bytes)
-        return bytes.status();
-    bytes->resize(std::min<size_t>(bytes->size(), kLargestRom));
-    cut_erased_rest(*bytes);
-    if (bytes->size() >= kSmallest)
-        return Firmware(*std::move(bytes));
-    return Status(Reason::kWrongImage,
-                  text::in_quotes(path) + " holds no firmware: " +
-                      format("%zu bytes before the erased rest; 66 are the least", bytes->size()));
+    return bytes ? from_rom(*std::move(bytes), text::in_quotes(path)) : bytes.status();
+}
+
+Firmware::Firmware(std::vector<uint8_t> bytes) : bytes_(std::move(bytes)), digest_(sha256(bytes_))
+{
+    bytes_.resize(std::min(bytes_.size(), kLargestRom));
+    size_ = used_bytes(bytes_);
 }
 
 Result<Firmware> Firmware::from(std::vector<uint8_t> bytes, const std::string& name)
@@ -58,19 +58,46 @@ Result<Firmware> Firmware::from(std::vector<uint8_t> bytes, const std::string& n
             check_image_size(name, bytes.size(), NYXUS_FW_BIN_CAPACITY, "a firmware image");
         !possible)
         return possible;
-    cut_erased_rest(bytes);
-    if (bytes.size() >= kSmallest)
+    if (const size_t used = used_bytes(bytes); used < kSmallest) {
+        return Status(
+            Reason::kWrongImage,
+            name + format(" is no firmware image: only %zu bytes before the erased rest", used));
+    }
+    Firmware firmware(std::move(bytes));
+    const auto kind = firmware.kind();
+    if (kind && !kind->problem.empty())
+        return Status(Reason::kWrongImage, name + " (" + kind->name + ") is " + kind->problem);
+    return firmware;
+}
+
+Result<Firmware> Firmware::from_rom(std::vector<uint8_t> bytes, const std::string& name)
+{
+    const Bytes first = Bytes(bytes).subspan(0, kLargestRom);
+    const size_t used = first.empty() ? 0 : used_bytes(first);
+    if (used >= kSmallest)
         return Firmware(std::move(bytes));
     return Status(Reason::kWrongImage,
-                  name + " is no firmware image: " +
-                      format("only %zu bytes before the erased rest", bytes.size()));
+                  name + format(" holds no firmware: %zu bytes before the erased rest; 66 are the "
+                                "least",
+                                used));
 }
 
 uint32_t Firmware::rom_size(bool larch) const
 {
     constexpr uint32_t kUnit = 512;
     const size_t field = larch ? 0x56 : 0x46; // in the ROM header at 0x40
-    return field < bytes_.size() ? bytes_[field] * kUnit : 0;
+    return field < size_ ? bytes_[field] * kUnit : 0;
+}
+
+std::optional<ImageKind> Firmware::kind() const
+{
+    return kind_of(as_read());
+}
+
+std::optional<std::string> Firmware::version() const
+{
+    const auto known = kind();
+    return known && !known->version.empty() ? std::optional(known->version) : std::nullopt;
 }
 
 } // namespace nyxus::engine

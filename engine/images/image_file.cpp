@@ -1,16 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "image_file.h"
 
-#include <filesystem>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <cerrno>
 #include <system_error>
 
+#include "files/descriptor.h"
 #include "files/read.h"
 #include "text/format.h"
 #include "text/printable.h"
 
 namespace nyxus::engine {
-
-namespace fs = std::filesystem;
 
 static Status read_failure(const std::string& path, const std::string& reason)
 {
@@ -28,22 +29,39 @@ Status check_image_size(const std::string& name, size_t size, uint32_t capacity,
                 text::format(": %zu bytes, at most %u are possible", size, capacity)};
 }
 
+/// "" for a plain file.
+static std::string refuse(mode_t mode)
+{
+    if (S_ISREG(mode))
+        return {};
+    return S_ISDIR(mode) ? "it is a folder" : "it is not a plain file";
+}
+
 Result<std::vector<uint8_t>> read_image_file(const std::string& path, uint32_t capacity,
                                              const char* kind)
 {
-    std::error_code error;
-    const fs::file_type type = fs::status(path, error).type();
-    const size_t size = type == fs::file_type::regular ? fs::file_size(path, error) : 0;
-    if (error)
-        return read_failure(path, error.message());
-    if (type != fs::file_type::regular) {
-        const bool is_folder = type == fs::file_type::directory;
-        return read_failure(path, is_folder ? "it is a folder" : "it is not a plain file");
-    }
-    if (Status possible = check_image_size(text::in_quotes(path), size, capacity, kind); !possible)
-        return possible;
+    const auto system_failure = [&path] {
+        return read_failure(path, std::generic_category().message(errno));
+    };
+    struct stat entry {};
+    if (stat(path.c_str(), &entry) != 0)
+        return system_failure();
+    if (const std::string reason = refuse(entry.st_mode); !reason.empty())
+        return read_failure(path, reason); // opening a device may do something
+    const files::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    if (!file || fstat(file.get(), &entry) != 0)
+        return system_failure();
+    if (const std::string reason = refuse(entry.st_mode); !reason.empty())
+        return read_failure(path, reason); // it has just become another one
+    const auto possible = [&](size_t size) {
+        return check_image_size(text::in_quotes(path), size, capacity, kind);
+    };
+    if (Status expected = possible(static_cast<size_t>(entry.st_size)); !expected)
+        return expected;
     try {
-        return files::read_file(path, capacity);
+        std::vector<uint8_t> bytes = files::read_rest(file.get(), path, capacity);
+        Status read = possible(bytes.size()); // it may have been cut meanwhile
+        return read ? Result<std::vector<uint8_t>>(std::move(bytes)) : read;
     } catch (const std::system_error& failure) {
         return Status(Reason::kFile, failure.what());
     }

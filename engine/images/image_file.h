@@ -5,6 +5,8 @@
 
 namespace nyxus::engine {
 
+constexpr uint32_t kLargestPart = 0x1000000; // what 24 bits address
+
 /// kWrongImage for an image without bytes, or with more than the capacity. `kind` is what it would
 /// be: "a firmware image".
 Status check_image_size(const std::string& name, size_t size, uint32_t capacity, const char* kind);

@@ -8,10 +8,8 @@
 
 #include "images/image_file.h"
 #include "manifest_text.h"
-#include "text/format.h"
 #include "text/numbers.h"
 #include "text/printable.h"
-#include "units/digest.h"
 
 namespace nyxus::engine {
 
@@ -21,41 +19,18 @@ namespace {
 
 constexpr uint32_t kMostSignatureBytes = 0x4000;
 
-/// A file's bytes, read once, and their digest.
-struct Contents {
-    std::vector<uint8_t> bytes;
-    std::string digest;
-};
-
-Result<Contents> read_contents(const std::string& path, uint32_t capacity, const char* kind)
+/// An image whose file has this digest, or any with "".
+template <typename Image>
+Result<Image> load_equal(const std::string& path, std::string wanted)
 {
-    auto bytes = read_image_file(path, capacity, kind);
-    if (!bytes)
-        return bytes.status();
-    std::string digest = sha256(*bytes);
-    return Contents{*std::move(bytes), std::move(digest)};
-}
-
-Result<Contents> read_firmware(const std::string& path)
-{
-    return read_contents(path, NYXUS_FW_BIN_CAPACITY, "a firmware image");
-}
-
-Result<Contents> read_mfi(const std::string& path)
-{
-    return read_contents(path, NYXUS_MFI_BIN_CAPACITY, "an MFi image");
-}
-
-Status check_digest(const std::string& path, const Contents& contents, std::string wanted)
-{
+    auto image = Image::load(path);
     std::ranges::transform(wanted, wanted.begin(), [](unsigned char c) { return std::tolower(c); });
-    if (wanted.empty() || contents.digest == wanted)
-        return {};
-    return {Reason::kWrongImage, text::in_quotes(path) +
-                                     " is not the image that is meant: its "
-                                     "SHA-256 is " +
-                                     contents.digest + ", not " + text::printable(wanted) +
-                                     "; nothing was written"};
+    if (!image || wanted.empty() || image->digest() == wanted)
+        return image;
+    return Status(Reason::kWrongImage, text::in_quotes(path) +
+                                           " is not the image that is meant: its SHA-256 is " +
+                                           image->digest() + ", not " + text::printable(wanted) +
+                                           "; nothing was written");
 }
 
 std::string_view as_text(const std::vector<uint8_t>& bytes)
@@ -96,35 +71,27 @@ Status check_signature(const ManifestEntry& entry, const Firmware& firmware)
                                      text::printable(firmware.signature()) + "'"};
 }
 
+template <typename Image>
+Result<Image> load_inside(const fs::path& folder, const std::string& file,
+                          const std::string& digest)
+{
+    const std::string path = folder / file;
+    const auto place = place_in(folder, path);
+    return place ? load_equal<Image>(path, digest) : place.status();
+}
+
 Result<ChipImages> load_entry(const fs::path& folder, const ManifestEntry& entry)
 {
-    const auto load = [&](const std::string& file, const std::string& digest, const auto& read) {
-        const std::string path = folder / file;
-        if (const auto place = place_in(folder, path); !place)
-            return Result<Contents>(place.status());
-        Result<Contents> contents = read(path);
-        if (!contents)
-            return contents;
-        const Status equal = check_digest(path, *contents, digest);
-        return equal ? std::move(contents) : equal;
-    };
-    auto contents = load(entry.image, entry.sha256, read_firmware);
-    if (!contents)
-        return contents.status();
-    auto firmware = Firmware::from(std::move(contents->bytes), text::in_quotes(entry.image));
+    auto firmware = load_inside<Firmware>(folder, entry.image, entry.sha256);
     if (!firmware)
         return firmware.status();
     if (Status fits = check_signature(entry, *firmware); !fits)
         return fits;
-    ChipImages images{entry.chip, {*std::move(firmware)}, {}, folder / entry.image};
-    if (const auto version = text::parse_number(entry.reports))
-        images.reports = static_cast<uint16_t>(*version);
+    ChipImages images{entry.chip, {*std::move(firmware)}};
+    images.images.reports = entry.reports;
     if (entry.mfi.empty())
         return images;
-    contents = load(entry.mfi, entry.mfi_sha256, read_mfi);
-    if (!contents)
-        return contents.status();
-    auto mfi = Mfi::from(std::move(contents->bytes), text::in_quotes(entry.mfi));
+    auto mfi = load_inside<Mfi>(folder, entry.mfi, entry.mfi_sha256);
     if (!mfi)
         return mfi.status();
     images.images.mfi = *std::move(mfi);
@@ -139,9 +106,10 @@ size_t fit_of(const ChipImages& images, const Camera& camera)
     return camera.internal_version().starts_with(images.chip) ? images.chip.size() + 1 : 0;
 }
 
-std::string name_of(std::optional<uint16_t> version)
+/// As a number; nothing for what is no version.
+std::optional<uint64_t> number_of(const std::string& version)
 {
-    return version ? text::format("0x%04X", *version) : "an unknown version";
+    return version.empty() ? std::nullopt : text::parse_number(version, 0xFFFF);
 }
 
 } // namespace
@@ -152,23 +120,19 @@ Result<ManifestEntry> describe_images(const fs::path& folder, const std::string&
     const auto place = place_in(folder, image);
     if (!place)
         return place.status();
-    auto contents = read_firmware(image);
-    if (!contents)
-        return contents.status();
-    const auto firmware = Firmware::from(std::move(contents->bytes), text::in_quotes(image));
+    const auto firmware = Firmware::load(image);
     if (!firmware)
         return firmware.status();
-    ManifestEntry entry{firmware->signature(), *place, contents->digest, reports};
+    ManifestEntry entry{firmware->signature(), *place, firmware->digest(),
+                        reports.empty() ? firmware->version().value_or("") : reports};
     if (mfi.empty())
         return entry;
     const auto mfi_place = place_in(folder, mfi);
-    if (!mfi_place)
-        return mfi_place.status();
-    const auto mfi_contents = read_mfi(mfi);
-    if (!mfi_contents)
-        return mfi_contents.status();
+    const auto mfi_image = mfi_place ? Mfi::load(mfi) : mfi_place.status();
+    if (!mfi_image)
+        return mfi_image.status();
     entry.mfi = *mfi_place;
-    entry.mfi_sha256 = mfi_contents->digest;
+    entry.mfi_sha256 = mfi_image->digest();
     return entry;
 }
 
@@ -215,21 +179,13 @@ Result<std::vector<ChipImages>> load_images(const AcceptedManifest& manifest)
     return all;
 }
 
-Result<ChipImages> load_pinned(const std::string& path, const std::string& sha256)
+Result<Firmware> load_pinned(const std::string& path, const std::string& sha256)
 {
-    auto contents = read_firmware(path);
-    if (!contents)
-        return contents.status();
-    if (Status equal = check_digest(path, *contents, sha256); !equal)
-        return equal;
-    auto firmware = Firmware::from(std::move(contents->bytes), text::in_quotes(path));
-    if (!firmware)
-        return firmware.status();
-    return ChipImages{"", {*std::move(firmware)}, {}, path};
+    return load_equal<Firmware>(path, sha256);
 }
 
-Result<ChosenImages> choose_images(const std::vector<ChipImages>& all, const Camera& camera,
-                                   bool allow_downgrade)
+Result<const ChipImages*> choose_images(const std::vector<ChipImages>& all, const Camera& camera,
+                                        bool allow_downgrade)
 {
     const auto fit = [&](const ChipImages& images) { return fit_of(images, camera); };
     const auto best = std::ranges::max_element(all, {}, fit);
@@ -237,23 +193,24 @@ Result<ChosenImages> choose_images(const std::vector<ChipImages>& all, const Cam
         return Status(Reason::kWrongImage, "the manifest has no image for the chip " +
                                                camera.chip() + "; nothing was written");
     }
-    const bool has_firmware = camera.runs_external_firmware();
-    const std::string from =
-        has_firmware ? name_of(camera.firmware_version()) : "the firmware in the chip";
-    if (has_firmware && best->reports && *best->reports < camera.firmware_version() &&
-        !allow_downgrade) {
-        return Status(Reason::kDowngrade, "the camera runs " + from + ", which is newer than " +
-                                              name_of(best->reports) + "; nothing was written");
+    const std::string version = best->images.version();
+    const auto before = number_of(camera.version());
+    const auto after = number_of(version);
+    if (before && after && *after < *before && !allow_downgrade) {
+        return Status(Reason::kDowngrade, "the camera runs " + camera.version() +
+                                              ", which is newer than " + version +
+                                              "; nothing was written");
     }
-    return ChosenImages{&*best, "from " + from + " to " + name_of(best->reports)};
+    return &*best;
 }
 
-Status check_reports(const Camera& camera, const ChipImages& images)
+Status check_reports(const Camera& camera, const Images& images)
 {
-    if (!images.reports || *images.reports == camera.firmware_version())
+    const auto said = number_of(images.version());
+    if (!said || said == number_of(camera.version()))
         return {};
     return {Reason::kNotStarted, camera.name() + " " + camera.firmware_sentence() +
-                                     ", but the manifest says " + name_of(images.reports)};
+                                     ", but the image is version " + images.version()};
 }
 
 } // namespace nyxus::engine

@@ -112,8 +112,10 @@ std::string to_text(const JournalLine& line)
                    {"step", kSteps[static_cast<size_t>(line.step)]},
                    {"running", line.running},
                    {"image_sha256", line.image},
+                   {"file_sha256", line.file},
                    {"serial_hex", json_of_bytes(line.serial)},
-                   {"backup", line.backup}},
+                   {"backup", line.backup},
+                   {"kept", line.kept}},
                   -1);
 }
 
@@ -127,6 +129,8 @@ std::optional<JournalLine> parse_journal_line(const std::string& text)
         line.image = json.at("image_sha256");
         line.serial = bytes_of(json.at("serial_hex"));
         line.backup = json.at("backup");
+        line.file = json.value("file_sha256", ""); // earlier versions have not noted these
+        line.kept = json.value("kept", line.kept);
     });
 }
 

@@ -39,8 +39,10 @@ struct JournalLine {
     std::string operation = {}; ///< "upgrade"
     std::string running = {};   ///< Camera::running() before; with kStarted and kNotStarted: after
     std::string image = {};     ///< SHA-256 of the firmware that is written; "" for another change
+    std::string file = {};      ///< SHA-256 of the file that it was read from
     std::string serial = {};    ///< the one that is written into this ROM; "" if none is
     std::string backup = {};    ///< "000003", of what was there before; "" without one
+    std::vector<std::string> kept = {}; ///< parts of the ROM that stay: "MFi image (...)"
 };
 
 std::string to_text(const Unit& unit);

@@ -202,7 +202,7 @@ Status UnitLog::note_restart(const Camera& returned)
     JournalLine line = state.line;
     // It may start from what was there before, or from what somebody else has written.
     if (!holds_image(state.rom) || history(running_).rom == RomRecord::kElsewhere)
-        line.image.clear();
+        line.image = line.file = "";
     const std::string expected = version_of(line.image);
     line.running = returned.running();
     const bool is_as_expected = expected.empty() || expected == line.running;

@@ -78,7 +78,7 @@ uint32_t erased_bytes(const Camera& camera)
 
 Report erase(Camera& camera, const Backups& backups, const Caller& caller, bool backup)
 {
-    Report report;
+    Report report{.version_before = camera.version()};
     report.status = do_erase(camera, backups, caller, backup, report);
     report.stopped = report.stopped || report.status.reason() == Reason::kStopped;
     return report;
@@ -109,7 +109,7 @@ Report change_rom(Camera& camera, const std::string& operation,
                   const std::function<Status()>& write, const Backups& backups,
                   const Caller& caller, bool backup)
 {
-    Report report;
+    Report report{.version_before = camera.version()};
     report.status = do_change(camera, operation, write, backups, caller, backup, report);
     report.stopped = report.stopped || report.status.reason() == Reason::kStopped;
     return report;

@@ -112,7 +112,9 @@ Status program(const Task& task, const Plan& plan)
     RomChange change(task.camera, task.backups, task.caller, report);
     Status done = change.opens({.operation = task.options.operation,
                                 .image = task.images.firmware.bytes(),
-                                .serial = task.images.mfi ? task.images.mfi->serial() : ""});
+                                .file = task.images.firmware.digest(),
+                                .serial = task.images.mfi ? task.images.mfi->serial() : "",
+                                .kept = report.kept});
     if (done)
         done = Programming(task, plan, change).run();
     if (done) {

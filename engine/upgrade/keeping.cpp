@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <nyxus/engine/rom.hpp>
 
+#include "images/rom_layout.h"
+
 namespace nyxus::engine {
 
 namespace {
@@ -47,39 +49,6 @@ Range pages_with_data(Bytes rom, Range range)
     while (range.size() > 0 && is_blank(bytes_in(rom, page_at(range.end - 1))))
         range.end = page_at(range.end - 1).begin;
     return range;
-}
-
-/// Its serial-number descriptor is where its header says.
-bool holds_mfi_image(Bytes rom)
-{
-    constexpr uint32_t kHeader = 0x20;
-    constexpr uint8_t kStringDescriptor = 3;
-    if (rom.size() < kMfiEnd)
-        return false;
-    const Bytes image = rom.subspan(NYXUS_MFI_ROM_ADDR, NYXUS_MFI_BIN_CAPACITY);
-    const auto word = [image](size_t at) { return uint32_t{image[at]} << 8 | image[at + 1]; };
-    const uint32_t size = word(0x0E);
-    const uint32_t offset = word(0x10) - NYXUS_MFI_ROM_ADDR;
-    return offset >= kHeader && size >= 2 && offset < image.size() &&
-           size <= image.size() - offset && image[offset] == size &&
-           image[offset + 1] == kStringDescriptor;
-}
-
-/// Where the former firmware ends; see Plan::kept.
-uint32_t end_of_firmware(Bytes rom)
-{
-    constexpr uint32_t kGap = 4;
-    const auto most = static_cast<uint32_t>(std::min<size_t>(rom.size(), NYXUS_FW_BIN_CAPACITY));
-    uint32_t end = 0;
-    while (end < most && !is_blank(bytes_in(rom, common({end, end + kPage}, {0, most}))))
-        end += kPage;
-    end = std::min(end, most);
-    for (const uint32_t area : {uint32_t{NYXUS_MFI_ROM_ADDR}, uint32_t{SPI_RESERVED_ADDR}}) {
-        const bool is_apart = area < end && is_blank(rom.subspan(area - kGap, kGap));
-        if (is_apart || (area == NYXUS_MFI_ROM_ADDR && area < end && holds_mfi_image(rom)))
-            return area;
-    }
-    return end;
 }
 
 /// A part of 32 KiB holds nothing else behind them: it is read from its start again.

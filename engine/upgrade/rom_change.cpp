@@ -52,7 +52,9 @@ static JournalLine facts_of(const Change& change, const Camera& camera)
     return {.operation = change.operation,
             .running = camera.running(),
             .image = change.image.empty() ? "" : sha256(change.image),
-            .serial = change.serial};
+            .file = change.file,
+            .serial = change.serial,
+            .kept = change.kept};
 }
 
 void note_up_to_date(const Camera& camera, const Backups& backups, const Change& change)

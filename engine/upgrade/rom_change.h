@@ -11,7 +11,9 @@ namespace nyxus::engine {
 struct Change {
     std::string operation;   ///< "upgrade"
     Bytes image = {};        ///< the firmware that is written; nothing for another change
+    std::string file = {};   ///< SHA-256 of the file that it was read from
     std::string serial = {}; ///< that is written with it
+    std::vector<std::string> kept = {}; ///< parts of the ROM that stay
 };
 
 /// Keeps the promises around the time in which the ROM is not whole: the journal tells of each step

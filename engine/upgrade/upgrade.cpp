@@ -15,8 +15,19 @@ void tell_parts(const Task& task, Event::Kind kind, const std::vector<Part>& par
         tell(task.caller, {.kind = kind, .text = to_text(part)});
 }
 
+void tell_versions(const Task& task)
+{
+    const Firmware& firmware = task.images.firmware;
+    const std::string change = version_change(task.report.version_before, task.images.version());
+    tell(task.caller, {.kind = Event::Kind::kInstalls,
+                       .text = change + ", image with SHA-256 " + firmware.digest(),
+                       .version = task.report.version_before});
+}
+
 void tell_what_stays(const Task& task, const Plan& plan)
 {
+    for (const Part& part : plan.kept)
+        task.report.kept.push_back(to_text(part));
     tell_parts(task, Event::Kind::kKept, plan.kept);
     tell_parts(task, Event::Kind::kNotKept, plan.lost);
     tell_parts(task, Event::Kind::kNotKept, plan.unreachable);
@@ -41,6 +52,7 @@ Status do_upgrade(const Task& task)
 {
     if (Status fit = check_images(task.camera, task.images); !fit)
         return fit;
+    tell_versions(task);
     std::vector<uint8_t> before;
     const auto plan = [&] { return plan_upgrade(task.camera, task.images, task.options, before); };
     if (const uint32_t size = bytes_before(task.camera, task.options); size > 0) {
@@ -57,9 +69,10 @@ Status do_upgrade(const Task& task)
     }
     if (is_done()) { // perhaps only the second reading has said so
         task.report.up_to_date = true;
-        note_up_to_date(
-            task.camera, task.backups,
-            {.operation = task.options.operation, .image = task.images.firmware.bytes()});
+        note_up_to_date(task.camera, task.backups,
+                        {.operation = task.options.operation,
+                         .image = task.images.firmware.bytes(),
+                         .file = task.images.firmware.digest()});
         task.report.rom = RomContents::kNew;
         return {};
     }
@@ -72,10 +85,17 @@ Status do_upgrade(const Task& task)
 
 } // namespace
 
+std::string version_change(const std::string& before, const std::string& after)
+{
+    const bool has_version = before.starts_with("0x");
+    const std::string from = has_version ? "from version " + before : "from the " + before;
+    return after.empty() ? from : from + (has_version ? " to " : " to version ") + after;
+}
+
 Report upgrade(Camera& camera, const Images& images, const UpgradeOptions& options,
                const Backups& backups, const Caller& caller)
 {
-    Report report;
+    Report report{.version_before = camera.version()};
     report.status = do_upgrade({camera, images, options, backups, caller, report});
     report.stopped = report.stopped || report.status.reason() == Reason::kStopped;
     return report;

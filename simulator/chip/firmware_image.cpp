@@ -43,7 +43,8 @@ void put_rom_header(std::span<uint8_t> image, const ImageRequest& request)
     std::ranges::copy(text, image.subspan(kSetfileText).begin());
 }
 
-/// The header names the body and is checked itself, so it can only be made last.
+} // namespace
+
 void put_header(std::span<uint8_t> image)
 {
     const auto body = image.subspan(kBody);
@@ -52,8 +53,6 @@ void put_header(std::span<uint8_t> image)
     put_u32(image, kBodyChecksum, image_checksum(body));
     put_u32(image, kHeaderChecksum, image_checksum(image.first(kHeaderChecksum)));
 }
-
-} // namespace
 
 ImageRequest factory_image_request(const CameraModel& model)
 {

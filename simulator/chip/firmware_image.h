@@ -31,6 +31,10 @@ ImageRequest factory_image_request(const CameraModel& model);
 /// never 0xFF. The same request gives the same bytes on every machine.
 std::vector<uint8_t> make_firmware_image(const ImageRequest& request);
 
+/// Makes the header of an image anew, which names the body and is checked itself: after each
+/// change.
+void put_header(std::span<uint8_t> image);
+
 /// Where an accessory-information image is programmed.
 inline constexpr uint16_t kMfiRomAddress = 0x6000;
 

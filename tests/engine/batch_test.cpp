@@ -36,9 +36,9 @@ constexpr char kScript[] = R"(#!/bin/sh
 exec 4>&0
 none='"status":{"reason":"none","message":"","code":0,"where":""}'
 outlook='{"event":"outlook","phase":"reading","done":0,"total":0,"seconds":0,"rom":"incomplete",'\
-'"stop_waits":true,"certain":true,"text":"",'$none'}'
+'"stop_waits":true,"certain":true,"text":"","version":"",'$none'}'
 report='{"report":{'$none',"rom":"new","up_to_date":false,"stopped":false,'\
-'"left_unlocked":false,"backup":"","bytes":7}}'
+'"left_unlocked":false,"backup":"","bytes":7,"version_before":"0x0100","version_after":"","kept":[]}}'
 say() { echo "$1" >&4; }
 read -r order
 case $order in
@@ -180,7 +180,7 @@ TEST(EngineBatchOnCameras, EachGetsItsOwnImagesAndStarts)
     std::vector<engine::BatchCamera> batch;
     for (const nyxus::CameraInfo& camera : cameras) {
         images.push_back(
-            {camera.product == "rowan-spi" ? "RO2" : "ZR5400", images_for(camera.product), 0x0205});
+            {camera.product == "rowan-spi" ? "RO2" : "ZR5400", images_for(camera.product)});
         std::optional<engine::Mfi>& mfi = images.back().images.mfi;
         mfi = *engine::Mfi::from(sim::make_mfi_image(1, "AAAAAAAA"));
         ASSERT_TRUE(mfi->set_serial("UNIT000" + std::to_string(images.size())));
@@ -192,6 +192,8 @@ TEST(EngineBatchOnCameras, EachGetsItsOwnImagesAndStarts)
         const engine::BatchReport& report = listener.reports[i];
         EXPECT_TRUE(report.status) << report.status.text();
         EXPECT_EQ(report.rom, RomContents::kNew);
+        EXPECT_EQ(report.version_before, "0x0100");
+        EXPECT_EQ(report.version_after, "0x0205");
         EXPECT_EQ(report.backup.parent_path().parent_path(), folder.path() / "units");
         auto camera = engine::Camera::open(*nyxus::find_camera(cameras[i].port_path));
         ASSERT_TRUE(camera) << camera.status().text();

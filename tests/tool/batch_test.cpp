@@ -6,20 +6,10 @@
 #include <gtest/gtest.h>
 #include <algorithm>
 #include <map>
-#include <sstream>
 
 using namespace test;
 
 namespace {
-
-std::vector<Json> events(const std::string& output)
-{
-    std::vector<Json> list;
-    std::istringstream lines(output);
-    for (std::string line; std::getline(lines, line);)
-        list.push_back(Json::parse(line));
-    return list;
-}
 
 /// A bash script with cameras.
 Outcome run_script(const Words& cameras, const Words& simulation, const std::string& script,

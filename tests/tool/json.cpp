@@ -4,6 +4,7 @@
 #include <iomanip>
 #include <nlohmann/json.hpp>
 #include <ostream>
+#include <sstream>
 
 namespace test {
 
@@ -84,6 +85,15 @@ std::ostream& operator<<(std::ostream& out, const Json& json)
         out << "null";
     }
     return out;
+}
+
+std::vector<Json> events(const std::string& output)
+{
+    std::vector<Json> list;
+    std::istringstream lines(output);
+    for (std::string line; std::getline(lines, line);)
+        list.push_back(Json::parse(line));
+    return list;
 }
 
 } // namespace test

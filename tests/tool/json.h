@@ -55,4 +55,7 @@ private:
     std::variant<std::monostate, bool, double, std::string, List, Members> content_;
 };
 
+/// What a program has printed as one of them a line.
+std::vector<Json> events(const std::string& output);
+
 } // namespace test

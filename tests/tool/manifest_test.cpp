@@ -64,7 +64,7 @@ TEST(Manifest, GivesEachCameraOfABatchItsOwnImage)
     for (const char* serial : {"R1", "C1"}) {
         const Json result = result_of(outcome.out, serial);
         EXPECT_EQ(result["outcome"], "upgraded") << result;
-        EXPECT_TRUE(contains(result["message"].text(), "from 0x0100 to 0x0205")) << result;
+        EXPECT_TRUE(contains(result["message"].text(), "from version 0x0100 to 0x0205")) << result;
     }
     const Json none = result_of(outcome.out, "L1");
     EXPECT_EQ(none["exit_code"], 7) << none;
@@ -78,7 +78,7 @@ TEST(Manifest, LooksAtTheVersionAfterTheRestart)
     bench.create("2.1.0", "0x0301"); // which is not true
     const Outcome single = bench.upgrade({"--reset"});
     EXPECT_EQ(single.exit_code, 14) << single.err;
-    EXPECT_TRUE(contains(single.err, "0x0205, but the manifest says 0x0301")) << single.err;
+    EXPECT_TRUE(contains(single.err, "0x0205, but the image is version 0x0301")) << single.err;
     const Outcome batch =
         bench.nyxus({"cedar-spi"}, {"upgrade", "--manifest", bench.manifest(), "--all", "--reset"});
     EXPECT_EQ(batch.exit_code, 14) << batch.err;
@@ -89,7 +89,7 @@ TEST(Manifest, NothingOlderIsInstalledUnasked)
     const ManifestBench bench;
     const Outcome first = bench.upgrade({"--reset"});
     ASSERT_EQ(first.exit_code, 0) << first.err;
-    EXPECT_TRUE(contains(first.out, "from 0x0100 to 0x0205")) << first.out;
+    EXPECT_TRUE(contains(first.out, "from version 0x0100 to 0x0205")) << first.out;
 
     bench.create("2.0.9", "0x0205"); // an older manifest
     EXPECT_EQ(bench.upgrade().exit_code, 13);

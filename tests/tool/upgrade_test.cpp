@@ -77,6 +77,12 @@ TEST(Upgrade, RefusesWrongImagesBeforeAnythingIsWritten)
         write_file(bench.path(name), bytes);
         return bench.path(name);
     };
+    Bytes cut = read_file(good);
+    cut.resize(9000);
+    Bytes unknown = read_file(good); // of an unknown kind
+    unknown[0] = 'X';
+    unknown[0x46] = 0x40;
+    const std::string other_kind = file("other", unknown);
     Bytes overlapping = read_file(mfi);
     const size_t record = std::string(overlapping.begin(), overlapping.end()).find("A0001234");
     overlapping[0x10] = static_cast<uint8_t>((0x6000 + record - 2) >> 8);
@@ -91,7 +97,11 @@ TEST(Upgrade, RefusesWrongImagesBeforeAnythingIsWritten)
         {{file("huge", Bytes(32769, 0x5A))}, 7, "too large"},
         {{file("blank", Bytes(4096, 0xFF))}, 7, "is no firmware image"},
         {{file("short", Bytes(0x41, 0x52))}, 7, "is no firmware image"},
-        {{changed(bench, good, [](Bytes& b) { b[0x46] = 0x40; })}, 7, "made for a ROM of 32 KiB"},
+        {{other_kind}, 7, "made for a ROM of 32 KiB"},
+        {{file("cut", cut)}, 7, "(NXFW) is truncated: it has 9000 of 20000 bytes"},
+        {{changed(bench, good, [](Bytes& b) { b[9000] ^= 1; })},
+         7,
+         "checksum of its body is wrong"},
         {{large, "--mfi", mfi}, 7, "would overwrite the MFi image"},
         {{small, "--mfi", file("hugemfi", Bytes(4097, 1))}, 7, "too large for an MFi image"},
         {{small, "--mfi", mfi, "--serial", "A00012345"}, 7, "9 characters, but"},

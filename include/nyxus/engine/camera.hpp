@@ -60,6 +60,8 @@ public:
     NYXUS_ENGINE_API std::string name() const;
     /// "runs external firmware 0x0205", or why it does not.
     NYXUS_ENGINE_API std::string firmware_sentence() const;
+    /// Version of the firmware that it runs from its ROM, "0x0205", or "mask ROM".
+    NYXUS_ENGINE_API std::string version() const;
     /// Versions of the firmware that it runs from its ROM, to tell two of them apart; "" when it
     /// runs the one in its chip.
     NYXUS_ENGINE_API std::string running() const;

@@ -54,7 +54,9 @@ struct Event {
         kBackup,        ///< the ROM is kept in the file `text`
         kLost,          ///< the camera is gone: `status`; the ROM holds `rom`. It is waited for
         kRetries,       ///< the camera `text` is back, and the work begins once more
-        kVersions,      ///< of a batch: `text` says from which version to which
+        kInstalls,      ///< an upgrade begins: `text`, from which version to which, and the image's
+                        ///< digest; `version`: the one that the camera reports before
+        kChosen,        ///< of a batch: the camera gets the ChipImages whose chip is `text`
     };
 
     Kind kind = Kind::kBegins;
@@ -65,6 +67,7 @@ struct Event {
     RomContents rom = RomContents::kUnchanged;
     bool stop_waits = false; ///< with kOutlook: from now on a stop is postponed
     std::string text = {};
+    std::string version = {};
     Status status = {};
 };
 

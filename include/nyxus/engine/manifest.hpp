@@ -109,26 +109,21 @@ NYXUS_ENGINE_API Status remember(const Manifest& manifest, const TrustFolders& f
 struct ChipImages {
     std::string chip = {}; ///< as in a manifest; "" for all
     Images images;
-    std::optional<uint16_t> reports = {}; ///< the version that a camera reports with them
-    std::string file = {};                ///< of the firmware
 };
 /// All that a manifest names; each file is read once and compared with its digest. kFile,
 /// kWrongImage.
 NYXUS_ENGINE_API Result<std::vector<ChipImages>> load_images(const AcceptedManifest& manifest);
 /// A firmware image alone; kWrongImage unless this is its digest, or "".
-NYXUS_ENGINE_API Result<ChipImages> load_pinned(const std::string& path, const std::string& sha256);
+NYXUS_ENGINE_API Result<Firmware> load_pinned(const std::string& path, const std::string& sha256);
 
-struct ChosenImages {
-    const ChipImages* images; ///< one of all
-    std::string versions;     ///< "from 0x0100 to 0x0205"
-};
 /// Those for the camera: by the name of its chip, or else by the longest beginning of its internal
 /// version. kWrongImage when there are none; kDowngrade when the camera runs a newer version, as
 /// far as that is known, unless that is allowed.
-NYXUS_ENGINE_API Result<ChosenImages> choose_images(const std::vector<ChipImages>& all,
-                                                    const Camera& camera, bool allow_downgrade);
+NYXUS_ENGINE_API Result<const ChipImages*> choose_images(const std::vector<ChipImages>& all,
+                                                         const Camera& camera,
+                                                         bool allow_downgrade);
 /// Whether a restarted camera reports the version of its images, where that is known. kNotStarted.
-NYXUS_ENGINE_API Status check_reports(const Camera& camera, const ChipImages& images);
+NYXUS_ENGINE_API Status check_reports(const Camera& camera, const Images& images);
 
 } // namespace nyxus::engine
 

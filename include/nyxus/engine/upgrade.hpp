@@ -21,9 +21,16 @@ struct Report {
     bool up_to_date = false;                   ///< nothing had to be done
     bool stopped = false;       ///< on request; a status of another reason failed before that
     bool left_unlocked = false; ///< the ROM is complete, but could not be locked again
-    std::filesystem::path backup = {}; ///< of what was replaced; "" if none was kept
-    uint64_t bytes = 0;                ///< of the images that were written
+    std::filesystem::path backup = {};  ///< of what was replaced; "" if none was kept
+    uint64_t bytes = 0;                 ///< of the images that were written
+    std::string version_before = {};    ///< Camera::version(); "" when it was not looked at
+    std::string version_after = {};     ///< the same, of callers who have restarted it
+    std::vector<std::string> kept = {}; ///< of an upgrade: parts of the ROM that stayed
 };
+
+/// "from version 0x0203 to 0x0205", "from the mask ROM to version 0x0205"; without `after`, which
+/// is "" where nobody knows it, the first half.
+NYXUS_ENGINE_API std::string version_change(const std::string& before, const std::string& after);
 
 /**
  * Reads the ROM, keeps what it holds, unlocks, erases (SPI flash), writes MFi image, body and,
