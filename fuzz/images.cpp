@@ -110,6 +110,11 @@ void load_with_engine(uint8_t kind, const Bytes& image)
         const auto loaded = engine::load_image(path, 0x10000);
         return check(!loaded || loaded->size() <= image.size());
     }
+    if (kind == 4) { // the MFi image of a ROM
+        Bytes rom(NYXUS_MFI_ROM_ADDR, 0xFF);
+        rom.insert(rom.end(), image.begin(), image.end());
+        return load_with_engine(3, rom);
+    }
     if (kind == 3) {
         const auto facts = engine::inspect_image(path);
         return check(!facts || is_sound(*facts, image));
@@ -148,7 +153,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             patch_with_engine(serial, image);
             break;
         default:
-            load_with_engine(task / 4 % 4, image);
+            load_with_engine(task / 4 % 5, image);
             break;
     }
     return 0;

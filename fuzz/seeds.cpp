@@ -183,9 +183,11 @@ void make_images(const std::filesystem::path& corpora)
     request.image_bytes = 0x100;
     Bytes firmware = sim::make_firmware_image(request);
     firmware.insert(firmware.end(), 16, 0xFF);
-    Bytes look_at_mfi = {15};
-    append(look_at_mfi, mfi);
-    folder.put("mfi-15", look_at_mfi);
+    for (const uint8_t task : {uint8_t{15}, uint8_t{19}}) {
+        Bytes seed = {task};
+        append(seed, mfi);
+        folder.put("mfi-" + std::to_string(task), seed);
+    }
     for (const uint8_t task : {uint8_t{0}, uint8_t{3}, uint8_t{7}, uint8_t{11}, uint8_t{15}}) {
         Bytes seed = {task};
         append(seed, firmware);

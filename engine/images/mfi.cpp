@@ -40,13 +40,14 @@ std::string write_serial(Field image, const std::string& serial)
 {
     if (serial.empty() || !std::ranges::all_of(serial, [](char c) { return c > 0x20 && c < 0x7F; }))
         return "a serial number consists of printable ASCII characters without blanks";
+    if (image.size() < kMfiHeaderSize)
+        return "the MFi image is too short to hold a header";
     const auto descriptor_range = serial_descriptor(image);
     if (!descriptor_range)
         return "the MFi image has no serial-number descriptor";
     const auto record_range = serial_record(image);
     if (!record_range)
         return "the MFi image has no serial-number record";
-    constexpr size_t kDescriptorHead = 2;
     const Field descriptor = part(image, *descriptor_range).subspan(kDescriptorHead);
     const Field record = part(image, *record_range);
     const std::vector<uint8_t> wide = utf16(serial);

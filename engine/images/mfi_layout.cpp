@@ -10,13 +10,11 @@ namespace nyxus::engine {
 namespace {
 
 // Header: big-endian words.
-constexpr size_t kHeaderSize = 0x20;
 constexpr size_t kDescListEnd = 0x02;
 constexpr size_t kDescListAddr = 0x04;
 constexpr size_t kSerialLength = 0x0E;
 constexpr size_t kSerialAddr = 0x10;
 
-constexpr size_t kDescriptorHead = 2;
 constexpr size_t kRecordHead = 4;
 constexpr unsigned kSerialRecord = 3;
 
@@ -38,7 +36,7 @@ size_t offset_of(Bytes image, size_t field)
 
 bool is_inside(Bytes image, MfiRange part)
 {
-    return part.offset >= kHeaderSize && part.offset <= image.size() &&
+    return part.offset >= kMfiHeaderSize && part.offset <= image.size() &&
            part.size <= image.size() - part.offset;
 }
 
@@ -46,7 +44,7 @@ bool is_inside(Bytes image, MfiRange part)
 std::vector<Record> records_of(Bytes image)
 {
     std::vector<Record> records;
-    if (image.size() < kHeaderSize)
+    if (image.size() < kMfiHeaderSize)
         return records;
     size_t offset = offset_of(image, kDescListAddr);
     const size_t end = word(image, kDescListEnd);
@@ -88,7 +86,7 @@ uint32_t size_without_erased_rest(Bytes bytes)
 
 std::optional<MfiRange> serial_descriptor(Bytes image)
 {
-    if (image.size() < kHeaderSize)
+    if (image.size() < kMfiHeaderSize)
         return std::nullopt;
     const MfiRange range = {offset_of(image, kSerialAddr), word(image, kSerialLength)};
     return is_inside(image, range) && range.size >= kDescriptorHead ? std::optional(range)
@@ -120,7 +118,7 @@ std::optional<MfiFacts> find_mfi(Bytes image)
                                static_cast<uint32_t>(NYXUS_MFI_ROM_ADDR + part.offset),
                                static_cast<uint32_t>(part.size)});
     };
-    add("header", {0, kHeaderSize});
+    add("header", {0, kMfiHeaderSize});
     add("serial-number descriptor", *range);
     for (const Record& record : records_of(image)) {
         if (record.range.size >= kRecordHead && is_inside(image, record.range)) {

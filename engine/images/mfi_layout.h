@@ -7,13 +7,16 @@
 
 namespace nyxus::engine {
 
+constexpr size_t kMfiHeaderSize = 0x20;
+constexpr size_t kDescriptorHead = 2; ///< before its text
+
 /// A part by its offset in the image.
 struct MfiRange {
     size_t offset = 0;
     size_t size = 0;
 };
 
-/// The serial-number descriptor, with its head of two bytes.
+/// The serial-number descriptor, with its head.
 std::optional<MfiRange> serial_descriptor(Bytes image);
 /// Text of the serial-number record, found as the library finds it.
 std::optional<MfiRange> serial_record(Bytes image);
