@@ -11,27 +11,27 @@ void* __libc_calloc(size_t count, size_t size);
 void* __libc_realloc(void* memory, size_t size);
 }
 
-static std::atomic<uint64_t> count;
+static std::atomic<uint64_t> allocated;
 
 uint64_t bench::allocations()
 {
-    return count;
+    return allocated;
 }
 
 extern "C" void* malloc(size_t size)
 {
-    ++count;
+    ++allocated;
     return __libc_malloc(size);
 }
 
 extern "C" void* calloc(size_t number, size_t size)
 {
-    ++count;
+    ++allocated;
     return __libc_calloc(number, size);
 }
 
 extern "C" void* realloc(void* memory, size_t size)
 {
-    ++count;
+    ++allocated;
     return __libc_realloc(memory, size);
 }

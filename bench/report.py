@@ -6,7 +6,7 @@
 
 RESULTS is the folder that run.sh fills. In DOCUMENT, all between '<!-- NAME -->' and '<!-- end -->' is
 replaced by the tables of that name. A measurement that failed has a file NAME.failed instead of
-NAME.json, whose text is told in the table's place.
+NAME.json, whose text is told in the table's place; what was not measured in this run stays as it is.
 """
 import datetime
 import json
@@ -51,6 +51,10 @@ def table(heads, rows):
     return "\n".join("| " + " | ".join(map(str, line)) + " |" for line in lines)
 
 
+class NotInThisRun(Exception):
+    """What the document says of it stays."""
+
+
 class Results:
     def __init__(self, folder):
         self.folder = Path(folder)
@@ -61,7 +65,7 @@ class Results:
             raise LookupError(failed.read_text().strip())
         path = self.folder / f"{name}.json"
         if not path.exists():
-            raise LookupError("not measured in this run")
+            raise NotInThisRun
         return json.loads(path.read_text())
 
     def benchmarks(self, name):
@@ -203,6 +207,7 @@ def streaming(results):
     ways = {"published": "`startVideoStream`", "callback": "`nyxus_stream_start`, callback",
             "next": "`nyxus_stream_next`"}
     rows = []
+    context = results.load("streaming")["context"]
     for entry in results.benchmarks("streaming"):
         _, model, picture, way = topic(entry)
         rows.append((model, picture, ways[way], f"{1 / entry['a_s']:.0f}",
@@ -211,7 +216,8 @@ def streaming(results):
                      f"{entry['a_copies']:.2f} + {entry['library_copies']:.2f}",
                      f"{entry['b_copies']:.2f}"))
     return table(("camera", "picture", "frames by", "frames/s", "libuvc's", "processor per frame",
-                  "ratio to libuvc's", "copies: libuvc's + ours", "bare libuvc's"), rows)
+                  "ratio to libuvc's", "copies: libuvc's + ours", "bare libuvc's"),
+                 rows) + f"\n\nMeasured on {context['date'][:10]}; load average {context['load_avg'][0]:.1f}."
 
 
 def batch(results):
@@ -245,6 +251,8 @@ def main():
         name = make.__name__
         try:
             content = make(results)
+        except NotInThisRun:
+            continue
         except LookupError as reason:
             content = f"Not measured: {reason}"
         print(f"\n== {name}\n{content}")

@@ -15,6 +15,7 @@ namespace {
 
 constexpr unsigned kLongestWait_s = 600;
 constexpr unsigned kLongestPatience_s = 3600;
+constexpr unsigned kDeepestQueue = 64;
 
 /// For the completion of command lines: how the connected cameras can be named.
 command_line::Words names_of_cameras()
@@ -39,6 +40,10 @@ void add_general_options(Command& app, Arguments& arguments)
     app.number("--patience", &arguments.patience_s, {1, kLongestPatience_s},
                "Give up when the camera is silent for so long")
         .shown_as("SECONDS")
+        .showing_default();
+    app.number("--queue", &arguments.queue_depth, {1, kDeepestQueue},
+               "Reading a ROM, keep so many requests under way; 1: one after the other")
+        .shown_as("N")
         .showing_default();
     app.flag("--json", &arguments.json, "Print results as JSON");
     const Option& quiet = app.flag("-q,--quiet", &arguments.quiet, "Print results and errors only");

@@ -3,6 +3,8 @@
 
 #include "exit_codes.h"
 
+#include <nyxus/engine/camera.hpp>
+
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -26,6 +28,7 @@ struct Arguments {
     bool json = false;
     bool dry_run = false;
     unsigned patience_s = 60;
+    unsigned queue_depth = nyxus::engine::Camera::kQueueDepth;
     std::optional<unsigned> wait_s; ///< for a camera that is not there (yet, or just now)
 
     std::string file; ///< "" for the latest backup (recover)

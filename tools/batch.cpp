@@ -40,6 +40,7 @@ engine::BatchOptions batch_options(const Arguments& arguments)
 {
     constexpr uint32_t kKib = 1024;
     return {.upgrade = upgrade_options(arguments),
+            .queue_depth = arguments.queue_depth,
             .eeprom_bytes = arguments.eeprom_kib * kKib,
             .restart = arguments.reset,
             .allow_downgrade = arguments.allow_downgrade,

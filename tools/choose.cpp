@@ -28,10 +28,12 @@ std::vector<CameraEntry> matching_cameras(Console& console, const Arguments& arg
     return cameras;
 }
 
-Camera open_chosen(Console& console, const Arguments& arguments)
+Camera open_chosen(Console& console, const Arguments& arguments, engine::Use use)
 {
     wait_for_plug(console, arguments);
-    return value_of(Camera::open(select_camera(list_cameras(), arguments.camera)));
+    Camera camera = value_of(Camera::open(select_camera(list_cameras(), arguments.camera), use));
+    camera.queue_depth = arguments.queue_depth;
+    return camera;
 }
 
 Camera open_with_rom(Console& console, const Arguments& arguments)

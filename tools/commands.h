@@ -35,7 +35,8 @@ ExitCode run_reset(Console& console, const Arguments& arguments);
 ExitCode run_recover(Console& console, const Arguments& arguments);
 
 /// The chosen camera, opened and probed. With --wait it may still be plugged in.
-Camera open_chosen(Console& console, const Arguments& arguments);
+Camera open_chosen(Console& console, const Arguments& arguments,
+                   engine::Use use = engine::Use::kTransfers);
 /// The same, with an external ROM that can be read and written.
 Camera open_with_rom(Console& console, const Arguments& arguments);
 /// The cameras that match the user's choice; with --wait they may still be plugged in.

@@ -86,8 +86,10 @@ Finding check_user(const std::string& check, const CameraEntry& entry)
                     "nyxus while a command runs"};
     }
     const int claimed = libusb_claim_interface(raw, 0);
-    if (claimed != 0)
-        return problem(check, who + " cannot be used", usb_failure("", claimed));
+    if (claimed != 0) {
+        return problem(check, who + " cannot be used",
+                       failure_of(engine::usb_failure("", claimed, entry)));
+    }
     libusb_release_interface(raw, 0);
     return {check, State::kOk, who + ": can be opened, and nobody else has it"};
 }

@@ -73,11 +73,12 @@ void Session::make(const Change& change)
 }
 
 void Session::order(const std::string& name, const std::string& what, const std::string& doing,
-                    const std::function<int32_t()>& write, const Cost& cost)
+                    const std::function<int32_t()>& write, const Cost& cost,
+                    const std::string& more)
 {
     if (arguments.dry_run) {
         return print_dry_run(console, arguments, camera, words_of(name) + ": " + what,
-                             {{name, what}}, cost);
+                             {{name, what}}, cost, more);
     }
     check(doing, write());
     print({{name, what}});
@@ -100,7 +101,7 @@ void set_action(Command& command, Arguments& arguments, SessionAction action,
             [action = std::move(action), check_first = std::move(check_first)](
                 Console& console, const Arguments& chosen) {
                 check_first();
-                Session session{console, chosen, open_chosen(console, chosen)};
+                Session session{console, chosen, open_chosen(console, chosen, engine::Use::kAnything)};
                 action(session);
                 return kExitOk;
             });

@@ -38,9 +38,10 @@ struct Session {
     /// Makes the change, if one is wanted, and prints "flip: off -> on"; with --dry-run tells of it
     /// only.
     void make(const Change& change);
-    /// The same for what cannot be read: "encoder: reset".
+    /// The same for what cannot be read: "encoder: reset". `more` is what the cost leaves out.
     void order(const std::string& name, const std::string& what, const std::string& doing,
-               const std::function<int32_t()>& write, const Cost& cost);
+               const std::function<int32_t()>& write, const Cost& cost,
+               const std::string& more = "");
     /// Ends the command unless the library has succeeded.
     void check(const std::string& doing, int32_t status) const;
 };

@@ -14,10 +14,6 @@ namespace {
 constexpr char kFinishing[] =
     "nyxus: interrupted: the ROM is completed first, which takes a few seconds; a second interrupt "
     "stops at once";
-constexpr char kStoppedInTheMiddle[] =
-    "the ROM is incomplete; run the upgrade again, or 'nyxus recover', before the camera is reset "
-    "or "
-    "unplugged";
 
 /// What an end of the work means, and what to do then; and what the ROM holds.
 struct RomWords {
@@ -42,9 +38,12 @@ const RomWords& words_for(RomContents rom)
          "the ROM is incomplete"},
         {"", "",
          "the ROM is incomplete"},
+        {"nobody knows what the ROM holds now, run the upgrade again",
+         "nobody knows what the ROM holds now; erase or upgrade it again",
+         "nobody knows what the ROM holds"},
     };
     // clang-format on
-    static_assert(std::size(kWords) == static_cast<size_t>(RomContents::kErased) + 1);
+    static_assert(std::size(kWords) == static_cast<size_t>(RomContents::kUnknown) + 1);
     return kWords[static_cast<size_t>(rom)];
 }
 
@@ -102,6 +101,7 @@ void Follower::hear(const engine::Event& event)
             display.note(event.text);
             break;
         case Kind::kBackup:
+            backup_ = event.text;
             display.note("backup of the ROM: " + event.text);
             break;
         case Kind::kLost:
@@ -138,9 +138,11 @@ void Follower::follow_phase(const engine::Event& event)
 
 void Follower::prepare_for_interrupts(const engine::Event& event)
 {
-    const bool in_the_middle = event.stop_waits && consequence_ == consequence_of;
-    console_.interrupts().set_outlook(in_the_middle ? kStoppedInTheMiddle : consequence_(event.rom),
-                                      event.rom);
+    const bool is_incomplete = event.rom == RomContents::kIncomplete;
+    const std::string meaning =
+        consequence_(event.rom) + (is_incomplete ? way_back(backup_) : "") +
+        (event.stop_waits ? ", before the camera is reset or unplugged" : "");
+    console_.interrupts().set_outlook(meaning, event.rom);
     if (event.stop_waits) {
         console_.interrupts().postpone(kFinishing, stop_);
     } else {

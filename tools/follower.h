@@ -40,6 +40,7 @@ private:
 
     Console& console_;
     const Consequence consequence_;
+    std::string backup_; ///< the file; "" while there is none
     std::stop_source stop_;
 };
 

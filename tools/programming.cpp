@@ -250,8 +250,9 @@ const char* advice_for(engine::Reason reason)
 Failure failure_of(const engine::Report& report)
 {
     const engine::Status& status = report.status;
-    const bool is_incomplete = report.rom == engine::RomContents::kIncomplete;
-    const std::string back = is_incomplete ? way_back(report.backup.string()) : "";
+    const bool may_be_incomplete = report.rom == engine::RomContents::kIncomplete ||
+                                   report.rom == engine::RomContents::kUnknown;
+    const std::string back = may_be_incomplete ? way_back(report.backup.string()) : "";
     if (status.reason() == engine::Reason::kStopped)
         return {kExitInterrupted, "interrupted: " + (consequence_of(report.rom) + back)};
     if (status.reason() == engine::Reason::kBackupNotKept)

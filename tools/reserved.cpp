@@ -68,7 +68,8 @@ void run_write(Session& session, const std::vector<uint8_t>& bytes)
                   "writing the reserved area", change,
                   backup_cost(session) + rom_query(camera) + rom_unlock(camera) +
                       rom_write(camera, size) + rom_lock(camera) + rom_query(camera) +
-                      rom_read(camera, size));
+                      rom_read(camera, size),
+                  kFlashTime);
 }
 
 } // namespace

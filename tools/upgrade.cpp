@@ -11,13 +11,29 @@ namespace tool {
 
 namespace {
 
-void print_nothing_to_do(Console& console, const Arguments& arguments, Camera& camera)
+/// Whether it runs what its ROM holds, as far as that is known.
+bool runs_its_rom(const Camera& camera)
 {
+    const engine::RomRecord rom = engine::Backups().history(camera).rom;
+    return camera.runs_external_firmware() &&
+           (rom == engine::RomRecord::kNone || rom == engine::RomRecord::kStarted);
+}
+
+/// Of a camera that is up to date; in a batch it is never restarted.
+void print_restart_at_most(Console& console, const Arguments& arguments, Camera& camera)
+{
+    const engine::Step restart = {engine::Action::kRestart};
+    const bool restarts = arguments.reset && !arguments.all && !runs_its_rom(camera);
     Members values = json_of(label_of(camera));
-    values.push_back({"steps", Value::List()});
+    Value::List steps;
+    if (restarts)
+        steps.emplace_back(Members{{"step", to_text(restart.action)}});
+    values.push_back({"steps", steps});
     values.push_back({"message", kUpToDate});
-    print_dry_run(console, arguments, camera,
-                  arguments.all ? camera.name() + ": " + kUpToDate : kUpToDate, values, {});
+    print_dry_run(
+        console, arguments, camera,
+        (arguments.all ? camera.name() + ": " : "") + kUpToDate + (restarts ? "\n  restart" : ""),
+        values, restarts ? engine::cost_of(camera, restart) : Cost());
 }
 
 /// What --dry-run does in its place.
@@ -28,7 +44,7 @@ void plan_upgrade(Console& console, const Arguments& arguments, const Offer& off
     const engine::Images images = choose_images(arguments, offer, camera);
     const std::vector<uint8_t> before = read_before(console, arguments, camera, options);
     if (!options.always && is_up_to_date(plan_upgrade(camera, images, options), before)) {
-        print_nothing_to_do(console, arguments, camera);
+        print_restart_at_most(console, arguments, camera);
     } else {
         print_plan(console, arguments, camera, images, options, before);
     }
@@ -50,7 +66,9 @@ void upgrade(Console& console, const Arguments& arguments, Result& result)
     const bool programmed = program(console, camera, arguments, images, result);
     result.message = programmed ? what_is_done(arguments, images, result) : kUpToDate;
     console.display().say(result.message);
-    if (arguments.reset) {
+    if (arguments.reset && !programmed && runs_its_rom(camera)) {
+        console.display().note("not restarted: the camera runs what its ROM holds");
+    } else if (arguments.reset) {
         start_new_firmware(console, arguments, std::move(camera), result, &images);
     } else if (programmed) {
         console.display().note("the new firmware starts with the next reset: run 'nyxus reset'");

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "files/folder.h"
 
+#include "files/nameless.h"
+#include "files/users.h"
 #include "files/write_all.h"
 #include "text/format.h"
 #include "text/printable.h"
@@ -27,6 +29,14 @@ constexpr mode_t kFolderMode = 0755;
 {
     throw std::system_error(error, std::generic_category(),
                             std::string(doing) + " " + text::in_quotes(path));
+}
+
+[[noreturn]] void fail_locked(int fd, const std::string& path, int patience_s)
+{
+    const std::string known = lock_holder(fd);
+    throw std::system_error(EWOULDBLOCK, std::generic_category(),
+                            (known.empty() ? "another program" : known) + " has locked " +
+                                text::in_quotes(path) + text::format(" for %d s", patience_s));
 }
 
 void sync(int fd, const std::string& path)
@@ -169,14 +179,15 @@ std::optional<std::vector<uint8_t>> Folder::read(const std::string& name, size_t
 
 Descriptor Folder::lock() const
 {
-    constexpr int kTries = 50;
-    constexpr useconds_t kPause_us = 100'000;
+    constexpr int kPatience_s = 5;
+    constexpr int kTriesPerSecond = 10;
+    constexpr useconds_t kPause_us = 1'000'000 / kTriesPerSecond;
     Descriptor lock(openat(fd_.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     // Some file systems have no locks.
     for (int i = 0; lock && flock(lock.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
          ++i) {
-        if (i == kTries)
-            fail("another program has been writing for long to", path_, EWOULDBLOCK);
+        if (i == kPatience_s * kTriesPerSecond)
+            fail_locked(lock.get(), path_, kPatience_s);
         usleep(kPause_us);
     }
     remove(kDraft);
@@ -186,8 +197,8 @@ Descriptor Folder::lock() const
 /// A file without a name where that is possible: it vanishes with the process.
 Descriptor Folder::make_draft() const
 {
-    Descriptor file(openat(fd_.get(), ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, kFileMode));
-    if (!file && errno != ENOSPC && errno != EDQUOT && errno != EROFS && errno != EACCES) {
+    Descriptor file = make_nameless(fd_.get(), ".", kFileMode);
+    if (!file && errno == EOPNOTSUPP) {
         file.reset(openat(fd_.get(), kDraft, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                           kFileMode));
     }
@@ -212,10 +223,8 @@ void Folder::put(const std::string& name, std::string_view text) const
     };
     check(write_all(draft.get(), text));
     sync(draft.get(), path_of(name));
-    if (!has(kDraft)) {
-        const std::string own = text::format("/proc/self/fd/%d", draft.get());
-        check(linkat(AT_FDCWD, own.c_str(), fd_.get(), kDraft, AT_SYMLINK_FOLLOW) == 0 ? 0 : errno);
-    }
+    if (!has(kDraft))
+        check(give_name(draft.get(), fd_.get(), kDraft));
     check(renameat(fd_.get(), kDraft, fd_.get(), name.c_str()) == 0 ? 0 : errno);
     sync(fd_.get(), path_);
 }

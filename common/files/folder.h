@@ -32,7 +32,8 @@ public:
     /// Nothing where there is no such file; EFBIG when it has more than `most` bytes.
     std::optional<std::vector<uint8_t>> read(const std::string& name, size_t most) const;
 
-    /// Waits a few seconds for others who write, and removes what a killed one has left.
+    /// Waits a few seconds for another program that writes, and names it if it does not end; then
+    /// removes what a killed one has left.
     Descriptor lock() const;
     /// A file with these contents, on the disk on return; whole or not at all, whatever happens.
     /// What bears the name gives way.

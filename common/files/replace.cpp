@@ -2,6 +2,7 @@
 #include "files/replace.h"
 
 #include "files/descriptor.h"
+#include "files/nameless.h"
 #include "files/write_all.h"
 #include "text/format.h"
 #include "text/printable.h"
@@ -55,40 +56,66 @@ fs::path behind_links(fs::path path)
     return path;
 }
 
-/// The new contents until they take the file's name; without that they vanish.
+fs::path folder_of(const fs::path& file)
+{
+    return file.has_parent_path() ? file.parent_path() : ".";
+}
+
+/// The new contents until they take the file's name; without that they vanish. They have no name
+/// of their own before, where the file system can do that: then even SIGKILL leaves none.
 class Draft {
 public:
     Draft(const fs::path& target, mode_t mode)
+        : target_(target), file_(make_nameless(AT_FDCWD, folder_of(target).c_str(), mode))
     {
-        constexpr size_t kLongestStem = 240; // of the 255 bytes that a name may have
-        const std::string stem = target.filename().string().substr(0, kLongestStem);
-        std::random_device random;
-        do {
-            name_ = target.parent_path() / (stem + text::format(".%08x", random()));
-            file_.reset(open(name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
-        } while (!file_ && errno == EEXIST);
-        if (!file_)
+        if (!file_ && errno != EOPNOTSUPP)
             fail(errno);
+        if (!file_) {
+            with_new_name([&](const char* name) {
+                file_.reset(open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+                return file_ ? 0 : errno;
+            });
+        }
     }
     ~Draft()
     {
-        if (file_)
+        if (!name_.empty())
             unlink(name_.c_str());
     }
     Draft(const Draft&) = delete;
     Draft& operator=(const Draft&) = delete;
 
     int fd() const { return file_.get(); }
-    void take_name(const fs::path& target)
+    void take_name()
     {
         if (fsync(fd()) != 0 && errno != EINVAL) // EINVAL: this file system has nothing to wait for
             fail(errno);
-        check(std::rename(name_.c_str(), target.c_str()));
-        file_.reset();
+        if (name_.empty())
+            with_new_name([&](const char* name) { return give_name(fd(), AT_FDCWD, name); });
+        check(std::rename(name_.c_str(), target_.c_str()));
+        name_.clear();
     }
 
 private:
-    fs::path name_;
+    template <typename Take>
+    void with_new_name(const Take& take)
+    {
+        constexpr size_t kLongestStem = 240; // of the 255 bytes that a name may have
+        const std::string stem = target_.filename().string().substr(0, kLongestStem);
+        std::random_device random;
+        int error = EEXIST;
+        fs::path name;
+        while (error == EEXIST) {
+            name = target_.parent_path() / (stem + text::format(".%08x", random()));
+            error = take(name.c_str());
+        }
+        if (error != 0)
+            fail(error);
+        name_ = std::move(name);
+    }
+
+    const fs::path target_;
+    fs::path name_; ///< empty: none yet, or no longer
     Descriptor file_;
 };
 
@@ -120,8 +147,8 @@ void keep_owner_and_mode(int fd, const struct stat& before)
 /// The new name survives a power cut, too. Not every file system can do that.
 void sync_folder(const fs::path& file)
 {
-    const fs::path folder = file.has_parent_path() ? file.parent_path() : ".";
-    if (const Descriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)); opened)
+    if (const Descriptor opened(open(folder_of(file).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        opened)
         (void)fsync(opened.get());
 }
 
@@ -137,7 +164,7 @@ void replace(const fs::path& path, std::span<const uint8_t> bytes)
     put(draft.fd(), bytes);
     if (before)
         keep_owner_and_mode(draft.fd(), *before);
-    draft.take_name(target);
+    draft.take_name();
     sync_folder(target);
 }
 
@@ -151,10 +178,9 @@ void try_to_replace(const fs::path& path)
     const fs::path target = behind_links(path);
     if (!target.has_filename())
         fail(ENOENT);
-    const fs::path folder = target.has_parent_path() ? target.parent_path() : ".";
-    // A file without a name, where the file system has such files.
-    const Descriptor probe(open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600));
-    if (!probe && errno != EOPNOTSUPP && errno != EISDIR)
+    const fs::path folder = folder_of(target);
+    const Descriptor probe = make_nameless(AT_FDCWD, folder.c_str(), 0600);
+    if (!probe && errno != EOPNOTSUPP)
         fail(errno);
     if (!probe)
         check(access(folder.c_str(), W_OK | X_OK));

@@ -155,6 +155,13 @@ void Helper::kill() const
     ::kill(pid_, SIGKILL);
 }
 
+bool Helper::is_stopped() const
+{
+    siginfo_t info{};
+    return waitid(P_PID, static_cast<id_t>(pid_), &info, WSTOPPED | WNOHANG | WNOWAIT) == 0 &&
+           info.si_pid == pid_;
+}
+
 std::optional<int> Helper::ended() const
 {
     constexpr int kUnknown = W_EXITCODE(1, 0);

@@ -21,6 +21,8 @@ public:
     LineReader& said() { return said_; }
     void ask_to_stop();
     void kill() const;
+    /// By a signal, so that it does nothing until it is continued.
+    bool is_stopped() const;
     /// waitpid()'s status once it has ended; nothing of it is left then.
     std::optional<int> ended() const;
 

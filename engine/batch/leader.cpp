@@ -31,6 +31,7 @@ struct Running {
     BatchReport report; ///< what it would be if the helper ended now
     bool has_report = false;
     bool is_patient = false; ///< in a phase with a limit of its own
+    bool is_stuck = false;   ///< so that nobody knows how far it is
     int64_t heard_us = now_us();
     int64_t killed_us = 0; ///< 0: it was not
 };
@@ -195,6 +196,7 @@ private:
         if (running.killed_us != 0)
             return;
         running.killed_us = now_us();
+        running.is_stuck = running.helper.is_stopped();
         running.helper.kill();
         if (!running.has_report)
             running.report.status = std::move(why);
@@ -205,7 +207,9 @@ private:
         const std::optional<int> status = running.helper.ended();
         if (!status) {
             look_at_time(running);
-            return running.killed_us != 0 && now_us() - running.killed_us > kDying_us;
+            const bool is_held = running.killed_us != 0 && now_us() - running.killed_us > kDying_us;
+            running.is_stuck = running.is_stuck || is_held;
+            return is_held;
         }
         while (has_more(running.helper.talk()))
             take_messages(running);
@@ -220,6 +224,8 @@ private:
     {
         BatchReport& report = running.report;
         report.stopped = report.stopped || report.status.reason() == Reason::kStopped;
+        if (running.is_stuck && !running.has_report)
+            report.rom = RomContents::kUnknown;
         if (running.has_report || report.stopped)
             report.said.clear();
         listener_.ended(running.index, report);
@@ -232,10 +238,11 @@ private:
             (running.is_patient ? std::max(options_.upgrade.wait_s, options_.plug_wait_s) : 0);
         if (now_us() - running.heard_us <= int64_t{limit_s} * kSecond_us)
             return;
-        kill(running, {Reason::kTimedOut,
-                       text::format("the camera has been silent for %u s; unplug it and plug it in "
-                                    "again",
-                                    limit_s)});
+        const std::string silent = text::format("has been silent for %u s; ", limit_s);
+        kill(running,
+             {Reason::kTimedOut, running.helper.is_stopped()
+                                     ? "the camera's process " + silent + "a signal has stopped it"
+                                     : "the camera " + silent + "unplug it and plug it in again"});
     }
 
     const std::vector<BatchCamera>& cameras_;

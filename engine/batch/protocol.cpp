@@ -98,7 +98,7 @@ static void to_json(Json& json, RomContents rom)
 
 static void from_json(const Json& json, RomContents& rom)
 {
-    rom = from_text(json, RomContents::kErased);
+    rom = from_text(json, RomContents::kUnknown);
 }
 
 static void to_json(Json& json, Keep keep)
@@ -113,8 +113,8 @@ static void from_json(const Json& json, Keep& keep)
 
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Discard, mfi, reserved)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(UpgradeOptions, always, backup, verify, wait_s, keep, discard)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(BatchOptions, upgrade, eeprom_bytes, restart, allow_downgrade,
-                                   plug_wait_s, trace_level)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(BatchOptions, upgrade, queue_depth, eeprom_bytes, restart,
+                                   allow_downgrade, plug_wait_s, trace_level)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ImagePart, chip, firmware_bytes, mfi_bytes, serial, reports)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Order, port, options, images)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Event, phase, done, total, seconds, rom, stop_waits, text,

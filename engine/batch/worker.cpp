@@ -86,9 +86,10 @@ Result<Camera> open_camera(const Order& order, const Caller& caller)
         return cameras.status();
     if (cameras->empty())
         return Status(Reason::kCameraGone, "there is no camera at port " + order.port);
-    auto camera = Camera::open(cameras->front());
+    auto camera = Camera::open(cameras->front(), Use::kTransfers);
     if (!camera)
         return camera;
+    camera->queue_depth = order.options.queue_depth;
     Status usable = camera->require_rom(order.options.eeprom_bytes);
     return usable ? std::move(camera) : usable;
 }
@@ -115,8 +116,7 @@ Report work(const Order& order, const Backups& backups, const Caller& caller)
     const Images& images = (*chosen)->images;
     const UpgradeOptions& options = order.options.upgrade;
     Report report = upgrade(*camera, images, options, backups, caller);
-    const bool runs_it = report.up_to_date && check_reports(*camera, images);
-    if (!report.status || !order.options.restart || runs_it)
+    if (!report.status || !order.options.restart || report.up_to_date)
         return report;
     const auto returned = restart(*std::move(camera), options.wait_s, backups, caller);
     report.version_after = returned ? returned->version() : "";

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <nyxus/extensions.h>
 #include <nyxus/engine/camera.hpp>
 
+#include "files/users.h"
 #include "loan.h"
 #include "text/format.h"
 #include "text/printable.h"
@@ -11,6 +13,8 @@ namespace {
 
 /// DEV_Init()'s answer for a chip that the catalogue lacks.
 constexpr int32_t kUnknownChip = 3;
+/// With other cameras of this program, each of which is opened within seconds.
+constexpr std::chrono::seconds kPatience{60};
 
 Status open_failure(const std::string& camera, const nyxus::Status& status)
 {
@@ -31,10 +35,36 @@ bool may_be_blank(int32_t status)
     return status == NYXUS_E_INVALID || status == NYXUS_E_UNSUPPORTED || status == kUnknownChip;
 }
 
+/// Of the library's objects that this thread opens meanwhile.
+class EventThread {
+public:
+    explicit EventThread(Use use) { nyxus_set_event_thread(use == Use::kAnything ? 1 : 0); }
+    ~EventThread() { nyxus_set_event_thread(1); }
+    EventThread(const EventThread&) = delete;
+    EventThread& operator=(const EventThread&) = delete;
+};
+
 } // namespace
 
-Camera::Camera(nyxus::Camera camera, std::shared_ptr<void> loan)
+Status usb_failure(const std::string& doing, int libusb_code, const CameraInfo& info)
+{
+    Status failure = usb_failure(doing, libusb_code);
+    std::string names;
+    if (failure.reason() == Reason::kBusy) {
+        const std::string node = text::format("/dev/bus/usb/%03u/%03u", info.bus, info.address);
+        for (const std::string& user : files::users_of(node))
+            names += (names.empty() ? "" : ", ") + user;
+    }
+    if (names.empty())
+        return failure;
+    return {Reason::kBusy,
+            doing + ": another program uses the camera, " + names + "; close it and try again",
+            failure.code()};
+}
+
+Camera::Camera(nyxus::Camera camera, Use use, std::shared_ptr<void> loan)
     : nyxus::Camera(std::move(camera)),
+      use_(use),
       controls_(device()->xu_table, device()->xu_table + device()->xu_table_count),
       loan_(std::move(loan))
 {
@@ -42,20 +72,26 @@ Camera::Camera(nyxus::Camera camera, std::shared_ptr<void> loan)
     device()->xu_table = controls_.data();
 }
 
-Result<Camera> Camera::open(const CameraInfo& info)
+Result<Camera> Camera::open(const CameraInfo& info, Use use)
 {
-    const auto hold = hold_cameras(); // the probe uses what belongs to the process
-    const auto loan = std::make_shared<Loan>(info);
-    const auto lent = [&loan](nyxus::Camera camera) {
-        loan->set_open(camera.device()->usb_handle);
-        return Camera(std::move(camera), loan);
-    };
     const std::string name = "camera " + info.bus_address();
+    const auto hold = hold_cameras(kPatience); // the probe uses what belongs to the process
+    if (!hold) {
+        return Status(Reason::kOther, "cannot open " + name +
+                                          ": this program has been opening or closing another "
+                                          "camera for a minute");
+    }
+    const EventThread event_thread(use);
+    const auto loan = std::make_shared<Loan>(info);
+    const auto lent = [&](nyxus::Camera camera) {
+        loan->set_open(camera.device()->usb_handle);
+        return Camera(std::move(camera), use, loan);
+    };
     auto camera = nyxus::Camera::open(info);
     if (camera)
         return lent(*std::move(camera));
     if (const nyxus::Status claim = can_claim(info); !claim)
-        return usb_failure("cannot open " + name, claim.usb_code());
+        return usb_failure("cannot open " + name, claim.usb_code(), info);
     if (!may_be_blank(camera.status().code()))
         return open_failure(name, camera.status());
     auto blank = open_blank(info);
@@ -70,6 +106,10 @@ Camera& Camera::operator=(Camera&& other) noexcept
     nyxus::Camera::operator=(static_cast<nyxus::Camera&&>(other));
     controls_ = std::move(other.controls_);
     loan_ = std::move(other.loan_);
+    use_ = other.use_;
+    queue_depth = other.queue_depth;
+    narrow_queue_proven = other.narrow_queue_proven;
+    wide_queue_proven = other.wide_queue_proven;
     wide_path_fails = other.wide_path_fails;
     narrow_echo = other.narrow_echo;
     wide_echo = other.wide_echo;

@@ -130,6 +130,11 @@ void put_back_all(std::vector<std::string>& lines)
 
 } // namespace
 
+std::unique_lock<std::timed_mutex> hold_cameras(std::chrono::seconds patience)
+{
+    return std::unique_lock(in_use, patience);
+}
+
 std::unique_lock<std::timed_mutex> hold_cameras()
 {
     return std::unique_lock(in_use);
@@ -178,7 +183,7 @@ void Loan::forget() const
 void give_cameras_back()
 {
     constexpr std::chrono::seconds kPatience{1};
-    std::unique_lock lock(in_use, kPatience);
+    std::unique_lock lock = hold_cameras(kPatience);
     if (!lock)
         return;
     std::ranges::for_each(open_loans, &Loan::give_back);

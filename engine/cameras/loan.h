@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <mutex>
 #include <nyxus/cpp/camera_list.hpp>
@@ -9,7 +10,8 @@
 
 namespace nyxus::engine {
 
-/// Nobody opens, closes or gives back a camera meanwhile.
+/// Nobody opens, closes or gives back a camera meanwhile. Not held when the time is over.
+std::unique_lock<std::timed_mutex> hold_cameras(std::chrono::seconds patience);
 std::unique_lock<std::timed_mutex> hold_cameras();
 
 /// A camera of the kernel's driver that is about to be claimed, until it has been closed. Both

@@ -45,7 +45,7 @@ Status return_failure(const CameraInfo& before, const std::optional<CameraInfo>&
                 camera + " has not restarted" + after + "unplug it and plug it in again"};
     }
     if (now)
-        return usb_failure(camera + " came back", can_claim(*now).usb_code());
+        return usb_failure(camera + " came back", can_claim(*now).usb_code(), *now);
     return {Reason::kNotBack, camera + " has not come back" + after + "plug it in again"};
 }
 

@@ -14,7 +14,8 @@ const char* to_text(Phase phase)
 
 const char* to_text(RomContents contents)
 {
-    constexpr const char* kTexts[] = {"unchanged", "new", "unverified", "incomplete", "erased"};
+    constexpr const char* kTexts[] = {"unchanged",  "new",    "unverified",
+                                      "incomplete", "erased", "unknown"};
     return kTexts[static_cast<size_t>(contents)];
 }
 

@@ -2,10 +2,9 @@
 #include "exchange.h"
 
 #include <nyxus/extensions.h>
-#include <nyxus/memory.h>
-#include <algorithm>
 #include <functional>
 
+#include "frame.h"
 #include "report/phase_scope.h"
 #include "text/format.h"
 
@@ -14,121 +13,39 @@ namespace nyxus::engine {
 namespace {
 
 constexpr int kTries = 4;
-constexpr size_t kNarrowHeaderBytes = 3;
-constexpr size_t kWideHeaderBytes = 4;
-
-/// A request and its answer have the length of the control.
-struct Frame {
-    uint8_t selector;
-    size_t header_bytes; ///< length and address; the answer of most cameras repeats them
-    std::vector<uint8_t> bytes;
-};
-
-uint8_t byte_of(size_t value, unsigned shift)
-{
-    return static_cast<uint8_t>(value >> shift);
-}
-
-std::vector<uint8_t> control_buffer(Camera& camera, uint8_t selector, uint8_t contents)
-{
-    const int32_t length = nyxus_control_length(camera.device(), selector);
-    std::vector<uint8_t> bytes(length > 0 ? static_cast<size_t>(length) : 0);
-    std::ranges::fill(bytes, contents);
-    return bytes;
-}
-
-Frame narrow_request(Camera& camera, uint32_t address, size_t size)
-{
-    Frame frame{ZRV_XU_EXT_ROM, kNarrowHeaderBytes, control_buffer(camera, ZRV_XU_EXT_ROM, 0)};
-    const uint8_t header[] = {byte_of(XU_FLAG_READ | size, 0), byte_of(address, 8),
-                              byte_of(address, 0)};
-    std::copy_n(header, std::min(sizeof header, frame.bytes.size()), frame.bytes.begin());
-    return frame;
-}
-
-/// While the ROM is unlocked the firmware takes this for a write; ones change no flash.
-Frame wide_request(Camera& camera, uint32_t address, size_t size)
-{
-    constexpr uint8_t kErased = 0xFF;
-    Frame frame{ZRV_XU_Read_EXT_ROM_512, kWideHeaderBytes,
-                control_buffer(camera, ZRV_XU_Read_EXT_ROM_512, kErased)};
-    const uint8_t header[] = {byte_of(size, 8), byte_of(size, 0), byte_of(address, 8),
-                              byte_of(address, 0)};
-    std::copy_n(header, std::min(sizeof header, frame.bytes.size()), frame.bytes.begin());
-    return frame;
-}
 
 /// The bytes that have moved, or libusb's code. The library tells only whether any have.
 int transfer(NyDevice& device, uint8_t request, uint8_t selector, std::span<uint8_t> data)
 {
-    constexpr uint8_t kToInterface = 0x21;
-    constexpr uint8_t kFromInterface = 0xA1;
-    libusb_device_handle* handle = device.usb_handle;
-    // As the library does: a reset or another user may have taken the claim away.
-    int status = handle != nullptr ? libusb_claim_interface(handle, 0) : LIBUSB_ERROR_NO_DEVICE;
+    const VendorSetup setup = vendor_setup(request, selector);
+    int status = claim_for_transfer(device);
     if (status >= 0) {
-        status = libusb_control_transfer(
-            handle, request == UVC_SET_CUR ? kToInterface : kFromInterface, request,
-            static_cast<uint16_t>(selector << 8), NY_UNIT_VENDOR << 8, data.data(),
-            static_cast<uint16_t>(data.size()), 0);
+        status = libusb_control_transfer(device.usb_handle, setup.type, request, setup.value,
+                                         setup.index, data.data(),
+                                         static_cast<uint16_t>(data.size()), 0);
     }
-    if (status == LIBUSB_ERROR_NO_DEVICE)
-        (void)nyxus_mark_device_gone(&device);
-    return status;
-}
-
-Status unreliable(const std::string& doing, const std::string& why)
-{
-    return {Reason::kUnreliableReads, doing + ": " + why};
+    return note_outcome(device, status);
 }
 
 Status send(Camera& camera, const std::string& doing, uint8_t selector, std::span<uint8_t> data)
 {
-    const int sent = transfer(*camera.device(), UVC_SET_CUR, selector, data);
-    if (sent < 0)
-        return usb_failure(doing, sent);
-    if (static_cast<size_t>(sent) == data.size())
-        return {};
-    return unreliable(doing, text::format("the camera took only %d of %zu bytes of the request",
-                                          sent, data.size()));
-}
-
-/// The answer in the place of the request.
-Status fetch(Camera& camera, const std::string& doing, Frame& frame, size_t needed)
-{
-    std::vector<uint8_t> answer(frame.bytes.size());
-    const int fetched = transfer(*camera.device(), UVC_GET_CUR, frame.selector, answer);
-    if (fetched < 0)
-        return usb_failure(doing, fetched);
-    if (static_cast<size_t>(fetched) < needed) {
-        return unreliable(doing, text::format("the camera answered %d bytes where %zu were due",
-                                              fetched, needed));
-    }
-    AddressEcho& echo = frame.selector == ZRV_XU_EXT_ROM ? camera.narrow_echo : camera.wide_echo;
-    const bool repeats = std::ranges::equal(std::span(answer).first(frame.header_bytes),
-                                            std::span(frame.bytes).first(frame.header_bytes));
-    if (!echo.accepts(repeats))
-        return unreliable(doing, "the camera answered another request");
-    frame.bytes.swap(answer);
-    return {};
+    return check_request(doing, data.size(),
+                         transfer(*camera.device(), UVC_SET_CUR, selector, data));
 }
 
 Status exchange_once(const Reading& reading, Width width, uint32_t address, std::span<uint8_t> out)
 {
     Camera& camera = reading.camera;
-    const std::string doing = reading_failed(reading.phase, address);
-    Frame frame = width == Width::k512 ? wide_request(camera, address, out.size())
-                                       : narrow_request(camera, address, out.size());
-    const size_t needed = frame.header_bytes + out.size();
-    if (frame.bytes.size() < needed)
-        return unreliable(doing, "the camera's control is too short for an answer");
-    if (Status sent = send(camera, doing, frame.selector, frame.bytes); !sent)
+    auto frame = make_frame(reading, width, address, out);
+    if (!frame)
+        return frame.status();
+    if (Status sent =
+            send(camera, reading_failed(reading.phase, address), frame->selector, frame->request);
+        !sent)
         return sent;
-    if (Status fetched = fetch(camera, doing, frame, needed); !fetched)
-        return fetched;
-    std::copy_n(frame.bytes.begin() + static_cast<ptrdiff_t>(frame.header_bytes), out.size(),
-                out.begin());
-    return {};
+    std::vector<uint8_t> answer(frame->request.size());
+    const int moved = transfer(*camera.device(), UVC_GET_CUR, frame->selector, answer);
+    return take_answer(reading, *frame, answer, moved);
 }
 
 Status try_again(const Reading& reading, const std::function<Status()>& act)
@@ -143,6 +60,28 @@ Status try_again(const Reading& reading, const std::function<Status()>& act)
 
 } // namespace
 
+VendorSetup vendor_setup(uint8_t request, uint8_t selector)
+{
+    constexpr uint8_t kToInterface = 0x21;
+    constexpr uint8_t kFromInterface = 0xA1;
+    return {.type = request == UVC_SET_CUR ? kToInterface : kFromInterface,
+            .value = static_cast<uint16_t>(selector << 8),
+            .index = NY_UNIT_VENDOR << 8};
+}
+
+int claim_for_transfer(NyDevice& device)
+{
+    return device.usb_handle != nullptr ? libusb_claim_interface(device.usb_handle, 0)
+                                        : LIBUSB_ERROR_NO_DEVICE;
+}
+
+int note_outcome(NyDevice& device, int status)
+{
+    if (status == LIBUSB_ERROR_NO_DEVICE)
+        (void)nyxus_mark_device_gone(&device);
+    return status;
+}
+
 Status exchange(const Reading& reading, Width width, uint32_t address, std::span<uint8_t> out)
 {
     return try_again(reading, [&] { return exchange_once(reading, width, address, out); });
@@ -156,7 +95,7 @@ Status select_block(const Reading& reading, uint32_t address)
     std::vector<uint8_t> index = control_buffer(reading.camera, ZRV_XU_FLASH_BLOCK, 0);
     const size_t block = address >> kBlockBits;
     for (size_t i = 0; i < std::min<size_t>(2, index.size()); ++i)
-        index[i] = byte_of(block, static_cast<unsigned>(8 * i));
+        index[i] = static_cast<uint8_t>(block >> (8 * i));
     const std::string doing = text::format("selecting block %zu of the ROM failed", block);
     return try_again(reading,
                      [&] { return send(reading.camera, doing, ZRV_XU_FLASH_BLOCK, index); });

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "exchange.h"
+#include "queue.h"
 #include "report/phase_scope.h"
 #include "text/format.h"
 #include "wide_path.h"
@@ -8,7 +8,7 @@ namespace nyxus::engine {
 
 namespace {
 
-constexpr uint32_t kNarrowSlice = 256;
+constexpr uint32_t kNarrowSlice = 2048;
 constexpr int kRounds = 3;
 
 using Slice = std::span<uint8_t>;
@@ -25,15 +25,7 @@ Status check_reachable(const Camera& camera, uint32_t address, uint64_t size)
 
 Status read_narrow(const Reading& reading, uint32_t address, Slice out)
 {
-    const Width width = narrow_width(reading.camera);
-    for (size_t done = 0; done < out.size(); done += static_cast<size_t>(width)) {
-        const Slice piece =
-            out.subspan(done, std::min<size_t>(static_cast<size_t>(width), out.size() - done));
-        if (Status read = exchange(reading, width, address + static_cast<uint32_t>(done), piece);
-            !read)
-            return read;
-    }
-    return {};
+    return read_inside_block(reading, narrow_width(reading.camera), address, out);
 }
 
 /// By 512 bytes as long as that goes well.

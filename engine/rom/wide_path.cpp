@@ -4,6 +4,8 @@
 #include <nyxus/access.h>
 #include <algorithm>
 
+#include "queue.h"
+
 namespace nyxus::engine {
 
 namespace {
@@ -50,12 +52,8 @@ Status read_wide(const Reading& reading, uint32_t address, std::span<uint8_t> ou
             exchange(reading, narrow_width(reading.camera), address + check_offset, check);
         !read)
         return read;
-    for (uint32_t done = 0; done < size; done += kWideChunk) {
-        if (Status read = exchange(reading, Width::k512, address + done,
-                                   out.subspan(done, std::min(kWideChunk, size - done)));
-            !read)
-            return read;
-    }
+    if (Status read = read_inside_block(reading, Width::k512, address, out); !read)
+        return read;
     if (std::ranges::equal(out.subspan(check_offset, check_size), check))
         return {};
     return {Reason::kUnreliableReads,

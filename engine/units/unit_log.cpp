@@ -153,14 +153,35 @@ void UnitLog::write(JournalLine line)
     write_journal(identity_.unit->folder, line);
 }
 
+void UnitLog::update_here()
+{
+    const files::Descriptor lock = identity_.unit->folder.lock();
+    update_unit(*identity_.unit, sighting_);
+}
+
+void UnitLog::update(const Camera& returned)
+{
+    sighting_ = sight(returned);
+    update_here();
+}
+
+Status UnitLog::note_return(const Camera& returned)
+{
+    if (!identity_.unit)
+        return {};
+    try {
+        update(returned);
+        return {};
+    } catch (const std::system_error& error) {
+        return not_kept(Reason::kJournalNotKept, "the journal", error);
+    }
+}
+
 Status UnitLog::begin(JournalLine facts)
 {
     try {
         make_sure_of_unit();
-        {
-            const files::Descriptor lock = identity_.unit->folder.lock();
-            update_unit(*identity_.unit, sighting_);
-        }
+        update_here();
         facts.step = JournalStep::kBegins;
         write(std::move(facts));
         return {};
@@ -210,11 +231,7 @@ Status UnitLog::note_restart(const Camera& returned)
     line.step = started ? JournalStep::kStarted : JournalStep::kNotStarted;
     if (is_known && state.rom != RomRecord::kNone) {
         try {
-            sighting_ = sight(returned);
-            {
-                const files::Descriptor lock = identity_.unit->folder.lock();
-                update_unit(*identity_.unit, sighting_);
-            }
+            update(returned);
             write(line);
         } catch (const std::system_error&) { // NOLINT(bugprone-empty-catch)
             // What the journal says then is worse than what is there.
@@ -231,6 +248,13 @@ Status UnitLog::latest_restart(const Camera& camera) const
                         lines.back().running == camera.running();
     if (camera.runs_external_firmware() && !failed)
         return {};
+    const JournalState state = state_of(lines);
+    if (state.rom == RomRecord::kBlank && !camera.runs_external_firmware()) {
+        return {Reason::kNotStarted, camera.name() +
+                                         " came back with its mask ROM: its ROM was erased on "
+                                         "purpose (" +
+                                         state.line.operation + ", " + state.line.time + ")"};
+    }
     return not_started(camera, failed ? version_of(lines.back().image) : "");
 }
 

@@ -22,8 +22,10 @@ public:
     /// A step of the latest operation; where nothing is known of the unit, nothing happens.
     /// kJournalNotKept.
     Status note(JournalStep step);
-    /// The camera has come back. Success when it runs what its ROM is known to hold, or
-    /// kNotStarted.
+    /// A camera that was lost is back, perhaps with another serial number. kJournalNotKept.
+    Status note_return(const Camera& returned);
+    /// The camera has come back from a restart. Success when it runs what its ROM is known to hold,
+    /// or kNotStarted.
     Status note_restart(const Camera& returned);
     /// What note_restart() has said last of a camera that still runs the same.
     Status latest_restart(const Camera& camera) const;
@@ -35,6 +37,8 @@ private:
     }
 
     void make_sure_of_unit();
+    void update_here();
+    void update(const Camera& returned);
     void write(JournalLine line);
     /// What cameras run that have started from this firmware; "" where nobody knows for certain.
     std::string version_of(const std::string& image) const;

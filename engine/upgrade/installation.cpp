@@ -37,8 +37,8 @@ uint64_t bytes_to_write(const Plan& plan)
 /// The steps that change the ROM, and the phase that the writing ones share.
 class Programming {
 public:
-    Programming(const Task& task, const Plan& plan, RomChange& change)
-        : task_(task), plan_(plan), change_(change)
+    Programming(const Task& task, const Plan& plan, RomChange& change, Footprint& footprint)
+        : task_(task), plan_(plan), change_(change), footprint_(footprint)
     {
     }
 
@@ -59,9 +59,7 @@ private:
             case Action::kUnlock:
                 return enable_writing(task_.camera, true, task_.caller);
             case Action::kErase:
-                if (Status noted = change_.begins(JournalStep::kErasing); !noted)
-                    return noted;
-                return erase_flash(task_.camera, task_.caller);
+                return erase();
             case Action::kWriteMfi:
             case Action::kWriteFirmware:
             case Action::kWriteHeader:
@@ -79,6 +77,17 @@ private:
         }
     }
 
+    Status erase()
+    {
+        if (Status noted = change_.begins(JournalStep::kErasing); !noted)
+            return noted;
+        footprint_.begins(0, std::vector<uint8_t>(footprint_.size(), 0xFF));
+        Status erased = erase_flash(task_.camera, task_.caller);
+        if (erased)
+            footprint_.settles(footprint_.size());
+        return erased;
+    }
+
     Status write_kept(const Step& step)
     {
         for (const auto& [offset, pages] : pages_in_use(step.address, step.data)) {
@@ -94,7 +103,9 @@ private:
             return noted;
         if (!scope_)
             scope_.emplace(task_.caller, Phase::kProgramming, bytes_to_write(plan_));
+        footprint_.begins(address, bytes);
         return write_rom(task_.camera, address, bytes, [this](uint32_t written) {
+            footprint_.settles(written);
             scope_->advance(written);
             change_.look_for_stop();
         });
@@ -103,10 +114,11 @@ private:
     const Task& task_;
     const Plan& plan_;
     RomChange& change_;
+    Footprint& footprint_;
     std::optional<PhaseScope> scope_;
 };
 
-Status program(const Task& task, const Plan& plan)
+Status program(const Task& task, const Plan& plan, Footprint& footprint)
 {
     Report& report = task.report;
     RomChange change(task.camera, task.backups, task.caller, report);
@@ -116,7 +128,7 @@ Status program(const Task& task, const Plan& plan)
                                 .serial = task.images.mfi ? task.images.mfi->serial() : "",
                                 .kept = report.kept});
     if (done)
-        done = Programming(task, plan, change).run();
+        done = Programming(task, plan, change, footprint).run();
     if (done) {
         report.rom = RomContents::kUnverified;
         report.bytes = image_bytes(plan);
@@ -145,12 +157,12 @@ Status verify(const Task& task, const Step& step)
                      step.action == Action::kReadBackKept ? "before" : "image", step.data[first])};
 }
 
-Status program_and_verify(const Task& task, const Plan& plan)
+Status program_and_verify(const Task& task, const Plan& plan, Footprint& footprint)
 {
     if (task.caller.stop.stop_requested())
         return stopped();
     if (task.report.rom != RomContents::kUnverified) { // else it was lost while it was read back
-        if (Status done = program(task, plan); !done)
+        if (Status done = program(task, plan, footprint); !done)
             return done;
     }
     if (!task.options.verify)
@@ -170,20 +182,23 @@ Status program_and_verify(const Task& task, const Plan& plan)
 
 } // namespace
 
-Status install(const Task& task, const Plan& plan)
+Status install(const Task& task, const Plan& plan, Bytes before)
 {
-    Status done = program_and_verify(task, plan);
+    // Behind these, the block erase of some parts leaves what was there.
+    Footprint footprint(std::min<uint32_t>(replaced_bytes(task.camera), NYXUS_FW_BIN_CAPACITY),
+                        before);
+    Status done = program_and_verify(task, plan, footprint);
     if (done.reason() != Reason::kCameraGone || task.report.stopped)
         return done;
     tell(task.caller, {.kind = Event::Kind::kLost, .rom = task.report.rom, .status = done});
-    if (Status back = await_return(task); !back) {
-        if (back.reason() == Reason::kStopped)
+    if (Status back = await_return(task, plan, footprint); !back) {
+        if (back.reason() == Reason::kStopped || back.reason() == Reason::kJournalNotKept)
             return back;
         return {Reason::kCameraGone, back.message() + "; before: " + done.message(), done.code(),
                 done.where()};
     }
     tell(task.caller, {.kind = Event::Kind::kRetries, .text = task.camera.name()});
-    return program_and_verify(task, plan);
+    return program_and_verify(task, plan, footprint);
 }
 
 } // namespace nyxus::engine

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "footprint.h"
 #include "rom_change.h"
 
 namespace nyxus::engine {
@@ -16,10 +17,10 @@ struct Task {
 };
 
 /// Does the steps of a plan that follow the backup; once more with a camera that goes away and
-/// comes back.
-Status install(const Task& task, const Plan& plan);
+/// comes back. `before` is what has been read of the ROM.
+Status install(const Task& task, const Plan& plan, Bytes before);
 
 /// Gives a lost camera up and waits until the same one is back.
-Status await_return(const Task& task);
+Status await_return(const Task& task, const Plan& plan, const Footprint& footprint);
 
 } // namespace nyxus::engine

@@ -9,6 +9,7 @@ namespace nyxus::engine {
 Result<Camera> restart(Camera camera, unsigned wait_s, const Backups& backups, const Caller& caller)
 {
     const CameraInfo before = camera.info();
+    const Use use = camera.use();
     auto log = UnitLog::of(backups, camera);
     PhaseScope scope(caller, Phase::kRestarting, 0, before.port_path);
     // The chip may be gone before it has confirmed the request, so a failure says nothing: whether
@@ -18,7 +19,7 @@ Result<Camera> restart(Camera camera, unsigned wait_s, const Backups& backups, c
     const auto now = wait_for_return(before, wait_s, caller);
     if (!now)
         return now.status();
-    auto returned = Camera::open(*now);
+    auto returned = Camera::open(*now, use);
     if (!returned)
         return returned;
     scope.end();

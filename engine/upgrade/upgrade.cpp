@@ -80,7 +80,7 @@ Status do_upgrade(const Task& task)
     tell_what_stays(task, sure);
     if (Status kept = back_up(task, before); !kept)
         return kept;
-    return install(task, sure);
+    return install(task, sure, before);
 }
 
 } // namespace

@@ -25,6 +25,8 @@
 
 #include <nyxus/export.h>
 
+#include <libusb-1.0/libusb.h>
+
 NYXUS_BEGIN_DECLS
 
 /**
@@ -63,6 +65,30 @@ NYXUS_API int32_t nyxus_control_length(NyDevice* pDevObj, int32_t bSelector);
  * note for the thread that uses the device.
  */
 NYXUS_API int32_t nyxus_mark_device_gone(NyDevice* pDevObj);
+
+/**
+ * Say whether objects that this thread opens from now on have libuvc's event thread. With it, as at
+ * first, each transfer wakes that thread, which wakes the caller. Without it, the caller's thread
+ * handles the events of its own transfers, and the object is for control transfers only: starting
+ * a stream fails.
+ *
+ * @param bEventThread  0: without it; else with it
+ *
+ * Concerns DEV_CreateObjectUsb() and init_uvc_video(). Does not block. Per thread.
+ */
+NYXUS_API void nyxus_set_event_thread(int32_t bEventThread);
+
+/**
+ * The libusb context of an object without libuvc's event thread, for asynchronous transfers on its
+ * handle: libusb_handle_events_completed() completes them.
+ *
+ * @param pDevObj  device, borrowed for the call
+ * @return the context, which lives until the object is closed; NULL where libuvc's thread handles
+ *         its events, and for NULL
+ *
+ * Does not block. One thread at a time per device.
+ */
+NYXUS_API libusb_context* nyxus_usb_context(const NyDevice* pDevObj);
 
 /** @} */
 

@@ -19,6 +19,8 @@ extern "C" uvc_error_t uvc_release_if(uvc_device_handle_t* devh, int idx);
 uvc_error_t nyxus::start_safely(NyDevice* pDevObj, uvc_stream_handle_t** stream,
                                 uvc_frame_callback_t* callback, void* user)
 {
+    if (pDevObj->usb_context != nullptr)
+        return UVC_ERROR_NOT_SUPPORTED; // nobody would take the frames
     uvc_error_t rc = uvc_stream_open_ctrl(pDevObj->uvc_handle, stream, &pDevObj->stream_ctrl);
     if (rc < 0) {
         if (rc != UVC_ERROR_BUSY) // by then it has claimed the interface

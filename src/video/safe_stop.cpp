@@ -178,6 +178,21 @@ void abandon_for_good(NyDevice* pDevObj, Entry* entry)
         entry->finish();
 }
 
+/// Without an event thread, nobody is in libusb meanwhile: what it must not meet is only the
+/// release of an interface of a camera that has gone, so that is done, and looked at, before.
+bool close_without_events(NyDevice* pDevObj, uvc_device_handle_t* handle)
+{
+    libusb_device_handle* usb = uvc_get_libusb_handle(handle);
+    if (has_gone(pDevObj, handle))
+        return false;
+    if (libusb_release_interface(usb, 0) == LIBUSB_ERROR_NO_DEVICE) {
+        pDevObj->device_gone = 1;
+        return false;
+    }
+    uvc_close(handle);
+    return true;
+}
+
 /// False when the camera has gone, and what it had here is abandoned.
 bool enter_while_held(NyDevice* pDevObj, uvc_device_handle_t* handle, Entry* entry,
                       nyxus::HeldEvents* events)
@@ -210,6 +225,12 @@ bool enter_safely(NyDevice* pDevObj, uvc_device_handle_t* handle, const Call& ca
     return is_there;
 }
 
+bool close(NyDevice* pDevObj, uvc_device_handle_t* handle)
+{
+    return pDevObj->usb_context != nullptr ? close_without_events(pDevObj, handle)
+                                           : enter_safely(pDevObj, handle, kClose);
+}
+
 } // namespace
 
 bool nyxus::is_gone(libusb_device_handle* handle)
@@ -238,8 +259,12 @@ void nyxus::close_session(NyDevice* pDevObj, uvc_device_handle_t* handle)
     if (pDevObj->session_closed != kSessionOpen)
         return;
     pDevObj->session_closed = kSessionClosed;
-    const bool closed =
-        pDevObj->device_gone == 0 && (handle == nullptr || enter_safely(pDevObj, handle, kClose));
-    if (closed && pDevObj->uvc_context != nullptr)
+    const bool closed = pDevObj->device_gone == 0 && (handle == nullptr || close(pDevObj, handle));
+    if (!closed)
+        return;
+    if (pDevObj->uvc_context != nullptr)
         uvc_exit(pDevObj->uvc_context);
+    if (pDevObj->usb_context != nullptr)
+        libusb_exit(pDevObj->usb_context);
+    pDevObj->usb_context = nullptr;
 }

@@ -11,6 +11,35 @@ uvc_stream_ctrl_t ctrl;
 static_assert(sizeof(StreamCallbackRecord) == 16 || sizeof(void*) != 8);
 static_assert(offsetof(VideoStreamParam, frame) == 16);
 
+/// Of the objects that this thread opens.
+static thread_local bool with_event_thread = true;
+
+void nyxus_set_event_thread(int32_t bEventThread)
+{
+    with_event_thread = bEventThread != 0;
+}
+
+libusb_context* nyxus_usb_context(const NyDevice* pDevObj)
+{
+    return pDevObj != nullptr ? pDevObj->usb_context : nullptr;
+}
+
+/// libuvc starts its event thread only for a context of its own.
+static uvc_error_t init_context(NyDevice* pDevObj)
+{
+    pDevObj->usb_context = nullptr;
+    if (!with_event_thread && libusb_init(&pDevObj->usb_context) < 0)
+        pDevObj->usb_context = nullptr;
+    const uvc_error_t rc = uvc_init(&pDevObj->uvc_context, pDevObj->usb_context);
+    if (rc >= 0)
+        return rc;
+    pDevObj->uvc_context = nullptr;
+    if (pDevObj->usb_context != nullptr)
+        libusb_exit(pDevObj->usb_context);
+    pDevObj->usb_context = nullptr;
+    return rc;
+}
+
 /// The device of the list at the same place on the bus, or nullptr.
 static uvc_device_t* find_same_device(uvc_device_t** list, libusb_device* device)
 {
@@ -46,9 +75,8 @@ void init_uvc_video(NyDevice* pDevObj)
         nyxus::trace_bare(NYXUS_LINE_OUTPUT, "Wrong libusb device\n");
         return;
     }
-    uvc_error_t rc = uvc_init(&pDevObj->uvc_context, nullptr);
+    uvc_error_t rc = init_context(pDevObj);
     if (rc < 0) {
-        pDevObj->uvc_context = nullptr;
         nyxus::report_uvc_error(rc, "uvc_init");
         return;
     }

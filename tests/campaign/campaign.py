@@ -7,6 +7,7 @@ import argparse
 import json
 import os
 import random
+import re
 import shutil
 import signal
 import subprocess
@@ -21,6 +22,10 @@ REACHED = 0x10000
 SPI_MODELS = ("rowan-spi", "cedar-spi", "larch-spi", "fi2-spi")
 EEPROM_MODELS = ("hawthorn-eeprom", "willow-eeprom")
 LIMIT_S = 150
+PATIENCE_S = 4  # where a worker is stopped for good
+# All that may lie in the folder of the state, and in that of the run.
+KEPT = re.compile(r"nyxus(/units(/[^/]+(/(\d{6}\.(rom|json)|journal\.jsonl|unit\.json))?)?)?")
+OF_THE_RUN = re.compile(r"\d+\.rom|faults\.json|pid|dump\.out|area\.bin|state")
 OK, DIFFERENT, INTERRUPTED = 0, 8, 130
 
 
@@ -101,6 +106,28 @@ class Run:
 
     def environment(self):
         return dict(os.environ, XDG_STATE_HOME=str(self.state), PATH=os.path.dirname(self.programs.nyxus) + ":" + os.environ["PATH"])
+
+    @staticmethod
+    def children(pid):
+        """The processes that one has started."""
+        found = []
+        for stat in Path("/proc").glob("[0-9]*/stat"):
+            try:
+                if stat.read_text().rsplit(")", 1)[1].split()[1] == str(pid):
+                    found.append(int(stat.parent.name))
+            except (OSError, IndexError):
+                pass
+        return found
+
+    def stop_a_worker(self, pid_file, delay_s):
+        """Of a batch; it is never continued."""
+        time.sleep(delay_s)
+        try:
+            workers = self.children(int(pid_file.read_text()))
+            if workers:
+                os.kill(self.dice.choice(sorted(workers)), signal.SIGSTOP)
+        except (OSError, ValueError):
+            pass
 
     def start(self, units, arguments, faults=None, limit_bytes=None):
         command = [self.programs.simulator, "run", "--speed", "fast"]
@@ -204,7 +231,7 @@ class Run:
     def operation(self, units):
         dice = self.dice
         unit = units[0]
-        kind = dice.choice(("upgrade", "upgrade", "upgrade", "upgrade-all", "erase", "recover", "dump", "compare", "reset"))
+        kind = dice.choice(("upgrade", "upgrade", "upgrade", "upgrade-all", "erase", "recover", "dump", "compare", "reset", "reserved"))
         image, data = self.programs.image(unit.model, "0x0300", dice.randint(1, 3))
         chosen = ["--camera", f"{unit.number}-1"] if len(units) > 1 else []
         if kind == "upgrade-all":
@@ -214,8 +241,16 @@ class Run:
                 options = [o for o in ("--reset",) if dice.random() < 0.5]
                 return kind, ["upgrade", image, "--all", "--json", *options], data
         if kind == "upgrade":
-            options = [o for o, p in (("--reset", 0.5), ("--no-verify", 0.1), ("--no-backup", 0.15)) if dice.random() < p]
+            options = [o for o, p in (("--reset", 0.5), ("--no-verify", 0.1), ("--no-backup", 0.15), ("--keep=whole", 0.1),
+                                      ("--discard=mfi,reserved", 0.1)) if dice.random() < p]
+            if "--discard=mfi,reserved" in options:
+                unit.mfi = unit.reserved = b""  # nobody asks for them any more
             return kind, ["upgrade", image, "--json", *options, *chosen], data
+        if kind == "reserved" and unit.is_spi:
+            area = self.folder / "area.bin"
+            area.write_bytes(dice.randbytes(64))
+            unit.reserved = b""
+            return kind, ["reserved", "write", area, "--json", *chosen], data
         if kind == "erase":
             return kind, ["erase", "--yes", "--json", *chosen], data
         if kind == "recover":
@@ -231,6 +266,9 @@ class Run:
         dice = self.dice
         trouble = dice.choice(("none", "fault", "fault", "fault", "faults", "signal", "signals", "kill", "stopped", "full",
                                "read-only"))
+        if "--all" in arguments and dice.random() < 0.4:
+            trouble = "worker"
+            arguments = [*arguments, "--patience", PATIENCE_S]
         faults = [self.random_fault() for _ in range({"fault": 1, "faults": 3}.get(trouble, 0))]
         limit = dice.choice((0, 4096, 20480)) if trouble == "full" else None
         if trouble == "read-only":
@@ -243,6 +281,8 @@ class Run:
             if trouble == "signals":
                 time.sleep(dice.uniform(0, 0.1))
                 self.signal_later(process, pid_file, number, 0)
+        elif trouble == "worker":
+            self.stop_a_worker(pid_file, 0.05 + delay)
         elif trouble == "kill":
             self.signal_later(process, pid_file, signal.SIGKILL, delay)
         elif trouble == "stopped":
@@ -272,10 +312,11 @@ class Run:
         return [file.read_bytes() for file in self.state.rglob("*.rom*") if file.is_file()] if self.state.is_dir() else []
 
     def check_left_overs(self):
-        for folder in (self.folder, self.state):
-            for file in folder.rglob("*") if folder.is_dir() else ():
-                if file.suffix == ".tmp" or ".tmp" in file.name or file.name.startswith(".nyxus"):
-                    raise Finding(f"a temporary file is left: {file.relative_to(self.folder)}")
+        for folder, files, allowed in ((self.folder, self.folder.glob("*"), OF_THE_RUN),
+                                       (self.state, self.state.rglob("*"), KEPT)):
+            for name in (str(file.relative_to(folder)) for file in files):
+                if not allowed.fullmatch(name):
+                    raise Finding(f"a file is left: {name}")
 
     def check_statement(self, unit, kind, result, before, image, arguments, liar):
         after = unit.rom()
@@ -365,7 +406,10 @@ class Run:
         outcome, trouble, faults = self.with_trouble(units, arguments)
         liar = any(fault["do"] == "bit-flip" for fault in faults)
         killed = trouble == "kill" or outcome.code < 0 or outcome.code == 128 + signal.SIGKILL
-        self.check_ending(kind, trouble, outcome, killed)
+        at_once = trouble in ("signal", "signals") and not outcome.out and not outcome.err
+        untouched = all(unit.rom() == before for unit, before in zip(units, befores))
+        if not (at_once and untouched):
+            self.check_ending(kind, units, outcome, killed)
         for result in outcome.results():
             port = result.get("port", "1-1")
             concerned = [u for u in units if port.startswith(f"{u.number}-")] or units[:1]
@@ -386,18 +430,21 @@ class Run:
         lost = "--no-backup" in arguments and any(u.rom() != b for u, b in zip(units, befores))
         self.bring_back(units, dropped=lost or liar)
 
-    def check_ending(self, kind, trouble, outcome, killed):
+    @staticmethod
+    def check_ending(kind, units, outcome, killed):
         if outcome.code in (124, 125, 126, 127) or outcome.code >= 128 and outcome.code not in (INTERRUPTED, 129, 143) and not killed:
             raise Finding(f"the tool ended with {outcome.code}")
-        if killed or kind == "upgrade-all":
+        if killed:
             return
-        if kind in ("upgrade", "erase", "recover", "dump", "compare", "reset"):
-            results = outcome.results()
-            failed_early = outcome.lines and "error" in outcome.lines[-1]
-            if not results and not failed_early:
-                raise Finding("the tool ended without the line that programs read")
-            if results and results[-1].get("exit_code") != outcome.code:
-                raise Finding("the last line tells another exit code")
+        results = outcome.results()
+        failed_early = outcome.lines and "error" in outcome.lines[-1]
+        if not results and not failed_early and kind != "reserved":
+            raise Finding("the tool ended without the line that programs read")
+        if kind == "upgrade-all":
+            if results and len({result.get("port") for result in results} - {None}) < len(units):
+                raise Finding("a camera of the batch has no result")
+        elif results and results[-1].get("exit_code") != outcome.code:
+            raise Finding("the last line tells another exit code")
 
 
 def main():

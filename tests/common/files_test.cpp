@@ -1,18 +1,26 @@
 // SPDX-License-Identifier: Apache-2.0
 // Files that must not be lost, and sockets that must not be taken over.
+#include "files/folder.h"
 #include "files/listen.h"
 #include "files/pipe.h"
 #include "files/read.h"
 #include "files/replace.h"
 #include "files/unix_socket.h"
+#include "files/users.h"
 #include "files/write_all.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <csignal>
+#include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <set>
@@ -215,6 +223,87 @@ TEST_F(Files, AFullDiskChangesNothing)
     EXPECT_EQ(files::read_text(path("file"), kMost), "precious");
     EXPECT_EQ(names(), "file link");
     EXPECT_EQ(replace("/dev/full", "x"), "cannot write '/dev/full': No space left on device");
+}
+
+/// From now on this process has a file system without nameless files.
+bool refuse_nameless_files()
+{
+    constexpr uint32_t kFlags = offsetof(seccomp_data, args) + 2 * sizeof(uint64_t);
+    constexpr uint32_t kNameless = O_TMPFILE & ~O_DIRECTORY;
+    sock_filter filter[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat, 0, 3),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kFlags),
+        BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, kNameless, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EOPNOTSUPP),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog program{std::size(filter), filter};
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0 &&
+           open("/tmp", O_TMPFILE | O_WRONLY, 0600) < 0 && errno == EOPNOTSUPP;
+}
+
+TEST_F(Files, AreWholeAlsoWhereEachNeedsAName)
+{
+    ASSERT_EQ(replace(path("file"), "old"), "");
+    const std::string long_name(255, 'n');
+    EXPECT_TRUE(is_true_in_child([&] {
+        const files::Folder folder = *files::Folder::find(path(""));
+        return refuse_nameless_files() && replace(path("file"), "new").empty() &&
+               replace(path(long_name), "").empty() &&
+               complaint_of([&] { folder.put("kept", std::string_view("whole")); }).empty();
+    }));
+    EXPECT_EQ(files::read_text(path("file"), kMost), "new");
+    EXPECT_EQ(files::read_text(path("kept"), kMost), "whole");
+    EXPECT_EQ(names(), "file kept " + long_name);
+}
+
+TEST_F(Files, AKilledProcessLeavesNoDraft)
+{
+    ASSERT_EQ(replace(path("file"), "precious"), "");
+    EXPECT_FALSE(is_true_in_child([&] {
+        const rlimit limit{1000, 1000};
+        const rlimit no_core{0, 0};
+        setrlimit(RLIMIT_CORE, &no_core);
+        setrlimit(RLIMIT_FSIZE, &limit); // it dies of SIGXFSZ
+        replace(path("file"), std::string(5000, 'x'));
+        return true;
+    }));
+    EXPECT_EQ(files::read_text(path("file"), kMost), "precious");
+    EXPECT_EQ(names(), "file");
+}
+
+/// "common_test (process 123)"
+std::string called(pid_t process)
+{
+    std::string name = files::read_text("/proc/self/comm", kMost); // with the end of the line
+    name.back() = ' ';
+    return name + "(process " + std::to_string(process) + ")";
+}
+
+TEST_F(Files, WhoHasOneOpenOrLockedIsNamedAfterALimit)
+{
+    const files::Folder folder = *files::Folder::find(path(""));
+    EXPECT_TRUE(files::users_of(path("")).empty()) << "this one does not count";
+    files::Pipe ready = files::make_pipe();
+    const pid_t holder = fork();
+    if (holder == 0) {
+        const files::Descriptor lock = folder.lock();
+        (void)!write(ready.write_end.get(), "y", 1);
+        for (;;)
+            pause();
+    }
+    char byte = 0;
+    ASSERT_EQ(read(ready.read_end.get(), &byte, 1), 1);
+    EXPECT_EQ(files::users_of(path("")), std::vector{called(holder)});
+    EXPECT_EQ(complaint_of([&] { (void)folder.lock(); }),
+              called(holder) + " has locked '" + path("") +
+                  "' for 5 s: Resource temporarily unavailable");
+    kill(holder, SIGKILL);
+    waitpid(holder, nullptr, 0);
+    EXPECT_EQ(complaint_of([&] { (void)folder.lock(); }), "");
+    EXPECT_TRUE(files::users_of(path("none")).empty());
 }
 
 TEST_F(Files, WhatIsNoPlainFileIsWrittenToWhereItIs)

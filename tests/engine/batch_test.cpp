@@ -2,7 +2,11 @@
 // Batches: what is said of helper programs that die, hang or are stopped, and that they disturb no
 // other; and a real one, for which the program is started with simulated cameras.
 #include <gtest/gtest.h>
+#include <sys/ptrace.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -11,6 +15,7 @@
 
 #include "cameras/shipped.h"
 #include "chip/firmware_image.h"
+#include "files/pipe.h"
 
 namespace {
 
@@ -46,6 +51,7 @@ case $order in
 *'"exits"'*) exit 3 ;;
 *'"crashes"'*) echo "what it printed last"; say "$outlook"; kill -SEGV $$ ;;
 *'"hangs"'*) exec sleep 100 ;;
+*'"is held"'*) say "$outlook"; echo $$ >"$0.pid"; exec sleep 100 ;;
 *'"halts"'*) say "$outlook"; kill -STOP $$ ;;
 *'"raves"'*) head -c 200000 /dev/zero | tr '\0' '{' >&4; say '{"event":1}' ;;
 *'"obeys"'*) read -r stop; [ "$stop" = '{"stop":true}' ] && say "$report" ;;
@@ -70,12 +76,19 @@ struct Listener : engine::BatchListener {
         ended_in.push_back(camera);
         reports[camera] = report;
     }
-    void tick() override {}
+    void tick() override
+    {
+        pid_t pid = 0;
+        if (on_held && std::ifstream(pid_file) >> pid)
+            on_held(pid);
+    }
 
     std::vector<engine::BatchReport> reports;
     std::vector<int> starts;
     std::vector<size_t> ended_in;
     std::function<void()> on_start;
+    std::filesystem::path pid_file;
+    std::function<void(pid_t)> on_held;
     int running = 0;
     int at_once = 0;
 };
@@ -90,7 +103,8 @@ engine::Images images_for(std::string_view model)
 
 /// A batch of cameras that are scripts.
 Listener run(const std::vector<std::string>& ports, engine::BatchOptions options = {},
-             const engine::BatchStop& stop = {}, const std::function<void()>& on_start = {})
+             const engine::BatchStop& stop = {}, const std::function<void()>& on_start = {},
+             const std::function<void(pid_t)>& on_held = {})
 {
     const Folder folder;
     options.helper = folder.path() / "helper";
@@ -102,6 +116,8 @@ Listener run(const std::vector<std::string>& ports, engine::BatchOptions options
         cameras.push_back({port, &images});
     Listener listener(cameras.size());
     listener.on_start = on_start;
+    listener.pid_file = options.helper + ".pid";
+    listener.on_held = on_held;
     engine::run_batch(cameras, options, engine::Backups(folder.path()), listener, stop);
     return listener;
 }
@@ -118,7 +134,8 @@ TEST(EngineBatch, AHelperThatFailsIsReportedAndDisturbsNoOther)
         {"exits", Reason::kOther, RomContents::kUnchanged, "ended with exit code 3"},
         {"crashes", Reason::kOther, RomContents::kIncomplete, "signal 11 (Segmentation fault)"},
         {"hangs", Reason::kTimedOut, RomContents::kUnchanged, "silent for 3 s"},
-        {"halts", Reason::kTimedOut, RomContents::kIncomplete, "silent for 3 s"},
+        {"halts", Reason::kTimedOut, RomContents::kUnknown,
+         "silent for 3 s; a signal has stopped it"},
         {"raves", Reason::kOther, RomContents::kUnchanged, "ended with exit code 0"},
     };
     std::vector<std::string> ports;
@@ -135,6 +152,49 @@ TEST(EngineBatch, AHelperThatFailsIsReportedAndDisturbsNoOther)
     }
     EXPECT_EQ(batch.reports[0].bytes, 7u);
     EXPECT_EQ(batch.reports[2].said, std::vector<std::string>{"what it printed last"});
+}
+
+/// A process that traces another one: that cannot be reaped, as if the kernel held it.
+class Tracer {
+public:
+    explicit Tracer(pid_t traced)
+    {
+        files::Pipe ready = files::make_pipe();
+        pid_ = fork();
+        if (pid_ == 0) {
+            const char said = ptrace(PTRACE_SEIZE, traced, nullptr, nullptr) == 0 ? 'y' : 'n';
+            (void)!write(ready.write_end.get(), &said, 1);
+            for (;;)
+                pause();
+        }
+        char said = 'n';
+        works_ = read(ready.read_end.get(), &said, 1) == 1 && said == 'y';
+    }
+    ~Tracer()
+    {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+    Tracer(const Tracer&) = delete;
+    Tracer& operator=(const Tracer&) = delete;
+    bool works() const { return works_; }
+
+private:
+    pid_t pid_ = -1;
+    bool works_ = false;
+};
+
+TEST(EngineBatch, NobodyKnowsWhatTheRomHoldsOfAHelperThatTheKernelHolds)
+{
+    std::optional<Tracer> tracer;
+    const Listener batch = run({"is held"}, {.silence_s = 1}, {}, {}, [&](pid_t helper) {
+        if (!tracer)
+            tracer.emplace(helper);
+    });
+    if (!tracer || !tracer->works())
+        GTEST_SKIP() << "no process may trace another one here";
+    EXPECT_EQ(batch.reports[0].status.reason(), Reason::kTimedOut);
+    EXPECT_EQ(batch.reports[0].rom, RomContents::kUnknown);
 }
 
 TEST(EngineBatch, StartsSoManyAtOnceAndEachOnce)

@@ -67,9 +67,9 @@ Bench::Bench(const sim::CameraModel& model, std::vector<uint8_t> rom)
 {
 }
 
-engine::Camera Bench::open()
+engine::Camera Bench::open(engine::Use use)
 {
-    auto camera = engine::Camera::open(*nyxus::find_camera());
+    auto camera = engine::Camera::open(*nyxus::find_camera(), use);
     EXPECT_TRUE(camera) << camera.status().text();
     hold_device(*camera);
     return *std::move(camera);

@@ -64,7 +64,7 @@ public:
     explicit Bench(std::string_view model, std::vector<uint8_t> rom = {});
     explicit Bench(const sim::CameraModel& model, std::vector<uint8_t> rom = {});
 
-    engine::Camera open();
+    engine::Camera open(engine::Use use = engine::Use::kAnything);
     /// What goes wrong from now on, as JSON.
     void set_faults(const std::string& faults);
     /// The first bytes of the ROM equal these.

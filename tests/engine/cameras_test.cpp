@@ -1,8 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // Cameras that go and come back, are blank, or work side by side.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include "bench.h"
+#include "files/pipe.h"
 
+#include <csignal>
 #include <thread>
 
 namespace {
@@ -26,11 +32,11 @@ TEST(EngineCameras, AnUpgradeGoesOnWithACameraThatComesBack)
     } cases[] = {
         {kUnplug, RomContents::kIncomplete,
          "reading reading again unlocking erasing programming (programming) waiting for the camera "
-         "unlocking erasing programming locking verifying"},
+         "reading unlocking erasing programming locking verifying"},
         {kUnplugInReading, RomContents::kUnverified,
          "reading reading again unlocking erasing programming locking verifying (verifying) "
          "waiting for the "
-         "camera verifying"},
+         "camera reading verifying"},
     };
     for (const auto& c : cases) {
         Bench bench{models::kRowan};
@@ -73,7 +79,8 @@ TEST(EngineCameras, AnotherOneInThePortIsLeftAlone)
     EXPECT_EQ(report.status.reason(), Reason::kCameraGone);
     EXPECT_EQ(report.rom, RomContents::kIncomplete);
     EXPECT_NE(report.status.message().find("is at port 1-1 now, but perhaps not the camera with "
-                                           "serial number SIM00001 that went away, so it is left "
+                                           "serial number SIM00001 that went away (its ROM does "
+                                           "not hold what was left there), so it is left "
                                            "alone; before: programming the ROM failed"),
               std::string::npos)
         << report.status.message();
@@ -81,6 +88,68 @@ TEST(EngineCameras, AnotherOneInThePortIsLeftAlone)
         const sim::Setup setup = sim::Setup::from_wire(sent.setup);
         EXPECT_FALSE(setup.request == 0x01 && sent.data.size() > 1 &&
                      (sent.data[0] & XU_FLAG_WRITE) != 0 && setup.selector() == ZRV_XU_EXT_ROM);
+    }
+}
+
+TEST(EngineCameras, TheRomTellsWhetherItIsTheLostOneThatComesBack)
+{
+    using Rom = std::vector<uint8_t>;
+    const auto as_left = [](const Rom& left) { return left; };
+    const auto blank = [](const Rom& left) { return Rom(left.size(), 0xFF); };
+    const auto factory = [](const Rom&) { return Rom(); };
+    const auto touched = [](Rom left) {
+        left[0x1000] ^= 1;
+        return left;
+    };
+    const char* const kOwn = "SIM00001";
+    const char* const kChips = "FROMCHIP";
+    const struct {
+        const char* what;
+        Kind kind;
+        Phase phase; ///< in which it is lost
+        bool for_one_unit;
+        const char* serial; ///< of what comes back
+        std::function<Rom(const Rom&)> rom;
+        bool goes_on;
+    } cases[] = {
+        {"itself before the erase", Kind::kBegins, Phase::kErasing, false, kOwn, as_left, true},
+        {"no proof before it", Kind::kBegins, Phase::kErasing, false, kChips, as_left, false},
+        {"a twin before it", Kind::kBegins, Phase::kErasing, false, kOwn, touched, false},
+        {"a twin after it", Kind::kBegins, Phase::kProgramming, false, kOwn, factory, false},
+        {"itself, erased", Kind::kBegins, Phase::kProgramming, true, kOwn, as_left, true},
+        {"the chip's number", Kind::kBegins, Phase::kProgramming, false, kChips, as_left, true},
+        {"not with one's own", Kind::kBegins, Phase::kProgramming, true, kChips, as_left, false},
+        {"proof by ROM", Kind::kAdvances, Phase::kProgramming, true, kChips, as_left, true},
+        {"a twin with firmware", Kind::kAdvances, Phase::kProgramming, true, kOwn, factory, false},
+        {"a twin without", Kind::kAdvances, Phase::kProgramming, true, kOwn, blank, false},
+        {"itself, complete", Kind::kBegins, Phase::kVerifying, false, kOwn, as_left, true},
+        {"its like, complete", Kind::kBegins, Phase::kVerifying, false, kChips, as_left, false},
+        {"its own MFi image", Kind::kBegins, Phase::kVerifying, true, kChips, as_left, true},
+    };
+    for (const auto& c : cases) {
+        Bench bench{models::kRowan};
+        engine::Camera camera = bench.open();
+        sim::Bed& bed = bench.simulated.bed();
+        Rom left;
+        bench.listener.on(c.kind, c.phase, [&] { bed.unplug(bench.simulated.sim()); });
+        bench.listener.on(Kind::kBegins, Phase::kWaiting, [&] {
+            left = bench.simulated.rom(0, 0x10000);
+            const Rom rom = c.rom(left);
+            sim::PluggedCamera& other =
+                bed.plug(*sim::find_model(models::kRowan), {.serial = c.serial, .rom = rom});
+            bed.unplug(other);
+            bed.replug(other, bench.simulated.sim().port());
+        });
+        engine::Images images = images_with_mfi(*sim::find_model(models::kRowan), "SERIAL01");
+        if (!c.for_one_unit)
+            images.mfi.reset();
+        const NeverFreed device_object;
+        const engine::Report report = bench.upgrade(camera, images);
+        EXPECT_EQ(report.status.ok(), c.goes_on) << c.what << ": " << report.status.text();
+        EXPECT_EQ(bench.listener.has(Kind::kRetries), c.goes_on) << c.what;
+        const std::filesystem::directory_iterator units(bench.folder.path() / "state/units");
+        EXPECT_EQ(std::distance(begin(units), end(units)), 1) << c.what;
+        EXPECT_FALSE(c.goes_on && bench.backups.history(camera).needs_care()) << c.what;
     }
 }
 
@@ -132,6 +201,32 @@ TEST(EngineCameras, TellWhyTheyCannotBeOpened)
             std::string(message).replace(message.find("ADDRESS"), 7, info.bus_address());
         EXPECT_EQ(camera.status().message().find(expected), 0u) << camera.status().text();
     }
+}
+
+TEST(EngineCameras, TellWhoUsesThem)
+{
+    Bench bench{models::kRowan};
+    const auto info = *nyxus::find_camera();
+    bench.simulated.device(); // which takes it
+    char node[64];
+    snprintf(node, sizeof node, "/dev/bus/usb/%03u/%03u", info.bus, info.address);
+    const std::string file = bench.simulated.bed().folder() + node;
+    const files::Pipe ready = files::make_pipe();
+    const pid_t user = fork();
+    if (user == 0) {
+        (void)syscall(SYS_openat, AT_FDCWD, file.c_str(), O_RDONLY, 0); // not the simulator's
+        (void)!write(ready.write_end.get(), "y", 1);
+        for (;;)
+            pause();
+    }
+    char byte = 0;
+    ASSERT_EQ(read(ready.read_end.get(), &byte, 1), 1);
+    const std::string message = engine::Camera::open(info).status().message();
+    EXPECT_TRUE(
+        message.ends_with(" (process " + std::to_string(user) + "); close it and try again"))
+        << message;
+    kill(user, SIGKILL);
+    waitpid(user, nullptr, 0);
 }
 
 TEST(EngineCameras, ABlankOneIsOpenedAndAnEepromNamed)

@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 // What is kept belongs to one unit, and its journal says what state the ROM is in.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <fstream>
 
 #include "bench.h"
+#include "files/descriptor.h"
 
 namespace {
 
@@ -162,6 +166,115 @@ TEST(EngineUnits, AFolderThatOthersMayWriteStopsTheUpgrade)
         EXPECT_NE(report.status.message().find("nothing was written"), std::string::npos);
     }
     EXPECT_EQ(bench.simulated.rom(0, 0x10000), before);
+}
+
+constexpr uid_t kOne = 4321;
+constexpr uid_t kOther = 4322;
+
+void give_to(const fs::path& path, uid_t user)
+{
+    ASSERT_EQ(chown(path.c_str(), user, user), 0);
+}
+
+/// What a process of this user says.
+bool is_true_for(uid_t user, const std::function<bool()>& question)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        const bool is_user = setresgid(user, user, user) == 0 && setresuid(user, user, user) == 0;
+        _exit(is_user && question() ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    return status == 0;
+}
+
+TEST(EngineUnits, EachUserHasAStoreOfHisOwn)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root becomes other users";
+    Bench bench{models::kRowan};
+    engine::Camera camera = bench.open();
+    ASSERT_TRUE(bench.upgrade(camera, images_for(models::kRowan)).status);
+    const std::string name = bench.backups.list()->front().name;
+    const fs::path others = bench.folder.path() / "others";
+    fs::copy(bench.backups.state_folder(), others, fs::copy_options::recursive);
+    chmod(bench.folder.path().c_str(), 0755);
+    // Both stores are of one user; but what one of them holds was laid there by the other.
+    for (const fs::path& store : {bench.backups.state_folder(), others}) {
+        give_to(store, kOne);
+        for (const fs::directory_entry& entry : fs::recursive_directory_iterator(store)) {
+            const bool is_planted = store == others && entry.is_regular_file() &&
+                                    entry.path().filename() != "unit.json";
+            give_to(entry.path(), is_planted ? kOther : kOne);
+        }
+    }
+    EXPECT_TRUE(is_true_for(kOne, [&] {
+        const auto backup = bench.backups.find(name);
+        return backup && bench.backups.read(*backup);
+    }));
+    EXPECT_EQ(bench.backups.list().status().reason(), Reason::kFile) << "not for root either";
+    EXPECT_TRUE(is_true_for(kOther, [&] {
+        const auto list = bench.backups.list();
+        return list.status().reason() == Reason::kFile &&
+               list.status().message().ends_with(
+                   "since it belongs to user 4321: Operation not permitted");
+    }));
+    EXPECT_TRUE(is_true_for(kOne, [&] {
+        const engine::Backups planted(others);
+        return planted.list() && planted.list()->empty() &&
+               planted.find(name).status().reason() == Reason::kNoBackup;
+    }));
+}
+
+TEST(EngineUnits, WhatSomebodyElseHasPlantedIsNotRecovered)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root gives files away";
+    for (const char* file : {"000001.rom", "000001.json"}) {
+        Bench bench{models::kRowan};
+        engine::Camera camera = bench.open();
+        ASSERT_TRUE(bench.upgrade(camera, images_for(models::kRowan)).status);
+        EXPECT_TRUE(bench.backups.latest(camera)) << file;
+        give_to(unit_folder(bench) / file, kOther);
+        EXPECT_EQ(bench.backups.latest(camera).status().reason(), Reason::kNoBackup) << file;
+        EXPECT_TRUE(bench.backups.candidates(camera).empty()) << file;
+    }
+}
+
+TEST(EngineUnits, AStoreThatIsLockedIsNoFaultOfTheCamera)
+{
+    Bench bench{models::kRowan};
+    engine::Camera camera = bench.open();
+    const engine::Images images = images_for(models::kRowan);
+    ASSERT_TRUE(bench.upgrade(camera, images).status);
+    const std::string folder = unit_folder(bench).string();
+    const files::Descriptor lock(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    ASSERT_EQ(flock(lock.get(), LOCK_EX), 0);
+    const engine::Report report = bench.upgrade(camera, images, kAlways);
+    EXPECT_EQ(report.status.reason(), Reason::kBackupNotKept);
+    EXPECT_EQ(report.rom, RomContents::kUnchanged);
+    const std::string holder =
+        "(process " + std::to_string(getpid()) + ") has locked '" + folder + "' for 5 s";
+    EXPECT_NE(report.status.message().find(holder), std::string::npos) << report.status.message();
+}
+
+TEST(EngineUnits, ALongJournalKeepsItsLatestLines)
+{
+    Bench bench{models::kRowan};
+    engine::Camera camera = bench.open();
+    bench.set_faults(kBreaksOff);
+    ASSERT_FALSE(bench.upgrade(camera, images_for(models::kRowan)).status);
+    const fs::path journal = unit_folder(bench) / "journal.jsonl";
+    const std::string lines = text_of(journal);
+    for (std::ofstream file(journal); file.tellp() < 0x21000;)
+        file << lines;
+    bench.set_faults(kBreaksOff);
+    ASSERT_FALSE(bench.upgrade(camera, images_for(models::kRowan)).status);
+    const std::string kept = text_of(journal);
+    const auto count = std::ranges::count(kept, '\n');
+    EXPECT_TRUE(count > 100 && count < 110) << count;
+    EXPECT_EQ(bench.backups.history(camera).rom, RomRecord::kIncomplete);
 }
 
 TEST(EngineUnits, TheJournalTellsOfAnIncompleteRomWhileTheCameraStillRuns)

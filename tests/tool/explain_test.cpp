@@ -52,6 +52,17 @@ TEST(Explain, TakesANumberInAnyNotationANameAndALine)
     }
 }
 
+TEST(Explain, TakesWhatAReadingThatFailedHasSaid)
+{
+    Bench bench;
+    bench.set_faults(
+        R"([{"when": {"rom_address": "0x1000", "request": "GET_CUR"}, "do": "stall"}])");
+    const Outcome failed = bench.nyxus({"hawthorn-eeprom"}, {"dump", bench.path("rom")});
+    EXPECT_EQ(failed.exit_code, 1) << failed.err;
+    const Outcome explained = explain({failed.err.substr(failed.err.find("nyxus: reading"))});
+    EXPECT_TRUE(contains(explained.out, "-16393, 0x4009")) << failed.err << explained.err;
+}
+
 TEST(Explain, RefusesWhatMeansNothing)
 {
     for (const char* asked : {"frob", "5000", "99999999999", "-99999999999", "-2147483648",

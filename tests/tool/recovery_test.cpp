@@ -144,8 +144,8 @@ TEST(Interrupt, TakesEffectAtASafePoint)
         {"programming", "HUP", "interrupted: the ROM was written but not read back; ", false, true},
         {"programming", "QUIT", "interrupted: the ROM was written but not read back; ", false,
          true},
-        {"programming", "INT INT", "interrupted: the ROM is incomplete; run the upgrade", false,
-         false, kProgrammingStays},
+        {"programming", "INT INT", "interrupted: the ROM is incomplete now, run the upgrade again",
+         false, false, kProgrammingStays},
     };
     for (const auto& [phase, signals, message, keeps_factory_rom, has_new_rom, faults] : cases) {
         Bench bench;
@@ -158,6 +158,18 @@ TEST(Interrupt, TakesEffectAtASafePoint)
         EXPECT_EQ(factory_rom(bench, kModel) == factory, keeps_factory_rom) << phase;
         EXPECT_EQ(has_second_image_in_rom(bench), has_new_rom) << phase;
     }
+}
+
+TEST(Interrupt, TheSecondOneNamesTheBackup)
+{
+    Bench bench;
+    bench.set_faults(kProgrammingStays);
+    const Outcome outcome = interrupted(bench, "^programming", "INT INT");
+    EXPECT_EQ(outcome.exit_code, 130) << outcome.err;
+    EXPECT_TRUE(contains(outcome.err, "or 'nyxus recover' to put the backup '" +
+                                          bench.backups().front().string() +
+                                          "' back, before the camera is reset or unplugged\n"))
+        << outcome.err;
 }
 
 TEST(Interrupt, OfAnEraseWaitsUntilTheRomIsLockedAgain)
@@ -184,7 +196,8 @@ TEST(Interrupt, HoldsWhenTheCameraIsLost)
     } cases[] = {
         {"INT", "\"$SIM\" do unplug", "nyxus: interrupted; programming the ROM failed: "},
         {"", "\"$SIM\" do unplug; \"$WAIT_FOR\" ^waiting \"$OUT\" $pid; kill -INT $pid",
-         "nyxus: interrupted: the ROM is incomplete now, run the upgrade again\n"},
+         "nyxus: interrupted: the ROM is incomplete now, run the upgrade again, or 'nyxus recover' "
+         "to put the backup "},
     };
     for (const auto& c : cases) {
         Bench bench;

@@ -160,7 +160,28 @@ TEST(Reset, FailsUnlessTheFirmwareOfTheRomRuns)
     ASSERT_EQ(bench.nyxus_with_rom(kModel, {"erase", "--yes"}).exit_code, 0);
     const Outcome outcome = bench.nyxus_with_rom(kModel, {"reset"});
     EXPECT_EQ(outcome.exit_code, 14);
-    EXPECT_TRUE(contains(outcome.err, "came back with its mask ROM")) << outcome.err;
+    EXPECT_TRUE(contains(outcome.err,
+                         "came back with its mask ROM: its ROM was erased on purpose (erase, 2"))
+        << outcome.err;
+}
+
+TEST(Reset, OfAnUpgradeLeavesWhatRunsTheRomAlready)
+{
+    const Bench bench;
+    const std::string image = bench.image(kModel, "0x0205");
+    const std::string camera = kSpi + ",rom=" + bench.rom_file();
+    const auto restarts = [&](const std::string& script) {
+        const Outcome outcome = bench.shell(camera, script, {{"IMAGE", image}});
+        EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+        const bool is_told = contains(outcome.out, "not restarted: the camera runs what its ROM");
+        EXPECT_NE(contains(outcome.out, "runs external firmware 0x0205"), is_told) << outcome.out;
+        return !is_told;
+    };
+    EXPECT_TRUE(restarts("\"$NYXUS\" upgrade \"$IMAGE\" && \"$NYXUS\" upgrade \"$IMAGE\" --reset"))
+        << "it still ran the former firmware";
+    EXPECT_FALSE(restarts("\"$NYXUS\" upgrade \"$IMAGE\" --reset"));
+    const Outcome plan = bench.nyxus({camera}, {"upgrade", image, "--reset", "--dry-run"});
+    EXPECT_FALSE(contains(plan.out, "restart")) << plan.out;
 }
 
 TEST(Reset, OfABatchLeavesWhatWasUpToDateRunning)

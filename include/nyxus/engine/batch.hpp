@@ -20,7 +20,8 @@ struct BatchCamera {
 
 struct BatchOptions {
     UpgradeOptions upgrade = {};
-    uint32_t eeprom_bytes = 0;    ///< see Camera::require_rom()
+    unsigned queue_depth = Camera::kQueueDepth; ///< of the cameras
+    uint32_t eeprom_bytes = 0;                  ///< see Camera::require_rom()
     bool restart = false;         ///< restart(), check_started() and check_reports() afterwards
     bool allow_downgrade = false; ///< see choose_images()
     unsigned plug_wait_s = 0;     ///< for a camera that is not there when its turn comes
@@ -31,7 +32,8 @@ struct BatchOptions {
 };
 
 /// How a camera of a batch ended. Where its process has ended without a report, `status` says so,
-/// and `rom` is what it has announced for this case (Event::Kind::kOutlook).
+/// and `rom` is what it has announced for this case (Event::Kind::kOutlook); kUnknown of one that
+/// was stopped (SIGSTOP) until it was killed, or that the kernel holds.
 struct BatchReport : Report {
     bool started = false;               ///< false: the batch was stopped before its turn
     std::vector<std::string> said = {}; ///< without a report: what was printed last

@@ -31,6 +31,12 @@ private:
     bool repeats_ = true;
 };
 
+/// What a camera is opened for.
+enum class Use {
+    kAnything,  ///< streams, too
+    kTransfers, ///< no streams: no other thread takes part in a transfer, and reads can be queued
+};
+
 /// An open, probed camera. It is closed when the object dies. Move only; one thread at a time per
 /// camera.
 class Camera : public nyxus::Camera {
@@ -41,7 +47,7 @@ public:
      *
      * Blocks for about 30 transfers, for a ROM without firmware up to seconds. Thread-safe.
      */
-    NYXUS_ENGINE_API static Result<Camera> open(const CameraInfo& info);
+    NYXUS_ENGINE_API static Result<Camera> open(const CameraInfo& info, Use use = Use::kAnything);
 
     ~Camera() { close(); } // before its controls
     Camera(Camera&&) noexcept = default;
@@ -68,17 +74,32 @@ public:
     /// Bytes that one exchange with the external ROM moves: 8 or 32.
     unsigned exchange_bytes() const { return device()->xFeatureXU != 0 ? 32 : 8; }
 
+    Use use() const { return use_; }
+    /// So many exchanges of a read are under way at a time; 1: one after the other, which it
+    /// becomes when reading so has gone wrong. Without an effect on cameras that were opened for
+    /// kAnything.
+    unsigned queue_depth = kQueueDepth;
+    bool narrow_queue_proven = false; ///< it has read by 8 or 32 bytes the same as one at a time
+    bool wide_queue_proven = false;   ///< the same by 512
     /// Reading by 512 bytes has gone wrong; it is not tried again.
     bool wide_path_fails = false;
     AddressEcho narrow_echo; ///< of answers of 8 and 32 bytes
     AddressEcho wide_echo;   ///< of those of 512
 
-private:
-    Camera(nyxus::Camera camera, std::shared_ptr<void> loan);
+    static constexpr unsigned kQueueDepth = 16;
 
+private:
+    Camera(nyxus::Camera camera, Use use, std::shared_ptr<void> loan);
+
+    Use use_;
     std::vector<uvc_xu_ctrl> controls_; ///< this camera's own: the library's are everyone's
     std::shared_ptr<void> loan_; ///< of the kernel's driver; empty: closed, or another object's
 };
+
+/// usb_failure() of a camera that cannot be opened or claimed; names who has it where this user may
+/// see that. Blocks for the kernel.
+NYXUS_ENGINE_API Status usb_failure(const std::string& doing, int libusb_code,
+                                    const CameraInfo& info);
 
 /**
  * Waits until the camera has left its port and is back, and can be opened. It goes by its port:

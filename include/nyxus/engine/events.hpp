@@ -36,6 +36,7 @@ enum class RomContents {
     kUnverified, ///< the image, but it was not read back
     kIncomplete, ///< something between old and new
     kErased,     ///< nothing
+    kUnknown,    ///< nobody can tell: what worked on it neither goes on nor ends
 };
 /// For programs: "unchanged".
 NYXUS_ENGINE_API const char* to_text(RomContents contents);

@@ -35,8 +35,10 @@ NYXUS_ENGINE_API std::string version_change(const std::string& before, const std
 /**
  * Reads the ROM, keeps what it holds, unlocks, erases (SPI flash), writes MFi image, body and,
  * last, the header, locks, reads everything back. A camera that goes away in the middle and comes
- * back is programmed once more, or read back once more when that is all that is left; another
- * camera in its port is left alone. The camera is closed when it was lost and has not come back.
+ * back is programmed once more, or read back once more when that is all that is left; one whose ROM
+ * does not hold what was left there is another one and left alone, and so is one with another
+ * serial number where the ROM proves nothing. The camera is closed when it was lost and has not
+ * come back.
  *
  * A board that protects its EEPROM by GPIO 0 needs Camera::set_gpio(0, false) first.
  */

@@ -4,6 +4,9 @@
 #include "bus/transport.h"
 #include "files/unix_socket.h"
 
+#include <linux/usbdevice_fs.h>
+#include <poll.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -65,6 +68,9 @@ public:
 
     Reply call(Request&& request) override
     {
+        // libusb asks until nothing is left; the server need not be asked for that.
+        if (request.header.code == USBDEVFS_REAPURBNDELAY && !is_ready())
+            return Reply::result(-EAGAIN);
         const std::lock_guard lock(mutex_);
         Reply reply;
         return send_request(socket_.get(), request) && receive_reply(socket_.get(), reply) ? reply
@@ -74,6 +80,12 @@ public:
     int ready_fd() const override { return ready_.get(); }
 
 private:
+    bool is_ready() const
+    {
+        pollfd ready{ready_.get(), POLLOUT, 0};
+        return poll(&ready, 1, 0) != 0;
+    }
+
     TurnLock mutex_;
     pid_t process_ = getpid();
     files::Descriptor socket_;
