@@ -33,6 +33,9 @@ struct Arguments {
 
     std::string file; ///< "" for the latest backup (recover)
     std::string mfi_file;
+    std::string manifest; ///< file that names the images; "" for `file`
+    std::string sha256;   ///< of `file`; "" for any
+    bool allow_downgrade = false;
     std::string serial;
     uint32_t eeprom_kib = 0; ///< 0: the user has not said that there is one
     uint32_t size_bytes = 0; ///< of a dump; 0: as large as the ROM

@@ -43,24 +43,26 @@ engine::BatchOptions batch_options(const Arguments& arguments)
             .queue_depth = arguments.queue_depth,
             .eeprom_bytes = arguments.eeprom_kib * kKib,
             .restart = arguments.reset,
+            .allow_downgrade = arguments.allow_downgrade,
             .plug_wait_s = arguments.wait_s.value_or(0),
             .silence_s = arguments.patience_s,
             .at_once = arguments.jobs,
             .trace_level = std::min(arguments.verbosity, 3)};
 }
 
-/// What the report means for the job of the camera.
+/// What the report means for the job of the camera; `images`: nullptr when none were chosen.
 void end(Result& result, const engine::BatchReport& report, const Arguments& arguments,
-         const engine::Images& images)
+         const engine::Images* images)
 {
     if (report.started)
         result.take_time();
-    describe(result, images);
+    if (images != nullptr)
+        describe(result, *images);
     describe(result, report);
-    if (report.status) {
+    if (report.status && images != nullptr) {
         result.exit_code = kExitOk;
         result.outcome = report.up_to_date ? Outcome::kUpToDate : Outcome::kUpgraded;
-        result.message = report.up_to_date ? kUpToDate : what_is_done(arguments, images, result);
+        result.message = report.up_to_date ? kUpToDate : what_is_done(arguments, *images, result);
     } else if (report.started || !report.stopped) {
         result.end(failure_of(static_cast<const engine::Report&>(report)));
     } else {
@@ -73,8 +75,8 @@ void end(Result& result, const engine::BatchReport& report, const Arguments& arg
 /// plain lines elsewhere, or JSON lines. A quiet one tells how each camera ended, and the summary.
 class Batch : engine::BatchListener {
 public:
-    Batch(Console& console, const Arguments& arguments, const engine::Images& images,
-          std::vector<Job> jobs)
+    Batch(Console& console, const Arguments& arguments,
+          const std::vector<engine::ChipImages>& images, std::vector<Job> jobs)
         : display_(console.display()),
           arguments_(arguments),
           images_(images),
@@ -89,8 +91,10 @@ public:
     ExitCode run()
     {
         std::vector<engine::BatchCamera> cameras;
-        for (const Job& job : jobs_)
+        for (Job& job : jobs_) {
+            job.images = images_.size() == 1 ? &images_.front().images : nullptr;
             cameras.push_back({job.result.camera.port, &images_});
+        }
         engine::run_batch(cameras, batch_options(arguments_), engine::Backups(), *this,
                           {soon_.get_token(), at_once_.get_token()});
         Summary summary = summarize(jobs_);
@@ -121,6 +125,8 @@ private:
             remark(job, "read once more: " + event.status.text());
         } else if (event.kind == Kind::kKept) {
             remark(job, "kept: " + event.text);
+        } else if (event.kind == Kind::kChosen) {
+            choose(job, event.text);
         } else if (event.kind == Kind::kInstalls) {
             remark(job, event.text);
         } else if (event.kind == Kind::kNotKept) {
@@ -151,7 +157,7 @@ private:
             for (const std::string& line : report.said)
                 display_.warn(job.result.camera.port + ": " + line);
         }
-        end(job.result, report, arguments_, images_);
+        end(job.result, report, arguments_, job.images);
         job.advice = advice(job.result, arguments_);
         job.state = Job::State::kEnded;
         if (arguments_.json) {
@@ -163,6 +169,14 @@ private:
     }
 
     void tick() override { draw(); }
+
+    void choose(Job& job, const std::string& chip) const
+    {
+        for (const engine::ChipImages& images : images_) {
+            if (images.chip == chip)
+                job.images = &images.images;
+        }
+    }
 
     /// For those who want to hear more.
     void remark(const Job& job, const std::string& line)
@@ -226,7 +240,7 @@ private:
 
     Display& display_;
     const Arguments& arguments_;
-    const engine::Images& images_;
+    const std::vector<engine::ChipImages>& images_;
     std::vector<Job> jobs_;
     const Progress time_; ///< of the whole batch
     std::stop_source soon_;
@@ -290,11 +304,12 @@ ExitCode plan_batch(Console& console, const Arguments& arguments, const Run& pla
 ExitCode run_batch(Console& console, const Arguments& arguments)
 {
     refuse_single_camera_options(arguments);
-    const engine::Images images = load_images(arguments);
+    const Offer offer = load_images(arguments);
     std::signal(SIGCHLD, SIG_DFL); // a supervisor may have had it ignored
     std::vector<Job> jobs = find_jobs(console, arguments);
+    take(console, arguments, offer);
     const Unwatched unwatched(console);
-    return Batch(console, arguments, images, std::move(jobs)).run();
+    return Batch(console, arguments, offer.images, std::move(jobs)).run();
 }
 
 } // namespace tool

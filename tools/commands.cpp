@@ -28,6 +28,7 @@ constexpr Declaration declarations[] = {
     {kLook,      add_doctor_command},
     {kFirmware,  add_image_command},
     {kFirmware,  add_rom_commands},
+    {kFirmware,  add_manifest_command},
     {kFirmware,  add_backups_command},
     {kPicture,   add_snapshot_command},
     {kPicture,   add_stream_command},

@@ -8,6 +8,8 @@
 #include "events.h"
 #include "exit_codes.h"
 
+#include <nyxus/engine/images.hpp>
+
 namespace tool {
 
 // Each declares commands with their options.
@@ -17,6 +19,7 @@ void add_doctor_command(Command& app, Arguments& arguments);
 void add_image_command(Command& app, Arguments& arguments);
 void add_rom_commands(Command& app, Arguments& arguments);
 void add_backups_command(Command& app, Arguments& arguments);
+void add_manifest_command(Command& app, Arguments& arguments);
 void add_explain_command(Command& app, Arguments& arguments);
 /// All of them.
 void add_all_commands(Command& app, Arguments& arguments);
@@ -40,8 +43,9 @@ Camera open_with_rom(Console& console, const Arguments& arguments);
 std::vector<CameraEntry> matching_cameras(Console& console, const Arguments& arguments);
 
 /// Restarts the camera, waits for its return and says how it came back, which is returned as well.
-/// A Failure when it does not run from its ROM, or not what was programmed.
+/// A Failure when it does not run from its ROM, or not what was programmed, or does not report the
+/// version of the images, if any.
 std::string start_new_firmware(Console& console, const Arguments& arguments, Camera camera,
-                               Result& result);
+                               Result& result, const engine::Images* images = nullptr);
 
 } // namespace tool

@@ -241,7 +241,8 @@ constexpr Explained kExitCodes[] = {
      "A viewer, another 'nyxus', a service.",
      "Close it. 'sudo fuser -v /dev/bus/usb/BUS/ADDRESS' names it."},
     {kExitImageRefused, "image refused", "The image cannot be right for this camera. Nothing was written.",
-     "A wrong file: empty, too large, for another chip, or not made for the SPI flash that is there.",
+     "A wrong file: empty, too large, for another chip, or not made for the SPI flash that is there. "
+     "Where a key is trusted: one that no signed manifest names.",
      "The line says which check failed. 'nyxus info' names the chip."},
     {kExitMismatch, "contents differ", "What was read is not what was expected.",
      "'compare': another firmware. After a write: worn-out or protected memory, or a bad connection.",
@@ -260,8 +261,8 @@ constexpr Explained kExitCodes[] = {
      "Its firmware lacks the control, its ROM is an EEPROM (no erase), or its chip is unknown.",
      "'nyxus info' shows what the camera has."},
     {kExitNotConfirmed, "not confirmed", "Nobody said yes. Nothing was changed.",
-     "'erase' without '--yes' where nobody can be asked, or 'recover' of a camera that runs fine.",
-     "'--yes' and '--force' confirm."},
+     "'erase' without '--yes' where nobody can be asked, 'recover' of a camera that runs fine, or an older version than the camera runs.",
+     "'--yes', '--force' and '--allow-downgrade' confirm."},
     {kExitNotStarted, "not started", "The camera has restarted, but does not run the firmware that its ROM should hold.",
      "The ROM is blank or its firmware broken, so that the one in the chip runs; or it still holds another version than the "
      "one that was programmed.",

@@ -24,6 +24,8 @@ constexpr std::pair<engine::Reason, ExitCode> kExitCodeOf[] = {
     {engine::Reason::kNothingToRecover, kExitNotConfirmed},
     {engine::Reason::kNotStarted,       kExitNotStarted},
     {engine::Reason::kUncertainBackup,  kExitUncertainBackup},
+    {engine::Reason::kUntrusted,        kExitImageRefused},
+    {engine::Reason::kDowngrade,        kExitNotConfirmed},
 };
 // clang-format on
 

@@ -110,6 +110,7 @@ void Follower::hear(const engine::Event& event)
         case Kind::kRetries:
             display.note("once more: " + event.text);
             break;
+        case Kind::kChosen:        // of batches
         case Kind::kStopPostponed: // the interrupt has been answered
             break;
         default:

@@ -30,8 +30,12 @@ std::string quoted(std::string word)
 /// The upgrade of one of the cameras.
 std::string single_command(const Arguments& arguments)
 {
-    std::string command = "nyxus upgrade " + quoted(arguments.file);
+    const bool has_manifest = !arguments.manifest.empty();
+    std::string command = std::string("nyxus upgrade ") + (has_manifest ? "--manifest " : "") +
+                          quoted(has_manifest ? arguments.manifest : arguments.file);
     const std::pair<bool, std::string> options[] = {
+        {!arguments.sha256.empty(), " --sha256 " + quoted(arguments.sha256)},
+        {arguments.allow_downgrade, " --allow-downgrade"},
         {!arguments.mfi_file.empty(), " --mfi " + quoted(arguments.mfi_file)},
         {arguments.eeprom_kib != 0, " --eeprom " + std::to_string(arguments.eeprom_kib)},
         {arguments.skip_backup, " --no-backup"},
@@ -107,7 +111,7 @@ std::string advice(const Result& result, const Arguments& arguments)
         return {};
     if (result.rom == RomContents::kNew)
         return "nyxus reset" + choice;
-    if (result.rom == RomContents::kUnverified)
+    if (result.rom == RomContents::kUnverified && arguments.manifest.empty())
         return "nyxus compare " + quoted(arguments.file) + choice;
     return single_command(arguments) + choice;
 }

@@ -13,10 +13,11 @@ struct Job {
     enum class State { kWaiting, kRunning, kEnded };
 
     State state = State::kWaiting;
-    std::string label;  ///< in columns as wide as those of the others
-    Progress progress;  ///< of the phase that it is in; no phase yet: ""
-    Result result;      ///< its camera; all else is valid once it has ended
-    std::string advice; ///< a command to run next; "" for none
+    const engine::Images* images = nullptr; ///< the camera's; nullptr until they are chosen
+    std::string label;                      ///< in columns as wide as those of the others
+    Progress progress;                      ///< of the phase that it is in; no phase yet: ""
+    Result result;                          ///< its camera; all else is valid once it has ended
+    std::string advice;                     ///< a command to run next; "" for none
 };
 
 /// Fills the labels in.

@@ -46,14 +46,55 @@ Members json_of(const engine::Step& step)
 
 } // namespace
 
-engine::Images load_images(const Arguments& arguments)
+Offer load_images(const Arguments& arguments)
 {
-    engine::Images images{value_of(engine::Firmware::load(arguments.file))};
-    if (arguments.mfi_file.empty())
-        return images;
-    images.mfi = value_of(engine::Mfi::load(arguments.mfi_file));
+    if (arguments.file.empty() == arguments.manifest.empty())
+        throw Failure(kExitUsage, "name a firmware image or a --manifest, one of them");
+    const auto folders = engine::TrustFolders::usual();
+    const engine::Trust trust = value_of(find_trust(folders));
+    if (arguments.manifest.empty()) {
+        require(trust.check_bare_image(arguments.file));
+        engine::Images images{value_of(engine::load_pinned(arguments.file, arguments.sha256))};
+        if (!arguments.mfi_file.empty())
+            images.mfi = value_of(engine::Mfi::load(arguments.mfi_file));
+        return {{{"", std::move(images)}}};
+    }
+    engine::AcceptedManifest manifest = value_of(load_manifest(arguments.manifest, trust));
+    const engine::Status newest = check_newest(manifest, folders);
+    if (!newest && !(arguments.allow_downgrade && newest.reason() == engine::Reason::kDowngrade))
+        throw failure_of(newest, advice_for(newest.reason()));
+    std::vector<engine::ChipImages> images = value_of(engine::load_images(manifest));
+    return {std::move(images), std::move(manifest)};
+}
+
+std::string text_of(const engine::AcceptedManifest& manifest)
+{
+    const std::string signer = manifest.signature ? "signed by " + manifest.signature->key + " (" +
+                                                        manifest.signature->comment + ")"
+                                                  : "not signed: " + manifest.unsigned_because;
+    return in_quotes(manifest.product) + " " + manifest.version + ", " + signer;
+}
+
+void take(Console& console, const Arguments& arguments, const Offer& offer)
+{
+    if (!offer.manifest)
+        return;
+    require(remember(*offer.manifest, engine::TrustFolders::usual()));
+    if (!arguments.quiet && (!arguments.json || console.display().tells_events()))
+        console.display().note("manifest: " + text_of(*offer.manifest));
+}
+
+engine::Images choose_images(const Arguments& arguments, const Offer& offer, const Camera& camera)
+{
+    const auto found = engine::choose_images(offer.images, camera, arguments.allow_downgrade);
+    if (!found)
+        throw failure_of(found.status(), advice_for(found.status().reason()));
+    engine::Images images = (*found)->images;
+    if (!arguments.serial.empty() && !images.mfi)
+        throw Failure(kExitUsage, "--serial needs an MFi image to write the serial number into");
     if (!arguments.serial.empty())
         require(images.mfi->set_serial(arguments.serial));
+    require(check_images(camera, images));
     return images;
 }
 
@@ -74,7 +115,7 @@ void describe(Result& result, const engine::Images& images)
 {
     result.sha256 = images.firmware.digest();
     result.mfi_sha256 = images.mfi ? images.mfi->digest() : "";
-    result.version = images.firmware.version().value_or("");
+    result.version = images.version();
 }
 
 void describe(Result& result, const engine::Report& report)
@@ -156,7 +197,7 @@ void print_plan(Console& console, const Arguments& arguments, Camera& camera,
     engine::Plan plan = engine::plan_upgrade(camera, images, options, before);
     if (arguments.reset)
         plan.steps.push_back({engine::Action::kRestart});
-    const std::string version = images.firmware.version().value_or("");
+    const std::string version = images.version();
     std::string text = "to be done with " + camera.name() + ", " +
                        engine::version_change(camera.version(), version) + ":";
     Value::List steps;
@@ -199,6 +240,8 @@ const char* advice_for(engine::Reason reason)
             return "if it has an EEPROM, 'nyxus upgrade FILE --eeprom KIB' programs it";
         case engine::Reason::kNotStarted:
             return "'nyxus upgrade' installs another image, 'nyxus recover FILE' an older backup";
+        case engine::Reason::kDowngrade:
+            return "'--allow-downgrade' installs it all the same";
         default:
             return "";
     }

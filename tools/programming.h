@@ -6,14 +6,27 @@
 #include "events.h"
 #include "failure.h"
 
+#include <nyxus/engine/manifest.hpp>
 #include <nyxus/engine/upgrade.hpp>
 #include <string>
 
 // What the commands that program the ROM have in common.
 namespace tool {
 
-/// From the files of the command line.
-engine::Images load_images(const Arguments& arguments);
+/// What the files of the command line offer to cameras.
+struct Offer {
+    std::vector<engine::ChipImages> images;
+    std::optional<engine::AcceptedManifest> manifest = {};
+};
+/// A Failure for what may not be used.
+Offer load_images(const Arguments& arguments);
+/// Says whose images they are, and remembers that they are used.
+void take(Console& console, const Arguments& arguments, const Offer& offer);
+/// What a manifest says of itself: "'door camera' 2.1.0, signed by 0123456789ABCDEF (comment)".
+std::string text_of(const engine::AcceptedManifest& manifest);
+
+/// The images for a camera, with the serial number in them.
+engine::Images choose_images(const Arguments& arguments, const Offer& offer, const Camera& camera);
 engine::UpgradeOptions upgrade_options(const Arguments& arguments);
 
 /// How an upgrade has ended.

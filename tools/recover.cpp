@@ -4,6 +4,8 @@
 #include "result.h"
 #include "text.h"
 
+#include <algorithm>
+
 namespace tool {
 
 namespace {
@@ -36,10 +38,22 @@ std::string choose_backup(Console& console, const engine::Status& why,
     throw failure_of(why, "name one of these: 'nyxus recover FILE'" + list);
 }
 
+/// Where a key is trusted, a camera gets nothing back but what has been in it.
+void refuse_foreign_file(const Camera& camera, const engine::Backups& backups,
+                         const std::string& file)
+{
+    if (file.empty())
+        return;
+    const std::vector<engine::Backup> own = backups.candidates(camera);
+    if (std::ranges::find(own, std::filesystem::path(file), &engine::Backup::file) == own.end())
+        require(value_of(find_trust(engine::TrustFolders::usual())).check_bare_image(file));
+}
+
 /// What the camera is to hold.
 engine::Recovery choose(Console& console, const Camera& camera, const Arguments& arguments)
 {
     const engine::Backups backups;
+    refuse_foreign_file(camera, backups, arguments.file);
     auto found = engine::find_recovery(camera, backups, arguments.file, arguments.force);
     if (found.status().reason() == engine::Reason::kUncertainBackup) {
         const std::string file = choose_backup(console, found.status(), backups.candidates(camera));

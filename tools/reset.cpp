@@ -19,11 +19,13 @@ static Camera restart(Console& console, const Arguments& arguments, Camera camer
 }
 
 std::string start_new_firmware(Console& console, const Arguments& arguments, Camera camera,
-                               Result& result)
+                               Result& result, const engine::Images* images)
 {
     const Camera returned = restart(console, arguments, std::move(camera));
     result.version_after = returned.version();
-    const engine::Status started = check_started(returned, engine::Backups());
+    engine::Status started = check_started(returned, engine::Backups());
+    if (started && images != nullptr)
+        started = check_reports(returned, *images);
     if (!started)
         throw failure_of(started, advice_for(started.reason()));
     return returned.name() + " " + returned.firmware_sentence();

@@ -46,12 +46,19 @@ void add_upgrade(Command& app, Arguments& arguments)
     Command& command =
         add_command(app, "upgrade", "Program a firmware image, read it back and compare",
                     "camera.bin --mfi mfi.bin --serial A0001234 --reset");
-    add_file(command, &arguments.file, "Firmware image");
-    const Option& mfi =
-        command.file("--mfi", &arguments.mfi_file, "MFi image to program beside it");
+    command.file("FILE", &arguments.file, "Firmware image; without: --manifest");
+    const Option& manifest =
+        command.file("--manifest", &arguments.manifest,
+                     "Manifest, which names the images by chip, for any mixture of cameras");
+    command.text("--sha256", &arguments.sha256, "Digest that the firmware image has to have")
+        .shown_as("HEX")
+        .excluding(manifest);
+    command.file("--mfi", &arguments.mfi_file, "MFi image to program beside it")
+        .excluding(manifest);
     command.text("--serial", &arguments.serial, "Serial number to write into the MFi image before")
-        .shown_as("TEXT")
-        .needing(mfi);
+        .shown_as("TEXT");
+    command.flag("--allow-downgrade", &arguments.allow_downgrade,
+                 "Also from a newer version to an older one");
     command.flag("--force", &arguments.force, "Program it even if the ROM equals the image");
     add_programming(command, arguments);
     add_batch(command, arguments);

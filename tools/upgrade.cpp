@@ -37,11 +37,11 @@ void print_restart_at_most(Console& console, const Arguments& arguments, Camera&
 }
 
 /// What --dry-run does in its place.
-void plan_upgrade(Console& console, const Arguments& arguments, const engine::Images& images)
+void plan_upgrade(Console& console, const Arguments& arguments, const Offer& offer)
 {
     const engine::UpgradeOptions options = upgrade_options(arguments);
     Camera camera = open_with_rom(console, arguments);
-    require(check_images(camera, images));
+    const engine::Images images = choose_images(arguments, offer, camera);
     const std::vector<uint8_t> before = read_before(console, arguments, camera, options);
     if (!options.always && is_up_to_date(plan_upgrade(camera, images, options), before)) {
         print_restart_at_most(console, arguments, camera);
@@ -52,14 +52,16 @@ void plan_upgrade(Console& console, const Arguments& arguments, const engine::Im
 
 void upgrade(Console& console, const Arguments& arguments, Result& result)
 {
-    const engine::Images images = load_images(arguments);
+    const Offer offer = load_images(arguments);
     Camera camera = open_with_rom(console, arguments);
     result.camera = label_of(camera);
     result.version_before = camera.version();
+    promise_result(console, result);
+    const engine::Images images = choose_images(arguments, offer, camera);
     describe(result, images);
     promise_result(console, result);
-    require(check_images(camera, images));
     console.drain();
+    take(console, arguments, offer);
     console.display().note("upgrading " + camera.name());
     const bool programmed = program(console, camera, arguments, images, result);
     result.message = programmed ? what_is_done(arguments, images, result) : kUpToDate;
@@ -67,7 +69,7 @@ void upgrade(Console& console, const Arguments& arguments, Result& result)
     if (arguments.reset && !programmed && runs_its_rom(camera)) {
         console.display().note("not restarted: the camera runs what its ROM holds");
     } else if (arguments.reset) {
-        start_new_firmware(console, arguments, std::move(camera), result);
+        start_new_firmware(console, arguments, std::move(camera), result, &images);
     } else if (programmed) {
         console.display().note("the new firmware starts with the next reset: run 'nyxus reset'");
     }
@@ -79,9 +81,9 @@ void upgrade(Console& console, const Arguments& arguments, Result& result)
 ExitCode run_upgrade(Console& console, const Arguments& arguments)
 {
     if (arguments.dry_run) {
-        const engine::Images images = load_images(arguments); // once for all cameras
-        const Run plan = [&images](Console& shown, const Arguments& single) {
-            plan_upgrade(shown, single, images);
+        const Offer offer = load_images(arguments); // once for all cameras
+        const Run plan = [&offer](Console& shown, const Arguments& single) {
+            plan_upgrade(shown, single, offer);
             return kExitOk;
         };
         return arguments.all ? plan_batch(console, arguments, plan) : plan(console, arguments);

@@ -35,19 +35,37 @@ files::Descriptor put_aside(int fd)
 }
 
 /// The images in memory that nobody can change any more; empty, and errno, on failure.
-files::Descriptor sealed(const Images& images)
+files::Descriptor sealed(const std::vector<ChipImages>& all)
 {
     const files::Descriptor made(memfd_create("nyxus-images", MFD_CLOEXEC | MFD_ALLOW_SEALING));
     files::Descriptor file = put_aside(made.get());
-    for (const Bytes part :
-         {images.firmware.as_read(), images.mfi ? images.mfi->bytes() : Bytes()}) {
+    const auto add = [&file](Bytes part) {
         const std::string_view text(reinterpret_cast<const char*>(part.data()), part.size());
         if (file && files::write_all(file.get(), text) != 0)
             file.reset();
+    };
+    for (const ChipImages& one : all) {
+        add(one.images.firmware.as_read());
+        if (one.images.mfi)
+            add(one.images.mfi->bytes());
     }
     if (file && fcntl(file.get(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE) != 0)
         file.reset();
     return file;
+}
+
+Order order_for(const BatchCamera& camera, const BatchOptions& options)
+{
+    Order order{.port = camera.port, .options = options, .images = {}};
+    for (const ChipImages& one : *camera.images) {
+        const std::optional<Mfi>& mfi = one.images.mfi;
+        order.images.push_back({.chip = one.chip,
+                                .firmware_bytes = one.images.firmware.as_read().size(),
+                                .mfi_bytes = mfi ? mfi->bytes().size() : 0,
+                                .serial = mfi ? mfi->serial() : "",
+                                .reports = one.images.reports});
+    }
+    return order;
 }
 
 /// Attributes of posix_spawn(): a process group of its own, and no signal blocked.
@@ -98,8 +116,8 @@ bool send_line(int fd, const std::string& line)
 
 } // namespace
 
-Result<Helper> Helper::start(const std::string& program, const Order& order, const Images& images,
-                             const Backups& backups)
+Result<Helper> Helper::start(const std::string& program, const BatchCamera& camera,
+                             const BatchOptions& options, const Backups& backups)
 {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
@@ -109,7 +127,7 @@ Result<Helper> Helper::start(const std::string& program, const Order& order, con
     files::Pipe said = files::make_pipe();
     const files::Descriptor talk_end = put_aside(theirs.get());
     const files::Descriptor said_end = put_aside(said.write_end.get());
-    const files::Descriptor image = sealed(images);
+    const files::Descriptor image = sealed(*camera.images);
     if (!talk_end || !said_end || !image || fcntl(ours.get(), F_SETFL, O_NONBLOCK) != 0 ||
         fcntl(said.read_end.get(), F_SETFL, O_NONBLOCK) != 0)
         return start_failure(errno);
@@ -122,7 +140,8 @@ Result<Helper> Helper::start(const std::string& program, const Order& order, con
     const int error = posix_spawn(&pid, name.c_str(), fds.get(), attributes.get(), argv, environ);
     if (error != 0)
         return start_failure(error);
-    (void)send_line(ours.get(), to_line(order)); // one that has ended is noticed as such
+    (void)send_line(ours.get(),
+                    to_line(order_for(camera, options))); // one that has ended is noticed as such
     return Helper(std::move(ours), std::move(said.read_end), pid);
 }
 

@@ -13,8 +13,8 @@ namespace nyxus::engine {
 class Helper {
 public:
     /// Starts it and gives it its order.
-    static Result<Helper> start(const std::string& program, const Order& order,
-                                const Images& images, const Backups& backups);
+    static Result<Helper> start(const std::string& program, const BatchCamera& camera,
+                                const BatchOptions& options, const Backups& backups);
 
     LineReader& talk() { return talk_; }
     /// What it prints.

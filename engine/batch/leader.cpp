@@ -99,13 +99,7 @@ private:
 
     void start(size_t index)
     {
-        const Images& images = *cameras_[index].images;
-        const Order order{.port = cameras_[index].port,
-                          .options = options_,
-                          .firmware_bytes = images.firmware.as_read().size(),
-                          .mfi_bytes = images.mfi ? images.mfi->bytes().size() : 0,
-                          .serial = images.mfi ? images.mfi->serial() : ""};
-        auto helper = Helper::start(program_, order, images, backups_);
+        auto helper = Helper::start(program_, cameras_[index], options_, backups_);
         if (helper) {
             running_.emplace_back(index, *std::move(helper));
             return listener_.started(index);

@@ -12,9 +12,9 @@ using Json = nlohmann::json;
 namespace {
 
 // In the order of their values.
-constexpr const char* kKinds[] = {"begins",         "advances",   "ends",    "abandoned", "outlook",
-                                  "stop-postponed", "read-again", "kept",    "not-kept",  "backup",
-                                  "lost",           "retries",    "installs"};
+constexpr const char* kKinds[] = {
+    "begins", "advances", "ends",   "abandoned", "outlook", "stop-postponed", "read-again",
+    "kept",   "not-kept", "backup", "lost",      "retries", "installs",       "chosen"};
 constexpr const char* kReasons[] = {"none",
                                     "other",
                                     "stopped",
@@ -35,9 +35,11 @@ constexpr const char* kReasons[] = {"none",
                                     "uncertain-backup",
                                     "nothing-to-recover",
                                     "not-started",
-                                    "unreliable-reads"};
-static_assert(std::size(kKinds) == static_cast<size_t>(Event::Kind::kInstalls) + 1);
-static_assert(std::size(kReasons) == static_cast<size_t>(Reason::kUnreliableReads) + 1);
+                                    "unreliable-reads",
+                                    "untrusted",
+                                    "downgrade"};
+static_assert(std::size(kKinds) == static_cast<size_t>(Event::Kind::kChosen) + 1);
+static_assert(std::size(kReasons) == static_cast<size_t>(Reason::kDowngrade) + 1);
 
 const char* to_text(Event::Kind kind)
 {
@@ -74,7 +76,7 @@ static void to_json(Json& json, const Status& status)
 
 static void from_json(const Json& json, Status& status)
 {
-    const Reason reason = from_text(json.at("reason"), Reason::kUnreliableReads);
+    const Reason reason = from_text(json.at("reason"), Reason::kDowngrade);
     if (reason != Reason::kNone)
         status = {reason, json.at("message"), json.at("code").get<int32_t>(), json.at("where")};
 }
@@ -112,8 +114,9 @@ static void from_json(const Json& json, Keep& keep)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Discard, mfi, reserved)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(UpgradeOptions, always, backup, verify, wait_s, keep, discard)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(BatchOptions, upgrade, queue_depth, eeprom_bytes, restart,
-                                   plug_wait_s, trace_level)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Order, port, options, firmware_bytes, mfi_bytes, serial)
+                                   allow_downgrade, plug_wait_s, trace_level)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ImagePart, chip, firmware_bytes, mfi_bytes, serial, reports)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Order, port, options, images)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Event, phase, done, total, seconds, rom, stop_waits, text,
                                    version, status)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Report, status, rom, up_to_date, stopped, left_unlocked, backup,
@@ -163,7 +166,7 @@ FromHelper parse_from_helper(const std::string& line)
         if (json.contains("report"))
             return json.at("report").get<Report>();
         auto event = json.get<Event>();
-        event.kind = from_text(json.at("event"), Event::Kind::kInstalls);
+        event.kind = from_text(json.at("event"), Event::Kind::kChosen);
         return event;
     } catch (const std::exception&) {
         return {};

@@ -8,13 +8,20 @@
 // (docs/file-formats.md).
 namespace nyxus::engine {
 
-/// What a helper is to do. The images come as one memory file, the firmware first.
-struct Order {
-    std::string port;
-    BatchOptions options; ///< but for those of the leader
+/// Where ChipImages are in the memory file: behind those before, the firmware first.
+struct ImagePart {
+    std::string chip;
     size_t firmware_bytes = 0;
     size_t mfi_bytes = 0; ///< 0: no MFi image
     std::string serial;   ///< that has been put into it, "" if none
+    std::string reports;  ///< see Images
+};
+
+/// What a helper is to do.
+struct Order {
+    std::string port;
+    BatchOptions options; ///< but for those of the leader
+    std::vector<ImagePart> images;
 };
 
 constexpr char kStopLine[] = "{\"stop\":true}\n";

@@ -45,22 +45,38 @@ std::vector<uint8_t> read_images(size_t size, size_t offset)
     return bytes;
 }
 
-Result<Images> images_of(const Order& order)
+Result<ChipImages> images_of(const ImagePart& part, size_t offset)
 {
-    auto firmware = Firmware::from_rom(read_images(order.firmware_bytes, 0)); // as it was checked
+    auto firmware = // as it was checked
+        Firmware::from_rom(read_images(part.firmware_bytes, offset));
     if (!firmware)
         return firmware.status();
-    Images images{*std::move(firmware)};
-    if (order.mfi_bytes == 0)
+    ChipImages images{part.chip, {*std::move(firmware)}};
+    images.images.reports = part.reports;
+    if (part.mfi_bytes == 0)
         return images;
-    auto mfi = Mfi::from(read_images(order.mfi_bytes, order.firmware_bytes));
+    auto mfi = Mfi::from(read_images(part.mfi_bytes, offset + part.firmware_bytes));
     if (!mfi)
         return mfi.status();
-    images.mfi = *std::move(mfi);
-    if (order.serial.empty())
+    images.images.mfi = *std::move(mfi);
+    if (part.serial.empty())
         return images;
-    Status set = images.mfi->set_serial(order.serial);
-    return set ? Result<Images>(std::move(images)) : set;
+    Status set = images.images.mfi->set_serial(part.serial);
+    return set ? Result<ChipImages>(std::move(images)) : set;
+}
+
+Result<std::vector<ChipImages>> images_of(const Order& order)
+{
+    std::vector<ChipImages> all;
+    size_t offset = 0;
+    for (const ImagePart& part : order.images) {
+        auto images = images_of(part, offset);
+        if (!images)
+            return images.status();
+        all.push_back(*std::move(images));
+        offset += part.firmware_bytes + part.mfi_bytes;
+    }
+    return all;
 }
 
 Result<Camera> open_camera(const Order& order, const Caller& caller)
@@ -87,19 +103,26 @@ Report failed(Status status)
 
 Report work(const Order& order, const Backups& backups, const Caller& caller)
 {
-    const auto images = images_of(order);
-    if (!images)
-        return failed(images.status());
+    const auto all = images_of(order);
+    if (!all)
+        return failed(all.status());
     auto camera = open_camera(order, caller);
     if (!camera)
         return failed(camera.status());
+    const auto chosen = choose_images(*all, *camera, order.options.allow_downgrade);
+    if (!chosen)
+        return failed(chosen.status());
+    caller.tell({.kind = Event::Kind::kChosen, .text = (*chosen)->chip});
+    const Images& images = (*chosen)->images;
     const UpgradeOptions& options = order.options.upgrade;
-    Report report = upgrade(*camera, *images, options, backups, caller);
+    Report report = upgrade(*camera, images, options, backups, caller);
     if (!report.status || !order.options.restart || report.up_to_date)
         return report;
     const auto returned = restart(*std::move(camera), options.wait_s, backups, caller);
     report.version_after = returned ? returned->version() : "";
     report.status = returned ? check_started(*returned, backups) : returned.status();
+    if (report.status)
+        report.status = check_reports(*returned, images);
     report.stopped = report.status.reason() == Reason::kStopped;
     return report;
 }

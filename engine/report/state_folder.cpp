@@ -21,12 +21,22 @@ static fs::path home_folder()
     return user != nullptr && user->pw_dir != nullptr ? user->pw_dir : "";
 }
 
+static fs::path user_folder(const char* variable, const char* below_home)
+{
+    if (const char* folder = std::getenv(variable); folder != nullptr && *folder == '/')
+        return fs::path(folder) / "nyxus";
+    const fs::path home = home_folder();
+    return home.empty() ? home : home / below_home / "nyxus";
+}
+
 fs::path usual_state_folder()
 {
-    if (const char* state = std::getenv("XDG_STATE_HOME"); state != nullptr && *state == '/')
-        return fs::path(state) / "nyxus";
-    const fs::path home = home_folder();
-    return home.empty() ? home : home / ".local/state/nyxus";
+    return user_folder("XDG_STATE_HOME", ".local/state");
+}
+
+fs::path usual_config_folder()
+{
+    return user_folder("XDG_CONFIG_HOME", ".config");
 }
 
 } // namespace nyxus::engine

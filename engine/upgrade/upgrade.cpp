@@ -18,8 +18,7 @@ void tell_parts(const Task& task, Event::Kind kind, const std::vector<Part>& par
 void tell_versions(const Task& task)
 {
     const Firmware& firmware = task.images.firmware;
-    const std::string change =
-        version_change(task.report.version_before, firmware.version().value_or(""));
+    const std::string change = version_change(task.report.version_before, task.images.version());
     tell(task.caller, {.kind = Event::Kind::kInstalls,
                        .text = change + ", image with SHA-256 " + firmware.digest(),
                        .version = task.report.version_before});

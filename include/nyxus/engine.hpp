@@ -36,6 +36,7 @@
 #include <nyxus/engine/events.hpp>
 #include <nyxus/engine/images.hpp>
 #include <nyxus/engine/kernel_driver.hpp>
+#include <nyxus/engine/manifest.hpp>
 #include <nyxus/engine/plan.hpp>
 #include <nyxus/engine/rom.hpp>
 #include <nyxus/engine/status.hpp>

@@ -110,7 +110,7 @@ Listener run(const std::vector<std::string>& ports, engine::BatchOptions options
     options.helper = folder.path() / "helper";
     std::ofstream(options.helper) << kScript;
     chmod(options.helper.c_str(), 0755);
-    const engine::Images images = images_for("rowan-spi");
+    const std::vector<engine::ChipImages> images = {{"", images_for("rowan-spi")}};
     std::vector<engine::BatchCamera> cameras;
     for (const std::string& port : ports)
         cameras.push_back({port, &images});
@@ -223,7 +223,7 @@ TEST(EngineBatch, AStopIsPassedOnAndEndsProcessesOnlyWhenTheyShallEndAtOnce)
 
 TEST(EngineBatch, AHelperThatCannotBeStartedIsAFailureOfItsCamera)
 {
-    const engine::Images images = images_for("rowan-spi");
+    const std::vector<engine::ChipImages> images = {{"", images_for("rowan-spi")}};
     Listener listener(1);
     engine::run_batch({{"1-1", &images}}, {.helper = "/dev/null"}, engine::Backups(), listener);
     EXPECT_EQ(listener.reports[0].status.reason(), Reason::kOther);
@@ -236,15 +236,16 @@ TEST(EngineBatchOnCameras, EachGetsItsOwnImagesAndStarts)
     const auto cameras = *nyxus::list_cameras();
     ASSERT_EQ(cameras.size(), 2u);
     const Folder folder;
-    std::vector<engine::Images> images;
+    std::vector<engine::ChipImages> images; // of both, each for one of them
     std::vector<engine::BatchCamera> batch;
     for (const nyxus::CameraInfo& camera : cameras) {
-        images.push_back(images_for(camera.product));
-        images.back().mfi = *engine::Mfi::from(sim::make_mfi_image(1, "AAAAAAAA"));
-        ASSERT_TRUE(images.back().mfi->set_serial("UNIT000" + std::to_string(images.size())));
+        images.push_back(
+            {camera.product == "rowan-spi" ? "RO2" : "ZR5400", images_for(camera.product)});
+        std::optional<engine::Mfi>& mfi = images.back().images.mfi;
+        mfi = *engine::Mfi::from(sim::make_mfi_image(1, "AAAAAAAA"));
+        ASSERT_TRUE(mfi->set_serial("UNIT000" + std::to_string(images.size())));
+        batch.push_back({camera.port_path, &images});
     }
-    for (size_t i = 0; i < cameras.size(); ++i)
-        batch.push_back({cameras[i].port_path, &images[i]});
     Listener listener(batch.size());
     engine::run_batch(batch, {.restart = true}, engine::Backups(folder.path()), listener);
     for (size_t i = 0; i < cameras.size(); ++i) {
@@ -257,7 +258,7 @@ TEST(EngineBatchOnCameras, EachGetsItsOwnImagesAndStarts)
         auto camera = engine::Camera::open(*nyxus::find_camera(cameras[i].port_path));
         ASSERT_TRUE(camera) << camera.status().text();
         EXPECT_EQ(camera->firmware_version(), 0x0205);
-        const nyxus::Bytes mfi = images[i].mfi->bytes();
+        const nyxus::Bytes mfi = images[i].images.mfi->bytes();
         const auto rom =
             engine::read_rom(*camera, NYXUS_MFI_ROM_ADDR, static_cast<uint32_t>(mfi.size()), {});
         EXPECT_EQ(engine::find_difference(*rom, mfi).count, 0u);

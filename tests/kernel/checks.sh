@@ -146,7 +146,7 @@ takes_a_snapshot() {
         eventually 5 has_video
 }
 
-upgrades() { expect 0 90 nyxus upgrade /image.bin; }
+upgrades() { expect 0 90 nyxus upgrade /image.bin --allow-downgrade; }
 
 resets() {
     before=$(cat /sys/bus/usb/devices/1-1/devnum)
@@ -238,7 +238,7 @@ loses_the_camera_in() { # SIGNAL TEXT COMMAND...: pulled when the command has sa
 }
 
 upgrade_loses_the_camera() { # SIGNAL
-    loses_the_camera_in "$1" 'rogram' nyxus upgrade /image.bin || return 1
+    loses_the_camera_in "$1" 'rogram' nyxus upgrade /image.bin --allow-downgrade || return 1
     [ "$code" -eq 11 ] || { echo "ended with $code instead of 11"; return 1; }
     says 'nyxus: .*unplugged\|nyxus: .*lost\|nyxus: .*gone' doing
 }

@@ -23,6 +23,7 @@ Bench::Bench()
         throw std::runtime_error("mkdtemp");
     folder_ = pattern;
     setenv("XDG_STATE_HOME", state_folder().c_str(), 1);
+    setenv("XDG_CONFIG_HOME", path("config").c_str(), 1); // no keys of whoever runs the tests
 }
 
 Bench::~Bench()

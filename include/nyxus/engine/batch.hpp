@@ -7,26 +7,28 @@
 #ifndef NYXUS_ENGINE_BATCH_HPP
 #define NYXUS_ENGINE_BATCH_HPP
 
+#include <nyxus/engine/manifest.hpp>
 #include <nyxus/engine/upgrade.hpp>
 
 namespace nyxus::engine {
 
 /// One camera of a batch.
 struct BatchCamera {
-    std::string port;     ///< CameraInfo::port_path
-    const Images* images; ///< borrowed until the batch has ended
+    std::string port;                      ///< CameraInfo::port_path
+    const std::vector<ChipImages>* images; ///< see choose_images(); borrowed until all have ended
 };
 
 struct BatchOptions {
     UpgradeOptions upgrade = {};
     unsigned queue_depth = Camera::kQueueDepth; ///< of the cameras
     uint32_t eeprom_bytes = 0;                  ///< see Camera::require_rom()
-    bool restart = false;                       ///< restart() and check_started() afterwards
-    unsigned plug_wait_s = 0; ///< for a camera that is not there when its turn comes
-    unsigned silence_s = 60;  ///< without an event; then its camera is given up
-    unsigned at_once = 0;     ///< so many cameras at a time; 0: all
-    int trace_level = 0;      ///< NyTraceVerbose_level(): what `said` hears
-    std::string helper = {};  ///< the program; "": the installed one
+    bool restart = false;         ///< restart(), check_started() and check_reports() afterwards
+    bool allow_downgrade = false; ///< see choose_images()
+    unsigned plug_wait_s = 0;     ///< for a camera that is not there when its turn comes
+    unsigned silence_s = 60;      ///< without an event; then its camera is given up
+    unsigned at_once = 0;         ///< so many cameras at a time; 0: all
+    int trace_level = 0;          ///< NyTraceVerbose_level(): what `said` hears
+    std::string helper = {};      ///< the program; "": the installed one
 };
 
 /// How a camera of a batch ended. Where its process has ended without a report, `status` says so,

@@ -57,6 +57,7 @@ struct Event {
         kRetries,       ///< the camera `text` is back, and the work begins once more
         kInstalls,      ///< an upgrade begins: `text`, from which version to which, and the image's
                         ///< digest; `version`: the one that the camera reports before
+        kChosen,        ///< of a batch: the camera gets the ChipImages whose chip is `text`
     };
 
     Kind kind = Kind::kBegins;

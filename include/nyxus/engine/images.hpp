@@ -103,6 +103,13 @@ private:
 struct Images {
     Firmware firmware;
     std::optional<Mfi> mfi = {};
+    std::string reports = {}; ///< the version that a camera then reports, where a manifest says so
+
+    /// What is said of it, or else what the firmware says of itself: "0x0205"; "": nobody knows.
+    std::string version() const
+    {
+        return reports.empty() ? firmware.version().value_or("") : reports;
+    }
 };
 
 /// kWrongImage for images that are not for this camera. Nothing blocks.

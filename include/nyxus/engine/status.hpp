@@ -36,6 +36,8 @@ enum class Reason {
     kNothingToRecover, ///< the camera runs its firmware
     kNotStarted,       ///< the camera does not start what its ROM holds, or not what was written
     kUnreliableReads,  ///< what the camera says of its ROM's contents cannot be relied on
+    kUntrusted,        ///< no trusted key has signed it, or nobody knows what is trusted
+    kDowngrade,        ///< a newer version has been there; nothing was written
 };
 
 /// Success, or why there is none. Its message says what failed and why, printable, in one line
