@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <optional>
 #include <thread>
 
 #include "cameras/shipped.h"
@@ -183,6 +184,29 @@ TEST(Device, TheApplicationMayKnowFirstThatACameraIsGone)
     camera.remove();
     camera.bed().replug(camera.sim());
     EXPECT_NE(camera.create(), nullptr) << nyxus_errmsg;
+}
+
+TEST(Device, WithoutAnEventThreadItTransfersAndClosesHoweverItsCameraGoes)
+{
+    EXPECT_EQ(nyxus_usb_context(nullptr), nullptr);
+    for (const std::optional<sim::Announce> unplug :
+         {std::optional<sim::Announce>(), std::optional(sim::Announce::kYes),
+          std::optional(sim::Announce::kNo)}) {
+        Camera camera{models::kRowan};
+        nyxus_set_event_thread(0);
+        NyDevice* device = camera.create();
+        nyxus_set_event_thread(1);
+        ASSERT_NE(device, nullptr) << nyxus_errmsg;
+        EXPECT_NE(nyxus_usb_context(device), nullptr);
+        uint8_t byte = 0;
+        EXPECT_EQ(XuRegRead(device, 0x20, 1, &byte), 0) << nyxus_errmsg;
+        if (unplug)
+            camera.bed().unplug(camera.sim(), *unplug);
+        camera.remove(); // would abort in libusb if an interface of a camera that is gone were
+                         // released
+    }
+    Camera camera{models::kRowan};
+    EXPECT_EQ(nyxus_usb_context(camera.device()), nullptr);
 }
 
 TEST(Device, AnObjectWithoutAHandleStaysMarked)

@@ -97,14 +97,15 @@ void Session::check(const std::string& doing, int32_t status) const
 void set_action(Command& command, Arguments& arguments, SessionAction action,
                 std::function<void()> check_first)
 {
-    set_run(command, arguments,
-            [action = std::move(action), check_first = std::move(check_first)](
-                Console& console, const Arguments& chosen) {
-                check_first();
-                Session session{console, chosen, open_chosen(console, chosen, engine::Use::kAnything)};
-                action(session);
-                return kExitOk;
-            });
+    set_run(
+        command, arguments,
+        [action = std::move(action), check_first = std::move(check_first)](
+            Console& console, const Arguments& chosen) {
+            check_first();
+            Session session{console, chosen, open_chosen(console, chosen, engine::Use::kAnything)};
+            action(session);
+            return kExitOk;
+        });
 }
 
 void set_writing_action(Command& command, Arguments& arguments, SessionAction action,

@@ -65,7 +65,8 @@ Status refuse_other_camera(const Task& task, const Plan& plan, const Footprint& 
                 ", so it is left alone"};
 }
 
-Result<Camera> open_returned(const CameraInfo& before, Use use, unsigned wait_s, const Caller& caller)
+Result<Camera> open_returned(const CameraInfo& before, Use use, unsigned wait_s,
+                             const Caller& caller)
 {
     PhaseScope scope(caller, Phase::kWaiting, 0, before.port_path);
     const auto now = wait_for_return(before, wait_s, caller);

@@ -67,7 +67,7 @@ struct NyDevice {
     void* line_user; /**< private: for line_callback */
     /** private: see nyxus/extensions.h */
     void (*progress_callback)(NyDevice*, uint64_t, uint64_t, void*);
-    void* progress_user;   /**< private: for progress_callback */
+    void* progress_user; /**< private: for progress_callback */
     /** private: whose events the application handles; NULL where libuvc's thread does */
     libusb_context* usb_context;
     uint64_t reserved[23]; /**< private: room for more, so that the record keeps its size */

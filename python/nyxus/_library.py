@@ -61,7 +61,8 @@ class NyDevice(Structure):
                 ("stream_running", c_uint8), ("control_length_known", c_uint8 * 32),
                 ("control_lengths", c_uint16 * 256), ("line_callback", c_void_p),
                 ("line_user", c_void_p), ("progress_callback", c_void_p),
-                ("progress_user", c_void_p), ("reserved", ctypes.c_uint64 * 24)]
+                ("progress_user", c_void_p), ("usb_context", c_void_p),
+                ("reserved", ctypes.c_uint64 * 23)]
 
 
 class OsdDatetime(Structure):
