@@ -90,7 +90,7 @@ void add_manifest_command(Command& app, Arguments& arguments)
     command.needing_command();
     Command& creation =
         add_command(command, "create", "Write one, which 'minisign -Sm' then signs",
-                    "--product \"Door camera\" --version 2.1.0 --reports 0x0205 camera.bin");
+                    "--product Door --version 2.1 --reports 0x0205 door.bin");
     creation.file("IMAGES", &options->images, "Firmware images, one for each chip")
         .required()
         .times(1, Option::kAnyNumber);

@@ -353,6 +353,7 @@ TEST(Backup, IsProvenOnceTheCameraHasStartedFromIt)
     const Bench bench;
     const auto proven = [&](const std::string& script) {
         std::filesystem::remove_all(bench.state_folder());
+        std::filesystem::remove(bench.rom_file()); // or it would be a downgrade
         const Outcome outcome = run_script(bench, kModel, script);
         EXPECT_EQ(outcome.exit_code, 0) << script << outcome.err;
         const Outcome list = bench.nyxus({}, {"backups", "list", "--json"});
