@@ -50,6 +50,8 @@ Offer load_images(const Arguments& arguments)
 {
     if (arguments.file.empty() == arguments.manifest.empty())
         throw Failure(kExitUsage, "name a firmware image or a --manifest, one of them");
+    if (!arguments.serial.empty() && arguments.mfi_file.empty() && arguments.manifest.empty())
+        throw Failure(kExitUsage, "--serial needs an MFi image to write it into: see --mfi");
     const auto folders = engine::TrustFolders::usual();
     const engine::Trust trust = value_of(find_trust(folders));
     if (arguments.manifest.empty()) {
