@@ -95,6 +95,7 @@ Status await_return(const Task& task, const Plan& plan, const Footprint& footpri
     }
     if (Status same = refuse_other_camera(task, plan, footprint, before, *returned); !same)
         return same;
+    returned->queue_depth = task.camera.queue_depth;
     task.camera = *std::move(returned);
     return log ? log->note_return(task.camera) : log.status();
 }

@@ -10,6 +10,7 @@ Result<Camera> restart(Camera camera, unsigned wait_s, const Backups& backups, c
 {
     const CameraInfo before = camera.info();
     const Use use = camera.use();
+    const unsigned queue_depth = camera.queue_depth;
     auto log = UnitLog::of(backups, camera);
     PhaseScope scope(caller, Phase::kRestarting, 0, before.port_path);
     // The chip may be gone before it has confirmed the request, so a failure says nothing: whether
@@ -22,6 +23,7 @@ Result<Camera> restart(Camera camera, unsigned wait_s, const Backups& backups, c
     auto returned = Camera::open(*now, use);
     if (!returned)
         return returned;
+    returned->queue_depth = queue_depth;
     scope.end();
     if (log)
         (void)log->note_restart(*returned); // check_started() tells
