@@ -2,9 +2,13 @@
 //
 // When the kernel refuses a transfer, libuvc goes on with those before it. But if one of these ends
 // while libuvc still queues others, the next one takes its memory, it cannot be queued again
-// itself, and libuvc waits for it for ever when the stream is stopped. So none ends meanwhile: the
-// event thread is held.
+// itself, and libuvc waits for it for ever when the stream is stopped. The same goes for transfers
+// of another camera. So none ends meanwhile: the event threads of all that streams here are held.
 #include "safe_start.h"
+
+#include <algorithm>
+#include <array>
+#include <mutex>
 
 #include "held_events.h"
 #include "payload.h"
@@ -13,6 +17,39 @@
 
 // Exported by libuvc, but declared in none of its public headers.
 extern "C" uvc_error_t uvc_release_if(uvc_device_handle_t* devh, int idx);
+
+namespace {
+
+constexpr size_t kMostStreams = 32; // those beyond are not held
+
+std::mutex streams_lock;
+std::array<libusb_device_handle*, kMostStreams> streams; // nullptr: free
+
+void replace(libusb_device_handle* old, libusb_device_handle* now)
+{
+    const auto place = std::find(streams.begin(), streams.end(), old);
+    if (place != streams.end())
+        *place = now;
+}
+
+/// Starts it while no transfer of this process ends.
+uvc_error_t start_while_held(uvc_stream_handle_t* stream, uvc_frame_callback_t* callback,
+                             void* user)
+{
+    std::array<nyxus::HeldEvents*, kMostStreams> held{};
+    for (size_t i = 0; i < streams.size(); ++i) {
+        if (streams[i] != nullptr && !nyxus::is_gone(streams[i]))
+            held[i] = nyxus::HeldEvents::hold(streams[i]);
+    }
+    const uvc_error_t rc = uvc_stream_start(stream, callback, user, 0);
+    for (nyxus::HeldEvents* events : held) {
+        if (events != nullptr)
+            events->let_go();
+    }
+    return rc;
+}
+
+} // namespace
 
 /// What uvc_start_streaming() does inside, but for the end of a stream that does not start: libuvc
 /// would close it itself, and not come back from that when the camera has just gone.
@@ -28,15 +65,21 @@ uvc_error_t nyxus::start_safely(NyDevice* pDevObj, uvc_stream_handle_t** stream,
         return rc;
     }
     pDevObj->stream_running = 1;
-    HeldEvents* events = is_kernel_memory_limited()
-                             ? HeldEvents::hold(uvc_get_libusb_handle(pDevObj->uvc_handle))
-                             : nullptr;
-    rc = uvc_stream_start(*stream, callback, user, 0);
-    if (events != nullptr)
-        events->let_go();
+    {
+        const std::lock_guard lock(streams_lock);
+        replace(nullptr, uvc_get_libusb_handle(pDevObj->uvc_handle));
+        rc = is_kernel_memory_limited() ? start_while_held(*stream, callback, user)
+                                        : uvc_stream_start(*stream, callback, user, 0);
+    }
     if (rc < 0)
         (void)stop_streams(pDevObj);
     return rc;
+}
+
+void nyxus::forget_stream(libusb_device_handle* handle)
+{
+    const std::lock_guard lock(streams_lock);
+    replace(handle, nullptr);
 }
 
 void nyxus::give_back_interface(NyDevice* pDevObj)

@@ -26,6 +26,7 @@
 #include <new>
 
 #include "held_events.h"
+#include "safe_start.h"
 #include "usb/session_state.h"
 
 namespace {
@@ -243,6 +244,7 @@ bool nyxus::stop_streams(NyDevice* pDevObj)
     uvc_device_handle_t* handle = pDevObj->uvc_handle;
     if (handle == nullptr)
         return pDevObj->device_gone == 0;
+    forget_stream(uvc_get_libusb_handle(handle));
     if (pDevObj->stream_running) {
         const bool stopped = enter_safely(pDevObj, handle, kStop);
         pDevObj->stream_running = stopped ? 0 : 1;
