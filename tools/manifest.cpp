@@ -88,9 +88,8 @@ void add_manifest_command(Command& app, Arguments& arguments)
     Command& command = add_command(app, "manifest", "Which images are meant for which cameras",
                                    "check manifest.toml");
     command.needing_command();
-    Command& creation =
-        add_command(command, "create", "Write one, which 'minisign -Sm' then signs",
-                    "--product Door --version 2.1 --reports 0x0205 door.bin");
+    Command& creation = add_command(command, "create", "Write one, which 'minisign -Sm' then signs",
+                                    "--product Door --version 2.1 --reports 0x0205 door.bin");
     creation.file("IMAGES", &options->images, "Firmware images, one for each chip")
         .required()
         .times(1, Option::kAnyNumber);
