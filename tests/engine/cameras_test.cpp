@@ -221,6 +221,7 @@ TEST(EngineCameras, TellWhoUsesThem)
     }
     char byte = 0;
     ASSERT_EQ(read(ready.read_end.get(), &byte, 1), 1);
+    const NeverFreed device_object;
     const std::string message = engine::Camera::open(info).status().message();
     EXPECT_TRUE(
         message.ends_with(" (process " + std::to_string(user) + "); close it and try again"))
