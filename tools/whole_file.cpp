@@ -31,14 +31,13 @@ static bool is_captured(const struct stat& entry)
 
 void refuse_impossible_target(const std::string& path)
 {
+    struct stat entry {};
+    if (stat(path.c_str(), &entry) == 0 && (S_ISSOCK(entry.st_mode) || is_captured(entry)))
+        throw Failure(kExitFailure, "cannot write " + in_quotes(path) + ": it is not a plain file");
     try {
         files::check_replaceable(path);
     } catch (const std::system_error& error) {
         throw Failure(kExitFailure, error.what());
-    }
-    struct stat entry {};
-    if (stat(path.c_str(), &entry) == 0 && (S_ISSOCK(entry.st_mode) || is_captured(entry))) {
-        throw Failure(kExitFailure, "cannot write " + in_quotes(path) + ": it is not a plain file");
     }
 }
 
