@@ -26,7 +26,7 @@ done < <(sed -nE 's/^    (NYXUS_[A-Z_]+) = (-?[0-9]+),.*/\1 \2/p' "$sources/incl
 
 while read -r value; do
     expect "exit $value" "exit code $value:"
-done < <(sed -nE 's/^    kExit[A-Za-z]+ = ([0-9]+),/\1/p' "$sources/tools/exit_codes.h")
+done < <(sed -nE 's/^    kExit[A-Za-z]+ = ([0-9]+),/\1/p' "$sources/tool/terminal/exit_codes.h")
 
 # NY_FAIL(CODE, "message"), whose arguments may stand on several lines.
 while IFS='|' read -r code message; do

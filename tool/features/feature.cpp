@@ -1,0 +1,145 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "features/feature.h"
+
+#include "terminal/failure.h"
+#include "terminal/json_text.h"
+#include "terminal/text.h"
+
+#include <nyxus/error.h>
+#include <algorithm>
+#include <utility>
+
+namespace tool {
+
+namespace {
+
+std::string text_of(const Value& value)
+{
+    if (const auto* text = std::get_if<std::string>(&value.content()))
+        return printable(*text);
+    if (const auto* bytes = std::get_if<Value::Bytes>(&value.content())) {
+        std::string list;
+        for (const uint8_t byte : *bytes)
+            list += (list.empty() ? "" : " ") + format("%02X", byte);
+        return list;
+    }
+    return json_line(value);
+}
+
+std::string words_of(std::string name)
+{
+    std::ranges::replace(name, '_', ' ');
+    return name;
+}
+
+} // namespace
+
+void Session::print(const Members& values)
+{
+    console.drain();
+    Display& display = console.display();
+    if (arguments.json) {
+        display.say(json_text(values));
+    } else {
+        for (const auto& [name, value] : values)
+            display.say(words_of(name) + ": " + text_of(value));
+    }
+    // Some print until nobody listens any more.
+    if (const std::string complaint = display.output_complaint(); !complaint.empty())
+        throw Failure(kExitFailure, complaint);
+}
+
+void Session::make(const Change& change)
+{
+    if (change.wanted.is_nothing())
+        return print({{change.name, change.read()}});
+    const bool asks = !(arguments.dry_run && change.reading_writes);
+    const Value before = asks ? change.read() : Value();
+    const auto values = [&](const Value& after) {
+        return Members{{"name", change.name}, {"before", before}, {"after", after}};
+    };
+    const auto line = [&](const Value& after) {
+        return words_of(change.name) + ": " + (asks ? text_of(before) : "?") + " -> " +
+               text_of(after);
+    };
+    if (arguments.dry_run) {
+        return print_dry_run(console, arguments, camera, line(change.wanted), values(change.wanted),
+                             change.cost);
+    }
+    check(change.doing, change.write());
+    const Value after = change.read_back ? change.read() : change.wanted;
+    console.drain();
+    console.display().say(arguments.json ? json_text(values(after)) : line(after));
+}
+
+void Session::order(const std::string& name, const std::string& what, const std::string& doing,
+                    const std::function<int32_t()>& write, const Cost& cost,
+                    const std::string& more)
+{
+    if (arguments.dry_run) {
+        return print_dry_run(console, arguments, camera, words_of(name) + ": " + what,
+                             {{name, what}}, cost, more);
+    }
+    check(doing, write());
+    print({{name, what}});
+}
+
+void Session::check(const std::string& doing, int32_t status) const
+{
+    if (status == NYXUS_E_INVALID) {
+        throw Failure(kExitNotSupported,
+                      doing + ": " + camera.name() + " has no such control in its firmware");
+    }
+    if (status < 0)
+        throw library_failure(doing, status);
+}
+
+void set_action(Command& command, Arguments& arguments, SessionAction action,
+                std::function<void()> check_first)
+{
+    set_run(
+        command, arguments,
+        [action = std::move(action), check_first = std::move(check_first)](
+            Console& console, const Arguments& chosen) {
+            check_first();
+            Session session{console, chosen, open_chosen(console, chosen, engine::Use::kAnything)};
+            action(session);
+            return kExitOk;
+        });
+}
+
+void set_writing_action(Command& command, Arguments& arguments, SessionAction action,
+                        std::function<void()> check_first)
+{
+    add_dry_run(command, arguments);
+    set_action(command, arguments, std::move(action), std::move(check_first));
+}
+
+Cost backup_cost(Session& session)
+{
+    if (session.arguments.skip_backup)
+        return {};
+    return engine::whole_read_twice(session.camera, engine::replaced_bytes(session.camera));
+}
+
+Members lines_of(std::span<const uint8_t> bytes, uint32_t address)
+{
+    constexpr size_t kBytesPerLine = 16;
+    Members lines;
+    for (size_t done = 0; done < bytes.size(); done += kBytesPerLine) {
+        const auto line = bytes.subspan(done, std::min(kBytesPerLine, bytes.size() - done));
+        lines.push_back(
+            {format("0x%04zX", address + done), Value::Bytes(line.begin(), line.end())});
+    }
+    return lines;
+}
+
+std::vector<uint8_t> to_bytes(const std::vector<uint32_t>& values)
+{
+    std::vector<uint8_t> bytes(values.size());
+    std::ranges::transform(values, bytes.begin(),
+                           [](uint32_t value) { return static_cast<uint8_t>(value); });
+    return bytes;
+}
+
+} // namespace tool

@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "features/feature.h"
+
+#include <nyxus/peripheral.h>
+#include <array>
+#include <chrono>
+#include <thread>
+
+namespace tool {
+
+namespace {
+
+constexpr std::chrono::milliseconds kPollInterval{200};
+constexpr int kSettingBytes = 4;
+
+struct MotionOptions {
+    std::vector<uint32_t> setting;
+    bool watch = false;
+    uint32_t count = 0; ///< polls; 0: without end
+};
+
+std::array<uint8_t, kSettingBytes> setting_of(Session& session)
+{
+    std::array<uint8_t, kSettingBytes> setting{};
+    session.check("reading the motion setting",
+                  XU_MotionDetectGet(session.device(), setting.data()));
+    return setting;
+}
+
+void run_get(Session& session)
+{
+    session.print({{"motion_setting", setting_of(session)}});
+}
+
+void run_set(Session& session, const MotionOptions& options)
+{
+    const std::vector<uint8_t> wanted = to_bytes(options.setting);
+    session.make({.name = "motion_setting",
+                  .read = [&] { return setting_of(session); },
+                  .wanted = wanted,
+                  .doing = "setting the motion detection",
+                  .write = [&] { return XU_MotionDetectSet(session.device(), wanted.data()); },
+                  .cost = register_write(kSettingBytes) + register_read(kSettingBytes)});
+}
+
+bool poll(Session& session)
+{
+    uint8_t alarm = 0;
+    session.check("asking for motion", XU_MotionDetectPoll(session.device(), &alarm));
+    return alarm != 0;
+}
+
+void print_poll(Session& session, bool motion)
+{
+    session.print({{"motion", motion ? "yes" : "no"}});
+}
+
+/// Speaks when there is motion, so that a day without is an empty page.
+void watch(Session& session, uint32_t count)
+{
+    uint32_t alarms = 0;
+    for (uint32_t done = 1;; ++done) {
+        const bool motion = poll(session);
+        session.console.sign_of_life();
+        if (motion) {
+            ++alarms;
+            print_poll(session, true);
+        }
+        if (done == count)
+            break;
+        std::this_thread::sleep_for(kPollInterval);
+    }
+    session.print({{"polls", count}, {"alarms", alarms}});
+}
+
+} // namespace
+
+void add_motion_command(Command& app, Arguments& arguments)
+{
+    const auto options = std::make_shared<MotionOptions>();
+    Command& command =
+        add_command(app, "motion", "Ask for motion, or set its detection", "poll --watch");
+    command.needing_command();
+    set_action(add_command(command, "get", "Show the setting", ""), arguments, run_get);
+
+    Command& set = add_command(command, "set", "Change the setting", "1 0x20 0 0");
+    set.number("BYTES", &options->setting, kByteRange, "4 bytes that the firmware defines")
+        .required()
+        .times(kSettingBytes, kSettingBytes);
+    set_writing_action(set, arguments, [options](Session& session) { run_set(session, *options); });
+
+    Command& ask =
+        add_command(command, "poll", "Was there motion since the last time?", "--watch --count 50");
+    const Option& watch_flag =
+        ask.flag("--watch", &options->watch, "Ask five times a second, tell of motion only");
+    constexpr uint32_t kMostPolls = 1'000'000'000;
+    add_number(ask, "--count", &options->count, 1, kMostPolls, "Stop after so many times")
+        .needing(watch_flag);
+    set_action(ask, arguments, [options](Session& session) {
+        if (options->watch) {
+            watch(session, options->count);
+        } else {
+            print_poll(session, poll(session));
+        }
+    });
+}
+
+} // namespace tool

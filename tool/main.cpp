@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "command_line/arguments.h"
+#include "terminal/console.h"
+#include "terminal/failure.h"
+#include "terminal/json_text.h"
+#include "terminal/text.h"
+
+#include <nyxus/trace.h>
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+#include <nyxus/engine/kernel_driver.hpp>
+
+namespace {
+
+using namespace tool;
+
+/// A success that nobody could read of is none.
+ExitCode noticing_lost_output(Display& display, ExitCode code)
+{
+    const std::string complaint = display.output_complaint();
+    if (complaint.empty())
+        return code;
+    display.warn("nyxus: " + complaint);
+    return code == kExitOk ? kExitFailure : code;
+}
+
+/// The same for what is printed without a display, such as help.
+int noticing_lost_output(int code)
+{
+    std::cout.flush();
+    if (std::cout && std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+        return code;
+    std::fprintf(stderr, "nyxus: cannot write to standard output: %s\n", std::strerror(errno));
+    return code == kExitOk ? kExitFailure : code;
+}
+
+ExitCode run_reporting_failures(const Arguments& arguments)
+{
+    Console console(arguments.verbosity, arguments.patience_s);
+    try {
+        NyTraceVerbose_level(std::min(arguments.verbosity, 3));
+        if (arguments.quiet || arguments.json)
+            console.display().be_quiet(); // until events are told
+        if (arguments.json) {
+            console.display().set_last_line(
+                [](const Failure& failure, RomContents) { return json_error(failure); });
+        }
+        for (const std::string& line : nyxus::engine::put_left_cameras_back())
+            console.display().warn("nyxus: " + line);
+        const ExitCode code = arguments.run(console, arguments);
+        console.drain();
+        console.display().set_last_line(nullptr);
+        return noticing_lost_output(console.display(), code);
+    } catch (const Failure& failure) {
+        console.drain();
+        console.display().abandon();
+        console.display().set_last_line(nullptr);
+        if (arguments.json && !console.display().tells_events())
+            console.display().say(json_error(failure));
+        console.display().warn("nyxus: " + failure.text());
+        return failure.code();
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        const ParsedArguments parsed = parse_arguments(argc, argv);
+        return parsed.exit_code ? noticing_lost_output(*parsed.exit_code)
+                                : run_reporting_failures(parsed.arguments);
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "nyxus: %s\n", text::printable_lines(failure.what()).c_str());
+        return kExitFailure;
+    }
+}

@@ -1,0 +1,268 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "rom/programming.h"
+
+#include "session/dry_run.h"
+#include "session/follower.h"
+#include "session/result.h"
+#include "terminal/failure.h"
+#include "terminal/text.h"
+
+namespace tool {
+
+namespace {
+
+std::string line_of(const engine::Step& step)
+{
+    return std::string("\n  ") + to_text(step.action) +
+           (step.size == 0 ? "" : format(": %u bytes from 0x%04X", step.size, step.address));
+}
+
+std::string lines_of(const char* title, const std::vector<engine::Part>& parts)
+{
+    std::string text;
+    for (const engine::Part& part : parts)
+        text += std::string("\n") + title + ": " + to_text(part);
+    return text;
+}
+
+Value::List json_of(const std::vector<engine::Part>& parts)
+{
+    Value::List list;
+    for (const engine::Part& part : parts) {
+        Members members = {{"part", part.name}, {"address", part.address}, {"bytes", part.size}};
+        if (*part.why != '\0')
+            members.push_back({"why", part.why});
+        list.emplace_back(members);
+    }
+    return list;
+}
+
+Members json_of(const engine::Step& step)
+{
+    if (step.size == 0)
+        return {{"step", to_text(step.action)}};
+    return {{"step", to_text(step.action)}, {"address", step.address}, {"bytes", step.size}};
+}
+
+} // namespace
+
+Offer load_images(const Arguments& arguments)
+{
+    if (arguments.file.empty() == arguments.manifest.empty())
+        throw Failure(kExitUsage, "name a firmware image or a --manifest, one of them");
+    if (!arguments.serial.empty() && arguments.mfi_file.empty() && arguments.manifest.empty())
+        throw Failure(kExitUsage, "--serial needs an MFi image to write it into: see --mfi");
+    const auto folders = engine::TrustFolders::usual();
+    const engine::Trust trust = value_of(find_trust(folders));
+    if (arguments.manifest.empty()) {
+        require(trust.check_bare_image(arguments.file));
+        engine::Images images{value_of(engine::load_pinned(arguments.file, arguments.sha256))};
+        if (!arguments.mfi_file.empty())
+            images.mfi = value_of(engine::Mfi::load(arguments.mfi_file));
+        return {{{"", std::move(images)}}};
+    }
+    engine::AcceptedManifest manifest = value_of(load_manifest(arguments.manifest, trust));
+    const engine::Status newest = check_newest(manifest, folders);
+    if (!newest && !(arguments.allow_downgrade && newest.reason() == engine::Reason::kDowngrade))
+        throw failure_of(newest, advice_for(newest.reason()));
+    std::vector<engine::ChipImages> images = value_of(engine::load_images(manifest));
+    return {std::move(images), std::move(manifest)};
+}
+
+std::string text_of(const engine::AcceptedManifest& manifest)
+{
+    const std::string signer = manifest.signature ? "signed by " + manifest.signature->key + " (" +
+                                                        manifest.signature->comment + ")"
+                                                  : "not signed: " + manifest.unsigned_because;
+    return in_quotes(manifest.product) + " " + manifest.version + ", " + signer;
+}
+
+void take(Console& console, const Arguments& arguments, const Offer& offer)
+{
+    if (!offer.manifest)
+        return;
+    require(remember(*offer.manifest, engine::TrustFolders::usual()));
+    if (!arguments.quiet && (!arguments.json || console.display().tells_events()))
+        console.display().note("manifest: " + text_of(*offer.manifest));
+}
+
+engine::Images choose_images(const Arguments& arguments, const Offer& offer, const Camera& camera)
+{
+    const auto found = engine::choose_images(offer.images, camera, arguments.allow_downgrade);
+    if (!found)
+        throw failure_of(found.status(), advice_for(found.status().reason()));
+    engine::Images images = (*found)->images;
+    if (!arguments.serial.empty() && !images.mfi)
+        throw Failure(kExitUsage, "--serial needs an MFi image to write the serial number into");
+    if (!arguments.serial.empty())
+        require(images.mfi->set_serial(arguments.serial));
+    require(check_images(camera, images));
+    return images;
+}
+
+engine::UpgradeOptions upgrade_options(const Arguments& arguments)
+{
+    return {.always = arguments.force,
+            .backup = !arguments.skip_backup,
+            .verify = !arguments.skip_verify,
+            .wait_s = arguments.return_wait_s(),
+            .keep = arguments.keep == to_text(engine::Keep::kWhole) ? engine::Keep::kWhole
+                                                                    : engine::Keep::kFirst64K,
+            .discard = {.mfi = arguments.discard.starts_with("mfi"),
+                        .reserved = arguments.discard.ends_with("reserved")},
+            .operation = arguments.operation};
+}
+
+void describe(Result& result, const engine::Images& images)
+{
+    result.sha256 = images.firmware.digest();
+    result.mfi_sha256 = images.mfi ? images.mfi->digest() : "";
+    result.version = images.version();
+}
+
+void describe(Result& result, const engine::Report& report)
+{
+    result.rom = report.rom;
+    result.bytes = report.status ? report.bytes : 0;
+    result.version_before = report.version_before;
+    result.version_after = report.version_after;
+    result.kept = report.kept;
+    result.backup = report.backup.string();
+}
+
+std::string what_is_done(const Arguments& arguments, const engine::Images& images,
+                         const Result& result)
+{
+    return format("upgraded: %zu bytes of firmware", images.firmware.bytes().size()) +
+           (images.mfi ? format(", %zu bytes of MFi image", images.mfi->bytes().size()) : "") +
+           (arguments.skip_verify ? ", not read back, " : ", read back and equal, ") +
+           engine::version_change(result.version_before, result.version);
+}
+
+std::vector<uint8_t> read_before(Console& console, const Arguments& arguments, Camera& camera,
+                                 const engine::UpgradeOptions& options)
+{
+    const uint32_t size = bytes_before(camera, options);
+    if (size == 0)
+        return {};
+    Follower follower(console, arguments);
+    return value_of(engine::read_rom(camera, 0, size, follower.caller()));
+}
+
+/// An end in the middle tells of what has been kept, too.
+static engine::Caller telling(Console& console, Follower& follower, Result& result)
+{
+    engine::Caller caller = follower.caller();
+    caller.tell = [&console, &result, tell = caller.tell](const engine::Event& event) {
+        if (event.kind == engine::Event::Kind::kKept)
+            result.kept.push_back(event.text);
+        if (event.kind == engine::Event::Kind::kBackup) {
+            result.backup = event.text;
+            promise_result(console, result);
+        }
+        tell(event);
+    };
+    return caller;
+}
+
+bool program(Console& console, Camera& camera, const Arguments& arguments,
+             const engine::Images& images, Result& result)
+{
+    Follower follower(console, arguments);
+    const engine::Report report =
+        engine::upgrade(camera, images, upgrade_options(arguments), engine::Backups(),
+                        telling(console, follower, result));
+    console.drain();
+    describe(result, report);
+    if (!report.status)
+        throw failure_of(report);
+    if (report.left_unlocked)
+        console.display().note("the ROM could not be locked again");
+    return !report.up_to_date;
+}
+
+void change_rom(Console& console, const Arguments& arguments, Camera& camera,
+                const std::string& operation, const std::function<engine::Status()>& write)
+{
+    Follower follower(console, arguments);
+    const engine::Report report = engine::change_rom(camera, operation, write, engine::Backups(),
+                                                     follower.caller(), !arguments.skip_backup);
+    console.drain();
+    if (!report.status)
+        throw failure_of(report);
+}
+
+void print_plan(Console& console, const Arguments& arguments, Camera& camera,
+                const engine::Images& images, const engine::UpgradeOptions& options,
+                nyxus::Bytes before)
+{
+    engine::Plan plan = engine::plan_upgrade(camera, images, options, before);
+    if (arguments.reset)
+        plan.steps.push_back({engine::Action::kRestart});
+    const std::string version = images.version();
+    std::string text = "to be done with " + camera.name() + ", " +
+                       engine::version_change(camera.version(), version) + ":";
+    Value::List steps;
+    Cost cost;
+    for (const engine::Step& step : plan.steps) {
+        text += line_of(step);
+        steps.emplace_back(json_of(step));
+        cost += engine::cost_of(camera, step);
+    }
+    Members values = json_of(label_of(camera));
+    values.push_back({"steps", steps});
+    values.push_back({"sha256", images.firmware.digest()});
+    values.push_back({"version", version.empty() ? Value() : Value(version)});
+    values.push_back({"version_before", camera.version()});
+    text += lines_of("kept", plan.kept) + lines_of("replaced", plan.replaced) +
+            lines_of("lost", plan.lost) + lines_of("lost", plan.unreachable);
+    values.push_back({"kept", json_of(plan.kept)});
+    values.push_back({"replaced", json_of(plan.replaced)});
+    values.push_back({"lost", json_of(plan.lost)});
+    values.push_back({"unreachable", json_of(plan.unreachable)});
+    print_dry_run(console, arguments, camera, text, values, cost,
+                  camera.has_spi_flash() ? kFlashTime : "");
+}
+
+std::string advice_after(engine::RomContents rom)
+{
+    return rom == engine::RomContents::kUnchanged ? "" : consequence_of(rom);
+}
+
+std::string way_back(const std::string& backup)
+{
+    return backup.empty() ? ", or recover another backup ('nyxus backups list')"
+                          : ", or 'nyxus recover' to put the backup " + in_quotes(backup) + " back";
+}
+
+const char* advice_for(engine::Reason reason)
+{
+    switch (reason) {
+        case engine::Reason::kUnknownRom:
+            return "if it has an EEPROM, 'nyxus upgrade FILE --eeprom KIB' programs it";
+        case engine::Reason::kNotStarted:
+            return "'nyxus upgrade' installs another image, 'nyxus recover FILE' an older backup";
+        case engine::Reason::kDowngrade:
+            return "'--allow-downgrade' installs it all the same";
+        default:
+            return "";
+    }
+}
+
+Failure failure_of(const engine::Report& report)
+{
+    const engine::Status& status = report.status;
+    const bool may_be_incomplete = report.rom == engine::RomContents::kIncomplete ||
+                                   report.rom == engine::RomContents::kUnknown;
+    const std::string back = may_be_incomplete ? way_back(report.backup.string()) : "";
+    if (status.reason() == engine::Reason::kStopped)
+        return {kExitInterrupted, "interrupted: " + (consequence_of(report.rom) + back)};
+    if (status.reason() == engine::Reason::kBackupNotKept)
+        return {kExitFailure, status.text() + " ('--no-backup' goes on without one)"};
+    const std::string advice = advice_for(status.reason());
+    const Failure failure =
+        failure_of(status, advice.empty() ? advice_after(report.rom) + back : advice);
+    return report.stopped ? Failure(kExitInterrupted, "interrupted; " + failure.text()) : failure;
+}
+
+} // namespace tool

@@ -1,0 +1,153 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "session/follower.h"
+
+#include "rom/programming.h"
+
+namespace tool {
+
+using engine::Phase;
+using engine::RomContents;
+using Kind = engine::Event::Kind;
+
+namespace {
+
+constexpr char kFinishing[] =
+    "nyxus: interrupted: the ROM is completed first, which takes a few seconds; a second interrupt "
+    "stops at once";
+
+/// What an end of the work means, and what to do then; and what the ROM holds.
+struct RomWords {
+    const char* after_upgrade;
+    const char* after_erase;
+    const char* state;
+};
+
+const RomWords& words_for(RomContents rom)
+{
+    // clang-format off
+    static constexpr RomWords kWords[] = {
+        {"nothing was written", "nothing was written",
+         "the ROM is unchanged"},
+        {"", "",
+         "the ROM holds the new firmware"},
+        {"the ROM was written but not read back; 'nyxus compare FILE' does that, and 'nyxus reset' starts the new firmware",
+         "the ROM was erased, but nobody has looked whether it is empty",
+         "the ROM was written, but not read back"},
+        {"the ROM is incomplete now, run the upgrade again",
+         "the ROM is partly erased; erase or upgrade it again",
+         "the ROM is incomplete"},
+        {"", "",
+         "the ROM is incomplete"},
+        {"nobody knows what the ROM holds now, run the upgrade again",
+         "nobody knows what the ROM holds now; erase or upgrade it again",
+         "nobody knows what the ROM holds"},
+    };
+    // clang-format on
+    static_assert(std::size(kWords) == static_cast<size_t>(RomContents::kUnknown) + 1);
+    return kWords[static_cast<size_t>(rom)];
+}
+
+/// In these nothing is asked of the camera, and they have a limit of their own.
+bool is_patient(Phase phase)
+{
+    return phase == Phase::kWaiting || phase == Phase::kRestarting;
+}
+
+} // namespace
+
+bool is_shown(Phase phase)
+{
+    return phase != Phase::kUnlocking && phase != Phase::kLocking;
+}
+
+const char* consequence_of(RomContents rom)
+{
+    return words_for(rom).after_upgrade;
+}
+
+const char* consequence_of_erasing(RomContents rom)
+{
+    return words_for(rom).after_erase;
+}
+
+const char* state_of(RomContents rom)
+{
+    return words_for(rom).state;
+}
+
+engine::Caller Follower::caller()
+{
+    return {[this](const engine::Event& event) { hear(event); }, stop_.get_token()};
+}
+
+void Follower::hear(const engine::Event& event)
+{
+    console_.sign_of_life();
+    Display& display = console_.display();
+    switch (event.kind) {
+        case Kind::kOutlook:
+            prepare_for_interrupts(event);
+            break;
+        case Kind::kReadAgain:
+            display.note("read once more: " + event.status.text());
+            break;
+        case Kind::kKept:
+            display.note("kept: " + event.text);
+            break;
+        case Kind::kNotKept:
+            display.note("lost: " + event.text);
+            break;
+        case Kind::kInstalls:
+            display.note(event.text);
+            break;
+        case Kind::kBackup:
+            backup_ = event.text;
+            display.note("backup of the ROM: " + event.text);
+            break;
+        case Kind::kLost:
+            display.warn("nyxus: " + event.status.text(advice_after(event.rom)));
+            break;
+        case Kind::kRetries:
+            display.note("once more: " + event.text);
+            break;
+        case Kind::kChosen:        // of batches
+        case Kind::kStopPostponed: // the interrupt has been answered
+            break;
+        default:
+            follow_phase(event);
+    }
+}
+
+void Follower::follow_phase(const engine::Event& event)
+{
+    Display& display = console_.display();
+    if (is_patient(event.phase))
+        console_.set_patient(event.kind == Kind::kBegins);
+    if (!is_shown(event.phase))
+        return;
+    if (event.kind == Kind::kBegins) {
+        display.begin(to_text(event.phase), event.total);
+    } else if (event.kind == Kind::kAdvances) {
+        display.advance(event.done);
+    } else if (event.kind == Kind::kEnds) {
+        display.end();
+    } else {
+        display.abandon();
+    }
+}
+
+void Follower::prepare_for_interrupts(const engine::Event& event)
+{
+    const bool is_incomplete = event.rom == RomContents::kIncomplete;
+    const std::string meaning =
+        consequence_(event.rom) + (is_incomplete ? way_back(backup_) : "") +
+        (event.stop_waits ? ", before the camera is reset or unplugged" : "");
+    console_.interrupts().set_outlook(meaning, event.rom);
+    if (event.stop_waits) {
+        console_.interrupts().postpone(kFinishing, stop_);
+    } else {
+        console_.interrupts().stop_postponing();
+    }
+}
+
+} // namespace tool

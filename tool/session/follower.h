@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "command_line/arguments.h"
+#include "terminal/console.h"
+
+#include <nyxus/engine/events.hpp>
+
+namespace tool {
+
+namespace engine = nyxus::engine;
+
+/// What an end means for the camera when its ROM holds this, and what to do then; "" for nothing.
+/// After an upgrade, and after an erase.
+using Consequence = const char* (*)(engine::RomContents);
+const char* consequence_of(engine::RomContents rom);
+const char* consequence_of_erasing(engine::RomContents rom);
+/// "the ROM is unchanged", as the end of an upgrade leaves it.
+const char* state_of(engine::RomContents rom);
+
+/// The others take no time that anybody would notice.
+bool is_shown(engine::Phase phase);
+
+/// Shows what the engine tells, and brings an interrupt to it where it may not end the program at
+/// once. It outlives the engine's work.
+class Follower {
+public:
+    Follower(Console& console, const Arguments& /*arguments*/,
+             Consequence consequence = consequence_of)
+        : console_(console), consequence_(consequence)
+    {
+    }
+
+    engine::Caller caller();
+
+private:
+    void hear(const engine::Event& event);
+    void follow_phase(const engine::Event& event);
+    void prepare_for_interrupts(const engine::Event& event);
+
+    Console& console_;
+    const Consequence consequence_;
+    std::string backup_; ///< the file; "" while there is none
+    std::stop_source stop_;
+};
+
+} // namespace tool

@@ -1,0 +1,388 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "terminal/display.h"
+
+#include "files/write_all.h"
+#include "terminal/text.h"
+#include "text/numbers.h"
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace tool {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr size_t kPhaseColumns = 12;
+constexpr size_t kUnknownBar = 10;
+constexpr milliseconds kSignOfLifeInterval{300};
+constexpr milliseconds kRedrawInterval{100};
+constexpr milliseconds kPlainLineInterval{2000};
+/// For the lock: perhaps nobody reads what its owner writes.
+constexpr milliseconds kPatience{1000};
+
+bool variable_is_set(const char* name)
+{
+    const char* value = std::getenv(name);
+    return value != nullptr && *value != '\0';
+}
+
+bool can_redraw(int fd)
+{
+    const char* terminal = std::getenv("TERM");
+    return isatty(fd) == 1 && terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
+}
+
+winsize terminal_size(int fd)
+{
+    winsize size{};
+    if (ioctl(fd, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0) {
+        size.ws_col = 80;
+        size.ws_row = 24;
+    }
+    return size;
+}
+
+/// Whole characters of a UTF-8 text.
+std::string cut(std::string text, size_t columns)
+{
+    if (text.size() <= columns)
+        return text;
+    while (columns > 0 && (static_cast<unsigned char>(text[columns]) & 0xC0) == 0x80)
+        --columns;
+    text.resize(columns);
+    return text;
+}
+
+} // namespace
+
+std::string clock_text(double seconds)
+{
+    const auto whole = static_cast<unsigned>(std::ceil(seconds));
+    return format("%u:%02u", whole / 60, whole % 60);
+}
+
+Display::Display()
+    : out_(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3)),
+      err_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)),
+      live_(can_redraw(out_.get())),
+      colour_(live_ && !variable_is_set("NO_COLOR"))
+{
+}
+
+Display::~Display()
+{
+    abandon();
+}
+
+void Display::say(std::string_view line)
+{
+    const std::lock_guard lock(mutex_);
+    if (events_ && quiet_)
+        return;
+    put_line(out_.get(), events_ ? json_of_message(line) : line);
+}
+
+void Display::note(std::string_view line)
+{
+    if (!quiet_)
+        say(line);
+}
+
+void Display::warn(std::string_view line)
+{
+    const std::string text = text::printable_lines(line);
+    const std::unique_lock lock(mutex_, kPatience);
+    if (lock) {
+        put_line(err_.get(), text);
+    } else if (!ending_) {
+        (void)files::write_before_end(err_.get(), text + "\n");
+    }
+}
+
+std::string Display::coloured(const std::string& text, Colour colour) const
+{
+    return colour_ && colour != Colour::kNone
+               ? format("\033[%dm", static_cast<int>(colour)) + text + "\033[0m"
+               : text;
+}
+
+void Display::pass_on(std::span<const uint8_t> bytes)
+{
+    const std::lock_guard lock(mutex_);
+    write_out({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+}
+
+bool Display::confirm(const std::string& question)
+{
+    const std::string answer = ask(question + " [y/N] ");
+    return answer.starts_with('y') || answer.starts_with('Y');
+}
+
+size_t Display::choose(const std::string& text, size_t most)
+{
+    std::string answer = ask(text + "\n" + format("Which one? [1 to %zu, Enter for none] ", most));
+    answer.erase(std::min(answer.find('\n'), answer.size()));
+    return ::text::parse_number(answer, most).value_or(0);
+}
+
+/// The first characters of a line; "" when nobody can answer.
+std::string Display::ask(const std::string& question)
+{
+    if (isatty(STDIN_FILENO) != 1 || isatty(out_.get()) != 1)
+        return "";
+    {
+        const std::lock_guard lock(mutex_);
+        erase();
+        write_out(question);
+    }
+    char answer[16] = "";
+    return std::fgets(answer, sizeof answer, stdin) == nullptr ? "" : answer;
+}
+
+void Display::be_quiet()
+{
+    const std::lock_guard lock(mutex_);
+    quiet_ = true;
+}
+
+void Display::tell_events()
+{
+    const std::lock_guard lock(mutex_);
+    events_ = true;
+    quiet_ = live_ = colour_ = false;
+}
+
+void Display::put_event(std::string_view json_line)
+{
+    const std::lock_guard lock(mutex_);
+    put_line(out_.get(), json_line);
+}
+
+void Display::show(std::vector<TableRow> rows)
+{
+    const std::lock_guard lock(mutex_);
+    rows_ = std::move(rows);
+    if (rows_.empty()) {
+        erase();
+    } else if (is_live()) {
+        draw();
+    }
+}
+
+size_t Display::most_rows() const
+{
+    const size_t rows = terminal_size(out_.get()).ws_row;
+    return rows > 2 ? rows - 2 : 1;
+}
+
+void Display::begin(std::string phase, uint64_t total_bytes)
+{
+    end();
+    const std::lock_guard lock(mutex_);
+    if (quiet_)
+        return;
+    rows_ = {{.progress = {.phase = std::move(phase), .total = total_bytes}}};
+    quarters_said_ = 0;
+    if (live_ || events_) {
+        refresh(milliseconds::zero());
+    } else {
+        drawn_ = Clock::now();
+        put_line(out_.get(), rows_.front().progress.phase + " ...");
+    }
+}
+
+void Display::advance(uint64_t done_bytes)
+{
+    const std::lock_guard lock(mutex_);
+    if (rows_.empty())
+        return;
+    Progress& progress = rows_.front().progress;
+    progress.bytes = std::min(done_bytes, progress.total);
+    if (!live_ && !events_)
+        print_quarter(progress);
+    refresh(kRedrawInterval);
+}
+
+void Display::end()
+{
+    const std::lock_guard lock(mutex_);
+    if (rows_.empty())
+        return;
+    Progress progress = std::move(rows_.front().progress);
+    progress.bytes = progress.total;
+    progress.done = true;
+    rows_.clear();
+    put_line(out_.get(), events_ ? json_line(progress) : summary(progress));
+}
+
+void Display::tick()
+{
+    const std::lock_guard lock(mutex_);
+    refresh(live_ ? kRedrawInterval : kSignOfLifeInterval);
+}
+
+void Display::set_last_line(LastLine last_line)
+{
+    const std::lock_guard lock(mutex_);
+    last_line_ = std::move(last_line);
+}
+
+void Display::say_last(const std::string& warning, const Failure& failure, RomContents rom)
+{
+    ending_ = true;
+    (void)mutex_.try_lock_for(kPatience); // for good
+    (void)files::write_before_end(out_.get(), erasure());
+    (void)files::write_before_end(err_.get(), warning);
+    if (last_line_)
+        (void)files::write_before_end(out_.get(), last_line_(failure, rom) + "\n");
+}
+
+std::string Display::output_complaint() const
+{
+    const std::lock_guard lock(mutex_);
+    return output_error_ == 0
+               ? ""
+               : std::string("cannot write to standard output: ") + std::strerror(output_error_);
+}
+
+void Display::write_out(std::string_view text)
+{
+    const int error = files::write_all(out_.get(), text);
+    if (output_error_ == 0)
+        output_error_ = error;
+}
+
+void Display::put_line(int fd, std::string_view line)
+{
+    erase();
+    const std::string text = std::string(line) + "\n";
+    if (fd == out_.get()) {
+        write_out(text);
+    } else {
+        (void)files::write_all(fd, text); // there is nowhere to complain
+    }
+    if (is_live() && !rows_.empty())
+        draw();
+}
+
+/// Draws the rows, or tells programs of the phase, unless that has just been done.
+void Display::refresh(milliseconds interval)
+{
+    if (rows_.empty() || Clock::now() - drawn_ < interval)
+        return;
+    if (live_)
+        return draw();
+    if (!events_)
+        return;
+    drawn_ = Clock::now();
+    put_line(out_.get(), json_line(rows_.front().progress));
+}
+
+/// At once, so that nothing flickers.
+void Display::draw()
+{
+    // One column stays free: a full line would make some terminals wrap.
+    const size_t columns = terminal_size(out_.get()).ws_col - 1U;
+    std::string picture = rows_.size() < drawn_rows_ ? erasure() : "\r";
+    if (rows_.size() >= drawn_rows_ && drawn_rows_ > 1)
+        picture += format("\033[%zuA", drawn_rows_ - 1);
+    for (const TableRow& row : rows_)
+        picture += (&row == &rows_.front() ? "" : "\n") + text_of(row, columns) + "\033[K";
+    write_out(picture);
+    drawn_rows_ = rows_.size();
+    drawn_ = Clock::now();
+}
+
+/// What takes the rows off the terminal.
+std::string Display::erasure() const
+{
+    if (drawn_rows_ == 0)
+        return "";
+    return drawn_rows_ == 1 ? "\r\033[K" : format("\r\033[%zuA\033[J", drawn_rows_ - 1);
+}
+
+void Display::erase()
+{
+    write_out(erasure());
+    drawn_rows_ = 0;
+}
+
+std::string Display::text_of(const TableRow& row, size_t columns) const
+{
+    const std::string label = cut(row.label, columns);
+    const size_t room = columns - label.size();
+    return label + (row.progress.phase.empty() ? coloured(cut(row.text, room), row.colour)
+                                               : text_of(row.progress, room, !label.empty()));
+}
+
+/// The narrower the terminal, the less is said: first the time goes, then the rate, then the bar.
+std::string Display::text_of(const Progress& progress, size_t columns, bool in_table) const
+{
+    const auto [least, most] =
+        in_table ? std::pair<size_t, size_t>(5, 24) : std::pair<size_t, size_t>(10, 50);
+    const std::string head = padded(progress.phase, kPhaseColumns);
+    const bool known = progress.total != 0;
+    const std::string share =
+        known ? format("%4u%%", progress.percent()) : format("%5.1f s", progress.seconds());
+    std::string with_rate = share;
+    if (progress.rate() > 0)
+        with_rate += format("%8.1f KiB/s", progress.rate() / 1024);
+    std::string with_time = with_rate;
+    if (const auto left_s = progress.remaining_s())
+        with_time += "  " + clock_text(*left_s) + " left";
+    for (const std::string& tail : {with_time, with_rate, share}) {
+        const size_t fixed = head.size() + 2 + tail.size();
+        if (columns < fixed + least)
+            continue;
+        const size_t width = std::min(columns - fixed, known ? most : kUnknownBar);
+        return head + bar(progress, width) + tail;
+    }
+    return (head + share).substr(0, columns);
+}
+
+std::string Display::bar(const Progress& progress, size_t columns) const
+{
+    std::string cells(columns, ' ');
+    if (progress.total != 0) {
+        const auto full = static_cast<size_t>(progress.bytes * columns / progress.total);
+        cells = std::string(full, '=') + '>';
+        cells.resize(columns, ' ');
+    } else { // three cells that wander to and fro
+        const size_t way = columns - 3;
+        const size_t step = static_cast<size_t>(progress.seconds() * 8) % (2 * way);
+        cells.replace(step < way ? step : 2 * way - step, 3, "<=>");
+    }
+    return "[" + coloured(cells, Colour::kGreen) + "]";
+}
+
+std::string Display::summary(const Progress& progress) const
+{
+    std::string text = live_ ? padded(progress.phase, kPhaseColumns) : progress.phase + " ";
+    text += format("done in %.1f s", progress.seconds());
+    if (progress.total > 0)
+        text += format(", %.1f KiB", static_cast<double>(progress.total) / 1024);
+    if (progress.total > 0 && progress.seconds() > Progress::kRateKnown_s)
+        text += format(" at %.1f KiB/s", progress.rate() / 1024);
+    return text;
+}
+
+/// Without a terminal: a line at every quarter, but not more than one every two seconds.
+void Display::print_quarter(const Progress& progress)
+{
+    const unsigned quarter = progress.percent() / 25;
+    if (quarter <= quarters_said_ || quarter > 3 || Clock::now() - drawn_ < kPlainLineInterval)
+        return;
+    quarters_said_ = quarter;
+    drawn_ = Clock::now();
+    put_line(out_.get(), format("%s %u%%", progress.phase.c_str(), progress.percent()));
+}
+
+} // namespace tool

@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "session/whole_file.h"
+#include "terminal/failure.h"
+#include "terminal/text.h"
+#include "video/picture.h"
+#include "video/video.h"
+
+#include <nyxus/fingerprint.h>
+#include <algorithm>
+#include <cctype>
+#include <chrono>
+#include <optional>
+
+namespace tool {
+
+namespace {
+
+constexpr char kMjpeg[] = "mjpeg";
+
+struct SnapshotOptions {
+    std::string file;
+    VideoOptions video;
+};
+
+bool ends_with(std::string name, const char* suffix)
+{
+    std::ranges::transform(name, name.begin(), [](unsigned char c) { return std::tolower(c); });
+    return name.ends_with(suffix);
+}
+
+bool names_jpeg(const std::string& file)
+{
+    return ends_with(file, ".jpg") || ends_with(file, ".jpeg");
+}
+
+/// Ctrl-C ends the stream, too, and not just the program in the middle of it. A fingerprint board
+/// in its snapshot mode sends one picture each time that it is asked to.
+nyxus::Frame wait_for_frame(Session& session, nyxus::Stream& stream, uint32_t wait_s)
+{
+    constexpr std::chrono::seconds kTriggerInterval{1};
+    std::optional<nyxus::Frame> first;
+    const auto take = [&](const nyxus::Frame& frame) {
+        first = frame;
+        return false;
+    };
+    for (uint32_t waited_s = 0; waited_s < wait_s; ++waited_s) {
+        const End end = receive(session, stream, std::chrono::steady_clock::time_point::max(),
+                                kTriggerInterval, take);
+        if (end == End::kInterrupt)
+            throw Failure(kExitInterrupted, "interrupted");
+        if (end == End::kGone)
+            throw usb_failure("taking a picture", LIBUSB_ERROR_NO_DEVICE);
+        if (first)
+            return *std::move(first);
+        (void)SG_SnapshotModeTrigger(session.device());
+    }
+    throw Failure(
+        kExitTimeout,
+        format("no complete frame within %u s; try a longer --wait or a smaller --size", wait_s));
+}
+
+/// What becomes of the frame: the JPEG that an MJPEG camera sends stays as it is, unless a PNG is
+/// asked for.
+std::vector<uint8_t> file_of(const nyxus::Frame& frame, const std::string& name)
+{
+    const std::span<const uint8_t> data(frame.data.data(), frame.data.size());
+    if (frame.fourcc == NYXUS_FOURCC_YUYV)
+        return png_of(picture_of_yuyv(frame.width, frame.height, data));
+    if (frame.fourcc == NYXUS_FOURCC_MJPEG && ends_with(name, ".png"))
+        return png_of(picture_of_jpeg(data));
+    return {data.begin(), data.end()};
+}
+
+void run_snapshot(Session& session, const SnapshotOptions& options)
+{
+    constexpr unsigned kUsualWait_s = 10;
+    const nyxus::VideoFormat format = video_format(session, options.video);
+    if (names_jpeg(options.file) && format.fourcc != NYXUS_FOURCC_MJPEG) {
+        throw Failure(kExitUsage, format_name(format.fourcc) +
+                                      " does not become a JPEG file; name it .png, or choose "
+                                      "--format mjpeg");
+    }
+    const uint32_t wait_s = session.arguments.wait_s.value_or(kUsualWait_s);
+    const Unwatched unwatched(session.console);
+    nyxus::Stream stream = start_stream(session, format);
+    const std::vector<uint8_t> file =
+        file_of(wait_for_frame(session, stream, wait_s), options.file);
+    stream.stop();
+    write_file(options.file, file);
+    session.print({{"snapshot", options.file}, {"width", format.width}, {"height", format.height}});
+}
+
+} // namespace
+
+void add_snapshot_command(Command& app, Arguments& arguments)
+{
+    const auto options = std::make_shared<SnapshotOptions>();
+    Command& command =
+        add_command(app, "snapshot", "Save a picture as PNG, or as JPEG as it comes", "shot.png");
+    add_file(command, &options->file, "File to write; .jpg takes an MJPEG camera's own");
+    add_video_options(command, options->video);
+    set_action(
+        command, arguments, [options](Session& session) { run_snapshot(session, *options); },
+        [options] {
+            refuse_impossible_target(options->file);
+            if (options->video.format.empty() && names_jpeg(options->file))
+                options->video.format = kMjpeg;
+        });
+}
+
+} // namespace tool
