@@ -3,6 +3,7 @@
 // process of its own.
 //
 //   unplug_sweep [RUNS [SEED [PROCESSES]]]
+#include <nyxus/extensions.h>
 #include <nyxus/nyxus.hpp>
 
 #include <malloc.h>
@@ -35,9 +36,18 @@ using std::chrono::microseconds;
 constexpr unsigned kLimit_s = 20;
 constexpr float kMost_ms = 1500; // about a second, on a machine that is busy
 
-enum Way : uint8_t { kCallback, kSnapshot, kCpp, kWaiting, kDeletedAsItStreams, kIdle, kWays };
-constexpr const char* kWayNames[kWays] = {"callback", "snapshot",    "C++",
-                                          "waiting",  "not stopped", "idle"};
+enum Way : uint8_t {
+    kCallback,
+    kSnapshot,
+    kCpp,
+    kWaiting,
+    kDeletedAsItStreams,
+    kIdle,
+    kNoThread,
+    kWays
+};
+constexpr const char* kWayNames[kWays] = {"callback",    "snapshot", "C++",      "waiting",
+                                          "not stopped", "idle",     "no thread"};
 
 /// With what the unplug begins to count down.
 enum Moment : uint8_t { kStart, kStarted, kFrame, kStop, kStopped, kDelete, kMoments };
@@ -71,7 +81,13 @@ Run draw(uint32_t seed, uint32_t number)
     run.moment = static_cast<Moment>(below(kMoments));
     run.delay_us = below(kMostDelays_us[run.moment]);
     run.streaming_us = below(100000);
-    run.lead_us = below(below(2) == 0 ? 3000 : 70000); // close behind the unplug, or two frames
+    if (run.way == kNoThread) {
+        run.moment = kDelete;
+        run.delay_us = 0;
+    }
+    run.lead_us = below(run.way == kNoThread || below(2) == 0
+                            ? 3000
+                            : 70000); // close behind the unplug, or two frames
     run.pacing = below(3) == 0 ? sim::Pacing::kFlatOut : sim::Pacing::kRealTime;
     run.limit_MiB = below(2) == 0 ? 16 : 0;
     return run;
@@ -164,7 +180,7 @@ public:
                 taker_ = std::thread([this] { take_frames(); });
         } else if (way_ == kSnapshot) {
             (void)startVideoStream_snapshot(camera_.device(), nullptr, param_.get());
-        } else if (way_ != kIdle) {
+        } else if (way_ == kCallback || way_ == kDeletedAsItStreams) {
             (void)startVideoStream(camera_.device(), on_frame, param_.get());
         }
     }
@@ -232,6 +248,7 @@ Outcome play(const Run& run)
     bed.set_usbfs_memory(run.limit_MiB);
     sim::PluggedCamera& plugged = bed.plug(*sim::find_model(run.model), {.serial = {}, .rom = {}});
     plugged.set_pacing(run.pacing);
+    nyxus_set_event_thread(run.way == kNoThread ? 0 : 1);
     auto camera = nyxus::Camera::open(nyxus::find_camera().value());
     NyDevice* device = camera->device();
     Video video(run.way, *camera);
@@ -252,6 +269,8 @@ Outcome play(const Run& run)
     cutter.reach(kStopped);
     std::this_thread::sleep_for(microseconds(run.streaming_us / 100));
     cutter.reach(kDelete);
+    if (run.way == kNoThread) // which is quicker than an unplug
+        std::this_thread::sleep_for(microseconds(run.lead_us));
     outcome.delete_ms = milliseconds_of([&] { camera->close(); });
     video.forget();
 

@@ -6,10 +6,11 @@
 //   * libusb unlocks what it never locked when it releases an interface of a detached camera, and
 //     aborts when the handle is closed.
 // A camera that is known to be gone is not touched any more. Of one that is there, a thread of its
-// own enters libuvc while libuvc's event thread is held. As soon as it waits for that one, it has
-// cancelled every transfer, or released every interface. If the camera is still there by then, all
-// of that went well, and libuvc ends as it should, whatever comes. If it is not, the event thread
-// stays where it is: nobody meets what has been freed, and the handle is never closed.
+// own enters libuvc while libuvc's event thread (or libusb's event lock, without one) is held. As
+// soon as it waits for that one, it has cancelled every transfer, or released every interface. If
+// the camera is still there by then, all of that went well, and libuvc ends as it should, whatever
+// comes. If it is not, the event thread stays where it is: nobody meets what has been freed, and
+// the handle is never closed.
 #include "safe_stop.h"
 
 #include <linux/futex.h>
@@ -179,29 +180,37 @@ void abandon_for_good(NyDevice* pDevObj, Entry* entry)
         entry->finish();
 }
 
-/// Without an event thread, nobody is in libusb meanwhile: what it must not meet is only the
-/// release of an interface of a camera that has gone, so that is done, and looked at, before.
-bool close_without_events(NyDevice* pDevObj, uvc_device_handle_t* handle)
-{
-    libusb_device_handle* usb = uvc_get_libusb_handle(handle);
-    if (has_gone(pDevObj, handle))
-        return false;
-    if (libusb_release_interface(usb, 0) == LIBUSB_ERROR_NO_DEVICE) {
-        pDevObj->device_gone = 1;
-        return false;
+/// Who completes transfers waits until let_go(): libuvc's event thread or, for an object without
+/// one, whoever would close the handle, since that takes libusb's event lock.
+class Hold {
+public:
+    Hold(NyDevice* pDevObj, uvc_device_handle_t* handle) : context_(pDevObj->usb_context)
+    {
+        if (context_ != nullptr)
+            libusb_lock_events(context_);
+        else
+            events_ = nyxus::HeldEvents::hold(uvc_get_libusb_handle(handle));
     }
-    uvc_close(handle);
-    return true;
-}
+    void let_go()
+    {
+        if (context_ != nullptr)
+            libusb_unlock_events(context_);
+        else if (events_ != nullptr)
+            events_->let_go();
+    }
+
+private:
+    libusb_context* context_;
+    nyxus::HeldEvents* events_ = nullptr;
+};
 
 /// False when the camera has gone, and what it had here is abandoned.
-bool enter_while_held(NyDevice* pDevObj, uvc_device_handle_t* handle, Entry* entry,
-                      nyxus::HeldEvents* events)
+bool enter_while_held(NyDevice* pDevObj, uvc_device_handle_t* handle, Entry* entry, Hold& hold)
 {
     entry->await_rest();
     const bool was_there = !has_gone(pDevObj, handle);
-    if (was_there && events != nullptr)
-        events->let_go();
+    if (was_there)
+        hold.let_go();
     if (!was_there || !await_return(pDevObj, handle, entry)) {
         abandon_for_good(pDevObj, entry);
         return false;
@@ -214,22 +223,15 @@ bool enter_safely(NyDevice* pDevObj, uvc_device_handle_t* handle, const Call& ca
 {
     if (has_gone(pDevObj, handle))
         return false;
-    nyxus::HeldEvents* events = nyxus::HeldEvents::hold(uvc_get_libusb_handle(handle));
+    Hold hold(pDevObj, handle);
     const bool is_there = !has_gone(pDevObj, handle);
     Entry* entry = is_there ? Entry::start(call, handle) : nullptr;
     if (entry != nullptr)
-        return enter_while_held(pDevObj, handle, entry, events);
-    if (events != nullptr)
-        events->let_go();
+        return enter_while_held(pDevObj, handle, entry, hold);
+    hold.let_go();
     if (is_there)
         call.enter(handle); // there is no thread to be had
     return is_there;
-}
-
-bool close(NyDevice* pDevObj, uvc_device_handle_t* handle)
-{
-    return pDevObj->usb_context != nullptr ? close_without_events(pDevObj, handle)
-                                           : enter_safely(pDevObj, handle, kClose);
 }
 
 } // namespace
@@ -261,7 +263,8 @@ void nyxus::close_session(NyDevice* pDevObj, uvc_device_handle_t* handle)
     if (pDevObj->session_closed != kSessionOpen)
         return;
     pDevObj->session_closed = kSessionClosed;
-    const bool closed = pDevObj->device_gone == 0 && (handle == nullptr || close(pDevObj, handle));
+    const bool closed =
+        pDevObj->device_gone == 0 && (handle == nullptr || enter_safely(pDevObj, handle, kClose));
     if (!closed)
         return;
     if (pDevObj->uvc_context != nullptr)
