@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // Creation and deletion of device objects, and the libuvc session.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
 #include <optional>
 #include <thread>
 
@@ -10,6 +12,18 @@
 #include "support/camera.h"
 #include "support/never_freed.h"
 #include "support/script.h"
+
+/// Happens before the interface is released for the given time.
+static std::function<void(libusb_device_handle*)> before_release;
+
+extern "C" int libusb_release_interface(libusb_device_handle* handle, int number)
+{
+    static const auto release = reinterpret_cast<decltype(&libusb_release_interface)>(
+        dlsym(RTLD_NEXT, "libusb_release_interface"));
+    if (before_release)
+        before_release(handle);
+    return release(handle, number);
+}
 
 TEST(Device, CreationAndDeletionTellTheirMilestones)
 {
@@ -207,6 +221,27 @@ TEST(Device, WithoutAnEventThreadItTransfersAndClosesHoweverItsCameraGoes)
     }
     Camera camera{models::kRowan};
     EXPECT_EQ(nyxus_usb_context(camera.device()), nullptr);
+}
+
+TEST(Device, WithoutAnEventThreadItClosesACameraThatGoesMeanwhile)
+{
+    for (const int when : {1, 2}) {
+        Camera camera{models::kRowan};
+        nyxus_set_event_thread(0);
+        ASSERT_NE(camera.create(), nullptr) << nyxus_errmsg;
+        nyxus_set_event_thread(1);
+        int releases = 0;
+        before_release = [&](libusb_device_handle* handle) {
+            if (++releases != when)
+                return;
+            camera.bed().unplug(camera.sim(), sim::Announce::kYes);
+            while (libusb_kernel_driver_active(handle, 0) != LIBUSB_ERROR_NO_DEVICE)
+                std::this_thread::yield(); // libusb's own thread has to hear of it
+        };
+        camera.remove(); // would abort in libusb
+        before_release = nullptr;
+        EXPECT_GE(releases, 1);
+    }
 }
 
 TEST(Device, AnObjectWithoutAHandleStaysMarked)
