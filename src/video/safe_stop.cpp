@@ -3,7 +3,7 @@
 // Debian's libuvc and libusb do not survive a camera that goes while they stop or close it:
 //   * libuvc frees a transfer that it cannot cancel, though libusb goes on to complete it;
 //   * libuvc waits for ever for a transfer that it could not submit once more;
-//   * libusb unlocks what it never locked when it releases an interface of a detached camera, and
+//   * libusb unlocks what it never locked when libuvc resets an interface of a detached camera, and
 //     aborts when the handle is closed.
 // A camera that is known to be gone is not touched any more. Of one that is there, a thread of its
 // own enters libuvc while libuvc's event thread (or libusb's event lock, without one) is held. As
