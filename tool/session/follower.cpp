@@ -123,16 +123,24 @@ void Follower::follow_phase(const engine::Event& event)
     Display& display = console_.display();
     if (is_patient(event.phase))
         console_.set_patient(event.kind == Kind::kBegins);
-    if (!is_shown(event.phase))
+    if (!is_shown(event.phase) || display.is_quiet())
         return;
+    const bool has_lines = !display.is_live() && !display.tells_events();
     if (event.kind == Kind::kBegins) {
-        display.begin(to_text(event.phase), event.total);
+        progress_.begin(event.phase, event.total);
+        if (has_lines)
+            display.say(progress_.phase() + " ...");
     } else if (event.kind == Kind::kAdvances) {
-        display.advance(event.done);
+        progress_.advance(event.done);
     } else if (event.kind == Kind::kEnds) {
-        display.end();
-    } else {
-        display.abandon();
+        progress_.end();
+    }
+    const bool goes_on = event.kind == Kind::kBegins || event.kind == Kind::kAdvances;
+    display.show(goes_on ? std::vector<TableRow>{{.progress = progress_}} : std::vector<TableRow>());
+    if (event.kind == Kind::kEnds && display.tells_events()) {
+        display.put_event(progress_.json_line());
+    } else if (event.kind == Kind::kEnds) {
+        display.say(progress_.summary());
     }
 }
 
@@ -142,11 +150,11 @@ void Follower::prepare_for_interrupts(const engine::Event& event)
     const std::string meaning =
         consequence_(event.rom) + (is_incomplete ? way_back(backup_) : "") +
         (event.stop_waits ? ", before the camera is reset or unplugged" : "");
-    console_.interrupts().set_outlook(meaning, event.rom);
+    console_.set_outlook(meaning, event.rom);
     if (event.stop_waits) {
-        console_.interrupts().postpone(kFinishing, stop_);
+        console_.postpone_interrupts(kFinishing, stop_);
     } else {
-        console_.interrupts().stop_postponing();
+        console_.stop_postponing();
     }
 }
 

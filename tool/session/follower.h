@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "command_line/arguments.h"
 #include "terminal/console.h"
 
 #include <nyxus/engine/events.hpp>
+#include <vector>
 
 namespace tool {
 
@@ -18,6 +18,11 @@ const char* consequence_of_erasing(engine::RomContents rom);
 /// "the ROM is unchanged", as the end of an upgrade leaves it.
 const char* state_of(engine::RomContents rom);
 
+/// What is seen of an upgrade.
+inline const std::vector<engine::Phase> kUpgradePhases = {
+    engine::Phase::kReading, engine::Phase::kReadingAgain, engine::Phase::kErasing,
+    engine::Phase::kProgramming, engine::Phase::kVerifying};
+
 /// The others take no time that anybody would notice.
 bool is_shown(engine::Phase phase);
 
@@ -25,12 +30,16 @@ bool is_shown(engine::Phase phase);
 /// once. It outlives the engine's work.
 class Follower {
 public:
-    Follower(Console& console, const Arguments& /*arguments*/,
-             Consequence consequence = consequence_of)
+    explicit Follower(Console& console, Consequence consequence = consequence_of)
         : console_(console), consequence_(consequence)
     {
     }
 
+    /// See Progress::expect().
+    void expect(const std::vector<engine::Phase>& phases, uint64_t image_bytes = 0)
+    {
+        progress_.expect(phases, image_bytes);
+    }
     engine::Caller caller();
 
 private:
@@ -41,6 +50,7 @@ private:
     Console& console_;
     const Consequence consequence_;
     std::string backup_; ///< the file; "" while there is none
+    Progress progress_;
     std::stop_source stop_;
 };
 
