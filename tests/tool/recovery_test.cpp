@@ -260,7 +260,7 @@ TEST(Output, ThatCannotBeWrittenIsAFailureAfterTheWork)
 {
     const Bench bench;
     for (const char* command :
-         {"info --json", "list", "--version", "help upgrade", "flip", "reserved read -",
+         {"info --json", "list", "--version", "help upgrade", "flip", "rom read -q -",
           "motion poll --watch --count 1", "upgrade \"$SECOND\""}) {
         const Outcome outcome = run_script(
             bench, kModel, "timeout 20 \"$NYXUS\" " + std::string(command) + " >/dev/full");

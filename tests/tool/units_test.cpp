@@ -54,7 +54,7 @@ TEST(Journal, AndBackupAreKeptByEveryCommandThatChangesTheRom)
         const char* state;
     } cases[] = {
         {kSpi, {"erase", "--yes"}, "erase", "blank"},
-        {kSpi, {"reserved", "write"}, "reserved", "verified"},
+        {kSpi, {"rom", "write"}, "write", "verified"},
         {"fi2-board", {"sg", "write", "0x2400"}, "sg", "verified"},
     };
     for (const auto& c : cases) {

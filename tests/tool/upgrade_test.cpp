@@ -39,7 +39,7 @@ TEST(Upgrade, WritesMfiImageAndSerialNumber)
         const std::string image = bench.image(model, "0x0301", {"--size", "20000"});
         const std::string mfi = bench.mfi_image("OLDSERIAL");
         const Outcome upgrade =
-            bench.nyxus_with_rom(model, {"upgrade", image, "--mfi", mfi, "--serial", "NEWSERIAL"});
+            bench.nyxus_with_rom(model, {"upgrade", image, "--mfi", mfi, "--mfi-serial", "NEWSERIAL"});
         ASSERT_EQ(upgrade.exit_code, 0) << model << ": " << upgrade.err;
 
         const Bytes original = read_file(mfi);
@@ -104,11 +104,11 @@ TEST(Upgrade, RefusesWrongImagesBeforeAnythingIsWritten)
          "checksum of its body is wrong"},
         {{large, "--mfi", mfi}, 7, "would overwrite the MFi image"},
         {{small, "--mfi", file("hugemfi", Bytes(4097, 1))}, 7, "too large for an MFi image"},
-        {{small, "--mfi", mfi, "--serial", "A00012345"}, 7, "9 characters, but"},
-        {{small, "--mfi", mfi, "--serial", "A0001"}, 7, "is made for 8"},
-        {{small, "--mfi", mfi, "--serial", "A000 234"}, 7, "without blanks"},
-        {{small, "--mfi", file("nomfi", Bytes(64, 0)), "--serial", "A"}, 7, "no serial-number"},
-        {{small, "--mfi", file("overlap", overlapping), "--serial", "B0001234"}, 7, "overlap"},
+        {{small, "--mfi", mfi, "--mfi-serial", "A00012345"}, 7, "9 characters, but"},
+        {{small, "--mfi", mfi, "--mfi-serial", "A0001"}, 7, "is made for 8"},
+        {{small, "--mfi", mfi, "--mfi-serial", "A000 234"}, 7, "without blanks"},
+        {{small, "--mfi", file("nomfi", Bytes(64, 0)), "--mfi-serial", "A"}, 7, "no serial-number"},
+        {{small, "--mfi", file("overlap", overlapping), "--mfi-serial", "B0001234"}, 7, "overlap"},
         {{bench.path("missing")}, 1, "No such file"},
         {{bench.path("")}, 1, "it is a folder"},
         {{small, "--mfi", "/dev/null"}, 1, "it is not a plain file"},

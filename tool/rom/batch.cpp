@@ -115,23 +115,15 @@ private:
     void tell(size_t camera, const engine::Event& event) override
     {
         Job& job = jobs_[camera];
-        if (event.kind == Kind::kStopPostponed) {
-            remark(job, "interrupted: the ROM is completed first");
-        } else if (event.kind == Kind::kReadAgain) {
-            remark(job, "read once more: " + event.status.text());
-        } else if (event.kind == Kind::kKept) {
-            remark(job, "kept: " + event.text);
-        } else if (event.kind == Kind::kChosen) {
+        if (event.kind == Kind::kChosen) {
             choose(job, event.text);
-        } else if (event.kind == Kind::kInstalls) {
-            remark(job, event.text);
-        } else if (event.kind == Kind::kNotKept) {
-            if (!arguments_.quiet)
-                display_.warn(job.result.camera.port_path + ": lost: " + event.text);
-        } else if (event.kind == Kind::kLost) {
-            remark(job, event.status.text(advice_after(event.rom)));
         } else if (event.kind <= Kind::kEnds && is_shown(event.phase)) {
             follow_phase(job, event);
+        } else if (event.kind == Kind::kInstalls || event.kind == Kind::kNotKept) {
+            if (!arguments_.json && !arguments_.quiet)
+                display_.say(job.label + words_of(event));
+        } else if (const std::string words = words_of(event); !words.empty()) {
+            remark(job, words);
         }
     }
 
@@ -216,9 +208,21 @@ private:
     {
         auto ended = outcomes_of(jobs_);
         const size_t failed = ended[Outcome::kFailed];
+        const double share = this->share();
+        const double left_s = share > 0 ? seconds() * (1 - share) / share : 0;
         return format("%td of %zu done", std::ranges::count(jobs_, Job::State::kEnded, &Job::state),
                       jobs_.size()) +
-               (failed > 0 ? format(", %zu failed", failed) : "") + ", " + clock_text(seconds());
+               (failed > 0 ? format(", %zu failed", failed) : "") + ", " + clock_text(seconds()) +
+               (left_s > 0 ? ", " + clock_text(left_s) + " left" : "");
+    }
+
+    /// Of all the work.
+    double share() const
+    {
+        double sum = 0;
+        for (const Job& job : jobs_)
+            sum += job.state == Job::State::kEnded ? 1 : job.progress.share().value_or(0);
+        return sum / static_cast<double>(jobs_.size());
     }
 
     double seconds() const

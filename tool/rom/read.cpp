@@ -50,6 +50,8 @@ std::string description_of(const Camera& camera, RomRange range, std::span<const
         format("%u bytes from 0x%04X of %u: ", range.bytes, range.address, part_bytes(camera));
     if (engine::is_blank(bytes))
         return part + "blank";
+    if (range.address != 0 && range.address != NYXUS_MFI_ROM_ADDR)
+        return part + "data";
     return part + summary_of(engine::inspect_contents({bytes.begin(), bytes.end()}));
 }
 

@@ -47,7 +47,8 @@ ExitCode rewrite(Console& console, const Arguments& arguments, const std::string
         std::vector<uint8_t> rom = value_of(
             engine::read_rom_twice(camera, 0, engine::replaced_bytes(camera), follower.caller()));
         patch(rom);
-        return engine::Images{value_of(engine::Firmware::exactly(std::move(rom)))};
+        return engine::Images{.firmware = value_of(engine::Firmware::exactly(std::move(rom))),
+                              .patched = true};
     };
     if (arguments.dry_run) {
         Camera camera = open_with_rom(console, arguments);

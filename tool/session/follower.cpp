@@ -80,41 +80,44 @@ engine::Caller Follower::caller()
     return {[this](const engine::Event& event) { hear(event); }, stop_.get_token()};
 }
 
+std::string words_of(const engine::Event& event)
+{
+    switch (event.kind) {
+        case Kind::kReadAgain:
+            return "read once more: " + event.status.text();
+        case Kind::kKept:
+            return "kept: " + event.text;
+        case Kind::kNotKept:
+            return "lost: " + event.text;
+        case Kind::kInstalls:
+            return event.text;
+        case Kind::kBackup:
+            return "backup of the ROM: " + event.text;
+        case Kind::kLost:
+            return event.status.text(advice_after(event.rom));
+        case Kind::kRetries:
+            return "once more: " + event.text;
+        case Kind::kStopPostponed:
+            return "interrupted: the ROM is completed first";
+        default:
+            return "";
+    }
+}
+
 void Follower::hear(const engine::Event& event)
 {
     console_.sign_of_life();
-    Display& display = console_.display();
-    switch (event.kind) {
-        case Kind::kOutlook:
-            prepare_for_interrupts(event);
-            break;
-        case Kind::kReadAgain:
-            display.note("read once more: " + event.status.text());
-            break;
-        case Kind::kKept:
-            display.note("kept: " + event.text);
-            break;
-        case Kind::kNotKept:
-            display.note("lost: " + event.text);
-            break;
-        case Kind::kInstalls:
-            display.note(event.text);
-            break;
-        case Kind::kBackup:
-            backup_ = event.text;
-            display.note("backup of the ROM: " + event.text);
-            break;
-        case Kind::kLost:
-            display.warn("nyxus: " + event.status.text(advice_after(event.rom)));
-            break;
-        case Kind::kRetries:
-            display.note("once more: " + event.text);
-            break;
-        case Kind::kChosen:        // of batches
-        case Kind::kStopPostponed: // the interrupt has been answered
-            break;
-        default:
-            follow_phase(event);
+    if (event.kind == Kind::kOutlook)
+        return prepare_for_interrupts(event);
+    if (event.kind <= Kind::kAbandoned)
+        return follow_phase(event);
+    if (event.kind == Kind::kBackup)
+        backup_ = event.text;
+    if (event.kind == Kind::kLost) {
+        console_.display().warn("nyxus: " + words_of(event));
+    } else if (event.kind != Kind::kStopPostponed) { // the interrupt has been answered
+        if (const std::string words = words_of(event); !words.empty())
+            console_.display().note(words);
     }
 }
 

@@ -26,6 +26,9 @@ inline const std::vector<engine::Phase> kUpgradePhases = {
 /// The others take no time that anybody would notice.
 bool is_shown(engine::Phase phase);
 
+/// What people are told of it; "" for nothing.
+std::string words_of(const engine::Event& event);
+
 /// Shows what the engine tells, and brings an interrupt to it where it may not end the program at
 /// once. It outlives the engine's work.
 class Follower {

@@ -25,21 +25,10 @@ void exit_now(int)
     _exit(kExitInterrupted);
 }
 
-/// The library's line without trailing blanks and without the padding behind the time stamp.
+/// The library pads its lines.
 std::string tidy(std::string_view line)
 {
-    while (line.ends_with(' ') || line.ends_with('\r'))
-        line.remove_suffix(1);
-    std::string text(line);
-    if (text.starts_with('[')) {
-        const size_t stamp_end = text.find(']');
-        if (stamp_end != std::string::npos) {
-            const size_t word = text.find_first_not_of(' ', stamp_end + 1);
-            if (word != std::string::npos)
-                text.replace(stamp_end + 1, word - stamp_end - 1, " ");
-        }
-    }
-    return printable(text);
+    return printable(std::string(line.substr(0, line.find_last_not_of(" \r") + 1)));
 }
 
 } // namespace

@@ -4,7 +4,6 @@
 #include "files/write_all.h"
 #include "terminal/json_text.h"
 #include "terminal/text.h"
-#include "text/numbers.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -22,8 +21,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr size_t kPhaseColumns = 12;
-constexpr size_t kUnknownBar = 10;
+constexpr size_t kPhaseColumns = 14;
 constexpr milliseconds kSignOfLifeInterval{300};
 constexpr milliseconds kRedrawInterval{100};
 /// For the lock: perhaps nobody reads what its owner writes.
@@ -119,29 +117,16 @@ void Display::pass_on(std::span<const uint8_t> bytes)
 
 bool Display::confirm(const std::string& question)
 {
-    const std::string answer = ask(question + " [y/N] ");
-    return answer.starts_with('y') || answer.starts_with('Y');
-}
-
-size_t Display::choose(const std::string& text, size_t most)
-{
-    std::string answer = ask(text + "\n" + format("Which one? [1 to %zu, Enter for none] ", most));
-    answer.erase(std::min(answer.find('\n'), answer.size()));
-    return ::text::parse_number(answer, most).value_or(0);
-}
-
-/// The first characters of a line; "" when nobody can answer.
-std::string Display::ask(const std::string& question)
-{
     if (isatty(STDIN_FILENO) != 1 || isatty(out_.get()) != 1)
-        return "";
+        return false;
     {
         const std::lock_guard lock(mutex_);
         erase();
-        write_out(question);
+        write_out(question + " [y/N] ");
     }
     char answer[16] = "";
-    return std::fgets(answer, sizeof answer, stdin) == nullptr ? "" : answer;
+    return std::fgets(answer, sizeof answer, stdin) != nullptr &&
+           (answer[0] == 'y' || answer[0] == 'Y');
 }
 
 void Display::be_quiet()
@@ -292,35 +277,28 @@ std::string Display::text_of(const TableRow& row, size_t columns) const
 /// The narrower the terminal, the less is said: first the time goes, then the bar.
 std::string Display::text_of(const Progress& progress, size_t columns, bool in_table) const
 {
-    const auto [least, most] =
-        in_table ? std::pair<size_t, size_t>(5, 24) : std::pair<size_t, size_t>(10, 50);
+    const size_t least = in_table ? 5 : 10;
+    const size_t most = in_table ? 24 : 50;
     const std::string head = padded(progress.phase(), kPhaseColumns);
     const auto share = progress.share();
-    const std::string tail =
-        share ? format("%4.0f%%", std::floor(*share * 100)) : format("%5.1f s", progress.seconds());
+    if (!share)
+        return cut(head + format("%.1f s", progress.seconds()), columns);
+    const std::string tail = format("%4.0f%%", std::floor(*share * 100));
     const auto left_s = progress.remaining_s();
     const std::string with_time = tail + (left_s ? "  " + clock_text(*left_s) + " left" : "");
     for (const std::string& end : {with_time, tail}) {
         const size_t fixed = head.size() + 2 + end.size();
-        if (columns < fixed + least)
-            continue;
-        const size_t width = std::min(columns - fixed, share ? most : kUnknownBar);
-        return head + bar(progress, width) + end;
+        if (columns >= fixed + least)
+            return head + bar(*share, std::min(columns - fixed, most)) + end;
     }
-    return (head + tail).substr(0, columns);
+    return cut(head + tail, columns);
 }
 
-std::string Display::bar(const Progress& progress, size_t columns) const
+std::string Display::bar(double share, size_t columns) const
 {
-    std::string cells(columns, ' ');
-    if (const auto share = progress.share()) {
-        cells = std::string(static_cast<size_t>(*share * static_cast<double>(columns)), '=') + '>';
-        cells.resize(columns, ' ');
-    } else { // three cells that wander to and fro
-        const size_t way = columns - 3;
-        const size_t step = static_cast<size_t>(progress.seconds() * 8) % (2 * way);
-        cells.replace(step < way ? step : 2 * way - step, 3, "<=>");
-    }
+    std::string cells(static_cast<size_t>(share * static_cast<double>(columns)), '=');
+    cells += '>';
+    cells.resize(columns, ' ');
     return "[" + coloured(cells, Colour::kGreen) + "]";
 }
 

@@ -51,9 +51,6 @@ public:
     void pass_on(std::span<const uint8_t> bytes);
     /// Asks a yes-or-no question; false when nobody can answer.
     bool confirm(const std::string& question);
-    /// Has one of `most` chosen that the text numbers from 1 on; 0 when nobody can answer, or does
-    /// not want to.
-    size_t choose(const std::string& text, size_t most);
 
     /// From now on neither progress nor remarks.
     void be_quiet();
@@ -88,7 +85,6 @@ public:
 private:
     using Clock = Progress::Clock;
 
-    std::string ask(const std::string& question);
     void write_out(std::string_view text);
     void put_line(int fd, std::string_view line);
     void refresh(std::chrono::milliseconds interval);
@@ -97,7 +93,7 @@ private:
     void erase();
     std::string text_of(const TableRow& row, size_t columns) const;
     std::string text_of(const Progress& progress, size_t columns, bool in_table) const;
-    std::string bar(const Progress& progress, size_t columns) const;
+    std::string bar(double share, size_t columns) const;
 
     files::Descriptor out_;
     files::Descriptor err_;

@@ -56,7 +56,8 @@ void Progress::begin(Phase phase, uint64_t total_bytes)
         work_begun_ = Clock::now();
     if (const auto stage = std::ranges::find(stages_, phase, &Stage::phase);
         stage != stages_.end()) {
-        stages_done_ = static_cast<size_t>(stage - stages_.begin());
+        const auto index = static_cast<size_t>(stage - stages_.begin());
+        stages_done_ = index + 1 == stages_done_ ? stages_done_ : index; // several of one kind
         for (Stage& other : stages_) // what is read is read again
             other.bytes = is_read(phase) && is_read(other.phase) ? total_bytes : other.bytes;
         stage->bytes = total_bytes;

@@ -108,6 +108,7 @@ struct Images {
     Firmware firmware;
     std::optional<Mfi> mfi = {};
     std::string reports = {}; ///< the version that a camera then reports, where a manifest says so
+    bool patched = false;     ///< what the ROM holds, with a change: nothing else of it gets lost
 
     /// What is said of it, or else what the firmware says of itself: "0x0205"; "": nobody knows.
     std::string version() const
