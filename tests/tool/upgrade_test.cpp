@@ -323,8 +323,8 @@ TEST(Compare, ShowsWhereRomAndFileDiffer)
     const Outcome outcome = bench.nyxus_with_rom(kModel, {"compare", other});
     EXPECT_EQ(outcome.exit_code, 8);
     EXPECT_TRUE(contains(outcome.out, "different: 2 of ")) << outcome.out;
-    EXPECT_TRUE(contains(outcome.out, "0x0123: ")) << outcome.out;
-    EXPECT_TRUE(contains(outcome.out, "0x4567: ")) << outcome.out;
+    EXPECT_TRUE(contains(outcome.out, "0x0123    1      ")) << outcome.out;
+    EXPECT_TRUE(contains(outcome.out, "0x4567    1      ")) << outcome.out;
 
     EXPECT_EQ(bench.nyxus({kModel}, {"compare", bench.path("missing")}).exit_code, 1);
 }

@@ -66,8 +66,9 @@ ExitCode read(Console& console, const Arguments& arguments, const ReadArguments&
         refuse_impossible_target(file);
     }
     Camera camera = introduce(console, result, open_with_rom(console, arguments));
-    const RomRange range = range_of(wanted.range, readable_bytes(camera),
-                                    std::min(camera.rom_size(), kUsualBytes));
+    const uint32_t reachable = camera.has_spi_flash() ? readable_bytes(camera) : camera.rom_size();
+    const RomRange range =
+        range_of(wanted.range, reachable, std::min(camera.rom_size(), kUsualBytes));
     Follower follower(console);
     follower.expect({engine::Phase::kReading, engine::Phase::kReadingAgain});
     const auto bytes = value_of(

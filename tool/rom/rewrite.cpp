@@ -41,7 +41,9 @@ ExitCode rewrite(Console& console, const Arguments& arguments, const std::string
                  const std::function<void(std::vector<uint8_t>& rom)>& patch,
                  const std::string& done)
 {
-    Programming how{.keep = "whole", .operation = operation};
+    Programming how;
+    how.keep = to_text(engine::Keep::kWhole);
+    how.operation = operation;
     const auto patched = [&](Camera& camera) {
         Follower follower(console);
         std::vector<uint8_t> rom = value_of(
