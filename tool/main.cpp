@@ -54,8 +54,7 @@ int main(int argc, char** argv)
 {
     try {
         const ParsedArguments parsed = parse_arguments(argc, argv);
-        return parsed.exit_code ? noticing_lost_output(*parsed.exit_code)
-                                : run(parsed.arguments);
+        return parsed.exit_code ? noticing_lost_output(*parsed.exit_code) : run(parsed.arguments);
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "nyxus: %s\n", text::printable_lines(failure.what()).c_str());
         return kExitFailure;

@@ -211,7 +211,8 @@ TEST(Batch, ShowsATableOnATerminal)
     EXPECT_TRUE(contains(end, "1-1  A1  rowan-spi  upgraded: 22.6 KiB in ")) << end;
     EXPECT_TRUE(contains(end, "1-2  B2  cedar-spi  failed (7): the image is for another")) << end;
     EXPECT_TRUE(contains(end, "    the ROM is unchanged\r\n")) << end;
-    EXPECT_TRUE(contains(end, "the ROM is incomplete; next: nyxus -c 1-3 upgrade --wait 0 '")) << end;
+    EXPECT_TRUE(contains(end, "the ROM is incomplete; next: nyxus -c 1-3 upgrade --wait 0 '"))
+        << end;
     EXPECT_TRUE(contains(end, ": 1 upgraded, 2 failed\r\n")) << end;
 }
 

@@ -218,8 +218,8 @@ TEST(Manifest, BringsAnMfiImageThatTakesTheSerialNumber)
         run_program({kNyxus, "manifest", "create", "--product", "P", "--version", "1", "--mfi",
                      bench.mfi_image("OLDSERIAL"), "--output", manifest, image});
     ASSERT_EQ(created.exit_code, 0) << created.err;
-    const Outcome upgrade =
-        bench.nyxus_with_rom(kModel, {"upgrade", "--manifest", manifest, "--mfi-serial", "NEWSERIAL"});
+    const Outcome upgrade = bench.nyxus_with_rom(
+        kModel, {"upgrade", "--manifest", manifest, "--mfi-serial", "NEWSERIAL"});
     ASSERT_EQ(upgrade.exit_code, 0) << upgrade.err;
     const Bytes rom = read_file(bench.rom_file());
     const std::string text(rom.begin() + 0x6000, rom.begin() + 0x7000);

@@ -54,11 +54,25 @@ TEST(RomParts, ChangeAndNothingElseDoes)
     }
 }
 
+TEST(StandardInput, HoldsAnImage)
+{
+    const Bench bench;
+    const std::string script = R"("$NYXUS" upgrade - -q <"$IMAGE" && "$NYXUS" compare - -q <"$IMAGE"
+        "$NYXUS" upgrade - --sha256 $(printf '%064d' 0) <"$IMAGE" 2>/dev/null; echo "<$?>"
+        "$NYXUS" image - <"$IMAGE")";
+    const Outcome outcome =
+        bench.shell(kModel, script, {{"IMAGE", bench.image(kModel, "0x0205", {"--size", "4000"})}});
+    EXPECT_TRUE(contains(outcome.out, "equal: ")) << outcome.out << outcome.err;
+    EXPECT_TRUE(contains(outcome.out, "<7>")) << outcome.out;
+    EXPECT_TRUE(contains(outcome.out, "firmware (NXFW)")) << outcome.out;
+}
+
 TEST(RomMap, NamesTheRegionsAndWhatTheyHold)
 {
     const Bench bench;
-    ASSERT_EQ(bench.nyxus_with_rom(kModel, {"upgrade", bench.image(kModel, "0x0205"), "--mfi",
-                                            bench.mfi_image("A0001234")})
+    ASSERT_EQ(bench
+                  .nyxus_with_rom(kModel, {"upgrade", bench.image(kModel, "0x0205"), "--mfi",
+                                           bench.mfi_image("A0001234")})
                   .exit_code,
               0);
     const Json map = Json::parse(bench.nyxus_with_rom(kModel, {"rom", "map", "--json"}).out);
@@ -75,10 +89,12 @@ TEST(RomMap, NamesTheRegionsAndWhatTheyHold)
 TEST(MfiSerial, IsShownAndWrittenAndNothingElseChanges)
 {
     const Bench bench;
-    EXPECT_EQ(Json::parse(bench.nyxus_with_rom(kModel, {"serial", "--json", "-q"}).out)["mfi_serial"],
-              nullptr);
-    ASSERT_EQ(bench.nyxus_with_rom(kModel, {"upgrade", bench.image(kModel, "0x0205"), "--mfi",
-                                            bench.mfi_image("A0001234")})
+    EXPECT_EQ(
+        Json::parse(bench.nyxus_with_rom(kModel, {"serial", "--json", "-q"}).out)["mfi_serial"],
+        nullptr);
+    ASSERT_EQ(bench
+                  .nyxus_with_rom(kModel, {"upgrade", bench.image(kModel, "0x0205"), "--mfi",
+                                           bench.mfi_image("A0001234")})
                   .exit_code,
               0);
     const Bytes before = read_file(bench.rom_file());

@@ -38,8 +38,8 @@ TEST(Upgrade, WritesMfiImageAndSerialNumber)
         const Bench bench;
         const std::string image = bench.image(model, "0x0301", {"--size", "20000"});
         const std::string mfi = bench.mfi_image("OLDSERIAL");
-        const Outcome upgrade =
-            bench.nyxus_with_rom(model, {"upgrade", image, "--mfi", mfi, "--mfi-serial", "NEWSERIAL"});
+        const Outcome upgrade = bench.nyxus_with_rom(
+            model, {"upgrade", image, "--mfi", mfi, "--mfi-serial", "NEWSERIAL"});
         ASSERT_EQ(upgrade.exit_code, 0) << model << ": " << upgrade.err;
 
         const Bytes original = read_file(mfi);

@@ -44,9 +44,8 @@ void end(Job& job, const engine::BatchReport& report, const Programming& how)
     if (report.status && job.images != nullptr) {
         result.exit_code = kExitOk;
         result.outcome = report.up_to_date ? Outcome::kUpToDate : Outcome::kUpgraded;
-        result.message = report.up_to_date
-                             ? kUpToDate
-                             : "upgraded: " + what_is_done(how, *job.images, result);
+        result.message =
+            report.up_to_date ? kUpToDate : "upgraded: " + what_is_done(how, *job.images, result);
     } else if (report.started || !report.stopped) {
         result.end(failure_of(result.report));
     } else {
@@ -198,8 +197,7 @@ private:
         }
         std::ranges::sort(chosen); // they lie in one vector: back to its order
         std::vector<TableRow> rows;
-        std::ranges::transform(chosen, std::back_inserter(rows),
-                               &Job::row);
+        std::ranges::transform(chosen, std::back_inserter(rows), &Job::row);
         rows.push_back({.text = status_line()});
         display_.show(std::move(rows));
     }

@@ -32,22 +32,13 @@ void confirm(Console& console, const std::string& what, bool yes)
 ExitCode erase(Console& console, const Arguments& arguments, Camera& camera, Result& result)
 {
     using engine::Phase;
-    Follower follower(console, consequence_of_erasing);
+    Follower follower(console);
     follower.expect({Phase::kReading, Phase::kReadingAgain, Phase::kErasing, Phase::kVerifying},
                     erased_bytes(camera));
     result.report =
         engine::erase(camera, engine::Backups(), follower.caller(), !arguments.skip_backup);
-    const engine::Report& report = result.report;
-    if (report.stopped) {
-        throw Failure(kExitInterrupted,
-                      std::string("interrupted: ") + consequence_of_erasing(report.rom));
-    }
-    if (!report.status && report.rom == engine::RomContents::kIncomplete) {
-        throw failure_of(report.status,
-                         consequence_of_erasing(report.rom) + way_back(report.backup.string()));
-    }
-    if (!report.status)
-        throw failure_of(report);
+    if (!result.report.status)
+        throw failure_of(result.report);
     return finish(console, result, "erased; after a reset the camera runs its mask ROM");
 }
 
@@ -94,8 +85,8 @@ ExitCode run_erase(Console& console, const Arguments& arguments, const EraseArgu
 
 void add_erase_command(Command& parent, Arguments& arguments)
 {
-    Command& command = add_command(parent, "erase", "Erase a flash, or a part of the ROM",
-                                   "-c A0001234 --yes");
+    Command& command =
+        add_command(parent, "erase", "Erase a flash, or a part of the ROM", "-c A0001234 --yes");
     auto& wanted = set_run<EraseArguments>(command, arguments, run_erase);
     add_range(command, wanted.range, "whole");
     command.flag("-y,--yes", &wanted.yes, "Do not ask");

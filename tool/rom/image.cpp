@@ -59,7 +59,8 @@ Value mfi_json(const std::optional<engine::MfiFacts>& mfi)
         parts.emplace_back(
             Members{{"part", part.name}, {"address", part.address}, {"bytes", part.size}});
     }
-    return Members{{"bytes", mfi->bytes}, {"mfi_serial", nothing_or(mfi->serial)}, {"parts", parts}};
+    return Members{
+        {"bytes", mfi->bytes}, {"mfi_serial", nothing_or(mfi->serial)}, {"parts", parts}};
 }
 
 Value cameras_json(const std::vector<Fit>& fits)
@@ -179,9 +180,9 @@ std::string text_of(const std::string& file, const ImageFacts& facts, const std:
 ExitCode run_image(Console& console, const Arguments& arguments, const ImageArguments& wanted)
 {
     constexpr size_t kLargestPart = 0x1000000;
-    const ImageFacts facts =
-        wanted.file == "-" ? engine::inspect_contents(read_file("-", kLargestPart, "any ROM"))
-                           : value_of(engine::inspect_image(wanted.file));
+    const ImageFacts facts = wanted.file == "-"
+                                 ? engine::inspect_contents(read_file("-", kLargestPart, "any ROM"))
+                                 : value_of(engine::inspect_image(wanted.file));
     const std::vector<Fit> fits = look_at_cameras(console, arguments, facts);
     console.display().say(arguments.json ? json_text(image_json(wanted.file, facts, fits))
                                          : text_of(wanted.file, facts, fits));

@@ -94,8 +94,7 @@ void add_manifest_command(Command& app, Arguments& arguments)
         .shown_as("NAME")
         .required();
     creation
-        .text("--version", &options.manifest.version,
-              "Its version: numbers with dots between them")
+        .text("--version", &options.manifest.version, "Its version: numbers with dots between them")
         .shown_as("VERSION")
         .required();
     creation.text("--reports", &options.reports, "Version that cameras with these images report")

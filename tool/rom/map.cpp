@@ -46,7 +46,9 @@ std::vector<Row> rows_of(const Camera& camera, std::span<const uint8_t> rom)
             return;
         const size_t used = used_bytes(rom.subspan(next, end - next));
         const bool is_other = name == "free" && used > 0;
-        rows.push_back({is_other ? "other" : name, {next, end - next}, used,
+        rows.push_back({is_other ? "other" : name,
+                        {next, end - next},
+                        used,
                         used > 0 ? fate_of(name, camera) : "-"});
         next = end;
     };
@@ -57,7 +59,9 @@ std::vector<Row> rows_of(const Camera& camera, std::span<const uint8_t> rom)
     add("free", static_cast<uint32_t>(rom.size()));
     if (const uint32_t part = part_bytes(camera); part > next) {
         const bool is_erased = engine::erased_flash_bytes(camera) > next;
-        rows.push_back({"beyond", {next, part - next}, 0,
+        rows.push_back({"beyond",
+                        {next, part - next},
+                        0,
                         is_erased ? "lost unless --keep whole" : "left alone"});
     }
     return rows;
@@ -84,8 +88,8 @@ ExitCode run_map(Console& console, const Arguments& arguments)
 {
     Camera camera = open_with_rom(console, arguments);
     Follower follower(console);
-    const auto rom = value_of(
-        engine::read_rom(camera, 0, engine::replaced_bytes(camera), follower.caller()));
+    const auto rom =
+        value_of(engine::read_rom(camera, 0, engine::replaced_bytes(camera), follower.caller()));
     console.drain();
     const engine::ImageFacts facts = engine::inspect_contents(rom);
     const std::vector<Row> rows = rows_of(camera, rom);

@@ -3,9 +3,12 @@
 
 #include "session/dry_run.h"
 #include "session/follower.h"
+#include "session/whole_file.h"
 #include "terminal/failure.h"
 #include "terminal/json_text.h"
 #include "terminal/text.h"
+
+#include <algorithm>
 
 namespace tool {
 
@@ -46,6 +49,17 @@ Members json_of(const engine::Step& step)
 
 } // namespace
 
+static engine::Firmware load_firmware(const Sources& sources)
+{
+    if (sources.file != "-")
+        return value_of(engine::load_pinned(sources.file, sources.sha256));
+    auto firmware = value_of(engine::Firmware::from(
+        read_file("-", NYXUS_FW_BIN_CAPACITY, "a firmware image"), "standard input"));
+    if (!sources.sha256.empty() && sources.sha256 != firmware.digest())
+        throw Failure(kExitImageRefused, "standard input has another digest: " + firmware.digest());
+    return firmware;
+}
+
 uint64_t image_bytes(const engine::Images& images)
 {
     return images.firmware.bytes().size() + (images.mfi ? images.mfi->bytes().size() : 0);
@@ -66,8 +80,7 @@ void add_programming(Command& command, Arguments& arguments, Programming& how)
         .shown_as("PARTS");
     add_no_backup(command, arguments);
     command.flag("--no-verify", &how.skip_verify, "Do not read back and compare");
-    command.flag("--reset", &how.restart,
-                 "Restart the camera afterwards and show its new version");
+    command.flag("--reset", &how.restart, "Restart the camera afterwards and show its new version");
     add_dry_run(command, arguments);
 }
 
@@ -81,7 +94,7 @@ Offer load_images(const Sources& sources)
     const engine::Trust trust = value_of(find_trust(folders));
     if (sources.manifest.empty()) {
         require(trust.check_bare_image(sources.file));
-        engine::Images images{value_of(engine::load_pinned(sources.file, sources.sha256))};
+        engine::Images images{load_firmware(sources)};
         if (!sources.mfi_file.empty())
             images.mfi = value_of(engine::Mfi::load(sources.mfi_file));
         return {{{"", std::move(images)}}};
@@ -207,16 +220,15 @@ void change_rom(Console& console, const Arguments& arguments, Camera& camera,
         throw failure_of(report);
 }
 
-void print_plan(Console& console, const Arguments& arguments, const Programming& how,
-                Camera& camera, const engine::Images& images, nyxus::Bytes before)
+void print_plan(Console& console, const Arguments& arguments, Camera& camera,
+                const engine::Images& images, const engine::Plan& plan)
 {
-    engine::Plan plan =
-        engine::plan_upgrade(camera, images, upgrade_options(arguments, how), before);
-    if (how.restart)
-        plan.steps.push_back({engine::Action::kRestart});
     const std::string version = images.version();
-    std::string text = "to be done with " + camera.name() + ", " +
-                       engine::version_change(camera.version(), version) + ":";
+    const bool writes = std::ranges::any_of(
+        plan.steps, [](const engine::Step& step) { return step.action == engine::Action::kUnlock; });
+    std::string text = writes ? "to be done with " + camera.name() + ", " +
+                                    engine::version_change(camera.version(), version) + ":"
+                              : camera.name() + ": " + kUpToDate;
     Value::List steps;
     Cost cost;
     for (const engine::Step& step : plan.steps) {
@@ -235,8 +247,10 @@ void print_plan(Console& console, const Arguments& arguments, const Programming&
     values.push_back({"replaced", json_of(plan.replaced)});
     values.push_back({"lost", json_of(plan.lost)});
     values.push_back({"unreachable", json_of(plan.unreachable)});
+    if (!writes)
+        values.push_back({"message", kUpToDate});
     print_dry_run(console, arguments, camera, text, values, cost,
-                  camera.has_spi_flash() ? kFlashTime : "");
+                  writes && camera.has_spi_flash() ? kFlashTime : "");
 }
 
 std::string advice_after(engine::RomContents rom)

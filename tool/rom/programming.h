@@ -69,9 +69,9 @@ std::vector<uint8_t> read_before(Console& console, Camera& camera,
 bool program(Console& console, Camera& camera, const Arguments& arguments, const Programming& how,
              const engine::Images& images, Result& result);
 
-/// What --dry-run tells in its place. `before` is what has been read of the ROM, perhaps nothing.
-void print_plan(Console& console, const Arguments& arguments, const Programming& how,
-                Camera& camera, const engine::Images& images, nyxus::Bytes before = {});
+/// What --dry-run tells in its place; a plan that writes nothing means that the ROM is up to date.
+void print_plan(Console& console, const Arguments& arguments, Camera& camera,
+                const engine::Images& images, const engine::Plan& plan);
 
 /// Restarts the camera, waits for its return and says how it came back. A Failure when it does not
 /// run from its ROM, or not what was programmed, or does not report the version of the images, if

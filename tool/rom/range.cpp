@@ -35,10 +35,9 @@ void add_range(Command& command, RangeArguments& wanted, const std::string& othe
     for (const Region& region : kRegions)
         names.emplace_back(region.name);
     names.emplace_back("whole");
-    const Option& region =
-        add_choice(command, "--region", &wanted.region, names,
-                   "Part of the ROM: " + listed(names) + " [" + otherwise + "]")
-            .shown_as("NAME");
+    const Option& region = add_choice(command, "--region", &wanted.region, names,
+                                      "Part of the ROM: " + listed(names) + " [" + otherwise + "]")
+                               .shown_as("NAME");
     command.number("--at", &wanted.address, {0, kLargestPart - 1}, "Address of its first byte")
         .shown_as("ADDRESS")
         .excluding(region);
@@ -58,8 +57,8 @@ RomRange range_of(const RangeArguments& wanted, uint32_t reachable, uint32_t usu
     if (range.bytes == 0 && range.address < reachable)
         range.bytes = std::min(usual, reachable - range.address);
     if (range.bytes == 0 || range.address >= reachable || range.bytes > reachable - range.address) {
-        throw Failure(kExitUsage, format("the ROM has only %u bytes; choose a smaller part of it",
-                                         reachable));
+        throw Failure(kExitUsage,
+                      format("the ROM has only %u bytes; choose a smaller part of it", reachable));
     }
     return range;
 }

@@ -71,8 +71,8 @@ ExitCode read(Console& console, const Arguments& arguments, const ReadArguments&
         range_of(wanted.range, reachable, std::min(camera.rom_size(), kUsualBytes));
     Follower follower(console);
     follower.expect({engine::Phase::kReading, engine::Phase::kReadingAgain});
-    const auto bytes = value_of(
-        engine::read_rom_twice(camera, range.address, range.bytes, follower.caller()));
+    const auto bytes =
+        value_of(engine::read_rom_twice(camera, range.address, range.bytes, follower.caller()));
     console.drain();
     const std::string what = description_of(camera, range, bytes);
     if (is_for_pipe) {
@@ -102,7 +102,7 @@ void print_differences(Display& display, uint32_t address, std::span<const uint8
                        std::span<const uint8_t> file)
 {
     constexpr size_t kMostRuns = 16;
-    constexpr size_t kMostBytes = 8;
+    constexpr size_t kShownBytes = 8;
     size_t runs = 0;
     for (size_t i = 0; i < rom.size(); ++i) {
         size_t end = i;
@@ -113,7 +113,7 @@ void print_differences(Display& display, uint32_t address, std::span<const uint8
         if (runs == 0)
             display.say(padded("ADDRESS", 10) + padded("BYTES", 7) + padded("ROM", 28) + "FILE");
         const auto shown = [&](std::span<const uint8_t> bytes) {
-            const size_t count = std::min(end - i, kMostBytes);
+            const size_t count = std::min(end - i, kShownBytes);
             return bytes_text(bytes.subspan(i, count)) + (count < end - i ? " ..." : "");
         };
         if (++runs <= kMostRuns) {
@@ -137,13 +137,12 @@ ExitCode compare(Console& console, const Arguments& arguments, const ReadArgumen
     // A file that does not fit is different; the part that does still tells where.
     const bool fits = image.size() <= range.bytes;
     if (!fits) {
-        console.display().warn(format("nyxus: the file has %zu bytes, the ROM only %u",
-                                      image.size(), range.bytes));
+        console.display().warn(
+            format("nyxus: the file has %zu bytes, the ROM only %u", image.size(), range.bytes));
         image.resize(range.bytes);
     }
     Follower follower(console);
-    const auto rom =
-        value_of(engine::read_back(camera, range.address, image, follower.caller()));
+    const auto rom = value_of(engine::read_back(camera, range.address, image, follower.caller()));
     const size_t count = engine::find_difference(rom, image).count;
     if (count == 0 && fits)
         return finish(console, result, format("equal: %zu bytes", image.size()));

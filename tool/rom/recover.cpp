@@ -28,10 +28,11 @@ Failure uncertainty(const engine::Status& why, const std::vector<engine::Backup>
 {
     std::string list;
     for (const engine::Backup& backup : candidates) {
-        list += "\n  " + printable(backup.file.string()) + "\n     " +
-                printable(backup.time + ", serial " + (backup.serial.empty() ? "-" : backup.serial) +
-                          ", port " + (backup.port.empty() ? "?" : backup.port) +
-                          ", started: " + to_text(backup.started));
+        list +=
+            "\n  " + printable(backup.file.string()) + "\n     " +
+            printable(backup.time + ", serial " + (backup.serial.empty() ? "-" : backup.serial) +
+                      ", port " + (backup.port.empty() ? "?" : backup.port) +
+                      ", started: " + to_text(backup.started));
     }
     return failure_of(why, "name one of these: 'nyxus recover FILE'" + list);
 }
@@ -67,8 +68,12 @@ ExitCode plan_recovery(Console& console, const Arguments& arguments, const Recov
 {
     Camera camera = open_with_rom(console, arguments, wanted.how.eeprom_kib);
     const engine::Images images = choose(console, camera, wanted);
-    print_plan(console, arguments, wanted.how, camera, images,
-               read_before(console, camera, upgrade_options(arguments, wanted.how)));
+    const engine::UpgradeOptions options = upgrade_options(arguments, wanted.how);
+    const std::vector<uint8_t> before = read_before(console, camera, options);
+    engine::Plan plan = plan_upgrade(camera, images, options, before);
+    if (wanted.how.restart)
+        plan.steps.push_back({engine::Action::kRestart});
+    print_plan(console, arguments, camera, images, plan);
     return kExitOk;
 }
 
@@ -77,8 +82,8 @@ ExitCode run_recover(Console& console, const Arguments& arguments, const Recover
     if (arguments.dry_run)
         return plan_recovery(console, arguments, wanted);
     return run_with_result(console, arguments, [&](Result& result) {
-        Camera camera = introduce(console, result,
-                                  open_with_rom(console, arguments, wanted.how.eeprom_kib));
+        Camera camera =
+            introduce(console, result, open_with_rom(console, arguments, wanted.how.eeprom_kib));
         const engine::Images images = choose(console, camera, wanted);
         program(console, camera, arguments, wanted.how, images, result);
         finish(console, result, "recovered: " + what_is_done(wanted.how, images, result));

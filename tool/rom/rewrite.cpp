@@ -55,15 +55,18 @@ ExitCode rewrite(Console& console, const Arguments& arguments, const std::string
     if (arguments.dry_run) {
         Camera camera = open_with_rom(console, arguments);
         const engine::Images images = patched(camera);
-        print_plan(console, arguments, how, camera, images,
-                   read_before(console, camera, upgrade_options(arguments, how)));
+        const engine::UpgradeOptions options = upgrade_options(arguments, how);
+        const std::vector<uint8_t> before = read_before(console, camera, options);
+        print_plan(console, arguments, camera, images,
+                   plan_upgrade(camera, images, options, before));
         return kExitOk;
     }
     return run_with_result(console, arguments, [&](Result& result) {
         Camera camera = introduce(console, result, open_with_rom(console, arguments));
         const engine::Images images = patched(camera);
         const bool changed = program(console, camera, arguments, how, images, result);
-        return finish(console, result, changed ? done : "nothing to do: the ROM holds that already");
+        return finish(console, result,
+                      changed ? done : "nothing to do: the ROM holds that already");
     });
 }
 

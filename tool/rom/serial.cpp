@@ -22,14 +22,15 @@ ExitCode show(Console& console, const Arguments& arguments)
 {
     Camera camera = open_with_rom(console, arguments);
     Follower follower(console);
-    const auto area = value_of(engine::read_rom(camera, NYXUS_MFI_ROM_ADDR, NYXUS_MFI_BIN_CAPACITY,
-                                                follower.caller()));
+    const auto area = value_of(
+        engine::read_rom(camera, NYXUS_MFI_ROM_ADDR, NYXUS_MFI_BIN_CAPACITY, follower.caller()));
     console.drain();
     const auto mfi = engine::inspect_contents(area).mfi;
     const std::string serial = mfi ? printable(mfi->serial) : "";
     if (arguments.json) {
-        say_json(console, arguments, {{"mfi_serial", nothing_or(serial)},
-                                      {"usb_serial", nothing_or(camera.info().serial)}});
+        say_json(
+            console, arguments,
+            {{"mfi_serial", nothing_or(serial)}, {"usb_serial", nothing_or(camera.info().serial)}});
         return kExitOk;
     }
     const std::string none = mfi ? "none that is a text" : "none, the ROM holds no MFi image";

@@ -20,23 +20,6 @@ bool runs_its_rom(const Camera& camera)
            (rom == engine::RomRecord::kNone || rom == engine::RomRecord::kStarted);
 }
 
-/// Of a camera that is up to date; in a batch it is never restarted.
-void print_restart_at_most(Console& console, const Arguments& arguments, const Programming& how,
-                           Camera& camera)
-{
-    const engine::Step restart = {engine::Action::kRestart};
-    const bool restarts = how.restart && !arguments.turn && !runs_its_rom(camera);
-    Members values = json_of_place(camera.info());
-    Value::List steps;
-    if (restarts)
-        steps.emplace_back(Members{{"step", to_text(restart.action)}});
-    values.push_back({"steps", steps});
-    values.push_back({"message", kUpToDate});
-    print_dry_run(console, arguments, camera,
-                  camera.name() + ": " + kUpToDate + (restarts ? "\n  restart" : ""), values,
-                  restarts ? engine::cost_of(camera, restart) : Cost());
-}
-
 /// What --dry-run does in its place.
 ExitCode plan_upgrade(Console& console, const Arguments& arguments, const UpgradeArguments& wanted,
                       const Offer& offer)
@@ -45,11 +28,13 @@ ExitCode plan_upgrade(Console& console, const Arguments& arguments, const Upgrad
     Camera camera = open_with_rom(console, arguments, wanted.how.eeprom_kib);
     const engine::Images images = choose_images(wanted.sources, offer, camera);
     const std::vector<uint8_t> before = read_before(console, camera, options);
-    if (!options.always && is_up_to_date(plan_upgrade(camera, images, options), before)) {
-        print_restart_at_most(console, arguments, wanted.how, camera);
-    } else {
-        print_plan(console, arguments, wanted.how, camera, images, before);
-    }
+    engine::Plan plan = plan_upgrade(camera, images, options, before);
+    const bool is_done = !options.always && is_up_to_date(plan, before);
+    if (is_done)
+        plan = {};
+    if (wanted.how.restart && (!is_done || (!arguments.turn && !runs_its_rom(camera))))
+        plan.steps.push_back({engine::Action::kRestart});
+    print_plan(console, arguments, camera, images, plan);
     return kExitOk;
 }
 
@@ -80,8 +65,9 @@ ExitCode upgrade(Console& console, const Arguments& arguments, const UpgradeArgu
 ExitCode run_upgrade(Console& console, const Arguments& arguments, const UpgradeArguments& wanted)
 {
     if (wanted.all && !wanted.sources.mfi_serial.empty()) {
-        throw Failure(kExitUsage, "--mfi-serial would give all cameras the same serial number; "
-                                  "upgrade them one by one");
+        throw Failure(kExitUsage,
+                      "--mfi-serial would give all cameras the same serial number; "
+                      "upgrade them one by one");
     }
     if (arguments.dry_run) {
         const Offer offer = load_images(wanted.sources); // once for all cameras
@@ -107,7 +93,7 @@ void add_upgrade_command(Command& app, Arguments& arguments)
                     "camera.bin --mfi mfi.bin --mfi-serial A0001234 --reset");
     auto& wanted = set_run<UpgradeArguments>(command, arguments, run_upgrade);
     Sources& sources = wanted.sources;
-    command.file("FILE", &sources.file, "Firmware image; without: --manifest");
+    command.file("FILE", &sources.file, "Firmware image, - is standard input; without: --manifest");
     const Option& manifest =
         command.file("--manifest", &sources.manifest,
                      "Manifest, which names the images by chip, for any mixture of cameras");
@@ -115,8 +101,9 @@ void add_upgrade_command(Command& app, Arguments& arguments)
         .shown_as("HEX")
         .excluding(manifest);
     command.file("--mfi", &sources.mfi_file, "MFi image to program beside it").excluding(manifest);
-    command.text("--mfi-serial", &sources.mfi_serial,
-                 "MFi serial number to write into the MFi image before")
+    command
+        .text("--mfi-serial", &sources.mfi_serial,
+              "MFi serial number to write into the MFi image before")
         .shown_as("TEXT");
     command.flag("--allow-downgrade", &sources.allow_downgrade,
                  "Also from a newer version to an older one");

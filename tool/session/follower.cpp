@@ -15,37 +15,29 @@ constexpr char kFinishing[] =
     "nyxus: interrupted: the ROM is completed first, which takes a few seconds; a second interrupt "
     "stops at once";
 
-/// What an end of the work means, and what to do then; and what the ROM holds.
+/// What the ROM holds; and what an end of the work means then, and what to do.
 struct RomWords {
-    const char* after_upgrade;
-    const char* after_erase;
     const char* state;
+    const char* consequence;
 };
 
-const RomWords& words_for(RomContents rom)
-{
-    // clang-format off
-    static constexpr RomWords kWords[] = {
-        {"nothing was written", "nothing was written",
-         "the ROM is unchanged"},
-        {"", "",
-         "the ROM holds the new firmware"},
-        {"the ROM was written but not read back; 'nyxus compare FILE' does that, and 'nyxus reset' starts the new firmware",
-         "the ROM was erased, but nobody has looked whether it is empty",
-         "the ROM was written, but not read back"},
-        {"the ROM is incomplete now, run the upgrade again",
-         "the ROM is partly erased; erase or upgrade it again",
-         "the ROM is incomplete"},
-        {"", "",
-         "the ROM is incomplete"},
-        {"nobody knows what the ROM holds now, run the upgrade again",
-         "nobody knows what the ROM holds now; erase or upgrade it again",
-         "nobody knows what the ROM holds"},
-    };
-    // clang-format on
-    static_assert(std::size(kWords) == static_cast<size_t>(RomContents::kUnknown) + 1);
-    return kWords[static_cast<size_t>(rom)];
-}
+// clang-format off
+constexpr RomWords kRomWords[] = {
+    {"the ROM is unchanged",
+     "nothing was written"},
+    {"the ROM holds the new firmware",
+     ""},
+    {"the ROM was written, but not read back",
+     "the ROM was written but not read back; 'nyxus compare FILE' does that, and 'nyxus reset' starts what it holds"},
+    {"the ROM is incomplete",
+     "the ROM is incomplete now, run the command again"},
+    {"the ROM is blank",
+     ""},
+    {"nobody knows what the ROM holds",
+     "nobody knows what the ROM holds now, run the command again"},
+};
+// clang-format on
+static_assert(std::size(kRomWords) == static_cast<size_t>(RomContents::kUnknown) + 1);
 
 /// In these nothing is asked of the camera, and they have a limit of their own.
 bool is_patient(Phase phase)
@@ -62,17 +54,12 @@ bool is_shown(Phase phase)
 
 const char* consequence_of(RomContents rom)
 {
-    return words_for(rom).after_upgrade;
-}
-
-const char* consequence_of_erasing(RomContents rom)
-{
-    return words_for(rom).after_erase;
+    return kRomWords[static_cast<size_t>(rom)].consequence;
 }
 
 const char* state_of(RomContents rom)
 {
-    return words_for(rom).state;
+    return kRomWords[static_cast<size_t>(rom)].state;
 }
 
 engine::Caller Follower::caller()
@@ -139,7 +126,8 @@ void Follower::follow_phase(const engine::Event& event)
         progress_.end();
     }
     const bool goes_on = event.kind == Kind::kBegins || event.kind == Kind::kAdvances;
-    display.show(goes_on ? std::vector<TableRow>{{.progress = progress_}} : std::vector<TableRow>());
+    display.show(goes_on ? std::vector<TableRow>{{.progress = progress_}}
+                         : std::vector<TableRow>());
     if (event.kind == Kind::kEnds && display.tells_events()) {
         display.put_event(progress_.json_line());
     } else if (event.kind == Kind::kEnds) {
@@ -151,7 +139,7 @@ void Follower::prepare_for_interrupts(const engine::Event& event)
 {
     const bool is_incomplete = event.rom == RomContents::kIncomplete;
     const std::string meaning =
-        consequence_(event.rom) + (is_incomplete ? way_back(backup_) : "") +
+        std::string(consequence_of(event.rom)) + (is_incomplete ? way_back(backup_) : "") +
         (event.stop_waits ? ", before the camera is reset or unplugged" : "");
     console_.set_outlook(meaning, event.rom);
     if (event.stop_waits) {

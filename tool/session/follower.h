@@ -11,11 +11,8 @@ namespace tool {
 namespace engine = nyxus::engine;
 
 /// What an end means for the camera when its ROM holds this, and what to do then; "" for nothing.
-/// After an upgrade, and after an erase.
-using Consequence = const char* (*)(engine::RomContents);
 const char* consequence_of(engine::RomContents rom);
-const char* consequence_of_erasing(engine::RomContents rom);
-/// "the ROM is unchanged", as the end of an upgrade leaves it.
+/// "the ROM is unchanged"
 const char* state_of(engine::RomContents rom);
 
 /// What is seen of an upgrade.
@@ -33,10 +30,7 @@ std::string words_of(const engine::Event& event);
 /// once. It outlives the engine's work.
 class Follower {
 public:
-    explicit Follower(Console& console, Consequence consequence = consequence_of)
-        : console_(console), consequence_(consequence)
-    {
-    }
+    explicit Follower(Console& console) : console_(console) {}
 
     /// See Progress::expect().
     void expect(const std::vector<engine::Phase>& phases, uint64_t image_bytes = 0)
@@ -51,7 +45,6 @@ private:
     void prepare_for_interrupts(const engine::Event& event);
 
     Console& console_;
-    const Consequence consequence_;
     std::string backup_; ///< the file; "" while there is none
     Progress progress_;
     std::stop_source stop_;

@@ -31,9 +31,9 @@ struct Result {
     int exit_code = kExitFailure;
     std::string message;
     std::chrono::steady_clock::time_point begun = std::chrono::steady_clock::now();
-    double seconds = 0;       ///< that it took
-    engine::Report report;    ///< of what was done to the ROM
-    std::string sha256 = {};  ///< of the firmware's file
+    double seconds = 0;      ///< that it took
+    engine::Report report;   ///< of what was done to the ROM
+    std::string sha256 = {}; ///< of the firmware's file
     std::string mfi_sha256 = {};
     std::string version = {}; ///< that the image says it is
 

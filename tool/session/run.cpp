@@ -33,8 +33,11 @@ ExitCode run_once(Console& console, const Arguments& arguments)
         console.drain();
         display.show({});
         display.set_last_line(nullptr);
-        if (arguments.json && !display.tells_events())
-            say_json(console, arguments, Members{{"error", json_of(failure)}});
+        if (arguments.json && !display.tells_events()) {
+            Members line = arguments.turn ? json_of_place(*arguments.turn) : Members();
+            line.push_back({"error", json_of(failure)});
+            display.say(json_line(line)); // perhaps in the place of events
+        }
         const std::string place = arguments.turn ? arguments.turn->port_path + ": " : "";
         display.warn("nyxus: " + place + failure.text());
         return failure.code();

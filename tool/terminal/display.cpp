@@ -80,9 +80,9 @@ void Display::say(std::string_view line)
     const std::lock_guard lock(mutex_);
     if (events_ && quiet_)
         return;
-    put_line(out_.get(),
-             events_ ? json_line(Members{{"event", "message"}, {"text", std::string(line)}})
-                     : std::string(line));
+    put_line(out_.get(), events_
+                             ? json_line(Members{{"event", "message"}, {"text", std::string(line)}})
+                             : std::string(line));
 }
 
 void Display::note(std::string_view line)
@@ -271,7 +271,7 @@ std::string Display::text_of(const TableRow& row, size_t columns) const
     const std::string label = cut(row.label, columns);
     const size_t room = columns - label.size();
     return label + (row.progress.phase().empty() ? coloured(cut(row.text, room), row.colour)
-                                               : text_of(row.progress, room, !label.empty()));
+                                                 : text_of(row.progress, room, !label.empty()));
 }
 
 /// The narrower the terminal, the less is said: first the time goes, then the bar.

@@ -26,7 +26,8 @@ std::string hexadecimal(std::span<const uint8_t> bytes, uint32_t address)
         const bool is_same = std::ranges::equal(line, before);
         if (!is_same || done + kLine >= bytes.size()) {
             std::string characters(line.begin(), line.end());
-            std::ranges::replace_if(characters, [](char c) { return c < 0x20 || c > 0x7E; }, '.');
+            std::ranges::replace_if(
+                characters, [](char c) { return c < 0x20 || c > 0x7E; }, '.');
             text += (text.empty() ? "" : "\n") + format("0x%04zX  ", address + done) +
                     padded(bytes_text(line), 3 * kLine) + " " + characters;
         } else if (!repeats) {
