@@ -98,7 +98,6 @@ void Session::check(const std::string& doing, int32_t status) const
 void set_action(Command& command, Arguments& arguments, SessionAction action,
                 std::function<void()> check_first)
 {
-    add_all(command, arguments);
     set_run(
         command, arguments,
         [action = std::move(action), check_first = std::move(check_first)](
@@ -114,6 +113,7 @@ void set_writing_action(Command& command, Arguments& arguments, SessionAction ac
                         std::function<void()> check_first)
 {
     add_dry_run(command, arguments);
+    add_all(command, arguments);
     set_action(command, arguments, std::move(action), std::move(check_first));
 }
 
