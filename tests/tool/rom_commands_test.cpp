@@ -126,7 +126,7 @@ TEST(All, DoesItWithEachCameraAndTellsTheWorst)
     const Outcome worst = bench.nyxus(cameras, {"compare", bench.path("rom-1-1.bin"), "--all"});
     EXPECT_EQ(worst.exit_code, 8) << worst.out;
     EXPECT_TRUE(contains(worst.out, "equal: ")) << worst.out;
-    EXPECT_EQ(bench.nyxus({}, {"info", "--all"}).exit_code, 3);
+    EXPECT_EQ(run_program({kNyxus, "info", "--all"}).exit_code, 3);
     EXPECT_EQ(bench.nyxus(cameras, {"info", "--all", "-c", "A1"}).exit_code, 2);
 }
 
