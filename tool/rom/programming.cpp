@@ -224,8 +224,9 @@ void print_plan(Console& console, const Arguments& arguments, Camera& camera,
                 const engine::Images& images, const engine::Plan& plan)
 {
     const std::string version = images.version();
-    const bool writes = std::ranges::any_of(
-        plan.steps, [](const engine::Step& step) { return step.action == engine::Action::kUnlock; });
+    const bool writes = std::ranges::any_of(plan.steps, [](const engine::Step& step) {
+        return step.action == engine::Action::kUnlock;
+    });
     std::string text = writes ? "to be done with " + camera.name() + ", " +
                                     engine::version_change(camera.version(), version) + ":"
                               : camera.name() + ": " + kUpToDate;
