@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "command_line/arguments.h"
+#include "session/run.h"
 #include "terminal/console.h"
-#include "terminal/failure.h"
-#include "terminal/json_text.h"
 #include "terminal/text.h"
 
 #include <nyxus/trace.h>
@@ -18,13 +17,13 @@ namespace {
 using namespace tool;
 
 /// A success that nobody could read of is none.
-ExitCode noticing_lost_output(Display& display, ExitCode code)
+ExitCode noticing_lost_output(Display& display)
 {
     const std::string complaint = display.output_complaint();
     if (complaint.empty())
-        return code;
+        return kExitOk;
     display.warn("nyxus: " + complaint);
-    return code == kExitOk ? kExitFailure : code;
+    return kExitFailure;
 }
 
 /// The same for what is printed without a display, such as help.
@@ -37,32 +36,16 @@ int noticing_lost_output(int code)
     return code == kExitOk ? kExitFailure : code;
 }
 
-ExitCode run_reporting_failures(const Arguments& arguments)
+ExitCode run(const Arguments& arguments)
 {
     Console console(arguments.verbosity, arguments.patience_s);
-    try {
-        NyTraceVerbose_level(std::min(arguments.verbosity, 3));
-        if (arguments.quiet || arguments.json)
-            console.display().be_quiet(); // until events are told
-        if (arguments.json) {
-            console.display().set_last_line(
-                [](const Failure& failure, RomContents) { return json_error(failure); });
-        }
-        for (const std::string& line : nyxus::engine::put_left_cameras_back())
-            console.display().warn("nyxus: " + line);
-        const ExitCode code = arguments.run(console, arguments);
-        console.drain();
-        console.display().set_last_line(nullptr);
-        return noticing_lost_output(console.display(), code);
-    } catch (const Failure& failure) {
-        console.drain();
-        console.display().abandon();
-        console.display().set_last_line(nullptr);
-        if (arguments.json && !console.display().tells_events())
-            console.display().say(json_error(failure));
-        console.display().warn("nyxus: " + failure.text());
-        return failure.code();
-    }
+    NyTraceVerbose_level(std::min(arguments.verbosity, 3));
+    if (arguments.quiet || arguments.json)
+        console.display().be_quiet(); // until events are told
+    for (const std::string& line : nyxus::engine::put_left_cameras_back())
+        console.display().warn("nyxus: " + line);
+    const ExitCode code = run_command(console, arguments);
+    return code == kExitOk ? noticing_lost_output(console.display()) : code;
 }
 
 } // namespace
@@ -71,8 +54,7 @@ int main(int argc, char** argv)
 {
     try {
         const ParsedArguments parsed = parse_arguments(argc, argv);
-        return parsed.exit_code ? noticing_lost_output(*parsed.exit_code)
-                                : run_reporting_failures(parsed.arguments);
+        return parsed.exit_code ? noticing_lost_output(*parsed.exit_code) : run(parsed.arguments);
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "nyxus: %s\n", text::printable_lines(failure.what()).c_str());
         return kExitFailure;

@@ -82,6 +82,14 @@ Result<Firmware> Firmware::from_rom(std::vector<uint8_t> bytes, const std::strin
                                 used));
 }
 
+Result<Firmware> Firmware::exactly(std::vector<uint8_t> bytes, const std::string& name)
+{
+    auto firmware = from_rom(std::move(bytes), name);
+    if (firmware)
+        firmware->size_ = firmware->bytes_.size();
+    return firmware;
+}
+
 uint32_t Firmware::rom_size(bool larch) const
 {
     constexpr uint32_t kUnit = 512;

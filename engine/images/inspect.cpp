@@ -54,26 +54,31 @@ const char* to_text(ImageFacts::Contents contents)
     return kTexts[static_cast<size_t>(contents)];
 }
 
+ImageFacts inspect_contents(std::vector<uint8_t> bytes)
+{
+    ImageFacts facts;
+    facts.bytes = bytes.size();
+    facts.sha256 = sha256(bytes);
+    if (facts.bytes <= NYXUS_MFI_BIN_CAPACITY)
+        facts.mfi = find_mfi(bytes);
+    if (facts.mfi) {
+        facts.contents = ImageFacts::Contents::kMfi;
+        return facts;
+    }
+    facts.mfi = find_mfi(mfi_area(bytes));
+    if (auto firmware = Firmware::from_rom(std::move(bytes))) {
+        facts.firmware = *std::move(firmware);
+        look_at_firmware(facts);
+    }
+    return facts;
+}
+
 Result<ImageFacts> inspect_image(const std::string& path)
 {
     auto bytes = read_image_file(path, kLargestPart, "any ROM");
     if (!bytes)
         return bytes.status();
-    ImageFacts facts;
-    facts.bytes = bytes->size();
-    facts.sha256 = sha256(*bytes);
-    if (facts.bytes <= NYXUS_MFI_BIN_CAPACITY)
-        facts.mfi = find_mfi(*bytes);
-    if (facts.mfi) {
-        facts.contents = ImageFacts::Contents::kMfi;
-        return facts;
-    }
-    facts.mfi = find_mfi(mfi_area(*bytes));
-    if (auto firmware = Firmware::from_rom(*std::move(bytes))) {
-        facts.firmware = *std::move(firmware);
-        look_at_firmware(facts);
-    }
-    return facts;
+    return inspect_contents(*std::move(bytes));
 }
 
 } // namespace nyxus::engine

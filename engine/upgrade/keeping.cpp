@@ -122,7 +122,7 @@ private:
     {
         const Bytes firmware = images_.firmware.bytes();
         const Range used = pages_with_data(before_, range);
-        if (used.size() > 0 &&
+        if (used.size() > 0 && !images_.patched &&
             find_difference(bytes_in(before_, used), bytes_in(firmware, used)).count > 0)
             plan_.lost.push_back({name, used.begin, used.size(), {}, "the image overwrites it"});
     }

@@ -52,7 +52,8 @@ Status do_upgrade(const Task& task)
 {
     if (Status fit = check_images(task.camera, task.images); !fit)
         return fit;
-    tell_versions(task);
+    if (!task.images.patched)
+        tell_versions(task);
     std::vector<uint8_t> before;
     const auto plan = [&] { return plan_upgrade(task.camera, task.images, task.options, before); };
     if (const uint32_t size = bytes_before(task.camera, task.options); size > 0) {

@@ -250,7 +250,7 @@ class Run:
             area = self.folder / "area.bin"
             area.write_bytes(dice.randbytes(64))
             unit.reserved = b""
-            return kind, ["reserved", "write", area, "--json", *chosen], data
+            return kind, ["rom", "write", area, "--region=reserved", "--json", *chosen], data
         if kind == "erase":
             return kind, ["erase", "--yes", "--json", *chosen], data
         if kind == "recover":

@@ -204,14 +204,15 @@ TEST(Batch, ShowsATableOnATerminal)
         bench.nyxus({"rowan-spi,serial=A1", "cedar-spi,serial=B2", "rowan-spi,serial=C3"},
                     {"upgrade", "--all", "--wait", "0", bench.image(kModel, "0x0205")}, terminal);
     EXPECT_EQ(outcome.exit_code, 11);
-    EXPECT_TRUE(contains(outcome.out, "1-1  A1  rowan-spi  programming [")) << outcome.out;
+    EXPECT_TRUE(contains(outcome.out, "1-1  A1  rowan-spi  programming   [")) << outcome.out;
     EXPECT_TRUE(contains(outcome.out, "1 of 3 done, ")) << outcome.out; // whichever was first
     EXPECT_TRUE(contains(outcome.out, "3 of 3 done, 2 failed, 0:0")) << outcome.out;
     const std::string end = outcome.out.substr(outcome.out.rfind("\033[J"));
     EXPECT_TRUE(contains(end, "1-1  A1  rowan-spi  upgraded: 22.6 KiB in ")) << end;
     EXPECT_TRUE(contains(end, "1-2  B2  cedar-spi  failed (7): the image is for another")) << end;
     EXPECT_TRUE(contains(end, "    the ROM is unchanged\r\n")) << end;
-    EXPECT_TRUE(contains(end, "the ROM is incomplete; next: nyxus upgrade '")) << end;
+    EXPECT_TRUE(contains(end, "the ROM is incomplete; next: nyxus -c 1-3 upgrade --wait 0 '"))
+        << end;
     EXPECT_TRUE(contains(end, ": 1 upgraded, 2 failed\r\n")) << end;
 }
 
@@ -252,7 +253,7 @@ TEST(Batch, RefusesWhatIsMeantForOneCamera)
         const char* reason;
     } cases[] = {
         {{image, "--all"}, 3, "no camera found"},
-        {{image, "--all", "--mfi", mfi, "--serial", "B0001234"}, 2, "the same serial number"},
+        {{image, "--all", "--mfi", mfi, "--mfi-serial", "B0001234"}, 2, "the same serial number"},
         {{image, "--all", "-c", "1-1"}, 2, "--all means every camera"},
         {{image, "--jobs", "2"}, 2, "--all"},
         {{bench.path("missing"), "--all"}, 1, "No such file"},
@@ -296,7 +297,7 @@ TEST(UpgradeAsJson, TellsProgressAndTheResult)
         EXPECT_EQ(result["port"], "1-1");
         const bool programs = std::ranges::any_of(lines, [](const Json& line) {
             return line["event"] == "progress" && line["phase"] == "programming" && line["done"] &&
-                   line["bytes"] == 0x5A3C && line["remaining_s"] == 0;
+                   line["bytes"] == 0x5A3C;
         });
         EXPECT_EQ(programs, c.bytes > 0) << outcome.out;
     }

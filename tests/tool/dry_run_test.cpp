@@ -106,8 +106,6 @@ constexpr Case kCases[] = {
     {"rowan-spi", "h264 next-frame idr"},
     {"fi2-board", "sg mode stream"},
     {"fi2-board", "sg write 0x2410 FILE"},
-    {"rowan-spi", "reserved write FILE"},
-    {"cedar-spi", "reserved write FILE"},
 };
 // clang-format on
 

@@ -139,30 +139,6 @@ TEST(Features, EncoderIsSetInTheStandardOrder)
     run_steps("cedar-swapped", {{"h264 --published-order version", 0, "version: 1.00\n"}});
 }
 
-TEST(Features, ReservedAreaKeepsBitsThatAreZero)
-{
-    const Bench bench;
-    const std::map<std::string, std::string> files = {{"IN", bench.path("in")},
-                                                      {"OUT", bench.path("out")},
-                                                      {"ONES", bench.path("ones")},
-                                                      {"LARGE", bench.path("large")}};
-    write_file(bench.path("in"), {0x12, 0x34, 0x56});
-    write_file(bench.path("ones"), {0xFF, 0xFF});
-    write_file(bench.path("large"), Bytes(257));
-    run_steps("rowan-spi",
-              {
-                  {"reserved write \"$IN\"", 0, "3 bytes written, not erased before\n"},
-                  {"reserved read \"$OUT\"", 0, "256 bytes read\n"},
-                  {"reserved read - | head -c 3", 0, "\x12\x34\x56"},
-                  {"reserved write \"$ONES\"", 8, "bits that are 0 stay 0"},
-                  {"reserved write \"$LARGE\"", 2, "1 to 256 bytes"},
-              },
-              files);
-    const Bytes out = read_file(bench.path("out"));
-    ASSERT_EQ(out.size(), 256U);
-    EXPECT_EQ(Bytes(out.begin(), out.begin() + 3), (Bytes{0x12, 0x34, 0x56}));
-}
-
 TEST(Features, FingerprintBoardObeys)
 {
     const Bench bench;
@@ -193,7 +169,6 @@ TEST(Features, CamerasWithoutAFeatureSaySo)
     run_steps("fi2-board", {
                                {"osd enable on", 12, "has no such control in its firmware"},
                                {"osd transparent on", 12, "has no such control in its firmware"},
-                               {"reserved read -", 12, "has no SPI flash"},
                            });
     run_steps("rowan-spi", {{"sg read 0x2400 1", 12, "the fingerprint boards have an EEPROM"}});
 }

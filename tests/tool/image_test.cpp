@@ -37,7 +37,7 @@ TEST(Image, IsShownWithoutACamera)
           "Ends at             0x5A3C, before the places of"}},
         {mfi,
          0,
-         {"Contents            MFi image", "Serial number       A0001234",
+         {"Contents            MFi image", "MFi serial number   A0001234",
           "0x6020, 18 bytes: serial-number descriptor", "record of type 1"}},
         {bench.path("text\n"),
          0,
@@ -57,7 +57,7 @@ TEST(Image, IsShownWithoutACamera)
     const Json json = Json::parse(run_program({kNyxus, "image", "--json", mfi}).out);
     EXPECT_EQ(json["contents"], "mfi");
     EXPECT_EQ(json["version"], Json());
-    EXPECT_EQ(json["mfi"]["serial"], "A0001234");
+    EXPECT_EQ(json["mfi"]["mfi_serial"], "A0001234");
     EXPECT_EQ(json["mfi"]["parts"][1]["address"], 0x6020);
     EXPECT_EQ(json["cameras"].size(), 0u);
 }

@@ -17,11 +17,14 @@ void prepare(const Bench& bench)
 {
     const std::string image = bench.image(kModel, "0x0205");
     const Outcome outcome = bench.nyxus_with_rom(
-        kModel, {"upgrade", image, "--mfi", bench.mfi_image("UNIT00000000"), "--serial", kSerial});
+        kModel,
+        {"upgrade", image, "--mfi", bench.mfi_image("UNIT00000000"), "--mfi-serial", kSerial});
     ASSERT_EQ(outcome.exit_code, 0) << outcome.err;
     write_file(bench.path("notes"), kNotes);
-    ASSERT_EQ(bench.nyxus_with_rom(kModel, {"reserved", "write", bench.path("notes")}).exit_code,
-              0);
+    ASSERT_EQ(
+        bench.nyxus_with_rom(kModel, {"rom", "write", bench.path("notes"), "--region", "reserved"})
+            .exit_code,
+        0);
 }
 
 Bytes part_of_rom(const Bench& bench, ptrdiff_t address, ptrdiff_t size)

@@ -204,7 +204,7 @@ TEST(Manifest, CommandLinesThatMeanNothingAreRefused)
         EXPECT_TRUE(contains(outcome.err, c.message)) << outcome.err;
     }
     EXPECT_FALSE(fs::exists(bench.path("n.toml")));
-    const Outcome serial = bench.upgrade({"--serial", "A0001234"});
+    const Outcome serial = bench.upgrade({"--mfi-serial", "A0001234"});
     EXPECT_EQ(serial.exit_code, 2);
     EXPECT_TRUE(contains(serial.err, "--serial needs an MFi image")) << serial.err;
 }
@@ -218,8 +218,8 @@ TEST(Manifest, BringsAnMfiImageThatTakesTheSerialNumber)
         run_program({kNyxus, "manifest", "create", "--product", "P", "--version", "1", "--mfi",
                      bench.mfi_image("OLDSERIAL"), "--output", manifest, image});
     ASSERT_EQ(created.exit_code, 0) << created.err;
-    const Outcome upgrade =
-        bench.nyxus_with_rom(kModel, {"upgrade", "--manifest", manifest, "--serial", "NEWSERIAL"});
+    const Outcome upgrade = bench.nyxus_with_rom(
+        kModel, {"upgrade", "--manifest", manifest, "--mfi-serial", "NEWSERIAL"});
     ASSERT_EQ(upgrade.exit_code, 0) << upgrade.err;
     const Bytes rom = read_file(bench.rom_file());
     const std::string text(rom.begin() + 0x6000, rom.begin() + 0x7000);

@@ -144,7 +144,7 @@ TEST(Interrupt, TakesEffectAtASafePoint)
         {"programming", "HUP", "interrupted: the ROM was written but not read back; ", false, true},
         {"programming", "QUIT", "interrupted: the ROM was written but not read back; ", false,
          true},
-        {"programming", "INT INT", "interrupted: the ROM is incomplete now, run the upgrade again",
+        {"programming", "INT INT", "interrupted: the ROM is incomplete now, run the command again",
          false, false, kProgrammingStays},
     };
     for (const auto& [phase, signals, message, keeps_factory_rom, has_new_rom, faults] : cases) {
@@ -181,7 +181,7 @@ TEST(Interrupt, OfAnEraseWaitsUntilTheRomIsLockedAgain)
                     "\"$WAIT_FOR\" ^erasing \"$OUT\" $pid; kill -INT $pid; wait $pid",
                     {{"OUT", bench.path("out")}});
     EXPECT_EQ(outcome.exit_code, 130);
-    EXPECT_TRUE(contains(outcome.err, "interrupted: the ROM was erased, but nobody has looked"))
+    EXPECT_TRUE(contains(outcome.err, "interrupted: the ROM was written but not read back"))
         << outcome.err;
     const Bytes rom = read_file(bench.rom_file());
     EXPECT_EQ(std::ranges::count(rom, 0xFF), static_cast<long>(rom.size()));
@@ -196,7 +196,7 @@ TEST(Interrupt, HoldsWhenTheCameraIsLost)
     } cases[] = {
         {"INT", "\"$SIM\" do unplug", "nyxus: interrupted; programming the ROM failed: "},
         {"", "\"$SIM\" do unplug; \"$WAIT_FOR\" ^waiting \"$OUT\" $pid; kill -INT $pid",
-         "nyxus: interrupted: the ROM is incomplete now, run the upgrade again, or 'nyxus recover' "
+         "nyxus: interrupted: the ROM is incomplete now, run the command again, or 'nyxus recover' "
          "to put the backup "},
     };
     for (const auto& c : cases) {
@@ -260,7 +260,7 @@ TEST(Output, ThatCannotBeWrittenIsAFailureAfterTheWork)
 {
     const Bench bench;
     for (const char* command :
-         {"info --json", "list", "--version", "help upgrade", "flip", "reserved read -",
+         {"info --json", "list", "--version", "help upgrade", "flip", "rom read -q -",
           "motion poll --watch --count 1", "upgrade \"$SECOND\""}) {
         const Outcome outcome = run_script(
             bench, kModel, "timeout 20 \"$NYXUS\" " + std::string(command) + " >/dev/full");

@@ -22,9 +22,9 @@ TEST(Usage, MistakesExitWith2AndOneLine)
         {},
         {"frobnicate"},
         {"upgrade"},
-        {"upgrade", "a.bin", "--serial", "X"},
+        {"upgrade", "a.bin", "--mfi-serial", "X"},
         {"dump", "a.bin", "--size", "0"},
-        {"dump", "a.bin", "--size", "65537"},
+        {"dump", "a.bin", "--size", "16777217"},
         {"reset", "--wait", "soon"},
     };
     for (const Words& arguments : mistakes) {

@@ -59,9 +59,9 @@ TEST(Terminal, ShowsABarThatReachesTheEndAndNoneOfTheLibrarysMarks)
         bench.nyxus({kModel}, {"upgrade", bench.image(kModel, "0x0205")}, terminal(80));
     ASSERT_EQ(outcome.exit_code, 0) << outcome.out;
     EXPECT_TRUE(contains(outcome.out, kClearLine));
-    EXPECT_TRUE(contains(outcome.out, "programming ["));
-    EXPECT_TRUE(contains(outcome.out, "erasing     ["));
-    EXPECT_TRUE(contains(outcome.out, "verifying   done in "));
+    EXPECT_TRUE(contains(outcome.out, "programming   ["));
+    EXPECT_TRUE(contains(outcome.out, "erasing       ["));
+    EXPECT_TRUE(contains(outcome.out, "verifying done in "));
     EXPECT_TRUE(contains(outcome.out, "\033[32m"));
     EXPECT_FALSE(contains(outcome.out, "#"));
     EXPECT_FALSE(contains(outcome.out, "<INFO>"));
@@ -85,7 +85,7 @@ TEST(Terminal, UsesNoColourWhenAskedAndNoBarOnADumbOne)
     const Bench bench;
     Outcome outcome =
         bench.nyxus({kModel}, {"dump", bench.path("dump")}, terminal(80, {{"NO_COLOR", "1"}}));
-    EXPECT_TRUE(contains(outcome.out, "reading     [")) << outcome.out;
+    EXPECT_TRUE(contains(outcome.out, "reading       [")) << outcome.out;
     EXPECT_FALSE(contains(outcome.out, "\033[3")) << outcome.out;
 
     outcome = bench.nyxus({kModel}, {"dump", bench.path("dump")}, terminal(80, {{"TERM", "dumb"}}));

@@ -38,8 +38,8 @@ TEST(Upgrade, WritesMfiImageAndSerialNumber)
         const Bench bench;
         const std::string image = bench.image(model, "0x0301", {"--size", "20000"});
         const std::string mfi = bench.mfi_image("OLDSERIAL");
-        const Outcome upgrade =
-            bench.nyxus_with_rom(model, {"upgrade", image, "--mfi", mfi, "--serial", "NEWSERIAL"});
+        const Outcome upgrade = bench.nyxus_with_rom(
+            model, {"upgrade", image, "--mfi", mfi, "--mfi-serial", "NEWSERIAL"});
         ASSERT_EQ(upgrade.exit_code, 0) << model << ": " << upgrade.err;
 
         const Bytes original = read_file(mfi);
@@ -104,11 +104,11 @@ TEST(Upgrade, RefusesWrongImagesBeforeAnythingIsWritten)
          "checksum of its body is wrong"},
         {{large, "--mfi", mfi}, 7, "would overwrite the MFi image"},
         {{small, "--mfi", file("hugemfi", Bytes(4097, 1))}, 7, "too large for an MFi image"},
-        {{small, "--mfi", mfi, "--serial", "A00012345"}, 7, "9 characters, but"},
-        {{small, "--mfi", mfi, "--serial", "A0001"}, 7, "is made for 8"},
-        {{small, "--mfi", mfi, "--serial", "A000 234"}, 7, "without blanks"},
-        {{small, "--mfi", file("nomfi", Bytes(64, 0)), "--serial", "A"}, 7, "no serial-number"},
-        {{small, "--mfi", file("overlap", overlapping), "--serial", "B0001234"}, 7, "overlap"},
+        {{small, "--mfi", mfi, "--mfi-serial", "A00012345"}, 7, "9 characters, but"},
+        {{small, "--mfi", mfi, "--mfi-serial", "A0001"}, 7, "is made for 8"},
+        {{small, "--mfi", mfi, "--mfi-serial", "A000 234"}, 7, "without blanks"},
+        {{small, "--mfi", file("nomfi", Bytes(64, 0)), "--mfi-serial", "A"}, 7, "no serial-number"},
+        {{small, "--mfi", file("overlap", overlapping), "--mfi-serial", "B0001234"}, 7, "overlap"},
         {{bench.path("missing")}, 1, "No such file"},
         {{bench.path("")}, 1, "it is a folder"},
         {{small, "--mfi", "/dev/null"}, 1, "it is not a plain file"},
@@ -323,8 +323,8 @@ TEST(Compare, ShowsWhereRomAndFileDiffer)
     const Outcome outcome = bench.nyxus_with_rom(kModel, {"compare", other});
     EXPECT_EQ(outcome.exit_code, 8);
     EXPECT_TRUE(contains(outcome.out, "different: 2 of ")) << outcome.out;
-    EXPECT_TRUE(contains(outcome.out, "0x0123: ")) << outcome.out;
-    EXPECT_TRUE(contains(outcome.out, "0x4567: ")) << outcome.out;
+    EXPECT_TRUE(contains(outcome.out, "0x0123    1      ")) << outcome.out;
+    EXPECT_TRUE(contains(outcome.out, "0x4567    1      ")) << outcome.out;
 
     EXPECT_EQ(bench.nyxus({kModel}, {"compare", bench.path("missing")}).exit_code, 1);
 }

@@ -9,6 +9,8 @@
 #include "commands.h"
 #include "session/camera_list.h"
 
+#include <algorithm>
+
 namespace tool {
 
 namespace {
@@ -57,6 +59,7 @@ void add_general_options(Command& app, Arguments& arguments)
 ParsedArguments parse_arguments(int argc, char** argv)
 {
     ParsedArguments parsed;
+    parsed.arguments.words.assign(argv + std::min(argc, 1), argv + argc);
     command_line::Program app({.name = "nyxus",
                                .summary = "Identifies, upgrades and controls NYXUS USB cameras.",
                                .version = version_text(),

@@ -5,6 +5,7 @@
 #include "command_line/command.h"
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 // How a command declares itself: its name, its options, and what it does. Parsing the command line
@@ -24,6 +25,18 @@ Command& add_command(Command& parent, const std::string& name, const std::string
                      const std::string& example);
 /// What the command does; nothing when a command below it was chosen.
 void set_run(Command& command, Arguments& arguments, Run run);
+
+/// The same for a command with options of its own, which are returned.
+template <typename Options>
+Options& set_run(Command& command, Arguments& arguments,
+                 ExitCode (*run)(Console&, const Arguments&, const Options&))
+{
+    const auto options = std::make_shared<Options>();
+    set_run(command, arguments, [run, options](Console& console, const Arguments& chosen) {
+        return run(console, chosen, *options);
+    });
+    return *options;
+}
 
 /// The option of commands that write: tell what would be written, and do not.
 void add_dry_run(Command& command, Arguments& arguments);

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "features/feature.h"
 
+#include "session/choose.h"
+#include "session/run.h"
 #include "terminal/failure.h"
+#include "terminal/hexadecimal.h"
 #include "terminal/json_text.h"
 #include "terminal/text.h"
 
@@ -17,12 +20,8 @@ std::string text_of(const Value& value)
 {
     if (const auto* text = std::get_if<std::string>(&value.content()))
         return printable(*text);
-    if (const auto* bytes = std::get_if<Value::Bytes>(&value.content())) {
-        std::string list;
-        for (const uint8_t byte : *bytes)
-            list += (list.empty() ? "" : " ") + format("%02X", byte);
-        return list;
-    }
+    if (const auto* bytes = std::get_if<Value::Bytes>(&value.content()))
+        return bytes_text(*bytes);
     return json_line(value);
 }
 
@@ -39,7 +38,7 @@ void Session::print(const Members& values)
     console.drain();
     Display& display = console.display();
     if (arguments.json) {
-        display.say(json_text(values));
+        say_json(console, arguments, values);
     } else {
         for (const auto& [name, value] : values)
             display.say(words_of(name) + ": " + text_of(value));
@@ -69,7 +68,9 @@ void Session::make(const Change& change)
     check(change.doing, change.write());
     const Value after = change.read_back ? change.read() : change.wanted;
     console.drain();
-    console.display().say(arguments.json ? json_text(values(after)) : line(after));
+    if (arguments.json)
+        return say_json(console, arguments, values(after));
+    console.display().say(line(after));
 }
 
 void Session::order(const std::string& name, const std::string& what, const std::string& doing,
@@ -112,6 +113,7 @@ void set_writing_action(Command& command, Arguments& arguments, SessionAction ac
                         std::function<void()> check_first)
 {
     add_dry_run(command, arguments);
+    add_all(command, arguments);
     set_action(command, arguments, std::move(action), std::move(check_first));
 }
 

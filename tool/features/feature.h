@@ -76,7 +76,6 @@ void add_gpio_command(Command& app, Arguments& arguments);
 void add_i2c_command(Command& app, Arguments& arguments);
 void add_memory_commands(Command& app, Arguments& arguments);
 void add_motion_command(Command& app, Arguments& arguments);
-void add_reserved_command(Command& app, Arguments& arguments);
 void add_osd_command(Command& app, Arguments& arguments);
 void add_h264_command(Command& app, Arguments& arguments);
 void add_fingerprint_command(Command& app, Arguments& arguments);

@@ -8,7 +8,6 @@
 #include "terminal/json_text.h"
 #include "terminal/text.h"
 
-#include <memory>
 #include <nyxus/engine/backups.hpp>
 
 namespace tool {
@@ -24,7 +23,6 @@ struct BackupOptions {
     std::string file;
     uint32_t keep = 0;
 };
-using SharedOptions = std::shared_ptr<BackupOptions>;
 
 Members json_of(const Backup& backup)
 {
@@ -135,6 +133,10 @@ ExitCode run_backups_export(Console& console, const Arguments& arguments,
     const Backups store;
     const Backup backup = value_of(store.find(options.name));
     const std::vector<uint8_t> bytes = value_of(store.read(backup));
+    if (options.file == "-") {
+        console.display().pass_on(bytes);
+        return kExitOk;
+    }
     write_file(options.file, bytes);
     const std::string message = format("%zu bytes written to ", bytes.size());
     console.display().say(arguments.json ? json_text(Members{{"name", backup.name},
@@ -157,14 +159,6 @@ ExitCode run_backups_prune(Console& console, const Arguments& arguments,
     return kExitOk;
 }
 
-void set_run(Command& command, Arguments& arguments, const SharedOptions& options,
-             ExitCode (*run)(Console&, const Arguments&, const BackupOptions&))
-{
-    tool::set_run(command, arguments, [run, options](Console& console, const Arguments& chosen) {
-        return run(console, chosen, *options);
-    });
-}
-
 /// How backups can be named, for the completion of command lines.
 command_line::Words names_of_backups()
 {
@@ -176,9 +170,9 @@ command_line::Words names_of_backups()
     return names;
 }
 
-void add_name(Command& command, const SharedOptions& options)
+void add_name(Command& command, BackupOptions& options)
 {
-    command.text("NAME", &options->name, "As 'nyxus backups list' shows it, or the file's path")
+    command.text("NAME", &options.name, "As 'nyxus backups list' shows it, or the file's path")
         .offering(names_of_backups)
         .required();
 }
@@ -188,34 +182,32 @@ void add_name(Command& command, const SharedOptions& options)
 void add_backups_command(Command& app, Arguments& arguments)
 {
     constexpr uint32_t kMostKept = 1000;
-    const auto options = std::make_shared<BackupOptions>();
     Command& command =
         add_command(app, "backups", "Copies of what the ROMs held before changes", "list");
     command.needing_command();
     Command& list =
         add_command(command, "list", "List them, by unit and in their order", "-c A0001234");
-    tool::set_run(list, arguments, run_backups_list);
+    set_run(list, arguments, run_backups_list);
     Command& show =
         add_command(command, "show", "Show what is known of one", "A0001234-5f3c0a1b2c4d/000003");
-    add_name(show, options);
-    set_run(show, arguments, options, run_backups_show);
+    add_name(show, set_run<BackupOptions>(show, arguments, run_backups_show));
     Command& verify = add_command(command, "verify", "Compare them with their digests", "");
-    verify.text("NAMES", &options->names, "As 'nyxus backups list' shows them [all]")
+    auto& verified = set_run<BackupOptions>(verify, arguments, run_backups_verify);
+    verify.text("NAMES", &verified.names, "As 'nyxus backups list' shows them [all]")
         .offering(names_of_backups)
         .times(0, kMostKept);
-    set_run(verify, arguments, options, run_backups_verify);
     Command& copy = add_command(command, "export", "Copy one that is what was kept to a file",
                                 "A0001234-5f3c0a1b2c4d/000003 camera.rom");
-    add_name(copy, options);
-    add_file(copy, &options->file, "File to write");
-    set_run(copy, arguments, options, run_backups_export);
+    auto& copied = set_run<BackupOptions>(copy, arguments, run_backups_export);
+    add_name(copy, copied);
+    add_file(copy, &copied.file, "File to write; - is standard output");
     Command& prune =
         add_command(command, "prune", "Remove old ones that nothing needs any more", "--keep 5");
-    prune.number("--keep", &options->keep, {1, kMostKept}, "So many of each unit stay")
+    auto& pruned = set_run<BackupOptions>(prune, arguments, run_backups_prune);
+    prune.number("--keep", &pruned.keep, {1, kMostKept}, "So many of each unit stay")
         .shown_as("N")
         .required();
     add_dry_run(prune, arguments);
-    set_run(prune, arguments, options, run_backups_prune);
 }
 
 } // namespace tool

@@ -1,19 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 // What an image file holds, also without a camera.
-#include "command_line/command_line.h"
+#include "rom/image.h"
+
 #include "commands.h"
-#include "session/camera_list.h"
-#include "terminal/failure.h"
+#include "session/choose.h"
+#include "session/whole_file.h"
 #include "terminal/json_text.h"
 #include "terminal/text.h"
-
-#include <nyxus/engine/images.hpp>
 
 namespace tool {
 
 namespace {
 
 using engine::ImageFacts;
+
+struct ImageArguments {
+    std::string file;
+};
 
 /// Whether a connected camera could use the image.
 struct Fit {
@@ -47,11 +50,6 @@ std::string signature_of(const ImageFacts& facts)
     return facts.firmware ? printable(facts.firmware->signature()) : "";
 }
 
-Value nothing_or(const std::string& text)
-{
-    return text.empty() ? Value() : Value(text);
-}
-
 Value mfi_json(const std::optional<engine::MfiFacts>& mfi)
 {
     if (!mfi)
@@ -61,7 +59,8 @@ Value mfi_json(const std::optional<engine::MfiFacts>& mfi)
         parts.emplace_back(
             Members{{"part", part.name}, {"address", part.address}, {"bytes", part.size}});
     }
-    return Members{{"bytes", mfi->bytes}, {"serial", nothing_or(mfi->serial)}, {"parts", parts}};
+    return Members{
+        {"bytes", mfi->bytes}, {"mfi_serial", nothing_or(mfi->serial)}, {"parts", parts}};
 }
 
 Value cameras_json(const std::vector<Fit>& fits)
@@ -147,7 +146,7 @@ using Rows = std::vector<std::pair<std::string, std::string>>;
 void add_mfi(Rows& rows, const engine::MfiFacts& mfi)
 {
     rows.emplace_back("MFi image", format("%u bytes", mfi.bytes));
-    rows.emplace_back("Serial number", mfi.serial.empty() ? "none" : mfi.serial);
+    rows.emplace_back("MFi serial number", mfi.serial.empty() ? "none" : mfi.serial);
     for (const engine::MfiPart& part : mfi.parts)
         rows.emplace_back("", format("0x%04X, %u bytes: ", part.address, part.size) + part.name);
 }
@@ -178,24 +177,40 @@ std::string text_of(const std::string& file, const ImageFacts& facts, const std:
     return lines;
 }
 
-ExitCode run_image(Console& console, const Arguments& arguments)
+ExitCode run_image(Console& console, const Arguments& arguments, const ImageArguments& wanted)
 {
-    const ImageFacts facts = value_of(engine::inspect_image(arguments.file));
+    constexpr size_t kLargestPart = 0x1000000;
+    const ImageFacts facts = wanted.file == "-"
+                                 ? engine::inspect_contents(read_file("-", kLargestPart, "any ROM"))
+                                 : value_of(engine::inspect_image(wanted.file));
     const std::vector<Fit> fits = look_at_cameras(console, arguments, facts);
-    console.display().say(arguments.json ? json_text(image_json(arguments.file, facts, fits))
-                                         : text_of(arguments.file, facts, fits));
+    console.display().say(arguments.json ? json_text(image_json(wanted.file, facts, fits))
+                                         : text_of(wanted.file, facts, fits));
     const bool is_whole = !facts.kind || facts.kind->problem.empty();
     return is_whole ? kExitOk : kExitImageRefused;
 }
 
 } // namespace
 
+std::string summary_of(const ImageFacts& facts)
+{
+    std::string text = contents_text(facts);
+    if (facts.kind && !facts.kind->version.empty())
+        text += ", version " + facts.kind->version;
+    if (facts.mfi && facts.contents != ImageFacts::Contents::kMfi)
+        text += ", MFi image";
+    if (facts.mfi && !facts.mfi->serial.empty())
+        text += ", MFi serial number " + printable(facts.mfi->serial);
+    return text;
+}
+
 void add_image_command(Command& app, Arguments& arguments)
 {
     Command& command = add_command(
         app, "image", "Show what an image holds, and which cameras it fits", "camera.bin");
-    add_file(command, &arguments.file, "Firmware, MFi image, backup or any other file");
-    set_run(command, arguments, run_image);
+    auto& wanted = set_run<ImageArguments>(command, arguments, run_image);
+    add_file(command, &wanted.file,
+             "Firmware, MFi image, backup or any other file; - is standard input");
 }
 
 } // namespace tool

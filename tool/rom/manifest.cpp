@@ -7,8 +7,6 @@
 #include "terminal/json_text.h"
 #include "terminal/text.h"
 
-#include <memory>
-
 namespace tool {
 
 namespace {
@@ -20,7 +18,6 @@ struct ManifestOptions {
     std::string mfi;
     std::string output = "manifest.toml";
 };
-using SharedOptions = std::shared_ptr<ManifestOptions>;
 
 ExitCode create_manifest(Console& console, const Arguments& arguments,
                          const ManifestOptions& options)
@@ -63,9 +60,9 @@ Members json_of(const engine::AcceptedManifest& manifest)
             {"firmware", entries}};
 }
 
-ExitCode check_manifest(Console& console, const Arguments& arguments)
+ExitCode check_manifest(Console& console, const Arguments& arguments, const Sources& sources)
 {
-    const Offer offer = load_images(arguments);
+    const Offer offer = load_images(sources);
     if (arguments.json) {
         console.display().say(json_text(json_of(*offer.manifest)));
         return kExitOk;
@@ -84,38 +81,34 @@ ExitCode check_manifest(Console& console, const Arguments& arguments)
 
 void add_manifest_command(Command& app, Arguments& arguments)
 {
-    const auto options = std::make_shared<ManifestOptions>();
     Command& command = add_command(app, "manifest", "Which images are meant for which cameras",
                                    "check manifest.toml");
     command.needing_command();
     Command& creation = add_command(command, "create", "Write one, which 'minisign -Sm' then signs",
                                     "--product Door --version 2.1 --reports 0x0205 door.bin");
-    creation.file("IMAGES", &options->images, "Firmware images, one for each chip")
+    auto& options = set_run<ManifestOptions>(creation, arguments, create_manifest);
+    creation.file("IMAGES", &options.images, "Firmware images, one for each chip")
         .required()
         .times(1, Option::kAnyNumber);
-    creation.text("--product", &options->manifest.product, "Name of the product")
+    creation.text("--product", &options.manifest.product, "Name of the product")
         .shown_as("NAME")
         .required();
     creation
-        .text("--version", &options->manifest.version,
-              "Its version: numbers with dots between them")
+        .text("--version", &options.manifest.version, "Its version: numbers with dots between them")
         .shown_as("VERSION")
         .required();
-    creation.text("--reports", &options->reports, "Version that cameras with these images report")
+    creation.text("--reports", &options.reports, "Version that cameras with these images report")
         .shown_as("VERSION");
-    creation.file("--mfi", &options->mfi, "MFi image to program beside them");
-    creation.file("--output", &options->output,
+    creation.file("--mfi", &options.mfi, "MFi image to program beside them");
+    creation.file("--output", &options.output,
                   "File to write; the images lie in its folder or below [manifest.toml]");
-    set_run(creation, arguments, [options](Console& console, const Arguments& chosen) {
-        return create_manifest(console, chosen, *options);
-    });
     Command& test = add_command(command, "check",
                                 "Check a manifest, its signature and its images, without a camera",
                                 "manifest.toml");
-    add_file(test, &arguments.manifest, "Manifest");
-    test.flag("--allow-downgrade", &arguments.allow_downgrade,
+    auto& sources = set_run<Sources>(test, arguments, check_manifest);
+    add_file(test, &sources.manifest, "Manifest");
+    test.flag("--allow-downgrade", &sources.allow_downgrade,
               "Also where a newer one of the product has been used");
-    set_run(test, arguments, check_manifest);
 }
 
 } // namespace tool

@@ -3,9 +3,12 @@
 
 #include "session/dry_run.h"
 #include "session/follower.h"
-#include "session/result.h"
+#include "session/whole_file.h"
 #include "terminal/failure.h"
+#include "terminal/json_text.h"
 #include "terminal/text.h"
+
+#include <algorithm>
 
 namespace tool {
 
@@ -46,24 +49,59 @@ Members json_of(const engine::Step& step)
 
 } // namespace
 
-Offer load_images(const Arguments& arguments)
+static engine::Firmware load_firmware(const Sources& sources)
 {
-    if (arguments.file.empty() == arguments.manifest.empty())
+    if (sources.file != "-")
+        return value_of(engine::load_pinned(sources.file, sources.sha256));
+    auto firmware = value_of(engine::Firmware::from(
+        read_file("-", NYXUS_FW_BIN_CAPACITY, "a firmware image"), "standard input"));
+    if (!sources.sha256.empty() && sources.sha256 != firmware.digest())
+        throw Failure(kExitImageRefused, "standard input has another digest: " + firmware.digest());
+    return firmware;
+}
+
+uint64_t image_bytes(const engine::Images& images)
+{
+    return images.firmware.bytes().size() + (images.mfi ? images.mfi->bytes().size() : 0);
+}
+
+void add_programming(Command& command, Arguments& arguments, Programming& how)
+{
+    add_choice(command, "--eeprom", &how.eeprom_kib, {"4", "8", "16", "32"},
+               "The ROM is an EEPROM of 4, 8, 16 or 32 KiB; needed when it is blank")
+        .shown_as("KIB");
+    add_choice(
+        command, "--keep", &how.keep, {"first64k", "whole"},
+        "What of a flash is kept beside the image: of its first 64 KiB, which is all that the "
+        "controller uses, or of the whole part [first64k]")
+        .shown_as("AREA");
+    add_choice(command, "--discard", &how.discard, {"mfi", "reserved", "mfi,reserved"},
+               "Do not keep a flash's MFi image, or its reserved area")
+        .shown_as("PARTS");
+    add_no_backup(command, arguments);
+    command.flag("--no-verify", &how.skip_verify, "Do not read back and compare");
+    command.flag("--reset", &how.restart, "Restart the camera afterwards and show its new version");
+    add_dry_run(command, arguments);
+}
+
+Offer load_images(const Sources& sources)
+{
+    if (sources.file.empty() == sources.manifest.empty())
         throw Failure(kExitUsage, "name a firmware image or a --manifest, one of them");
-    if (!arguments.serial.empty() && arguments.mfi_file.empty() && arguments.manifest.empty())
-        throw Failure(kExitUsage, "--serial needs an MFi image to write it into: see --mfi");
+    if (!sources.mfi_serial.empty() && sources.mfi_file.empty() && sources.manifest.empty())
+        throw Failure(kExitUsage, "--mfi-serial needs an MFi image to write it into: see --mfi");
     const auto folders = engine::TrustFolders::usual();
     const engine::Trust trust = value_of(find_trust(folders));
-    if (arguments.manifest.empty()) {
-        require(trust.check_bare_image(arguments.file));
-        engine::Images images{value_of(engine::load_pinned(arguments.file, arguments.sha256))};
-        if (!arguments.mfi_file.empty())
-            images.mfi = value_of(engine::Mfi::load(arguments.mfi_file));
+    if (sources.manifest.empty()) {
+        require(trust.check_bare_image(sources.file));
+        engine::Images images{load_firmware(sources)};
+        if (!sources.mfi_file.empty())
+            images.mfi = value_of(engine::Mfi::load(sources.mfi_file));
         return {{{"", std::move(images)}}};
     }
-    engine::AcceptedManifest manifest = value_of(load_manifest(arguments.manifest, trust));
+    engine::AcceptedManifest manifest = value_of(load_manifest(sources.manifest, trust));
     const engine::Status newest = check_newest(manifest, folders);
-    if (!newest && !(arguments.allow_downgrade && newest.reason() == engine::Reason::kDowngrade))
+    if (!newest && !(sources.allow_downgrade && newest.reason() == engine::Reason::kDowngrade))
         throw failure_of(newest, advice_for(newest.reason()));
     std::vector<engine::ChipImages> images = value_of(engine::load_images(manifest));
     return {std::move(images), std::move(manifest)};
@@ -86,31 +124,31 @@ void take(Console& console, const Arguments& arguments, const Offer& offer)
         console.display().note("manifest: " + text_of(*offer.manifest));
 }
 
-engine::Images choose_images(const Arguments& arguments, const Offer& offer, const Camera& camera)
+engine::Images choose_images(const Sources& sources, const Offer& offer, const Camera& camera)
 {
-    const auto found = engine::choose_images(offer.images, camera, arguments.allow_downgrade);
+    const auto found = engine::choose_images(offer.images, camera, sources.allow_downgrade);
     if (!found)
         throw failure_of(found.status(), advice_for(found.status().reason()));
     engine::Images images = (*found)->images;
-    if (!arguments.serial.empty() && !images.mfi)
-        throw Failure(kExitUsage, "--serial needs an MFi image to write the serial number into");
-    if (!arguments.serial.empty())
-        require(images.mfi->set_serial(arguments.serial));
+    if (!sources.mfi_serial.empty() && !images.mfi)
+        throw Failure(kExitUsage, "--mfi-serial needs an MFi image to write it into");
+    if (!sources.mfi_serial.empty())
+        require(images.mfi->set_serial(sources.mfi_serial));
     require(check_images(camera, images));
     return images;
 }
 
-engine::UpgradeOptions upgrade_options(const Arguments& arguments)
+engine::UpgradeOptions upgrade_options(const Arguments& arguments, const Programming& how)
 {
-    return {.always = arguments.force,
+    return {.always = how.always,
             .backup = !arguments.skip_backup,
-            .verify = !arguments.skip_verify,
+            .verify = !how.skip_verify,
             .wait_s = arguments.return_wait_s(),
-            .keep = arguments.keep == to_text(engine::Keep::kWhole) ? engine::Keep::kWhole
-                                                                    : engine::Keep::kFirst64K,
-            .discard = {.mfi = arguments.discard.starts_with("mfi"),
-                        .reserved = arguments.discard.ends_with("reserved")},
-            .operation = arguments.operation};
+            .keep = how.keep == to_text(engine::Keep::kWhole) ? engine::Keep::kWhole
+                                                              : engine::Keep::kFirst64K,
+            .discard = {.mfi = how.discard.starts_with("mfi"),
+                        .reserved = how.discard.ends_with("reserved")},
+            .operation = how.operation};
 }
 
 void describe(Result& result, const engine::Images& images)
@@ -120,32 +158,21 @@ void describe(Result& result, const engine::Images& images)
     result.version = images.version();
 }
 
-void describe(Result& result, const engine::Report& report)
+std::string what_is_done(const Programming& how, const engine::Images& images, const Result& result)
 {
-    result.rom = report.rom;
-    result.bytes = report.status ? report.bytes : 0;
-    result.version_before = report.version_before;
-    result.version_after = report.version_after;
-    result.kept = report.kept;
-    result.backup = report.backup.string();
-}
-
-std::string what_is_done(const Arguments& arguments, const engine::Images& images,
-                         const Result& result)
-{
-    return format("upgraded: %zu bytes of firmware", images.firmware.bytes().size()) +
+    return format("%zu bytes of firmware", images.firmware.bytes().size()) +
            (images.mfi ? format(", %zu bytes of MFi image", images.mfi->bytes().size()) : "") +
-           (arguments.skip_verify ? ", not read back, " : ", read back and equal, ") +
-           engine::version_change(result.version_before, result.version);
+           (how.skip_verify ? ", not read back, " : ", read back and equal, ") +
+           engine::version_change(result.report.version_before, result.version);
 }
 
-std::vector<uint8_t> read_before(Console& console, const Arguments& arguments, Camera& camera,
+std::vector<uint8_t> read_before(Console& console, Camera& camera,
                                  const engine::UpgradeOptions& options)
 {
     const uint32_t size = bytes_before(camera, options);
     if (size == 0)
         return {};
-    Follower follower(console, arguments);
+    Follower follower(console);
     return value_of(engine::read_rom(camera, 0, size, follower.caller()));
 }
 
@@ -155,9 +182,9 @@ static engine::Caller telling(Console& console, Follower& follower, Result& resu
     engine::Caller caller = follower.caller();
     caller.tell = [&console, &result, tell = caller.tell](const engine::Event& event) {
         if (event.kind == engine::Event::Kind::kKept)
-            result.kept.push_back(event.text);
+            result.report.kept.push_back(event.text);
         if (event.kind == engine::Event::Kind::kBackup) {
-            result.backup = event.text;
+            result.report.backup = event.text;
             promise_result(console, result);
         }
         tell(event);
@@ -165,26 +192,27 @@ static engine::Caller telling(Console& console, Follower& follower, Result& resu
     return caller;
 }
 
-bool program(Console& console, Camera& camera, const Arguments& arguments,
+bool program(Console& console, Camera& camera, const Arguments& arguments, const Programming& how,
              const engine::Images& images, Result& result)
 {
-    Follower follower(console, arguments);
-    const engine::Report report =
-        engine::upgrade(camera, images, upgrade_options(arguments), engine::Backups(),
-                        telling(console, follower, result));
+    describe(result, images);
+    promise_result(console, result);
+    Follower follower(console);
+    follower.expect(kUpgradePhases, image_bytes(images));
+    result.report = engine::upgrade(camera, images, upgrade_options(arguments, how),
+                                    engine::Backups(), telling(console, follower, result));
     console.drain();
-    describe(result, report);
-    if (!report.status)
-        throw failure_of(report);
-    if (report.left_unlocked)
+    if (!result.report.status)
+        throw failure_of(result.report);
+    if (result.report.left_unlocked)
         console.display().note("the ROM could not be locked again");
-    return !report.up_to_date;
+    return !result.report.up_to_date;
 }
 
 void change_rom(Console& console, const Arguments& arguments, Camera& camera,
                 const std::string& operation, const std::function<engine::Status()>& write)
 {
-    Follower follower(console, arguments);
+    Follower follower(console);
     const engine::Report report = engine::change_rom(camera, operation, write, engine::Backups(),
                                                      follower.caller(), !arguments.skip_backup);
     console.drain();
@@ -193,15 +221,15 @@ void change_rom(Console& console, const Arguments& arguments, Camera& camera,
 }
 
 void print_plan(Console& console, const Arguments& arguments, Camera& camera,
-                const engine::Images& images, const engine::UpgradeOptions& options,
-                nyxus::Bytes before)
+                const engine::Images& images, const engine::Plan& plan)
 {
-    engine::Plan plan = engine::plan_upgrade(camera, images, options, before);
-    if (arguments.reset)
-        plan.steps.push_back({engine::Action::kRestart});
     const std::string version = images.version();
-    std::string text = "to be done with " + camera.name() + ", " +
-                       engine::version_change(camera.version(), version) + ":";
+    const bool writes = std::ranges::any_of(plan.steps, [](const engine::Step& step) {
+        return step.action == engine::Action::kUnlock;
+    });
+    std::string text = writes ? "to be done with " + camera.name() + ", " +
+                                    engine::version_change(camera.version(), version) + ":"
+                              : camera.name() + ": " + kUpToDate;
     Value::List steps;
     Cost cost;
     for (const engine::Step& step : plan.steps) {
@@ -209,7 +237,7 @@ void print_plan(Console& console, const Arguments& arguments, Camera& camera,
         steps.emplace_back(json_of(step));
         cost += engine::cost_of(camera, step);
     }
-    Members values = json_of(label_of(camera));
+    Members values = json_of_place(camera.info());
     values.push_back({"steps", steps});
     values.push_back({"sha256", images.firmware.digest()});
     values.push_back({"version", version.empty() ? Value() : Value(version)});
@@ -220,8 +248,10 @@ void print_plan(Console& console, const Arguments& arguments, Camera& camera,
     values.push_back({"replaced", json_of(plan.replaced)});
     values.push_back({"lost", json_of(plan.lost)});
     values.push_back({"unreachable", json_of(plan.unreachable)});
+    if (!writes)
+        values.push_back({"message", kUpToDate});
     print_dry_run(console, arguments, camera, text, values, cost,
-                  camera.has_spi_flash() ? kFlashTime : "");
+                  writes && camera.has_spi_flash() ? kFlashTime : "");
 }
 
 std::string advice_after(engine::RomContents rom)

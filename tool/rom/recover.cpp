@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "commands.h"
 #include "rom/programming.h"
-#include "session/result.h"
+#include "session/choose.h"
 #include "terminal/text.h"
 
 #include <algorithm>
@@ -10,32 +10,31 @@ namespace tool {
 
 namespace {
 
-const char* advice_for(engine::Reason reason, const Arguments& arguments)
+struct RecoverArguments {
+    Programming how;
+    std::string file; ///< "" for the latest backup
+    bool although_healthy = false;
+};
+
+const char* advice_for(engine::Reason reason, const std::string& file)
 {
     if (reason == engine::Reason::kNothingToRecover)
         return "'nyxus upgrade' replaces it, and '--force' recovers all the same";
-    return arguments.file.empty() ? "'nyxus recover FILE' takes another file" : "";
+    return file.empty() ? "'nyxus recover FILE' takes another file" : "";
 }
 
-/// The user's choice; a Failure with the list when nobody can be asked.
-std::string choose_backup(Console& console, const engine::Status& why,
-                          const std::vector<engine::Backup>& candidates)
+/// A Failure with those that may be meant.
+Failure uncertainty(const engine::Status& why, const std::vector<engine::Backup>& candidates)
 {
     std::string list;
-    for (size_t i = 0; i < candidates.size(); ++i) {
-        const engine::Backup& backup = candidates[i];
+    for (const engine::Backup& backup : candidates) {
         list +=
-            format("\n%3zu  ", i + 1) + printable(backup.file.string()) + "\n     " +
+            "\n  " + printable(backup.file.string()) + "\n     " +
             printable(backup.time + ", serial " + (backup.serial.empty() ? "-" : backup.serial) +
                       ", port " + (backup.port.empty() ? "?" : backup.port) +
                       ", started: " + to_text(backup.started));
     }
-    console.drain();
-    const Unwatched unwatched(console);
-    const size_t choice = console.display().choose(why.message() + ":" + list, candidates.size());
-    if (choice > 0)
-        return candidates[choice - 1].file.string();
-    throw failure_of(why, "name one of these: 'nyxus recover FILE'" + list);
+    return failure_of(why, "name one of these: 'nyxus recover FILE'" + list);
 }
 
 /// Where a key is trusted, a camera gets nothing back but what has been in it.
@@ -50,68 +49,67 @@ void refuse_foreign_file(const Camera& camera, const engine::Backups& backups,
 }
 
 /// What the camera is to hold.
-engine::Recovery choose(Console& console, const Camera& camera, const Arguments& arguments)
+engine::Images choose(Console& console, const Camera& camera, const RecoverArguments& wanted)
 {
     const engine::Backups backups;
-    refuse_foreign_file(camera, backups, arguments.file);
-    auto found = engine::find_recovery(camera, backups, arguments.file, arguments.force);
-    if (found.status().reason() == engine::Reason::kUncertainBackup) {
-        const std::string file = choose_backup(console, found.status(), backups.candidates(camera));
-        found = engine::find_recovery(camera, backups, file, true);
-    }
+    refuse_foreign_file(camera, backups, wanted.file);
+    auto found = engine::find_recovery(camera, backups, wanted.file, wanted.although_healthy);
+    if (found.status().reason() == engine::Reason::kUncertainBackup)
+        throw uncertainty(found.status(), backups.candidates(camera));
     if (!found)
-        throw failure_of(found.status(), advice_for(found.status().reason(), arguments));
+        throw failure_of(found.status(), advice_for(found.status().reason(), wanted.file));
     console.drain();
     console.display().note("recovering " + camera.name() + " from " + in_quotes(found->file));
-    return *std::move(found);
+    return std::move(found->images);
 }
 
 /// What --dry-run does in its place.
-ExitCode plan_recovery(Console& console, const Arguments& arguments)
+ExitCode plan_recovery(Console& console, const Arguments& arguments, const RecoverArguments& wanted)
 {
-    Camera camera = open_with_rom(console, arguments);
-    const engine::Images images = choose(console, camera, arguments).images;
-    engine::UpgradeOptions options = upgrade_options(arguments);
-    options.always = true; // what it holds is not looked at
-    print_plan(console, arguments, camera, images, options,
-               read_before(console, arguments, camera, options));
+    Camera camera = open_with_rom(console, arguments, wanted.how.eeprom_kib);
+    const engine::Images images = choose(console, camera, wanted);
+    const engine::UpgradeOptions options = upgrade_options(arguments, wanted.how);
+    const std::vector<uint8_t> before = read_before(console, camera, options);
+    engine::Plan plan = plan_upgrade(camera, images, options, before);
+    if (wanted.how.restart)
+        plan.steps.push_back({engine::Action::kRestart});
+    print_plan(console, arguments, camera, images, plan);
     return kExitOk;
 }
 
-void recover(Console& console, const Arguments& arguments, Result& result)
+ExitCode run_recover(Console& console, const Arguments& arguments, const RecoverArguments& wanted)
 {
-    Camera camera = open_with_rom(console, arguments);
-    result.camera = label_of(camera);
-    result.version_before = camera.version();
-    promise_result(console, result);
-    const engine::Images images = choose(console, camera, arguments).images;
-    describe(result, images);
-    promise_result(console, result);
-    Arguments always = arguments;
-    always.force = true; // what it holds is not looked at
-    always.operation = "recover";
-    program(console, camera, always, images, result);
-    result.message = format("recovered: %zu bytes", images.firmware.bytes().size()) +
-                     (arguments.skip_verify ? ", not read back, " : ", read back and equal, ") +
-                     engine::version_change(result.version_before, result.version);
-    console.display().say(result.message);
-    if (arguments.reset) {
-        start_new_firmware(console, arguments, std::move(camera), result);
-    } else {
-        console.display().note("the firmware starts with the next reset: run 'nyxus reset'");
-    }
+    if (arguments.dry_run)
+        return plan_recovery(console, arguments, wanted);
+    return run_with_result(console, arguments, [&](Result& result) {
+        Camera camera =
+            introduce(console, result, open_with_rom(console, arguments, wanted.how.eeprom_kib));
+        const engine::Images images = choose(console, camera, wanted);
+        program(console, camera, arguments, wanted.how, images, result);
+        finish(console, result, "recovered: " + what_is_done(wanted.how, images, result));
+        if (wanted.how.restart) {
+            start_new_firmware(console, arguments, std::move(camera), result);
+        } else {
+            console.display().note("the firmware starts with the next reset: run 'nyxus reset'");
+        }
+        return kExitOk;
+    });
 }
 
 } // namespace
 
-ExitCode run_recover(Console& console, const Arguments& arguments)
+void add_recover_command(Command& app, Arguments& arguments)
 {
-    if (arguments.dry_run)
-        return plan_recovery(console, arguments);
-    return run_with_result(console, arguments, [&](Result& result) {
-        recover(console, arguments, result);
-        return kExitOk;
-    });
+    Command& command =
+        add_command(app, "recover", "Restore the firmware of a camera that runs its mask ROM",
+                    "-c A0001234 --reset");
+    auto& wanted = set_run<RecoverArguments>(command, arguments, run_recover);
+    wanted.how.always = true; // what it holds is not looked at
+    wanted.how.operation = "recover";
+    command.file("FILE", &wanted.file,
+                 "Backup or image to restore; without: the camera's latest backup");
+    command.flag("--force", &wanted.although_healthy, "Do it to a camera that runs fine, too");
+    add_programming(command, arguments, wanted.how);
 }
 
 } // namespace tool

@@ -1,18 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 // The camera that a command is for.
-#include "commands.h"
+#include "session/choose.h"
+
 #include "rom/programming.h"
 #include "session/follower.h"
 #include "terminal/failure.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace tool {
 
 /// With --wait it may still be plugged in; what follows says what is wrong if it is not.
 static void wait_for_plug(Console& console, const Arguments& arguments)
 {
-    Follower follower(console, arguments);
+    Follower follower(console);
     if (const unsigned wait_s = arguments.wait_s.value_or(0); wait_s > 0)
         value_of(engine::wait_for_cameras(arguments.camera, wait_s, follower.caller()));
 }
@@ -36,14 +38,27 @@ Camera open_chosen(Console& console, const Arguments& arguments, engine::Use use
     return camera;
 }
 
-Camera open_with_rom(Console& console, const Arguments& arguments)
+Camera open_with_rom(Console& console, const Arguments& arguments, uint32_t eeprom_kib)
 {
     constexpr uint32_t kKib = 1024;
     Camera camera = open_chosen(console, arguments);
-    const engine::Status usable = camera.require_rom(arguments.eeprom_kib * kKib);
+    const engine::Status usable = camera.require_rom(eeprom_kib * kKib);
     if (!usable)
         throw failure_of(usable, advice_for(usable.reason()));
     return camera;
+}
+
+std::vector<CameraEntry> every_camera(Console& console, const Arguments& arguments)
+{
+    if (!arguments.camera.empty())
+        throw Failure(kExitUsage, "--all means every camera; leave --camera away");
+    std::vector<CameraEntry> cameras = matching_cameras(console, arguments);
+    if (cameras.empty())
+        select_camera(cameras, ""); // says what to check
+    std::ranges::sort(cameras, [](const CameraEntry& a, const CameraEntry& b) {
+        return strverscmp(a.port_path.c_str(), b.port_path.c_str()) < 0;
+    });
+    return cameras;
 }
 
 } // namespace tool

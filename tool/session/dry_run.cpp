@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "session/dry_run.h"
 
+#include "session/run.h"
 #include "terminal/failure.h"
-#include "terminal/json_text.h"
 #include "terminal/text.h"
 
 #include <nyxus/access.h>
@@ -45,7 +45,7 @@ void print_dry_run(Console& console, const Arguments& arguments, Camera& camera,
         values.push_back({"dry_run", true});
         values.push_back({"control_transfers", cost.transfers});
         values.push_back({"estimated_seconds", std::round(time_s * kMicro) / kMicro});
-        return console.display().say(arguments.all ? json_line(values) : json_text(values));
+        return say_json(console, arguments, values);
     }
     Display& display = console.display();
     display.say(line);

@@ -1,36 +1,42 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "command_line/arguments.h"
 #include "terminal/console.h"
 
 #include <nyxus/engine/events.hpp>
+#include <vector>
 
 namespace tool {
 
 namespace engine = nyxus::engine;
 
 /// What an end means for the camera when its ROM holds this, and what to do then; "" for nothing.
-/// After an upgrade, and after an erase.
-using Consequence = const char* (*)(engine::RomContents);
 const char* consequence_of(engine::RomContents rom);
-const char* consequence_of_erasing(engine::RomContents rom);
-/// "the ROM is unchanged", as the end of an upgrade leaves it.
+/// "the ROM is unchanged"
 const char* state_of(engine::RomContents rom);
+
+/// What is seen of an upgrade.
+inline const std::vector<engine::Phase> kUpgradePhases = {
+    engine::Phase::kReading, engine::Phase::kReadingAgain, engine::Phase::kErasing,
+    engine::Phase::kProgramming, engine::Phase::kVerifying};
 
 /// The others take no time that anybody would notice.
 bool is_shown(engine::Phase phase);
+
+/// What people are told of it; "" for nothing.
+std::string words_of(const engine::Event& event);
 
 /// Shows what the engine tells, and brings an interrupt to it where it may not end the program at
 /// once. It outlives the engine's work.
 class Follower {
 public:
-    Follower(Console& console, const Arguments& /*arguments*/,
-             Consequence consequence = consequence_of)
-        : console_(console), consequence_(consequence)
-    {
-    }
+    explicit Follower(Console& console) : console_(console) {}
 
+    /// See Progress::expect().
+    void expect(const std::vector<engine::Phase>& phases, uint64_t image_bytes = 0)
+    {
+        progress_.expect(phases, image_bytes);
+    }
     engine::Caller caller();
 
 private:
@@ -39,8 +45,8 @@ private:
     void prepare_for_interrupts(const engine::Event& event);
 
     Console& console_;
-    const Consequence consequence_;
     std::string backup_; ///< the file; "" while there is none
+    Progress progress_;
     std::stop_source stop_;
 };
 

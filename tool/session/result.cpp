@@ -4,11 +4,17 @@
 #include "terminal/failure.h"
 #include "terminal/json_text.h"
 
+#include <algorithm>
+#include <cmath>
+
 namespace tool {
 
 namespace {
 
-void report(Console& console, Result& result)
+constexpr const char* kOutcomes[] = {"upgraded",    "up-to-date", "failed",   "interrupted",
+                                     "not-started", "done",       "different"};
+
+void tell_result(Console& console, Result& result)
 {
     result.take_time();
     console.drain();
@@ -19,6 +25,53 @@ void report(Console& console, Result& result)
 }
 
 } // namespace
+
+const char* to_text(Outcome outcome)
+{
+    return kOutcomes[static_cast<size_t>(outcome)];
+}
+
+std::string words_of(Outcome outcome)
+{
+    std::string words = to_text(outcome);
+    std::ranges::replace(words, '-', ' ');
+    return words;
+}
+
+void Result::take_time()
+{
+    seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count();
+}
+
+void Result::end(const Failure& failure)
+{
+    outcome = failure.code() == kExitInterrupted ? Outcome::kInterrupted : Outcome::kFailed;
+    exit_code = failure.code();
+    message = failure.text();
+}
+
+std::string json_line(const Result& result)
+{
+    const engine::Report& report = result.report;
+    Members members = {{"event", "result"}};
+    for (const Member& member : json_of_place(result.camera))
+        members.push_back(member);
+    const Members more = {{"outcome", to_text(result.outcome)},
+                          {"rom", to_text(report.rom)},
+                          {"exit_code", result.exit_code},
+                          {"message", result.message},
+                          {"seconds", std::round(result.seconds * 10) / 10},
+                          {"bytes", report.status ? report.bytes : 0},
+                          {"sha256", nothing_or(result.sha256)},
+                          {"mfi_sha256", nothing_or(result.mfi_sha256)},
+                          {"version", nothing_or(result.version)},
+                          {"version_before", nothing_or(report.version_before)},
+                          {"version_after", nothing_or(report.version_after)},
+                          {"kept", Value::List(report.kept.begin(), report.kept.end())},
+                          {"backup", nothing_or(report.backup.string())}};
+    members.insert(members.end(), more.begin(), more.end());
+    return json_line(members);
+}
 
 ExitCode run_with_result(Console& console, const Arguments& arguments,
                          const std::function<ExitCode(Result&)>& work)
@@ -34,10 +87,10 @@ ExitCode run_with_result(Console& console, const Arguments& arguments,
         result.exit_code = work(result);
     } catch (const Failure& failure) {
         result.end(failure);
-        report(console, result);
+        tell_result(console, result);
         throw;
     }
-    report(console, result);
+    tell_result(console, result);
     return static_cast<ExitCode>(result.exit_code);
 }
 
@@ -49,19 +102,26 @@ void promise_result(Console& console, const Result& result)
         Result last = result;
         last.end(failure);
         last.take_time();
-        last.rom = rom;
+        last.report.rom = rom;
         return json_line(last);
     });
 }
 
-CameraLabel label_of(const Camera& camera)
+Camera introduce(Console& console, Result& result, Camera camera)
 {
-    return {camera.info().port_path, camera.info().serial, camera.info().product};
+    result.camera = camera.info();
+    result.report.version_before = camera.version();
+    promise_result(console, result);
+    return camera;
 }
 
-Members json_of(const CameraLabel& camera)
+ExitCode finish(Console& console, Result& result, const std::string& message, Outcome outcome)
 {
-    return {{"port", camera.port}, {"serial", camera.serial}, {"product", camera.product}};
+    result.message = message;
+    result.outcome = outcome;
+    console.drain();
+    console.display().say(message);
+    return outcome == Outcome::kDifferent ? kExitMismatch : kExitOk;
 }
 
 } // namespace tool

@@ -45,7 +45,8 @@ std::vector<uint8_t> read_file(const std::string& path, size_t most, const std::
 {
     std::vector<uint8_t> bytes;
     try {
-        bytes = files::read_file(path, most);
+        bytes = path == "-" ? files::read_rest(STDIN_FILENO, "standard input", most)
+                            : files::read_file(path, most);
     } catch (const std::system_error& error) {
         if (error.code() != std::errc::file_too_large)
             throw Failure(kExitFailure, error.what());

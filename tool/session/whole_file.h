@@ -17,7 +17,8 @@ void write_file(const std::string& path, std::span<const uint8_t> bytes);
 /// Refuses a name that write_file() cannot give contents to, before a camera is asked for them.
 void refuse_impossible_target(const std::string& path);
 
-/// A file that has 1 to `most` bytes; `place`, such as "the EEPROM window", has no room for more.
+/// A file, or standard input ("-"), that has 1 to `most` bytes; `place`, such as "the EEPROM
+/// window", has no room for more.
 std::vector<uint8_t> read_file(const std::string& path, size_t most, const std::string& place);
 
 } // namespace tool

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "command_line/command_line.h"
 #include "commands.h"
+#include "session/choose.h"
+#include "session/run.h"
 #include "terminal/json_text.h"
 #include "terminal/text.h"
 
@@ -141,7 +143,11 @@ static ExitCode run_info(Console& console, const Arguments& arguments)
 {
     const Camera camera = open_chosen(console, arguments);
     console.drain();
-    console.display().say(arguments.json ? json_text(json_info(camera)) : text_info(camera));
+    if (arguments.json) {
+        say_json(console, arguments, json_info(camera));
+    } else {
+        console.display().say(text_info(camera));
+    }
     return kExitOk;
 }
 
@@ -149,6 +155,7 @@ void add_info_command(Command& app, Arguments& arguments)
 {
     Command& command = add_command(
         app, "info", "Show what a camera says about itself, its firmware and its ROM", "-c 1-2");
+    add_all(command, arguments);
     set_run(command, arguments, run_info);
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "command_line/command_line.h"
 #include "commands.h"
+#include "session/choose.h"
 #include "terminal/failure.h"
 #include "terminal/json_text.h"
 #include "terminal/text.h"

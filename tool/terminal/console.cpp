@@ -4,34 +4,40 @@
 #include "files/write_all.h"
 #include "terminal/text.h"
 
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
 #include <unistd.h>
-#include <condition_variable>
+#include <cerrno>
+#include <nyxus/engine/kernel_driver.hpp>
 #include <string>
 
 namespace tool {
 
-/// The library's line without trailing blanks and without the padding behind the time stamp.
-static std::string tidy(std::string_view line)
+namespace {
+
+/// Ctrl-C, kill, a terminal that goes away, and Ctrl-\.
+constexpr int kInterrupts[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+
+/// Of one that comes while the program ends.
+void exit_now(int)
 {
-    while (line.ends_with(' ') || line.ends_with('\r'))
-        line.remove_suffix(1);
-    std::string text(line);
-    if (text.starts_with('[')) {
-        const size_t stamp_end = text.find(']');
-        if (stamp_end != std::string::npos) {
-            const size_t word = text.find_first_not_of(' ', stamp_end + 1);
-            if (word != std::string::npos)
-                text.replace(stamp_end + 1, word - stamp_end - 1, " ");
-        }
-    }
-    return printable(text);
+    _exit(kExitInterrupted);
 }
 
-Console::Console(int verbosity, unsigned patience_s)
-    : verbosity_(verbosity),
-      patience_(patience_s),
-      ticker_([this](const std::stop_token& over) { keep_time(over); })
+/// The library pads its lines.
+std::string tidy(std::string_view line)
 {
+    return printable(std::string(line.substr(0, line.find_last_not_of(" \r") + 1)));
+}
+
+} // namespace
+
+Console::Console(int verbosity, unsigned patience_s) : verbosity_(verbosity), patience_(patience_s)
+{
+    take_signals();
+    over_.reset(eventfd(0, EFD_CLOEXEC));
+    thread_ = std::thread(&Console::wait_for_events, this);
     nyxus_set_line_callback(nullptr, take_line, this);
     nyxus_set_progress_callback(nullptr, take_progress, this);
 }
@@ -40,7 +46,31 @@ Console::~Console()
 {
     nyxus_set_progress_callback(nullptr, nullptr, nullptr);
     nyxus_set_line_callback(nullptr, nullptr, nullptr);
+    (void)eventfd_write(over_.get(), 1);
+    thread_.join();
+    for (const int signal : kInterrupts) {
+        if (sigismember(&taken_, signal) == 1)
+            std::signal(signal, SIG_DFL);
+    }
+    pthread_sigmask(SIG_UNBLOCK, &taken_, nullptr);
     drain();
+}
+
+/// All but those that whoever has started the program has had ignored.
+void Console::take_signals()
+{
+    sigemptyset(&taken_);
+    for (const int signal : kInterrupts) {
+        if (std::signal(signal, exit_now) == SIG_IGN) {
+            std::signal(signal, SIG_IGN);
+        } else {
+            sigaddset(&taken_, signal);
+        }
+    }
+    std::signal(SIGPIPE, SIG_IGN); // a reader that goes away ends no upgrade in the middle
+    std::signal(SIGXFSZ, SIG_IGN); // a file that may not grow is an error like a full disk
+    pthread_sigmask(SIG_BLOCK, &taken_, nullptr);
+    signals_.reset(signalfd(-1, &taken_, SFD_CLOEXEC | SFD_NONBLOCK));
 }
 
 void Console::sign_of_life()
@@ -78,32 +108,75 @@ void Console::show_prints(bool all)
         display_.warn("  | " + tidy(line));
 }
 
-void Console::keep_time(const std::stop_token& over)
+void Console::wait_for_events()
 {
-    constexpr std::chrono::milliseconds kTick{100};
-    std::unique_lock lock(tick_mutex_);
-    std::condition_variable_any wake;
-    while (!over.stop_requested()) {
-        wake.wait_for(lock, over, kTick, [] { return false; });
+    constexpr int kTick_ms = 100;
+    pollfd waits[] = {{signals_.get(), POLLIN, 0}, {over_.get(), POLLIN, 0}};
+    while (poll(waits, std::size(waits), kTick_ms) >= 0 || errno == EINTR) {
+        if (waits[1].revents != 0)
+            return;
+        signalfd_siginfo signal{};
+        if (read(signals_.get(), &signal, sizeof signal) > 0)
+            interrupt();
         tick();
     }
 }
 
 void Console::tick()
 {
-    show_prints(false);
-    display_.tick();
-    if (!patient_ && std::chrono::steady_clock::now() - latest_sign_.load() > patience_)
-        give_up();
+    if (display_.is_listened_to()) {
+        show_prints(false);
+        display_.tick();
+    }
+    // The camera's thread is stuck in the library, so there is nothing to return to.
+    if (!patient_ && std::chrono::steady_clock::now() - latest_sign_.load() > patience_) {
+        end_program(kExitTimeout,
+                    format("the camera has been silent for %lld s; unplug it and plug it in again",
+                           static_cast<long long>(patience_.count())));
+    }
 }
 
-/// The camera's thread is stuck in the library, so there is nothing to return to.
-void Console::give_up()
+void Console::set_outlook(const std::string& meaning, RomContents rom)
 {
-    interrupts_.end_program(
-        kExitTimeout,
-        format("the camera has been silent for %lld s; unplug it and plug it in again",
-               static_cast<long long>(patience_.count())));
+    const std::lock_guard lock(outlook_mutex_);
+    meaning_ = meaning;
+    rom_ = rom;
+}
+
+void Console::postpone_interrupts(const std::string& promise, std::stop_source soon,
+                                  std::stop_source at_once)
+{
+    const std::lock_guard lock(outlook_mutex_);
+    promise_ = promise;
+    soon_ = std::move(soon);
+    at_once_ = std::move(at_once);
+}
+
+void Console::interrupt()
+{
+    std::unique_lock lock(outlook_mutex_);
+    if (soon_.request_stop()) {
+        if (!promise_.empty())
+            display_.warn(promise_);
+    } else if (at_once_.stop_possible()) {
+        at_once_.request_stop();
+    } else {
+        lock.unlock();
+        end_program(kExitInterrupted, "interrupted");
+    }
+}
+
+/// Says so, with what that means, and gives the cameras back.
+void Console::end_program(ExitCode code, const std::string& text)
+{
+    pthread_sigmask(SIG_UNBLOCK, &taken_, nullptr);
+    const std::lock_guard lock(outlook_mutex_);
+    const std::string separator = code == kExitInterrupted ? ": " : "; ";
+    const std::string whole = text + (meaning_.empty() ? "" : separator + meaning_);
+    const bool is_said = code != kExitInterrupted || !meaning_.empty();
+    display_.say_last(is_said ? "nyxus: " + whole + "\n" : "", {code, whole}, rom_);
+    engine::give_cameras_back();
+    _exit(code);
 }
 
 } // namespace tool

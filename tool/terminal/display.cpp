@@ -2,10 +2,11 @@
 #include "terminal/display.h"
 
 #include "files/write_all.h"
+#include "terminal/json_text.h"
 #include "terminal/text.h"
-#include "text/numbers.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 #include <algorithm>
@@ -20,11 +21,9 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr size_t kPhaseColumns = 12;
-constexpr size_t kUnknownBar = 10;
+constexpr size_t kPhaseColumns = 14;
 constexpr milliseconds kSignOfLifeInterval{300};
 constexpr milliseconds kRedrawInterval{100};
-constexpr milliseconds kPlainLineInterval{2000};
 /// For the lock: perhaps nobody reads what its owner writes.
 constexpr milliseconds kPatience{1000};
 
@@ -63,12 +62,6 @@ std::string cut(std::string text, size_t columns)
 
 } // namespace
 
-std::string clock_text(double seconds)
-{
-    const auto whole = static_cast<unsigned>(std::ceil(seconds));
-    return format("%u:%02u", whole / 60, whole % 60);
-}
-
 Display::Display()
     : out_(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3)),
       err_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)),
@@ -79,7 +72,7 @@ Display::Display()
 
 Display::~Display()
 {
-    abandon();
+    show({});
 }
 
 void Display::say(std::string_view line)
@@ -87,7 +80,9 @@ void Display::say(std::string_view line)
     const std::lock_guard lock(mutex_);
     if (events_ && quiet_)
         return;
-    put_line(out_.get(), events_ ? json_of_message(line) : line);
+    put_line(out_.get(), events_
+                             ? json_line(Members{{"event", "message"}, {"text", std::string(line)}})
+                             : std::string(line));
 }
 
 void Display::note(std::string_view line)
@@ -122,29 +117,16 @@ void Display::pass_on(std::span<const uint8_t> bytes)
 
 bool Display::confirm(const std::string& question)
 {
-    const std::string answer = ask(question + " [y/N] ");
-    return answer.starts_with('y') || answer.starts_with('Y');
-}
-
-size_t Display::choose(const std::string& text, size_t most)
-{
-    std::string answer = ask(text + "\n" + format("Which one? [1 to %zu, Enter for none] ", most));
-    answer.erase(std::min(answer.find('\n'), answer.size()));
-    return ::text::parse_number(answer, most).value_or(0);
-}
-
-/// The first characters of a line; "" when nobody can answer.
-std::string Display::ask(const std::string& question)
-{
     if (isatty(STDIN_FILENO) != 1 || isatty(out_.get()) != 1)
-        return "";
+        return false;
     {
         const std::lock_guard lock(mutex_);
         erase();
-        write_out(question);
+        write_out(question + " [y/N] ");
     }
     char answer[16] = "";
-    return std::fgets(answer, sizeof answer, stdin) == nullptr ? "" : answer;
+    return std::fgets(answer, sizeof answer, stdin) != nullptr &&
+           (answer[0] == 'y' || answer[0] == 'Y');
 }
 
 void Display::be_quiet()
@@ -169,11 +151,13 @@ void Display::put_event(std::string_view json_line)
 void Display::show(std::vector<TableRow> rows)
 {
     const std::lock_guard lock(mutex_);
+    const auto phase_of = [](const TableRow& row) { return row.progress.phase(); };
+    const bool is_new = !std::ranges::equal(rows, rows_, {}, phase_of, phase_of);
     rows_ = std::move(rows);
     if (rows_.empty()) {
         erase();
-    } else if (is_live()) {
-        draw();
+    } else {
+        refresh(is_new ? milliseconds::zero() : kRedrawInterval);
     }
 }
 
@@ -183,50 +167,17 @@ size_t Display::most_rows() const
     return rows > 2 ? rows - 2 : 1;
 }
 
-void Display::begin(std::string phase, uint64_t total_bytes)
-{
-    end();
-    const std::lock_guard lock(mutex_);
-    if (quiet_)
-        return;
-    rows_ = {{.progress = {.phase = std::move(phase), .total = total_bytes}}};
-    quarters_said_ = 0;
-    if (live_ || events_) {
-        refresh(milliseconds::zero());
-    } else {
-        drawn_ = Clock::now();
-        put_line(out_.get(), rows_.front().progress.phase + " ...");
-    }
-}
-
-void Display::advance(uint64_t done_bytes)
-{
-    const std::lock_guard lock(mutex_);
-    if (rows_.empty())
-        return;
-    Progress& progress = rows_.front().progress;
-    progress.bytes = std::min(done_bytes, progress.total);
-    if (!live_ && !events_)
-        print_quarter(progress);
-    refresh(kRedrawInterval);
-}
-
-void Display::end()
-{
-    const std::lock_guard lock(mutex_);
-    if (rows_.empty())
-        return;
-    Progress progress = std::move(rows_.front().progress);
-    progress.bytes = progress.total;
-    progress.done = true;
-    rows_.clear();
-    put_line(out_.get(), events_ ? json_line(progress) : summary(progress));
-}
-
 void Display::tick()
 {
     const std::lock_guard lock(mutex_);
     refresh(live_ ? kRedrawInterval : kSignOfLifeInterval);
+}
+
+bool Display::is_listened_to() const
+{
+    pollfd waits[] = {{out_.get(), POLLOUT, 0}, {err_.get(), POLLOUT, 0}};
+    (void)poll(waits, std::size(waits), 0);
+    return waits[0].revents != 0 && waits[1].revents != 0;
 }
 
 void Display::set_last_line(LastLine last_line)
@@ -278,12 +229,12 @@ void Display::refresh(milliseconds interval)
 {
     if (rows_.empty() || Clock::now() - drawn_ < interval)
         return;
-    if (live_)
+    if (is_live())
         return draw();
     if (!events_)
         return;
     drawn_ = Clock::now();
-    put_line(out_.get(), json_line(rows_.front().progress));
+    put_line(out_.get(), rows_.front().progress.json_line());
 }
 
 /// At once, so that nothing flickers.
@@ -319,70 +270,36 @@ std::string Display::text_of(const TableRow& row, size_t columns) const
 {
     const std::string label = cut(row.label, columns);
     const size_t room = columns - label.size();
-    return label + (row.progress.phase.empty() ? coloured(cut(row.text, room), row.colour)
-                                               : text_of(row.progress, room, !label.empty()));
+    return label + (row.progress.phase().empty() ? coloured(cut(row.text, room), row.colour)
+                                                 : text_of(row.progress, room, !label.empty()));
 }
 
-/// The narrower the terminal, the less is said: first the time goes, then the rate, then the bar.
+/// The narrower the terminal, the less is said: first the time goes, then the bar.
 std::string Display::text_of(const Progress& progress, size_t columns, bool in_table) const
 {
-    const auto [least, most] =
-        in_table ? std::pair<size_t, size_t>(5, 24) : std::pair<size_t, size_t>(10, 50);
-    const std::string head = padded(progress.phase, kPhaseColumns);
-    const bool known = progress.total != 0;
-    const std::string share =
-        known ? format("%4u%%", progress.percent()) : format("%5.1f s", progress.seconds());
-    std::string with_rate = share;
-    if (progress.rate() > 0)
-        with_rate += format("%8.1f KiB/s", progress.rate() / 1024);
-    std::string with_time = with_rate;
-    if (const auto left_s = progress.remaining_s())
-        with_time += "  " + clock_text(*left_s) + " left";
-    for (const std::string& tail : {with_time, with_rate, share}) {
-        const size_t fixed = head.size() + 2 + tail.size();
-        if (columns < fixed + least)
-            continue;
-        const size_t width = std::min(columns - fixed, known ? most : kUnknownBar);
-        return head + bar(progress, width) + tail;
+    const size_t least = in_table ? 5 : 10;
+    const size_t most = in_table ? 24 : 50;
+    const std::string head = padded(progress.phase(), kPhaseColumns);
+    const auto share = progress.share();
+    if (!share)
+        return cut(head + format("%.1f s", progress.seconds()), columns);
+    const std::string tail = format("%4.0f%%", std::floor(*share * 100));
+    const auto left_s = progress.remaining_s();
+    const std::string with_time = tail + (left_s ? "  " + clock_text(*left_s) + " left" : "");
+    for (const std::string& end : {with_time, tail}) {
+        const size_t fixed = head.size() + 2 + end.size();
+        if (columns >= fixed + least)
+            return head + bar(*share, std::min(columns - fixed, most)) + end;
     }
-    return (head + share).substr(0, columns);
+    return cut(head + tail, columns);
 }
 
-std::string Display::bar(const Progress& progress, size_t columns) const
+std::string Display::bar(double share, size_t columns) const
 {
-    std::string cells(columns, ' ');
-    if (progress.total != 0) {
-        const auto full = static_cast<size_t>(progress.bytes * columns / progress.total);
-        cells = std::string(full, '=') + '>';
-        cells.resize(columns, ' ');
-    } else { // three cells that wander to and fro
-        const size_t way = columns - 3;
-        const size_t step = static_cast<size_t>(progress.seconds() * 8) % (2 * way);
-        cells.replace(step < way ? step : 2 * way - step, 3, "<=>");
-    }
+    std::string cells(static_cast<size_t>(share * static_cast<double>(columns)), '=');
+    cells += '>';
+    cells.resize(columns, ' ');
     return "[" + coloured(cells, Colour::kGreen) + "]";
-}
-
-std::string Display::summary(const Progress& progress) const
-{
-    std::string text = live_ ? padded(progress.phase, kPhaseColumns) : progress.phase + " ";
-    text += format("done in %.1f s", progress.seconds());
-    if (progress.total > 0)
-        text += format(", %.1f KiB", static_cast<double>(progress.total) / 1024);
-    if (progress.total > 0 && progress.seconds() > Progress::kRateKnown_s)
-        text += format(" at %.1f KiB/s", progress.rate() / 1024);
-    return text;
-}
-
-/// Without a terminal: a line at every quarter, but not more than one every two seconds.
-void Display::print_quarter(const Progress& progress)
-{
-    const unsigned quarter = progress.percent() / 25;
-    if (quarter <= quarters_said_ || quarter > 3 || Clock::now() - drawn_ < kPlainLineInterval)
-        return;
-    quarters_said_ = quarter;
-    drawn_ = Clock::now();
-    put_line(out_.get(), format("%s %u%%", progress.phase.c_str(), progress.percent()));
 }
 
 } // namespace tool

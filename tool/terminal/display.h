@@ -2,8 +2,8 @@
 #pragma once
 
 #include "files/descriptor.h"
-#include "terminal/events.h"
 #include "terminal/failure.h"
+#include "terminal/progress.h"
 
 #include <atomic>
 #include <functional>
@@ -12,6 +12,8 @@
 #include <string_view>
 
 namespace tool {
+
+using engine::RomContents;
 
 enum class Colour { kNone = 0, kRed = 31, kGreen = 32, kYellow = 33 };
 
@@ -49,13 +51,11 @@ public:
     void pass_on(std::span<const uint8_t> bytes);
     /// Asks a yes-or-no question; false when nobody can answer.
     bool confirm(const std::string& question);
-    /// Has one of `most` chosen that the text numbers from 1 on; 0 when nobody can answer, or does
-    /// not want to.
-    size_t choose(const std::string& text, size_t most);
 
     /// From now on neither progress nor remarks.
     void be_quiet();
-    /// From now on standard output carries JSON lines (events.h) in the place of text.
+    bool is_quiet() const { return quiet_; }
+    /// From now on standard output carries JSON lines (docs/json.md) in the place of text.
     void tell_events();
     bool tells_events() const { return events_; }
     /// One of them.
@@ -63,20 +63,15 @@ public:
 
     /// Progress is drawn in place.
     bool is_live() const { return live_ && !quiet_; }
-    /// Draws these rows from now on, on such a terminal. None: takes them away.
+    /// These rows from now on: drawn in place on such a terminal; JSON tells of the first one.
+    /// None: takes them away.
     void show(std::vector<TableRow> rows);
     /// How many there is room for.
     size_t most_rows() const;
-
-    /// A phase begins; 0 bytes: nobody knows how long it takes.
-    void begin(std::string phase, uint64_t total_bytes);
-    void advance(uint64_t done_bytes);
-    /// The phase is done. Without a phase: nothing.
-    void end();
-    /// The phase failed, or nobody cares any more.
-    void abandon() { show({}); }
     /// Time passes: redraws.
     void tick();
+    /// Whether a line finds room now: who reads it may have stopped.
+    bool is_listened_to() const;
 
     /// What an end in the middle still puts on standard output.
     using LastLine = std::function<std::string(const Failure&, RomContents)>;
@@ -90,7 +85,6 @@ public:
 private:
     using Clock = Progress::Clock;
 
-    std::string ask(const std::string& question);
     void write_out(std::string_view text);
     void put_line(int fd, std::string_view line);
     void refresh(std::chrono::milliseconds interval);
@@ -99,9 +93,7 @@ private:
     void erase();
     std::string text_of(const TableRow& row, size_t columns) const;
     std::string text_of(const Progress& progress, size_t columns, bool in_table) const;
-    std::string bar(const Progress& progress, size_t columns) const;
-    std::string summary(const Progress& progress) const;
-    void print_quarter(const Progress& progress);
+    std::string bar(double share, size_t columns) const;
 
     files::Descriptor out_;
     files::Descriptor err_;
@@ -112,15 +104,11 @@ private:
     std::atomic<bool> ending_ = false;
     int output_error_ = 0; ///< errno of the first one
     bool events_ = false;
-    bool quiet_ = false;
-    std::vector<TableRow> rows_; ///< of a phase: one, also where none is drawn
-    size_t drawn_rows_ = 0;      ///< on the terminal now
+    std::atomic<bool> quiet_ = false;
+    std::vector<TableRow> rows_;
+    size_t drawn_rows_ = 0; ///< on the terminal now
     Clock::time_point drawn_;
-    unsigned quarters_said_ = 0;
     LastLine last_line_;
 };
-
-/// "1:05".
-std::string clock_text(double seconds);
 
 } // namespace tool

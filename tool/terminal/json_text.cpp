@@ -46,6 +46,11 @@ Members json_of(const CameraEntry& entry)
             {"product", entry.product}};
 }
 
+Members json_of_place(const CameraEntry& entry)
+{
+    return {{"port", entry.port_path}, {"serial", entry.serial}, {"product", entry.product}};
+}
+
 Members json_of(const nyxus::engine::RomHistory& history)
 {
     if (history.since.empty())

@@ -108,10 +108,10 @@ End receive(Session& session, nyxus::Stream& stream, Clock::time_point end,
             std::chrono::seconds patience, const std::function<bool(const nyxus::Frame&)>& take)
 {
     const std::stop_source interrupt;
-    session.console.interrupts().postpone("", interrupt);
+    session.console.postpone_interrupts("", interrupt);
     const End how = take_frames(stream, interrupt, end, patience, take);
     if (how != End::kInterrupt)
-        session.console.interrupts().stop_postponing();
+        session.console.stop_postponing();
     return how;
 }
 

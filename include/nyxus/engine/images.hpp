@@ -44,6 +44,10 @@ public:
                                                   const std::string& name = "the image");
     NYXUS_ENGINE_API static Result<Firmware> from_rom(std::vector<uint8_t> bytes,
                                                       const std::string& name = "the ROM");
+    /// The same, and the 0xFF bytes at the end are a part of what is written: nothing that the ROM
+    /// holds there is kept.
+    NYXUS_ENGINE_API static Result<Firmware> exactly(std::vector<uint8_t> bytes,
+                                                     const std::string& name = "the ROM");
 
     Bytes bytes() const { return as_read().subspan(0, size_); }
     /// With the 0xFF bytes at the end; of the contents of a ROM the first 64 KiB.
@@ -104,6 +108,7 @@ struct Images {
     Firmware firmware;
     std::optional<Mfi> mfi = {};
     std::string reports = {}; ///< the version that a camera then reports, where a manifest says so
+    bool patched = false;     ///< what the ROM holds, with a change: nothing else of it gets lost
 
     /// What is said of it, or else what the firmware says of itself: "0x0205"; "": nobody knows.
     std::string version() const
@@ -159,6 +164,8 @@ NYXUS_ENGINE_API const char* to_text(ImageFacts::Contents contents);
 /// Looks at a file of up to 16 MiB, whatever it holds; it is read once. kFile; kWrongImage for one
 /// that is empty or too large.
 NYXUS_ENGINE_API Result<ImageFacts> inspect_image(const std::string& path);
+/// The same for what has been read before.
+NYXUS_ENGINE_API ImageFacts inspect_contents(std::vector<uint8_t> bytes);
 
 /// Why a camera could not use it: kWrongImage. Nothing blocks.
 NYXUS_ENGINE_API Status check_image(const Camera& camera, const ImageFacts& facts);
