@@ -39,6 +39,7 @@ void add_rom_commands(Command& app, Arguments& arguments)
 constexpr Declaration declarations[] = {
 //   group       declares
     {kLook,      add_list_command},
+    {kLook,      add_watch_command},
     {kLook,      add_info_command},
     {kLook,      add_doctor_command},
     {kFirmware,  add_image_command},

@@ -8,6 +8,7 @@
 namespace tool {
 
 void add_list_command(Command& app, Arguments& arguments);
+void add_watch_command(Command& app, Arguments& arguments);
 void add_info_command(Command& app, Arguments& arguments);
 void add_doctor_command(Command& app, Arguments& arguments);
 void add_explain_command(Command& app, Arguments& arguments);

@@ -54,10 +54,30 @@ TEST(Doctor, NamesTheTroubleAndTheRemedy)
                                             "$NYXUS" doctor --json > "$OUT"; code=$?
                                             [ $code != 0 ] && break
                                         done
+                                        "$NYXUS" list >&2
                                         kill $user; cat "$OUT"; exit $code)SH",
                                      {{"OUT", bench.path("out")}});
     EXPECT_EQ(busy.exit_code, 6) << busy.out;
     EXPECT_TRUE(contains(finding(busy, "camera 1:2")["remedy"].text(), "close it")) << busy.out;
+    EXPECT_TRUE(contains(finding(busy, "camera 1:2")["what"].text(), "used: another program"));
+    EXPECT_TRUE(contains(busy.err, "in use by another program")) << busy.err;
+}
+
+TEST(Watch, TellsOfACameraThatRestarts)
+{
+    const Bench bench;
+    const Outcome outcome = bench.shell(kModel,
+                                        R"SH("$NYXUS" watch --json > "$OUT" & user=$!
+             "$WAIT_FOR" here "$OUT" $user && "$NYXUS" reset --wait 30 >&2 || exit 99
+             for i in {1..100}; do [ $(wc -l < "$OUT") = 3 ] && break; sleep 0.1; done
+             kill $user; wait $user; code=$?; cat "$OUT"; exit $code)SH",
+                                        {{"OUT", bench.path("out")}});
+    EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+    const size_t gone = outcome.out.find("\n{\"event\":\"gone\",\"bus\":1,\"address\":2,");
+    EXPECT_LT(gone, outcome.out.find("\n{\"event\":\"here\",\"bus\":1,\"address\":3,"))
+        << outcome.out;
+    const Outcome text = bench.nyxus({kModel}, {"watch", "--wait", "0"});
+    EXPECT_TRUE(text.out.starts_with("here  1:2     1-1 ")) << text.out << text.err;
 }
 
 /// Runs nyxus as somebody who must not open the camera.

@@ -26,8 +26,6 @@ TEST(Explain, TakesANumberInAnyNotationANameAndALine)
         {"16393", {"-16393, 0x4009"}},
         {"0x4009", {"-16393, 0x4009"}},
         {"0xFFFFBFF7", {"-16393, 0x4009"}},
-        {"0xC009", {"-16393, 0x4009"}},
-        {"0xFCF2", {"-782, 0x030E"}},
         {"LIBUSB_ERROR_PIPE", {"-16393, 0x4009"}},
         {"uvc_error_pipe", {"-9, 0x0009: UVC_ERROR_PIPE"}},
         {"ENOTEMPTY", {"NYXUS_E_SYSTEM(ENOTEMPTY)"}},

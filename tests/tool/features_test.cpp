@@ -213,6 +213,7 @@ TEST(Features, OutOfRangeIsRefusedWithTheRange)
         {{"motion", "set", "1", "2", "3"}, "4"},
         {{"osd", "string", "8"}, "0 to 7"},
         {{"osd", "string", "0", "12345678901234567"}, "0 to 16"},
+        {{"osd", "string", "0", "T\xC3\xBCr"}, "printable ASCII"},
         {{"osd", "window", "4", "0", "0", "0", "0", "0"}, "0 to 3"},
         {{"osd", "datetime", "set", "2026-02-29T00:00:00"}, "2000-01-01T00:00:00 to 2099-12-31"},
         {{"osd", "datetime", "set", "2026-13-01T00:00:00"}, "2000-01-01T00:00:00 to 2099-12-31"},

@@ -187,6 +187,15 @@ void run_record(Session& session, const char* name, int32_t (*get)(NyDevice*, Re
                   .cost = kRecordChange});
 }
 
+/// The display has a picture of each printable character of ASCII, and of no other.
+std::string refuse_text(const std::string& text)
+{
+    if (text.size() > kTextBytes)
+        return format("the text has %zu bytes; 0 to %zu fit", text.size(), kTextBytes);
+    const bool is_shown = std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
+    return is_shown ? "" : "the text has characters beside printable ASCII";
+}
+
 using SharedOsd = std::shared_ptr<OsdOptions>;
 
 void add_datetime(Command& osd, Arguments& arguments, const SharedOsd& options)
@@ -212,12 +221,7 @@ void add_string(Command& osd, Arguments& arguments, const SharedOsd& options)
 {
     Command& command = add_command(osd, "string", "Set a line of text, or ask", "0 'Front door'");
     add_number(command, "INDEX", &options->index, 0, kLastString, "Line").required();
-    command.text("TEXT", &options->text, "At most 16 characters")
-        .refused([](const std::string& words) {
-            return words.size() <= kTextBytes
-                       ? std::string()
-                       : format("the text has %zu bytes; 0 to %zu fit", words.size(), kTextBytes);
-        });
+    command.text("TEXT", &options->text, "At most 16 characters").refused(refuse_text);
     set_writing_action(command, arguments,
                        [options](Session& session) { run_string(session, *options); });
 }

@@ -2,6 +2,7 @@
 #include "system/doctor_checks.h"
 
 #include "command_line/versions.h"
+#include "files/users.h"
 #include "session/camera_list.h"
 #include "terminal/failure.h"
 #include "terminal/text.h"
@@ -51,10 +52,15 @@ std::string find_udev_rule()
     return "";
 }
 
+std::string node_of(const CameraEntry& entry)
+{
+    return format("/dev/bus/usb/%03u/%03u", entry.bus, entry.address);
+}
+
 /// "/dev/bus/usb/001/005 (owner 0, group 0, mode 664)"
 std::string node_text(const CameraEntry& entry)
 {
-    const std::string path = format("/dev/bus/usb/%03u/%03u", entry.bus, entry.address);
+    const std::string path = node_of(entry);
     struct stat status {};
     if (stat(path.c_str(), &status) != 0)
         return path + " (missing)";
@@ -62,12 +68,26 @@ std::string node_text(const CameraEntry& entry)
                          status.st_mode & 0777U);
 }
 
-Finding problem(const std::string& check, const std::string& what, const Failure& failure)
+Finding problem(const std::string& check, const Failure& failure)
 {
     const std::string& text = failure.text(); // "reason; what to do"
     const size_t advice = text.find("; ");
-    return {check, State::kProblem, what + ": " + text.substr(0, advice),
+    return {check, State::kProblem, text.substr(0, advice),
             advice == std::string::npos ? "" : text.substr(advice + 2), failure.code()};
+}
+
+/// Whether it is claimed, by anybody but the kernel's own driver.
+bool is_claimed(const CameraEntry& entry)
+{
+    libusb_device_handle* raw = nullptr;
+    if (libusb_open(entry.device.get(), &raw) != 0)
+        return false;
+    const std::unique_ptr<libusb_device_handle, decltype(&libusb_close)> handle(raw, libusb_close);
+    if (libusb_kernel_driver_active(raw, 0) == 1)
+        return false;
+    const int claimed = libusb_claim_interface(raw, 0);
+    libusb_release_interface(raw, 0);
+    return claimed == LIBUSB_ERROR_BUSY;
 }
 
 /// Whether somebody has the camera. Asks the kernel only, and takes nothing away from anybody.
@@ -76,22 +96,20 @@ Finding check_user(const std::string& check, const CameraEntry& entry)
     libusb_device_handle* raw = nullptr;
     const int opened = libusb_open(entry.device.get(), &raw);
     if (opened != 0)
-        return problem(check, node_text(entry) + " cannot be opened", usb_failure("", opened));
+        return problem(check, usb_failure(node_text(entry) + " cannot be opened", opened));
     const std::unique_ptr<libusb_device_handle, decltype(&libusb_close)> handle(raw, libusb_close);
     const std::string who = entry.product + (entry.serial.empty() ? "" : ", " + entry.serial);
+    std::string state = ": can be opened, and nobody else has it";
     if (libusb_kernel_driver_active(raw, 0) == 1) {
-        return {check, State::kOk,
-                who +
-                    ": can be opened; the kernel's video driver has it, and lends it to "
-                    "nyxus while a command runs"};
-    }
-    const int claimed = libusb_claim_interface(raw, 0);
-    if (claimed != 0) {
-        return problem(check, who + " cannot be used",
-                       failure_of(engine::usb_failure("", claimed, entry)));
+        state =
+            ": can be opened; the kernel's video driver has it, and lends it to nyxus while a "
+            "command runs";
+    } else if (const int claimed = libusb_claim_interface(raw, 0); claimed != 0) {
+        return problem(check,
+                       failure_of(engine::usb_failure(who + " cannot be used", claimed, entry)));
     }
     libusb_release_interface(raw, 0);
-    return {check, State::kOk, who + ": can be opened, and nobody else has it"};
+    return {check, State::kOk, who + state};
 }
 
 /// What the journal says of its ROM, where that needs care.
@@ -110,6 +128,14 @@ std::optional<Finding> check_rom(const std::string& check, const CameraEntry& en
 }
 
 } // namespace
+
+std::string users_of(const CameraEntry& entry)
+{
+    std::string names;
+    for (const std::string& user : files::users_of(node_of(entry)))
+        names += (names.empty() ? "" : ", ") + user;
+    return names.empty() && is_claimed(entry) ? "another program" : names;
+}
 
 const char* state_name(State state)
 {

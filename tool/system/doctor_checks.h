@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "session/camera_list.h"
 #include "terminal/exit_codes.h"
 
 #include <string>
@@ -28,5 +29,9 @@ Finding check_udev_rule();
 Finding check_usb_memory();
 /// Each camera: may it be opened, who has it? `choice` as for --camera.
 std::vector<Finding> check_cameras(const std::string& choice);
+
+/// The programs that have it open, "nyxus (process 123)", or "another program" where this user may
+/// not see which; "" for none.
+std::string users_of(const CameraEntry& entry);
 
 } // namespace tool

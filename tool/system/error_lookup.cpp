@@ -10,14 +10,11 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
-#include <optional>
 #include <regex>
 
 namespace tool {
 
 namespace {
-
-using Place = Explanation::Place;
 
 constexpr int32_t kLastErrno = 133;
 
@@ -52,20 +49,18 @@ Explanation of_libusb(const Explained& row)
             libusb_strerror(row.number), &row};
 }
 
-Explanation of_system(int32_t error, const Explained& row, Place place)
+Explanation of_system(int32_t error, const Explained& row, bool is_listed)
 {
-    const char* name = strerrorname_np(error);
     const int32_t status = NYXUS_E_SYSTEM(error);
-    return {status,
-            format("NYXUS_E_SYSTEM(%s)", name != nullptr ? name : std::to_string(error).c_str()),
-            origin_of(status),
-            std::strerror(error),
-            &row,
-            place};
+    const char* name = strerrorname_np(error);
+    const std::string shown = name != nullptr ? name : std::to_string(error);
+    return {
+        status,   "NYXUS_E_SYSTEM(" + shown + ")", origin_of(status), std::strerror(error), &row,
+        is_listed};
 }
 
 /// libuvc numbers most of its codes as libusb does.
-Explanation of_libuvc(const Explained& row, Place place)
+Explanation of_libuvc(const Explained& row, bool is_listed)
 {
     std::string name = row.name;
     if (name.starts_with("LIBUSB_"))
@@ -75,20 +70,10 @@ Explanation of_libuvc(const Explained& row, Place place)
             "libuvc, from functions that stream",
             uvc_strerror(static_cast<uvc_error_t>(row.number)),
             &row,
-            place};
+            is_listed};
 }
 
-/// MP_FwDump() returns minus errno as it is.
-Explanation of_dump(int32_t error, const Explained& row)
-{
-    return {-error,
-            strerrorname_np(error),
-            "operating system (errno), from MP_FwDump()",
-            std::strerror(error),
-            &row,
-            Place::kByNumber};
-}
-
+/// Everything that can be asked for. MP_FwDump() returns minus errno as it is.
 std::vector<Explanation> explain_everything()
 {
     std::vector<Explanation> all;
@@ -97,21 +82,22 @@ std::vector<Explanation> explain_everything()
     for (const Explained& row : libusb_codes)
         all.push_back(of_libusb(row));
     for (const Explained& row : system_errors)
-        all.push_back(of_system(row.number, row, Place::kInTheList));
+        all.push_back(of_system(row.number, row, true));
     for (const Explained& row : libuvc_codes)
-        all.push_back(of_libuvc(row, Place::kInTheList));
-    for (const Explained& row : exit_codes) {
-        all.push_back(
-            {row.number, row.name, "exit code of nyxus", "", &row, Place::kInTheList, true});
-    }
+        all.push_back(of_libuvc(row, true));
+    for (const Explained& row : exit_codes)
+        all.push_back({row.number, row.name, "exit code of nyxus", "", &row, true, true});
     for (const Explained& row : libusb_codes) {
         if (find_row(libuvc_codes, row.number) == nullptr)
-            all.push_back(of_libuvc(row, Place::kByName));
+            all.push_back(of_libuvc(row, false));
+    }
+    for (const Explained& row : system_errors) {
+        all.push_back({-row.number, std::string("MP_FwDump(): ") + row.name,
+                       "operating system (errno)", std::strerror(row.number), &row, false});
     }
     for (int error = 1; error <= kLastErrno; ++error) {
-        const Explained* row = find_row(system_errors, error);
-        all.push_back(row != nullptr ? of_dump(error, *row)
-                                     : of_system(error, kUnlisted, Place::kByName));
+        if (find_row(system_errors, error) == nullptr)
+            all.push_back(of_system(error, kUnlisted, false));
     }
     return all;
 }
@@ -125,51 +111,34 @@ std::vector<Explanation> those_that(Condition condition)
     return result;
 }
 
-/// Several where functions use the same number differently, none when no function returns it.
-std::vector<Explanation> explain_status(int32_t status)
-{
-    auto result = those_that([&](const Explanation& candidate) {
-        return candidate.number == status && !candidate.exit_code;
-    });
-    if (result.empty() && status <= -0x100 && !origin_of(status).empty()) // at least that is known
-        result.push_back({status, kUnused.name, origin_of(status), "", &kUnused});
-    return result;
-}
-
-std::vector<Explanation> explain_exit_code(int64_t code)
+/// Several where functions use the same number differently; exit codes only if they are asked for.
+std::vector<Explanation> with_number(int64_t number, bool exit_codes_only = false)
 {
     return those_that([&](const Explanation& candidate) {
-        return candidate.number == code && candidate.exit_code;
+        return candidate.number == number && (candidate.exit_code || !exit_codes_only);
     });
 }
 
-std::optional<int64_t> number_in(std::string_view text)
+/// One without its sign, or as a debugger shows it, is found, too; of one that no function returns,
+/// at least its origin.
+std::vector<Explanation> explain_number(const std::string& text)
 {
-    const bool negative = text.starts_with('-');
-    text.remove_prefix(negative || text.starts_with('+') ? 1 : 0);
-    const std::optional<uint64_t> magnitude = text::parse_number(text, UINT32_MAX);
-    if (!magnitude)
-        return std::nullopt;
-    return negative ? -static_cast<int64_t>(*magnitude) : static_cast<int64_t>(*magnitude);
-}
-
-/// A positive number may be a result, an exit code, a status without its sign, or a status as a
-/// debugger or a 16-bit field shows it.
-std::vector<Explanation> explain_positive(int64_t number)
-{
-    constexpr int64_t kSignBit = 0x8000;
-    constexpr int64_t kTwo16 = 0x10000;
     constexpr int64_t kTwo32 = 0x100000000;
-
+    const bool negative = text.starts_with('-');
+    const auto magnitude = text::parse_number(text.substr(negative ? 1 : 0), UINT32_MAX);
+    if (!magnitude)
+        return {};
+    const auto number = static_cast<int64_t>(*magnitude);
+    const std::vector<int64_t> statuses =
+        negative ? std::vector{-number} : std::vector{number, -number, number - kTwo32};
     std::vector<Explanation> result;
-    if (number < 0x100) {
-        result = explain_status(static_cast<int32_t>(number));
-        std::ranges::copy(explain_exit_code(number), std::back_inserter(result));
+    for (const int64_t status : statuses) {
+        if (result.empty())
+            result = with_number(status);
     }
-    for (const int64_t status : {-number, number - kTwo32, number - kTwo16, kSignBit - number}) {
-        if (result.empty() && status < 0 && status > -kTwo16)
-            result = explain_status(static_cast<int32_t>(status));
-    }
+    const std::string origin = number < 0x10000 ? origin_of(static_cast<int32_t>(-number)) : "";
+    if (result.empty() && number >= 0x100 && !origin.empty())
+        result.push_back({static_cast<int32_t>(-number), kUnused.name, origin, "", &kUnused});
     return result;
 }
 
@@ -177,28 +146,33 @@ std::vector<Explanation> explain_name(std::string name)
 {
     std::ranges::transform(name, name.begin(), [](unsigned char c) { return std::toupper(c); });
     return those_that([&](const Explanation& candidate) {
-        return !candidate.exit_code && candidate.place <= Place::kByName &&
-               (candidate.name == name ||
-                candidate.name.find("(" + name + ")") != std::string::npos);
+        return !candidate.exit_code && (candidate.name == name ||
+                                        candidate.name.find("(" + name + ")") != std::string::npos);
     });
 }
 
-/// Statuses stand where the library and this program put them: "rv = -5", "(-5)", "[-5]", ", -5]".
-std::vector<Explanation> explain_status_inside(const std::string& line)
+/// Numbers stand where the library and this program put them: "rv = -5", "(-5)", "[-5]", ", -5]",
+/// "exit 5". The last one counts.
+std::vector<Explanation> explain_number_inside(const std::string& line)
 {
-    static const std::regex kStatus(R"((?:rv = |\(|\[|, )(-[0-9]{1,5})(?![0-9]))");
+    static const std::regex kNumber(
+        R"((?:rv = |\(|\[|, )(-[0-9]{1,5})(?![0-9])|\bexit (?:code |status )?([0-9]{1,3})$)");
     std::vector<Explanation> result;
-    for (std::sregex_iterator match(line.begin(), line.end(), kStatus), end; match != end;
+    for (std::sregex_iterator match(line.begin(), line.end(), kNumber), end; match != end;
          ++match) {
-        if (auto found = explain_status(std::stoi(match->str(1))); !found.empty())
-            result = std::move(found); // the last one counts
+        const bool is_exit = (*match)[2].matched;
+        auto found =
+            is_exit ? with_number(std::stoi(match->str(2)), true) : explain_number(match->str(1));
+        if (!found.empty())
+            result = std::move(found);
     }
     return result;
 }
 
+/// The longest words are the most specific ones.
 std::vector<Explanation> explain_message(const std::string& line)
 {
-    size_t longest = 0; // the longest words are the most specific ones
+    size_t longest = 0;
     std::vector<Explanation> result;
     const auto offer = [&](const Explanation& candidate, const std::string& words) {
         if (words.empty() || line.find(words) == std::string::npos || words.size() < longest)
@@ -219,33 +193,19 @@ std::vector<Explanation> explain_message(const std::string& line)
 
 } // namespace
 
-std::vector<Explanation> explain_word(const std::string& word)
+std::vector<Explanation> explain(const std::string& words)
 {
-    const std::optional<int64_t> number = number_in(word);
-    if (!number)
-        return explain_name(word);
-    if (*number >= 0)
-        return explain_positive(*number);
-    return *number > INT32_MIN ? explain_status(static_cast<int32_t>(*number))
-                               : std::vector<Explanation>();
-}
-
-std::vector<Explanation> explain_line(const std::string& line)
-{
-    static const std::regex kExit(R"(\bexit (?:code |status )?([0-9]{1,3})$)");
-    std::smatch match;
-    if (std::regex_search(line, match, kExit)) {
-        if (auto code = explain_exit_code(std::stoi(match.str(1))); !code.empty())
-            return code;
+    std::vector<Explanation> result;
+    for (const auto search : {explain_number, explain_number_inside, explain_message}) {
+        if (result.empty())
+            result = search(words);
     }
-    std::vector<Explanation> result = explain_status_inside(line);
-    return result.empty() ? explain_message(line) : result;
+    return result.empty() ? explain_name(words) : result;
 }
 
 std::vector<Explanation> all_explanations()
 {
-    return those_that(
-        [](const Explanation& candidate) { return candidate.place == Place::kInTheList; });
+    return those_that([](const Explanation& candidate) { return candidate.is_listed; });
 }
 
 } // namespace tool

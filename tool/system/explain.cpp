@@ -113,39 +113,20 @@ std::string markdown_page(std::vector<Explanation> entries)
     return result;
 }
 
-std::vector<Explanation> explain_each(const std::vector<std::string>& words)
+/// Each of the words, or else all of them as a line.
+std::vector<Explanation> find_explanations(const std::vector<std::string>& words)
 {
     std::vector<Explanation> result;
-    for (const std::string& word : words) {
-        const std::vector<Explanation> found = explain_word(word);
-        if (found.empty())
-            return {};
-        result.insert(result.end(), found.begin(), found.end());
-    }
-    return result;
-}
-
-std::string joined(const std::vector<std::string>& words)
-{
     std::string line;
-    for (const std::string& word : words)
+    bool explains_each = true;
+    for (const std::string& word : words) {
+        const std::vector<Explanation> found = explain(word);
+        explains_each = explains_each && !found.empty();
+        result.insert(result.end(), found.begin(), found.end());
         line += (line.empty() ? "" : " ") + word;
-    return line;
-}
-
-std::vector<Explanation> find_explanations(const ExplainOptions& options)
-{
-    if (options.all)
-        return all_explanations();
-    if (options.words.empty()) {
-        throw Failure(kExitUsage,
-                      "nothing to explain; give a status such as -16393, an exit code, a "
-                      "name or an error line, or '--all'");
     }
-    const std::string line = joined(options.words);
-    std::vector<Explanation> result = explain_each(options.words);
-    if (result.empty())
-        result = explain_line(line);
+    if (!explains_each)
+        result = explain(line);
     if (result.empty()) {
         throw Failure(kExitUsage, in_quotes(line) +
                                       " is no status, exit code or message of this version; "
@@ -156,7 +137,12 @@ std::vector<Explanation> find_explanations(const ExplainOptions& options)
 
 ExitCode run_explain(Console& console, const Arguments& arguments, const ExplainOptions& options)
 {
-    const std::vector<Explanation> entries = find_explanations(options);
+    if (options.words.empty() && !options.all) {
+        throw Failure(kExitUsage,
+                      "nothing to explain; give a status such as -16393, an exit code, a "
+                      "name or an error line, or '--all'");
+    }
+    const auto entries = options.all ? all_explanations() : find_explanations(options.words);
     if (arguments.json) {
         Value::List list;
         for (const Explanation& entry : entries)
@@ -179,15 +165,12 @@ void add_explain_command(Command& app, Arguments& arguments)
 {
     Command& command =
         add_command(app, "explain", "Explain a status, an exit code or an error line", "-16393");
-    const auto options = std::make_shared<ExplainOptions>();
-    command.text("CODE", &options->words,
+    ExplainOptions& options = set_run(command, arguments, run_explain);
+    command.text("CODE", &options.words,
                  "Status (-16393, 0x4009), name (NYXUS_E_BUSY, EACCES), 'exit 9', or an error "
                  "line in quotes");
-    command.flag("--all", &options->all, "Explain everything");
-    command.flag("--markdown", &options->markdown, "Print Markdown");
-    set_run(command, arguments, [options](Console& console, const Arguments& chosen) {
-        return run_explain(console, chosen, *options);
-    });
+    command.flag("--all", &options.all, "Explain everything");
+    command.flag("--markdown", &options.markdown, "Print Markdown");
 }
 
 } // namespace tool

@@ -2,6 +2,7 @@
 #include "command_line/command_line.h"
 #include "commands.h"
 #include "session/choose.h"
+#include "system/doctor_checks.h"
 #include "terminal/failure.h"
 #include "terminal/json_text.h"
 #include "terminal/text.h"
@@ -17,11 +18,12 @@ std::string why_not(const CameraEntry& entry)
     return open ? "" : usb_reason(open.usb_code());
 }
 
-Members json_entry(const CameraEntry& entry, const std::string& reason,
+Members json_entry(const CameraEntry& entry, const std::string& reason, const std::string& users,
                    const engine::RomHistory& history)
 {
     Members object = json_of(entry);
     object.push_back({"openable", reason.empty()});
+    object.push_back({"used_by", users});
     object.push_back({"rom", json_of(history)});
     if (!reason.empty())
         object.push_back({"reason", reason});
@@ -50,11 +52,14 @@ ExitCode run_list(Console& console, const Arguments& arguments)
     std::string lines = "CAMERA  PORT     SERIAL           PRODUCT";
     for (const CameraEntry& entry : cameras) {
         const std::string reason = why_not(entry);
+        const std::string users = users_of(entry);
         const engine::RomHistory history = engine::Backups().history(entry);
-        array.emplace_back(json_entry(entry, reason, history));
+        array.emplace_back(json_entry(entry, reason, users, history));
         lines += "\n" + description(entry);
         if (!reason.empty())
             lines += "\n        cannot be opened: " + reason;
+        if (!users.empty())
+            lines += "\n        in use by " + users;
         if (history.needs_care())
             lines += "\n        " + printable(history.sentence());
     }
