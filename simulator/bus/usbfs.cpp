@@ -149,7 +149,7 @@ Reply UsbfsFile::dispatch(Request&& request)
             (void)camera_.configure(1); // as Linux does behind it
             return Reply::result(0);
         case USBDEVFS_SUBMITURB:
-            return Reply::result(submit(std::move(request)));
+            return submit_and_complete(std::move(request));
         case USBDEVFS_DISCARDURB:
             return Reply::result(discard(header.urb));
         case USBDEVFS_REAPURB:
@@ -259,6 +259,20 @@ int UsbfsFile::clear_halt(uint32_t endpoint)
     if (endpoint == kVideoEndpoint)
         camera_.stream().stop();
     return 0;
+}
+
+// A completion comes along where the opener takes it, and is the next one in order.
+Reply UsbfsFile::submit_and_complete(Request&& request)
+{
+    const bool is_control = request.header.urb_type == USBDEVFS_URB_TYPE_CONTROL;
+    const bool may_come_along = is_control && request.header.first == 1 && finished_.empty();
+    const int status = submit(std::move(request));
+    if (status < 0 || !may_come_along || finished_.size() != 1)
+        return Reply::result(status);
+    ready_.hand_over();
+    Reply reply = reap();
+    reply.header.completed = 1;
+    return reply;
 }
 
 int UsbfsFile::submit(Request&& request)

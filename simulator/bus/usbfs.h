@@ -114,6 +114,7 @@ private:
     Reply driver_name(uint32_t interface) const;
     int check_endpoint(uint32_t endpoint);
     int clear_halt(uint32_t endpoint);
+    Reply submit_and_complete(Request&& request);
     int submit(Request&& request);
     int submit_control(Urb&& urb);
     int submit_to_endpoint(Urb&& urb, const Request& request);
