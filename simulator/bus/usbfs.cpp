@@ -77,16 +77,18 @@ bool UsbfsNode::is_gone()
     return gone_;
 }
 
-void UsbfsNode::await_late_answer(uint64_t delay_us)
+void UsbfsNode::await_late_answer(uint64_t due_us)
 {
+    const uint64_t now_us = alarms_.now_us();
+    const uint64_t delay_us = due_us > now_us ? due_us - now_us : 0;
     alarms_.set(delay_us, Alarms::Passes::kWhileWaiting,
-                [weak = weak_from_this()](uint64_t due_us) {
+                [weak = weak_from_this()](uint64_t time_us) {
                     const std::shared_ptr<UsbfsNode> node = weak.lock();
                     if (!node)
                         return;
                     const std::lock_guard lock(node->camera_->mutex());
                     for (UsbfsFile* file : node->files_)
-                        file->finish_late(due_us);
+                        file->finish_late(time_us);
                 });
 }
 
@@ -326,9 +328,9 @@ int UsbfsFile::submit_control(Urb&& urb)
         case Outcome::Kind::kLate:
             urb.status = outcome.status;
             urb.actual_bytes = outcome.moved;
-            urb.late_until_us = node_->alarms_.now_us() + outcome.late_us;
+            urb.late_until_us = outcome.due_us;
             pending_.push_back(std::move(urb));
-            node_->await_late_answer(outcome.late_us);
+            node_->await_late_answer(outcome.due_us);
             return 0;
         case Outcome::Kind::kUnplugSilent:
         case Outcome::Kind::kUnplugAnnounced:

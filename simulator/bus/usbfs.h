@@ -53,7 +53,7 @@ private:
     bool has_room_for_frame() const;
     std::optional<FramePump::Time> frame_due() const;
     void carry_frame();
-    void await_late_answer(uint64_t delay_us);
+    void await_late_answer(uint64_t due_us);
     bool bind_driver(uint32_t interface);
     bool unbind_driver(uint32_t interface);
 
