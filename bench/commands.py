@@ -1,6 +1,7 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: Apache-2.0
-"""Whole commands on simulated cameras: transfers, pyusb beside the tool, and many cameras at once.
+"""Whole commands on simulated cameras: transfers, pyusb and bare libusb beside the tool, and many
+cameras at once.
 
     commands.py BIN RESULTS        BIN: folder of the programs; RESULTS: JSON file to write
 
@@ -9,6 +10,7 @@ NYXUS_BENCH_QUICK makes it a try-out. It starts itself once more inside a simula
 import json
 import os
 import re
+import resource
 import subprocess
 import sys
 import tempfile
@@ -31,9 +33,17 @@ def run(*command, **options):
 
 
 def seconds(work):
-    start = time.monotonic()
+    return costs(work)[0]
+
+
+def costs(work):
+    """Elapsed time, and the processor time of the programs that it has run."""
+    def processor():
+        used = resource.getrusage(resource.RUSAGE_CHILDREN)
+        return used.ru_utime + used.ru_stime
+    start, before = time.monotonic(), processor()
     work()
-    return time.monotonic() - start
+    return time.monotonic() - start, processor() - before
 
 
 def spread(values):
@@ -43,12 +53,15 @@ def spread(values):
 
 def pairs(a, b, count):
     """Medians of a, b and their ratio; each pair in the other order than the one before."""
-    times = {a: [], b: []}
+    spent = {a: [], b: []}
     for number in range(count):
         for work in (a, b) if number % 2 == 0 else (b, a):
-            times[work].append(seconds(work))
-    return {"pairs": count, "a_s": spread(times[a]), "b_s": spread(times[b]),
-            "ratio": spread([x / y for x, y in zip(times[a], times[b])])}
+            spent[work].append(costs(work))
+
+    def compared(which):
+        of_a, of_b = ([cost[which] for cost in spent[work]] for work in (a, b))
+        return {"a": spread(of_a), "b": spread(of_b), "ratio": spread([x / y for x, y in zip(of_a, of_b)])}
+    return {"pairs": count, "time": compared(0), "processor": compared(1)}
 
 
 class Bench:
@@ -108,6 +121,14 @@ class Bench:
                       self.image(model), out)
         return json.loads(out.read_text())
 
+    # --- bare libusb beside the tool
+
+    def bare(self):
+        out = self.work / "bare.json"
+        self.simulate(["rowan-spi"], "real", sys.executable, __file__, "--bare", self.bin,
+                      self.image("rowan-spi"), out)
+        return json.loads(out.read_text())
+
     # --- several cameras
 
     def batch(self):
@@ -153,7 +174,41 @@ def inside(bin_folder, image, out):
     Path(out).write_text(json.dumps(results))
 
 
+def beside_bare(bin_folder, image, out):
+    """In the simulation: commands by nyxus and by libusb alone, which transfer the same and write the
+    same file; nyxus prints results only. A start is a dump of one exchange."""
+    nyxus, peer = Path(bin_folder) / "nyxus", Path(bin_folder) / "bench_bare_rom"
+    folder = Path(out).parent
+    ours, theirs = folder / "ours.bin", folder / "theirs.bin"
+    count = 2 if QUICK else 15
+    size = Path(image).stat().st_size
+
+    def compared(depth, command, file, peer_file=None, size=size):
+        return pairs(lambda: run(nyxus, *command, "-q", "--queue", depth, file),
+                     lambda: run(peer, command[0], peer_file or file, size, depth), count)
+
+    results = {}
+    for depth, way, goals in ((1, "one at a time", (1.05, 1.1)), (16, "queued", (1.0, 1.1))):
+        start = compared(depth, ["dump", "--size", 32], ours, theirs, 32)
+        for name, of in (("upgrade", lambda: compared(depth, UPGRADE, image)),
+                         ("dump", lambda: compared(depth, ["dump", "--size", size], ours, theirs)),
+                         ("compare", lambda: compared(depth, ["compare"], image))):
+            results[f"{name}, {way}"] = {**of(), "start": start, "goals": goals}
+        if ours.read_bytes() != theirs.read_bytes() or ours.read_bytes() != Path(image).read_bytes():
+            sys.exit("what was dumped is not the image")
+    results["dump, queued / bare one at a time"] = {
+        **pairs(lambda: run(nyxus, "dump", "--size", size, "-q", ours),
+                lambda: run(peer, "dump", theirs, size, 1), count), "start": start, "goals": (1.0, 1.1)}
+    results["upgrade, queued / nyxus one at a time"] = {
+        **pairs(lambda: run(nyxus, *UPGRADE, "-q", image),
+                lambda: run(nyxus, *UPGRADE, "-q", "--queue", 1, image), count),
+        "start": start, "goals": (1.0, 1.1)}
+    Path(out).write_text(json.dumps(results))
+
+
 def main():
+    if sys.argv[1] == "--bare":
+        return beside_bare(*sys.argv[2:])
     if sys.argv[1] == "--inside":
         return inside(*sys.argv[2:])
     if sys.argv[1] == "--time":
@@ -161,7 +216,7 @@ def main():
         return None
     with tempfile.TemporaryDirectory() as work:
         bench = Bench(sys.argv[1], work)
-        results = {name: getattr(bench, name)() for name in ("round_trips", "peers", "batch")}
+        results = {name: getattr(bench, name)() for name in ("round_trips", "peers", "bare", "batch")}
     Path(sys.argv[2]).write_text(json.dumps(results, indent=1))
     return None
 

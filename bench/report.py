@@ -2,17 +2,22 @@
 # SPDX-License-Identifier: Apache-2.0
 """Prints what has been measured as tables, and puts them into a document.
 
-    report.py RESULTS DOCUMENT
+    report.py RESULTS DOCUMENT [--try-out]
 
 RESULTS is the folder that run.sh fills. In DOCUMENT, all between '<!-- NAME -->' and '<!-- end -->' is
 replaced by the tables of that name. A measurement that failed has a file NAME.failed instead of
 NAME.json, whose text is told in the table's place; what was not measured in this run stays as it is.
+Where the quartiles say that the machine was not quiet, DOCUMENT is left alone, but for a try-out.
 """
 import datetime
 import json
 import re
 import sys
 from pathlib import Path
+from statistics import median
+
+# How far apart the quartiles may be, as a share of their median, in the middle of a table's figures.
+WIDEST = 0.15
 
 
 def scaled(value, units):
@@ -31,10 +36,14 @@ def size(value):
     return scaled(value, ((1 << 20, "MiB"), (1 << 10, "KiB")))
 
 
+widths = []  # of what the tables have shown
+
+
 def spread(entry, name, text):
     """Median and quartiles of a benchmark's counter, or of a command's result."""
     values = entry[name] if isinstance(entry.get(name), dict) else {
         "median": entry[name], "q1": entry[name + "_q1"], "q3": entry[name + "_q3"]}
+    widths.append((values["q3"] - values["q1"]) / values["median"])
     return f"{text(values['median'])} ({text(values['q1'])} to {text(values['q3'])})"
 
 
@@ -177,17 +186,47 @@ def real(results):
 
 
 def peers(results):
-    rows = [(f"`nyxus {name}`", duration(entry["a_s"]["median"]), duration(entry["b_s"]["median"]),
-             spread(entry, "ratio", ratio)) for name, entry in results.load("commands")["peers"].items()]
+    rows = [(f"`nyxus {name}`", duration(entry["time"]["a"]["median"]),
+             duration(entry["time"]["b"]["median"]), spread(entry["time"], "ratio", ratio)) for name, entry in results.load("commands")["peers"].items()]
     return table(("command", "nyxus", "pyusb script", "ratio"), rows)
 
 
 def kernel(results):
     rows = [(spread(entry, "library_s", duration), spread(entry, "libusb_s", duration),
              spread(entry, "kernel_s", duration), spread(entry, "to_libusb", ratio),
-             spread(entry, "to_kernel", ratio)) for entry in results.benchmarks("kernel")]
+             spread(entry, "to_kernel", ratio)) for entry in results.benchmarks("kernel")
+            if topic(entry)[0] == "kernel"]
     return table(("library", "bare libusb", "`UVCIOC_CTRL_QUERY`", "library / libusb",
                   "library / kernel"), rows)
+
+
+def kernel_dump(results):
+    rows = []
+    for entry in results.benchmarks("kernel"):
+        if topic(entry)[0] != "kernel_dump":
+            continue
+        _, chunk, depth = topic(entry)
+        met = entry["queued_ratio"] <= 1 / 0.9 and entry["single_ratio"] <= 1 / 3
+        rows.append((chunk, depth, duration(entry["queued_a_s"]), duration(entry["queued_b_s"]),
+                     spread(entry, "queued_ratio", ratio), duration(entry["single_b_s"]),
+                     spread(entry, "single_ratio", ratio), spread(entry, "bare_single_ratio", ratio),
+                     verdict(met)))
+    return table(("bytes", "depth", "engine", "bare libusb", "ratio", "engine, one at a time",
+                  "ratio", "to bare libusb one at a time", "goal 1.111, 0.333"), rows)
+
+
+def bare(results):
+    rows = []
+    for name, entry in results.load("commands")["bare"].items():
+        start = entry["start"]
+        own = [(entry["time"][side]["median"] - start["time"][side]["median"]) for side in "ab"]
+        rows.append((name, *(spread(entry["time"], side, duration) for side in "ab"),
+                     spread(entry["time"], "ratio", ratio), f"{own[0] / own[1]:.3f}",
+                     spread(entry["processor"], "ratio", ratio),
+                     verdict(entry["time"]["ratio"]["median"] <= entry["goals"][0] and
+                             entry["processor"]["ratio"]["median"] <= entry["goals"][1])))
+    return table(("command", "nyxus", "bare libusb", "ratio", "without start-up", "of processor time",
+                  "goal"), rows)
 
 
 def round_trips(results):
@@ -241,16 +280,21 @@ def growth(results):
     return table(("operation", "bytes", "transfers", "per transfer"), rows)
 
 
-TOPICS = (machine, summary, transfer, null_bus, rom, real, peers, kernel, round_trips, streaming, batch, growth)
+TOPICS = (machine, summary, transfer, null_bus, rom, real, peers, bare, kernel, kernel_dump, round_trips,
+          streaming, batch, growth)
 
 
 def main():
-    results, document = Results(sys.argv[1]), Path(sys.argv[2])
+    results, document, try_out = Results(sys.argv[1]), Path(sys.argv[2]), "--try-out" in sys.argv
     text = document.read_text()
+    noisy = []
     for make in TOPICS:
         name = make.__name__
+        widths.clear()
         try:
             content = make(results)
+            if widths and median(widths) > WIDEST:
+                noisy.append(f"{name}: {median(widths):.2f}")
         except NotInThisRun:
             continue
         except LookupError as reason:
@@ -260,6 +304,9 @@ def main():
                               lambda match: match[1] + content + "\n" + match[2], text, flags=re.S)
         if found != 1:
             sys.exit(f"{document} has {found} places for '{name}' instead of one")
+    if noisy and not try_out:
+        sys.exit(f"{document} stays as it is; the machine was not quiet. The quartiles are farther apart "
+                 f"than {WIDEST} of their median: {', '.join(noisy)}")
     document.write_text(text)
 
 

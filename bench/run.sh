@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # Measures what docs/performance.md tells, prints it, and writes the figures into that page. Installs
-# and builds what is missing first. Leave the machine alone meanwhile: a quarter of an hour.
+# and builds what is missing first. Leave the machine alone meanwhile: half an hour. The page stays as
+# it is where the quartiles say that the machine was not quiet.
 #
 #   bench/run.sh                  all of it
 #   bench/run.sh --quick          a try-out of a few minutes, whose figures stay in build/bench/results
@@ -44,11 +45,17 @@ in_process() { # TOPIC ARGUMENTS...
     }
 }
 
-# Several runs of one, each with other arguments, become one file.
+# Several runs of one, each with other arguments, become one file; a part may hold several, too.
 merge() { # TOPIC
     /usr/bin/python3 - "$results/$1.json" "$work"/part.*.json <<'END'
 import json, sys
-parts = [json.load(open(path)) for path in sys.argv[2:]]
+parts, decoder = [], json.JSONDecoder()
+for path in sys.argv[2:]:
+    text = open(path).read().strip()
+    while text:
+        part, end = decoder.raw_decode(text)
+        parts.append(part)
+        text = text[end:].lstrip()
 merged = {"context": parts[0]["context"], "benchmarks": sum((part["benchmarks"] for part in parts), [])}
 json.dump(merged, open(sys.argv[1], "w"), indent=1)
 END
@@ -98,7 +105,10 @@ streaming() {
 }
 
 commands() { /usr/bin/python3 bench/commands.py "$bin" "$results/commands.json" 2>"$work/said"; }
-kernel() { tests/kernel/run.sh --bench >"$results/kernel.json" 2>"$work/said"; }
+kernel() {
+    tests/kernel/run.sh --bench >"$work/part.kernel.json" 2>"$work/said"
+    merge kernel
+}
 
 packaging/install-packages.sh build run bench
 [ -f build/bench/build.ninja ] || quietly cmake --preset bench
@@ -122,9 +132,9 @@ for topic in "$@"; do
     fi
 done
 
-page=docs/performance.md
+page=(docs/performance.md)
 if [ -n "$quick" ]; then
-    cp "$page" "$results/performance.md"
-    page=$results/performance.md
+    cp "${page[0]}" "$results/performance.md"
+    page=("$results/performance.md" --try-out)
 fi
-/usr/bin/python3 bench/report.py "$results" "$page"
+/usr/bin/python3 bench/report.py "$results" "${page[@]}"

@@ -27,24 +27,17 @@ int transfer(NyDevice& device, uint8_t request, uint8_t selector, std::span<uint
     return note_outcome(device, status);
 }
 
-Status send(Camera& camera, const std::string& doing, uint8_t selector, std::span<uint8_t> data)
-{
-    return check_request(doing, data.size(),
-                         transfer(*camera.device(), UVC_SET_CUR, selector, data));
-}
-
 Status exchange_once(const Reading& reading, Width width, uint32_t address, std::span<uint8_t> out)
 {
-    Camera& camera = reading.camera;
+    NyDevice& device = *reading.camera.device();
     auto frame = make_frame(reading, width, address, out);
     if (!frame)
         return frame.status();
-    if (Status sent =
-            send(camera, reading_failed(reading.phase, address), frame->selector, frame->request);
-        !sent)
+    const int taken = transfer(device, UVC_SET_CUR, frame->selector, frame->request);
+    if (Status sent = check_request(reading, *frame, taken); !sent)
         return sent;
     std::vector<uint8_t> answer(frame->request.size());
-    const int moved = transfer(*camera.device(), UVC_GET_CUR, frame->selector, answer);
+    const int moved = transfer(device, UVC_GET_CUR, frame->selector, answer);
     return take_answer(reading, *frame, answer, moved);
 }
 
@@ -97,8 +90,11 @@ Status select_block(const Reading& reading, uint32_t address)
     for (size_t i = 0; i < std::min<size_t>(2, index.size()); ++i)
         index[i] = static_cast<uint8_t>(block >> (8 * i));
     const std::string doing = text::format("selecting block %zu of the ROM failed", block);
-    return try_again(reading,
-                     [&] { return send(reading.camera, doing, ZRV_XU_FLASH_BLOCK, index); });
+    return try_again(reading, [&] {
+        return check_request(
+            doing, index.size(),
+            transfer(*reading.camera.device(), UVC_SET_CUR, ZRV_XU_FLASH_BLOCK, index));
+    });
 }
 
 void tell_read_again(const Reading& reading, const Status& why)

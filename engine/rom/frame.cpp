@@ -90,16 +90,23 @@ Status check_request(const std::string& doing, size_t size, int moved)
         doing, text::format("the camera took only %d of %zu bytes of the request", moved, size));
 }
 
+Status check_request(const Reading& reading, const Frame& frame, int moved)
+{
+    if (moved == static_cast<int>(frame.request.size()))
+        return {}; // words cost more than the rest
+    return check_request(reading_failed(reading.phase, frame.address), frame.request.size(), moved);
+}
+
 Status take_answer(const Reading& reading, const Frame& frame, std::span<const uint8_t> answer,
                    int moved)
 {
-    const std::string doing = reading_failed(reading.phase, frame.address);
+    const auto doing = [&] { return reading_failed(reading.phase, frame.address); };
     const size_t needed = frame.header_bytes + frame.out.size();
     if (moved < 0)
-        return transfer_failure(doing, moved);
+        return transfer_failure(doing(), moved);
     if (static_cast<size_t>(moved) < needed) {
-        return unreliable(
-            doing, text::format("the camera answered %d bytes where %zu were due", moved, needed));
+        return unreliable(doing(), text::format("the camera answered %d bytes where %zu were due",
+                                                moved, needed));
     }
     AddressEcho& echo =
         frame.selector == ZRV_XU_EXT_ROM ? reading.camera.narrow_echo : reading.camera.wide_echo;
@@ -107,7 +114,7 @@ Status take_answer(const Reading& reading, const Frame& frame, std::span<const u
         std::ranges::equal(answer.first(frame.header_bytes),
                            std::span<const uint8_t>(frame.request).first(frame.header_bytes));
     if (!echo.accepts(repeats))
-        return unreliable(doing, "the camera answered another request");
+        return unreliable(doing(), "the camera answered another request");
     std::ranges::copy(answer.subspan(frame.header_bytes, frame.out.size()), frame.out.begin());
     return {};
 }

@@ -37,6 +37,7 @@ std::vector<uint8_t> control_buffer(Camera& camera, uint8_t selector, uint8_t co
 
 /// What has become of a request of this size: `moved` bytes, or libusb's code.
 Status check_request(const std::string& doing, size_t size, int moved);
+Status check_request(const Reading& reading, const Frame& frame, int moved);
 
 /// The same of the answer. Its data go where they belong if it is one to this request.
 Status take_answer(const Reading& reading, const Frame& frame, std::span<const uint8_t> answer,

@@ -39,19 +39,15 @@ int outcome_of(const libusb_transfer& transfer)
     return LIBUSB_ERROR_IO;
 }
 
-/// One half of an exchange. It waits for the end of its transfer before it dies.
+/// One half of an exchange, and of others after it. It waits for the end of its transfer before it
+/// dies.
 class Half {
 public:
-    Half(NyDevice& device, uint8_t request, const Frame& frame)
+    Half(NyDevice& device, uint8_t request)
         : device_(device),
-          buffer_(LIBUSB_CONTROL_SETUP_SIZE + frame.request.size()),
+          request_(request),
           transfer_(libusb_alloc_transfer(0), libusb_free_transfer)
     {
-        const VendorSetup setup = vendor_setup(request, frame.selector);
-        libusb_fill_control_setup(buffer_.data(), setup.type, request, setup.value, setup.index,
-                                  static_cast<uint16_t>(frame.request.size()));
-        if (request == UVC_SET_CUR)
-            std::ranges::copy(frame.request, buffer_.begin() + LIBUSB_CONTROL_SETUP_SIZE);
     }
     ~Half()
     {
@@ -62,8 +58,9 @@ public:
     Half(const Half&) = delete;
     Half& operator=(const Half&) = delete;
 
-    void submit()
+    void submit(const Frame& frame)
     {
+        fill_buffer(frame);
         if (!transfer_) {
             outcome_ = LIBUSB_ERROR_NO_MEM;
             return;
@@ -92,6 +89,16 @@ public:
     }
 
 private:
+    void fill_buffer(const Frame& frame)
+    {
+        const VendorSetup setup = vendor_setup(request_, frame.selector);
+        buffer_.resize(LIBUSB_CONTROL_SETUP_SIZE + frame.request.size());
+        libusb_fill_control_setup(buffer_.data(), setup.type, request_, setup.value, setup.index,
+                                  static_cast<uint16_t>(frame.request.size()));
+        if (request_ == UVC_SET_CUR)
+            std::ranges::copy(frame.request, buffer_.begin() + LIBUSB_CONTROL_SETUP_SIZE);
+    }
+
     static void LIBUSB_CALL finish(libusb_transfer* transfer)
     {
         auto* half = static_cast<Half*>(transfer->user_data);
@@ -107,6 +114,7 @@ private:
     }
 
     NyDevice& device_;
+    uint8_t request_;
     std::vector<uint8_t> buffer_;
     std::unique_ptr<libusb_transfer, decltype(&libusb_free_transfer)> transfer_;
     bool is_under_way_ = false;
@@ -115,22 +123,23 @@ private:
 };
 
 struct Exchange {
-    Exchange(NyDevice& device, Frame&& its_frame)
-        : frame(std::move(its_frame)),
-          request(device, UVC_SET_CUR, frame),
-          answer(device, UVC_GET_CUR, frame)
+    explicit Exchange(NyDevice& device) : request(device, UVC_SET_CUR), answer(device, UVC_GET_CUR)
     {
-        request.submit();
-        answer.submit();
+    }
+    void submit(Frame&& next)
+    {
+        frame = std::move(next);
+        request.submit(frame);
+        answer.submit(frame);
     }
 
-    Frame frame;
+    Frame frame = {};
     Half request;
     Half answer;
 };
 
 /// In their order. What is dropped is cancelled from its end, so that none follows a failure.
-struct Exchanges : std::deque<Exchange> {
+struct Exchanges : std::deque<std::unique_ptr<Exchange>> {
     ~Exchanges()
     {
         while (!empty())
@@ -141,8 +150,7 @@ struct Exchanges : std::deque<Exchange> {
 Status finish(const Reading& reading, Exchange& exchange)
 {
     const Frame& frame = exchange.frame;
-    Status sent = check_request(reading_failed(reading.phase, frame.address), frame.request.size(),
-                                exchange.request.wait());
+    Status sent = check_request(reading, frame, exchange.request.wait());
     const int moved = exchange.answer.wait();
     return sent ? take_answer(reading, frame, exchange.answer.data(), moved) : sent;
 }
@@ -155,6 +163,7 @@ Status read_queued(const Reading& reading, Width width, uint32_t address, std::s
                    size_t& done)
 {
     Exchanges under_way;
+    std::unique_ptr<Exchange> spare;
     size_t queued = 0;
     for (done = 0; done < out.size();) {
         while (queued < out.size() && under_way.size() < reading.camera.queue_depth) {
@@ -163,12 +172,15 @@ Status read_queued(const Reading& reading, Width width, uint32_t address, std::s
             if (!frame)
                 return frame.status();
             queued += frame->out.size();
-            under_way.emplace_back(*reading.camera.device(), *std::move(frame));
+            if (!spare)
+                spare = std::make_unique<Exchange>(*reading.camera.device());
+            under_way.push_back(std::move(spare));
+            under_way.back()->submit(*std::move(frame));
         }
-        Exchange& first = under_way.front();
-        if (Status read = finish(reading, first); !read)
+        if (Status read = finish(reading, *under_way.front()); !read)
             return read;
-        done += first.frame.out.size();
+        done += under_way.front()->frame.out.size();
+        spare = std::move(under_way.front());
         under_way.pop_front();
     }
     return {};

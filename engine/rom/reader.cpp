@@ -8,10 +8,16 @@ namespace nyxus::engine {
 
 namespace {
 
-constexpr uint32_t kNarrowSlice = 2048;
+/// Enough that the queue, which a slice's end empties, is full most of the time.
+constexpr uint32_t kExchangesInSlice = 256;
 constexpr int kRounds = 3;
 
 using Slice = std::span<uint8_t>;
+
+uint32_t narrow_slice(const Camera& camera)
+{
+    return kExchangesInSlice * static_cast<uint32_t>(narrow_width(camera));
+}
 
 Status check_reachable(const Camera& camera, uint32_t address, uint64_t size)
 {
@@ -80,14 +86,15 @@ template <typename Advance>
 Status read_range(const Reading& reading, uint32_t address, Slice out, const Advance& advance)
 {
     bool wide = can_read_wide(reading.camera);
-    return walk_and_return(
-        reading, address, static_cast<uint32_t>(out.size()), wide ? kWideSlice : kNarrowSlice,
-        [&](uint32_t at, uint32_t done, uint32_t slice) {
-            Status read = read_widest(reading, wide, at, out.subspan(done, slice));
-            if (read)
-                advance(slice);
-            return read;
-        });
+    return walk_and_return(reading, address, static_cast<uint32_t>(out.size()),
+                           wide ? kWideSlice : narrow_slice(reading.camera),
+                           [&](uint32_t at, uint32_t done, uint32_t slice) {
+                               Status read =
+                                   read_widest(reading, wide, at, out.subspan(done, slice));
+                               if (read)
+                                   advance(slice);
+                               return read;
+                           });
 }
 
 /// Two readings of a slice that have differed, until two new ones are equal.
@@ -136,8 +143,8 @@ Status confirm_rom(Camera& camera, uint32_t address, std::vector<uint8_t>& bytes
     const Reading reading{camera, caller, Phase::kReadingAgain};
     const auto size = static_cast<uint32_t>(bytes.size());
     PhaseScope scope(caller, Phase::kReadingAgain, size);
-    std::vector<uint8_t> second(kNarrowSlice);
-    Status read = walk_and_return(reading, address, size, kNarrowSlice,
+    std::vector<uint8_t> second(narrow_slice(camera));
+    Status read = walk_and_return(reading, address, size, narrow_slice(camera),
                                   [&](uint32_t at, uint32_t done, uint32_t slice) {
                                       const Slice first = Slice(bytes).subspan(done, slice);
                                       const Slice again = Slice(second).first(slice);

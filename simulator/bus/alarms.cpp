@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "bus/alarms.h"
 
+#include <sys/prctl.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -10,14 +12,15 @@ void Alarms::set(uint64_t delay_us, Passes passes, Action action)
 {
     const std::lock_guard lock(mutex_);
     const bool waits = passes == Passes::kWhileWaiting;
-    const bool real = dynamic_cast<RealClock*>(&clock_) != nullptr;
     Alarm alarm{clock_.now_us() + delay_us, std::nullopt, std::move(action)};
-    if (waits || real)
+    if (waits || clock_.runs())
         alarm.due = std::chrono::steady_clock::now() + std::chrono::microseconds(delay_us);
+    const bool is_next = alarm.due && (!next_due_ || *alarm.due < *next_due_);
     alarms_.push_back(std::move(alarm));
     if (!thread_.joinable() && !stopping_)
         thread_ = std::thread([this] { work(); });
-    changed_.notify_all();
+    if (is_next)
+        changed_.notify_all();
 }
 
 void Alarms::run_due()
@@ -63,17 +66,18 @@ std::optional<Alarms::Alarm> Alarms::take_due()
 
 void Alarms::work()
 {
+    prctl(PR_SET_TIMERSLACK, 1UL); // a transfer takes microseconds; the usual slack is 50 of them
     std::unique_lock lock(mutex_);
     while (!stopping_) {
-        std::optional<MachineTime> due;
+        next_due_.reset();
         for (const Alarm& alarm : alarms_) {
-            if (alarm.due && (!due || *alarm.due < *due))
-                due = alarm.due;
+            if (alarm.due && (!next_due_ || *alarm.due < *next_due_))
+                next_due_ = alarm.due;
         }
-        if (!due) {
+        if (!next_due_) {
             changed_.wait(lock);
-        } else if (std::chrono::steady_clock::now() < *due) {
-            changed_.wait_until(lock, *due);
+        } else if (std::chrono::steady_clock::now() < *next_due_) {
+            changed_.wait_until(lock, MachineTime(*next_due_));
         } else {
             lock.unlock();
             run_due();

@@ -52,6 +52,7 @@ private:
     std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<Alarm> alarms_;
+    std::optional<MachineTime> next_due_; ///< for which the thread waits
     bool stopping_ = false;
     std::thread thread_; ///< from the first alarm on
 };

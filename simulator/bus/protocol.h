@@ -16,7 +16,8 @@ enum : uint32_t { kOpenNode = 1, kCloseNode = 2, kAdvanceClock = 3 };
 /// An ioctl on a camera's node without pointers, so that it can cross a process boundary.
 struct RequestHeader {
     uint32_t code = 0;   ///< USBDEVFS_... or one of the above
-    uint32_t first = 0;  ///< interface, endpoint, configuration, bus, microseconds
+    uint32_t first = 0;  ///< interface, endpoint, configuration, bus, microseconds; SUBMITURB: 1:
+                         ///< its completion may come along
     uint32_t second = 0; ///< alternate setting, sub-code, address
     uint8_t urb_type = 0;
     uint8_t urb_endpoint = 0;
@@ -36,11 +37,11 @@ struct Request {
 struct ReplyHeader {
     int32_t result = 0; ///< 0 or negative errno
     uint32_t value = 0; ///< capabilities, address
-    uint64_t urb = 0;   ///< REAPURB: whose completion this is
+    uint64_t urb = 0;   ///< REAPURB, and SUBMITURB that has completed: whose completion this is
     int32_t status = 0;
     uint32_t actual_bytes = 0;
     uint16_t iso_packets = 0;
-    uint16_t reserved = 0;
+    uint16_t completed = 0; ///< SUBMITURB: 1: the completion is here, and counts as reaped
     uint32_t payload_bytes = 0;
 };
 
@@ -50,7 +51,7 @@ struct IsoResult {
     int32_t status = 0;
 };
 
-/// Payload: REAPURB carries the IsoResults and then the IN data; GETDRIVER the driver's name.
+/// Payload: a completion carries the IsoResults and then the IN data; GETDRIVER the driver's name.
 struct Reply {
     ReplyHeader header;
     std::vector<uint8_t> payload;

@@ -5,25 +5,34 @@
 
 #include <unistd.h>
 #include <cstdint>
+#include <utility>
 
 namespace sim {
 
-ReadySignal::ReadySignal() : event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+// An eventfd is not writable exactly while its counter is full. Each who has something takes one
+// off it.
+ReadySignal::ReadySignal() : event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK | EFD_SEMAPHORE))
 {
-    set(false);
+    constexpr uint64_t kFull = UINT64_MAX - 1;
+    (void)!write(fd(), &kFull, sizeof kFull);
 }
 
 void ReadySignal::set(bool ready)
 {
-    if (ready == ready_ || !event_)
+    if (ready == std::exchange(ready_, ready) || !event_)
         return;
-    // An eventfd is not writable exactly while its counter is full.
-    constexpr uint64_t kFull = UINT64_MAX - 1;
-    uint64_t counter = kFull;
-    const ssize_t moved =
-        ready ? read(fd(), &counter, sizeof counter) : write(fd(), &counter, sizeof counter);
-    if (moved == static_cast<ssize_t>(sizeof counter))
-        ready_ = ready;
+    uint64_t one = 1;
+    if (!ready) {
+        release(fd());
+    } else {
+        (void)!read(fd(), &one, sizeof one);
+    }
+}
+
+void ReadySignal::release(int fd)
+{
+    constexpr uint64_t kOne = 1;
+    (void)!write(fd, &kOne, sizeof kOne);
 }
 
 } // namespace sim

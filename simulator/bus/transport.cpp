@@ -8,6 +8,7 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -82,14 +83,6 @@ bool receive_bytes(int socket, void* buffer, size_t bytes)
     return true;
 }
 
-bool receive_payload(int socket, std::vector<uint8_t>& payload, uint32_t bytes, uint32_t most)
-{
-    if (bytes > most)
-        return false;
-    payload.resize(bytes);
-    return receive_bytes(socket, payload.data(), bytes);
-}
-
 // Past recvmsg(), which the preloaded library of the bed interposes.
 ssize_t receive_message(int socket, msghdr& message)
 {
@@ -110,6 +103,40 @@ int fd_of(msghdr& message)
     return fd;
 }
 
+// Header and payload in one step, most of the time: nobody sends a second message before the first
+// one is answered.
+template <typename Message>
+bool receive(int socket, Message& message, uint32_t most, files::Descriptor* passed = nullptr)
+{
+    constexpr size_t kHeader = sizeof message.header;
+    std::array<uint8_t, 4096> early; // NOLINT(cppcoreguidelines-pro-type-member-init)
+    std::array<iovec, 2> parts{{{&message.header, kHeader}, {early.data(), early.size()}}};
+    Control control{};
+    msghdr head{};
+    head.msg_iov = parts.data();
+    head.msg_iovlen = parts.size();
+    if (passed != nullptr) {
+        head.msg_control = control.bytes.data();
+        head.msg_controllen = control.bytes.size();
+    }
+    const ssize_t got = receive_message(socket, head);
+    if (got <= 0)
+        return false;
+    if (passed != nullptr)
+        passed->reset(fd_of(head));
+    const auto bytes = static_cast<size_t>(got);
+    const size_t in_header = std::min(bytes, kHeader);
+    const size_t in_payload = bytes - in_header;
+    if (!receive_bytes(socket, reinterpret_cast<char*>(&message.header) + in_header,
+                       kHeader - in_header) ||
+        message.header.payload_bytes > most || in_payload > message.header.payload_bytes)
+        return false;
+    message.payload.resize(message.header.payload_bytes);
+    std::copy_n(early.begin(), in_payload, message.payload.begin());
+    return receive_bytes(socket, message.payload.data() + in_payload,
+                         message.payload.size() - in_payload);
+}
+
 } // namespace
 
 bool send_request(int socket, const Request& request)
@@ -121,9 +148,7 @@ bool send_request(int socket, const Request& request)
 
 bool receive_request(int socket, Request& request)
 {
-    return receive_bytes(socket, &request.header, sizeof request.header) &&
-           receive_payload(socket, request.payload, request.header.payload_bytes,
-                           kMaxRequestPayload);
+    return receive(socket, request, kMaxRequestPayload);
 }
 
 bool send_reply(int socket, const Reply& reply, int passed_fd)
@@ -133,29 +158,9 @@ bool send_reply(int socket, const Reply& reply, int passed_fd)
     return send_bytes(socket, &header, sizeof header, reply.payload, passed_fd);
 }
 
-bool receive_reply(int socket, Reply& reply)
+bool receive_reply(int socket, Reply& reply, files::Descriptor* passed)
 {
-    return receive_bytes(socket, &reply.header, sizeof reply.header) &&
-           receive_payload(socket, reply.payload, reply.header.payload_bytes, kMaxReplyPayload);
-}
-
-bool receive_reply(int socket, Reply& reply, files::Descriptor& passed)
-{
-    Control control{};
-    iovec part{&reply.header, sizeof reply.header};
-    msghdr message{};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    message.msg_control = control.bytes.data();
-    message.msg_controllen = control.bytes.size();
-    const ssize_t got = receive_message(socket, message);
-    if (got <= 0)
-        return false;
-    passed.reset(fd_of(message));
-    const size_t done = static_cast<size_t>(got);
-    return receive_bytes(socket, reinterpret_cast<char*>(&reply.header) + done,
-                         sizeof reply.header - done) &&
-           receive_payload(socket, reply.payload, reply.header.payload_bytes, kMaxReplyPayload);
+    return receive(socket, reply, kMaxReplyPayload, passed);
 }
 
 std::string socket_path(const std::string& bed_folder)

@@ -14,9 +14,8 @@ bool send_request(int socket, const Request& request);
 bool receive_request(int socket, Request& request);
 /// `passed_fd` is handed over with it unless -1.
 bool send_reply(int socket, const Reply& reply, int passed_fd = -1);
-bool receive_reply(int socket, Reply& reply);
-/// Takes the descriptor that comes with it, if there is one.
-bool receive_reply(int socket, Reply& reply, files::Descriptor& passed);
+/// `passed`: takes the descriptor that comes with it, if there is one.
+bool receive_reply(int socket, Reply& reply, files::Descriptor* passed = nullptr);
 
 /// Where the server of a bed listens.
 std::string socket_path(const std::string& bed_folder);

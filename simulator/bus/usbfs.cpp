@@ -77,16 +77,18 @@ bool UsbfsNode::is_gone()
     return gone_;
 }
 
-void UsbfsNode::await_late_answer(uint64_t delay_us)
+void UsbfsNode::await_late_answer(uint64_t due_us)
 {
+    const uint64_t now_us = alarms_.now_us();
+    const uint64_t delay_us = due_us > now_us ? due_us - now_us : 0;
     alarms_.set(delay_us, Alarms::Passes::kWhileWaiting,
-                [weak = weak_from_this()](uint64_t due_us) {
+                [weak = weak_from_this()](uint64_t time_us) {
                     const std::shared_ptr<UsbfsNode> node = weak.lock();
                     if (!node)
                         return;
                     const std::lock_guard lock(node->camera_->mutex());
                     for (UsbfsFile* file : node->files_)
-                        file->finish_late(due_us);
+                        file->finish_late(time_us);
                 });
 }
 
@@ -149,7 +151,7 @@ Reply UsbfsFile::dispatch(Request&& request)
             (void)camera_.configure(1); // as Linux does behind it
             return Reply::result(0);
         case USBDEVFS_SUBMITURB:
-            return Reply::result(submit(std::move(request)));
+            return submit_and_complete(std::move(request));
         case USBDEVFS_DISCARDURB:
             return Reply::result(discard(header.urb));
         case USBDEVFS_REAPURB:
@@ -261,6 +263,20 @@ int UsbfsFile::clear_halt(uint32_t endpoint)
     return 0;
 }
 
+// A completion comes along where the opener takes it, and is the next one in order.
+Reply UsbfsFile::submit_and_complete(Request&& request)
+{
+    const bool is_control = request.header.urb_type == USBDEVFS_URB_TYPE_CONTROL;
+    const bool may_come_along = is_control && request.header.first == 1 && finished_.empty();
+    const int status = submit(std::move(request));
+    if (status < 0 || !may_come_along || finished_.size() != 1)
+        return Reply::result(status);
+    ready_.hand_over();
+    Reply reply = reap();
+    reply.header.completed = 1;
+    return reply;
+}
+
 int UsbfsFile::submit(Request&& request)
 {
     const RequestHeader& header = request.header;
@@ -312,9 +328,9 @@ int UsbfsFile::submit_control(Urb&& urb)
         case Outcome::Kind::kLate:
             urb.status = outcome.status;
             urb.actual_bytes = outcome.moved;
-            urb.late_until_us = node_->alarms_.now_us() + outcome.late_us;
+            urb.late_until_us = outcome.due_us;
             pending_.push_back(std::move(urb));
-            node_->await_late_answer(outcome.late_us);
+            node_->await_late_answer(outcome.due_us);
             return 0;
         case Outcome::Kind::kUnplugSilent:
         case Outcome::Kind::kUnplugAnnounced:

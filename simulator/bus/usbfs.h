@@ -53,7 +53,7 @@ private:
     bool has_room_for_frame() const;
     std::optional<FramePump::Time> frame_due() const;
     void carry_frame();
-    void await_late_answer(uint64_t delay_us);
+    void await_late_answer(uint64_t due_us);
     bool bind_driver(uint32_t interface);
     bool unbind_driver(uint32_t interface);
 
@@ -114,6 +114,7 @@ private:
     Reply driver_name(uint32_t interface) const;
     int check_endpoint(uint32_t endpoint);
     int clear_halt(uint32_t endpoint);
+    Reply submit_and_complete(Request&& request);
     int submit(Request&& request);
     int submit_control(Urb&& urb);
     int submit_to_endpoint(Urb&& urb, const Request& request);

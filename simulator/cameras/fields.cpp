@@ -168,8 +168,19 @@ std::span<const Field<CameraModel>> camera_fields()
          "block of each ROM access first.", set_xu_prefix},
         {"usb_product_id", kWord16, Value(0x0600),
          "USB product ID; the vendor is always 0x1162.", store<&M::usb_product_id>},
+        // A host controller tells of completed transfers once per microframe of 125 us (EHCI 1.0,
+        // interrupt threshold, as Linux sets it); a host that waits for one before it submits the
+        // next gets no more than that. On the wire the setup, data and status stages take 4 us
+        // (USB 2.0, 5.5.4: 31 transfers of 64 bytes fit into a microframe), and the controller
+        // comes back after 10 us to each of the last two that the camera is not ready for (EHCI
+        // 1.0, 4.8.4). What a camera's firmware adds is not known.
         {"usb_latency_us", Number{0, 1'000'000}, Value(125),
-         "Time that a control transfer takes, in microseconds.", store<&M::usb_latency_us>},
+         "Time that a control transfer takes, in microseconds, when nothing is queued before it.",
+         store<&M::usb_latency_us>},
+        {"usb_wire_us", Number{0, 1'000'000}, Value(25),
+         "What of that time passes on the wire, in microseconds: queued transfers follow each other "
+         "at this distance. The rest of usb_latency_us is the host's, which turns around.",
+         store<&M::usb_wire_us>},
         {"video", Choice{kVideo}, Value("bulk"),
          "How the picture travels.", set_video},
         {"bulk_payload_bytes", Number{512, 0x100'0000}, Absent{"a whole frame"},

@@ -15,6 +15,8 @@ public:
     virtual uint64_t now_us() = 0;
     /// Time that passes on the wire or while the host sleeps.
     virtual void advance_us(uint64_t elapsed_us) = 0;
+    /// Whether it advances by itself.
+    virtual bool runs() const { return false; }
 };
 
 /// The machine's monotonic clock. It advances by itself, so being told to only notes how long the
@@ -23,6 +25,7 @@ class RealClock final : public Clock {
 public:
     uint64_t now_us() override;
     void advance_us(uint64_t elapsed_us) override;
+    bool runs() const override { return true; }
     static void wait_for_wire();
 };
 

@@ -93,7 +93,8 @@ struct CameraModel {
     uint32_t factory_firmware_seed = 0; ///< contents of the ROM on the first power-up
     uint16_t factory_firmware_version = 0;
     uint32_t factory_firmware_bytes = 0;    ///< real size of that image
-    uint32_t usb_latency_us = 0;            ///< time that a control transfer takes
+    uint32_t usb_latency_us = 0;            ///< time that a control transfer takes by itself
+    uint32_t usb_wire_us = 0;               ///< what of it passes on the wire
     bool gpio0_protects_eeprom = false;     ///< EEPROM is writable only while GPIO 0 is driven low
     bool tolerates_swapped_h264 = false;    ///< the H.264 unit answers length and request swapped
     bool streams_isochronously = false;     ///< video over isochronous transfers instead of bulk

@@ -34,6 +34,7 @@ TEST(CameraFile, AShortOneGetsSensibleDefaults)
     EXPECT_TRUE(old.gpio0_is_wp) << "older firmware has no other lock";
     EXPECT_FALSE(old.size_at_alternative_byte);
     EXPECT_EQ(old.usb_latency_us, 125u);
+    EXPECT_EQ(old.usb_wire_us, 25u);
     EXPECT_EQ(old.flash.read_id_command, 0x9F);
     EXPECT_EQ(old.flash.info_param, 0x31);
     EXPECT_EQ(old.flash.chip_erase_command, 0xC7);
@@ -64,6 +65,7 @@ xu_version = 0x0003
 memory_extension = false
 usb_product_id = 0x0777
 usb_latency_us = 250
+usb_wire_us = 30
 video = "isochronous"
 h264_any_order = true
 write_protect = "gpio0"
@@ -100,6 +102,7 @@ controller_params = [9, 8, 7]
     EXPECT_FALSE(model.has_memory_extension);
     EXPECT_EQ(model.usb_product_id, 0x0777);
     EXPECT_EQ(model.usb_latency_us, 250u);
+    EXPECT_EQ(model.usb_wire_us, 30u);
     EXPECT_TRUE(model.streams_isochronously);
     EXPECT_TRUE(model.tolerates_swapped_h264);
     EXPECT_TRUE(model.gpio0_is_wp);

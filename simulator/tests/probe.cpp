@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // A small libusb program for run_test.sh: it knows nothing of the simulation.
+#include <fcntl.h>
 #include <libusb.h>
+#include <linux/usbdevice_fs.h>
+#include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -163,6 +168,53 @@ int fork_workers(libusb_device_handle* handle)
     return status == 0 && get_length(handle) == 2 ? 0 : 1;
 }
 
+bool has_completion(int node)
+{
+    pollfd ready{node, POLLOUT, 0};
+    return poll(&ready, 1, 0) == 1;
+}
+
+// Whether the node's next completion, if it has one, is this one; nullptr: it has none.
+bool next_is(int node, const usbdevfs_urb* expected)
+{
+    void* reaped = nullptr;
+    if (has_completion(node) != (expected != nullptr))
+        return false;
+    const int result = ioctl(node, USBDEVFS_REAPURBNDELAY, &reaped);
+    return expected == nullptr ? result == -1 && errno == EAGAIN : reaped == expected;
+}
+
+// More transfers than completions are carried by replies: they finish in order, the descriptor
+// tells of them, none can be cancelled any more, and a camera that goes takes none away.
+int queue_transfers(libusb_device_handle* handle)
+{
+    char path[64];
+    std::snprintf(path, sizeof path, "/dev/bus/usb/%03u/%03u",
+                  libusb_get_bus_number(libusb_get_device(handle)), address_of(handle));
+    const int node = open(path, O_RDWR | O_CLOEXEC);
+    uint8_t status_request[] = {0x80, 0, 0, 0, 0, 0, 2, 0, 0, 0};
+    usbdevfs_urb urbs[100] = {};
+    uint32_t capabilities = 0;
+    bool good = ioctl(node, USBDEVFS_GET_CAPABILITIES, &capabilities) == 0;
+    good = good && next_is(node, nullptr);
+    for (const bool goes : {false, true}) {
+        for (usbdevfs_urb& urb : urbs) {
+            urb.type = USBDEVFS_URB_TYPE_CONTROL;
+            urb.buffer = status_request;
+            urb.buffer_length = sizeof status_request;
+            good = good && ioctl(node, USBDEVFS_SUBMITURB, &urb) == 0;
+        }
+        for (usbdevfs_urb* urb : {&urbs[0], &urbs[99]})
+            good = good && ioctl(node, USBDEVFS_DISCARDURB, urb) == -1 && errno == EINVAL;
+        good = good && (!goes || restart(handle) == 0);
+        for (const usbdevfs_urb& urb : urbs)
+            good = good && next_is(node, &urb) && urb.status == 0 && urb.actual_length == 2;
+        good = good && next_is(node, nullptr);
+    }
+    close(node);
+    return good ? 0 : 1;
+}
+
 // A hundred seconds of waiting for hardware; the exit code tells whether they were slept.
 int sleep_long(libusb_device_handle*)
 {
@@ -180,9 +232,10 @@ int main(int argc, char** argv)
         const char* name;
         int (*run)(libusb_device_handle*);
     } commands[] = {
-        {"claim", claim},     {"hold", hold},         {"write-rom", write_rom},
-        {"restart", restart}, {"fork", fork_workers}, {"sleep", sleep_long},
-        {"watch", watch},
+        {"claim", claim},         {"hold", hold},
+        {"write-rom", write_rom}, {"restart", restart},
+        {"fork", fork_workers},   {"sleep", sleep_long},
+        {"watch", watch},         {"queue", queue_transfers},
     };
     libusb_init(nullptr);
     libusb_device_handle* handle = open_first();

@@ -173,6 +173,8 @@ tells_everybody_of_hot_plugging() {
 
 survives_a_fork() { expect_code 0 "$sim" run -- "$probe" fork; }
 
+completes_in_order() { expect_code 0 "$sim" run --speed fast -- "$probe" queue; }
+
 does_not_sleep_when_fast() { expect_code 0 "$sim" run --speed fast -- "$probe" sleep; }
 
 runs_under_valgrind() {

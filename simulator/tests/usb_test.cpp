@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <memory>
 #include <span>
 #include <string>
@@ -536,6 +537,46 @@ TEST_F(UsbTest, OneUserAtATimeHoldsAnInterface)
     EXPECT_EQ(libusb_claim_interface(second.get(), 5), LIBUSB_ERROR_NOT_FOUND);
     first.reset(); // closing drops the claim at once
     EXPECT_EQ(libusb_claim_interface(second.get(), 0), 0);
+}
+
+// The times are such that a busy machine does not matter.
+TEST(UsbInRealTime, QueuedTransfersFollowEachOtherOnTheWire)
+{
+    using std::chrono::steady_clock;
+    sim::RealClock clock;
+    sim::Bed bed(clock);
+    sim::CameraModel model = first_model();
+    model.usb_latency_us = 1'500'000;
+    model.usb_wire_us = 20'000;
+    const sim::PluggedCamera& camera = bed.plug(model);
+    const Context context = make_context();
+    const Handle handle = open_camera(context.get(), camera.bus(), camera.address());
+    const auto start = steady_clock::now();
+    std::vector<int> finished;
+    struct Queued {
+        std::vector<int>& finished;
+        int number;
+        uint8_t buffer[LIBUSB_CONTROL_SETUP_SIZE + 2];
+    } queued[] = {{finished, 0, {}}, {finished, 1, {}}, {finished, 2, {}}, {finished, 3, {}}};
+    for (Queued& one : queued) {
+        const auto finish = [](libusb_transfer* transfer) {
+            const auto& its = *static_cast<Queued*>(transfer->user_data);
+            EXPECT_EQ(transfer->status, LIBUSB_TRANSFER_COMPLETED);
+            its.finished.push_back(its.number);
+        };
+        libusb_transfer* transfer = libusb_alloc_transfer(0);
+        transfer->flags = LIBUSB_TRANSFER_FREE_TRANSFER;
+        libusb_fill_control_setup(one.buffer, 0x80, 0, 0, 0, 2); // GET_STATUS
+        libusb_fill_control_transfer(transfer, handle.get(), one.buffer, finish, &one, 0);
+        ASSERT_EQ(libusb_submit_transfer(transfer), 0);
+    }
+    EXPECT_LT(steady_clock::now() - start, std::chrono::milliseconds(1500)) << "submitting waits";
+    while (finished.size() < std::size(queued))
+        libusb_handle_events(context.get());
+    const auto elapsed = steady_clock::now() - start;
+    EXPECT_EQ(finished, (std::vector{0, 1, 2, 3}));
+    EXPECT_GE(elapsed, std::chrono::microseconds(1'500'000 + 3 * 20'000));
+    EXPECT_LT(elapsed, std::chrono::microseconds(2 * 1'500'000)) << "each has turned around";
 }
 
 } // namespace

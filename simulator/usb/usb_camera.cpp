@@ -155,10 +155,29 @@ Outcome UsbCamera::control(const Setup& setup, std::span<uint8_t> data)
     if (outcome.kind == Outcome::Kind::kRefused)
         return outcome;
     outcome.restart = controller_.restart_pending();
-    clock_.advance_us(controller_.model().usb_latency_us);
+    pass_wire(outcome);
     if (outcome.kind != Outcome::Kind::kPending && outcome.kind != Outcome::Kind::kLate)
         record(setup, data.first(outcome.moved), outcome.status);
     return outcome;
+}
+
+// On a clock that runs, the answer is there when the wire has had its time, and the host may queue
+// other transfers meanwhile. On one that stands still they come one after the other.
+void UsbCamera::pass_wire(Outcome& outcome)
+{
+    const CameraModel& model = controller_.model();
+    if (!clock_.runs()) {
+        clock_.advance_us(model.usb_latency_us);
+        outcome.due_us += clock_.now_us();
+        return;
+    }
+    const uint64_t now_us = clock_.now_us();
+    const uint32_t wire_us = std::min(model.usb_wire_us, model.usb_latency_us);
+    wire_free_us_ =
+        wire_free_us_ > now_us ? wire_free_us_ + wire_us : now_us + model.usb_latency_us;
+    if (outcome.kind == Outcome::Kind::kFinished)
+        outcome.kind = Outcome::Kind::kLate;
+    outcome.due_us += wire_free_us_;
 }
 
 Outcome UsbCamera::apply_fault(const Setup& setup, std::span<uint8_t> data, const Fault& fault)
@@ -223,7 +242,7 @@ void UsbCamera::spoil_answer(const Fault& fault, std::span<uint8_t> data, Outcom
         outcome.moved = std::min(fault.value, room);
     } else if (fault.kind == Fault::Kind::kLate) {
         outcome.kind = Outcome::Kind::kLate;
-        outcome.late_us = uint64_t{fault.value} * 1000;
+        outcome.due_us = uint64_t{fault.value} * 1000; // after it has passed the wire
     }
 }
 

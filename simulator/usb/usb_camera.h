@@ -21,7 +21,7 @@ struct Outcome {
     enum class Kind {
         kFinished,     ///< `status` and `moved` are final
         kPending,      ///< no answer will come
-        kLate,         ///< as kFinished, in `late_us` from now
+        kLate,         ///< as kFinished, but not before `due_us`
         kRefused,      ///< the host takes no such transfer; `status` is the negative errno
         kUnplugSilent, ///< the camera went away under it
         kUnplugAnnounced,
@@ -29,7 +29,7 @@ struct Outcome {
     Kind kind = Kind::kFinished;
     int status = 0;
     uint32_t moved = 0;
-    uint64_t late_us = 0;
+    uint64_t due_us = 0;  ///< on the camera's clock
     bool restart = false; ///< the firmware will drop off the bus once this answer has arrived
 };
 
@@ -83,6 +83,7 @@ public:
 private:
     void await_host();
     void learn_serial();
+    void pass_wire(Outcome& outcome);
     Outcome apply_fault(const Setup& setup, std::span<uint8_t> data, const Fault& fault);
     static Outcome fail(const Fault& fault, std::span<uint8_t> data);
     static void spoil_answer(const Fault& fault, std::span<uint8_t> data, Outcome& outcome);
@@ -103,6 +104,7 @@ private:
     FaultHook fault_;
     AnswerFaultHook answer_fault_;
     uint64_t ordinal_ = 0;
+    uint64_t wire_free_us_ = 0; ///< on a clock that runs: when the last answer has arrived
     bool tracing_ = true;
     std::deque<Transfer> trace_;
     Observers observers_;

@@ -9,8 +9,9 @@
 #   tests/kernel/run.sh --soak    every size 20 times, by programs in C, C++ and Python and by the
 #                                 tool, instead (most of an hour)
 #   tests/kernel/run.sh --keep    a shell in the machine instead
-#   tests/kernel/run.sh --bench   the kernel's own way to the controls, measured beside the library's
-#                                 (JSON on standard output; bench/run.sh calls it)
+#   tests/kernel/run.sh --bench   the kernel's own way to the controls, measured beside the library's,
+#                                 and queued reads beside bare libusb's (JSON on standard output;
+#                                 bench/run.sh calls it)
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 cd "$here/../.."
@@ -30,9 +31,10 @@ case $mode in
         targets+=(example_{snapshot,every_size,every_size_cpp})
         ;;
     --bench)
+        limit_s=1200
         preset=bench
         bin=$PWD/build/$preset/bin
-        programs=(nyxus-sim bench_kernel_query)
+        programs=(nyxus-sim bench_kernel_query bench_kernel_dump)
         targets=("${programs[@]}")
         ;;
     *) echo "usage: $0 [--soak | --keep | --bench]" >&2; exit 2 ;;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The way to cameras of another process: one connection per opened node.
 #include "bus/node_hook.h"
+#include "bus/ready_signal.h"
 #include "bus/transport.h"
 #include "files/unix_socket.h"
 
@@ -13,6 +14,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <cstdlib>
+#include <deque>
 #include <mutex>
 #include <utility>
 
@@ -68,18 +70,37 @@ public:
 
     Reply call(Request&& request) override
     {
-        // libusb asks until nothing is left; the server need not be asked for that.
-        if (request.header.code == USBDEVFS_REAPURBNDELAY && !is_ready())
-            return Reply::result(-EAGAIN);
         const std::lock_guard lock(mutex_);
+        const bool reaps = request.header.code == USBDEVFS_REAPURBNDELAY;
+        if (reaps && !completions_.empty())
+            return take_completion();
+        // libusb asks until nothing is left; the server need not be asked for that.
+        if (reaps && !is_ready())
+            return Reply::result(-EAGAIN);
+        if (request.header.code == USBDEVFS_SUBMITURB && completions_.size() < kMostCompletions)
+            request.header.first = 1;
         Reply reply;
-        return send_request(socket_.get(), request) && receive_reply(socket_.get(), reply) ? reply
-                                                                                           : gone();
+        if (!send_request(socket_.get(), request) || !receive_reply(socket_.get(), reply))
+            return gone();
+        if (reply.header.completed == 0)
+            return reply;
+        completions_.push_back(std::move(reply));
+        return Reply::result(0);
     }
 
     int ready_fd() const override { return ready_.get(); }
 
 private:
+    static constexpr size_t kMostCompletions = 64;
+
+    Reply take_completion()
+    {
+        Reply reply = std::move(completions_.front());
+        completions_.pop_front();
+        ReadySignal::release(ready_.get());
+        return reply;
+    }
+
     bool is_ready() const
     {
         pollfd ready{ready_.get(), POLLOUT, 0};
@@ -90,6 +111,7 @@ private:
     pid_t process_ = getpid();
     files::Descriptor socket_;
     files::Descriptor ready_;
+    std::deque<Reply> completions_; ///< older than any that the server still has
 };
 
 } // namespace
@@ -105,7 +127,7 @@ std::unique_ptr<Channel> connect_node(const NodeName& node)
     const Request request{{.code = kOpenNode, .first = node.bus, .second = node.address}, {}};
     Reply reply;
     files::Descriptor ready;
-    if (!send_request(socket.get(), request) || !receive_reply(socket.get(), reply, ready) ||
+    if (!send_request(socket.get(), request) || !receive_reply(socket.get(), reply, &ready) ||
         reply.header.result < 0 || !ready)
         return nullptr;
     return std::make_unique<SocketChannel>(std::move(socket), std::move(ready));
