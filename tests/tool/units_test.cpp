@@ -114,7 +114,7 @@ TEST(Backups, AreListedShownVerifiedExportedAndPruned)
     EXPECT_EQ(bench.nyxus({}, {"backups", "show", first}).exit_code, 1);
 }
 
-TEST(Backups, ThatMayBeAnotherCamerasAreListedAndNotTaken)
+TEST(Backups, ThatMayBeAnotherCamerasAreListedAndAskedFor)
 {
     const Bench bench;
     const std::string twin = kSpi + ",serial=TWIN";
@@ -125,6 +125,13 @@ TEST(Backups, ThatMayBeAnotherCamerasAreListedAndNotTaken)
     const Outcome uncertain = bench.nyxus(cameras, {"recover", "-c", "1-2"});
     EXPECT_EQ(uncertain.exit_code, 15) << uncertain.err;
     EXPECT_TRUE(contains(uncertain.err, file)) << uncertain.err;
+    RunOptions terminal;
+    terminal.terminal_columns = 200;
+    terminal.typed = "\n";
+    EXPECT_EQ(bench.nyxus(cameras, {"recover", "-c", "1-2"}, terminal).exit_code, 15);
+    terminal.typed = "1\n";
+    const Outcome chosen = bench.nyxus(cameras, {"recover", "-c", "1-2"}, terminal);
+    EXPECT_EQ(chosen.exit_code, 0) << chosen.out;
     EXPECT_EQ(bench.nyxus(cameras, {"recover", file, "-c", "1-2"}).exit_code, 0);
 }
 

@@ -23,18 +23,25 @@ const char* advice_for(engine::Reason reason, const std::string& file)
     return file.empty() ? "'nyxus recover FILE' takes another file" : "";
 }
 
-/// A Failure with those that may be meant.
-Failure uncertainty(const engine::Status& why, const std::vector<engine::Backup>& candidates)
+/// The user's choice; a Failure with the list when nobody can be asked.
+std::string choose_backup(Console& console, const engine::Status& why,
+                          const std::vector<engine::Backup>& candidates)
 {
     std::string list;
-    for (const engine::Backup& backup : candidates) {
+    for (size_t i = 0; i < candidates.size(); ++i) {
+        const engine::Backup& backup = candidates[i];
         list +=
-            "\n  " + printable(backup.file.string()) + "\n     " +
+            format("\n%3zu  ", i + 1) + printable(backup.file.string()) + "\n     " +
             printable(backup.time + ", serial " + (backup.serial.empty() ? "-" : backup.serial) +
                       ", port " + (backup.port.empty() ? "?" : backup.port) +
                       ", started: " + to_text(backup.started));
     }
-    return failure_of(why, "name one of these: 'nyxus recover FILE'" + list);
+    console.drain();
+    const Unwatched unwatched(console);
+    const size_t choice = console.display().choose(why.message() + ":" + list, candidates.size());
+    if (choice > 0)
+        return candidates[choice - 1].file.string();
+    throw failure_of(why, "name one of these: 'nyxus recover FILE'" + list);
 }
 
 /// Where a key is trusted, a camera gets nothing back but what has been in it.
@@ -54,8 +61,10 @@ engine::Images choose(Console& console, const Camera& camera, const RecoverArgum
     const engine::Backups backups;
     refuse_foreign_file(camera, backups, wanted.file);
     auto found = engine::find_recovery(camera, backups, wanted.file, wanted.although_healthy);
-    if (found.status().reason() == engine::Reason::kUncertainBackup)
-        throw uncertainty(found.status(), backups.candidates(camera));
+    if (found.status().reason() == engine::Reason::kUncertainBackup) {
+        const std::string file = choose_backup(console, found.status(), backups.candidates(camera));
+        found = engine::find_recovery(camera, backups, file, true);
+    }
     if (!found)
         throw failure_of(found.status(), advice_for(found.status().reason(), wanted.file));
     console.drain();

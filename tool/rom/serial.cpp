@@ -5,6 +5,7 @@
 #include "session/choose.h"
 #include "session/follower.h"
 #include "session/run.h"
+#include "terminal/failure.h"
 #include "terminal/json_text.h"
 #include "terminal/text.h"
 
@@ -18,9 +19,19 @@ struct SerialArguments {
     std::string wanted; ///< "": it is shown
 };
 
+/// The place of an MFi image is the same in every ROM.
+void require_room(size_t rom_bytes)
+{
+    if (rom_bytes < NYXUS_MFI_ROM_ADDR + NYXUS_MFI_BIN_CAPACITY) {
+        throw Failure(kExitNotSupported,
+                      format("a ROM of %zu bytes has no room for an MFi image", rom_bytes));
+    }
+}
+
 ExitCode show(Console& console, const Arguments& arguments)
 {
     Camera camera = open_with_rom(console, arguments);
+    require_room(camera.rom_size());
     Follower follower(console);
     const auto area = value_of(
         engine::read_rom(camera, NYXUS_MFI_ROM_ADDR, NYXUS_MFI_BIN_CAPACITY, follower.caller()));
@@ -45,9 +56,8 @@ ExitCode run_serial(Console& console, const Arguments& arguments, const SerialAr
     if (options.wanted.empty())
         return show(console, arguments);
     const auto patch = [&](std::vector<uint8_t>& rom) {
-        const auto area = std::span(rom).subspan(
-            NYXUS_MFI_ROM_ADDR,
-            std::min<size_t>(NYXUS_MFI_BIN_CAPACITY, rom.size() - NYXUS_MFI_ROM_ADDR));
+        require_room(rom.size());
+        const auto area = std::span(rom).subspan(NYXUS_MFI_ROM_ADDR, NYXUS_MFI_BIN_CAPACITY);
         engine::Mfi mfi = value_of(engine::Mfi::from({area.begin(), area.end()}));
         require(mfi.set_serial(options.wanted));
         std::ranges::copy(mfi.bytes(), area.begin());

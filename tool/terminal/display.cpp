@@ -4,6 +4,7 @@
 #include "files/write_all.h"
 #include "terminal/json_text.h"
 #include "terminal/text.h"
+#include "text/numbers.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -117,16 +118,29 @@ void Display::pass_on(std::span<const uint8_t> bytes)
 
 bool Display::confirm(const std::string& question)
 {
+    const std::string answer = ask(question + " [y/N] ");
+    return answer.starts_with('y') || answer.starts_with('Y');
+}
+
+size_t Display::choose(const std::string& list, size_t most)
+{
+    std::string answer = ask(list + "\n" + format("Which one? [1 to %zu, Enter for none] ", most));
+    answer.erase(std::min(answer.find('\n'), answer.size()));
+    return text::parse_number(answer, most).value_or(0);
+}
+
+/// The first characters of a line; "" when nobody can answer.
+std::string Display::ask(const std::string& question)
+{
     if (isatty(STDIN_FILENO) != 1 || isatty(out_.get()) != 1)
-        return false;
+        return "";
     {
         const std::lock_guard lock(mutex_);
         erase();
-        write_out(question + " [y/N] ");
+        write_out(question);
     }
     char answer[16] = "";
-    return std::fgets(answer, sizeof answer, stdin) != nullptr &&
-           (answer[0] == 'y' || answer[0] == 'Y');
+    return std::fgets(answer, sizeof answer, stdin) == nullptr ? "" : answer;
 }
 
 void Display::be_quiet()

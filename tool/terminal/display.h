@@ -51,6 +51,8 @@ public:
     void pass_on(std::span<const uint8_t> bytes);
     /// Asks a yes-or-no question; false when nobody can answer.
     bool confirm(const std::string& question);
+    /// Asks for one of a numbered list; 0 for none, or when nobody can answer.
+    size_t choose(const std::string& list, size_t most);
 
     /// From now on neither progress nor remarks.
     void be_quiet();
@@ -83,6 +85,7 @@ public:
     std::string output_complaint() const;
 
 private:
+    std::string ask(const std::string& question);
     using Clock = Progress::Clock;
 
     void write_out(std::string_view text);
