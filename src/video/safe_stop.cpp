@@ -186,17 +186,19 @@ class Hold {
 public:
     Hold(NyDevice* pDevObj, uvc_device_handle_t* handle) : context_(pDevObj->usb_context)
     {
-        if (context_ != nullptr)
+        if (context_ != nullptr) {
             libusb_lock_events(context_);
-        else
+        } else {
             events_ = nyxus::HeldEvents::hold(uvc_get_libusb_handle(handle));
+        }
     }
     void let_go()
     {
-        if (context_ != nullptr)
+        if (context_ != nullptr) {
             libusb_unlock_events(context_);
-        else if (events_ != nullptr)
+        } else if (events_ != nullptr) {
             events_->let_go();
+        }
     }
 
 private:
