@@ -206,7 +206,7 @@ TEST(Manifest, CommandLinesThatMeanNothingAreRefused)
     EXPECT_FALSE(fs::exists(bench.path("n.toml")));
     const Outcome serial = bench.upgrade({"--mfi-serial", "A0001234"});
     EXPECT_EQ(serial.exit_code, 2);
-    EXPECT_TRUE(contains(serial.err, "--serial needs an MFi image")) << serial.err;
+    EXPECT_TRUE(contains(serial.err, "--mfi-serial needs an MFi image")) << serial.err;
 }
 
 TEST(Manifest, BringsAnMfiImageThatTakesTheSerialNumber)

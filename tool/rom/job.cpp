@@ -31,10 +31,11 @@ std::string for_one_camera(const Arguments& arguments, const std::string& port)
     std::string command = "nyxus -c " + port;
     for (size_t i = 0; i < arguments.words.size(); ++i) {
         const std::string& word = arguments.words[i];
-        if (word == "--jobs")
+        if (word == "--jobs") {
             ++i; // and its number
-        else if (word != "--all" && !word.starts_with("--jobs="))
+        } else if (word != "--all" && !word.starts_with("--jobs=")) {
             command += " " + quoted(word);
+        }
     }
     return command;
 }
