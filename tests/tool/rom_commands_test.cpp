@@ -108,6 +108,21 @@ TEST(MfiSerial, IsShownAndWrittenAndNothingElseChanges)
     EXPECT_TRUE(contains(shown.out, "MFi serial number: B0001234\n")) << shown.out;
 }
 
+TEST(MfiSerial, NeedsARomWithRoomForIt)
+{
+    const Bench bench;
+    const Outcome told = bench.shell(
+        kModel,
+        R"("$SIM" describe willow-eeprom | sed 's/24C256/24C64/; s/^size_bytes.*/size_bytes = 4096/' >"$SMALL")",
+        {{"SMALL", bench.path("small.toml")}});
+    ASSERT_EQ(told.exit_code, 0) << told.err;
+    for (const Words& command : {Words{"serial"}, Words{"serial", "A0001234"}}) {
+        const Outcome outcome = bench.nyxus({bench.path("small.toml")}, command);
+        EXPECT_EQ(outcome.exit_code, 12) << outcome.err;
+        EXPECT_TRUE(contains(outcome.err, "8192 bytes has no room")) << outcome.err;
+    }
+}
+
 TEST(All, DoesItWithEachCameraAndTellsTheWorst)
 {
     const Bench bench;

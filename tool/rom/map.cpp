@@ -67,7 +67,12 @@ std::vector<Row> rows_of(const Camera& camera, std::span<const uint8_t> rom)
     return rows;
 }
 
-Members json_of(const Camera& camera, const engine::ImageFacts& facts, const std::vector<Row>& rows)
+std::string holding(std::vector<uint8_t> rom)
+{
+    return engine::is_blank(rom) ? "blank" : summary_of(engine::inspect_contents(std::move(rom)));
+}
+
+Members json_of(const Camera& camera, const std::string& holds, const std::vector<Row>& rows)
 {
     Value::List list;
     for (const Row& row : rows) {
@@ -80,7 +85,7 @@ Members json_of(const Camera& camera, const engine::ImageFacts& facts, const std
     }
     return {{"part_bytes", part_bytes(camera)},
             {"readable_bytes", readable_bytes(camera)},
-            {"holds", summary_of(facts)},
+            {"holds", holds},
             {"regions", list}};
 }
 
@@ -91,14 +96,14 @@ ExitCode run_map(Console& console, const Arguments& arguments)
     const auto rom =
         value_of(engine::read_rom(camera, 0, engine::replaced_bytes(camera), follower.caller()));
     console.drain();
-    const engine::ImageFacts facts = engine::inspect_contents(rom);
     const std::vector<Row> rows = rows_of(camera, rom);
+    const std::string holds = holding(rom);
     if (arguments.json) {
-        say_json(console, arguments, json_of(camera, facts, rows));
+        say_json(console, arguments, json_of(camera, holds, rows));
         return kExitOk;
     }
     Display& display = console.display();
-    display.say(format("ROM of %u bytes: ", part_bytes(camera)) + summary_of(facts));
+    display.say(format("ROM of %u bytes: ", part_bytes(camera)) + holds);
     display.say("REGION     ADDRESS     BYTES    USED  AN UPGRADE");
     for (const Row& row : rows) {
         display.say(padded(row.name, 11) + padded(format("0x%04X", row.range.address), 9) +

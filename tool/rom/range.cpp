@@ -57,8 +57,10 @@ RomRange range_of(const RangeArguments& wanted, uint32_t reachable, uint32_t usu
     if (range.bytes == 0 && range.address < reachable)
         range.bytes = std::min(usual, reachable - range.address);
     if (range.bytes == 0 || range.address >= reachable || range.bytes > reachable - range.address) {
-        throw Failure(kExitUsage,
-                      format("the ROM has only %u bytes; choose a smaller part of it", reachable));
+        throw Failure(
+            kExitUsage,
+            format("only the first %u bytes of the ROM can be reached; choose a part of them",
+                   reachable));
     }
     return range;
 }
