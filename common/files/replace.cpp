@@ -8,7 +8,9 @@
 #include "text/printable.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <cstdio>
 #include <filesystem>
 #include <optional>
@@ -61,8 +63,19 @@ fs::path folder_of(const fs::path& file)
     return file.has_parent_path() ? file.parent_path() : ".";
 }
 
+/// One that a killed process has left goes; not one that is written just now, or somebody else's.
+void remove_left_draft(const char* name)
+{
+    const Descriptor left(open(name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+    struct stat entry {};
+    if (left && fstat(left.get(), &entry) == 0 && S_ISREG(entry.st_mode) &&
+        entry.st_uid == geteuid() && flock(left.get(), LOCK_EX | LOCK_NB) == 0)
+        unlink(name);
+}
+
 /// The new contents until they take the file's name; without that they vanish. They have no name
-/// of their own before, where the file system can do that: then even SIGKILL leaves none.
+/// of their own before, where the file system can do that. A draft with a name is locked, so that
+/// the next one knows whether its process lives.
 class Draft {
 public:
     Draft(const fs::path& target, mode_t mode)
@@ -70,12 +83,14 @@ public:
     {
         if (!file_ && errno != EOPNOTSUPP)
             fail(errno);
-        if (!file_) {
-            with_new_name([&](const char* name) {
-                file_.reset(open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
-                return file_ ? 0 : errno;
-            });
+        if (file_) {
+            (void)flock(fd(), LOCK_EX | LOCK_NB);
+            return;
         }
+        with_new_name([&](const char* name) {
+            file_.reset(open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+            return !file_ ? errno : is_ours() ? 0 : EEXIST;
+        });
     }
     ~Draft()
     {
@@ -97,14 +112,25 @@ public:
     }
 
 private:
+    /// Another program may have taken it for one that was left, just before the lock.
+    bool is_ours() const
+    {
+        struct stat entry {};
+        return (flock(fd(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) &&
+               fstat(fd(), &entry) == 0 && entry.st_nlink != 0;
+    }
+
+    /// The first name is always the same: what stands there was left, or another program writes
+    /// the same file just now.
     template <typename Take>
     void with_new_name(const Take& take)
     {
-        constexpr size_t kLongestStem = 240; // of the 255 bytes that a name may have
-        const std::string stem = target_.filename().string().substr(0, kLongestStem);
+        constexpr size_t kLongestStem = 230; // of the 255 bytes that a name may have
+        const std::string stem = "." + target_.filename().string().substr(0, kLongestStem);
+        fs::path name = target_.parent_path() / (stem + ".nyxus-new");
+        remove_left_draft(name.c_str());
         std::random_device random;
-        int error = EEXIST;
-        fs::path name;
+        int error = take(name.c_str());
         while (error == EEXIST) {
             name = target_.parent_path() / (stem + text::format(".%08x", random()));
             error = take(name.c_str());

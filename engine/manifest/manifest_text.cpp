@@ -85,8 +85,8 @@ std::string complain_of_version(const std::string& text)
 
 std::string complain_of_digest(const std::string& text)
 {
-    constexpr size_t kDigits = 64;
-    const bool fits = text.size() == kDigits && text::bytes_from_hex(text);
+    constexpr size_t kSha256Digits = 64;
+    const bool fits = text.size() == kSha256Digits && text::bytes_from_hex(text);
     return fits ? "" : "64 hexadecimal digits";
 }
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <nlohmann/json.hpp>
 #include <nyxus/engine/manifest.hpp>
 #include <system_error>
 
 #include "files/folder.h"
+#include "json/json.h"
 #include "manifest_text.h"
 #include "report/state_folder.h"
 #include "text/printable.h"
@@ -74,8 +74,7 @@ Result<Policy> read_policy(const files::Folder& folder)
 std::string newest_version(const files::Folder& folder, const std::string& product)
 {
     const auto bytes = folder.read(kAcceptedFile, kMostAcceptedBytes);
-    const nlohmann::json all =
-        bytes ? nlohmann::json::parse(*bytes, nullptr, false) : nlohmann::json::object();
+    const json::Json all = bytes ? json::parsed(text_of(*bytes)) : json::Json::object();
     if (!all.is_object()) {
         throw std::system_error(
             std::make_error_code(std::errc::invalid_argument),
@@ -88,10 +87,9 @@ std::string newest_version(const files::Folder& folder, const std::string& produ
 void put_version(const files::Folder& folder, const Manifest& manifest)
 {
     const auto bytes = folder.read(kAcceptedFile, kMostAcceptedBytes);
-    nlohmann::json all =
-        bytes ? nlohmann::json::parse(*bytes, nullptr, false) : nlohmann::json::object();
+    json::Json all = bytes ? json::parsed(text_of(*bytes)) : json::Json::object();
     all[manifest.product] = manifest.version;
-    folder.put(kAcceptedFile, all.dump(2) + "\n");
+    folder.put(kAcceptedFile, json::printed(all, 2) + "\n");
 }
 
 bool is_older(const std::string& version, const std::string& other)

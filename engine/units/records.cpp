@@ -2,14 +2,14 @@
 #include "records.h"
 
 #include <ctime>
-#include <nlohmann/json.hpp>
 
+#include "json/json.h"
 #include "text/hex.h"
 #include "text/printable.h"
 
 namespace nyxus::engine {
 
-using Json = nlohmann::ordered_json;
+using json::Json;
 
 namespace {
 
@@ -46,7 +46,7 @@ std::string bytes_of(const Json& json)
 
 std::string dumped(const Json& json, int indent)
 {
-    return json.dump(indent, ' ', false, Json::error_handler_t::replace);
+    return json::printed(json, indent);
 }
 
 /// Whatever is missing or of another type, nothing is made of the text.
@@ -55,7 +55,7 @@ std::optional<Record> parse(const std::string& text, const Fill& fill)
 {
     try {
         Record record;
-        fill(Json::parse(text), record);
+        fill(json::parsed(text), record);
         return record;
     } catch (const std::exception&) {
         return std::nullopt;

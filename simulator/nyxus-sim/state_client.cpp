@@ -2,10 +2,10 @@
 #include "state_client.h"
 
 #include "files/unix_socket.h"
+#include "json/json.h"
 #include "text/printable.h"
 
 #include <sys/socket.h>
-#include <nlohmann/json.hpp>
 
 #include <array>
 #include <cerrno>
@@ -62,8 +62,7 @@ std::string receive_line(int socket)
 
 } // namespace
 
-nlohmann::ordered_json ask_simulation(const std::string& path,
-                                      const nlohmann::ordered_json& request)
+json::Json ask_simulation(const std::string& path, const json::Json& request)
 {
     const std::string place = place_of(path);
     const files::Descriptor socket = files::connect_to(place);
@@ -71,9 +70,9 @@ nlohmann::ordered_json ask_simulation(const std::string& path,
         throw std::runtime_error("no simulation listens at " + text::in_quotes(place) + ": " +
                                  std::strerror(errno));
     }
-    const bool sent = send_line(socket.get(), request.dump());
+    const bool sent = send_line(socket.get(), json::printed(request));
     const std::string line = sent ? receive_line(socket.get()) : "";
-    auto reply = nlohmann::ordered_json::parse(line, nullptr, false);
+    auto reply = json::parsed(line);
     if (!reply.is_object())
         throw std::runtime_error("the simulation at " + text::in_quotes(place) + " gave no answer");
     if (!reply.value("ok", false))

@@ -3,11 +3,10 @@
 
 #include "camera_request.h"
 #include "files/replace.h"
+#include "json/json.h"
 #include "state_client.h"
 #include "text/hex.h"
 #include "text/numbers.h"
-
-#include <nlohmann/json.hpp>
 
 #include <cstdio>
 #include <stdexcept>
@@ -15,12 +14,12 @@
 namespace sim {
 
 using command_line::Command;
-using json = nlohmann::ordered_json;
+using json::Json;
 
 namespace {
 
 // "0x0B00-0x0BFF", or one register.
-json register_range(const std::string& text)
+Json register_range(const std::string& text)
 {
     constexpr uint64_t kLastRegister = 0xFFFF;
     const size_t dash = text.find('-');
@@ -30,14 +29,14 @@ json register_range(const std::string& text)
                           : text::parse_number(text.substr(dash + 1), kLastRegister);
     if (!first || !last || *first > *last)
         throw UsageError("'" + text + "' is no range of registers, such as 0x0B00-0x0BFF");
-    return json::array({*first, *last});
+    return Json::array({*first, *last});
 }
 
-void save_rom(json& cameras, const std::string& file)
+void save_rom(Json& cameras, const std::string& file)
 {
     if (cameras.size() != 1)
         throw UsageError("whose ROM? Choose one by --camera");
-    json& rom = cameras.front().at("rom");
+    Json& rom = cameras.front().at("rom");
     const auto contents = text::bytes_from_hex(rom.at("contents").get<std::string>());
     if (!contents)
         throw std::runtime_error("the simulation gave no contents of the ROM");
@@ -47,23 +46,23 @@ void save_rom(json& cameras, const std::string& file)
 
 int print_state(const StateArguments& arguments)
 {
-    json request = {{"command", "state"}};
+    Json request = {{"command", "state"}};
     if (!arguments.camera.empty())
         request["camera"] = arguments.camera;
     if (!arguments.registers.empty())
         request["registers"] = register_range(arguments.registers);
     if (!arguments.rom_file.empty())
         request["rom"] = true;
-    json cameras = ask_simulation(arguments.socket, request).at("cameras");
+    Json cameras = ask_simulation(arguments.socket, request).at("cameras");
     if (!arguments.rom_file.empty())
         save_rom(cameras, arguments.rom_file);
-    std::printf("%s\n", cameras.dump(2).c_str());
+    std::printf("%s\n", json::printed(cameras, 2).c_str());
     return 0;
 }
 
 int perform(const std::string& act, const StateArguments& arguments)
 {
-    json request = {{"command", act}, {"value", arguments.value}, {"silent", arguments.silent}};
+    Json request = {{"command", act}, {"value", arguments.value}, {"silent", arguments.silent}};
     if (act == "register")
         request["address"] = arguments.address;
     if (arguments.port)

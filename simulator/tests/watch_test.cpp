@@ -422,7 +422,7 @@ TEST_F(WatchTest, MistakenRequestsAreAnswered)
         {"{\"command\": 5}", "'command' is a text"},
         {"{\"command\": \"fly\"}", "no command 'fly'"},
         {"{\"command\": \"\xFF\"}", "\"ok\":false"},
-        {"[[[[[[[[[[[[", "too deeply"},
+        {"[[[[[[[[[[[[[[[[[[[[]]]]]]]]]]]]]]]]]]]]", "no JSON"},
         {"{\"command\": \"state\", \"camera\": \"S2\"}", "there are S1"},
         {"{\"command\": \"state\", \"registers\": [1]}", "first and the last"},
         {"{\"command\": \"state\", \"registers\": [2, 1]}", "before the last"},

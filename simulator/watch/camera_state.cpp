@@ -4,24 +4,24 @@
 #include "chip/gpio.h"
 #include "chip/leds.h"
 #include "chip/osd.h"
+#include "json/json.h"
 #include "text/format.h"
 #include "text/hex.h"
 
 #include <glib.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <string>
 
 namespace sim {
 
-using json = nlohmann::ordered_json;
+using json::Json;
 
 namespace {
 
 constexpr uint32_t kRegisters = 0x10000;
 
-json register_run(const Controller& controller, uint32_t first, uint32_t end)
+Json register_run(const Controller& controller, uint32_t first, uint32_t end)
 {
     std::vector<uint8_t> bytes;
     for (uint32_t address = first; address < end; ++address)
@@ -30,13 +30,13 @@ json register_run(const Controller& controller, uint32_t first, uint32_t end)
 }
 
 // Runs of registers that are not 0; single zeros do not end one.
-json registers_that_are_set(const Controller& controller)
+Json registers_that_are_set(const Controller& controller)
 {
     constexpr uint32_t kGap = 4;
     std::vector<uint8_t> values(kRegisters);
     for (uint32_t address = 0; address < kRegisters; ++address)
         values[address] = controller.reg(static_cast<uint16_t>(address));
-    json runs = json::array();
+    Json runs = Json::array();
     for (uint32_t first = 0; first < kRegisters; ++first) {
         if (values[first] == 0)
             continue;
@@ -49,7 +49,7 @@ json registers_that_are_set(const Controller& controller)
     return runs;
 }
 
-json firmware_state(const Controller& controller)
+Json firmware_state(const Controller& controller)
 {
     const RunningFirmware& firmware = controller.firmware();
     return {{"runs", firmware.external ? "external" : "internal"},
@@ -58,9 +58,9 @@ json firmware_state(const Controller& controller)
             {"internal_version", controller.model().internal_version}};
 }
 
-json gpio_state(const Controller& controller)
+Json gpio_state(const Controller& controller)
 {
-    json pins = json::array();
+    Json pins = Json::array();
     for (unsigned pin = 0; pin < kGpioCount; ++pin) {
         pins.push_back(!controller.drives_gpio(pin) ? "not driven"
                        : controller.gpio(pin)       ? "high"
@@ -69,9 +69,9 @@ json gpio_state(const Controller& controller)
     return pins;
 }
 
-json led_state(const Controller& controller)
+Json led_state(const Controller& controller)
 {
-    json leds = json::array();
+    Json leds = Json::array();
     for (size_t led = 0; led < Leds::kCount; ++led) {
         leds.push_back(
             text::format("0x%02X", controller.reg(static_cast<uint16_t>(Leds::kFirstReg + led))));
@@ -87,11 +87,11 @@ std::string sha256(std::span<const uint8_t> bytes)
     return text;
 }
 
-json rom_state(Controller& controller, bool with_contents)
+Json rom_state(Controller& controller, bool with_contents)
 {
     const CameraModel& model = controller.model();
     const bool is_flash = model.rom_kind == RomKind::kSpiFlash;
-    json rom = {{"kind", is_flash ? "SPI flash" : "EEPROM"},
+    Json rom = {{"kind", is_flash ? "SPI flash" : "EEPROM"},
                 {"part", is_flash ? model.flash.name : model.eeprom.name},
                 {"bytes", controller.rom().size()},
                 {"sha256", sha256(controller.rom())}};
@@ -103,9 +103,9 @@ json rom_state(Controller& controller, bool with_contents)
     return rom;
 }
 
-json stream_state(const StreamState& state, const std::optional<StreamFormat>& format)
+Json stream_state(const StreamState& state, const std::optional<StreamFormat>& format)
 {
-    json stream = {{"streaming", state.streaming}};
+    Json stream = {{"streaming", state.streaming}};
     if (format) {
         stream["width"] = format->size.width;
         stream["height"] = format->size.height;
@@ -117,9 +117,9 @@ json stream_state(const StreamState& state, const std::optional<StreamFormat>& f
     return stream;
 }
 
-json control_state(const VideoControls& video)
+Json control_state(const VideoControls& video)
 {
-    json controls = json::object();
+    Json controls = Json::object();
     for (size_t control = 0; control < kPictureControls; ++control) {
         if (const auto value = video.value(static_cast<PictureControl>(control)))
             controls[std::string(kControlPlaces[control].name)] = *value;
@@ -127,9 +127,9 @@ json control_state(const VideoControls& video)
     return controls;
 }
 
-json h264_state(const Controller& controller)
+Json h264_state(const Controller& controller)
 {
-    json settings = json::object();
+    Json settings = Json::object();
     for (const H264Unit::Setting& setting : controller.h264().settings())
         settings[std::string(setting.name)] = text::hex(setting.value, " ");
     return settings;
@@ -144,9 +144,9 @@ std::string text_of(std::span<const uint8_t> bytes)
     return text;
 }
 
-json osd_state(const Osd& osd)
+Json osd_state(const Osd& osd)
 {
-    json strings = json::array();
+    Json strings = Json::array();
     for (size_t i = 0; i < Osd::kStringCount; ++i)
         strings.push_back(text_of(osd.string(i)));
     return {{"enabled", osd.is_enabled()}, {"strings", strings}};
@@ -154,10 +154,10 @@ json osd_state(const Osd& osd)
 
 } // namespace
 
-json camera_state(PluggedCamera& camera, const std::optional<RegisterRange>& registers,
+Json camera_state(PluggedCamera& camera, const std::optional<RegisterRange>& registers,
                   bool with_rom)
 {
-    json state = {{"model", camera.model().name}, {"serial", camera.serial()},
+    Json state = {{"model", camera.model().name}, {"serial", camera.serial()},
                   {"bus", camera.bus()},          {"port", camera.port()},
                   {"address", camera.address()},  {"plugged", camera.is_plugged()}};
     const StreamState stream = camera.stream();
@@ -178,7 +178,7 @@ json camera_state(PluggedCamera& camera, const std::optional<RegisterRange>& reg
     state["h264"] = h264_state(controller);
     state["osd"] = osd_state(controller.osd());
     state["registers"] =
-        registers ? json::array({register_run(controller, registers->first, registers->last + 1U)})
+        registers ? Json::array({register_run(controller, registers->first, registers->last + 1U)})
                   : registers_that_are_set(controller);
     return state;
 }

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "watch/state_service.h"
 
+#include "json/json.h"
 #include "watch/camera_state.h"
-
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <stdexcept>
@@ -12,28 +11,24 @@ namespace sim {
 
 namespace {
 
-using json = nlohmann::ordered_json;
+using json::Json;
 
 /// What is wrong with a request.
 struct BadRequest : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-json parse_request(const std::string& text)
+Json parse_request(const std::string& text)
 {
-    constexpr int kDeepest = 4;
-    const auto bounded = [](int depth, json::parse_event_t, json&) {
-        if (depth > kDeepest)
-            throw BadRequest("the request is nested too deeply");
-        return true;
-    };
-    json request = json::parse(text, bounded);
+    Json request = json::parsed(text);
+    if (request.is_discarded())
+        throw BadRequest("the request is no JSON");
     if (!request.is_object())
         throw BadRequest("a request is a JSON object");
     return request;
 }
 
-std::string text_member(const json& request, const char* name)
+std::string text_member(const Json& request, const char* name)
 {
     const auto member = request.find(name);
     if (member == request.end())
@@ -43,7 +38,7 @@ std::string text_member(const json& request, const char* name)
     return member->get<std::string>();
 }
 
-bool flag_member(const json& request, const char* name)
+bool flag_member(const Json& request, const char* name)
 {
     const auto member = request.find(name);
     if (member == request.end())
@@ -53,7 +48,7 @@ bool flag_member(const json& request, const char* name)
     return member->get<bool>();
 }
 
-uint16_t number(const json& value, const char* name, uint16_t most)
+uint16_t number(const Json& value, const char* name, uint16_t most)
 {
     if (!value.is_number_unsigned() || value.get<uint64_t>() > most) {
         throw BadRequest(std::string("'") + name + "' is a number from 0 to " +
@@ -62,7 +57,7 @@ uint16_t number(const json& value, const char* name, uint16_t most)
     return value.get<uint16_t>();
 }
 
-uint16_t number_member(const json& request, const char* name, uint16_t most)
+uint16_t number_member(const Json& request, const char* name, uint16_t most)
 {
     const auto member = request.find(name);
     if (member == request.end())
@@ -70,7 +65,7 @@ uint16_t number_member(const json& request, const char* name, uint16_t most)
     return number(*member, name, most);
 }
 
-std::optional<RegisterRange> range_member(const json& request)
+std::optional<RegisterRange> range_member(const Json& request)
 {
     const auto member = request.find("registers");
     if (member == request.end())
@@ -100,7 +95,7 @@ PluggedCamera* find_camera(const std::vector<PluggedCamera*>& cameras, const std
     throw BadRequest("there is no camera '" + name + "'; there are" + serials);
 }
 
-PluggedCamera& camera_of(const std::vector<PluggedCamera*>& cameras, const json& request)
+PluggedCamera& camera_of(const std::vector<PluggedCamera*>& cameras, const Json& request)
 {
     const std::string name = text_member(request, "camera");
     if (!name.empty())
@@ -118,23 +113,23 @@ void require_plugged(const PluggedCamera& camera, bool wanted)
     }
 }
 
-void raise_motion_alarm(Bed&, PluggedCamera& camera, const json&)
+void raise_motion_alarm(Bed&, PluggedCamera& camera, const Json&)
 {
     camera.controller()->raise_motion_alarm();
 }
 
-void touch(Bed&, PluggedCamera& camera, const json& request)
+void touch(Bed&, PluggedCamera& camera, const Json& request)
 {
     camera.controller()->set_touch(static_cast<uint8_t>(number_member(request, "value", 0xFF)));
 }
 
-void unplug(Bed& bed, PluggedCamera& camera, const json& request)
+void unplug(Bed& bed, PluggedCamera& camera, const Json& request)
 {
     require_plugged(camera, true);
     bed.unplug(camera, flag_member(request, "silent") ? Announce::kNo : Announce::kYes);
 }
 
-void replug(Bed& bed, PluggedCamera& camera, const json& request)
+void replug(Bed& bed, PluggedCamera& camera, const Json& request)
 {
     require_plugged(camera, false);
     std::optional<unsigned> port;
@@ -143,7 +138,7 @@ void replug(Bed& bed, PluggedCamera& camera, const json& request)
     bed.replug(camera, port);
 }
 
-void write_register(Bed&, PluggedCamera& camera, const json& request)
+void write_register(Bed&, PluggedCamera& camera, const Json& request)
 {
     const uint16_t address = number_member(request, "address", 0xFFFF);
     const auto value = static_cast<uint8_t>(number_member(request, "value", 0xFF));
@@ -152,21 +147,21 @@ void write_register(Bed&, PluggedCamera& camera, const json& request)
 
 struct Act {
     const char* name;
-    void (*run)(Bed& bed, PluggedCamera& camera, const json& request);
+    void (*run)(Bed& bed, PluggedCamera& camera, const Json& request);
 };
 constexpr Act kActs[] = {
     {"motion-alarm", raise_motion_alarm}, {"touch", touch}, {"unplug", unplug}, {"replug", replug},
     {"register", write_register},
 };
 
-json state_of(const std::vector<PluggedCamera*>& cameras, const json& request)
+Json state_of(const std::vector<PluggedCamera*>& cameras, const Json& request)
 {
     const std::optional<RegisterRange> registers = range_member(request);
     const bool with_rom = flag_member(request, "rom");
     std::vector<PluggedCamera*> wanted = cameras;
     if (const std::string name = text_member(request, "camera"); !name.empty())
         wanted = {find_camera(cameras, name)};
-    json states = json::array();
+    Json states = Json::array();
     for (PluggedCamera* camera : wanted)
         states.push_back(camera_state(*camera, registers, with_rom));
     return {{"ok", true}, {"cameras", states}};
@@ -174,9 +169,9 @@ json state_of(const std::vector<PluggedCamera*>& cameras, const json& request)
 
 } // namespace
 
-json StateService::answer_to(const std::string& text)
+Json StateService::answer_to(const std::string& text)
 {
-    const json request = parse_request(text);
+    const Json request = parse_request(text);
     const std::string command = text_member(request, "command");
     if (command == "state")
         return state_of(cameras_, request);
@@ -191,15 +186,13 @@ json StateService::answer_to(const std::string& text)
 
 std::string StateService::answer(const std::string& request)
 {
-    json reply;
+    Json reply;
     try {
         reply = answer_to(request);
-    } catch (const json::exception&) {
-        reply = {{"ok", false}, {"error", "the request is no JSON"}};
     } catch (const std::exception& error) {
         reply = {{"ok", false}, {"error", error.what()}};
     }
-    return reply.dump(-1, ' ', false, json::error_handler_t::replace);
+    return json::printed(reply);
 }
 
 } // namespace sim

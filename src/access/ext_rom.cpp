@@ -5,13 +5,12 @@
 
 #include <endian.h>
 
+#include "block.h"
 #include "tables/xu_version.h"
 #include "trace/failure.h"
 #include "trace/progress.h"
 #include "unit.h"
 #include "usb/xu_exchange.h"
-
-static constexpr uint32_t kBlockBytes = 0x10000;
 
 // What the failure lines print, for the first, a full and the last block.
 #define BLOCK_CALL_TEXTS(flag)                                                                    \

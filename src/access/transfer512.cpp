@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "block.h"
 #include "pause.h"
 #include "trace/failure.h"
 #include "trace/progress.h"
@@ -14,7 +15,6 @@
 #include "usb/xu_exchange.h"
 
 static constexpr uint32_t kChunk = sizeof(NyWrapper512::data);
-static constexpr uint32_t kBlockBytes = 0x10000;
 static_assert(sizeof(NyWrapper512) == 516);
 
 int32_t XuGetWrapper512(NyDevice* pDevObj, NyWrapper512* pWrapper512)

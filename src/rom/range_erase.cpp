@@ -8,12 +8,11 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "access/block.h"
 #include "tables/xu_version.h"
 #include "trace/failure.h"
 #include "trace/progress.h"
 #include "unit.h"
-
-static constexpr uint32_t kBlockBytes = 0x10000;
 
 namespace {
 

@@ -10,7 +10,7 @@ namespace {
 
 constexpr int kVideoControlSubclass = 1;
 constexpr long kStep_ns = 50 * 1000000L;
-constexpr int kMostSteps = 100; // 5 s: the frames of a busy stream come first
+constexpr int kMostWakings = 100; // 5 s: the frames of a busy stream come first
 
 bool is_status_endpoint(const libusb_endpoint_descriptor& endpoint)
 {
@@ -123,7 +123,7 @@ HeldEvents* HeldEvents::hold(libusb_device_handle* handle)
         events->destroy();
         return nullptr;
     }
-    for (int step = 0; step < kMostSteps; ++step) {
+    for (int step = 0; step < kMostWakings; ++step) {
         if (wait_a_step(events->reached_))
             return events;
         if (libusb_kernel_driver_active(handle, 0) == LIBUSB_ERROR_NO_DEVICE)

@@ -32,7 +32,7 @@
 
 namespace {
 
-constexpr timespec kGlance = {0, 200 * 1000};
+constexpr timespec kPause = {0, 200 * 1000};
 constexpr int kMostGlances = 2500;     // 0.5 s, on a machine that is busy
 constexpr int kMostBlindGlances = 100; // 20 ms, where the kernel does not tell
 constexpr timespec kStep = {0, 5 * 1000000};
@@ -133,7 +133,7 @@ void Entry::await_rest()
         if (rests(&now) && std::strcmp(now.text, before.text) == 0)
             return;
         before = now;
-        nanosleep(&kGlance, nullptr);
+        nanosleep(&kPause, nullptr);
     }
 }
 

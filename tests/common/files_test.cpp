@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -259,18 +260,42 @@ TEST_F(Files, AreWholeAlsoWhereEachNeedsAName)
     EXPECT_EQ(names(), "file kept " + long_name);
 }
 
+/// False: it has died of its signal.
+bool write_beyond_the_limit(const std::string& file)
+{
+    const rlimit limit{1000, 1000};
+    const rlimit no_core{0, 0};
+    setrlimit(RLIMIT_CORE, &no_core);
+    setrlimit(RLIMIT_FSIZE, &limit); // SIGXFSZ
+    replace(file, std::string(5000, 'x'));
+    return true;
+}
+
 TEST_F(Files, AKilledProcessLeavesNoDraft)
 {
     ASSERT_EQ(replace(path("file"), "precious"), "");
-    EXPECT_FALSE(is_true_in_child([&] {
-        const rlimit limit{1000, 1000};
-        const rlimit no_core{0, 0};
-        setrlimit(RLIMIT_CORE, &no_core);
-        setrlimit(RLIMIT_FSIZE, &limit); // it dies of SIGXFSZ
-        replace(path("file"), std::string(5000, 'x'));
-        return true;
-    }));
+    EXPECT_FALSE(is_true_in_child([&] { return write_beyond_the_limit(path("file")); }));
     EXPECT_EQ(files::read_text(path("file"), kMost), "precious");
+    EXPECT_EQ(names(), "file");
+}
+
+TEST_F(Files, TheNextWriterRemovesADraftThatHadToHaveAName)
+{
+    ASSERT_EQ(replace(path("file"), "precious"), "");
+    EXPECT_FALSE(is_true_in_child(
+        [&] { return refuse_nameless_files() && write_beyond_the_limit(path("file")); }));
+    EXPECT_EQ(files::read_text(path("file"), kMost), "precious");
+    EXPECT_EQ(names(), ".file.nyxus-new file");
+
+    const files::Descriptor writer(open(path(".file.nyxus-new").c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(flock(writer.get(), LOCK_EX | LOCK_NB), 0);
+    EXPECT_TRUE(is_true_in_child(
+        [&] { return refuse_nameless_files() && replace(path("file"), "new").empty(); }));
+    EXPECT_EQ(names(), ".file.nyxus-new file") << "its writer lives";
+
+    ASSERT_EQ(flock(writer.get(), LOCK_UN), 0);
+    ASSERT_EQ(replace(path("file"), "newer"), "");
+    EXPECT_EQ(files::read_text(path("file"), kMost), "newer");
     EXPECT_EQ(names(), "file");
 }
 

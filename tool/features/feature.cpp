@@ -16,7 +16,7 @@ namespace tool {
 
 namespace {
 
-std::string text_of(const Value& value)
+std::string shown(const Value& value)
 {
     if (const auto* text = std::get_if<std::string>(&value.content()))
         return printable(*text);
@@ -41,7 +41,7 @@ void Session::print(const Members& values)
         say_json(console, arguments, values);
     } else {
         for (const auto& [name, value] : values)
-            display.say(words_of(name) + ": " + text_of(value));
+            display.say(words_of(name) + ": " + shown(value));
     }
     // Some print until nobody listens any more.
     if (const std::string complaint = display.output_complaint(); !complaint.empty())
@@ -58,8 +58,7 @@ void Session::make(const Change& change)
         return Members{{"name", change.name}, {"before", before}, {"after", after}};
     };
     const auto line = [&](const Value& after) {
-        return words_of(change.name) + ": " + (asks ? text_of(before) : "?") + " -> " +
-               text_of(after);
+        return words_of(change.name) + ": " + (asks ? shown(before) : "?") + " -> " + shown(after);
     };
     if (arguments.dry_run) {
         return print_dry_run(console, arguments, camera, line(change.wanted), values(change.wanted),

@@ -141,7 +141,7 @@ void check(Session& session, const std::string& doing, int32_t status)
 }
 
 /// As it is read, which is of a layer that the camera chooses.
-std::string text_of(const Control& control, const Numbers& numbers, const H264Options& options)
+std::string setting_text(const Control& control, const Numbers& numbers, const H264Options& options)
 {
     const std::string text = control.text(numbers);
     const unsigned layer = numbers[0];
@@ -170,8 +170,8 @@ void run_control(Session& session, const Control& control, const H264Options& op
         return show_numbers(session, control, read());
     const Numbers wanted = options.wanted(kModes, 1);
     session.make({.name = control.title,
-                  .read = [&] { return text_of(control, read(), options); },
-                  .wanted = options.is_set() ? text_of(control, wanted, options) : Value(),
+                  .read = [&] { return setting_text(control, read(), options); },
+                  .wanted = options.is_set() ? setting_text(control, wanted, options) : Value(),
                   .doing = std::string("setting the ") + control.what,
                   .write = [&] { return control.set(session.device(), wanted); },
                   .cost = kControlChange});

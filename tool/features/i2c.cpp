@@ -10,7 +10,7 @@ namespace {
 
 constexpr uint32_t kLastRegister = 0x1FF;
 /// Behind the bytes of a transfer lie the controller's own I2C registers.
-constexpr uint32_t kMostBytes = 8;
+constexpr uint32_t kMostI2cBytes = 8;
 constexpr uint32_t kTransferRegisters = 4;
 
 struct I2cOptions {
@@ -68,7 +68,7 @@ void add_i2c_command(Command& app, Arguments& arguments)
 
     Command& get = add_command(command, "get", "Read registers of the configured device", "0x10 4");
     add_address(get, &options->address, 0, kLastRegister);
-    add_number(get, "LENGTH", &options->length, 1, kMostBytes, "Bytes");
+    add_number(get, "LENGTH", &options->length, 1, kMostI2cBytes, "Bytes");
     set_action(get, arguments, [options](Session& session) { run_get(session, *options); });
 
     Command& set =
@@ -76,7 +76,7 @@ void add_i2c_command(Command& app, Arguments& arguments)
     add_address(set, &options->address, 0, kLastRegister);
     set.number("BYTES", &options->bytes, kByteRange, "1 to 8 bytes")
         .required()
-        .times(1, kMostBytes);
+        .times(1, kMostI2cBytes);
     set_writing_action(set, arguments, [options](Session& session) { run_set(session, *options); });
 
     add_setting(command, arguments,

@@ -27,12 +27,12 @@ std::array<uint8_t, kSettingBytes> setting_of(Session& session)
     return setting;
 }
 
-void run_get(Session& session)
+void show_area(Session& session)
 {
     session.print({{"motion_setting", setting_of(session)}});
 }
 
-void run_set(Session& session, const MotionOptions& options)
+void set_area(Session& session, const MotionOptions& options)
 {
     const std::vector<uint8_t> wanted = to_bytes(options.setting);
     session.make({.name = "motion_setting",
@@ -81,13 +81,14 @@ void add_motion_command(Command& app, Arguments& arguments)
     Command& command =
         add_command(app, "motion", "Ask for motion, or set its detection", "poll --watch");
     command.needing_command();
-    set_action(add_command(command, "get", "Show the setting", ""), arguments, run_get);
+    set_action(add_command(command, "get", "Show the setting", ""), arguments, show_area);
 
     Command& set = add_command(command, "set", "Change the setting", "1 0x20 0 0");
     set.number("BYTES", &options->setting, kByteRange, "4 bytes that the firmware defines")
         .required()
         .times(kSettingBytes, kSettingBytes);
-    set_writing_action(set, arguments, [options](Session& session) { run_set(session, *options); });
+    set_writing_action(set, arguments,
+                       [options](Session& session) { set_area(session, *options); });
 
     Command& ask =
         add_command(command, "poll", "Was there motion since the last time?", "--watch --count 50");

@@ -24,7 +24,7 @@ struct BackupOptions {
     uint32_t keep = 0;
 };
 
-Members json_of(const Backup& backup)
+Members backup_json(const Backup& backup)
 {
     return {{"name", backup.name},
             {"file", backup.file.string()},
@@ -53,7 +53,7 @@ void print_all(Console& console, const Arguments& arguments, const std::vector<B
     if (arguments.json) {
         Value::List list;
         for (const Backup& backup : backups)
-            list.emplace_back(json_of(backup));
+            list.emplace_back(backup_json(backup));
         return display.say(json_text(list));
     }
     if (!backups.empty())
@@ -84,7 +84,7 @@ ExitCode run_backups_list(Console& console, const Arguments& arguments)
 ExitCode run_backups_show(Console& console, const Arguments& arguments,
                           const BackupOptions& options)
 {
-    const Members members = json_of(value_of(Backups().find(options.name)));
+    const Members members = backup_json(value_of(Backups().find(options.name)));
     if (arguments.json) {
         console.display().say(json_text(members));
         return kExitOk;

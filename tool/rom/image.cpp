@@ -151,7 +151,8 @@ void add_mfi(Rows& rows, const engine::MfiFacts& mfi)
         rows.emplace_back("", format("0x%04X, %u bytes: ", part.address, part.size) + part.name);
 }
 
-std::string text_of(const std::string& file, const ImageFacts& facts, const std::vector<Fit>& fits)
+std::string described(const std::string& file, const ImageFacts& facts,
+                      const std::vector<Fit>& fits)
 {
     Rows rows = {{"File", printable(file)},
                  {"Size", format("%llu bytes", static_cast<unsigned long long>(facts.bytes))},
@@ -185,7 +186,7 @@ ExitCode run_image(Console& console, const Arguments& arguments, const ImageArgu
                                  : value_of(engine::inspect_image(wanted.file));
     const std::vector<Fit> fits = look_at_cameras(console, arguments, facts);
     console.display().say(arguments.json ? json_text(image_json(wanted.file, facts, fits))
-                                         : text_of(wanted.file, facts, fits));
+                                         : described(wanted.file, facts, fits));
     const bool is_whole = !facts.kind || facts.kind->problem.empty();
     return is_whole ? kExitOk : kExitImageRefused;
 }

@@ -41,17 +41,17 @@ ExitCode create_manifest(Console& console, const Arguments& arguments,
     return kExitOk;
 }
 
-Members json_of(const engine::ManifestEntry& entry)
+Members entry_json(const engine::ManifestEntry& entry)
 {
     return {{"chip", entry.chip},       {"image", entry.image}, {"sha256", entry.sha256},
             {"reports", entry.reports}, {"mfi", entry.mfi},     {"mfi_sha256", entry.mfi_sha256}};
 }
 
-Members json_of(const engine::AcceptedManifest& manifest)
+Members manifest_json(const engine::AcceptedManifest& manifest)
 {
     Value::List entries;
     for (const engine::ManifestEntry& entry : manifest.firmware)
-        entries.emplace_back(json_of(entry));
+        entries.emplace_back(entry_json(entry));
     const auto& signature = manifest.signature;
     return {{"product", manifest.product},
             {"version", manifest.version},
@@ -64,7 +64,7 @@ ExitCode check_manifest(Console& console, const Arguments& arguments, const Sour
 {
     const Offer offer = load_images(sources);
     if (arguments.json) {
-        console.display().say(json_text(json_of(*offer.manifest)));
+        console.display().say(json_text(manifest_json(*offer.manifest)));
         return kExitOk;
     }
     console.display().say(text_of(*offer.manifest));

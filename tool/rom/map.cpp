@@ -72,7 +72,7 @@ std::string holding(std::vector<uint8_t> rom)
     return engine::is_blank(rom) ? "blank" : summary_of(engine::inspect_contents(std::move(rom)));
 }
 
-Members json_of(const Camera& camera, const std::string& holds, const std::vector<Row>& rows)
+Members map_json(const Camera& camera, const std::string& holds, const std::vector<Row>& rows)
 {
     Value::List list;
     for (const Row& row : rows) {
@@ -99,7 +99,7 @@ ExitCode run_map(Console& console, const Arguments& arguments)
     const std::vector<Row> rows = rows_of(camera, rom);
     const std::string holds = holding(rom);
     if (arguments.json) {
-        say_json(console, arguments, json_of(camera, holds, rows));
+        say_json(console, arguments, map_json(camera, holds, rows));
         return kExitOk;
     }
     Display& display = console.display();

@@ -28,7 +28,7 @@ std::string lines_of(const char* title, const std::vector<engine::Part>& parts)
     return text;
 }
 
-Value::List json_of(const std::vector<engine::Part>& parts)
+Value::List parts_json(const std::vector<engine::Part>& parts)
 {
     Value::List list;
     for (const engine::Part& part : parts) {
@@ -40,7 +40,7 @@ Value::List json_of(const std::vector<engine::Part>& parts)
     return list;
 }
 
-Members json_of(const engine::Step& step)
+Members step_json(const engine::Step& step)
 {
     if (step.size == 0)
         return {{"step", to_text(step.action)}};
@@ -234,7 +234,7 @@ void print_plan(Console& console, const Arguments& arguments, Camera& camera,
     Cost cost;
     for (const engine::Step& step : plan.steps) {
         text += line_of(step);
-        steps.emplace_back(json_of(step));
+        steps.emplace_back(step_json(step));
         cost += engine::cost_of(camera, step);
     }
     Members values = json_of_place(camera.info());
@@ -244,10 +244,10 @@ void print_plan(Console& console, const Arguments& arguments, Camera& camera,
     values.push_back({"version_before", camera.version()});
     text += lines_of("kept", plan.kept) + lines_of("replaced", plan.replaced) +
             lines_of("lost", plan.lost) + lines_of("lost", plan.unreachable);
-    values.push_back({"kept", json_of(plan.kept)});
-    values.push_back({"replaced", json_of(plan.replaced)});
-    values.push_back({"lost", json_of(plan.lost)});
-    values.push_back({"unreachable", json_of(plan.unreachable)});
+    values.push_back({"kept", parts_json(plan.kept)});
+    values.push_back({"replaced", parts_json(plan.replaced)});
+    values.push_back({"lost", parts_json(plan.lost)});
+    values.push_back({"unreachable", parts_json(plan.unreachable)});
     if (!writes)
         values.push_back({"message", kUpToDate});
     print_dry_run(console, arguments, camera, text, values, cost,

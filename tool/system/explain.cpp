@@ -41,7 +41,7 @@ std::string paragraph(const std::string& label, std::string_view text)
     return padded("  " + label, kIndent) + text::wrapped(text, kIndent, kWidth);
 }
 
-std::string text_of(const Explanation& entry)
+std::string entry_text(const Explanation& entry)
 {
     std::string result = title_of(entry);
     const std::pair<const char*, std::string> parts[] = {{"Origin", entry.origin},
@@ -153,7 +153,7 @@ ExitCode run_explain(Console& console, const Arguments& arguments, const Explain
     } else {
         std::string text;
         for (const Explanation& entry : entries)
-            text += (text.empty() ? "" : "\n\n") + text_of(entry);
+            text += (text.empty() ? "" : "\n\n") + entry_text(entry);
         console.display().say(text);
     }
     return kExitOk;

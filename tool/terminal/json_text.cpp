@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "terminal/json_text.h"
 
-#include <nlohmann/json.hpp>
+#include "json/json.h"
 
 namespace tool {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
+using json::Json;
 
 Json to_json(const Value& value)
 {
@@ -32,7 +32,7 @@ Json to_json(const Value& value)
 
 std::string printed(const Value& value, int indent)
 {
-    return to_json(value).dump(indent, ' ', false, Json::error_handler_t::replace);
+    return json::printed(to_json(value), indent);
 }
 
 } // namespace

@@ -40,7 +40,7 @@ NyControl control_named(Session& session, const std::string& name)
                                          text::did_you_mean(name, names));
 }
 
-Members json_of(const NyControl& control)
+Members control_json(const NyControl& control)
 {
     return {{"name", control.name},       {"value", control.value},
             {"minimum", control.minimum}, {"maximum", control.maximum},
@@ -59,12 +59,12 @@ std::string line_of(const NyControl& control)
            ", by default " + std::to_string(control.default_value);
 }
 
-void run_list(Session& session)
+void list_controls(Session& session)
 {
     Value::List array;
     std::string lines;
     for (const NyControl& control : controls_of(session)) {
-        array.emplace_back(json_of(control));
+        array.emplace_back(control_json(control));
         lines += (lines.empty() ? "" : "\n") + line_of(control);
     }
     session.console.drain();
@@ -133,7 +133,7 @@ void add_control_command(Command& app, Arguments& arguments)
                     "set brightness 20");
     command.needing_command();
     set_action(add_command(command, "list", "List them with their values and ranges", "--json"),
-               arguments, run_list);
+               arguments, list_controls);
 
     Command& get = add_command(command, "get", "Tell the value of one", "zoom");
     add_name(get, *options);

@@ -62,8 +62,8 @@ End receive(Session& session, const StreamOptions& options, Reception& reception
     }
     const auto end = options.seconds != 0 ? Clock::now() + std::chrono::seconds(options.seconds)
                                           : Clock::time_point::max();
-    constexpr std::chrono::seconds kPatience{5};
-    return tool::receive(session, stream, end, kPatience, [&](const nyxus::Frame& frame) {
+    constexpr std::chrono::seconds kLongestGap{5};
+    return tool::receive(session, stream, end, kLongestGap, [&](const nyxus::Frame& frame) {
         reception.take(frame);
         return reception.raw && reception.frames != options.count;
     });
