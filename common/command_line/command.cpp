@@ -229,7 +229,7 @@ const Command* Command::command_named(const std::string& name) const
 Program::Program(const About& about) : Command(about.name, about.summary), version_(about.version)
 {
     add("-h,--help", {}, about.help_of_help);
-    add("--version", {}, about.help_of_version);
+    add("-V,--version", {}, about.help_of_version);
 }
 
 } // namespace command_line

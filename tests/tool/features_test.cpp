@@ -110,7 +110,10 @@ TEST(Features, OsdIsSetAndReset)
                   {"osd string 0 1234567890123456", 0, "-> 1234567890123456\n"},
                   {"osd window 1 2 3 4 5 1", 0, "-> 01 02 03 04 05 01 00 00 00\n"},
                   {"osd window", 0, "window: 01 02 03 04 05 01 00 00 00\n"},
-                  {"osd color 1 2 3 4 5 6 7 8 9", 0, "-> 01 02 03 04 05 06 07 08 09\n"},
+                  {"osd color white '#000000' 81,90,240", 0,
+                   "-> text #FFFFFF, background #000000, windows #FF0000\n"},
+                  {"osd color green 1,2,3 123456", 0,
+                   "background #000000, windows #FF0000 -> text #00FF00, background #"},
                   {"osd transparent on", 0, "osd transparent: off -> on\n"},
                   {"osd reset", 0, "osd: reset\n"},
                   {"osd enable", 0, "osd: off\n"},
@@ -120,22 +123,23 @@ TEST(Features, OsdIsSetAndReset)
 
 TEST(Features, EncoderIsSetInTheStandardOrder)
 {
-    run_steps("rowan-spi", {
-                               {"h264 rate-control vbr", 0, "rate control: cbr -> vbr\n"},
-                               {"h264 bitrate 3000000 1000000", 0, "-> peak 3000000, average 1000"},
-                               {"h264 bitrate", 0, "average bit per s: 1000000\n"},
-                               {"h264 qp 1 10 20", 0, "-> frame types 1, 10 to 20\n"},
-                               {"h264 iframe-period 33", 0, "-> 33\n"},
-                               {"h264 iframe-period", 0, "iframe period: 33\n"},
-                               {"h264 format 1", 0, "format: 0 -> 1\n"},
-                               {"h264 next-frame idr", 0, "next frame: idr\n"},
-                               {"h264 version", 0, "version: 1.00\n"},
-                               {"h264 --layer 2 rate-control cbr", 0, ": vbr (layer 0) -> cbr\n"},
-                               {"h264 rate-control", 0, "rate control: cbr (layer 2)\n"},
-                               {"h264 reset", 0, "encoder: reset\n"},
-                               {"h264 rate-control", 0, "rate control: cbr\n"},
-                               {"h264 --published-order version", 12, "no such H.264 control"},
-                           });
+    run_steps("rowan-spi",
+              {
+                  {"h264 rate-control vbr", 0, "rate control: cbr -> vbr\n"},
+                  {"h264 bitrate 3000000 1000000", 0, "-> peak 3000000, average 1000"},
+                  {"h264 bitrate", 0, "bitrate: peak 3000000, average 1000000 bit/s\n"},
+                  {"h264 qp 1 10 20", 0, "-> frame types 1, 10 to 20\n"},
+                  {"h264 iframe-period 33", 0, "-> 33\n"},
+                  {"h264 iframe-period", 0, "iframe period: 33\n"},
+                  {"h264 format 1", 0, "format: 0 -> 1\n"},
+                  {"h264 next-frame idr", 0, "next frame: idr\n"},
+                  {"h264 version", 0, "version: 1.00\n"},
+                  {"h264 --layer 2 rate-control cbr", 0, ": vbr (layer 0) -> cbr\n"},
+                  {"h264 rate-control", 0, "rate control: cbr (layer 2)\n"},
+                  {"h264 reset", 0, "encoder: reset\n"},
+                  {"h264 rate-control", 0, "rate control: cbr\n"},
+                  {"h264 --published-order version", 12, "no such H.264 control"},
+              });
     run_steps("cedar-swapped", {{"h264 --published-order version", 0, "version: 1.00\n"}});
 }
 
@@ -181,11 +185,15 @@ TEST(Features, JsonHoldsTheValues)
         EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
         return Json::parse(outcome.out);
     };
-    EXPECT_EQ(parsed({"flip", "--json"}), (Json::Members{{"flip", "off"}}));
-    EXPECT_EQ(parsed({"flip", "on", "--json"}),
-              (Json::Members{{"name", "flip"}, {"before", "off"}, {"after", "on"}}));
+    EXPECT_EQ(parsed({"flip", "--json"}), (Json::Members{{"flip", false}}));
+    EXPECT_EQ(parsed({"flip", "on", "--json"}), (Json::Members{{"flip", true}, {"before", false}}));
     EXPECT_EQ(parsed({"mcu", "read", "0x80", "3", "--json"})["0x0080"].size(), 3U);
-    EXPECT_EQ(parsed({"h264", "bitrate", "--json"})["peak_bit_per_s"], 4000000);
+    EXPECT_EQ(parsed({"h264", "bitrate", "--json"})["bitrate"]["peak_bit_per_s"], 4000000);
+    EXPECT_EQ(parsed({"led", "0", "0x08", "--json"}), (Json::Members{{"led_0", 8}, {"before", 0}}));
+    EXPECT_EQ(parsed({"gpio", "5", "--json"}), (Json::Members{{"gpio_5", "not driven"}}));
+    EXPECT_EQ(parsed({"osd", "datetime", "--json"})["shown"], false);
+    EXPECT_NE(parsed({"-V", "--json"})["libusb"].text(), "");
+    EXPECT_EQ(parsed({"help", "flip", "--json"})["arguments"][0]["name"], "STATE");
 }
 
 /// No camera is connected: what is refused is refused before one is looked for.
@@ -202,7 +210,9 @@ TEST(Features, OutOfRangeIsRefusedWithTheRange)
         {{"led", "256"}, "0 to 255"},
         {{"led", "0", "0x01"}, "any sum of 0x08, 0x10 and 0x40"},
         {{"gpio", "16", "high"}, "0 to 15"},
-        {{"gpio", "1"}, "requires LEVEL"},
+        {{"osd", "color", "white", "black", "1,2"}, "is no colour"},
+        {{"osd", "color", "white", "black", "1,2,256"}, "is no colour"},
+        {{"osd", "color", "white", "black", "#12345"}, "is no colour"},
         {{"i2c", "get", "0x200"}, "0x0000 to 0x01FF"},
         {{"i2c", "get", "0", "9"}, "1 to 8"},
         {{"i2c", "set", "0", "1", "2", "3", "4", "5", "6", "7", "8", "9"}, "9"},

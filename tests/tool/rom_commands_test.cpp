@@ -134,7 +134,7 @@ TEST(All, DoesItWithEachCameraAndTellsTheWorst)
     ASSERT_EQ(lines.size(), 2U) << outcome.out;
     EXPECT_EQ(lines[0]["serial"], "A1");
     EXPECT_EQ(lines[1]["serial"], "B2");
-    EXPECT_EQ(lines[1]["after"], "on");
+    EXPECT_EQ(lines[1]["flip"], true);
 
     EXPECT_EQ(bench.nyxus(cameras, {"dump", bench.path("rom.bin"), "--all"}).exit_code, 0);
     EXPECT_EQ(bench.nyxus({"rowan-spi"}, {"compare", bench.path("rom-1-1.bin")}).exit_code, 0);

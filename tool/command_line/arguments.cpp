@@ -60,12 +60,15 @@ ParsedArguments parse_arguments(int argc, char** argv)
 {
     ParsedArguments parsed;
     parsed.arguments.words.assign(argv + std::min(argc, 1), argv + argc);
+    // Help and versions are printed before the other options are known.
+    const bool as_json =
+        std::ranges::find(parsed.arguments.words, "--json") != parsed.arguments.words.end();
     command_line::Program app({.name = "nyxus",
                                .summary = "Identifies, upgrades and controls NYXUS USB cameras.",
-                               .version = version_text(),
+                               .version = version_text(as_json),
                                .help_of_help = "Print this help",
                                .help_of_version = "Print the versions in use"});
-    app.layout = help_of;
+    app.layout = as_json ? help_json : help_of;
     app.complaint = complaint_about;
     app.options_reach_down = true;
     app.needing_command().footer(std::string("nyxus upgrade camera.bin --reset\n\n") +

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "command_line/help.h"
 
+#include "terminal/json_text.h"
 #include "terminal/text.h"
 #include "text/nearest.h"
 
@@ -129,7 +130,25 @@ std::string unexpected(const Command& command, const std::string& word)
     return in_quotes(word) + " is one argument too many";
 }
 
-void print_help(const Command& app, const command_line::Words& words)
+/// Its options, or its arguments.
+Value::List options_json(const Command& command, bool of_arguments)
+{
+    Value::List list;
+    for (const Option& option : command.options()) {
+        if (option.is_argument() != of_arguments)
+            continue;
+        Value::List spellings(option.names.begin(), option.names.end());
+        list.emplace_back(Members{{"name", option.name()},
+                                  {"spellings", std::move(spellings)},
+                                  {"value", option.value_name},
+                                  {"help", option.help},
+                                  {"default", option.default_text},
+                                  {"required", option.is_required}});
+    }
+    return list;
+}
+
+void print_help(const Command& app, const command_line::Words& words, bool as_json)
 {
     const Command* command = &app;
     for (const std::string& word : words) {
@@ -138,7 +157,7 @@ void print_help(const Command& app, const command_line::Words& words)
             throw command_line::UsageError(no_command(*command, word));
         command = below;
     }
-    std::cout << help_of(*command);
+    std::cout << (as_json ? help_json(*command) : help_of(*command));
 }
 
 } // namespace
@@ -158,12 +177,25 @@ std::string help_of(const Command& command)
                                             : text + command.footer().substr(example_end + 1);
 }
 
-void add_help_command(Command& app, Arguments&)
+std::string help_json(const Command& command)
+{
+    Value::List commands;
+    for (const Command& below : command.commands())
+        commands.emplace_back(Members{{"name", below.name()}, {"summary", below.summary()}});
+    return json_text(Members{{"command", command.call()},
+                             {"summary", command.summary()},
+                             {"arguments", options_json(command, true)},
+                             {"options", options_json(command, false)},
+                             {"commands", commands}}) +
+           "\n";
+}
+
+void add_help_command(Command& app, Arguments& arguments)
 {
     Command& help = add_command(app, "help", "Explain a command", "osd string");
     const auto words = std::make_shared<command_line::Words>();
     help.text("COMMAND", words.get(), "Command to explain; without: the program");
-    help.does([&app, words] { print_help(app, *words); });
+    help.does([&app, words, &arguments] { print_help(app, *words, arguments.json); });
 }
 
 std::string complaint_about(const command_line::Mistake& mistake)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "command_line/versions.h"
 
+#include "terminal/json_text.h"
 #include "terminal/text.h"
 
 #include <dlfcn.h>
@@ -44,8 +45,14 @@ std::array<LibraryVersion, 3> library_versions()
              {"libuvc", LIBUVC_VERSION_STR, file_of(uvc_init)}}};
 }
 
-std::string version_text()
+std::string version_text(bool as_json)
 {
+    if (as_json) {
+        Members versions{{"nyxus", NYXUS_VERSION}};
+        for (const LibraryVersion& library : library_versions())
+            versions.push_back({library.name, library.version});
+        return json_text(versions);
+    }
     std::string text = "nyxus " NYXUS_VERSION;
     for (const LibraryVersion& library : library_versions())
         text += std::string("\n") + library.name + " " + library.version;

@@ -15,6 +15,6 @@ struct LibraryVersion {
 std::array<LibraryVersion, 3> library_versions();
 
 /// What --version prints.
-std::string version_text();
+std::string version_text(bool as_json);
 
 } // namespace tool

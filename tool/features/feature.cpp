@@ -14,16 +14,18 @@
 
 namespace tool {
 
-namespace {
-
 std::string shown(const Value& value)
 {
+    if (!value.text().empty())
+        return value.text();
     if (const auto* text = std::get_if<std::string>(&value.content()))
         return printable(*text);
     if (const auto* bytes = std::get_if<Value::Bytes>(&value.content()))
         return bytes_text(*bytes);
     return json_line(value);
 }
+
+namespace {
 
 std::string words_of(std::string name)
 {
@@ -55,7 +57,7 @@ void Session::make(const Change& change)
     const bool asks = !(arguments.dry_run && change.reading_writes);
     const Value before = asks ? change.read() : Value();
     const auto values = [&](const Value& after) {
-        return Members{{"name", change.name}, {"before", before}, {"after", after}};
+        return Members{{change.name, after}, {"before", before}};
     };
     const auto line = [&](const Value& after) {
         return words_of(change.name) + ": " + (asks ? shown(before) : "?") + " -> " + shown(after);
@@ -72,12 +74,12 @@ void Session::make(const Change& change)
     console.display().say(line(after));
 }
 
-void Session::order(const std::string& name, const std::string& what, const std::string& doing,
+void Session::order(const std::string& name, const Value& what, const std::string& doing,
                     const std::function<int32_t()>& write, const Cost& cost,
                     const std::string& more)
 {
     if (arguments.dry_run) {
-        return print_dry_run(console, arguments, camera, words_of(name) + ": " + what,
+        return print_dry_run(console, arguments, camera, words_of(name) + ": " + shown(what),
                              {{name, what}}, cost, more);
     }
     check(doing, write());

@@ -39,7 +39,7 @@ struct Session {
     /// only.
     void make(const Change& change);
     /// The same for what cannot be read: "encoder: reset". `more` is what the cost leaves out.
-    void order(const std::string& name, const std::string& what, const std::string& doing,
+    void order(const std::string& name, const Value& what, const std::string& doing,
                const std::function<int32_t()>& write, const Cost& cost,
                const std::string& more = "");
     /// Ends the command unless the library has succeeded.
@@ -64,9 +64,11 @@ Cost backup_cost(Session& session);
 std::vector<uint8_t> to_bytes(const std::vector<uint32_t>& values);
 /// What memory holds, by its addresses, 16 bytes each.
 Members lines_of(std::span<const uint8_t> bytes, uint32_t address);
-inline const char* on_or_off(bool on)
+/// As people read it.
+std::string shown(const Value& value);
+inline Value on_or_off(bool on)
 {
-    return on ? "on" : "off";
+    return Value::shown_as(on ? "on" : "off", on);
 }
 
 // Each declares its commands.

@@ -156,8 +156,8 @@ void add_order(Command& parent, Arguments& arguments, const Order& row)
         add_choice(command, "STATE", state.get(), {"on", "off"}, "on or off").required();
     set_writing_action(command, arguments, [&row, state](Session& session) {
         session.order(
-            row.title, row.done != nullptr ? row.done : *state, row.summary,
-            [&] { return row.run(session.device(), *state == "on"); }, row.cost);
+            row.title, row.done != nullptr ? Value(row.done) : on_or_off(*state == "on"),
+            row.summary, [&] { return row.run(session.device(), *state == "on"); }, row.cost);
     });
 }
 

@@ -37,22 +37,27 @@ std::string state_of(const Pins& pins, uint32_t index)
     return (pins.high >> index & 1) != 0 ? "high" : "low";
 }
 
+std::string name_of(uint32_t index)
+{
+    return "gpio_" + std::to_string(index);
+}
+
 void print_pins(Session& session)
 {
     const Pins pins = read_pins(session);
     Members values;
     for (uint32_t index = 0; index < kPinCount; ++index)
-        values.push_back({"gpio_" + std::to_string(index), state_of(pins, index)});
+        values.push_back({name_of(index), state_of(pins, index)});
     session.print(values);
 }
 
-void set_pin(Session& session, uint32_t index, const std::string& level)
+void run_pin(Session& session, uint32_t index, const std::string& level)
 {
     const auto pin = static_cast<int32_t>(index);
     const int32_t value = level == "high" ? GPIO_HIGH : GPIO_LOW;
-    session.make({.name = "gpio_" + std::to_string(index),
+    session.make({.name = name_of(index),
                   .read = [&] { return state_of(read_pins(session), index); },
-                  .wanted = level,
+                  .wanted = level.empty() ? Value() : level,
                   .doing = "setting the pin",
                   .write = [&] { return XU_GpioSet(session.device(), pin, value); },
                   .cost = pin_change(index) + register_read(kPinRegisterCount)});
@@ -63,21 +68,19 @@ void set_pin(Session& session, uint32_t index, const std::string& level)
 void add_gpio_command(Command& app, Arguments& arguments)
 {
     struct Options {
-        uint32_t index = 0;
+        std::optional<uint32_t> index;
         std::string level;
     };
     Command& command =
-        add_command(app, "gpio", "Drive a pin of the controller, or show all", "5 high");
+        add_command(app, "gpio", "Drive a pin of the controller, or show one or all", "5 high");
     const auto options = std::make_shared<Options>();
-    Option& index =
-        add_number(command, "INDEX", &options->index, 0, kPinCount - 1, "Pin; without: show all");
-    Option& level = add_choice(command, "LEVEL", &options->level, {"high", "low"}, "high or low");
-    index.needing(level);
+    add_number(command, "INDEX", &options->index, 0, kPinCount - 1, "Pin; without: show all");
+    add_choice(command, "LEVEL", &options->level, {"high", "low"}, "high or low; without: show it");
     set_writing_action(command, arguments, [options](Session& session) {
-        if (options->level.empty()) {
-            print_pins(session);
+        if (options->index) {
+            run_pin(session, *options->index, options->level);
         } else {
-            set_pin(session, options->index, options->level);
+            print_pins(session);
         }
     });
 }

@@ -76,29 +76,33 @@ int32_t set_bitrate(NyDevice* device, const Numbers& numbers)
     return H264SetBitrate(device, &layers);
 }
 
-std::string mode_text(const Numbers& numbers)
+Value mode_value(const Numbers& numbers)
 {
     const uint32_t mode = numbers[1];
-    return mode >= 1 && mode <= kModes.size() ? kModes[mode - 1] : format("0x%02X", mode);
+    return mode >= 1 && mode <= kModes.size() ? Value(kModes[mode - 1]) : Value(mode);
 }
 
-std::string bitrate_text(const Numbers& numbers)
+Value bitrate_value(const Numbers& numbers)
 {
-    return format("peak %u, average %u bit/s", numbers[1], numbers[2]);
+    return Value::shown_as(format("peak %u, average %u bit/s", numbers[1], numbers[2]),
+                           Members{{"layer", numbers[0]},
+                                   {"peak_bit_per_s", numbers[1]},
+                                   {"average_bit_per_s", numbers[2]}});
 }
 
-std::string qp_text(const Numbers& numbers)
+Value qp_value(const Numbers& numbers)
 {
-    return format("frame types %u, %u to %u", numbers[1], numbers[2], numbers[3]);
+    return Value::shown_as(
+        format("frame types %u, %u to %u", numbers[1], numbers[2], numbers[3]),
+        Members{{"frame_types", numbers[1]}, {"least_qp", numbers[2]}, {"most_qp", numbers[3]}});
 }
 
-/// One of the numbers, on the command line and where all are shown.
+/// One of the numbers, on the command line.
 struct Field {
     const char* argument;
     const char* help;
     uint32_t least;
     uint32_t most;
-    const char* title;
 };
 
 /// A setting that each layer has of its own: a mode, or numbers.
@@ -110,23 +114,22 @@ struct Control {
     const char* what; ///< in messages
     int32_t (*get)(NyDevice*, Numbers&);
     int32_t (*set)(NyDevice*, const Numbers&);
-    std::string (*text)(const Numbers&);
+    Value (*value)(const Numbers&);
     std::vector<Field> fields;
-    bool shows_layer = false; ///< also where it is the one that was asked for
 };
 
 // clang-format off
 const Control kRateControl =
-    {"rate-control", "Set how the bitrate is kept, or ask",  "vbr",             "rate_control", "rate control", get_bytes<H264GetRateCtrlMode>, set_bytes<H264SetRateCtrlMode>, mode_text, {}};
+    {"rate-control", "Set how the bitrate is kept, or ask",  "vbr",             "rate_control", "rate control", get_bytes<H264GetRateCtrlMode>, set_bytes<H264SetRateCtrlMode>, mode_value, {}};
 const Control kBitrate =
-    {"bitrate",      "Set peak and average bitrate, or ask", "4000000 2000000", "bitrate",      "bitrate",      get_bitrate,                    set_bitrate,                    bitrate_text,
-     {{"PEAK",    "bit/s; without: ask", 1, kMost32, "peak_bit_per_s"},
-      {"AVERAGE", "bit/s",               1, kMost32, "average_bit_per_s"}}, true};
+    {"bitrate",      "Set peak and average bitrate, or ask", "4000000 2000000", "bitrate",      "bitrate",      get_bitrate,                    set_bitrate,                    bitrate_value,
+     {{"PEAK",    "bit/s; without: ask", 1, kMost32},
+      {"AVERAGE", "bit/s",               1, kMost32}}};
 const Control kQp =
-    {"qp",           "Set the bounds of QP, or ask",         "7 20 40",         "qp",           "QP steps",     get_bytes<H264GetQpSteps>,      set_bytes<H264SetQpSteps>,      qp_text,
-     {{"TYPES", "Sum of 1 = I, 2 = P, 4 = B frames; without: ask", 1, kMostFrameTypes, "frame_types"},
-      {"LEAST", "Least QP", 0, kMostQp, "least_qp"},
-      {"MOST",  "Most QP",  0, kMostQp, "most_qp"}}};
+    {"qp",           "Set the bounds of QP, or ask",         "7 20 40",         "qp",           "QP steps",     get_bytes<H264GetQpSteps>,      set_bytes<H264SetQpSteps>,      qp_value,
+     {{"TYPES", "Sum of 1 = I, 2 = P, 4 = B frames; without: ask", 1, kMostFrameTypes},
+      {"LEAST", "Least QP", 0, kMostQp},
+      {"MOST",  "Most QP",  0, kMostQp}}};
 // clang-format on
 
 void check(Session& session, const std::string& doing, int32_t status)
@@ -141,21 +144,14 @@ void check(Session& session, const std::string& doing, int32_t status)
 }
 
 /// As it is read, which is of a layer that the camera chooses.
-std::string setting_text(const Control& control, const Numbers& numbers, const H264Options& options)
+Value setting_value(const Control& control, const Numbers& numbers, const H264Options& options)
 {
-    const std::string text = control.text(numbers);
+    Value value = control.value(numbers);
     const unsigned layer = numbers[0];
-    return layer == options.layer.value_or(0) ? text : text + format(" (layer %u)", layer);
-}
-
-void show_numbers(Session& session, const Control& control, const Numbers& numbers)
-{
-    Members values;
-    if (control.shows_layer)
-        values.push_back({"layer", numbers[0]});
-    for (size_t i = 0; i < control.fields.size(); ++i)
-        values.push_back({control.fields[i].title, numbers[1 + i]});
-    session.print(values);
+    if (layer == options.layer.value_or(0))
+        return value;
+    const std::string text = shown(value) + format(" (layer %u)", layer);
+    return Value::shown_as(text, std::move(value));
 }
 
 void run_control(Session& session, const Control& control, const H264Options& options)
@@ -166,12 +162,10 @@ void run_control(Session& session, const Control& control, const H264Options& op
               control.get(session.device(), numbers));
         return numbers;
     };
-    if (!options.is_set() && !control.fields.empty())
-        return show_numbers(session, control, read());
     const Numbers wanted = options.wanted(kModes, 1);
     session.make({.name = control.title,
-                  .read = [&] { return setting_text(control, read(), options); },
-                  .wanted = options.is_set() ? setting_text(control, wanted, options) : Value(),
+                  .read = [&] { return setting_value(control, read(), options); },
+                  .wanted = options.is_set() ? setting_value(control, wanted, options) : Value(),
                   .doing = std::string("setting the ") + control.what,
                   .write = [&] { return control.set(session.device(), wanted); },
                   .cost = kControlChange});

@@ -36,14 +36,19 @@ int32_t call_when_idle(const std::string& doing, Call call)
     }
 }
 
-std::string state_of(Session& session, uint8_t index)
+Value shown(uint8_t state)
+{
+    return Value::shown_as(format("0x%02X", state), state);
+}
+
+Value state_of(Session& session, uint8_t index)
 {
     uint8_t state = 0;
     const std::string doing = "reading the LED";
     session.check(doing, call_when_idle(doing, [&] {
                       return XU_LedStatusGet(session.device(), index, &state);
                   }));
-    return format("0x%02X", state);
+    return shown(state);
 }
 
 int32_t set_when_idle(Session& session, uint8_t index, uint8_t state)
@@ -57,7 +62,7 @@ void run_led(Session& session, uint8_t index, std::optional<uint32_t> wanted)
     const auto state = static_cast<uint8_t>(wanted.value_or(0));
     session.make({.name = format("led_%u", index),
                   .read = [&] { return state_of(session, index); },
-                  .wanted = wanted ? Value(format("0x%02X", state)) : Value(),
+                  .wanted = wanted ? shown(state) : Value(),
                   .doing = "setting the LED",
                   .write = [&] { return set_when_idle(session, index, state); },
                   .cost = register_change() + kTakenUp + register_read(1)});

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The on-screen display.
+#include "features/color.h"
 #include "features/setting.h"
 #include "terminal/failure.h"
 #include "terminal/text.h"
@@ -29,6 +30,7 @@ struct OsdOptions {
     uint32_t index = 0;
     std::optional<std::string> text; ///< "" clears
     std::vector<uint32_t> bytes;
+    std::vector<std::string> colors;
 };
 
 /// Two switches have a bit in a register. Any camera has the register, but without an on-screen
@@ -120,12 +122,13 @@ std::string refuse_time(const std::string& text)
 void show_datetime(Session& session)
 {
     const OsdDatetime record = datetime_of(session);
-    uint32_t shown = 0;
-    session.check("reading the on-screen display", read_datetime_shown(session.device(), &shown));
+    uint32_t shown_now = 0;
+    session.check("reading the on-screen display",
+                  read_datetime_shown(session.device(), &shown_now));
     session.print({{"datetime", iso_time(record)},
                    {"column", record.data[6]},
                    {"row", record.data[7]},
-                   {"shown", on_or_off(shown != 0)}});
+                   {"shown", on_or_off(shown_now != 0)}});
 }
 
 void set_datetime(Session& session, const OsdOptions& options)
@@ -166,7 +169,8 @@ void run_string(Session& session, const OsdOptions& options)
 /// Records of nine bytes that are read and written as a whole.
 template <typename Record>
 void run_record(Session& session, const char* name, int32_t (*get)(NyDevice*, Record*),
-                int32_t (*set)(NyDevice*, const Record*), const std::vector<uint32_t>& wanted)
+                int32_t (*set)(NyDevice*, const Record*), const std::vector<uint8_t>& wanted,
+                Value (*value)(const std::vector<uint8_t>&))
 {
     const std::string doing = std::string("the on-screen ") + name;
     const auto bytes_of = [](const Record& record) {
@@ -178,13 +182,40 @@ void run_record(Session& session, const char* name, int32_t (*get)(NyDevice*, Re
         return bytes_of(record);
     };
     Record record{};
-    std::ranges::copy(to_bytes(wanted), record.data);
+    std::ranges::copy(wanted, record.data);
     session.make({.name = name,
-                  .read = read,
-                  .wanted = wanted.empty() ? Value() : bytes_of(record),
+                  .read = [&] { return value(read()); },
+                  .wanted = wanted.empty() ? Value() : value(bytes_of(record)),
                   .doing = "setting " + doing,
                   .write = [&] { return set(session.device(), &record); },
                   .cost = kRecordChange});
+}
+
+Value window_value(const std::vector<uint8_t>& record)
+{
+    return record;
+}
+
+/// Of text, its background and windows.
+Value colors_value(const std::vector<uint8_t>& record)
+{
+    Members members;
+    std::string text;
+    for (const char* part : {"text", "background", "windows"}) {
+        const auto at = record.begin() + 3 * std::ssize(members);
+        const Value color = value_of(Color{at[0], at[1], at[2]});
+        text += (text.empty() ? "" : ", ") + std::string(part) + " " + color.text();
+        members.push_back({part, color});
+    }
+    return Value::shown_as(text, members);
+}
+
+std::vector<uint8_t> color_record(const std::vector<std::string>& colors)
+{
+    std::vector<uint8_t> record;
+    for (const std::string& text : colors)
+        std::ranges::copy(parse_color(text).value(), std::back_inserter(record));
+    return record;
 }
 
 /// The display has a picture of each printable character of ASCII, and of no other.
@@ -238,7 +269,7 @@ void add_records(Command& osd, Arguments& arguments, const SharedOsd& options)
         window, arguments,
         [options](Session& session) {
             run_record<OsdWindow>(session, "window", XU_OsdGetWindow, XU_OsdSetWindow,
-                                  options->bytes);
+                                  to_bytes(options->bytes), window_value);
         },
         [options] {
             if (!options->bytes.empty() && options->bytes[0] > kLastWindow) {
@@ -247,14 +278,15 @@ void add_records(Command& osd, Arguments& arguments, const SharedOsd& options)
             }
         });
 
-    Command& colour =
-        add_command(osd, "color", "Set the colours, or ask", "235 128 128 16 128 128 81 90 240");
-    colour
-        .number("VALUES", &options->bytes, kByteRange,
-                "Y Cb Cr of text, its background and windows")
-        .times(9, 9);
-    set_writing_action(colour, arguments, [options](Session& session) {
-        run_record<OsdColor>(session, "color", XU_OsdGetColor, XU_OsdSetColor, options->bytes);
+    Command& color = add_command(osd, "color", "Set the colours, or ask", "white black C00000");
+    color
+        .text("COLORS", &options->colors,
+              "Of text, its background and windows: names, RRGGBB, or Y,Cb,Cr")
+        .refused(refuse_color)
+        .times(3, 3);
+    set_writing_action(color, arguments, [options](Session& session) {
+        run_record<OsdColor>(session, "color", XU_OsdGetColor, XU_OsdSetColor,
+                             color_record(options->colors), colors_value);
     });
 }
 

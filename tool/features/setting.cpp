@@ -19,9 +19,9 @@ struct Wanted {
 
 Value value_of(const Form& form, uint32_t number)
 {
-    if (!form.words.empty())
-        return form.words.rbegin()[std::min<ptrdiff_t>(number, std::ssize(form.words) - 1)];
-    return form.is_hex ? Value(format("0x%02X", number)) : Value(number);
+    if (form.words == kOnOff.words)
+        return on_or_off(number != 0);
+    return form.is_hex ? Value::shown_as(format("0x%02X", number), number) : Value(number);
 }
 
 void add_argument(Command& command, const Form& form, Wanted& wanted)

@@ -23,4 +23,10 @@ Value& Value::operator=(const Value& other) = default;
 Value& Value::operator=(Value&& other) noexcept = default;
 Value::~Value() = default;
 
+Value Value::shown_as(std::string text, Value value)
+{
+    value.text_ = std::move(text);
+    return value;
+}
+
 } // namespace tool

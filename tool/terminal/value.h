@@ -45,11 +45,16 @@ public:
     Value& operator=(Value&& other) noexcept;
     ~Value();
 
+    /// What people read of it where JSON has the number, the truth or the members.
+    static Value shown_as(std::string text, Value value);
+
     const Content& content() const { return content_; }
+    const std::string& text() const { return text_; } ///< "": as its content says
     bool is_nothing() const { return content_.index() == 0; }
 
 private:
     Content content_;
+    std::string text_;
 };
 
 struct Member {
