@@ -106,6 +106,12 @@ Option& Option::offering_files()
     return *this;
 }
 
+Option& Option::naming_commands()
+{
+    names_commands = true;
+    return *this;
+}
+
 bool Option::takes_value() const
 {
     return !alone &&

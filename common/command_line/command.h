@@ -51,6 +51,8 @@ struct Option {
     /// What a shell completes its value with, beside its choices.
     Option& offering(std::function<Words()> words);
     Option& offering_files();
+    /// The values are a command of the program, word by word.
+    Option& naming_commands();
 
     bool is_argument() const { return !names.front().starts_with('-'); }
     bool takes_value() const;
@@ -70,6 +72,7 @@ struct Option {
     Refusal refusal;
     std::function<Words()> offered;
     bool offers_files = false;
+    bool names_commands = false;
     bool is_required = false;
     int fewest = 1; ///< values of an argument
     int most = 1;

@@ -27,9 +27,9 @@ public:
             pending_ = option != nullptr && option->takes_value() ? option : nullptr;
         } else if (const Command* below = command_->command_named(word)) {
             command_ = below;
-            arguments_passed_ = 0;
+            arguments_.clear();
         } else {
-            ++arguments_passed_;
+            arguments_.push_back(word);
         }
     }
 
@@ -93,8 +93,22 @@ private:
         std::ranges::for_each(option.choices, [&](const std::string& word) { offer(word); });
         if (option.offered)
             std::ranges::for_each(option.offered(), [&](const std::string& word) { offer(word); });
+        if (option.names_commands)
+            offer_commands();
         if (option.offers_files)
             found_.emplace_back(kFiles);
+    }
+
+    /// Those below the command that the arguments name so far.
+    void offer_commands()
+    {
+        const Command* command = &program_;
+        for (const std::string& name : arguments_)
+            command = command != nullptr ? command->command_named(name) : nullptr;
+        if (command == nullptr)
+            return;
+        for (const Command& below : command->commands())
+            offer(below.name());
     }
 
     void offer_options()
@@ -105,7 +119,7 @@ private:
 
     void offer_argument()
     {
-        int passed = arguments_passed_;
+        auto passed = std::ssize(arguments_);
         for (const Option& option : command_->options()) {
             if (!option.is_argument())
                 continue;
@@ -118,7 +132,7 @@ private:
     const Program& program_;
     const Command* command_;
     const Option* pending_ = nullptr; ///< waits for its value
-    int arguments_passed_ = 0;
+    Words arguments_; ///< that have been passed
     std::string prefix_; ///< what the values of "--option=" stand behind
     Words found_;
 };

@@ -23,8 +23,11 @@ constexpr unsigned kDeepestQueue = 64;
 command_line::Words names_of_cameras()
 {
     command_line::Words names;
-    for (const CameraEntry& entry : list_cameras())
-        names.push_back(entry.serial.empty() ? entry.port_path : entry.serial);
+    for (const CameraEntry& entry : list_cameras()) {
+        if (!entry.serial.empty())
+            names.push_back(entry.serial);
+        names.push_back(entry.port_path);
+    }
     return names;
 }
 

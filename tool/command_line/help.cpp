@@ -194,7 +194,7 @@ void add_help_command(Command& app, Arguments& arguments)
 {
     Command& help = add_command(app, "help", "Explain a command", "osd string");
     const auto words = std::make_shared<command_line::Words>();
-    help.text("COMMAND", words.get(), "Command to explain; without: the program");
+    help.text("COMMAND", words.get(), "Command to explain; without: the program").naming_commands();
     help.does([&app, words, &arguments] { print_help(app, *words, arguments.json); });
 }
 

@@ -52,7 +52,7 @@ bool poll(Session& session)
 
 void print_poll(Session& session, bool motion)
 {
-    session.print({{"motion", motion ? "yes" : "no"}});
+    session.print({{"motion", Value::shown_as(motion ? "yes" : "no", motion)}});
 }
 
 /// Speaks when there is motion, so that a day without is an empty page.
