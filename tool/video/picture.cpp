@@ -71,8 +71,10 @@ bool decode(jpeg_decompress_struct& decoder, JpegErrors& errors, std::span<const
 
 Picture picture_of_yuyv(uint32_t width, uint32_t height, std::span<const uint8_t> yuyv)
 {
-    Picture picture{width, height, std::vector<uint8_t>(yuyv.size() / 2 * 3)};
-    for (size_t i = 0; i < yuyv.size() / 4; ++i) {
+    // A frame may be shorter or longer than its size says: the rest stays black, or is left out.
+    const size_t pixels = size_t{width} * height;
+    Picture picture{width, height, std::vector<uint8_t>(pixels * 3)};
+    for (size_t i = 0; i < std::min(pixels / 2, yuyv.size() / 4); ++i) {
         const uint8_t* pair = &yuyv[4 * i];
         put_rgb(&picture.rgb[6 * i], pair[0], pair[1], pair[3]);
         put_rgb(&picture.rgb[6 * i + 3], pair[2], pair[1], pair[3]);

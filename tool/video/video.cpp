@@ -67,6 +67,19 @@ static bool is_named(const NyStreamFormat& format, const std::string& wanted)
     });
 }
 
+/// "YUYV, MJPEG"; a camera lists the sizes of a format in a row.
+static std::string names_of(const std::vector<NyStreamFormat>& formats)
+{
+    std::string names;
+    uint32_t last = 0;
+    for (const NyStreamFormat& format : formats) {
+        if (names.empty() || format.fourcc != last)
+            names += (names.empty() ? "" : ", ") + format_name(format.fourcc);
+        last = format.fourcc;
+    }
+    return names;
+}
+
 nyxus::VideoFormat video_format(Session& session, const VideoOptions& options)
 {
     const std::vector<NyStreamFormat> formats = list_formats(session);
@@ -75,8 +88,8 @@ nyxus::VideoFormat video_format(Session& session, const VideoOptions& options)
         formats, [&](const NyStreamFormat& format) { return is_named(format, wanted); });
     if (found == formats.end() && !options.format.empty()) {
         throw Failure(kExitNotSupported, session.camera.name() + " streams no " +
-                                             in_quotes(options.format) +
-                                             "; 'nyxus formats' lists what it streams");
+                                             in_quotes(options.format) + "; it streams " +
+                                             names_of(formats));
     }
     nyxus::VideoFormat format;
     format.fourcc = (found == formats.end() ? formats.begin() : found)->fourcc;
@@ -115,7 +128,20 @@ End receive(Session& session, nyxus::Stream& stream, Clock::time_point end,
     return how;
 }
 
-static Failure start_failure(const nyxus::VideoFormat& format, const nyxus::Status& status)
+/// "640x480, 320x240": the sizes that the camera has of a format.
+static std::string sizes_of(Session& session, uint32_t fourcc)
+{
+    std::string sizes;
+    for (const NyStreamFormat& format : list_formats(session)) {
+        if (format.fourcc == fourcc)
+            sizes +=
+                (sizes.empty() ? "" : ", ") + tool::format("%ux%u", format.width, format.height);
+    }
+    return sizes;
+}
+
+static Failure start_failure(Session& session, const nyxus::VideoFormat& format,
+                             const nyxus::Status& status)
 {
     std::string text = tool::format("cannot stream %ux%u as ", format.width, format.height) +
                        format_name(format.fourcc);
@@ -125,7 +151,8 @@ static Failure start_failure(const nyxus::VideoFormat& format, const nyxus::Stat
         return usb_failure(text, LIBUSB_ERROR_NO_DEVICE);
     if (status.code() != UVC_ERROR_INVALID_MODE)
         return {kExitFailure, text + ": " + printable(status.message())};
-    text += ": the camera does not offer that; 'nyxus formats' lists what it offers";
+    text += ": the camera does not offer that; 'nyxus formats' lists what it offers (sizes: " +
+            sizes_of(session, format.fourcc) + ")";
     if (format.fps != 0)
         text += ", and without --fps it chooses the rate";
     return {kExitNotSupported, text};
@@ -135,7 +162,7 @@ nyxus::Stream start_stream(Session& session, const nyxus::VideoFormat& format)
 {
     auto stream = nyxus::Stream::start(session.camera, format);
     if (!stream)
-        throw start_failure(format, stream.status());
+        throw start_failure(session, format, stream.status());
     return std::move(*stream);
 }
 
