@@ -69,7 +69,11 @@ Bench::Bench(const sim::CameraModel& model, std::vector<uint8_t> rom)
 
 engine::Camera Bench::open(engine::Use use)
 {
-    auto camera = engine::Camera::open(*nyxus::find_camera(), use);
+    // The bus before had its camera at the same address, and libusb may hear only now that it went.
+    auto found = nyxus::find_camera();
+    if (!found)
+        found = nyxus::find_camera();
+    auto camera = engine::Camera::open(*found, use);
     EXPECT_TRUE(camera) << camera.status().text();
     hold_device(*camera);
     return *std::move(camera);
