@@ -239,7 +239,7 @@ private:
     void finish(ExitCode code)
     {
         if (arguments_.json)
-            return display_.put_event(json_summary(code));
+            return display_.put_result(json_summary(code));
         if (draws()) {
             display_.show({});
             for (const Job& job : jobs_)

@@ -19,9 +19,9 @@ void tell_result(Console& console, Result& result)
     result.take_time();
     console.drain();
     Display& display = console.display();
-    display.set_last_line(nullptr);
     if (display.tells_events())
-        display.put_event(json_line(result));
+        display.put_result(json_line(result));
+    display.set_last_line(nullptr);
 }
 
 } // namespace

@@ -32,12 +32,12 @@ ExitCode run_once(Console& console, const Arguments& arguments)
     } catch (const Failure& failure) {
         console.drain();
         display.show({});
-        display.set_last_line(nullptr);
         if (arguments.json && !display.tells_events()) {
             Members line = arguments.turn ? json_of_place(*arguments.turn) : Members();
             line.push_back({"error", json_of(failure)});
-            display.say(json_line(line)); // perhaps in the place of events
+            display.put_result(json_line(line)); // perhaps in the place of events
         }
+        display.set_last_line(nullptr);
         const std::string place = arguments.turn ? arguments.turn->port_path + ": " : "";
         display.warn("nyxus: " + place + failure.text());
         return failure.code();
@@ -64,6 +64,8 @@ ExitCode run_for_each(Console& console, const Arguments& arguments, const Run& r
 {
     ExitCode code = kExitOk;
     for (const CameraEntry& camera : every_camera(console, arguments)) {
+        if (console.was_interrupted_late())
+            return kExitInterrupted;
         Arguments single = arguments;
         single.run = run;
         single.camera = camera.port_path;

@@ -48,9 +48,10 @@ Console::~Console()
     nyxus_set_line_callback(nullptr, nullptr, nullptr);
     (void)eventfd_write(over_.get(), 1);
     thread_.join();
+    const bool is_over = display_.has_put_result(); // its exit code holds
     for (const int signal : kInterrupts) {
         if (sigismember(&taken_, signal) == 1)
-            std::signal(signal, SIG_DFL);
+            std::signal(signal, is_over ? SIG_IGN : SIG_DFL);
     }
     pthread_sigmask(SIG_UNBLOCK, &taken_, nullptr);
     drain();
@@ -166,15 +167,21 @@ void Console::interrupt()
     }
 }
 
-/// Says so, with what that means, and gives the cameras back.
+/// Says so, with what that means, and gives the cameras back. After the result the program ends by
+/// itself, with the exit code that stands in it.
 void Console::end_program(ExitCode code, const std::string& text)
 {
+    is_late_ = display_.has_put_result();
+    if (is_late_)
+        return;
     pthread_sigmask(SIG_UNBLOCK, &taken_, nullptr);
     const std::lock_guard lock(outlook_mutex_);
     const std::string separator = code == kExitInterrupted ? ": " : "; ";
     const std::string whole = text + (meaning_.empty() ? "" : separator + meaning_);
     const bool is_said = code != kExitInterrupted || !meaning_.empty();
-    display_.say_last(is_said ? "nyxus: " + whole + "\n" : "", {code, whole}, rom_);
+    is_late_ = !display_.say_last(is_said ? "nyxus: " + whole + "\n" : "", {code, whole}, rom_);
+    if (is_late_)
+        return;
     engine::give_cameras_back();
     _exit(code);
 }

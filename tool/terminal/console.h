@@ -52,6 +52,9 @@ public:
     /// Back to ending at once.
     void stop_postponing() { postpone_interrupts("", std::stop_source(std::nostopstate)); }
 
+    /// An interrupt has come after a result, and has ended nothing.
+    bool was_interrupted_late() const { return is_late_; }
+
 private:
     static void take_line(NyDevice* device, uint32_t kind, const char* text, size_t length,
                           void* console);
@@ -61,11 +64,12 @@ private:
     void wait_for_events();
     void tick();
     void interrupt();
-    [[noreturn]] void end_program(ExitCode code, const std::string& text);
+    void end_program(ExitCode code, const std::string& text);
 
     const int verbosity_;
     const std::chrono::seconds patience_;
     std::atomic<bool> patient_ = false;
+    std::atomic<bool> is_late_ = false;
     std::atomic<std::chrono::steady_clock::time_point> latest_sign_ =
         std::chrono::steady_clock::now();
     Display display_;

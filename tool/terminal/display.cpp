@@ -197,17 +197,38 @@ bool Display::is_listened_to() const
 void Display::set_last_line(LastLine last_line)
 {
     const std::lock_guard lock(mutex_);
+    has_put_result_ = has_put_result_ && !last_line;
     last_line_ = std::move(last_line);
 }
 
-void Display::say_last(const std::string& warning, const Failure& failure, RomContents rom)
+void Display::put_result(const std::string& json)
+{
+    const std::lock_guard lock(mutex_);
+    put_line(out_.get(), json);
+    last_line_ = nullptr;
+    has_put_result_ = true;
+}
+
+bool Display::has_put_result() const
+{
+    const std::unique_lock lock(mutex_, kPatience);
+    return lock && has_put_result_;
+}
+
+bool Display::say_last(const std::string& warning, const Failure& failure, RomContents rom)
 {
     ending_ = true;
-    (void)mutex_.try_lock_for(kPatience); // for good
+    const bool is_held = mutex_.try_lock_for(kPatience); // for good
+    if (is_held && has_put_result_) {
+        ending_ = false;
+        mutex_.unlock();
+        return false;
+    }
     (void)files::write_before_end(out_.get(), erasure());
     (void)files::write_before_end(err_.get(), warning);
     if (last_line_)
         (void)files::write_before_end(out_.get(), last_line_(failure, rom) + "\n");
+    return true;
 }
 
 std::string Display::output_complaint() const

@@ -78,9 +78,12 @@ public:
     /// What an end in the middle still puts on standard output.
     using LastLine = std::function<std::string(const Failure&, RomContents)>;
     void set_last_line(LastLine last_line);
+    /// The event that ends a command. What comes later is too late to end it in the middle.
+    void put_result(const std::string& json);
+    bool has_put_result() const;
     /// Says so before the process ends in the middle; nobody else says anything afterwards.
-    /// A reader that has stopped does not keep it.
-    void say_last(const std::string& warning, const Failure& failure, RomContents rom);
+    /// A reader that has stopped does not keep it. False, and nothing is said, after the result.
+    bool say_last(const std::string& warning, const Failure& failure, RomContents rom);
     /// Why not everything has reached standard output; "" when it has. The work goes on without it.
     std::string output_complaint() const;
 
@@ -112,6 +115,7 @@ private:
     size_t drawn_rows_ = 0; ///< on the terminal now
     Clock::time_point drawn_;
     LastLine last_line_;
+    bool has_put_result_ = false;
 };
 
 } // namespace tool
