@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <algorithm>
 #include <fstream>
+#include <sstream>
 
 using namespace test;
 
@@ -126,6 +127,24 @@ bool has_second_image_in_rom(const Bench& bench)
 /// Programming gets no further than this write, the second request for the address after the erase.
 constexpr char kProgrammingStays[] =
     R"([{"when": {"rom_address": "0x3000", "request": "SET_CUR", "count": 2}, "do": "no-answer"}])";
+
+TEST(Interrupt, AfterTheResultLeavesItsExitCode)
+{
+    const Bench bench;
+    const Outcome outcome =
+        bench.shell("willow-eeprom",
+                    "set -m; mkfifo \"$PIPE\"\nfor i in 1 2 3 4 5 6 7 8; do\n"
+                    "\"$NYXUS\" erase --yes --json >\"$PIPE\" 2>\"$ERR\" & pid=$!\n"
+                    "{ read -r line; for s in INT TERM HUP INT; do kill -$s $pid 2>\"$ERR\"; done; "
+                    "} <\"$PIPE\"\n"
+                    "wait $pid; echo \"$? ${line##*exit_code}\"\ndone",
+                    {{"PIPE", bench.path("pipe")}, {"ERR", bench.path("err")}});
+    std::istringstream lines(outcome.out);
+    int told = 0;
+    for (std::string line; std::getline(lines, line); ++told)
+        EXPECT_TRUE(line.starts_with("12 \":12,")) << line; // an EEPROM cannot be erased
+    EXPECT_EQ(told, 8) << outcome.out << outcome.err;
+}
 
 TEST(Interrupt, TakesEffectAtASafePoint)
 {
