@@ -132,8 +132,8 @@ private:
     const Program& program_;
     const Command* command_;
     const Option* pending_ = nullptr; ///< waits for its value
-    Words arguments_; ///< that have been passed
-    std::string prefix_; ///< what the values of "--option=" stand behind
+    Words arguments_;                 ///< that have been passed
+    std::string prefix_;              ///< what the values of "--option=" stand behind
     Words found_;
 };
 

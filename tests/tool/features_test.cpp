@@ -370,6 +370,8 @@ TEST(Features, FormatsAndControlsAreThoseOfTheCamera)
         {
             {"formats", 0, "MJPEG   1920x1080  30, 15 frames per second\n"},
             {"formats --json", 0, "\"format\": \"YUYV\""},
+            {"stream --format h264", 12, "streams no 'h264'; it streams MJPEG, YUYV\n"},
+            {"stream --size 64x64", 12, "(sizes: 640x480, "},
             {"control list", 0, "white_balance           4600    2800 to 6500 in steps of 10"},
             {"control set brightness -20", 0, "brightness: 0 -> -20\n"},
             {"control set zoom 205", 0, "zoom: 100 -> 200\n"}, // a step
