@@ -370,7 +370,7 @@ TEST(Features, FormatsAndControlsAreThoseOfTheCamera)
         {
             {"formats", 0, "MJPEG   1920x1080  30, 15 frames per second\n"},
             {"formats --json", 0, "\"format\": \"YUYV\""},
-            {"stream --format h264", 12, "streams no 'h264'; it streams MJPEG, YUYV\n"},
+            {"stream --format h264", 12, "streams no 'h264'; it streams YUYV, MJPEG\n"},
             {"stream --size 64x64", 12, "(sizes: 640x480, "},
             {"control list", 0, "white_balance           4600    2800 to 6500 in steps of 10"},
             {"control set brightness -20", 0, "brightness: 0 -> -20\n"},
