@@ -133,9 +133,9 @@ static std::string sizes_of(Session& session, uint32_t fourcc)
 {
     std::string sizes;
     for (const NyStreamFormat& format : list_formats(session)) {
-        if (format.fourcc == fourcc)
-            sizes +=
-                (sizes.empty() ? "" : ", ") + tool::format("%ux%u", format.width, format.height);
+        if (format.fourcc != fourcc)
+            continue;
+        sizes += (sizes.empty() ? "" : ", ") + tool::format("%ux%u", format.width, format.height);
     }
     return sizes;
 }
