@@ -182,8 +182,8 @@ void Loan::forget() const
 
 void give_cameras_back()
 {
-    constexpr std::chrono::seconds kPatience{1};
-    std::unique_lock lock = hold_cameras(kPatience);
+    constexpr std::chrono::seconds kLongestWait{1};
+    std::unique_lock lock = hold_cameras(kLongestWait);
     if (!lock)
         return;
     std::ranges::for_each(open_loans, &Loan::give_back);
