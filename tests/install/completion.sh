@@ -45,6 +45,7 @@ for shell in bash zsh; do
   expect $shell ' list .* snapshot ' nyxus ''
   expect $shell ' --mfi .* --camera ' nyxus upgrade --
   expect $shell '^ high low $' nyxus gpio 5 ''
+  expect $shell '^ enable .* color ' nyxus help osd ''
   expect $shell '^ 4 8 16 32 $' nyxus upgrade --eeprom ''
   expect $shell '^  $' nyxus reset --wait ''
   expect $shell '^  $' nyxus snapshot --size ''
@@ -60,6 +61,6 @@ expect zsh '^ program: nyxus upg $' nyxus-sim run -- nyxus upg
 expect bash '^ image.bin $' nyxus-sim run -- cat im
 
 # A camera's names come from the bus.
-[ "$(nyxus-sim run --camera rowan-spi,serial=A77 -- nyxus --complete -c '')" = A77 ] ||
+[ "$(nyxus-sim run --camera rowan-spi,serial=A77 -- nyxus --complete -c '')" = $'A77\n1-1' ] ||
   { echo "the connected camera is not offered"; failures=$((failures + 1)); }
 exit $((failures > 0))
