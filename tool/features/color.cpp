@@ -79,8 +79,8 @@ std::optional<Color> parse_color(const std::string& text)
         return from_rgb(known->rgb);
     if (text.find(',') != std::string::npos)
         return parse_numbers(text);
-    const auto rgb =
-        text::bytes_from_hex(text.substr(text.starts_with('#') ? 1 : 0)); // a shell's comment
+    const auto rgb = text::bytes_from_hex(
+        text.substr(text.starts_with('#') ? 1 : 0)); // shells take it for a comment
     return rgb && rgb->size() == 3 ? std::optional(from_rgb(*rgb)) : std::nullopt;
 }
 
