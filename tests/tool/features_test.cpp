@@ -404,7 +404,11 @@ TEST(Features, MjpegBecomesAJpegOrAPng)
         {"maple-iso", "a.png", {}, 0, "\x89PNG"},
         {"rowan-spi", "c.jpg", {}, 12, "streams no 'mjpeg'"},
         {"maple-mjpeg", "c.jpg", {"--format", "yuyv"}, 2, "name it .png"},
-        {"maple-mjpeg", "c.png", {"--format", "nv12"}, 12, "streams no 'nv12'; it streams YUYV, MJPEG"},
+        {"maple-mjpeg",
+         "c.png",
+         {"--format", "nv12"},
+         12,
+         "streams no 'nv12'; it streams YUYV, MJPEG"},
     };
     for (const auto& c : cases) {
         std::vector<std::string> line = {"snapshot", bench.path(c.file)};
