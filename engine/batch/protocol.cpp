@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "protocol.h"
 
-#include <nlohmann/json.hpp>
+#include "json/json.h"
+
 #include <span>
 #include <stdexcept>
 
 namespace nyxus::engine {
 
-using Json = nlohmann::json;
+using json::Json;
 
 namespace {
 
@@ -111,21 +112,29 @@ static void from_json(const Json& json, Keep& keep)
     keep = from_text(json, Keep::kWhole);
 }
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Discard, mfi, reserved)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(UpgradeOptions, always, backup, verify, wait_s, keep, discard)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(BatchOptions, upgrade, queue_depth, eeprom_bytes, restart,
-                                   allow_downgrade, plug_wait_s, trace_level)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ImagePart, chip, firmware_bytes, mfi_bytes, serial, reports)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Order, port, options, images)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Event, phase, done, total, seconds, rom, stop_waits, text,
-                                   version, status)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Report, status, rom, up_to_date, stopped, left_unlocked, backup,
-                                   bytes, version_before, version_after, kept)
+// The library's own macro is for its other type of object, which would be compiled once more.
+#define FIELDS_OF(Type, ...)                                                       \
+    static void to_json(Json& nlohmann_json_j, const Type& nlohmann_json_t)        \
+    {                                                                              \
+        NLOHMANN_JSON_EXPAND(NLOHMANN_JSON_PASTE(NLOHMANN_JSON_TO, __VA_ARGS__))   \
+    }                                                                              \
+    static void from_json(const Json& nlohmann_json_j, Type& nlohmann_json_t)      \
+    {                                                                              \
+        NLOHMANN_JSON_EXPAND(NLOHMANN_JSON_PASTE(NLOHMANN_JSON_FROM, __VA_ARGS__)) \
+    }
+FIELDS_OF(Discard, mfi, reserved)
+FIELDS_OF(UpgradeOptions, always, backup, verify, wait_s, keep, discard)
+FIELDS_OF(BatchOptions, upgrade, queue_depth, eeprom_bytes, restart, allow_downgrade, plug_wait_s,
+          trace_level)
+FIELDS_OF(ImagePart, chip, firmware_bytes, mfi_bytes, serial, reports)
+FIELDS_OF(Order, port, options, images)
+FIELDS_OF(Event, phase, done, total, seconds, rom, stop_waits, text, version, status)
+FIELDS_OF(Report, status, rom, up_to_date, stopped, left_unlocked, backup, bytes, version_before,
+          version_after, kept)
 
-/// A name that is no UTF-8 becomes that.
 static std::string line_of(const Json& json)
 {
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+    return json::printed(json) + "\n";
 }
 
 std::string to_line(const Order& order)
@@ -148,7 +157,7 @@ std::string to_line(const Report& report)
 std::optional<Order> parse_order(const std::string& line)
 {
     try {
-        return Json::parse(line).at("order").get<Order>();
+        return json::parsed(line).at("order").get<Order>();
     } catch (const std::exception&) {
         return std::nullopt;
     }
@@ -162,7 +171,7 @@ bool is_stop(const std::string& line)
 FromHelper parse_from_helper(const std::string& line)
 {
     try {
-        const Json json = Json::parse(line);
+        const Json json = json::parsed(line);
         if (json.contains("report"))
             return json.at("report").get<Report>();
         auto event = json.get<Event>();
