@@ -66,7 +66,7 @@ int main(int argc, char** argv)
             "kernel_dump/" + std::to_string(chunk) + "/" + std::to_string(depth);
         benchmark::RegisterBenchmark(name.c_str(), measure, chunk, depth)
             ->UseManualTime()
-            ->Iterations(bench::pairs(20));
+            ->Iterations(bench::pairs(6));
     }
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();

@@ -117,7 +117,7 @@ int main(int argc, char** argv)
 {
     benchmark::RegisterBenchmark("kernel/register_read", measure)
         ->UseManualTime()
-        ->Iterations(bench::pairs(40));
+        ->Iterations(bench::pairs(6));
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
 }

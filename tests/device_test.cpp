@@ -208,9 +208,9 @@ TEST(Device, WithoutAnEventThreadItTransfersAndClosesHoweverItsCameraGoes)
          {std::optional<sim::Announce>(), std::optional(sim::Announce::kYes),
           std::optional(sim::Announce::kNo)}) {
         Camera camera{models::kRowan};
-        nyxus_set_event_thread(0);
+        EXPECT_EQ(nyxus_set_event_thread(0), 1);
         NyDevice* device = camera.create();
-        nyxus_set_event_thread(1);
+        EXPECT_EQ(nyxus_set_event_thread(1), 0);
         ASSERT_NE(device, nullptr) << nyxus_errmsg;
         EXPECT_NE(nyxus_usb_context(device), nullptr);
         uint8_t byte = 0;

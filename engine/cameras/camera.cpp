@@ -38,10 +38,15 @@ bool may_be_blank(int32_t status)
 /// Of the library's objects that this thread opens meanwhile.
 class EventThread {
 public:
-    explicit EventThread(Use use) { nyxus_set_event_thread(use == Use::kAnything ? 1 : 0); }
-    ~EventThread() { nyxus_set_event_thread(1); }
+    explicit EventThread(Use use) : before_(nyxus_set_event_thread(use == Use::kAnything ? 1 : 0))
+    {
+    }
+    ~EventThread() { nyxus_set_event_thread(before_); }
     EventThread(const EventThread&) = delete;
     EventThread& operator=(const EventThread&) = delete;
+
+private:
+    int32_t before_;
 };
 
 } // namespace

@@ -73,10 +73,11 @@ NYXUS_API int32_t nyxus_mark_device_gone(NyDevice* pDevObj);
  * a stream fails.
  *
  * @param bEventThread  0: without it; else with it
+ * @return what this thread had chosen before, 1 or 0, for those who choose it back
  *
  * Concerns DEV_CreateObjectUsb() and init_uvc_video(). Does not block. Per thread.
  */
-NYXUS_API void nyxus_set_event_thread(int32_t bEventThread);
+NYXUS_API int32_t nyxus_set_event_thread(int32_t bEventThread);
 
 /**
  * The libusb context of an object without libuvc's event thread, for asynchronous transfers on its

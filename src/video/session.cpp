@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "session.h"
+#include <utility>
 #include "safe_stop.h"
 #include "trace/failure.h"
 #include "unit.h"
@@ -14,9 +15,9 @@ static_assert(offsetof(VideoStreamParam, frame) == 16);
 /// Of the objects that this thread opens.
 static thread_local bool with_event_thread = true;
 
-void nyxus_set_event_thread(int32_t bEventThread)
+int32_t nyxus_set_event_thread(int32_t bEventThread)
 {
-    with_event_thread = bEventThread != 0;
+    return std::exchange(with_event_thread, bEventThread != 0) ? 1 : 0;
 }
 
 libusb_context* nyxus_usb_context(const NyDevice* pDevObj)
