@@ -6,7 +6,7 @@
 namespace sim {
 
 /// The descriptor that the camera's user polls: writable while a finished URB waits to be reaped,
-/// here or, handed over, with the user. It takes the place of the opened node, so that each opener
+/// here or with the user. It takes the place of the opened node, so that each opener
 /// has a readiness of its own.
 class ReadySignal {
 public:
@@ -14,9 +14,9 @@ public:
 
     int fd() const { return event_.get(); } ///< -1 when the process has no descriptor left
     void set(bool ready);
-    /// From ready to not ready, but the descriptor stays writable until release().
-    void hand_over() { ready_ = false; }
-    /// What one hand_over() has left, in whatever process.
+
+    /// The user's own: from the first URB that waits there until none does.
+    static void take(int fd);
     static void release(int fd);
 
 private:

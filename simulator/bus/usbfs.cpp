@@ -268,12 +268,14 @@ Reply UsbfsFile::submit_and_complete(Request&& request)
 {
     const bool is_control = request.header.urb_type == USBDEVFS_URB_TYPE_CONTROL;
     const bool may_come_along = is_control && request.header.first == 1 && finished_.empty();
-    const int status = submit(std::move(request));
-    if (status < 0 || !may_come_along || finished_.size() != 1)
-        return Reply::result(status);
-    ready_.hand_over();
-    Reply reply = reap();
-    reply.header.completed = 1;
+    comes_along_ = may_come_along;
+    Reply reply = Reply::result(submit(std::move(request)));
+    comes_along_ = false;
+    if (reply.header.result >= 0 && may_come_along && finished_.size() == 1) {
+        reply = reap();
+        reply.header.completed = 1;
+    }
+    update_ready();
     return reply;
 }
 

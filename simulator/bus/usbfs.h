@@ -135,11 +135,16 @@ private:
     void cancel(std::list<Urb>::iterator urb, int status);
     void cancel_all(int status);
     void cancel_interface(uint32_t interface);
-    void update_ready() { ready_.set(!finished_.empty()); }
+    void update_ready()
+    {
+        if (!comes_along_)
+            ready_.set(!finished_.empty());
+    }
 
     std::shared_ptr<UsbfsNode> node_;
     UsbCamera& camera_;
     ReadySignal ready_;
+    bool comes_along_ = false; ///< the completion of what is being submitted, if it ends at once
     std::list<Urb> pending_;
     std::deque<Urb> finished_;
     size_t finished_bytes_ = 0; ///< that wait in them

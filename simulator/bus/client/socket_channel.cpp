@@ -84,6 +84,8 @@ public:
             return gone();
         if (reply.header.completed == 0)
             return reply;
+        if (completions_.empty())
+            ReadySignal::take(ready_.get());
         completions_.push_back(std::move(reply));
         return Reply::result(0);
     }
@@ -97,7 +99,8 @@ private:
     {
         Reply reply = std::move(completions_.front());
         completions_.pop_front();
-        ReadySignal::release(ready_.get());
+        if (completions_.empty())
+            ReadySignal::release(ready_.get());
         return reply;
     }
 
