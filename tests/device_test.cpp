@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 #include <functional>
 #include <optional>
@@ -230,15 +231,23 @@ TEST(Device, WithoutAnEventThreadItClosesACameraThatGoesMeanwhile)
     nyxus_set_event_thread(0);
     ASSERT_NE(camera.create(), nullptr) << nyxus_errmsg;
     nyxus_set_event_thread(1);
-    bool has_gone = false;
+    std::atomic<bool> is_about_to_reset = false, has_gone = false;
+    std::thread hand(
+        [&] { // of its own: what waits for a lock in libuvc's place seems to have come through
+            while (!is_about_to_reset)
+                std::this_thread::yield();
+            camera.bed().unplug(camera.sim(), sim::Announce::kYes);
+        });
     before_reset = [&](libusb_device_handle* handle) {
-        camera.bed().unplug(camera.sim(), sim::Announce::kYes);
+        is_about_to_reset = true;
         while (libusb_kernel_driver_active(handle, 0) != LIBUSB_ERROR_NO_DEVICE)
             std::this_thread::yield(); // libusb's own thread has to hear of it
         has_gone = true;
     };
     camera.remove(); // would abort in libusb, which unlocks then what it has not locked
     before_reset = nullptr;
+    is_about_to_reset = true;
+    hand.join();
     EXPECT_TRUE(has_gone);
 }
 
