@@ -2,12 +2,13 @@
 # SPDX-License-Identifier: Apache-2.0
 """Prints what has been measured as tables, and puts them into a document.
 
-    report.py RESULTS DOCUMENT [--try-out]
+    report.py RESULTS DOCUMENT [--try-out] [MEASURED ...]
 
 RESULTS is the folder that run.sh fills. In DOCUMENT, all between '<!-- NAME -->' and '<!-- end -->' is
 replaced by the tables of that name. A measurement that failed has a file NAME.failed instead of
 NAME.json, whose text is told in the table's place; what was not measured in this run stays as it is.
-Where the quartiles say that the machine was not quiet, DOCUMENT is left alone, but for a try-out.
+Where the quartiles of what is MEASURED (all, if nothing is named; else the rest is older) say that the
+machine was not quiet, DOCUMENT is left alone, but for a try-out.
 """
 import datetime
 import json
@@ -67,8 +68,10 @@ class NotInThisRun(Exception):
 class Results:
     def __init__(self, folder):
         self.folder = Path(folder)
+        self.used = set()
 
     def load(self, name):
+        self.used.add(name)
         failed = self.folder / f"{name}.failed"
         if failed.exists():
             raise LookupError(failed.read_text().strip())
@@ -286,14 +289,17 @@ TOPICS = (machine, summary, transfer, null_bus, rom, real, peers, bare, kernel, 
 
 def main():
     results, document, try_out = Results(sys.argv[1]), Path(sys.argv[2]), "--try-out" in sys.argv
+    measured = set(sys.argv[3:]) - {"--try-out"}
     text = document.read_text()
     noisy = []
     for make in TOPICS:
         name = make.__name__
         widths.clear()
+        results.used.clear()
         try:
             content = make(results)
-            if widths and median(widths) > WIDEST:
+            is_new = not measured or measured & results.used
+            if is_new and widths and median(widths) > WIDEST:
                 noisy.append(f"{name}: {median(widths):.2f}")
         except NotInThisRun:
             continue

@@ -137,4 +137,4 @@ if [ -n "$quick" ]; then
     cp "${page[0]}" "$results/performance.md"
     page=("$results/performance.md" --try-out)
 fi
-/usr/bin/python3 bench/report.py "$results" "${page[@]}"
+/usr/bin/python3 bench/report.py "$results" "${page[@]}" "$@"
