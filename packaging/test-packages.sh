@@ -21,48 +21,12 @@ if [ -z "${NYXUS_OWN_MOUNTS:-}" ]; then
   NYXUS_OWN_MOUNTS=1 exec unshare --mount --propagation private "$0" "$@"
 fi
 
+. packaging/clean-system.sh
 keep=${1:-}
-root=$PWD/build/clean-system
-cache=$PWD/build/package-cache
-log=$PWD/build/clean-system.log
-clean_up() {
-  umount -lq "$root/proc" "$root/dev" "$root/sys" || true
-  [ "$keep" = --keep ] || rm -rf --one-file-system "$root"
-}
-trap clean_up EXIT
-
-step() { printf '== %s\n' "$*"; }
-
-quietly() {
-  if ! "$@" >"$log" 2>&1; then
-    tail -n 40 "$log" >&2
-    echo "'$*' failed; the end of its output is above." >&2
-    exit 1
-  fi
-}
-
-inside() { chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin DEBIAN_FRONTEND=noninteractive \
-  LC_ALL=C.UTF-8 "$@"; }
-
-as_user() { inside setpriv --reuid tester --regid tester --clear-groups \
-  env HOME=/home/tester sh -euc "cd; $1"; }
+trap '[ "$keep" = --keep ] || remove_clean_system' EXIT
 
 step "A clean Debian 12"
-mapfile -t sources < <(apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' \
-  'Created-By: Packages' 'Origin: Debian' | sort -u)
-mirror=$(printf '%s\n' "${sources[@]}" | awk '$3 == "bookworm" {print $2; exit}')
-[ -n "$mirror" ] || { echo "apt has no source for bookworm; run 'apt-get update'" >&2; exit 1; }
-rm -rf --one-file-system "$root"
-mkdir -p "$cache"
-quietly debootstrap --variant=minbase --include=ca-certificates --cache-dir="$cache" \
-  bookworm "$root" "$mirror"
-printf '%s\n' "${sources[@]}" >"$root/etc/apt/sources.list"
-apt-config dump | grep -E '^Acquire::(https?|Retries|ForceIP|Check-)' >"$root/etc/apt/apt.conf.d/90machine" || true
-cp /etc/resolv.conf "$root/etc/resolv.conf"
-mount -t proc proc "$root/proc"
-mount --rbind /dev "$root/dev"
-mount --rbind /sys "$root/sys"
-inside useradd --create-home tester
+make_clean_system
 
 step "Installing"
 mkdir "$root/packages"
