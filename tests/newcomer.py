@@ -54,7 +54,7 @@ def comparable(text, home):
     """Without what differs from machine to machine."""
     text = LIBUVC.sub("", text.replace(str(home), "/home/me"))
     text = re.sub(r"failed at 0x\w+", "failed at 0xN", text)  # a few exchanges more or less were under way
-    return re.sub(r"\d+\.\d+ (s|KiB/s)\b", r"N \1", text).splitlines()
+    return re.sub(r"\d+(?:\.\d+)? (s|[KM]iB/s)\b", r"N \1", text).splitlines()
 
 
 class Shell:

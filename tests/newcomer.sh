@@ -20,7 +20,7 @@ trap remove_clean_system EXIT
 step "A clean Debian 12"
 make_clean_system
 quietly inside apt-get -q update
-quietly inside apt-get -q -y --no-install-recommends install sudo python3-minimal
+quietly inside apt-get -q -y --no-install-recommends install sudo python3
 echo 'tester ALL=(ALL) NOPASSWD: ALL' >"$root/etc/sudoers.d/tester"
 
 step "The project"

@@ -1,87 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
-# The checks, inside the virtual machine. Each is one line, PASS or FAIL, and after a FAIL what the
-# programs said. Every program has a time limit; a process that the kernel does not let go of for
-# fifteen seconds, or an oops, ends the machine without a closing line.
+# What users and programs do with a camera, inside the virtual machine.
 # shellcheck shell=sh disable=SC2094 # a command's output goes to a file of its name
-passed=0
-failed=0
-server=
-cd /tmp || exit 1
-
-# limited SECONDS COMMAND...
-limited() {
-    seconds=$1
-    shift
-    timeout -k 5 "$seconds" "$@"
-}
-
-# check NAME FUNCTION ARGUMENTS...: what the function prints is shown if it fails
-check() {
-    name=$1
-    shift
-    if "$@" >/tmp/said 2>&1 </dev/null; then
-        passed=$((passed + 1))
-        echo "PASS  $name"
-    else
-        failed=$((failed + 1))
-        echo "FAIL  $name"
-        tail -n 25 /tmp/said | sed 's/^/      /'
-    fi
-}
-
-# eventually SECONDS COMMAND...: until it succeeds
-eventually() {
-    rest=$(($1 * 10))
-    shift
-    until "$@" >/dev/null 2>&1; do
-        rest=$((rest - 1))
-        [ $rest -gt 0 ] || { echo "waited in vain for: $*"; return 1; }
-        sleep 0.1
-    done
-}
-
-# expect CODE SECONDS COMMAND...
-expect() {
-    wanted=$1
-    shift
-    limited "$@"
-    code=$?
-    [ $code -eq "$wanted" ] || { echo "'$*' ended with $code instead of $wanted"; return 1; }
-}
-
-says() { grep -q -e "$1" "$2" || { cat "$2"; echo "no '$1' in it"; return 1; }; }
-
-# --- the camera's side
-
-start() { # nyxus-sim's arguments
-    nyxus-sim "$@" >/tmp/server 2>&1 &
-    server=$!
-}
-
-stop_server() { # SIGNAL
-    [ -n "$server" ] || return 0
-    kill "-$1" "$server"
-    wait "$server"
-    code=$?
-    server=
-    [ "$1" != TERM ] || [ $code -eq 0 ] || { cat /tmp/server; echo "nyxus-sim ended with $code"; return 1; }
-}
-
-has_cameras() { [ "$(cat /sys/bus/usb/devices/*/idVendor | grep -c 1162)" -eq "$1" ]; }
-has_video() { [ -e /dev/video0 ]; }
-
-plug() { # the cameras
-    cameras=$#
-    for camera in "$@"; do set -- "$@" --camera "$camera"; done
-    shift $cameras
-    start attach "$@"
-    { eventually 10 has_cameras $cameras && eventually 5 has_video; } ||
-        { cat /tmp/server; dmesg | tail; return 1; }
-}
-
-unplug() {
-    stop_server TERM && eventually 5 has_cameras 0
-}
+. /common.sh
 
 # --- what a user does
 
@@ -102,13 +22,6 @@ describes_itself() {
     done
 }
 
-is_bound_to() { # DRIVER
-    for interface in /sys/bus/usb/devices/1-1:1.0 /sys/bus/usb/devices/1-1:1.1; do
-        [ "$(basename "$(readlink "$interface/driver")")" = "$1" ] ||
-            { echo "$interface: $(readlink "$interface/driver")"; return 1; }
-    done
-}
-
 offers_sizes() {
     expect 0 20 v4l2-ctl -d /dev/video0 --list-formats-ext >formats || { cat formats; return 1; }
     for text in "'YUYV'" 'Discrete 320x240' 'Discrete 640x480' 'Discrete 1280x720' '30.000 fps' \
@@ -123,12 +36,6 @@ sets_brightness() {
         expect 0 10 v4l2-ctl -d /dev/video0 --get-ctrl brightness >value && says 'brightness: 200' value &&
         # The picture shows it, and is compared from here on.
         expect 0 10 v4l2-ctl -d /dev/video0 --set-ctrl "brightness=$(sed 's/.* //' usual)"
-}
-
-captures() { # WIDTH HEIGHT COUNT
-    rm -f raw
-    expect 0 40 v4l2-ctl -d /dev/video0 "--set-fmt-video=width=$1,height=$2,pixelformat=YUYV" \
-        --stream-mmap "--stream-count=$3" --stream-to=raw && check_frames raw "$1" "$2" "$3"
 }
 
 streams_with_the_tool() { # WIDTH HEIGHT COUNT
@@ -320,12 +227,6 @@ imports_again() {
     expect 0 20 usbip attach -r 127.0.0.1 -b 1-1 && eventually 10 has_video
 }
 
-# A camera that restarts goes away while uvcvideo is still asking it: errors 19 and 108.
-has_a_clean_log() {
-    ! dmesg | grep -v -e ': -19 ' -e ': -108 ' -e 'GET_DEF(PROBE) not supported' |
-        grep -E -A 3 'WARNING:|BUG:|Oops|refcount|unhandled|non compliance|Failed to (query|set)|cannot find a urb|babble'
-}
-
 # Neither a hang nor a camera that stays without its driver, in any of 20 rounds.
 soak() { # COMMAND...
     round=0
@@ -360,8 +261,7 @@ soak_all() {
         check "$model is unplugged" unplug
     done
     check "the kernel's log has no complaints" has_a_clean_log
-    echo "$passed passed, $failed failed"
-    [ $failed -eq 0 ]
+    end_of_checks
 }
 
 if [ -n "$SOAK" ]; then
@@ -447,5 +347,4 @@ check "the server ends, and the camera is gone" unplug
 echo "== The kernel"
 check "its log has neither warnings nor complaints about the camera" has_a_clean_log
 
-echo "$passed passed, $failed failed"
-[ $failed -eq 0 ]
+end_of_checks

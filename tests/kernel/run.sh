@@ -8,6 +8,7 @@
 #   tests/kernel/run.sh           all checks
 #   tests/kernel/run.sh --soak    every size 20 times, by programs in C, C++ and Python and by the
 #                                 tool, instead (most of an hour)
+#   tests/kernel/run.sh --compliance   v4l2-compliance, unbinding, authorisation and suspending instead
 #   tests/kernel/run.sh --keep    a shell in the machine instead
 #   tests/kernel/run.sh --bench   the kernel's own way to the controls, measured beside the library's,
 #                                 and queued reads beside bare libusb's (JSON on standard output;
@@ -25,6 +26,7 @@ programs=(nyxus-sim nyxus check_frames)
 targets=(nyxus-sim nyxus_tool check_frames)
 case $mode in
     checks | --keep) ;;
+    --compliance) limit_s=1200 ;;
     --soak)
         limit_s=7200
         programs+=(../examples/{snapshot,every_size,every_size_cpp})
@@ -37,7 +39,7 @@ case $mode in
         programs=(nyxus-sim bench_kernel_query bench_kernel_dump)
         targets=("${programs[@]}")
         ;;
-    *) echo "usage: $0 [--soak | --keep | --bench]" >&2; exit 2 ;;
+    *) echo "usage: $0 [--soak | --compliance | --keep | --bench]" >&2; exit 2 ;;
 esac
 
 work=$(mktemp -d)
@@ -118,7 +120,7 @@ make_initramfs() {
     ln -s /run "$root/var/run"
     cp /bin/busybox "$root/bin/"
     cp -L /lib64/ld-linux-x86-64.so.2 "$root/lib64/"
-    for program in "${programs[@]/#/$bin/}" /usr/bin/{lsusb,v4l2-ctl} /usr/sbin/usbip; do
+    for program in "${programs[@]/#/$bin/}" /usr/bin/{lsusb,v4l2-ctl,v4l2-compliance} /usr/sbin/usbip; do
         add_program "$program"
     done
     [ "$mode" != --soak ] || add_python
@@ -128,7 +130,7 @@ make_initramfs() {
     done
     "$bin/nyxus-sim" image --model rowan-spi --version 0x0205 "$root/image.bin"
     "$bin/nyxus-sim" image --model rowan-spi --version 0x0206 --seed 2 "$root/other.bin"
-    cp "$here/init" "$here/checks.sh" "$here/bench.sh" "$root/"
+    cp "$here/init" "$here"/{common,checks,compliance,bench}.sh "$root/"
     chmod +x "$root/init"
     (cd "$root" && find . | cpio --quiet -o -H newc) >"$work/initramfs"
 }
@@ -146,6 +148,7 @@ boot() {
         return 0
     fi
     [ "$mode" != --soak ] || arguments+=" soak"
+    [ "$mode" != --compliance ] || arguments+=" compliance"
     # Time there is instructions, so that what else this machine does changes no figure.
     [ "$mode" != --bench ] || machine+=(-icount shift=0,sleep=off)
     [ "$mode" != --bench ] || arguments+=" bench${NYXUS_BENCH_QUICK:+ quick}"
