@@ -12,7 +12,8 @@ lay_out_the_pages() {
     rm -rf "$pages" "$work/site"
     mkdir -p "$pages/man"
     cp docs/*.md docs/*.svg docs/*.png docs/site/site.css "$pages/"
-    cp docs/site/mkdocs.yml docs/site/hooks.py "$work/"
+    cp docs/site/offline.js "$pages/"
+    cp -r docs/site/mkdocs.yml docs/site/hooks.py docs/site/theme "$work/"
     sed 's|](docs/|](|g' CHANGELOG.md >"$pages/changelog.md"
     cp CONTRIBUTING.md "$pages/contributing.md"
 }
@@ -33,13 +34,12 @@ add_the_manuals() {
 }
 
 add_the_references() {
-    doxygen docs/site/Doxyfile
-    mv "$work/doxygen/html" "$pages/api"
-    doxygen docs/site/Doxyfile-cpp
-    mv "$work/doxygen/html" "$pages/api-cpp"
-    # doxygen offers a list of nested classes also where all of them are private.
-    { grep -L 'name="nested-classes"' "$pages"/api-cpp/class*.html || true; } |
-        xargs sed -i 's|<a href="#nested-classes">Classes</a> &#124;||'
+    local page
+    for page in api api-cpp; do
+        rm -rf "$work/doxygen/html"
+        doxygen "docs/site/Doxyfile${page#api}"
+        python3 docs/site/references.py "$work/doxygen/html" "$pages/$page"
+    done
 }
 
 packaging/install-packages.sh doc

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What differs between a page on a code-hosting site and on ours."""
+"""What differs between a page on a code-hosting site and on ours, and the search's index as a script."""
 import re
 from pathlib import Path
 
@@ -23,3 +23,9 @@ def on_page_markdown(markdown, page, **_):
 
     markdown = re.sub(r"\[([^\]]+)\]\((\.\./[^)]+)\)", name, markdown)
     return re.sub(r"^\|.*$", row, markdown, flags=re.MULTILINE)
+
+
+def on_post_build(config, **_):
+    """For offline.js."""
+    index = Path(config["site_dir"], "search", "search_index.json")
+    index.with_suffix(".js").write_text(f"search_index = {index.read_text()};\n")
