@@ -18,7 +18,7 @@ from rich.console import Console
 from rich.text import Text
 
 DOCS = Path(__file__).parent
-COLUMNS, LINES = 112, 20
+COLUMNS, LINES = 112, 24
 FONT = "ui-monospace, 'DejaVu Sans Mono', Menlo, Consolas, monospace"
 
 # name, title, what is prepared, what is typed, and what the screen shows when the picture is taken
