@@ -3,6 +3,7 @@
 
 #include "session/choose.h"
 #include "session/run.h"
+#include "session/whole_file.h"
 #include "terminal/failure.h"
 #include "terminal/hexadecimal.h"
 #include "terminal/json_text.h"
@@ -48,6 +49,14 @@ void Session::print(const Members& values)
     // Some print until nobody listens any more.
     if (const std::string complaint = display.output_complaint(); !complaint.empty())
         throw Failure(kExitFailure, complaint);
+}
+
+void Session::write(const std::string& file, std::span<const uint8_t> bytes)
+{
+    if (file != "-")
+        return write_file(file, bytes);
+    console.display().pass_on(bytes);
+    (void)console.display().give_output_away();
 }
 
 void Session::make(const Change& change)

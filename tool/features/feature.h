@@ -33,6 +33,8 @@ struct Session {
     Camera camera;
 
     NyDevice* device() { return camera.device(); }
+    /// Makes the file; standard output ("-") carries nothing else then.
+    void write(const std::string& file, std::span<const uint8_t> bytes);
     /// Prints an object's members: a line each, or JSON. Lists of numbers are bytes.
     void print(const Members& values);
     /// Makes the change, if one is wanted, and prints "flip: off -> on"; with --dry-run tells of it

@@ -116,6 +116,16 @@ void Display::pass_on(std::span<const uint8_t> bytes)
     write_out({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
 }
 
+files::Descriptor Display::give_output_away()
+{
+    const std::lock_guard lock(mutex_);
+    files::Descriptor out =
+        std::exchange(out_, files::Descriptor(fcntl(err_.get(), F_DUPFD_CLOEXEC, 3)));
+    live_ = can_redraw(out_.get());
+    colour_ = live_ && !variable_is_set("NO_COLOR");
+    return out;
+}
+
 bool Display::confirm(const std::string& question)
 {
     const std::string answer = ask(question + " [y/N] ");

@@ -49,6 +49,8 @@ public:
     std::string coloured(const std::string& text, Colour colour) const;
     /// Bytes as they are, on standard output.
     void pass_on(std::span<const uint8_t> bytes);
+    /// Standard output, for somebody's bytes: from now on all that is said goes to standard error.
+    files::Descriptor give_output_away();
     /// Asks a yes-or-no question; false when nobody can answer.
     bool confirm(const std::string& question);
     /// Asks for one of a numbered list; 0 for none, or when nobody can answer.
