@@ -25,7 +25,7 @@ std::string text_of(const Bench& bench, const char* file)
     return {bytes.begin(), bytes.end()};
 }
 
-TEST(Stream, FilesAreWhatTheirNamesOrTheirTypeSay)
+TEST(VideoOutput, FilesAreWhatTheirNamesOrTheirTypeSay)
 {
     const struct {
         const char* options;
@@ -56,7 +56,7 @@ TEST(Stream, FilesAreWhatTheirNamesOrTheirTypeSay)
 }
 
 /// What is said is none of it.
-TEST(Stream, StandardOutputCarriesTheVideoOnly)
+TEST(VideoOutput, StandardOutputCarriesTheVideoOnly)
 {
     const struct {
         const char* command;
@@ -80,7 +80,7 @@ TEST(Stream, StandardOutputCarriesTheVideoOnly)
     }
 }
 
-TEST(Stream, AReaderThatGoesAwayEndsItQuietly)
+TEST(VideoOutput, AReaderThatGoesAwayEndsItQuietly)
 {
     const Bench bench;
     const Outcome outcome = run_script(
@@ -91,7 +91,7 @@ TEST(Stream, AReaderThatGoesAwayEndsItQuietly)
     EXPECT_FALSE(contains(outcome.err, "nyxus:")) << outcome.err;
 }
 
-TEST(Stream, AFullDiskIsToldAfterWhatWasReceived)
+TEST(VideoOutput, AFullDiskIsToldAfterWhatWasReceived)
 {
     const Bench bench;
     const Outcome outcome = run_script(bench, "\"$NYXUS\" stream -o /dev/full --count 9");
@@ -101,7 +101,7 @@ TEST(Stream, AFullDiskIsToldAfterWhatWasReceived)
               "nyxus: cannot write all frames to '/dev/full': No space left on device\n");
 }
 
-TEST(Stream, WhatCannotBeIsRefused)
+TEST(VideoOutput, WhatCannotBeIsRefused)
 {
     const struct {
         const char* options;
@@ -123,7 +123,7 @@ TEST(Stream, WhatCannotBeIsRefused)
     }
 }
 
-TEST(Stream, ATerminalSeesHowItGoesAndAPipeTheEndOnly)
+TEST(VideoOutput, ATerminalSeesHowItGoesAndAPipeTheEndOnly)
 {
     const Bench bench;
     RunOptions terminal;
@@ -138,7 +138,7 @@ TEST(Stream, ATerminalSeesHowItGoesAndAPipeTheEndOnly)
     EXPECT_EQ(std::ranges::count(plain.out, '\n'), 4) << plain.out;
 }
 
-TEST(Video, WhatTheConnectedCamerasHaveIsOffered)
+TEST(VideoOptions, WhatTheConnectedCamerasHaveIsOffered)
 {
     const struct {
         const char* option;

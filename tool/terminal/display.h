@@ -97,6 +97,7 @@ private:
     void put_line(int fd, std::string_view line);
     void refresh(std::chrono::milliseconds interval);
     void draw();
+    void put_quarter();
     std::string erasure() const;
     void erase();
     std::string text_of(const TableRow& row, size_t columns) const;
@@ -116,6 +117,8 @@ private:
     std::vector<TableRow> rows_;
     size_t drawn_rows_ = 0; ///< on the terminal now
     Clock::time_point drawn_;
+    Clock::time_point said_; ///< the last line
+    unsigned quarters_told_ = 0;
     LastLine last_line_;
     bool has_put_result_ = false;
 };
