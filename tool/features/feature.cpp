@@ -34,6 +34,22 @@ std::string words_of(std::string name)
     return name;
 }
 
+/// "flip: off -> on"; of several settings a line each.
+std::string change_text(const std::string& name, const Value& before, const Value& after)
+{
+    const auto* members = std::get_if<Members>(&after.content());
+    if (members == nullptr || !after.text().empty())
+        return words_of(name) + ": " + (before.is_nothing() ? "?" : shown(before)) + " -> " +
+               shown(after);
+    std::string lines;
+    for (size_t i = 0; i < members->size(); ++i) {
+        const auto& [member, value] = (*members)[i];
+        lines += (i == 0 ? "" : "\n") +
+                 change_text(member, std::get<Members>(before.content()).at(i).value, value);
+    }
+    return lines;
+}
+
 } // namespace
 
 void Session::print(const Members& values)
@@ -68,11 +84,9 @@ void Session::make(const Change& change)
     const auto values = [&](const Value& after) {
         return Members{{change.name, after}, {"before", before}};
     };
-    const auto line = [&](const Value& after) {
-        return words_of(change.name) + ": " + (asks ? shown(before) : "?") + " -> " + shown(after);
-    };
     if (arguments.dry_run) {
-        return print_dry_run(console, arguments, camera, line(change.wanted), values(change.wanted),
+        return print_dry_run(console, arguments, camera,
+                             change_text(change.name, before, change.wanted), values(change.wanted),
                              change.cost);
     }
     check(change.doing, change.write());
@@ -80,7 +94,7 @@ void Session::make(const Change& change)
     console.drain();
     if (arguments.json)
         return say_json(console, arguments, values(after));
-    console.display().say(line(after));
+    console.display().say(change_text(change.name, before, after));
 }
 
 void Session::order(const std::string& name, const Value& what, const std::string& doing,
