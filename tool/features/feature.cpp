@@ -148,14 +148,14 @@ Cost backup_cost(Session& session)
     return engine::whole_read_twice(session.camera, engine::replaced_bytes(session.camera));
 }
 
-Members lines_of(std::span<const uint8_t> bytes, uint32_t address)
+Members lines_of(std::span<const uint8_t> bytes, uint32_t address, int digits)
 {
     constexpr size_t kBytesPerLine = 16;
     Members lines;
     for (size_t done = 0; done < bytes.size(); done += kBytesPerLine) {
         const auto line = bytes.subspan(done, std::min(kBytesPerLine, bytes.size() - done));
         lines.push_back(
-            {format("0x%04zX", address + done), Value::Bytes(line.begin(), line.end())});
+            {format("0x%0*zX", digits, address + done), Value::Bytes(line.begin(), line.end())});
     }
     return lines;
 }

@@ -157,8 +157,9 @@ std::vector<NyControl> wanted_controls(Session& session, const ControlsOptions& 
             session.console.display().note(control.name + (": left to " + automatic));
         return !automatic.empty();
     });
-    std::ranges::sort(wanted, {}, &NyControl::id);
-    std::ranges::stable_partition(wanted, is_automatic);
+    std::ranges::sort(wanted, {}, [](const NyControl& control) {
+        return std::pair(!is_automatic(control), control.id);
+    });
     return wanted;
 }
 

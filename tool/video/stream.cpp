@@ -119,9 +119,10 @@ void open_recording(Session& session, const StreamOptions& options, const nyxus:
             ? session.console.display().give_output_away()
             : files::Descriptor(
                   ::open(options.file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kAnybody));
-    if (!recording.file)
+    if (!recording.file) {
         throw Failure(kExitFailure,
                       "cannot write " + in_quotes(options.file) + ": " + std::strerror(errno));
+    }
     if (options.is_y4m())
         recording.rate = stream.status().interval;
 }
