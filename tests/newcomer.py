@@ -54,7 +54,9 @@ def comparable(text, home):
     """Without what differs from machine to machine."""
     text = LIBUVC.sub("", text.replace(str(home), "/home/me"))
     text = re.sub(r"failed at 0x\w+", "failed at 0xN", text)  # a few exchanges more or less were under way
-    return re.sub(r"\d+(?:\.\d+)? (s|[KM]iB/s)\b", r"N \1", text).splitlines()
+    text = re.sub(r"^.* \d+ ?%.*\n", "", text, flags=re.MULTILINE)  # of a machine that takes its time
+    text = re.sub(r" at [\d.]+ [KM]iB/s", "", text)
+    return re.sub(r"\d+(?:\.\d+)? s\b", "N s", text).splitlines()
 
 
 class Shell:

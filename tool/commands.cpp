@@ -60,7 +60,6 @@ constexpr Declaration declarations[] = {
     {kPicture,   add_motion_command},
     {kBoard,     add_led_command},
     {kBoard,     add_gpio_command},
-    {kBoard,     add_i2c_command},
     {kBoard,     add_memory_commands},
     {kBoard,     add_fingerprint_command},
     {kHelp,      add_explain_command},

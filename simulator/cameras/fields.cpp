@@ -256,6 +256,8 @@ std::span<const Field<CameraModel>> control_fields()
         {"hue", Table{}, kNone, "Turns the colours by half a circle to either side.", nullptr},
         {"gain", Table{}, kNone, "From black to twice the brightness.", nullptr},
         {"white_balance", Table{}, kNone, "From bluish to reddish.", nullptr},
+        {"white_balance_auto", Table{}, kNone,
+         "From 0 to 1: while it is 1, white_balance is refused, as by a real camera.", nullptr},
         {"zoom", Table{}, kNone, "Into the middle: min shows all, twice that half of it.", nullptr},
     };
     static_assert(std::size(fields) == kPictureControls);

@@ -63,6 +63,7 @@ enum PictureControl : uint8_t {
     kHue,
     kGain,
     kWhiteBalance,
+    kWhiteBalanceAuto, ///< holds kWhiteBalance back
     kZoom,
     kPictureControls
 };

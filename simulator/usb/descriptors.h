@@ -29,6 +29,7 @@ struct ControlPlace {
     uint8_t unit;
     uint8_t selector;
     uint8_t bit; ///< of the unit's bmControls
+    uint8_t bytes = 2;
 };
 // clang-format off
 inline constexpr ControlPlace kControlPlaces[kPictureControls] = {
@@ -39,6 +40,7 @@ inline constexpr ControlPlace kControlPlaces[kPictureControls] = {
     {"hue",           kProcessingUnit, 0x06,    2},
     {"gain",          kProcessingUnit, 0x04,    9},
     {"white_balance", kProcessingUnit, 0x0A,    6},
+    {"white_balance_auto", kProcessingUnit, 0x0B, 12, 1},
     {"zoom",          kCameraTerminal, 0x0B,    9},
 };
 // clang-format on

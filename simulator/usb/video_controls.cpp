@@ -122,6 +122,11 @@ PictureSettings VideoControls::picture_settings() const
             .zoom = std::max(values_[kZoom], 1) / static_cast<double>(std::max(zoom.least, 1))};
 }
 
+bool VideoControls::is_held_back(PictureControl control) const
+{
+    return control == kWhiteBalance && values_[kWhiteBalanceAuto] != 0;
+}
+
 int VideoControls::picture_control(const Setup& setup, std::span<uint8_t> data)
 {
     const std::optional<PictureControl> control = find(setup);
@@ -130,15 +135,15 @@ int VideoControls::picture_control(const Setup& setup, std::span<uint8_t> data)
     const ControlRange& range = *model_->controls[*control];
     switch (setup.request) {
         case kSetCur: {
-            if (data.size() != 2)
+            if (data.size() != kControlPlaces[*control].bytes || is_held_back(*control))
                 return kControlStall;
-            const auto word = static_cast<uint16_t>(data[0] | data[1] << 8);
+            const auto word = static_cast<uint16_t>(data[0] | (data.size() > 1 ? data[1] << 8 : 0));
             const int32_t wanted = range.least < 0 ? static_cast<int16_t>(word) : word;
             // As the class demands. A host that reads the range first never meets it.
             if (wanted < range.least || wanted > range.most)
                 return kControlStall;
             values_[*control] = wanted - (wanted - range.least) % range.step;
-            return 2;
+            return static_cast<int>(data.size());
         }
         case kGetCur:
             return put_word(values_[*control], data);
@@ -151,7 +156,7 @@ int VideoControls::picture_control(const Setup& setup, std::span<uint8_t> data)
         case kGetDef:
             return put_word(range.standard, data);
         case kGetLen:
-            return put_word(2, data);
+            return put_word(kControlPlaces[*control].bytes, data);
         case kGetInfo:
             return put_answer(std::array{kInfoReadWrite}, data);
         default:

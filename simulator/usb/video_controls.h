@@ -45,6 +45,8 @@ private:
     Probe with_interval(uint32_t interval_100ns) const;
     uint32_t payload_bytes(uint32_t wanted, const StreamFormat& format) const;
     double deviation(PictureControl control) const;
+    /// An automatic is at work, and the host cannot set it.
+    bool is_held_back(PictureControl control) const;
 
     const CameraModel* model_;
     std::array<int32_t, kPictureControls> values_{};

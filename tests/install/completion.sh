@@ -63,4 +63,6 @@ expect bash '^ image.bin $' nyxus-sim run -- cat im
 # A camera's names come from the bus.
 [ "$(nyxus-sim run --camera rowan-spi,serial=A77 -- nyxus --complete -c '')" = $'A77\n1-1' ] ||
   { echo "the connected camera is not offered"; failures=$((failures + 1)); }
+[[ $(nyxus-sim run --camera maple-mjpeg -- nyxus --complete stream --size '') == *$'\n1280x720\n'* ]] ||
+  { echo "the sizes of the connected camera are not offered"; failures=$((failures + 1)); }
 exit $((failures > 0))

@@ -115,6 +115,26 @@ TEST(Plain, PrintsLinesOnly)
     EXPECT_EQ(outcome.err, "");
 }
 
+/// The EEPROM takes seconds, as a real one does.
+TEST(Plain, TellsOfLongWorkAtEachQuarter)
+{
+    const Bench bench;
+    const Outcome outcome = bench.shell("hawthorn-eeprom", "\"$NYXUS\" upgrade \"$IMAGE\"",
+                                        {{"IMAGE", bench.image("hawthorn-eeprom", "0x0205")}});
+    ASSERT_EQ(outcome.exit_code, 0) << outcome.err;
+    std::vector<int> percents;
+    std::istringstream lines(outcome.out);
+    for (std::string line; std::getline(lines, line);) {
+        if (const size_t end = line.find("%  0:0"); end != std::string::npos)
+            percents.push_back(std::stoi(line.substr(end - 3, 3)));
+    }
+    ASSERT_GE(percents.size(), 2U) << outcome.out; // more where the machine is slow
+    EXPECT_LE(percents.size(), 3U) << outcome.out;
+    for (size_t i = 1; i < percents.size(); ++i)
+        EXPECT_GT(percents[i] / 25, percents[i - 1] / 25) << outcome.out;
+    EXPECT_TRUE(contains(outcome.out, "\nprogramming     ")) << outcome.out;
+}
+
 TEST(Verbose, PassesTheLibrarysLinesOnWithoutItsMarks)
 {
     const Bench bench;

@@ -3,6 +3,7 @@
 
 #include "session/choose.h"
 #include "session/run.h"
+#include "session/whole_file.h"
 #include "terminal/failure.h"
 #include "terminal/hexadecimal.h"
 #include "terminal/json_text.h"
@@ -33,6 +34,22 @@ std::string words_of(std::string name)
     return name;
 }
 
+/// "flip: off -> on"; of several settings a line each.
+std::string change_text(const std::string& name, const Value& before, const Value& after)
+{
+    const auto* members = std::get_if<Members>(&after.content());
+    if (members == nullptr || !after.text().empty())
+        return words_of(name) + ": " + (before.is_nothing() ? "?" : shown(before)) + " -> " +
+               shown(after);
+    std::string lines;
+    for (size_t i = 0; i < members->size(); ++i) {
+        const auto& [member, value] = (*members)[i];
+        lines += (i == 0 ? "" : "\n") +
+                 change_text(member, std::get<Members>(before.content()).at(i).value, value);
+    }
+    return lines;
+}
+
 } // namespace
 
 void Session::print(const Members& values)
@@ -50,6 +67,14 @@ void Session::print(const Members& values)
         throw Failure(kExitFailure, complaint);
 }
 
+void Session::write(const std::string& file, std::span<const uint8_t> bytes)
+{
+    if (file != "-")
+        return write_file(file, bytes);
+    console.display().pass_on(bytes);
+    (void)console.display().give_output_away();
+}
+
 void Session::make(const Change& change)
 {
     if (change.wanted.is_nothing())
@@ -59,11 +84,9 @@ void Session::make(const Change& change)
     const auto values = [&](const Value& after) {
         return Members{{change.name, after}, {"before", before}};
     };
-    const auto line = [&](const Value& after) {
-        return words_of(change.name) + ": " + (asks ? shown(before) : "?") + " -> " + shown(after);
-    };
     if (arguments.dry_run) {
-        return print_dry_run(console, arguments, camera, line(change.wanted), values(change.wanted),
+        return print_dry_run(console, arguments, camera,
+                             change_text(change.name, before, change.wanted), values(change.wanted),
                              change.cost);
     }
     check(change.doing, change.write());
@@ -71,7 +94,7 @@ void Session::make(const Change& change)
     console.drain();
     if (arguments.json)
         return say_json(console, arguments, values(after));
-    console.display().say(line(after));
+    console.display().say(change_text(change.name, before, after));
 }
 
 void Session::order(const std::string& name, const Value& what, const std::string& doing,
@@ -125,14 +148,14 @@ Cost backup_cost(Session& session)
     return engine::whole_read_twice(session.camera, engine::replaced_bytes(session.camera));
 }
 
-Members lines_of(std::span<const uint8_t> bytes, uint32_t address)
+Members lines_of(std::span<const uint8_t> bytes, uint32_t address, int digits)
 {
     constexpr size_t kBytesPerLine = 16;
     Members lines;
     for (size_t done = 0; done < bytes.size(); done += kBytesPerLine) {
         const auto line = bytes.subspan(done, std::min(kBytesPerLine, bytes.size() - done));
         lines.push_back(
-            {format("0x%04zX", address + done), Value::Bytes(line.begin(), line.end())});
+            {format("0x%0*zX", digits, address + done), Value::Bytes(line.begin(), line.end())});
     }
     return lines;
 }

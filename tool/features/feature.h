@@ -33,6 +33,8 @@ struct Session {
     Camera camera;
 
     NyDevice* device() { return camera.device(); }
+    /// Makes the file; standard output ("-") carries nothing else then.
+    void write(const std::string& file, std::span<const uint8_t> bytes);
     /// Prints an object's members: a line each, or JSON. Lists of numbers are bytes.
     void print(const Members& values);
     /// Makes the change, if one is wanted, and prints "flip: off -> on"; with --dry-run tells of it
@@ -63,7 +65,7 @@ Cost backup_cost(Session& session);
 
 std::vector<uint8_t> to_bytes(const std::vector<uint32_t>& values);
 /// What memory holds, by its addresses, 16 bytes each.
-Members lines_of(std::span<const uint8_t> bytes, uint32_t address);
+Members lines_of(std::span<const uint8_t> bytes, uint32_t address, int digits = 4);
 /// As people read it.
 std::string shown(const Value& value);
 inline Value on_or_off(bool on)
@@ -75,7 +77,6 @@ inline Value on_or_off(bool on)
 void add_switch_commands(Command& app, Arguments& arguments);
 void add_led_command(Command& app, Arguments& arguments);
 void add_gpio_command(Command& app, Arguments& arguments);
-void add_i2c_command(Command& app, Arguments& arguments);
 void add_memory_commands(Command& app, Arguments& arguments);
 void add_motion_command(Command& app, Arguments& arguments);
 void add_osd_command(Command& app, Arguments& arguments);

@@ -52,7 +52,9 @@ std::string description_of(const Camera& camera, RomRange range, std::span<const
         return part + "blank";
     if (range.address != 0 && range.address != NYXUS_MFI_ROM_ADDR)
         return part + "data";
-    return part + summary_of(engine::inspect_contents({bytes.begin(), bytes.end()}));
+    const auto facts = engine::inspect_contents({bytes.begin(), bytes.end()});
+    const bool is_a_piece = facts.contents == engine::ImageFacts::Contents::kUnknown;
+    return part + (is_a_piece ? "data" : summary_of(facts));
 }
 
 ExitCode read(Console& console, const Arguments& arguments, const ReadArguments& wanted,

@@ -41,6 +41,14 @@ void refuse_impossible_target(const std::string& path)
     }
 }
 
+void refuse_impossible_target(const std::string& path, const Arguments& arguments)
+{
+    if (path != "-")
+        return refuse_impossible_target(path);
+    if (arguments.json)
+        throw Failure(kExitUsage, "--json needs standard output for itself; name a file");
+}
+
 std::vector<uint8_t> read_file(const std::string& path, size_t most, const std::string& place)
 {
     std::vector<uint8_t> bytes;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "command_line/arguments.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -16,6 +18,8 @@ void write_file(const std::string& path, std::span<const uint8_t> bytes);
 
 /// Refuses a name that write_file() cannot give contents to, before a camera is asked for them.
 void refuse_impossible_target(const std::string& path);
+/// The same where "-" is standard output, on which JSON has no room beside the contents.
+void refuse_impossible_target(const std::string& path, const Arguments& arguments);
 
 /// A file, or standard input ("-"), that has 1 to `most` bytes; `place`, such as "the EEPROM
 /// window", has no room for more.

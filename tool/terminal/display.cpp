@@ -25,6 +25,7 @@ using std::chrono::milliseconds;
 constexpr size_t kPhaseColumns = 14;
 constexpr milliseconds kSignOfLifeInterval{300};
 constexpr milliseconds kRedrawInterval{100};
+constexpr milliseconds kPlainLineInterval{2000};
 /// For the lock: perhaps nobody reads what its owner writes.
 constexpr milliseconds kPatience{1000};
 
@@ -59,6 +60,14 @@ std::string cut(std::string text, size_t columns)
         --columns;
     text.resize(columns);
     return text;
+}
+
+/// " 50%  0:12 left"
+std::string standing_of(const Progress& progress)
+{
+    const auto left_s = progress.remaining_s();
+    return format("%4.0f%%", std::floor(progress.share().value_or(0) * 100)) +
+           (left_s ? "  " + clock_text(*left_s) + " left" : "");
 }
 
 } // namespace
@@ -114,6 +123,16 @@ void Display::pass_on(std::span<const uint8_t> bytes)
 {
     const std::lock_guard lock(mutex_);
     write_out({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+}
+
+files::Descriptor Display::give_output_away()
+{
+    const std::lock_guard lock(mutex_);
+    files::Descriptor out =
+        std::exchange(out_, files::Descriptor(fcntl(err_.get(), F_DUPFD_CLOEXEC, 3)));
+    live_ = can_redraw(out_.get());
+    colour_ = live_ && !variable_is_set("NO_COLOR");
+    return out;
 }
 
 bool Display::confirm(const std::string& question)
@@ -249,6 +268,7 @@ void Display::write_out(std::string_view text)
 void Display::put_line(int fd, std::string_view line)
 {
     erase();
+    said_ = Clock::now();
     const std::string text = std::string(line) + "\n";
     if (fd == out_.get()) {
         write_out(text);
@@ -267,9 +287,22 @@ void Display::refresh(milliseconds interval)
     if (is_live())
         return draw();
     if (!events_)
-        return;
+        return put_quarter();
     drawn_ = Clock::now();
     put_line(out_.get(), rows_.front().progress.json_line());
+}
+
+/// Where nothing is redrawn: a line at each quarter of work that takes its time.
+void Display::put_quarter()
+{
+    const Progress& progress = rows_.front().progress;
+    const auto quarter = static_cast<unsigned>(progress.share().value_or(0) * 4);
+    const bool is_new = quarter > quarters_told_ && quarter < 4;
+    if (is_new && (quiet_ || Clock::now() - said_ < kPlainLineInterval))
+        return;
+    quarters_told_ = quarter;
+    if (is_new)
+        put_line(out_.get(), padded(progress.phase(), kPhaseColumns) + standing_of(progress));
 }
 
 /// At once, so that nothing flickers.
@@ -318,9 +351,8 @@ std::string Display::text_of(const Progress& progress, size_t columns, bool in_t
     const auto share = progress.share();
     if (!share)
         return cut(head + format("%.1f s", progress.seconds()), columns);
-    const std::string tail = format("%4.0f%%", std::floor(*share * 100));
-    const auto left_s = progress.remaining_s();
-    const std::string with_time = tail + (left_s ? "  " + clock_text(*left_s) + " left" : "");
+    const std::string with_time = standing_of(progress);
+    const std::string tail = with_time.substr(0, with_time.find('%') + 1);
     for (const std::string& end : {with_time, tail}) {
         const size_t fixed = head.size() + 2 + end.size();
         if (columns >= fixed + least)

@@ -49,6 +49,8 @@ public:
     std::string coloured(const std::string& text, Colour colour) const;
     /// Bytes as they are, on standard output.
     void pass_on(std::span<const uint8_t> bytes);
+    /// Standard output, for somebody's bytes: from now on all that is said goes to standard error.
+    files::Descriptor give_output_away();
     /// Asks a yes-or-no question; false when nobody can answer.
     bool confirm(const std::string& question);
     /// Asks for one of a numbered list; 0 for none, or when nobody can answer.
@@ -95,6 +97,7 @@ private:
     void put_line(int fd, std::string_view line);
     void refresh(std::chrono::milliseconds interval);
     void draw();
+    void put_quarter();
     std::string erasure() const;
     void erase();
     std::string text_of(const TableRow& row, size_t columns) const;
@@ -114,6 +117,8 @@ private:
     std::vector<TableRow> rows_;
     size_t drawn_rows_ = 0; ///< on the terminal now
     Clock::time_point drawn_;
+    Clock::time_point said_; ///< the last line
+    unsigned quarters_told_ = 0;
     LastLine last_line_;
     bool has_put_result_ = false;
 };

@@ -7,15 +7,12 @@
 
 namespace tool {
 
-namespace {
-
-double frames_per_s(uint32_t interval)
+static double frames_per_s(uint32_t interval)
 {
     constexpr double kSecond_100ns = 1e7;
     return interval == 0 ? 0 : std::round(100 * kSecond_100ns / interval) / 100;
 }
 
-/// The rates that there are; of any in between, the highest and the lowest.
 std::vector<double> rates_of(const NyStreamFormat& format)
 {
     if (format.interval_count == 0)
@@ -25,6 +22,18 @@ std::vector<double> rates_of(const NyStreamFormat& format)
         rates.push_back(frames_per_s(format.intervals[i]));
     return rates;
 }
+
+std::string rates_text(const NyStreamFormat& format)
+{
+    std::string text;
+    for (const double rate : rates_of(format)) {
+        const char* between = format.interval_count == 0 ? " to " : ", ";
+        text += (text.empty() ? "" : between) + tool::format("%.4g", rate);
+    }
+    return text;
+}
+
+namespace {
 
 Members json_of_format(const NyStreamFormat& format)
 {
@@ -38,13 +47,8 @@ Members json_of_format(const NyStreamFormat& format)
 
 std::string line_of(const NyStreamFormat& format)
 {
-    std::string rates;
-    for (const double rate : rates_of(format)) {
-        const char* between = format.interval_count == 0 ? " to " : ", ";
-        rates += (rates.empty() ? "" : between) + tool::format("%.4g", rate);
-    }
     return padded(format_name(format.fourcc), 8) +
-           padded(tool::format("%ux%u", format.width, format.height), 11) + rates +
+           padded(tool::format("%ux%u", format.width, format.height), 11) + rates_text(format) +
            " frames per second";
 }
 

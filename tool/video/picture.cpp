@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <csetjmp>
 #include <cstdio>
+#include <cstdlib>
 
 #include <jpeglib.h>
 
@@ -36,12 +37,20 @@ struct JpegErrors {
     std::jmp_buf broken;
 };
 
-void jump_away(j_common_ptr decoder)
+void jump_away(j_common_ptr codec)
 {
-    std::longjmp(reinterpret_cast<JpegErrors*>(decoder->err)->broken, 1);
+    std::longjmp(reinterpret_cast<JpegErrors*>(codec->err)->broken, 1);
 }
 
 void say_nothing(j_common_ptr) {}
+
+jpeg_error_mgr* jumping(JpegErrors& errors)
+{
+    jpeg_std_error(&errors.manager);
+    errors.manager.error_exit = jump_away;
+    errors.manager.output_message = say_nothing;
+    return &errors.manager;
+}
 
 /// False for a broken file. Nothing in it needs a destructor, which a jump would leave out.
 bool decode(jpeg_decompress_struct& decoder, JpegErrors& errors, std::span<const uint8_t> file,
@@ -67,6 +76,31 @@ bool decode(jpeg_decompress_struct& decoder, JpegErrors& errors, std::span<const
     return errors.manager.num_warnings == 0;
 }
 
+/// False where memory is short.
+bool encode(jpeg_compress_struct& encoder, JpegErrors& errors, const Picture& picture,
+            unsigned char** file, unsigned long* size)
+{
+    constexpr int kQuality = 95;
+    if (setjmp(errors.broken) != 0)
+        return false;
+    jpeg_create_compress(&encoder);
+    jpeg_mem_dest(&encoder, file, size);
+    encoder.image_width = picture.width;
+    encoder.image_height = picture.height;
+    encoder.input_components = 3;
+    encoder.in_color_space = JCS_RGB;
+    jpeg_set_defaults(&encoder);
+    jpeg_set_quality(&encoder, kQuality, TRUE);
+    jpeg_start_compress(&encoder, TRUE);
+    while (encoder.next_scanline < encoder.image_height) {
+        auto* row =
+            const_cast<JSAMPROW>(&picture.rgb[size_t{encoder.next_scanline} * picture.width * 3]);
+        jpeg_write_scanlines(&encoder, &row, 1);
+    }
+    jpeg_finish_compress(&encoder);
+    return true;
+}
+
 } // namespace
 
 Picture picture_of_yuyv(uint32_t width, uint32_t height, std::span<const uint8_t> yuyv)
@@ -86,15 +120,31 @@ Picture picture_of_jpeg(std::span<const uint8_t> file)
 {
     JpegErrors errors{};
     jpeg_decompress_struct decoder{};
-    decoder.err = jpeg_std_error(&errors.manager);
-    errors.manager.error_exit = jump_away;
-    errors.manager.output_message = say_nothing;
+    decoder.err = jumping(errors);
     Picture picture;
     const bool is_whole = decode(decoder, errors, file, picture);
     jpeg_destroy_decompress(&decoder);
     if (!is_whole)
         throw Failure(kExitFailure, "the camera sent a broken picture; try again");
     return picture;
+}
+
+std::vector<uint8_t> jpeg_of(const Picture& picture)
+{
+    JpegErrors errors{};
+    jpeg_compress_struct encoder{};
+    encoder.err = jumping(errors);
+    unsigned char* file = nullptr;
+    unsigned long size = 0;
+    const bool is_made = encode(encoder, errors, picture, &file, &size);
+    jpeg_destroy_compress(&encoder);
+    std::vector<uint8_t> jpeg;
+    if (is_made)
+        jpeg.assign(file, file + size);
+    std::free(file);
+    if (!is_made)
+        throw Failure(kExitFailure, "cannot make a JPEG");
+    return jpeg;
 }
 
 std::vector<uint8_t> png_of(const Picture& picture)

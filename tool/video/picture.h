@@ -19,5 +19,6 @@ Picture picture_of_yuyv(uint32_t width, uint32_t height, std::span<const uint8_t
 /// A Failure for a file that is broken.
 Picture picture_of_jpeg(std::span<const uint8_t> file);
 std::vector<uint8_t> png_of(const Picture& picture);
+std::vector<uint8_t> jpeg_of(const Picture& picture);
 
 } // namespace tool

@@ -6,8 +6,6 @@
 #include "video/video.h"
 
 #include <nyxus/fingerprint.h>
-#include <algorithm>
-#include <cctype>
 #include <chrono>
 #include <optional>
 
@@ -15,22 +13,20 @@ namespace tool {
 
 namespace {
 
-constexpr char kMjpeg[] = "mjpeg";
+constexpr char kPng[] = "png";
+constexpr char kJpeg[] = "jpeg";
 
 struct SnapshotOptions {
     std::string file;
+    std::string type; ///< "": by the file's name, and as it comes where that says nothing
     VideoOptions video;
 };
 
-bool ends_with(std::string name, const char* suffix)
+std::string type_of(const SnapshotOptions& options)
 {
-    std::ranges::transform(name, name.begin(), [](unsigned char c) { return std::tolower(c); });
-    return name.ends_with(suffix);
-}
-
-bool names_jpeg(const std::string& file)
-{
-    return ends_with(file, ".jpg") || ends_with(file, ".jpeg");
+    if (!options.type.empty() || ends_with(options.file, ".png"))
+        return options.type.empty() ? kPng : options.type;
+    return ends_with(options.file, ".jpg") || ends_with(options.file, ".jpeg") ? kJpeg : "";
 }
 
 /// Ctrl-C ends the stream, too, and not just the program in the middle of it. A fingerprint board
@@ -61,12 +57,14 @@ nyxus::Frame wait_for_frame(Session& session, nyxus::Stream& stream, uint32_t wa
 
 /// What becomes of the frame: the JPEG that an MJPEG camera sends stays as it is, unless a PNG is
 /// asked for.
-std::vector<uint8_t> file_of(const nyxus::Frame& frame, const std::string& name)
+std::vector<uint8_t> file_of(const nyxus::Frame& frame, const std::string& type)
 {
     const std::span<const uint8_t> data(frame.data.data(), frame.data.size());
-    if (frame.fourcc == NYXUS_FOURCC_YUYV)
-        return png_of(picture_of_yuyv(frame.width, frame.height, data));
-    if (frame.fourcc == NYXUS_FOURCC_MJPEG && ends_with(name, ".png"))
+    if (frame.fourcc == NYXUS_FOURCC_YUYV) {
+        const Picture picture = picture_of_yuyv(frame.width, frame.height, data);
+        return type == kJpeg ? jpeg_of(picture) : png_of(picture);
+    }
+    if (type == kPng)
         return png_of(picture_of_jpeg(data));
     return {data.begin(), data.end()};
 }
@@ -74,19 +72,21 @@ std::vector<uint8_t> file_of(const nyxus::Frame& frame, const std::string& name)
 void run_snapshot(Session& session, const SnapshotOptions& options)
 {
     constexpr unsigned kUsualWait_s = 10;
-    const nyxus::VideoFormat format = video_format(session, options.video);
-    if (names_jpeg(options.file) && format.fourcc != NYXUS_FOURCC_MJPEG) {
+    const std::string type = type_of(options);
+    const nyxus::VideoFormat format =
+        video_format(session, options.video, type == kJpeg ? "MJPEG" : "YUYV");
+    if (!type.empty() && format.fourcc != NYXUS_FOURCC_MJPEG &&
+        format.fourcc != NYXUS_FOURCC_YUYV) {
         throw Failure(kExitUsage, format_name(format.fourcc) +
-                                      " does not become a JPEG file; name it .png, or choose "
-                                      "--format mjpeg");
+                                      " does not become a picture; a file "
+                                      "without an ending takes it as it comes");
     }
     const uint32_t wait_s = session.arguments.wait_s.value_or(kUsualWait_s);
     const Unwatched unwatched(session.console);
     nyxus::Stream stream = start_stream(session, format);
-    const std::vector<uint8_t> file =
-        file_of(wait_for_frame(session, stream, wait_s), options.file);
+    const std::vector<uint8_t> file = file_of(wait_for_frame(session, stream, wait_s), type);
     stream.stop();
-    write_file(options.file, file);
+    session.write(options.file, file);
     session.print({{"snapshot", options.file}, {"width", format.width}, {"height", format.height}});
 }
 
@@ -95,17 +95,14 @@ void run_snapshot(Session& session, const SnapshotOptions& options)
 void add_snapshot_command(Command& app, Arguments& arguments)
 {
     const auto options = std::make_shared<SnapshotOptions>();
-    Command& command =
-        add_command(app, "snapshot", "Save a picture as PNG, or as JPEG as it comes", "shot.png");
-    add_file(command, &options->file, "File to write; .jpg takes an MJPEG camera's own");
+    Command& command = add_command(app, "snapshot", "Save a picture as PNG or JPEG", "shot.png");
+    add_file(command, &options->file, "File to write: .png, .jpg; - is standard output");
+    add_choice(command, "--type", &options->type, {kPng, kJpeg},
+               "What it becomes (without it: by the name of the file, and a PNG of YUYV)");
     add_video_options(command, options->video);
     set_action(
         command, arguments, [options](Session& session) { run_snapshot(session, *options); },
-        [options] {
-            refuse_impossible_target(options->file);
-            if (options->video.format.empty() && names_jpeg(options->file))
-                options->video.format = kMjpeg;
-        });
+        [options, &arguments] { refuse_impossible_target(options->file, arguments); });
 }
 
 } // namespace tool

@@ -21,6 +21,39 @@ static bool parse_size(const std::string& text, uint32_t& width, uint32_t& heigh
            width <= kMost && height <= kMost;
 }
 
+static std::string lower_case(std::string text)
+{
+    std::ranges::transform(text, text.begin(), [](unsigned char c) { return std::tolower(c); });
+    return text;
+}
+
+bool ends_with(const std::string& name, const char* ending)
+{
+    return lower_case(name).ends_with(ending);
+}
+
+/// What tells the formats apart, each text once.
+template <typename Text>
+static command_line::Words distinct(const std::vector<NyStreamFormat>& formats, const Text& text)
+{
+    command_line::Words words;
+    for (const NyStreamFormat& format : formats) {
+        if (std::ranges::find(words, text(format)) == words.end())
+            words.push_back(text(format));
+    }
+    return words;
+}
+
+static std::string named_format(const NyStreamFormat& format)
+{
+    return format_name(format.fourcc);
+}
+
+static std::string size_text(const NyStreamFormat& format)
+{
+    return tool::format("%ux%u", format.width, format.height);
+}
+
 void add_video_options(Command& command, VideoOptions& options)
 {
     constexpr uint32_t kMostFramesPer_s = 240;
@@ -33,14 +66,29 @@ void add_video_options(Command& command, VideoOptions& options)
         .text("--format", &options.format,
               "Format, as 'nyxus formats' names it (without it: yuyv where the camera has it)")
         .offering([] {
-            return command_line::Words{"yuyv", "mjpeg"};
+            const auto formats = formats_on_the_bus();
+            return formats.empty() ? command_line::Words{"yuyv", "mjpeg"}
+                                   : distinct(formats, [](const NyStreamFormat& format) {
+                                         return lower_case(named_format(format));
+                                     });
         });
     command.text("--size", &options.size, "Size of the picture")
         .shown_as("WxH")
         .refused(refuse)
+        .offering([] { return distinct(formats_on_the_bus(), size_text); })
         .showing_default();
     add_number(command, "--fps", &options.frames_per_s, 1, kMostFramesPer_s,
-               "Frames per second (without it: the first rate that the camera offers)");
+               "Frames per second (without it: the first rate that the camera offers)")
+        .offering([] {
+            command_line::Words rates;
+            for (const NyStreamFormat& format : formats_on_the_bus()) {
+                for (const double rate : rates_of(format))
+                    rates.push_back(tool::format("%.0f", rate));
+            }
+            std::ranges::sort(rates, {}, [](const std::string& rate) { return std::stoul(rate); });
+            rates.erase(std::unique(rates.begin(), rates.end()), rates.end());
+            return rates;
+        });
 }
 
 std::string format_name(uint32_t fourcc)
@@ -60,37 +108,23 @@ std::vector<NyStreamFormat> list_formats(Session& session)
     return std::move(*formats);
 }
 
-static bool is_named(const NyStreamFormat& format, const std::string& wanted)
-{
-    return std::ranges::equal(format_name(format.fourcc), wanted, [](char a, char b) {
-        return a == std::toupper(static_cast<unsigned char>(b));
-    });
-}
-
-/// "YUYV, MJPEG"; a camera lists the sizes of a format in a row.
-static std::string names_of(const std::vector<NyStreamFormat>& formats)
-{
-    std::string names;
-    uint32_t last = 0;
-    for (const NyStreamFormat& format : formats) {
-        if (names.empty() || format.fourcc != last)
-            names += (names.empty() ? "" : ", ") + format_name(format.fourcc);
-        last = format.fourcc;
-    }
-    return names;
-}
-
-nyxus::VideoFormat video_format(Session& session, const VideoOptions& options)
+nyxus::VideoFormat video_format(Session& session, const VideoOptions& options,
+                                const std::string& preferred)
 {
     const std::vector<NyStreamFormat> formats = list_formats(session);
-    const std::string wanted = options.format.empty() ? "YUYV" : options.format;
-    auto found = std::ranges::find_if(
-        formats, [&](const NyStreamFormat& format) { return is_named(format, wanted); });
+    const auto find = [&](const std::string& name) {
+        return std::ranges::find_if(formats, [&](const NyStreamFormat& format) {
+            return lower_case(named_format(format)) == lower_case(name);
+        });
+    };
+    auto found = find(options.format.empty() ? preferred : options.format);
     if (found == formats.end() && !options.format.empty()) {
         throw Failure(kExitNotSupported, session.camera.name() + " streams no " +
                                              in_quotes(options.format) + "; it streams " +
-                                             names_of(formats));
+                                             listed(distinct(formats, named_format)));
     }
+    if (found == formats.end())
+        found = find("YUYV");
     nyxus::VideoFormat format;
     format.fourcc = (found == formats.end() ? formats.begin() : found)->fourcc;
     format.fps = options.frames_per_s;
@@ -128,16 +162,17 @@ End receive(Session& session, nyxus::Stream& stream, Clock::time_point end,
     return how;
 }
 
-/// "640x480, 320x240": the sizes that the camera has of a format.
-static std::string sizes_of(Session& session, uint32_t fourcc)
+/// What the camera has instead: rates where it has the size, else sizes.
+static std::string alternatives(Session& session, const nyxus::VideoFormat& wanted)
 {
-    std::string sizes;
-    for (const NyStreamFormat& format : list_formats(session)) {
-        if (format.fourcc != fourcc)
-            continue;
-        sizes += (sizes.empty() ? "" : ", ") + tool::format("%ux%u", format.width, format.height);
-    }
-    return sizes;
+    std::vector<NyStreamFormat> formats = list_formats(session);
+    std::erase_if(formats, [&](const auto& format) { return format.fourcc != wanted.fourcc; });
+    const auto has_size = [&](const NyStreamFormat& format) {
+        return format.width == wanted.width && format.height == wanted.height;
+    };
+    const auto same_size = std::ranges::find_if(formats, has_size);
+    return same_size == formats.end() ? "sizes: " + listed(distinct(formats, size_text))
+                                      : "rates: " + rates_text(*same_size);
 }
 
 static Failure start_failure(Session& session, const nyxus::VideoFormat& format,
@@ -151,8 +186,8 @@ static Failure start_failure(Session& session, const nyxus::VideoFormat& format,
         return usb_failure(text, LIBUSB_ERROR_NO_DEVICE);
     if (status.code() != UVC_ERROR_INVALID_MODE)
         return {kExitFailure, text + ": " + printable(status.message())};
-    text += ": the camera does not offer that; 'nyxus formats' lists what it offers (sizes: " +
-            sizes_of(session, format.fourcc) + ")";
+    text += ": the camera does not offer that; 'nyxus formats' lists what it offers (" +
+            alternatives(session, format) + ")";
     if (format.fps != 0)
         text += ", and without --fps it chooses the rate";
     return {kExitNotSupported, text};

@@ -21,9 +21,20 @@ void add_video_options(Command& command, VideoOptions& options);
 /// "YUYV", "MJPEG", or four characters as the camera announces them.
 std::string format_name(uint32_t fourcc);
 std::vector<NyStreamFormat> list_formats(Session& session);
+/// The rates that there are; of any in between, the highest and the lowest.
+std::vector<double> rates_of(const NyStreamFormat& format);
+/// "30, 15", or "30 to 15".
+std::string rates_text(const NyStreamFormat& format);
+/// Of the cameras that are connected, as the kernel knows them: disturbs nobody who uses one.
+std::vector<NyStreamFormat> formats_on_the_bus();
 
-/// What to ask the camera for. A Failure when it does not have the format.
-nyxus::VideoFormat video_format(Session& session, const VideoOptions& options);
+/// Whether the file's name ends so, in small or capital letters.
+bool ends_with(const std::string& name, const char* ending);
+
+/// What to ask the camera for: without a format, the preferred one where it has that. A Failure
+/// when it does not have the format.
+nyxus::VideoFormat video_format(Session& session, const VideoOptions& options,
+                                const std::string& preferred = "YUYV");
 /// Why no more frames are taken.
 enum class End { kReached, kSilence, kGone, kInterrupt };
 
