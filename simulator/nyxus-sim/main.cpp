@@ -74,7 +74,7 @@ void add_simulation_options(Command& command, sim::SimulationArguments& argument
         .showing_default();
     sim::add_watch_options(command, arguments.watch);
     command.file("--faults", &arguments.fault_file,
-                 "What goes wrong, and when: a JSON list (see docs/simulator.md, Faults)");
+                 "What goes wrong, and when: a TOML file, see nyxus-faults(5)");
 }
 
 /// What the command line asks for.
@@ -199,7 +199,7 @@ int command_line_of(int argc, char** argv)
         return job.work();
     } catch (const sim::UsageError& error) {
         return fail(error, kUsageCode);
-    } catch (const std::invalid_argument& error) { // the bed refuses a serial number, or is full
+    } catch (const std::invalid_argument& error) { // also a mistake in a description
         return fail(error, kUsageCode);
     } catch (const std::exception& error) {
         return fail(error, job.failure_code);
