@@ -37,7 +37,8 @@ constexpr char kExamples[] = R"(Examples:
   nyxus-sim run -- sh -c 'nyxus-sim do unplug; nyxus info; nyxus-sim state'
 
 run exits with the program's code, 128+N when it died of signal N, 127 when there is no such
-program, 126 when it cannot be run, 125 when the simulation itself failed. Wrong arguments: 2.
+program, 126 when it cannot be run, 125 when the simulation itself failed, 124 when
+a fault never happened and --strict was given. Wrong arguments: 2.
 )";
 
 /// For the completion of command lines: the models, or a description file.
@@ -105,6 +106,8 @@ void add_run(Command& app, sim::RunArguments& arguments, Job& job)
     Command& command = app.command("run", "Run a program with simulated cameras plugged in")
                            .footer("The program and its arguments follow after --");
     add_simulation_options(command, arguments.simulation);
+    command.flag("--strict", &arguments.strict,
+                 "A fault that never happened makes the run fail, with exit code 124");
     command.does([&] { job = {[&] { return run(arguments); }, kRunFailureCode}; });
 }
 

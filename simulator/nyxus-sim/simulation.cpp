@@ -110,8 +110,10 @@ void Simulation::report_faults()
 {
     const std::vector<uint64_t> strikes = bed_.fault_strikes();
     for (size_t i = 0; i < faults_.size(); ++i) {
-        if (strikes[i] == 0)
+        if (strikes[i] == 0) {
             std::fprintf(stderr, "nyxus-sim: %s never happened\n", faults_[i].text.c_str());
+            missed_a_fault_ = true;
+        }
     }
 }
 

@@ -180,6 +180,11 @@ TEST(Faults, TheSimulatorTellsOfMistakesAndOfFaultsThatNeverHappened)
     const Outcome unused = bench.nyxus({kModel}, {"info"});
     EXPECT_EQ(unused.exit_code, 0);
     EXPECT_EQ(unused.err, "nyxus-sim: fault 1 (\"stall\", line 1) never happened\n");
+
+    const Outcome strict = run_program({kSimulator, "run", "--strict", "--faults",
+                                        bench.path("faults.toml"), "--", kNyxus, "info"});
+    EXPECT_EQ(strict.exit_code, 124);
+    EXPECT_EQ(strict.err, unused.err);
 }
 
 } // namespace
