@@ -29,6 +29,9 @@ FaultPlan parse_faults(std::string_view text, const std::string& name)
     constexpr std::string_view kKey = "fault";
     check_keys(table, {&kKey, 1}, mistakes);
     FaultPlan plan;
+    const toml::array* list = table.get_as<toml::array>(kKey);
+    if (list != nullptr && list->empty()) // said in so many words: nothing goes wrong
+        return plan;
     if (const toml::key* key = find_key(table, kKey)) {
         plan = read_fault_tables(*key, *table.get(kKey), std::nullopt, mistakes);
     } else if (table.empty()) {
