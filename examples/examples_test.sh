@@ -36,7 +36,7 @@ backup)
     # The probe has some 30 transfers, so that the first fault strikes before it; the second, in the
     # dump. Each has its reason.
     for fault in '1:No such device' '500:No such device'; do
-        echo "[{\"when\": {\"transfer\": ${fault%%:*}}, \"do\": \"unplug\"}]" >faults
+        printf '[[fault]]\nwhen = { transfer = %s }\ndo = "unplug"\n' "${fault%%:*}" >faults
         if "$sim" run --speed fast --faults faults -- "$programs/backup" lost >out 2>err; then
             fail "it did not notice an unplug"
         fi

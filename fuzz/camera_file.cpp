@@ -20,7 +20,7 @@ bool is_understood(Read read)
     try {
         read();
         return true;
-    } catch (const sim::CameraFileError& error) {
+    } catch (const sim::DescriptionError& error) {
         if (*error.what() == '\0')
             std::abort(); // says nothing
         return false;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Feeds the reader of fault files with any text. What could be read is then done to a camera.
 //
-// Input: the text.
+// Input: the text, TOML or JSON.
 #include <algorithm>
 #include <array>
 #include <cstdlib>
@@ -46,8 +46,8 @@ void strike(const sim::FaultPlan& plan)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     try {
-        strike(sim::parse_faults({reinterpret_cast<const char*>(data), size}, "faults.json"));
-    } catch (const sim::FaultFileError& error) {
+        strike(sim::parse_faults({reinterpret_cast<const char*>(data), size}, "faults.toml"));
+    } catch (const sim::DescriptionError& error) {
         if (*error.what() == '\0')
             std::abort(); // says nothing
     }

@@ -45,23 +45,19 @@ TEST(PlannedFaults, AnUpgradeEndsWithTheFirstFailure)
         int32_t status;
         const char* message;
     } cases[] = {
-        {models::kRowan,
-         R"({"when": {"selector": 3, "request": "SET_CUR", "count": 9}, "do": "stall"})", kPipe,
-         "Pipe error"},
-        {models::kRowan, R"({"when": {"rom_address": "0x1000"}, "do": "stall"})", kPipe,
-         "Pipe error"},
-        {models::kRowan, R"({"when": {"transfer": 61}, "do": "io-error"})", kIo,
-         "Input/Output Error"},
-        {models::kWillow, R"({"when": {"transfer": 60}, "do": "timeout"})", kIo,
-         "Input/Output Error"},
-        {models::kLarch, R"({"when": {"rom_address": "0x1000"}, "do": "unplug"})", kGone,
+        {models::kRowan, R"({when = {selector = 3, request = "SET_CUR", count = 9}, do = "stall"})",
+         kPipe, "Pipe error"},
+        {models::kRowan, R"({when = {rom_address = 0x1000}, do = "stall"})", kPipe, "Pipe error"},
+        {models::kRowan, R"({when = {transfer = 61}, do = "io-error"})", kIo, "Input/Output Error"},
+        {models::kWillow, R"({when = {transfer = 60}, do = "timeout"})", kIo, "Input/Output Error"},
+        {models::kLarch, R"({when = {rom_address = 0x1000}, do = "unplug"})", kGone,
          "No such device"},
-        {models::kRowan, R"({"when": {"time_ms": 400}, "do": "unplug", "announced": false})", kGone,
+        {models::kRowan, R"({when = {time_ms = 400}, do = "unplug", announced = false})", kGone,
          "No such device"},
-        {models::kHawthorn, R"({"when": {"time_ms": 400}, "do": "power-cut"})", kGone,
+        {models::kHawthorn, R"({when = {time_ms = 400}, do = "power-cut"})", kGone,
          "No such device"},
-        {models::kRowan, R"({"when": {}, "do": "ignored-unlock"})", NYXUS_E_BUSY, ""},
-        {models::kLarch, R"({"when": {}, "do": "ignored-unlock"})", NYXUS_E_TIMEOUT,
+        {models::kRowan, R"({when = {}, do = "ignored-unlock"})", NYXUS_E_BUSY, ""},
+        {models::kLarch, R"({when = {}, do = "ignored-unlock"})", NYXUS_E_TIMEOUT,
          "block protect timed out"},
     };
     for (const auto& c : cases) {
@@ -69,7 +65,7 @@ TEST(PlannedFaults, AnUpgradeEndsWithTheFirstFailure)
         load_image(c.model);
         camera.device();
         camera.listen();
-        plan(camera, "[" + std::string(c.fault) + "]");
+        plan(camera, "fault = [" + std::string(c.fault) + "]");
         nyxus_errmsg[0] = '\0';
         EXPECT_EQ(MP_FwUpgrade(camera.device(), nullptr), c.status) << c.model << c.fault;
         EXPECT_NE(std::string(nyxus_errmsg).find(c.message), std::string::npos)
@@ -85,7 +81,7 @@ TEST(PlannedFaults, AnIgnoredUnlockKeepsTheRomAsItWas)
         const Bytes before = camera.rom(0, 0x10000);
         load_image(model);
         camera.device();
-        plan(camera, R"([{"when": {}, "do": "ignored-unlock"}])");
+        plan(camera, R"(fault = [{when = {}, do = "ignored-unlock"}])");
         EXPECT_LT(MP_FwUpgrade(camera.device(), nullptr), 0);
         EXPECT_EQ(camera.rom(0, 0x10000), before) << model;
         EXPECT_NE(camera.sim().controller()->flash_status() & 0x0C, 0) << model;
@@ -98,7 +94,7 @@ TEST(PlannedFaults, AnIgnoredLockDoesNotFailAnUpgradeThatIsComplete)
         Camera camera{model};
         const Bytes image = load_image(model);
         camera.device();
-        plan(camera, R"([{"when": {}, "do": "ignored-lock"}])");
+        plan(camera, R"(fault = [{when = {}, do = "ignored-lock"}])");
         EXPECT_EQ(MP_FwUpgrade(camera.device(), nullptr), 0) << model;
         EXPECT_EQ(camera.rom(0, image.size()), image) << model;
         EXPECT_EQ(camera.sim().controller()->flash_status() & 0x1C, 0) << model << ": unlocked";
@@ -114,7 +110,7 @@ TEST(PlannedFaults, AnUpgradeDoesNotNoticeALie)
         const Bytes before = camera.rom(0, 0x8000);
         const Bytes image = load_image(model, 0x4000);
         camera.device();
-        plan(camera, R"([{"when": {"rom_address": ["0x1000", "0x1FFF"]}, "do": "lying-write"}])");
+        plan(camera, R"(fault = [{when = {rom_address = [0x1000, 0x1FFF]}, do = "lying-write"}])");
         EXPECT_EQ(MP_FwUpgrade(camera.device(), nullptr), 0) << model;
         const bool is_eeprom = camera.device()->bExtRomType != EXTROM_TYPE_SPI;
         EXPECT_EQ(camera.rom(0, 0x1000), part(image, 0, 0x1000)) << model;
@@ -131,7 +127,7 @@ TEST(PlannedFaults, AnEraseThatDidNotHappenLeavesOldBitsInTheNewFirmware)
     const Bytes before = camera.rom(0, 0x4000);
     Bytes image = load_image(models::kCedar, 0x4000);
     camera.device();
-    plan(camera, R"([{"when": {}, "do": "lying-erase"}])");
+    plan(camera, R"(fault = [{when = {}, do = "lying-erase"}])");
     EXPECT_EQ(MP_FwUpgrade(camera.device(), nullptr), 0);
     std::ranges::transform(image, before, image.begin(), std::bit_and<>());
     EXPECT_EQ(camera.rom(0, 0x4000), image);
@@ -153,8 +149,8 @@ TEST(PlannedFaults, APowerCutLeavesAWriteHalfDone)
         const Bytes before = camera.rom(0, 0x8000);
         const Bytes image = load_image(c.model, 0x4000);
         camera.device();
-        plan(camera, R"([{"when": {"rom_address": "0x1000", "request": "SET_CUR", "count": )" +
-                         std::string(c.is_eeprom ? "1" : "2") + R"(}, "do": "power-cut"}])");
+        plan(camera, R"(fault = [{when = {rom_address = 0x1000, request = "SET_CUR", count = )" +
+                         std::string(c.is_eeprom ? "1" : "2") + R"(}, do = "power-cut"}])");
         EXPECT_EQ(MP_FwUpgrade(camera.device(), nullptr), kGone) << c.model;
         const size_t half = 0x1000 + c.chunk / 2;
         EXPECT_EQ(camera.rom(0x40, half - 0x40), part(image, 0x40, half)) << c.model;
@@ -173,7 +169,7 @@ TEST(PlannedFaults, APowerCutLeavesAnEraseHalfDone)
     load_image(models::kRowan);
     camera.device();
     std::ranges::fill(camera.sim().controller()->rom().subspan(0x8000), uint8_t{0x5A});
-    plan(camera, R"([{"when": {"time_ms": 300}, "do": "power-cut"}])");
+    plan(camera, R"(fault = [{when = {time_ms = 300}, do = "power-cut"}])");
     EXPECT_EQ(MP_FwUpgrade(camera.device(), nullptr), kGone);
     EXPECT_EQ(camera.rom(0, 0x10000), erased(0x10000));
     EXPECT_EQ(camera.rom(0x10000, 0x10000), Bytes(0x10000, 0x5A));
@@ -198,15 +194,15 @@ TEST(PlannedFaults, AStuckFlashIsGivenUpInBoundedTime)
         const char* fault;
         int32_t status;
     } cases[] = {
-        {R"({"when": {"rom_address": "0x1000"}, "do": "stuck-busy"})", NYXUS_E_BUSY},
-        {R"({"when": {"rom_address": "0x1000"}, "do": "stuck-busy", "ms": 60000})", NYXUS_E_BUSY},
-        {R"({"when": {"rom_address": "0x1000"}, "do": "stuck-busy", "ms": 500, "times": 3})", 0},
+        {R"({when = {rom_address = 0x1000}, do = "stuck-busy"})", NYXUS_E_BUSY},
+        {R"({when = {rom_address = 0x1000}, do = "stuck-busy", ms = 60000})", NYXUS_E_BUSY},
+        {R"({when = {rom_address = 0x1000}, do = "stuck-busy", ms = 500, times = 3})", 0},
     };
     for (const auto& c : cases) {
         Camera camera{models::kRowan};
         load_image(models::kRowan);
         camera.device();
-        plan(camera, "[" + std::string(c.fault) + "]");
+        plan(camera, "fault = [" + std::string(c.fault) + "]");
         const uint64_t before_us = camera.time().now_us();
         EXPECT_EQ(MP_FwUpgrade(camera.device(), nullptr), c.status) << c.fault;
         EXPECT_LT(camera.time().now_us() - before_us, 20'000'000U) << c.fault;
@@ -219,8 +215,9 @@ TEST(PlannedFaults, BitsFlipOnTheWayOutAndNotInTheRom)
         Camera camera{model};
         const Bytes rom = camera.rom(0, 0x4000);
         camera.device();
-        plan(camera, R"([{"when": {"rom_address": ["0x1001", "0x1002"]}, "do": "bit-flip",
-                          "mask": "0x81"}])");
+        plan(
+            camera,
+            R"(fault = [{when = {rom_address = [0x1001, 0x1002]}, do = "bit-flip", mask = 0x81}])");
         Bytes read(0x4000);
         EXPECT_EQ(XuExtRomRead(camera.device(), 0, 0x4000, read.data()), 0);
         Bytes expected = rom;
@@ -230,8 +227,8 @@ TEST(PlannedFaults, BitsFlipOnTheWayOutAndNotInTheRom)
         EXPECT_EQ(camera.rom(0, 0x4000), rom) << model;
 
         const auto by_chance = [&](const std::string& seed) {
-            plan(camera,
-                 R"([{"when": {"probability": 0.05}, "do": "bit-flip", "seed": )" + seed + "}]");
+            plan(camera, R"(fault = [{when = {probability = 0.05}, do = "bit-flip", seed = )" +
+                             seed + "}]");
             EXPECT_EQ(XuExtRomRead(camera.device(), 0, 0x4000, read.data()), 0);
             int flipped = 0;
             for (size_t i = 0; i < rom.size(); ++i)
@@ -250,7 +247,7 @@ TEST(PlannedFaults, WithoutAnAnswerTheLibraryWaitsForTheUnplug)
 {
     Camera camera{models::kRowan};
     NyDevice* device = camera.device();
-    plan(camera, R"([{"when": {"selector": 3, "request": "GET_CUR"}, "do": "no-answer"}])");
+    plan(camera, R"(fault = [{when = {selector = 3, request = "GET_CUR"}, do = "no-answer"}])");
     int32_t status = 0;
     std::thread reader([&] {
         uint8_t data[8];
@@ -269,7 +266,7 @@ TEST(PlannedFaults, ALateAnswerIsWaitedFor)
     camera.device();
     plan(
         camera,
-        R"([{"when": {"selector": 3, "request": "GET_CUR", "count": 2}, "do": "late", "ms": 300}])");
+        R"(fault = [{when = {selector = 3, request = "GET_CUR", count = 2}, do = "late", ms = 300}])");
     const uint64_t before_us = camera.time().now_us();
     Bytes read(0x100);
     EXPECT_EQ(XuExtRomRead(camera.device(), 0, 0x100, read.data()), 0);

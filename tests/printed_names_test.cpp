@@ -108,7 +108,7 @@ void probe_with_failures(Camera& camera)
 void probe_a_camera_that_goes(Camera& camera)
 {
     camera.bed().set_faults(
-        sim::parse_faults(R"([{"when": {"selector": 13}, "do": "unplug"}])", "plan"));
+        sim::parse_faults(R"(fault = [{when = {selector = 13}, do = "unplug"}])", "plan"));
     (void)camera.create();
 }
 

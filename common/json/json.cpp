@@ -3,7 +3,7 @@
 
 namespace json {
 
-Json parsed(std::string_view text)
+Json parsed(std::string_view text, Comments comments)
 {
     constexpr int kDeepest = 16;
     bool too_deep = false;
@@ -11,7 +11,7 @@ Json parsed(std::string_view text)
         too_deep = too_deep || depth > kDeepest;
         return !too_deep;
     };
-    Json value = Json::parse(text, bounded, false);
+    Json value = Json::parse(text, bounded, false, comments == Comments::kAllowed);
     return too_deep ? Json(Json::value_t::discarded) : value;
 }
 

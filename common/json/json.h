@@ -11,8 +11,11 @@ namespace json {
 
 using Json = nlohmann::ordered_json;
 
+/// Those of C++.
+enum class Comments { kRefused, kAllowed };
+
 /// What the text says; a value that is_discarded() where it is no JSON, or nested deeper than 16.
-Json parsed(std::string_view text);
+Json parsed(std::string_view text, Comments comments = Comments::kRefused);
 
 /// On one line, or indented. What is no UTF-8 becomes U+FFFD.
 std::string printed(const Json& value, int indent = -1);

@@ -3,7 +3,8 @@
 
 #include "cameras/fields.h"
 #include "cameras/shipped.h"
-#include "cameras/toml_reader.h"
+#include "description/reader.h"
+#include "faults/fault_tables.h"
 #include "files/read.h"
 #include "text/nearest.h"
 
@@ -70,17 +71,17 @@ Part read_part_or_table(const toml::key& key, const toml::node& node, const Kind
 
 class CameraReader {
 public:
-    CameraReader(const toml::table& table, CameraModel& model, Mistakes& mistakes)
+    CameraReader(const toml::table& table, CameraDescription& model, Mistakes& mistakes)
         : table_(table), model_(model), mistakes_(mistakes)
     {
     }
 
     void read()
     {
-        read_fields(table_, "", camera_fields(), model_, mistakes_,
-                    [this](const Field<CameraModel>& field, const toml::key* key) {
-                        open_section(field, key);
-                    });
+        read_fields<CameraModel>(table_, "", camera_fields(), model_, mistakes_,
+                                 [this](const Field<CameraModel>& field, const toml::key* key) {
+                                     open_section(field, key);
+                                 });
         check_together();
     }
 
@@ -94,6 +95,8 @@ private:
             return;
         } else if (field.key == "format") {
             read_formats(field, *key, *node);
+        } else if (field.key == "fault") {
+            model_.faults = read_fault_tables(*key, *node, model_.name, mistakes_);
         } else if (field.key == "controls") {
             read_controls(field, *key, *node);
         } else if (field.key == "flash") {
@@ -107,16 +110,11 @@ private:
 
     void read_formats(const Field<CameraModel>& field, const toml::key& key, const toml::node& node)
     {
-        const auto* list = node.as_array();
-        if (list == nullptr || !list->is_array_of_tables() ||
-            list->size() > std::get<Tables>(field.kind).most) {
-            report_kind(key, node, field.kind, mistakes_);
-            return;
-        }
-        model_.formats.assign(list->size(), {});
-        for (size_t i = 0; i < list->size(); ++i) {
-            read_fields(*list->get_as<toml::table>(i), "format", format_fields(), model_.formats[i],
-                        mistakes_, kNoSections);
+        model_.formats.clear();
+        for (const toml::table* table :
+             tables_of(key, node, std::get<Tables>(field.kind), mistakes_)) {
+            read_fields(*table, "format", format_fields(), model_.formats.emplace_back(), mistakes_,
+                        kNoSections);
         }
     }
 
@@ -129,11 +127,11 @@ private:
             return;
         }
         model_.controls = {};
-        read_fields(*table, "controls", control_fields(), model_, mistakes_,
-                    [&](const Field<CameraModel>& control, const toml::key* name) {
-                        if (name != nullptr)
-                            read_range(control, *name, *table->get(control.key));
-                    });
+        read_fields<CameraModel>(*table, "controls", control_fields(), model_, mistakes_,
+                                 [&](const Field<CameraModel>& control, const toml::key* name) {
+                                     if (name != nullptr)
+                                         read_range(control, *name, *table->get(control.key));
+                                 });
     }
 
     void read_range(const Field<CameraModel>& control, const toml::key& key, const toml::node& node)
@@ -163,7 +161,8 @@ private:
             node = nullptr;
         }
         const toml::table& table = node != nullptr ? *node->as_table() : kAllDefaults;
-        read_fields(table, "firmware", firmware_fields(), model_, mistakes_, kNoSections);
+        read_fields<CameraModel>(table, "firmware", firmware_fields(), model_, mistakes_,
+                                 kNoSections);
         const toml::key* size = find_key(table, "size_bytes");
         if (size != nullptr && rom_bytes(model_) > 0 &&
             model_.factory_firmware_bytes > rom_bytes(model_)) {
@@ -203,7 +202,7 @@ private:
     }
 
     const toml::table& table_;
-    CameraModel& model_;
+    CameraDescription& model_;
     Mistakes& mistakes_;
 };
 
@@ -237,21 +236,21 @@ std::vector<Part> parse_parts(std::string_view text, const std::string& file, co
 
 } // namespace
 
-CameraModel parse_camera_file(std::string_view text, const std::string& file)
+CameraDescription parse_camera_file(std::string_view text, const std::string& file)
 {
     const toml::table table = parse_toml(text, file);
     Mistakes mistakes(file);
-    CameraModel model;
+    CameraDescription model;
     model.name = name_from(file);
     CameraReader(table, model, mistakes).read();
     mistakes.throw_if_any();
     return model;
 }
 
-CameraModel read_camera_file(const std::string& path)
+CameraDescription read_camera_file(const std::string& path)
 {
     const auto fail = [&path](const std::string& why) -> void {
-        throw CameraFileError(path + ": " + why);
+        throw DescriptionError(path + ": " + why);
     };
     std::error_code error;
     const auto status = std::filesystem::status(path, error);
@@ -262,10 +261,10 @@ CameraModel read_camera_file(const std::string& path)
     try {
         return parse_camera_file(files::read_text(path, kLargestFile), path);
     } catch (const std::system_error& failure) {
-        throw CameraFileError(path + (failure.code() == std::errc::file_too_large
-                                          ? ": a camera description has at most " +
-                                                std::to_string(kLargestFile) + " bytes"
-                                          : ": the file cannot be read"));
+        throw DescriptionError(path + (failure.code() == std::errc::file_too_large
+                                           ? ": a camera description has at most " +
+                                                 std::to_string(kLargestFile) + " bytes"
+                                           : ": the file cannot be read"));
     }
 }
 

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cameras/fields.h"
 
+#include "faults/fault_fields.h"
+
 #include <algorithm>
-#include <cstdio>
 
 namespace sim {
 
@@ -23,24 +24,6 @@ constexpr std::string_view kWriteProtect[] = {"control", "gpio0"};
 int64_t number(const Value& value)
 {
     return std::get<int64_t>(value);
-}
-
-/// Puts a value of the right kind into a member, as it is.
-template <auto Member, typename Target>
-void store(Target& target, const Value& value)
-{
-    auto& member = target.*Member;
-    using Type = std::remove_cvref_t<decltype(member)>;
-    if constexpr (std::is_same_v<Type, std::string>) {
-        member = std::get<std::string>(value);
-    } else if constexpr (std::is_same_v<Type, std::array<uint8_t, 3>>) {
-        const auto& bytes = std::get<std::vector<uint8_t>>(value);
-        std::copy_n(bytes.begin(), std::min(bytes.size(), member.size()), member.begin());
-    } else if constexpr (std::is_same_v<Type, bool>) {
-        member = std::get<bool>(value);
-    } else {
-        member = static_cast<Type>(number(value));
-    }
 }
 
 void set_xu_version(CameraModel& model, const Value& value)
@@ -211,6 +194,8 @@ std::span<const Field<CameraModel>> camera_fields()
          "Where the ROM header keeps the ROM's size: at byte 6 or 22.", set_size_byte},
         {"firmware", Table{}, Absent{"all of its defaults"},
          "A table [firmware]: what is in the ROM at first.", nullptr},
+        {"fault", kFaultTables, Absent{"nothing"},
+         "What goes wrong with the camera by itself: a table [[fault]] for each.", nullptr},
     };
     return fields;
 }
@@ -341,108 +326,5 @@ std::span<const Field<EepromPart>> eeprom_fields()
     return fields;
 }
 // clang-format on
-
-namespace {
-
-std::string format_number(int64_t value, Digits digits)
-{
-    if (digits == Digits::kDecimal)
-        return std::to_string(value);
-    char text[24];
-    const int width = value > 0xFF ? 4 : 2;
-    std::snprintf(text, sizeof text, "0x%0*llX", width, static_cast<unsigned long long>(value));
-    return text;
-}
-
-std::string in_quotes(std::string_view text)
-{
-    return '"' + std::string(text) + '"';
-}
-
-struct KindText {
-    std::string operator()(const Number& n) const
-    {
-        const bool power = n.digits == Digits::kHexPowerOfTwo;
-        return std::string(power ? "a power of two from " : "a whole number from ") +
-               format_number(n.least, n.digits) + " to " + format_number(n.most, n.digits);
-    }
-    std::string operator()(const EitherNumber& n) const
-    {
-        return std::to_string(n.first) + " or " + std::to_string(n.second);
-    }
-    std::string operator()(const Text& t) const
-    {
-        return "a text of " + (t.shortest > 0 ? std::to_string(t.shortest) + " to " : "at most ") +
-               std::to_string(t.longest) + " plain characters";
-    }
-    std::string operator()(const Word& w) const
-    {
-        return "a text of 1 to " + std::to_string(w.longest) + " letters, digits, '-', '_' and '.'";
-    }
-    std::string operator()(const Truth&) const { return "true or false"; }
-    std::string operator()(const ByteList& l) const
-    {
-        const std::string range = l.fewest == l.most
-                                      ? std::to_string(l.most)
-                                      : std::to_string(l.fewest) + " to " + std::to_string(l.most);
-        return "a list of " + range + " bytes, each from 0x00 to 0xFF";
-    }
-    std::string operator()(const Choice& c) const
-    {
-        std::string text;
-        for (const std::string_view word : c.words)
-            text += (text.empty() ? "" : " or ") + in_quotes(word);
-        return text;
-    }
-    std::string operator()(const PartOrTable& p) const
-    {
-        return "the name of a part or a table [" + std::string(p.section) + "]";
-    }
-    std::string operator()(const Table&) const { return "a table"; }
-    std::string operator()(const Tables& t) const
-    {
-        return "1 to " + std::to_string(t.most) + " tables";
-    }
-    std::string operator()(const SizeList& s) const
-    {
-        return "a list of 1 to " + std::to_string(s.most) +
-               " texts such as \"640x480: 30, 15\", with even widths and rates that fall";
-    }
-};
-
-struct ValueText {
-    const Kind& kind;
-
-    std::string operator()(int64_t value) const
-    {
-        const auto* rule = std::get_if<Number>(&kind);
-        return format_number(value, rule != nullptr ? rule->digits : Digits::kDecimal);
-    }
-    std::string operator()(bool value) const { return value ? "true" : "false"; }
-    std::string operator()(const std::string& value) const { return in_quotes(value); }
-    std::string operator()(const std::vector<uint8_t>& value) const
-    {
-        std::string text;
-        for (const uint8_t byte : value)
-            text += (text.empty() ? "" : ", ") + format_number(byte, Digits::kHex);
-        return "[" + text + "]";
-    }
-    std::string operator()(const std::vector<FrameSize>& sizes) const
-    {
-        return std::to_string(sizes.size()) + " sizes"; // no key has any by default
-    }
-};
-
-} // namespace
-
-std::string describe_kind(const Kind& kind)
-{
-    return std::visit(KindText{}, kind);
-}
-
-std::string format_value(const Value& value, const Kind& kind)
-{
-    return std::visit(ValueText{kind}, value);
-}
 
 } // namespace sim

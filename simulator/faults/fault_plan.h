@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "description/kinds.h"
+
 #include <cstdint>
 #include <limits>
 #include <optional>
@@ -8,14 +10,6 @@
 #include <vector>
 
 namespace sim {
-
-/// Both ends belong to it.
-struct Range {
-    uint64_t from = 0;
-    uint64_t to = std::numeric_limits<uint64_t>::max();
-
-    bool contains(uint64_t value) const { return value >= from && value <= to; }
-};
 
 /// When a fault strikes. All that is set has to hold. Numbers count from 1 and for each camera
 /// since its faults were set; they go on over restarts and re-plugs.

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "camera_request.h"
 
-#include "cameras/camera_file.h"
 #include "cameras/shipped.h"
 #include "text/nearest.h"
 #include "text/numbers.h"
@@ -84,19 +83,14 @@ void check_rom_files_differ(const std::vector<CameraRequest>& cameras)
 
 } // namespace
 
-std::shared_ptr<const CameraModel> model_named(const std::string& text)
+std::shared_ptr<const CameraDescription> model_named(const std::string& text)
 {
-    if (names_a_file(text)) {
-        try {
-            return std::make_shared<CameraModel>(read_camera_file(text));
-        } catch (const CameraFileError& error) {
-            throw UsageError(error.what());
-        }
-    }
+    if (names_a_file(text))
+        return std::make_shared<CameraDescription>(read_camera_file(text));
     const CameraModel* model = find_model(text);
     if (model == nullptr)
         throw UsageError(unknown_model(text));
-    return std::make_shared<CameraModel>(*model);
+    return std::make_shared<CameraDescription>(CameraDescription{*model});
 }
 
 CameraRequest parse_camera(const std::string& text)
@@ -117,7 +111,7 @@ std::vector<CameraRequest> parse_cameras(const std::vector<std::string>& texts,
     std::vector<CameraRequest> cameras;
     std::ranges::transform(texts, std::back_inserter(cameras), parse_camera);
     if (cameras.empty())
-        cameras.emplace_back().model = std::make_shared<CameraModel>(models().front());
+        cameras.emplace_back().model = model_named(models().front().name);
     if (rom_files.size() > cameras.size())
         throw UsageError("there are more ROM files than cameras");
     for (size_t i = 0; i < rom_files.size(); ++i) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "chip/model.h"
+#include "cameras/camera_file.h"
 
 #include <memory>
 #include <stdexcept>
@@ -18,7 +18,7 @@ struct UsageError : std::runtime_error {
 /// One camera of the command line: MODEL-OR-FILE[,serial=TEXT][,bus=N][,rom=FILE][,blank]
 ///     [,driver=uvcvideo]
 struct CameraRequest {
-    std::shared_ptr<const CameraModel> model;
+    std::shared_ptr<const CameraDescription> model;
     std::string serial;
     unsigned bus = 1;
     std::string rom_file; ///< empty: contents are not kept
@@ -33,7 +33,8 @@ CameraRequest parse_camera(const std::string& text);
 std::vector<CameraRequest> parse_cameras(const std::vector<std::string>& texts,
                                          const std::vector<std::string>& rom_files);
 /// A shipped model by its name, or the one that a description file holds: then `text` has a '/' or
-/// ends in .toml. Throws UsageError that says where the file is wrong, or names the nearest model.
-std::shared_ptr<const CameraModel> model_named(const std::string& text);
+/// ends in .toml. Throws DescriptionError that says where the file is wrong, or UsageError that
+/// names the nearest model.
+std::shared_ptr<const CameraDescription> model_named(const std::string& text);
 
 } // namespace sim

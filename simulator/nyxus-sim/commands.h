@@ -31,6 +31,7 @@ struct SimulationArguments {
 struct RunArguments {
     SimulationArguments simulation;
     std::vector<std::string> program;
+    bool strict = false; ///< a fault that never happened makes the run fail
 };
 
 struct ServeArguments {

@@ -3,6 +3,7 @@
 #include "cameras/fields.h"
 #include "cameras/shipped.h"
 #include "commands.h"
+#include "faults/fault_fields.h"
 #include "text/format.h"
 #include "text/hex.h"
 
@@ -62,6 +63,8 @@ void print_keys()
     print_section("[controls.NAME]", range_fields());
     print_section("[flash]", flash_fields());
     print_section("[eeprom]", eeprom_fields());
+    print_section("[[fault]]", fault_fields());
+    print_section("[fault.when]", trigger_fields());
 }
 
 void print_flash_parts()

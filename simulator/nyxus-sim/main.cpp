@@ -37,7 +37,8 @@ constexpr char kExamples[] = R"(Examples:
   nyxus-sim run -- sh -c 'nyxus-sim do unplug; nyxus info; nyxus-sim state'
 
 run exits with the program's code, 128+N when it died of signal N, 127 when there is no such
-program, 126 when it cannot be run, 125 when the simulation itself failed. Wrong arguments: 2.
+program, 126 when it cannot be run, 125 when the simulation itself failed, 124 when
+a fault never happened and --strict was given. Wrong arguments: 2.
 )";
 
 /// For the completion of command lines: the models, or a description file.
@@ -74,7 +75,7 @@ void add_simulation_options(Command& command, sim::SimulationArguments& argument
         .showing_default();
     sim::add_watch_options(command, arguments.watch);
     command.file("--faults", &arguments.fault_file,
-                 "What goes wrong, and when: a JSON list (see docs/simulator.md, Faults)");
+                 "What goes wrong, and when: a TOML file, see nyxus-faults(5)");
 }
 
 /// What the command line asks for.
@@ -105,6 +106,8 @@ void add_run(Command& app, sim::RunArguments& arguments, Job& job)
     Command& command = app.command("run", "Run a program with simulated cameras plugged in")
                            .footer("The program and its arguments follow after --");
     add_simulation_options(command, arguments.simulation);
+    command.flag("--strict", &arguments.strict,
+                 "A fault that never happened makes the run fail, with exit code 124");
     command.does([&] { job = {[&] { return run(arguments); }, kRunFailureCode}; });
 }
 
@@ -199,7 +202,7 @@ int command_line_of(int argc, char** argv)
         return job.work();
     } catch (const sim::UsageError& error) {
         return fail(error, kUsageCode);
-    } catch (const std::invalid_argument& error) { // the bed refuses a serial number, or is full
+    } catch (const std::invalid_argument& error) { // also a mistake in a description
         return fail(error, kUsageCode);
     } catch (const std::exception& error) {
         return fail(error, job.failure_code);

@@ -10,6 +10,12 @@
 
 namespace sim {
 
+namespace {
+
+constexpr int kMissedFaultCode = 124;
+
+} // namespace
+
 int run_program(const RunArguments& arguments)
 {
     const SignalRelay relay;
@@ -23,7 +29,11 @@ int run_program(const RunArguments& arguments)
         setenv("NYXUS_SIM_SPEED", arguments.simulation.speed.c_str(), 1);
         code = relay.run(arguments.program);
     }
-    return simulation.finish() || code != 0 ? code : 1;
+    const bool saved = simulation.finish();
+    if (arguments.strict && simulation.missed_a_fault())
+        return kMissedFaultCode; // whatever the program says: it was not tried as it was meant to
+                                 // be
+    return saved || code != 0 ? code : 1;
 }
 
 } // namespace sim

@@ -67,7 +67,7 @@ Simulation::Simulation(const SimulationArguments& arguments)
 {
     bed_.set_usbfs_memory(arguments.usbfs_memory_mib);
     if (!arguments.fault_file.empty())
-        faults_ = read_fault_file(arguments.fault_file);
+        faults_ = parse_faults(read_fault_text(arguments.fault_file), arguments.fault_file);
     plug(arguments);
     if (!faults_.empty())
         bed_.set_faults(faults_);
@@ -96,6 +96,10 @@ void Simulation::plug(const SimulationArguments& arguments)
         camera.set_pacing(fast_ ? Pacing::kFlatOut : Pacing::kRealTime);
         watchers_.watch(camera, requests.size() > 1 ? camera.serial() : "");
         cameras_.push_back(&camera);
+        for (PlannedFault fault : request.model->faults) {
+            fault.when.position = static_cast<unsigned>(cameras_.size());
+            faults_.push_back(std::move(fault));
+        }
         if (!request.rom_file.empty())
             kept_.push_back({&camera, request.rom_file, rom});
     }
@@ -106,8 +110,10 @@ void Simulation::report_faults()
 {
     const std::vector<uint64_t> strikes = bed_.fault_strikes();
     for (size_t i = 0; i < faults_.size(); ++i) {
-        if (strikes[i] == 0)
+        if (strikes[i] == 0) {
             std::fprintf(stderr, "nyxus-sim: %s never happened\n", faults_[i].text.c_str());
+            missed_a_fault_ = true;
+        }
     }
 }
 

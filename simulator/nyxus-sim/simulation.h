@@ -35,6 +35,8 @@ public:
     /// Waits until what is under way has happened, tells which faults never did, and keeps the ROMs
     /// that are to be kept. False when something of it is lost, which it has reported.
     bool finish();
+    /// Whether one of the faults never happened; known once it has finished.
+    bool missed_a_fault() const { return missed_a_fault_; }
 
 private:
     struct KeptRom {
@@ -56,6 +58,7 @@ private:
     std::vector<KeptRom> kept_;
     StateService state_service_;
     FaultPlan faults_;
+    bool missed_a_fault_ = false;
     std::optional<LineServer> state_server_; ///< last: its thread uses the others
 };
 

@@ -20,7 +20,7 @@ std::string mistakes_in(const std::string& text)
     try {
         (void)parse_camera_file(text, "my.toml");
         return "";
-    } catch (const CameraFileError& error) {
+    } catch (const DescriptionError& error) {
         return error.what();
     }
 }
@@ -141,6 +141,19 @@ controller_params = [9, 8, 7]
     EXPECT_EQ(flash.chip_erase_us, 4u);
     EXPECT_EQ(flash.status_write_us, 5u);
     EXPECT_EQ(flash.controller_params, (std::array<uint8_t, 3>{9, 8, 7}));
+}
+
+TEST(CameraFile, SaysWhatGoesWrongWithTheCamera)
+{
+    const std::string fault = "[[fault]]\nwhen.transfer = [3]\ndo = \"stall\"\n";
+    const FaultPlan plan = parse_camera_file(kMinimal + kFlash + fault, "my.toml").faults;
+    ASSERT_EQ(plan.size(), 1u);
+    EXPECT_EQ(plan[0].when.transfer->from, 3u);
+    EXPECT_EQ(plan[0].text, "fault 1 of camera 'my' (\"stall\", line 5)");
+    EXPECT_EQ(mistakes_in(kMinimal + kFlash + fault + "ms = 5\n"),
+              "my.toml:8:1: fault 1: 'ms' means nothing to \"stall\"");
+    EXPECT_EQ(mistakes_in(kMinimal + kFlash + fault + "when.camera = 2\n"),
+              "my.toml:8:6: fault 1: 'camera' has no meaning in the description of one");
 }
 
 TEST(CameraFile, MistakesAreToldWithTheirPlace)
@@ -292,7 +305,7 @@ TEST(CameraFile, FilesThatAreNoneAreRefused)
     std::ofstream(large) << std::string(40000, '#');
     for (const std::string& path :
          {large, folder.string(), (folder / "none.toml").string(), std::string("/dev/zero")})
-        EXPECT_THROW((void)read_camera_file(path), CameraFileError) << path;
+        EXPECT_THROW((void)read_camera_file(path), DescriptionError) << path;
     const std::string good = folder / "good.toml";
     std::ofstream(good) << kMinimal << kFlash;
     EXPECT_EQ(read_camera_file(good).name, "good");

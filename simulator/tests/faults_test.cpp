@@ -93,17 +93,17 @@ TEST_F(Faults, OfTransfersReachTheCaller)
         {R"("io-error")", kGetCur, kRegisterBytes, LIBUSB_ERROR_IO},
         {R"("timeout")", kGetCur, kRegisterBytes, LIBUSB_ERROR_IO},
         {R"("no-answer")", kGetCur, kRegisterBytes, LIBUSB_ERROR_TIMEOUT},
-        {R"("short", "bytes": 3)", kGetCur, kRegisterBytes, 3},
-        {R"("wrong-length", "bytes": 4)", kGetCur, kRegisterBytes, 4},
-        {R"("wrong-length", "bytes": 20)", kGetCur, 32, 20},
-        {R"("wrong-length", "bytes": 33)", kGetCur, 32, LIBUSB_ERROR_OVERFLOW},
-        {R"("wrong-length", "bytes": 513)", kGetLen, 2, 2},
-        {R"("late", "ms": 1)", kGetCur, kRegisterBytes, kRegisterBytes},
-        {R"("late", "ms": 100000)", kGetCur, kRegisterBytes, LIBUSB_ERROR_TIMEOUT},
+        {R"("short", bytes = 3)", kGetCur, kRegisterBytes, 3},
+        {R"("wrong-length", bytes = 4)", kGetCur, kRegisterBytes, 4},
+        {R"("wrong-length", bytes = 20)", kGetCur, 32, 20},
+        {R"("wrong-length", bytes = 33)", kGetCur, 32, LIBUSB_ERROR_OVERFLOW},
+        {R"("wrong-length", bytes = 513)", kGetLen, 2, 2},
+        {R"("late", ms = 1)", kGetCur, kRegisterBytes, kRegisterBytes},
+        {R"("late", ms = 100000)", kGetCur, kRegisterBytes, LIBUSB_ERROR_TIMEOUT},
         {R"("unplug")", kGetCur, kRegisterBytes, LIBUSB_ERROR_NO_DEVICE},
     };
     for (const auto& c : cases) {
-        plan(std::string(R"([{"when": {"unit": 6}, "times": 1, "do": )") + c.effect + "}]");
+        plan(std::string(R"(fault = [{when = {unit = 6}, times = 1, do = )") + c.effect + "}]");
         EXPECT_EQ(get(handle, c.request, c.room), c.result) << c.effect;
         if (c.request == kGetLen) {
             EXPECT_EQ(data_[0] | data_[1] << 8, 513) << c.effect;
@@ -126,7 +126,8 @@ TEST_F(Faults, ARestartComesThoughItsAnswerIsLateOrCancelled)
     for (const auto& [ms, result] : cases) {
         const unsigned before = camera_.address();
         const Handle handle = open(camera_);
-        plan(std::string(R"([{"when": {"unit": 6}, "times": 1, "do": "late", "ms": )") + ms + "}]");
+        plan(std::string(R"(fault = [{when = {unit = 6}, times = 1, do = "late", ms = )") + ms +
+             "}]");
         EXPECT_EQ(restart(handle), result);
         bed_.settle();
         EXPECT_NE(camera_.address(), before) << ms;
@@ -135,7 +136,7 @@ TEST_F(Faults, ARestartComesThoughItsAnswerIsLateOrCancelled)
 
 TEST_F(Faults, ACameraThatIsUnpluggedDoesNotComeBackByARestart)
 {
-    plan(R"([{"when": {"unit": 6, "request": "GET_CUR"}, "do": "unplug"}])");
+    plan(R"(fault = [{when = {unit = 6, request = "GET_CUR"}, do = "unplug"}])");
     while (bed_.fault_strikes().front() == 0) { // unless the restart was faster
         const Handle handle = open(camera_);
         EXPECT_EQ(restart(handle), kRegisterBytes);
@@ -159,7 +160,7 @@ TEST_F(Faults, MayStrikeOnceTheCameraHasObeyed)
     uint8_t value = 0;
     for (const auto& [effect, result] : cases) {
         camera_.controller()->set_reg(kRegister, value++);
-        plan(std::string(R"([{"when": {"unit": 6}, "after": true, "do": ")") + effect + "\"}]");
+        plan(std::string(R"(fault = [{when = {unit = 6}, after = true, do = ")") + effect + "\"}]");
         EXPECT_EQ(set_register(handle, kRegister, value), result) << effect;
         EXPECT_EQ(camera_.controller()->reg(kRegister), value) << effect;
     }
@@ -168,7 +169,7 @@ TEST_F(Faults, MayStrikeOnceTheCameraHasObeyed)
 TEST_F(Faults, AnAnswerIsLateOnTheClockToo)
 {
     const Handle handle = open(camera_);
-    plan(R"([{"when": {"transfer": 1}, "do": "late", "ms": 50}])");
+    plan(R"(fault = [{when = {transfer = 1}, do = "late", ms = 50}])");
     const uint64_t before_us = clock_.now_us();
     EXPECT_EQ(get(handle, kGetLen, 2, 10'000), 2);
     EXPECT_GE(clock_.now_us() - before_us, 50'000U);
@@ -185,7 +186,7 @@ TEST_F(Faults, ALateAnswerHoldsUpNobodyElse)
     sim::PluggedCamera& other = bed_.plug(*sim::find_model("rowan-spi"), {.serial = "S2"});
     const Handle handle = open(camera_);
     const Handle other_handle = open(other);
-    plan(R"([{"when": {"camera": "S1", "transfer": 1}, "do": "late", "ms": 3600000}])");
+    plan(R"(fault = [{when = {camera = "S1", transfer = 1}, do = "late", ms = 3600000}])");
 
     uint8_t buffer[10];
     bool ended = false;
@@ -208,7 +209,7 @@ TEST_F(Faults, ALateAnswerHoldsUpNobodyElse)
 TEST_F(Faults, ALateAnswerOfACameraThatWentNeverComes)
 {
     const Handle handle = open(camera_);
-    plan(R"([{"when": {"transfer": 1}, "do": "late", "ms": 3600000}])");
+    plan(R"(fault = [{when = {transfer = 1}, do = "late", ms = 3600000}])");
     sim::CameraEvents events(camera_);
     std::thread puller([&] {
         EXPECT_TRUE(events.wait_for([](const auto& seen) { return seen.strikes == 1; }));
@@ -220,13 +221,12 @@ TEST_F(Faults, ALateAnswerOfACameraThatWentNeverComes)
 
 TEST_F(Faults, TheCameraLeavesAtItsTimeAndComesBack)
 {
-    for (const char* effect :
-         {R"("unplug")", R"("unplug", "announced": false)", R"("power-cut")"}) {
+    for (const char* effect : {R"("unplug")", R"("unplug", announced = false)", R"("power-cut")"}) {
         const Handle handle = open(camera_);
         const unsigned before = camera_.address();
         // It comes back when as much time has passed on the machine, too: an hour, which has not.
-        plan(std::string(R"([{"when": {"time_ms": 2500}, "replug_ms": 3600000, "do": )") + effect +
-             "}]");
+        plan(std::string(R"(fault = [{when = {time_ms = 2500}, replug_ms = 3600000, do = )") +
+             effect + "}]");
         pass_ms(2'400);
         EXPECT_EQ(get(handle, kGetLen, 2), 2) << effect;
         pass_ms(100);
@@ -241,7 +241,7 @@ TEST_F(Faults, TheCameraLeavesAtItsTimeAndComesBack)
 TEST_F(Faults, ATransferTooNoticesTheTime)
 {
     const Handle handle = open(camera_);
-    plan(R"([{"when": {"time_ms": 10}, "do": "unplug"}])");
+    plan(R"(fault = [{when = {time_ms = 10}, do = "unplug"}])");
     int answered = 0;
     while (get(handle, kGetLen, 2) == 2)
         ++answered;
@@ -254,7 +254,7 @@ TEST_F(Faults, ABackThatIsAtOnceStillChangesTheAddress)
 {
     const Handle handle = open(camera_);
     const unsigned before = camera_.address();
-    plan(R"([{"when": {"transfer": 2}, "do": "unplug", "replug_ms": 0}])");
+    plan(R"(fault = [{when = {transfer = 2}, do = "unplug", replug_ms = 0}])");
     EXPECT_EQ(get(handle, kGetLen, 2), 2);
     EXPECT_EQ(get(handle, kGetLen, 2), LIBUSB_ERROR_NO_DEVICE);
     pass_ms(1);
@@ -264,8 +264,9 @@ TEST_F(Faults, ABackThatIsAtOnceStillChangesTheAddress)
 
 TEST_F(Faults, APlanIsAboutCamerasThatAreThere)
 {
-    EXPECT_THROW(plan(R"([{"when": {"camera": 2}, "do": "stall"}])"), std::invalid_argument);
-    EXPECT_THROW(plan(R"([{"when": {"camera": "S2"}, "do": "stall"}])"), std::invalid_argument);
+    EXPECT_THROW(plan(R"(fault = [{when = {camera = 2}, do = "stall"}])"), std::invalid_argument);
+    EXPECT_THROW(plan(R"(fault = [{when = {camera = "S2"}, do = "stall"}])"),
+                 std::invalid_argument);
 }
 
 TEST_F(Faults, EachCameraCountsForItself)
@@ -273,8 +274,8 @@ TEST_F(Faults, EachCameraCountsForItself)
     sim::PluggedCamera& other = bed_.plug(*sim::find_model("rowan-spi"), {.serial = "S2"});
     const Handle first = open(camera_);
     const Handle second = open(other);
-    plan(R"([{"when": {"transfer": 2}, "do": "stall"},
-             {"when": {"transfer": 3, "camera": 2}, "do": "io-error"}])");
+    plan(
+        R"(fault = [{when = {transfer = 2}, do = "stall"}, {when = {transfer = 3, camera = 2}, do = "io-error"}])");
     for (const int expected : {2, static_cast<int>(LIBUSB_ERROR_PIPE), 2})
         EXPECT_EQ(get(first, kGetLen, 2), expected);
     for (const int expected :
@@ -290,8 +291,8 @@ TEST(FaultsInRealTime, HappenByThemselves)
     sim::PluggedCamera& camera = bed.plug(sim::models().front());
     sim::CameraEvents events(camera);
     const unsigned before = camera.address();
-    bed.set_faults(
-        sim::parse_faults(R"([{"when": {"time_ms": 5}, "do": "unplug", "replug_ms": 5}])", "plan"));
+    bed.set_faults(sim::parse_faults(
+        R"(fault = [{when = {time_ms = 5}, do = "unplug", replug_ms = 5}])", "plan"));
     EXPECT_TRUE(events.wait_for([](const auto& seen) { return seen.arrivals == 2; }));
     EXPECT_NE(camera.address(), before);
     EXPECT_EQ(bed.fault_strikes(), std::vector<uint64_t>{1});

@@ -91,7 +91,7 @@ TEST(UsbipServer, WhatIsPlannedHappensToAFastCameraByItself)
     VirtualClock clock;
     Bed bed(clock);
     PluggedCamera& camera = bed.plug(*find_model("rowan-spi"));
-    bed.set_faults(parse_faults(R"([{"when": {"time_ms": 100000}, "do": "unplug"}])", "plan"));
+    bed.set_faults(parse_faults(R"(fault = [{when = {time_ms = 100000}, do = "unplug"}])", "plan"));
     Export device;
     device.node = find_node(camera.bus(), camera.address());
     device.record.bus_id = "1-1";

@@ -116,7 +116,7 @@ log_tells_an_upgrade() {
     [ "$(wc -l <"$work/log")" -lt 250 ] || fail "too long to read"
     "$sim" run --speed fast --log-all --log="$work/log" -- "$nyxus" upgrade "$work/image" >/dev/null 2>&1
     [ "$(grep -c 'EXT_ROM: write 32 bytes' "$work/log")" -gt 700 ] || fail "not every request"
-    echo '[{"when": {"unit": 6, "request": "GET_CUR"}, "do": "stall", "times": 1}]' >"$work/faults"
+    echo 'fault = [{when = {unit = 6, request = "GET_CUR"}, do = "stall", times = 1}]' >"$work/faults"
     "$sim" run --faults "$work/faults" --log="$work/log" -- "$nyxus" info >/dev/null 2>&1
     expect_same "what follows a fault" "$(grep -c -A 1 'fault 1 ("stall", line 1) strikes' "$work/log")" 1
     grep -A 1 'strikes$' "$work/log" | grep -q 'GET_CUR unit 6 .*-> ' || fail "the stalled request"

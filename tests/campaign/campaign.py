@@ -25,8 +25,15 @@ LIMIT_S = 150
 PATIENCE_S = 4  # where a worker is stopped for good
 # All that may lie in the folder of the state, and in that of the run.
 KEPT = re.compile(r"nyxus(/units(/[^/]+(/(\d{6}\.(rom|json)|journal\.jsonl|unit\.json))?)?)?")
-OF_THE_RUN = re.compile(r"\d+\.rom|faults\.json|pid|dump\.out|area\.bin|state")
+OF_THE_RUN = re.compile(r"\d+\.rom|faults\.toml|pid|dump\.out|area\.bin|state")
 OK, DIFFERENT, INTERRUPTED = 0, 8, 130
+
+
+def toml(value):
+    """As TOML writes it, on one line."""
+    if isinstance(value, dict):
+        return "{" + ", ".join(f"{key} = {toml(member)}" for key, member in value.items()) + "}"
+    return json.dumps(value)  # texts, numbers and lists of numbers look alike
 
 
 class Finding(Exception):
@@ -134,8 +141,8 @@ class Run:
         for unit in units:
             command += ["--camera", unit.option()]
         if faults:
-            file = self.folder / "faults.json"
-            file.write_text(json.dumps(faults))
+            file = self.folder / "faults.toml"
+            file.write_text("fault = [" + ", ".join(map(toml, faults)) + "]\n")
             command += ["--faults", str(file)]
         pid_file = self.folder / "pid"
         pid_file.unlink(missing_ok=True)

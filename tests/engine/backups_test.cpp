@@ -57,7 +57,7 @@ TEST(EngineBackups, OneIsProvenWhenTheCameraHasStartedFromIt)
     hold_device(camera);
     EXPECT_TRUE(engine::check_started(camera, bench.backups));
     EXPECT_EQ(kept(), engine::Started::kYes);
-    bench.set_faults(R"([{"when": {}, "do": "ignored-unlock"}])");
+    bench.set_faults(R"(fault = [{when = {}, do = "ignored-unlock"}])");
     EXPECT_EQ(kept(), engine::Started::kNo);
 }
 

@@ -19,9 +19,9 @@ using engine::RomContents;
 using Kind = engine::Event::Kind;
 
 constexpr char kUnplug[] =
-    R"([{"when": {"rom_address": "0x2000", "request": "SET_CUR", "count": 2}, "times": 1, "do": "unplug"}])";
+    R"(fault = [{when = {rom_address = 0x2000, request = "SET_CUR", count = 2}, times = 1, do = "unplug"}])";
 constexpr char kUnplugInReading[] =
-    R"([{"when": {"rom_address": "0x2000", "request": "GET_CUR", "count": 3}, "times": 1, "do": "unplug"}])";
+    R"(fault = [{when = {rom_address = 0x2000, request = "GET_CUR", count = 3}, times = 1, do = "unplug"}])";
 
 TEST(EngineCameras, AnUpgradeGoesOnWithACameraThatComesBack)
 {

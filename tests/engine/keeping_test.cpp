@@ -224,15 +224,15 @@ TEST(EngineKeeping, WhatIsKeptIsVerifiedAndStandsBeforeTheHeaderDoes)
         engine::Reason reason;
         const char* message;
     } cases[] = {
-        {R"("when": {"rom_address": ["0x9000", "0x90FF"]}, "do": "lying-write")",
+        {R"(when = {rom_address = [0x9000, 0x90FF]}, do = "lying-write")",
          engine::Reason::kMismatch, "the first one at 0x9000 (ROM FF, before 01)"},
-        {R"("when": {"rom_address": "0x9000", "request": "SET_CUR", "count": 2}, "do": "stall")",
+        {R"(when = {rom_address = 0x9000, request = "SET_CUR", count = 2}, do = "stall")",
          engine::Reason::kOther, "programming the ROM failed"},
     };
     for (const auto& c : cases) {
         Bench bench{models::kRowan, full_rom(model)};
         engine::Camera camera = bench.open();
-        bench.set_faults("[{" + std::string(c.fault) + "}]");
+        bench.set_faults("fault = [{" + std::string(c.fault) + "}]");
         const engine::Images images{*engine::Firmware::from(image_bytes(model, 4096))};
         const engine::Report report = bench.upgrade(camera, images);
         EXPECT_EQ(report.status.reason(), c.reason) << report.status.text();

@@ -50,16 +50,16 @@ TEST(EngineQueue, GoesOnOneByOneFromTheExchangeThatFails)
 {
     for (const char* model : {"rowan-spi", "hawthorn-eeprom"}) {
         for (const char* fault :
-             {R"("SET_CUR"}, "do": "stall")", R"("GET_CUR"}, "do": "stall")",
-              R"("GET_CUR"}, "do": "short", "bytes": 7)",
-              R"("SET_CUR"}, "do": "short", "bytes": 2)", R"("GET_CUR"}, "do": "io-error")"}) {
+             {R"("SET_CUR"}, do = "stall")", R"("GET_CUR"}, do = "stall")",
+              R"("GET_CUR"}, do = "short", bytes = 7)", R"("SET_CUR"}, do = "short", bytes = 2)",
+              R"("GET_CUR"}, do = "io-error")"}) {
             for (const int count : {140, 141, 200}) {
                 Bench bench{model};
                 engine::Camera camera = bench.open(engine::Use::kTransfers);
                 std::string faults(fault);
-                faults.insert(faults.find('}'), ", \"count\": [" + std::to_string(count) + ", " +
+                faults.insert(faults.find('}'), ", count = [" + std::to_string(count) + ", " +
                                                     std::to_string(count + 2) + "]");
-                bench.set_faults(R"([{"when": {"selector": 3, "request": )" + faults + "}]");
+                bench.set_faults(R"(fault = [{when = {selector = 3, request = )" + faults + "}]");
                 const auto contents = engine::read_rom(camera, 0, kSize, bench.listener.caller());
                 ASSERT_TRUE(contents) << faults << contents.status().text();
                 EXPECT_TRUE(bench.rom_begins_with(*contents)) << model << faults;
@@ -74,8 +74,8 @@ TEST(EngineQueue, IsNotUsedWhereItReadsSomethingElse)
 {
     Bench bench{models::kRowan};
     engine::Camera camera = bench.open(engine::Use::kTransfers);
-    bench.set_faults(R"([{"when": {"rom_address": ["0x0200", "0x021F"]}, "times": 1,
-                          "do": "bit-flip", "mask": 1}])"); // once, so that the second one differs
+    bench.set_faults(
+        R"(fault = [{when = {rom_address = [0x0200, 0x021F]}, times = 1, do = "bit-flip", mask = 1}])"); // once, so that the second one differs
     const auto contents = engine::read_rom(camera, 0, kSize, bench.listener.caller());
     ASSERT_TRUE(contents) << contents.status().text();
     EXPECT_EQ(bench.simulated.bed().fault_strikes().front(), 1u);
@@ -90,9 +90,9 @@ TEST(EngineQueue, ACameraThatGoesEndsAReadAtOnceAndCanBeClosed)
         for (const int count : {1, 40, 100, 111, 300}) {
             Bench bench{models::kRowan};
             engine::Camera camera = bench.open(engine::Use::kTransfers);
-            bench.set_faults(R"([{"when": {"selector": 3, "count": )" + std::to_string(count) +
-                             R"(}, "do": "unplug", "announced": )" +
-                             (announced ? "true" : "false") + "}]");
+            bench.set_faults(R"(fault = [{when = {selector = 3, count = )" + std::to_string(count) +
+                             R"(}, do = "unplug", announced = )" + (announced ? "true" : "false") +
+                             "}]");
             const auto contents = engine::read_rom(camera, 0, kSize, {});
             EXPECT_EQ(contents.status().reason(), engine::Reason::kCameraGone)
                 << announced << count;

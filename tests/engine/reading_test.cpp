@@ -41,13 +41,13 @@ TEST(EngineReading, TakesTheWidestPathThatACameraServes)
 TEST(EngineReading, IsRightWhenACameraServes512BytesBadly)
 {
     for (const char* fault :
-         {R"("request": "SET_CUR"}, "do": "stall")", R"("request": "GET_CUR"}, "do": "stall")",
-          R"("request": "GET_CUR", "count": [20, 23]}, "do": "short", "bytes": 100)",
-          R"("request": "GET_CUR"}, "do": "wrong-length", "bytes": 4)",
-          R"("rom_address": "0x41FF"}, "do": "bit-flip", "mask": 255)"}) {
+         {R"(request = "SET_CUR"}, do = "stall")", R"(request = "GET_CUR"}, do = "stall")",
+          R"(request = "GET_CUR", count = [20, 23]}, do = "short", bytes = 100)",
+          R"(request = "GET_CUR"}, do = "wrong-length", bytes = 4)",
+          R"(rom_address = 0x41FF}, do = "bit-flip", mask = 255)"}) {
         Bench bench{models::kFi2};
         engine::Camera camera = bench.open();
-        bench.set_faults(R"([{"when": {"selector": 24, )" + std::string(fault) + "}]");
+        bench.set_faults(R"(fault = [{when = {selector = 24, )" + std::string(fault) + "}]");
         const auto contents = engine::read_rom(camera, 0, 0x8000, {});
         ASSERT_TRUE(contents) << fault << contents.status().text();
         EXPECT_TRUE(bench.rom_begins_with(*contents)) << fault;
@@ -80,27 +80,27 @@ TEST(EngineReading, BelievesNoExchangeThatHasNotGoneWell)
         const char* fault; // of the tenth exchange or so
         const char* why;
     } cases[] = {
-        {"rowan-spi", 3, R"("request": "SET_CUR", "count": 10}, "do": "stall")", "rejected"},
-        {"rowan-spi", 3, R"("request": "GET_CUR", "count": 10}, "do": "stall")", "rejected"},
-        {"rowan-spi", 3, R"("request": "SET_CUR", "count": 10}, "do": "short", "bytes": 5)",
+        {"rowan-spi", 3, R"(request = "SET_CUR", count = 10}, do = "stall")", "rejected"},
+        {"rowan-spi", 3, R"(request = "GET_CUR", count = 10}, do = "stall")", "rejected"},
+        {"rowan-spi", 3, R"(request = "SET_CUR", count = 10}, do = "short", bytes = 5)",
          "took only 5 of 35 bytes"},
-        {"rowan-spi", 3, R"("request": "GET_CUR", "count": 10}, "do": "short", "bytes": 30)",
+        {"rowan-spi", 3, R"(request = "GET_CUR", count = 10}, do = "short", bytes = 30)",
          "answered 30 bytes where 35 were due"},
-        {"rowan-spi", 3, R"("request": "GET_CUR", "count": 10}, "do": "wrong-length", "bytes": 4)",
+        {"rowan-spi", 3, R"(request = "GET_CUR", count = 10}, do = "wrong-length", bytes = 4)",
          "answered 4 bytes"},
-        {"hawthorn-eeprom", 3, R"("request": "SET_CUR", "count": 10}, "do": "io-error")",
+        {"hawthorn-eeprom", 3, R"(request = "SET_CUR", count = 10}, do = "io-error")",
          "transfer error"},
-        {"hawthorn-eeprom", 3, R"("request": "GET_CUR", "count": 10}, "do": "short", "bytes": 3)",
+        {"hawthorn-eeprom", 3, R"(request = "GET_CUR", count = 10}, do = "short", bytes = 3)",
          "answered 3 bytes where 11 were due"},
-        {"fi2-spi", 24, R"("request": "SET_CUR", "count": 10}, "do": "stall")", "rejected"},
-        {"fi2-spi", 24, R"("request": "GET_CUR", "count": 10}, "do": "short", "bytes": 515)",
+        {"fi2-spi", 24, R"(request = "SET_CUR", count = 10}, do = "stall")", "rejected"},
+        {"fi2-spi", 24, R"(request = "GET_CUR", count = 10}, do = "short", bytes = 515)",
          "answered 515 bytes where 516 were due"},
-        {"rowan-spi", 2, R"("request": "SET_CUR"}, "times": 1, "do": "stall")", "selecting block"},
+        {"rowan-spi", 2, R"(request = "SET_CUR"}, times = 1, do = "stall")", "selecting block"},
     };
     for (const auto& c : cases) {
         Bench bench{c.model};
         engine::Camera camera = bench.open();
-        bench.set_faults(R"([{"when": {"selector": )" + std::to_string(c.selector) + ", " +
+        bench.set_faults(R"(fault = [{when = {selector = )" + std::to_string(c.selector) + ", " +
                          c.fault + "}]");
         const auto contents = engine::read_rom(camera, 0, 0x2000, bench.listener.caller());
         ASSERT_TRUE(contents) << c.fault << contents.status().text();
@@ -117,8 +117,8 @@ TEST(EngineReading, FailsWhereACameraRefusesForGood)
 {
     Bench bench{models::kRowan};
     engine::Camera camera = bench.open();
-    bench.set_faults(R"([{"when": {"selector": 3, "request": "SET_CUR", "count": [10, 13]},
-                          "do": "stall"}])");
+    bench.set_faults(
+        R"(fault = [{when = {selector = 3, request = "SET_CUR", count = [10, 13]}, do = "stall"}])");
     const auto refused = engine::read_rom(camera, 0, 0x2000, bench.listener.caller());
     EXPECT_EQ(refused.status().reason(), engine::Reason::kOther);
     EXPECT_NE(refused.status().message().find("reading failed at 0x0120: the camera rejected"),
@@ -187,17 +187,17 @@ TEST(EngineReading, ReadsTheOnlyCopyTwice)
         const char* when;
         bool ends_well;
     } cases[] = {
-        {"rowan-spi", R"("rom_address": "0x1234", "count": 1)", true},
-        {"rowan-spi", R"("rom_address": "0x1234", "count": 2)", true},
-        {"hawthorn-eeprom", R"("rom_address": "0x0234", "count": 2)", true},
-        {"fi2-spi", R"("rom_address": "0x1234", "count": 1)", true},
-        {"rowan-spi", R"("rom_address": ["0x1200", "0x12FF"], "probability": 0.9)", false},
+        {"rowan-spi", R"(rom_address = 0x1234, count = 1)", true},
+        {"rowan-spi", R"(rom_address = 0x1234, count = 2)", true},
+        {"hawthorn-eeprom", R"(rom_address = 0x0234, count = 2)", true},
+        {"fi2-spi", R"(rom_address = 0x1234, count = 1)", true},
+        {"rowan-spi", R"(rom_address = [0x1200, 0x12FF], probability = 0.9)", false},
     };
     for (const auto& c : cases) {
         Bench bench{c.model};
         engine::Camera camera = bench.open();
         const auto before = bench.simulated.rom(0, 0x2000);
-        bench.set_faults(R"([{"when": {)" + std::string(c.when) + R"(}, "do": "bit-flip"}])");
+        bench.set_faults(R"(fault = [{when = {)" + std::string(c.when) + R"(}, do = "bit-flip"}])");
         const auto contents = engine::read_rom_twice(camera, 0, 0x2000, bench.listener.caller());
         EXPECT_EQ(contents.ok(), c.ends_well) << c.when;
         EXPECT_TRUE(bench.listener.has(engine::Event::Kind::kReadAgain)) << c.when;
@@ -214,8 +214,8 @@ TEST(EngineReading, ReadsAgainBeforeSomethingIsCalledDifferent)
     Bench bench{models::kRowan};
     engine::Camera camera = bench.open();
     const engine::Images images = images_for(models::kRowan);
-    bench.set_faults(R"([{"when": {"rom_address": "0x1234", "request": "GET_CUR", "count": 3},
-                          "do": "bit-flip"}])");
+    bench.set_faults(
+        R"(fault = [{when = {rom_address = 0x1234, request = "GET_CUR", count = 3}, do = "bit-flip"}])");
     const engine::Report report = bench.upgrade(camera, images);
     EXPECT_TRUE(report.status) << report.status.text();
     EXPECT_EQ(bench.simulated.bed().fault_strikes().front(), 1u);

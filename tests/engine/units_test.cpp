@@ -22,7 +22,7 @@ namespace fs = std::filesystem;
 
 const engine::UpgradeOptions kAlways = {.always = true};
 constexpr char kBreaksOff[] =
-    R"([{"when": {"rom_address": "0x2000", "request": "SET_CUR", "count": 2}, "do": "io-error"}])";
+    R"(fault = [{when = {rom_address = 0x2000, request = "SET_CUR", count = 2}, do = "io-error"}])";
 
 engine::Camera opened(const nyxus::CameraInfo& info)
 {
@@ -295,7 +295,7 @@ TEST(EngineUnits, TheJournalTellsOfAnIncompleteRomWhileTheCameraStillRuns)
     // A line that a power cut has torn.
     std::ofstream(unit_folder(bench) / "journal.jsonl", std::ios::app) << R"({"time": "20)";
     EXPECT_EQ(bench.backups.history(camera.info()).rom, RomRecord::kIncomplete);
-    bench.set_faults("[]");
+    bench.set_faults("fault = []");
     const auto recovery = engine::find_recovery(camera, bench.backups, "", false);
     ASSERT_TRUE(recovery) << recovery.status().text();
     ASSERT_TRUE(bench.upgrade(camera, recovery->images, kAlways).status);
@@ -325,10 +325,10 @@ TEST(EngineUnits, ReadingBackThatFailsLeavesTheRomWritten)
     engine::Camera camera = bench.open();
     // The camera goes on refusing, so that trying again does not help.
     bench.set_faults(
-        R"([{"when": {"rom_address": "0x1000", "request": "GET_CUR", "count": [1, 50]}, "do": "io-error"}])");
+        R"(fault = [{when = {rom_address = 0x1000, request = "GET_CUR", count = [1, 50]}, do = "io-error"}])");
     const engine::Report report =
         bench.upgrade(camera, images_for(models::kHawthorn), {.always = true, .backup = false});
-    bench.set_faults("[]");
+    bench.set_faults("fault = []");
     ASSERT_FALSE(report.status);
     EXPECT_EQ(report.rom, RomContents::kUnverified) << report.status.text();
     EXPECT_EQ(bench.backups.history(camera).rom, RomRecord::kWritten);
@@ -342,7 +342,7 @@ TEST(EngineUnits, WhatSomebodyElseHasChangedIsUnknown)
     bench.set_faults(kBreaksOff);
     ASSERT_EQ(bench.upgrade(camera, images_for(models::kRowan)).rom, RomContents::kIncomplete);
     EXPECT_EQ(others.history(camera).rom, RomRecord::kNone) << "each has a journal of his own";
-    bench.set_faults("[]");
+    bench.set_faults("fault = []");
     sim::ImageRequest request = sim::factory_image_request(*sim::find_model(models::kRowan));
     request.version = 0x0777;
     const engine::Images images{*engine::Firmware::from(sim::make_firmware_image(request))};
@@ -372,7 +372,7 @@ TEST(EngineUnits, ARestartIntoAnotherVersionIsAFailureOnceItIsKnown)
         camera = restarted(bench, std::move(camera));
         EXPECT_TRUE(engine::check_started(camera, bench.backups));
     }
-    bench.set_faults(R"([{"when": {}, "do": "lying-write"}])");
+    bench.set_faults(R"(fault = [{when = {}, do = "lying-write"}])");
     const engine::UpgradeOptions blindly = {.always = true, .backup = false, .verify = false};
     ASSERT_TRUE(bench.upgrade(camera, image(0x0777), blindly).status);
     camera = restarted(bench, std::move(camera));

@@ -125,27 +125,27 @@ TEST(EngineUpgrade, SaysAtAnyEndWhyAndWhatTheRomHolds)
         RomContents rom;
         const char* message;
     } cases[] = {
-        {"rowan-spi", R"("when": {"rom_address": ["0x1000", "0x1FFF"]}, "do": "lying-write")",
+        {"rowan-spi", R"(when = {rom_address = [0x1000, 0x1FFF]}, do = "lying-write")",
          Reason::kMismatch, RomContents::kIncomplete, "bytes differ, the first one at 0x1000 (ROM FF, image "},
-        {"willow-eeprom", R"("when": {"rom_address": ["0x1000", "0x10FF"]}, "do": "lying-write")",
+        {"willow-eeprom", R"(when = {rom_address = [0x1000, 0x10FF]}, do = "lying-write")",
          Reason::kMismatch, RomContents::kIncomplete, "the first one at 0x1000"},
-        {"cedar-spi", R"("when": {"count": 7}, "do": "stuck-busy")",
+        {"cedar-spi", R"(when = {count = 7}, do = "stuck-busy")",
          Reason::kTimedOut, RomContents::kIncomplete, "the flash did not become ready in time"},
-        {"larch-spi", R"("when": {}, "do": "ignored-unlock")",
+        {"larch-spi", R"(when = {}, do = "ignored-unlock")",
          Reason::kProtected, RomContents::kUnchanged, "the flash did not confirm its write protection"},
-        {"rowan-spi", R"("when": {}, "do": "ignored-unlock")",
+        {"rowan-spi", R"(when = {}, do = "ignored-unlock")",
          Reason::kProtected, RomContents::kUnchanged, "unlocking the ROM failed: the flash did not become ready in time; nothing was written"},
-        {"rowan-spi", R"("when": {"rom_address": "0x2000", "request": "SET_CUR", "count": 2}, "do": "power-cut")",
+        {"rowan-spi", R"(when = {rom_address = 0x2000, request = "SET_CUR", count = 2}, do = "power-cut")",
          Reason::kCameraGone, RomContents::kIncomplete, "before: programming the ROM failed: the camera is gone, perhaps unplugged"},
-        {"fi2-spi", R"("when": {"rom_address": "0x2000", "count": 3}, "do": "stall")",
+        {"fi2-spi", R"(when = {rom_address = 0x2000, count = 3}, do = "stall")",
          Reason::kOther, RomContents::kIncomplete, "erasing the ROM failed: the camera rejected a request"},
-        {"hawthorn-eeprom", R"("when": {"rom_address": "0x1000", "request": "SET_CUR"}, "do": "io-error")",
+        {"hawthorn-eeprom", R"(when = {rom_address = 0x1000, request = "SET_CUR"}, do = "io-error")",
          Reason::kOther, RomContents::kIncomplete, "USB transfer error; check the cable and the hub"},
-        {"hawthorn-eeprom", R"("when": {"rom_address": "0x1000", "request": "GET_CUR"}, "do": "io-error")",
+        {"hawthorn-eeprom", R"(when = {rom_address = 0x1000, request = "GET_CUR"}, do = "io-error")",
          Reason::kOther, RomContents::kUnchanged, "reading failed at 0x1000: USB transfer error"},
-        {"hawthorn-eeprom", R"("when": {"rom_address": "0x1000", "request": "GET_CUR", "count": [3, 6]}, "do": "io-error")",
+        {"hawthorn-eeprom", R"(when = {rom_address = 0x1000, request = "GET_CUR", count = [3, 6]}, do = "io-error")",
          Reason::kOther, RomContents::kUnverified, "verifying failed at 0x1000: USB transfer error"},
-        {"hawthorn-eeprom", R"("when": {"rom_address": "0x1000", "request": "GET_CUR"}, "do": "unplug")",
+        {"hawthorn-eeprom", R"(when = {rom_address = 0x1000, request = "GET_CUR"}, do = "unplug")",
          Reason::kCameraGone, RomContents::kUnchanged, "reading failed at 0x1000: the camera is gone"},
     };
     // clang-format on
@@ -153,7 +153,7 @@ TEST(EngineUpgrade, SaysAtAnyEndWhyAndWhatTheRomHolds)
         Bench bench{c.model};
         engine::Camera camera = bench.open();
         const auto before = bench.simulated.rom(0, 0x8000);
-        bench.set_faults("[{" + std::string(c.fault) + "}]");
+        bench.set_faults("fault = [{" + std::string(c.fault) + "}]");
         const engine::Report report = bench.upgrade(camera, images_for(c.model), {.wait_s = 1});
         EXPECT_EQ(report.status.reason(), c.reason) << c.fault << report.status.text();
         EXPECT_EQ(report.rom, c.rom) << c.fault << report.status.text();
@@ -171,7 +171,7 @@ TEST(EngineUpgrade, ARomThatStaysUnlockedIsToldAndNoFailure)
 {
     Bench bench{models::kRowan};
     engine::Camera camera = bench.open();
-    bench.set_faults(R"([{"when": {}, "do": "ignored-lock"}])");
+    bench.set_faults(R"(fault = [{when = {}, do = "ignored-lock"}])");
     const engine::Report report = bench.upgrade(camera, images_for(models::kRowan));
     EXPECT_TRUE(report.status) << report.status.text();
     EXPECT_TRUE(report.left_unlocked);
@@ -224,7 +224,7 @@ TEST(EngineUpgrade, AStopThatWaitsWhenItFailsIsTold)
     Bench bench{models::kRowan};
     engine::Camera camera = bench.open();
     bench.set_faults(
-        R"([{"when": {"rom_address": "0x2000", "request": "SET_CUR", "count": 2}, "do": "unplug"}])");
+        R"(fault = [{when = {rom_address = 0x2000, request = "SET_CUR", count = 2}, do = "unplug"}])");
     bench.listener.stop_on(Kind::kBegins, Phase::kProgramming);
     const engine::Report report = bench.upgrade(camera, images_for(models::kRowan));
     EXPECT_EQ(report.status.reason(), Reason::kCameraGone) << report.status.text();
@@ -289,11 +289,11 @@ TEST(EngineErase, LeavesABlankFlashOrSaysWhatIsLeft)
         {"rowan-spi", "[]", Reason::kNone, RomContents::kErased},
         {"cedar-spi", "[]", Reason::kNone, RomContents::kErased},
         {"hawthorn-eeprom", "[]", Reason::kNotSupported, RomContents::kUnchanged},
-        {"rowan-spi", R"([{"when": {}, "do": "ignored-unlock"}])", Reason::kProtected,
+        {"rowan-spi", R"(fault = [{when = {}, do = "ignored-unlock"}])", Reason::kProtected,
          RomContents::kUnchanged},
-        {"rowan-spi", R"([{"when": {}, "do": "lying-erase"}])", Reason::kMismatch,
+        {"rowan-spi", R"(fault = [{when = {}, do = "lying-erase"}])", Reason::kMismatch,
          RomContents::kIncomplete},
-        {"rowan-spi", R"([{"when": {"rom_address": "0x2000"}, "do": "stuck-busy"}])",
+        {"rowan-spi", R"(fault = [{when = {rom_address = 0x2000}, do = "stuck-busy"}])",
          Reason::kTimedOut, RomContents::kIncomplete},
     };
     for (const auto& c : cases) {

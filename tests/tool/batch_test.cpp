@@ -30,16 +30,16 @@ TEST(Batch, TellsHowEachCameraEndsAndTheWorstOfIt)
 {
     const Bench bench;
     const std::string image = bench.image(kModel, "0x0205");
-    const std::string faults = R"([
-        {"when": {"camera": "LIAR", "rom_address": ["0x4000", "0x4FFF"]}, "do": "lying-write"},
-        {"when": {"camera": "GONE", "rom_address": "0x2000", "request": "SET_CUR"}, "do": "unplug"}
+    const std::string faults = R"(fault = [
+        {when = {camera = "LIAR", rom_address = [0x4000, 0x4FFF]}, do = "lying-write"},
+        {when = {camera = "GONE", rom_address = 0x2000, request = "SET_CUR"}, do = "unplug"}
     ])";
-    write_file(bench.path("faults.json"), {faults.begin(), faults.end()});
+    write_file(bench.path("faults.toml"), {faults.begin(), faults.end()});
     // The busy one belongs to another program, which has it when it tells of the motion.
     const Outcome outcome =
         run_script({"rowan-spi,serial=GOOD,rom=" + bench.rom_file(), "cedar-spi,serial=OTHER",
                     "rowan-spi,serial=LIAR", "rowan-spi,serial=GONE", "rowan-spi,serial=BUSY"},
-                   {"--speed", "fast", "--faults", bench.path("faults.json")},
+                   {"--speed", "fast", "--faults", bench.path("faults.toml")},
                    "\"$SIM\" do motion-alarm --camera BUSY\n"
                    "\"$NYXUS\" motion poll --watch -c BUSY >\"$MOTION\" & busy=$!\n"
                    "\"$WAIT_FOR\" motion \"$MOTION\" $busy\n"
@@ -196,7 +196,7 @@ TEST(Batch, ShowsATableOnATerminal)
 {
     Bench bench;
     bench.set_faults(
-        R"([{"when": {"camera": "C3", "rom_address": "0x2000", "request": "SET_CUR"}, "do": "unplug"}])");
+        R"(fault = [{when = {camera = "C3", rom_address = 0x2000, request = "SET_CUR"}, do = "unplug"}])");
     RunOptions terminal;
     terminal.environment = {{"TERM", "xterm"}, {"NO_COLOR", "1"}};
     terminal.terminal_columns = 100;

@@ -74,12 +74,12 @@ Outcome Bench::nyxus_with_rom(const std::string& model, const Words& arguments,
     return nyxus({model + ",rom=" + rom_file()}, arguments, options);
 }
 
-void Bench::set_faults(const std::string& json)
+void Bench::set_faults(const std::string& toml)
 {
     fault_options_.clear();
-    if (!json.empty()) {
-        write_file(path("faults.json"), {json.begin(), json.end()});
-        fault_options_ = {"--faults", path("faults.json")};
+    if (!toml.empty()) {
+        write_file(path("faults.toml"), {toml.begin(), toml.end()});
+        fault_options_ = {"--faults", path("faults.toml")};
     }
 }
 

@@ -50,7 +50,7 @@ public:
     Outcome shell(const std::string& camera, const std::string& script,
                   std::map<std::string, std::string> environment) const;
     /// What goes wrong with the cameras: a JSON list; empty: nothing.
-    void set_faults(const std::string& json);
+    void set_faults(const std::string& toml);
     std::string rom_file() const { return path("rom"); }
     /// Where the program keeps backups.
     std::string state_folder() const { return path("state"); }

@@ -54,7 +54,7 @@ TEST(Explain, TakesWhatAReadingThatFailedHasSaid)
 {
     Bench bench;
     bench.set_faults(
-        R"([{"when": {"rom_address": "0x1000", "request": "GET_CUR"}, "do": "stall"}])");
+        R"(fault = [{when = {rom_address = 0x1000, request = "GET_CUR"}, do = "stall"}])");
     const Outcome failed = bench.nyxus({"hawthorn-eeprom"}, {"dump", bench.path("rom")});
     EXPECT_EQ(failed.exit_code, 1) << failed.err;
     const Outcome explained = explain({failed.err.substr(failed.err.find("nyxus: reading"))});

@@ -18,28 +18,28 @@ TEST(Faults, AnUpgradeThatFailsSaysWhyAndIsHealedByAnother)
         int exit_code;
         const char* message;
     } cases[] = {
-        {"rowan-spi", R"({"when": {"rom_address": ["0x4000", "0x4FFF"]}, "do": "lying-write"})",
+        {"rowan-spi", R"({when = {rom_address = [0x4000, 0x4FFF]}, do = "lying-write"})",
          8, "4080 of 23100 bytes differ, the first one at 0x4000 (ROM FF, image "},
-        {"willow-eeprom", R"({"when": {"rom_address": ["0x1000", "0x10FF"]}, "do": "lying-write"})",
+        {"willow-eeprom", R"({when = {rom_address = [0x1000, 0x10FF]}, do = "lying-write"})",
          8, "the first one at 0x1000"},
-        {"cedar-spi", R"({"when": {"count": 7}, "do": "stuck-busy"})",
+        {"cedar-spi", R"({when = {count = 7}, do = "stuck-busy"})",
          10, "the flash did not become ready in time; the ROM is incomplete now"},
-        {"larch-spi", R"({"when": {}, "do": "ignored-unlock"})",
+        {"larch-spi", R"({when = {}, do = "ignored-unlock"})",
          9, "the flash did not confirm its write protection"},
-        {"rowan-spi", R"({"when": {}, "do": "ignored-unlock"})",
+        {"rowan-spi", R"({when = {}, do = "ignored-unlock"})",
          9, "nothing was written"},
-        {"rowan-spi", R"({"when": {"rom_address": "0x2000", "request": "SET_CUR", "count": 2}, "do": "power-cut"})",
+        {"rowan-spi", R"({when = {rom_address = 0x2000, request = "SET_CUR", count = 2}, do = "power-cut"})",
          11, "programming the ROM failed: the camera is gone, perhaps unplugged; the ROM is incomplete"},
-        {"fi2-spi", R"({"when": {"rom_address": "0x2000"}, "do": "stall"})",
+        {"fi2-spi", R"({when = {rom_address = 0x2000}, do = "stall"})",
          1, "the camera rejected a request"},
-        {"hawthorn-eeprom", R"({"when": {"rom_address": "0x1000", "request": "SET_CUR"}, "do": "io-error"})",
+        {"hawthorn-eeprom", R"({when = {rom_address = 0x1000, request = "SET_CUR"}, do = "io-error"})",
          1, "USB transfer error; check the cable and the hub"},
     };
     // clang-format on
     for (const auto& c : cases) {
         Bench bench;
         const std::string image = bench.image(c.model, "0x0205");
-        bench.set_faults("[" + std::string(c.fault) + "]");
+        bench.set_faults("fault = [" + std::string(c.fault) + "]");
         const Outcome failed = bench.nyxus_with_rom(c.model, {"upgrade", image});
         EXPECT_EQ(failed.exit_code, c.exit_code) << c.fault << failed.err;
         EXPECT_TRUE(contains(failed.err, c.message)) << c.fault << failed.err;
@@ -68,8 +68,8 @@ TEST(Faults, ATransferThatFailsMakesNoRomBlank)
     bool happened = true;
     for (int transfer = 1; happened && transfer < kMost; ++transfer) {
         Bench bench;
-        bench.set_faults(R"([{"when": {"transfer": )" + std::to_string(transfer) +
-                         R"(}, "do": "io-error"}])");
+        bench.set_faults(R"(fault = [{when = {transfer = )" + std::to_string(transfer) +
+                         R"(}, do = "io-error"}])");
         const Outcome info = bench.nyxus({"hawthorn-eeprom"}, {"info", "--json"});
         happened = !contains(info.err, "never happened");
         if (info.exit_code == 0) {
@@ -89,9 +89,9 @@ TEST(Faults, AnUpgradeGoesOnWithACameraThatComesBack)
     for (const char* effect : {"unplug", "power-cut"}) {
         Bench bench;
         const std::string image = bench.image("larch-spi", "0x0205");
-        bench.set_faults(R"([{"when": {"rom_address": "0x2000", "request": "SET_CUR"}, "times": 1,
-                              "do": ")" +
-                         std::string(effect) + R"(", "replug_ms": 100}])");
+        bench.set_faults(
+            R"(fault = [{when = {rom_address = 0x2000, request = "SET_CUR"}, times = 1, do = ")" +
+            std::string(effect) + R"(", replug_ms = 100}])");
         const Outcome outcome = bench.nyxus_with_rom("larch-spi", {"upgrade", image});
         EXPECT_EQ(outcome.exit_code, 0) << effect << outcome.err;
         EXPECT_TRUE(contains(outcome.err, "the camera is gone")) << outcome.err;
@@ -104,8 +104,7 @@ TEST(Faults, ACameraThatIsLostBeforeItsEraseIsKnownByItsSerialNumber)
     Bench bench;
     const std::string image = bench.image("fi2-spi", "0x0205");
     bench.set_faults(
-        R"([{"when": {"selector": 14, "request": "SET_CUR", "count": 1}, "do": "unplug",
-                          "replug_ms": 100}])");
+        R"(fault = [{when = {selector = 14, request = "SET_CUR", count = 1}, do = "unplug", replug_ms = 100}])");
     const Outcome outcome = bench.nyxus({"fi2-spi"}, {"upgrade", image});
     EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
     EXPECT_TRUE(contains(outcome.err, "the camera is gone, perhaps unplugged; nothing was written"))
@@ -118,8 +117,8 @@ TEST(Faults, ACameraThatIsLostWhileItIsReadBackIsOnlyReadBackAgain)
         Bench bench;
         const std::string image = bench.image(kModel, "0x0205");
         bench.set_faults(
-            R"([{"when": {"rom_address": "0x2000", "request": "GET_CUR", "count": 3}, "times": 1, "do": "unplug")" +
-            std::string(returns ? R"(, "replug_ms": 100}])" : "}]"));
+            R"(fault = [{when = {rom_address = 0x2000, request = "GET_CUR", count = 3}, times = 1, do = "unplug")" +
+            std::string(returns ? R"(, replug_ms = 100}])" : "}]"));
         const Outcome outcome = bench.nyxus({kModel}, {"upgrade", image, "--force", "--no-backup",
                                                        "--json", "--wait", returns ? "5" : "0"});
         EXPECT_EQ(outcome.exit_code, returns ? 0 : 11) << outcome.err;
@@ -143,7 +142,7 @@ TEST(Faults, ACameraThatIsSilentIsToldInJsonToo)
     Bench bench;
     const std::string image = bench.image(kModel, "0x0205");
     bench.set_faults(
-        R"([{"when": {"rom_address": "0x2000", "request": "SET_CUR"}, "do": "no-answer"}])");
+        R"(fault = [{when = {rom_address = 0x2000, request = "SET_CUR"}, do = "no-answer"}])");
     const Outcome upgrade = bench.nyxus(
         {kModel}, {"upgrade", image, "--force", "--no-backup", "--json", "--patience", "1"});
     EXPECT_EQ(upgrade.exit_code, 10) << upgrade.err;
@@ -156,7 +155,7 @@ TEST(Faults, ACameraThatIsSilentIsToldInJsonToo)
     EXPECT_GE(result["seconds"].number(), 1.0);
     EXPECT_EQ("nyxus: " + result["message"].text() + "\n", upgrade.err);
 
-    bench.set_faults(R"([{"when": {"transfer": 40}, "do": "no-answer"}])");
+    bench.set_faults(R"(fault = [{when = {transfer = 40}, do = "no-answer"}])");
     const Outcome info = bench.nyxus({kModel}, {"info", "--json", "--patience", "1"});
     EXPECT_EQ(info.exit_code, 10) << info.err;
     EXPECT_EQ(last_line(info.out)["error"]["exit_code"], 10) << info.out;
@@ -165,22 +164,27 @@ TEST(Faults, ACameraThatIsSilentIsToldInJsonToo)
 TEST(Faults, TheSimulatorTellsOfMistakesAndOfFaultsThatNeverHappened)
 {
     Bench bench;
-    bench.set_faults("[{\"when\": {},\n\"do\": \"stal\"}]");
+    bench.set_faults("[[fault]]\nwhen = {}\ndo = \"stal\"\n");
     const Outcome wrong = bench.nyxus({kModel}, {"info"});
     EXPECT_EQ(wrong.exit_code, 2);
     EXPECT_EQ(wrong.out, "");
-    EXPECT_TRUE(contains(wrong.err, "faults.json:2: fault 1: ")) << wrong.err;
+    EXPECT_TRUE(contains(wrong.err, "faults.toml:3:1: fault 1: ")) << wrong.err;
     EXPECT_TRUE(contains(wrong.err, "did you mean \"stall\"?")) << wrong.err;
 
-    bench.set_faults(R"([{"when": {"camera": 3}, "do": "stall"}])");
+    bench.set_faults(R"(fault = [{when = {camera = 3}, do = "stall"}])");
     const Outcome absent = bench.nyxus({kModel}, {"info"});
     EXPECT_EQ(absent.exit_code, 2);
     EXPECT_TRUE(contains(absent.err, "about a camera that is not plugged in")) << absent.err;
 
-    bench.set_faults(R"([{"when": {"selector": 119}, "do": "stall"}])");
+    bench.set_faults(R"(fault = [{when = {selector = 119}, do = "stall"}])");
     const Outcome unused = bench.nyxus({kModel}, {"info"});
     EXPECT_EQ(unused.exit_code, 0);
     EXPECT_EQ(unused.err, "nyxus-sim: fault 1 (\"stall\", line 1) never happened\n");
+
+    const Outcome strict = run_program({kSimulator, "run", "--strict", "--faults",
+                                        bench.path("faults.toml"), "--", kNyxus, "info"});
+    EXPECT_EQ(strict.exit_code, 124);
+    EXPECT_EQ(strict.err, unused.err);
 }
 
 } // namespace

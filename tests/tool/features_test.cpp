@@ -251,7 +251,7 @@ TEST(Features, OutOfRangeIsRefusedWithTheRange)
 TEST(Features, ASnapshotGivesUpWhenNoFrameIsComplete)
 {
     Bench bench;
-    bench.set_faults(R"([{"when": {}, "do": "truncate", "bytes": 1000}])");
+    bench.set_faults(R"(fault = [{when = {}, do = "truncate", bytes = 1000}])");
     const Outcome outcome =
         bench.nyxus({kModel}, {"snapshot", bench.path("shot.png"), "--wait", "2"});
     EXPECT_EQ(outcome.exit_code, 10) << outcome.err;
@@ -270,7 +270,7 @@ TEST(Features, ASnapshotGivesUpWhenNoFrameIsComplete)
 TEST(Features, ASnapshotAsksABoardThatIsSilentForAPicture)
 {
     Bench bench;
-    bench.set_faults(R"([{"when": {}, "do": "truncate", "bytes": 1000}])");
+    bench.set_faults(R"(fault = [{when = {}, do = "truncate", bytes = 1000}])");
     const Outcome outcome =
         bench.shell("fi2-board", "\"$NYXUS\" snapshot \"$SHOT\" --wait 3; \"$SIM\" state",
                     {{"SHOT", bench.path("shot.png")}});
@@ -432,7 +432,7 @@ TEST(Features, AFrameBecomesAJpegOrAPng)
 TEST(Features, ABrokenJpegIsNoPicture)
 {
     Bench bench;
-    bench.set_faults(R"([{"when": {}, "do": "truncate", "bytes": 3000}])");
+    bench.set_faults(R"(fault = [{when = {}, do = "truncate", bytes = 3000}])");
     const Outcome outcome =
         bench.nyxus({"maple-iso"}, {"snapshot", bench.path("shot.png"), "--format", "mjpeg"});
     EXPECT_EQ(outcome.exit_code, 1);

@@ -91,18 +91,16 @@ TEST(Dump, HoldsTheRomOrFails)
         const char* fault;
         int exit_code;
     } cases[] = {
-        {R"("when": {"selector": 3, "request": "SET_CUR", "count": 100}, "do": "stall")", 0},
-        {R"("when": {"selector": 3, "request": "GET_CUR", "count": 100}, "do": "short", "bytes": 9)",
-         0},
-        {R"("when": {"rom_address": "0x1234", "count": 1}, "do": "bit-flip")", 0},
-        {R"("when": {"selector": 3, "request": "SET_CUR", "count": [100, 120]}, "do": "stall")", 1},
-        {R"("when": {"rom_address": ["0x1200", "0x12FF"], "probability": 0.9}, "do": "bit-flip")",
-         1},
+        {R"(when = {selector = 3, request = "SET_CUR", count = 100}, do = "stall")", 0},
+        {R"(when = {selector = 3, request = "GET_CUR", count = 100}, do = "short", bytes = 9)", 0},
+        {R"(when = {rom_address = 0x1234, count = 1}, do = "bit-flip")", 0},
+        {R"(when = {selector = 3, request = "SET_CUR", count = [100, 120]}, do = "stall")", 1},
+        {R"(when = {rom_address = [0x1200, 0x12FF], probability = 0.9}, do = "bit-flip")", 1},
     };
     for (const auto& c : cases) {
         Bench bench;
         ASSERT_EQ(bench.nyxus_with_rom(kModel, {"dump", bench.path("right")}).exit_code, 0);
-        bench.set_faults("[{" + std::string(c.fault) + "}]");
+        bench.set_faults("fault = [{" + std::string(c.fault) + "}]");
         const Outcome outcome = bench.nyxus_with_rom(kModel, {"dump", bench.path("dump")});
         EXPECT_EQ(outcome.exit_code, c.exit_code) << c.fault << outcome.err;
         EXPECT_TRUE(contains(outcome.out + outcome.err, "read once more: ")) << c.fault;

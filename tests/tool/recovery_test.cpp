@@ -25,7 +25,7 @@ Bytes factory_rom(const Bench& bench, const std::string& model)
 
 /// Runs a bash script with a fast camera whose ROM is a file.
 Outcome run_script(const Bench& bench, const std::string& model, const std::string& script,
-                   const std::string& faults = "[]", const Words& more_options = {})
+                   const std::string& faults = "fault = []", const Words& more_options = {})
 {
     write_file(bench.path("faults"), {faults.begin(), faults.end()});
     RunOptions options;
@@ -126,7 +126,7 @@ bool has_second_image_in_rom(const Bench& bench)
 
 /// Programming gets no further than this write, the second request for the address after the erase.
 constexpr char kProgrammingStays[] =
-    R"([{"when": {"rom_address": "0x3000", "request": "SET_CUR", "count": 2}, "do": "no-answer"}])";
+    R"(fault = [{when = {rom_address = 0x3000, request = "SET_CUR", count = 2}, do = "no-answer"}])";
 
 TEST(Interrupt, AfterTheResultLeavesItsExitCode)
 {
@@ -324,10 +324,9 @@ TEST(Recover, PassesOverWhatNeverStarted)
          {std::pair("rowan-spi", 2), std::pair("hawthorn-eeprom", 1)}) {
         const Bench bench;
         const Bytes factory = factory_rom(bench, model);
-        const std::string stalls = R"([{"when": {"rom_address": "0x2000", "request": "SET_CUR",
-                                                 "count": [)" +
-                                   std::to_string(first) + ", " + std::to_string(first + 1) +
-                                   R"(]}, "do": "stall"}])";
+        const std::string stalls =
+            R"(fault = [{when = {rom_address = 0x2000, request = "SET_CUR", count = [)" +
+            std::to_string(first) + ", " + std::to_string(first + 1) + R"(]}, do = "stall"}])";
         const Outcome outcome = run_script(
             bench, model,
             "for i in 1 2; do \"$NYXUS\" -q upgrade \"$SECOND\" --eeprom 32 && exit 99; done\n"
@@ -355,8 +354,7 @@ TEST(Upgrade, LeavesAnotherCameraAtThePortAlone)
         "\"$NYXUS\" upgrade \"$SECOND\" >\"$OUT\" & pid=$!\n"
         "\"$WAIT_FOR\" ^waiting \"$OUT\" $pid; \"$SIM\" do replug --camera OTHER --port 1\n"
         "wait $pid",
-        R"([{"when": {"camera": "SIM00001", "rom_address": "0x2000", "request": "SET_CUR"},
-             "do": "unplug"}])",
+        R"(fault = [{when = {camera = "SIM00001", rom_address = 0x2000, request = "SET_CUR"}, do = "unplug"}])",
         {"--camera", other});
     EXPECT_EQ(outcome.exit_code, 11) << outcome.err;
     EXPECT_TRUE(contains(outcome.err,

@@ -13,7 +13,7 @@ namespace {
 const std::string kSpi = kModel;
 /// The second write to a page, the one after the erase, fails.
 constexpr char kBreaksOff[] =
-    R"([{"when": {"rom_address": "0x3000", "request": "SET_CUR", "count": 2}, "do": "io-error"}])";
+    R"(fault = [{when = {rom_address = 0x3000, request = "SET_CUR", count = 2}, do = "io-error"}])";
 
 TEST(Journal, IsAskedByEveryCommandThatLooksAtTheCamera)
 {

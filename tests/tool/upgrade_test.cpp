@@ -244,7 +244,7 @@ TEST(Dump, IsRightWhenAnUpgradeHasLeftTheRomUnlocked)
     const Bench bench;
     const std::string image = bench.image("fi2-spi", "0x0205", {"--size", "4096"});
     const std::string faults =
-        R"([{"when": {"selector": 14, "request": "SET_CUR", "count": [2, null]}, "do": "stall"}])";
+        R"(fault = [{when = {selector = 14, request = "SET_CUR", count = [2]}, do = "stall"}])";
     write_file(bench.path("faults"), {faults.begin(), faults.end()});
     RunOptions options;
     options.environment = {{"NYXUS", kNyxus}, {"IMAGE", image}, {"OUT", bench.path("dump")}};

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "cameras/fields.h"
+#include "description/error.h"
+#include "description/kinds.h"
 
 #include <toml++/toml.h>
 
@@ -18,10 +19,12 @@ class Mistakes {
 public:
     explicit Mistakes(std::string file) : file_(std::move(file)) {}
 
+    /// In front of all that is added from now on, such as "fault 2: ".
+    void set_subject(std::string subject) { subject_ = std::move(subject); }
     void add(const toml::source_region& where, const std::string& what);
     /// About the file as a whole.
     void add(const std::string& what);
-    /// Throws CameraFileError with all that was added, from top to bottom.
+    /// Throws DescriptionError with all that was added, from top to bottom.
     void throw_if_any() const;
 
 private:
@@ -31,13 +34,14 @@ private:
     };
 
     std::string file_;
+    std::string subject_;
     std::vector<Mistake> found_;
 };
 
 /// Letters, digits, '-', '_' and '.'.
 bool is_name_character(char c);
 
-/// Throws CameraFileError for what is no TOML.
+/// Throws DescriptionError for what is no TOML.
 toml::table parse_toml(std::string_view text, const std::string& file);
 
 /// The key as it stands in the table, for its place in the file; nullptr when it is not there.
@@ -51,6 +55,10 @@ std::optional<Value> read_value(const toml::key& key, const toml::node& node, co
 /// Says that the key must be what its kind says, and what it is instead.
 void report_kind(const toml::key& key, const toml::node& node, const Kind& kind,
                  Mistakes& mistakes);
+/// The tables of a key, of which there may be at most so many; none, and a mistake, for anything
+/// else.
+std::vector<const toml::table*> tables_of(const toml::key& key, const toml::node& node,
+                                          const Tables& kind, Mistakes& mistakes);
 /// "'[flash]' needs the key 'id', ..."
 void report_missing(const toml::table& table, std::string_view section, std::string_view key,
                     const Kind& kind, std::string_view meaning, Mistakes& mistakes);

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cameras/toml_reader.h"
+#include "description/reader.h"
 
-#include "cameras/camera_file.h"
 #include "text/nearest.h"
 #include "text/printable.h"
 
@@ -76,19 +75,49 @@ std::string name_type(const toml::node& node)
     }
 }
 
+/// "; did you mean ...?", where the choice is too large to be seen at a glance.
+std::string near_word(const std::string& text, const Kind& kind)
+{
+    constexpr size_t kSeenAtAGlance = 3;
+    const auto* choice = std::get_if<Choice>(&kind);
+    return choice != nullptr && choice->words.size() > kSeenAtAGlance
+               ? text::did_you_mean(text, choice->words, '"')
+               : "";
+}
+
+std::string name_number(int64_t number, Digits digits)
+{
+    return number < 0 ? std::to_string(number) : format_value(number, Number{0, 0, digits});
+}
+
+/// "[3, 2]", where all of it are whole numbers.
+std::string name_list(const toml::array& list, Digits digits)
+{
+    std::string text;
+    for (const toml::node& item : list) {
+        if (!item.is_integer())
+            return "a list";
+        text += (text.empty() ? "" : ", ") + name_number(item.as_integer()->get(), digits);
+    }
+    return '[' + shown(text) + ']';
+}
+
 /// What stands there, as far as it helps: the number that is too large, the type otherwise.
 std::string name_value(const toml::node& node, const Kind& kind)
 {
+    const auto* range = std::get_if<NumberOrRange>(&kind);
     if (const auto* number = node.as_integer(); number != nullptr) {
-        if (const auto* rule = std::get_if<Number>(&kind);
-            rule != nullptr && rule->digits != Digits::kDecimal && number->get() >= 0)
-            return format_value(number->get(), kind);
-        return std::to_string(number->get());
+        const auto* rule = std::get_if<Number>(&kind);
+        return name_number(number->get(), range != nullptr  ? range->digits
+                                          : rule != nullptr ? rule->digits
+                                                            : Digits::kDecimal);
     }
+    if (const auto* list = node.as_array(); list != nullptr && range != nullptr)
+        return name_list(*list, range->digits);
     if (const auto* text = node.as_string();
         text != nullptr &&
         (std::holds_alternative<Choice>(kind) || std::holds_alternative<Word>(kind)))
-        return '"' + shown(text->get()) + '"';
+        return '"' + shown(text->get()) + '"' + near_word(text->get(), kind);
     if (const auto* text = node.as_string();
         text != nullptr && std::holds_alternative<Text>(kind)) {
         return text::is_plain(text->get()) ? "a text of " + std::to_string(text->get().size())
@@ -124,6 +153,36 @@ struct Reader {
         const bool fits =
             number != nullptr && (number->get() == rule.first || number->get() == rule.second);
         return fits ? std::optional<Value>(number->get()) : std::nullopt;
+    }
+    std::optional<Value> operator()(const NumberOrRange& rule) const
+    {
+        const auto fits = [&rule](const toml::node& item) {
+            return item.is_integer() && item.as_integer()->get() >= rule.least &&
+                   item.as_integer()->get() <= rule.most;
+        };
+        const auto value = [](const toml::node& item) {
+            return static_cast<uint64_t>(item.as_integer()->get());
+        };
+        if (fits(node))
+            return Range{value(node), value(node)};
+        const auto* list = node.as_array();
+        if (list == nullptr || list->empty() || list->size() > 2 ||
+            !std::ranges::all_of(*list, fits))
+            return std::nullopt;
+        const Range range{value(list->front()),
+                          list->size() == 2 ? value(list->back()) : Range{}.to};
+        return range.from <= range.to ? std::optional<Value>(range) : std::nullopt;
+    }
+    std::optional<Value> operator()(const Share&) const
+    {
+        const auto share = node.is_number() ? node.value<double>() : std::nullopt;
+        return share >= 0.0 && share <= 1.0 ? std::optional<Value>(*share) : std::nullopt;
+    }
+    std::optional<Value> operator()(const SerialOrPlace&) const
+    {
+        if (node.is_integer())
+            return operator()(Number{1, UINT16_MAX});
+        return operator()(Text{1, 126});
     }
     std::optional<Value> operator()(const Text& rule) const
     {
@@ -193,12 +252,12 @@ bool is_name_character(char c)
 
 void Mistakes::add(const toml::source_region& where, const std::string& what)
 {
-    found_.push_back({where.begin, what});
+    found_.push_back({where.begin, subject_ + what});
 }
 
 void Mistakes::add(const std::string& what)
 {
-    found_.push_back({{}, what});
+    found_.push_back({{}, subject_ + what});
 }
 
 void Mistakes::throw_if_any() const
@@ -215,14 +274,14 @@ void Mistakes::throw_if_any() const
             text << ":" << mistake.where.line << ":" << mistake.where.column;
         text << ": " << mistake.text;
     }
-    throw CameraFileError(text.str());
+    throw DescriptionError(text.str());
 }
 
 toml::table parse_toml(std::string_view text, const std::string& file)
 {
     Mistakes mistakes(file);
     if (std::ranges::count(text, '.') > kMostDots) {
-        mistakes.add("this is no camera description: it has too many dots");
+        mistakes.add("a description has at most " + std::to_string(kMostDots) + " dots");
         mistakes.throw_if_any();
     }
     try {
@@ -266,6 +325,20 @@ std::optional<Value> read_value(const toml::key& key, const toml::node& node, co
     if (!value)
         report_kind(key, node, kind, mistakes);
     return value;
+}
+
+std::vector<const toml::table*> tables_of(const toml::key& key, const toml::node& node,
+                                          const Tables& kind, Mistakes& mistakes)
+{
+    std::vector<const toml::table*> tables;
+    const auto* list = node.as_array();
+    if (list == nullptr || !list->is_array_of_tables() || list->size() > kind.most) {
+        report_kind(key, node, kind, mistakes);
+        return tables;
+    }
+    for (const toml::node& item : *list)
+        tables.push_back(item.as_table());
+    return tables;
 }
 
 void report_missing(const toml::table& table, std::string_view section, std::string_view key,
