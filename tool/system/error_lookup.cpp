@@ -9,8 +9,8 @@
 #include <nyxus/error.h>
 #include <algorithm>
 #include <cstring>
+#include <initializer_list>
 #include <iterator>
-#include <regex>
 
 namespace tool {
 
@@ -151,22 +151,45 @@ std::vector<Explanation> explain_name(std::string name)
     });
 }
 
-/// Numbers stand where the library and this program put them: "rv = -5", "(-5)", "[-5]", ", -5]",
-/// "exit 5". The last one counts.
+constexpr char kDigits[] = "0123456789";
+
+bool ends_with_one_of(std::string_view text, std::initializer_list<std::string_view> ends)
+{
+    return std::ranges::any_of(ends, [&](std::string_view end) { return text.ends_with(end); });
+}
+
+/// What a line ends with: "exit 5", "exit code 5", "exit status 5".
+std::vector<Explanation> explain_exit_code(const std::string& line)
+{
+    constexpr size_t kMostDigits = 3;
+    const size_t digits = line.find_last_not_of(kDigits) + 1;
+    const std::string number = line.substr(digits);
+    const std::string before = " " + line.substr(0, digits);
+    if (number.empty() || number.size() > kMostDigits ||
+        !ends_with_one_of(before, {" exit ", " exit code ", " exit status "}))
+        return {};
+    return with_number(std::stoi(number), true);
+}
+
+/// Numbers stand where the library and this program put them: "rv = -5", "(-5)", "[-5]", ", -5]".
+/// The last one counts.
 std::vector<Explanation> explain_number_inside(const std::string& line)
 {
-    static const std::regex kNumber(
-        R"((?:rv = |\(|\[|, )(-[0-9]{1,5})(?![0-9])|\bexit (?:code |status )?([0-9]{1,3})$)");
+    constexpr size_t kMostCharacters = 6;
     std::vector<Explanation> result;
-    for (std::sregex_iterator match(line.begin(), line.end(), kNumber), end; match != end;
-         ++match) {
-        const bool is_exit = (*match)[2].matched;
-        auto found =
-            is_exit ? with_number(std::stoi(match->str(2)), true) : explain_number(match->str(1));
+    for (size_t at = line.find('-'); at != std::string::npos; at = line.find('-', at + 1)) {
+        const size_t end = line.find_first_not_of(kDigits, at + 1);
+        const std::string number = line.substr(at, end - at);
+        const std::string_view before = std::string_view(line).substr(0, at);
+        if (number.size() < 2 || number.size() > kMostCharacters ||
+            !ends_with_one_of(before, {"rv = ", "(", "[", ", "}))
+            continue;
+        auto found = explain_number(number);
         if (!found.empty())
             result = std::move(found);
     }
-    return result;
+    auto found = explain_exit_code(line);
+    return found.empty() ? result : found;
 }
 
 /// The longest words are the most specific ones.
