@@ -129,7 +129,7 @@ std::span<const Field<Trigger>> trigger_fields()
          "The Nth video frame that the program has room for.", store<&T::frame>},
         {"time_ms", NumberOrRange{0, kMostMs}, kAny,
          "From this moment on, but once only; a range: throughout it. In milliseconds of the "
-         "camera's clock since it was plugged in or, for a fault that came later, since then.",
+         "camera's clock since it was first plugged in.",
          set_time},
         {"count", kNth, kAny,
          "The Nth event, or ROM access, for which all of the others hold.", store<&T::count>},
