@@ -45,8 +45,10 @@ void convert(const std::string& key, const Json& value, const Put& put)
 toml::table table_of(const Json& object)
 {
     toml::table table;
-    for (const auto& [key, member] : object.items())
-        convert(key, member, [&](auto made) { table.insert_or_assign(key, std::move(made)); });
+    for (const auto& item : object.items()) {
+        convert(item.key(), item.value(),
+                [&](auto made) { table.insert_or_assign(item.key(), std::move(made)); });
+    }
     return table;
 }
 

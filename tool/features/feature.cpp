@@ -38,9 +38,10 @@ std::string words_of(std::string name)
 std::string change_text(const std::string& name, const Value& before, const Value& after)
 {
     const auto* members = std::get_if<Members>(&after.content());
-    if (members == nullptr || !after.text().empty())
+    if (members == nullptr || !after.text().empty()) {
         return words_of(name) + ": " + (before.is_nothing() ? "?" : shown(before)) + " -> " +
                shown(after);
+    }
     std::string lines;
     for (size_t i = 0; i < members->size(); ++i) {
         const auto& [member, value] = (*members)[i];
