@@ -183,26 +183,30 @@ def beside_bare(bin_folder, image, out):
     count = 2 if QUICK else 15
     size = Path(image).stat().st_size
 
-    def compared(depth, command, file, peer_file=None, size=size):
+    def compared(depth, command, file, peer_file=None, size=size, peer_depth=1):
         return pairs(lambda: run(nyxus, *command, "-q", "--queue", depth, file),
-                     lambda: run(peer, command[0], peer_file or file, size, depth), count)
+                     lambda: run(peer, command[0], peer_file or file, size, peer_depth), count)
 
+    def start(depth, peer_depth):
+        return compared(depth, ["dump", "--size", 32], ours, theirs, 32, peer_depth)
+
+    # One at a time beside one at a time, queued beside the same depth, and queued beside one at a time.
     results = {}
-    for depth, way, goals in ((1, "one at a time", (1.05, 1.1)), (16, "queued", (1.0, 1.1))):
-        start = compared(depth, ["dump", "--size", 32], ours, theirs, 32)
-        for name, of in (("upgrade", lambda: compared(depth, UPGRADE, image)),
-                         ("dump", lambda: compared(depth, ["dump", "--size", size], ours, theirs)),
-                         ("compare", lambda: compared(depth, ["compare"], image))):
-            results[f"{name}, {way}"] = {**of(), "start": start, "goals": goals}
+    for depth, peer_depth, way, goals in ((1, 1, "one at a time", (1.05, 1.1)),
+                                          (16, 16, "both queued", None),
+                                          (16, 1, "queued / bare one at a time", (1.0, None))):
+        start_up = start(depth, peer_depth)
+        for name, command, files in (("upgrade", UPGRADE, (image,)),
+                                     ("dump", ["dump", "--size", size], (ours, theirs)),
+                                     ("compare", ["compare"], (image,))):
+            results[f"{name}, {way}"] = {
+                **compared(depth, command, *files, peer_depth=peer_depth), "start": start_up, "goals": goals}
         if ours.read_bytes() != theirs.read_bytes() or ours.read_bytes() != Path(image).read_bytes():
             sys.exit("what was dumped is not the image")
-    results["dump, queued / bare one at a time"] = {
-        **pairs(lambda: run(nyxus, "dump", "--size", size, "-q", ours),
-                lambda: run(peer, "dump", theirs, size, 1), count), "start": start, "goals": (1.0, 1.1)}
     results["upgrade, queued / nyxus one at a time"] = {
         **pairs(lambda: run(nyxus, *UPGRADE, "-q", image),
                 lambda: run(nyxus, *UPGRADE, "-q", "--queue", 1, image), count),
-        "start": start, "goals": (1.0, 1.1)}
+        "start": start_up, "goals": (1.0, None)}
     Path(out).write_text(json.dumps(results))
 
 

@@ -14,13 +14,13 @@ namespace sim {
 
 namespace {
 
-constexpr size_t kLargestFile = 1 << 20;
+constexpr size_t kLargestFaultFile = 1 << 20;
 
 } // namespace
 
 FaultPlan parse_faults(std::string_view text, const std::string& name)
 {
-    if (text.size() > kLargestFile)
+    if (text.size() > kLargestFaultFile)
         throw DescriptionError(name + ": a fault file has at most 1 MiB");
     Mistakes mistakes(name);
     const toml::table table =
@@ -44,7 +44,7 @@ FaultPlan parse_faults(std::string_view text, const std::string& name)
 std::string read_fault_text(const std::string& path)
 {
     try {
-        std::string text = files::read_text(path, kLargestFile);
+        std::string text = files::read_text(path, kLargestFaultFile);
         if (is_json(text)) {
             std::fprintf(stderr,
                          "nyxus-sim: %s is JSON, which is still read; fault files are TOML "

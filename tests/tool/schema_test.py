@@ -13,7 +13,7 @@ import jsonschema
 ON_A_FLASH = (
     ("--version", ""), ("help", ""), ("help", "osd color"), ("list", ""), ("watch", "--wait 0"), ("info", ""), ("doctor", ""),
     ("image", "image.bin"), ("image", "text.txt"), ("upgrade", "image.bin --dry-run"), ("upgrade", "image.bin --reset"),
-    ("upgrade", "image.bin --all"), ("recover", "--force --dry-run"), ("recover", "--force"), ("dump", "dump.bin"),
+    ("upgrade", "image.bin --all"), ("upgrade", "image.bin --all --dry-run"), ("recover", "--force --dry-run"), ("recover", "--force"), ("dump", "dump.bin"),
     ("dump", "whole.bin --all"), ("compare", "image.bin"), ("rom map", ""), ("rom read", "part.bin --at 0x100 --size 16"),
     ("rom verify", "image.bin"), ("rom write", "part.bin --at 0x7F00 --dry-run"), ("rom write", "part.bin --at 0x7F00"),
     ("rom erase", "--region reserved --yes"), ("serial", ""), ("list", ""), ("info", ""), ("reset", ""),
@@ -28,7 +28,7 @@ ON_A_FLASH = (
     ("osd reset", ""), ("h264 rate-control", ""), ("h264 rate-control", "vbr"), ("h264 bitrate", ""),
     ("h264 bitrate", "3000000 1000000"), ("h264 qp", ""), ("h264 qp", "7 20 40"), ("h264 iframe-period", "30"),
     ("h264 format", ""), ("h264 next-frame", "idr"), ("h264 reset", ""), ("h264 version", ""), ("motion get", ""),
-    ("motion set", "1 2 3 4"), ("motion poll", ""), ("led", "0"), ("led", "0 8"), ("gpio", ""), ("gpio", "5"), ("gpio", "5 high"),
+    ("motion set", "1 2 3 4"), ("motion poll", ""), ("motion poll", "--watch --count 2"), ("led", "0"), ("led", "0 8"), ("gpio", ""), ("gpio", "5"), ("gpio", "5 high"),
     ("i2c get", "0 2"), ("i2c set", "0 1"), ("i2c config", "0x60"), ("reg read", "0x20 2"), ("reg write", "0x20 1"),
     ("sensor read", "0"), ("sensor write", "0 1"), ("mcu read", "0"), ("mcu write", "0x80 1"), ("explain", "3"),
     ("erase", "--dry-run"), ("erase", "--yes"), ("info", ""))

@@ -56,15 +56,29 @@ std::string change_text(const std::string& name, const Value& before, const Valu
 void Session::print(const Members& values)
 {
     console.drain();
-    Display& display = console.display();
     if (arguments.json) {
         say_json(console, arguments, values);
     } else {
         for (const auto& [name, value] : values)
-            display.say(words_of(name) + ": " + shown(value));
+            console.display().say(words_of(name) + ": " + shown(value));
     }
-    // Some print until nobody listens any more.
-    if (const std::string complaint = display.output_complaint(); !complaint.empty())
+    end_unless_heard();
+}
+
+void Session::print_event(const char* event, const Members& values)
+{
+    if (!arguments.json)
+        return print(values);
+    Members line = values;
+    line.insert(line.begin(), {"event", event});
+    console.drain();
+    console.display().say(json_line(line));
+    end_unless_heard();
+}
+
+void Session::end_unless_heard()
+{
+    if (const std::string complaint = console.display().output_complaint(); !complaint.empty())
         throw Failure(kExitFailure, complaint);
 }
 

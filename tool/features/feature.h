@@ -37,6 +37,8 @@ struct Session {
     void write(const std::string& file, std::span<const uint8_t> bytes);
     /// Prints an object's members: a line each, or JSON. Lists of numbers are bytes.
     void print(const Members& values);
+    /// The same where more follow: in JSON one line, which begins with its "event".
+    void print_event(const char* event, const Members& values);
     /// Makes the change, if one is wanted, and prints "flip: off -> on"; with --dry-run tells of it
     /// only.
     void make(const Change& change);
@@ -46,6 +48,10 @@ struct Session {
                const std::string& more = "");
     /// Ends the command unless the library has succeeded.
     void check(const std::string& doing, int32_t status) const;
+
+private:
+    /// Some commands print until nobody listens any more.
+    void end_unless_heard();
 };
 
 using SessionAction = std::function<void(Session&)>;

@@ -50,9 +50,9 @@ bool poll(Session& session)
     return alarm != 0;
 }
 
-void print_poll(Session& session, bool motion)
+Members answer(bool motion)
 {
-    session.print({{"motion", Value::shown_as(motion ? "yes" : "no", motion)}});
+    return {{"motion", Value::shown_as(motion ? "yes" : "no", motion)}};
 }
 
 /// Speaks when there is motion, so that a day without is an empty page.
@@ -64,13 +64,13 @@ void watch(Session& session, uint32_t count)
         session.console.sign_of_life();
         if (motion) {
             ++alarms;
-            print_poll(session, true);
+            session.print_event("motion", answer(true));
         }
         if (done == count)
             break;
         std::this_thread::sleep_for(kPollInterval);
     }
-    session.print({{"polls", count}, {"alarms", alarms}});
+    session.print_event("summary", {{"polls", count}, {"alarms", alarms}});
 }
 
 } // namespace
@@ -101,7 +101,7 @@ void add_motion_command(Command& app, Arguments& arguments)
         if (options->watch) {
             watch(session, options->count);
         } else {
-            print_poll(session, poll(session));
+            session.print(answer(poll(session)));
         }
     });
 }
