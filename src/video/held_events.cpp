@@ -3,13 +3,14 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <ctime>
 #include <new>
+
+#include "semaphore_wait.h"
 
 namespace {
 
 constexpr int kVideoControlSubclass = 1;
-constexpr long kStep_ns = 50 * 1000000L;
+constexpr long kWaking_ns = 50 * 1000000;
 constexpr int kMostWakings = 100; // 5 s: the frames of a busy stream come first
 
 bool is_status_endpoint(const libusb_endpoint_descriptor& endpoint)
@@ -48,17 +49,6 @@ void wait(sem_t& semaphore)
 {
     while (sem_wait(&semaphore) != 0 && errno == EINTR) {
     }
-}
-
-/// For one step; false when it has passed.
-bool wait_a_step(sem_t& semaphore)
-{
-    timespec end;
-    clock_gettime(CLOCK_MONOTONIC, &end);
-    end.tv_nsec += kStep_ns;
-    end.tv_sec += end.tv_nsec / 1000000000;
-    end.tv_nsec %= 1000000000;
-    return sem_clockwait(&semaphore, CLOCK_MONOTONIC, &end) == 0;
 }
 
 } // namespace
@@ -124,7 +114,7 @@ HeldEvents* HeldEvents::hold(libusb_device_handle* handle)
         return nullptr;
     }
     for (int step = 0; step < kMostWakings; ++step) {
-        if (wait_a_step(events->reached_))
+        if (wait_for(events->reached_, kWaking_ns))
             return events;
         if (libusb_kernel_driver_active(handle, 0) == LIBUSB_ERROR_NO_DEVICE)
             break;

@@ -28,6 +28,7 @@
 
 #include "held_events.h"
 #include "safe_start.h"
+#include "semaphore_wait.h"
 #include "usb/session_state.h"
 
 namespace {
@@ -35,7 +36,7 @@ namespace {
 constexpr timespec kPause = {0, 200 * 1000};
 constexpr int kMostGlances = 2500;     // 0.5 s, on a machine that is busy
 constexpr int kMostBlindGlances = 100; // 20 ms, where the kernel does not tell
-constexpr timespec kStep = {0, 5 * 1000000};
+constexpr long kStep_ns = 5 * 1000000;
 constexpr int kStepsOfAGoneCamera = 100; // 0.5 s
 constexpr int kMostSteps = 1000;         // 5 s
 
@@ -55,6 +56,8 @@ public:
     /// Until libuvc waits for another thread, has returned, or has taken its time.
     void await_rest();
     bool has_returned();
+    /// Whether it returns within a step.
+    bool returns_soon();
     /// Waits for the thread, and frees the object.
     void finish();
 
@@ -144,6 +147,14 @@ bool Entry::has_returned()
     return value != 0;
 }
 
+bool Entry::returns_soon()
+{
+    if (!nyxus::wait_for(returned_, kStep_ns))
+        return false;
+    sem_post(&returned_); // it stays so
+    return true;
+}
+
 void Entry::finish()
 {
     pthread_join(thread_, nullptr);
@@ -161,11 +172,10 @@ bool has_gone(NyDevice* pDevObj, uvc_device_handle_t* handle)
 /// Waits for libuvc; false when the camera's going has cost it the way back.
 bool await_return(NyDevice* pDevObj, uvc_device_handle_t* handle, Entry* entry)
 {
-    for (int step = 0; !entry->has_returned(); ++step) {
+    for (int step = 0; !entry->returns_soon(); ++step) {
         const bool gone = step >= kStepsOfAGoneCamera && has_gone(pDevObj, handle);
         if (gone || step >= kMostSteps)
             return false;
-        nanosleep(&kStep, nullptr);
     }
     return true;
 }
