@@ -6,7 +6,10 @@
 #include "video/video.h"
 
 #include <nyxus/fingerprint.h>
+#include <algorithm>
+#include <cctype>
 #include <chrono>
+#include <filesystem>
 #include <optional>
 
 namespace tool {
@@ -18,15 +21,26 @@ constexpr char kJpeg[] = "jpeg";
 
 struct SnapshotOptions {
     std::string file;
-    std::string type; ///< "": by the file's name, and as it comes where that says nothing
+    std::string type; ///< "": by the file's name, and as it comes where that has no ending
     VideoOptions video;
 };
 
+/// By the file's name, whose ending has to be one of these if it has one.
 std::string type_of(const SnapshotOptions& options)
 {
-    if (!options.type.empty() || ends_with(options.file, ".png"))
-        return options.type.empty() ? kPng : options.type;
-    return ends_with(options.file, ".jpg") || ends_with(options.file, ".jpeg") ? kJpeg : "";
+    if (!options.type.empty())
+        return options.type;
+    std::string ending = std::filesystem::path(options.file).extension().string();
+    std::ranges::transform(ending, ending.begin(), [](unsigned char c) { return std::tolower(c); });
+    if (ending == ".png")
+        return kPng;
+    if (ending == ".jpg" || ending == ".jpeg")
+        return kJpeg;
+    if (ending.empty())
+        return "";
+    throw Failure(kExitUsage, in_quotes(options.file) +
+                                  ": a picture is saved as .png or .jpg; --type png or --type jpeg "
+                                  "says which for another name");
 }
 
 /// Ctrl-C ends the stream, too, and not just the program in the middle of it. A fingerprint board
@@ -102,7 +116,10 @@ void add_snapshot_command(Command& app, Arguments& arguments)
     add_video_options(command, options->video);
     set_action(
         command, arguments, [options](Session& session) { run_snapshot(session, *options); },
-        [options, &arguments] { refuse_impossible_target(options->file, arguments); });
+        [options, &arguments] {
+            (void)type_of(*options);
+            refuse_impossible_target(options->file, arguments);
+        });
 }
 
 } // namespace tool
