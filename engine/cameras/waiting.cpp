@@ -23,47 +23,27 @@ bool wait_until(unsigned wait_s, const Caller& caller, const std::function<bool(
     }
 }
 
-/// The same camera after its restart: it sits at the same port.
-std::optional<CameraInfo> find_again(const CameraInfo& before)
-{
-    const auto cameras = list_cameras();
-    if (!cameras)
-        return std::nullopt;
-    const auto found = std::find_if(cameras->begin(), cameras->end(), [&](const CameraInfo& now) {
-        return now.port_path == before.port_path;
-    });
-    return found == cameras->end() ? std::nullopt : std::optional(*found);
-}
-
-Status return_failure(const CameraInfo& before, const std::optional<CameraInfo>& now, bool left,
-                      unsigned wait_s)
-{
-    const std::string camera = "the camera at port " + before.port_path;
-    const std::string after = " after " + std::to_string(wait_s) + " s; ";
-    if (!left) {
-        return {Reason::kTimedOut,
-                camera + " has not restarted" + after + "unplug it and plug it in again"};
-    }
-    if (now)
-        return usb_failure(camera + " came back", can_claim(*now).usb_code(), *now);
-    return {Reason::kNotBack, camera + " has not come back" + after + "plug it in again"};
-}
-
 } // namespace
 
 Result<CameraInfo> wait_for_return(const CameraInfo& before, unsigned wait_s, const Caller& caller)
 {
-    bool left = false;
-    std::optional<CameraInfo> now;
-    const bool is_back = wait_until(wait_s, caller, [&] {
-        now = find_again(before);
-        left = left || !now || now->address != before.address;
-        // The udev daemon needs a moment to give the new node its permissions.
-        return left && now && can_claim(*now);
-    });
-    if (is_back)
+    const auto is_stopped = [&] { return caller.stop.stop_requested(); };
+    const nyxus::Result<CameraInfo> now = wait_for_restart(before, wait_s * 1000, is_stopped);
+    if (now)
         return *now;
-    return caller.stop.stop_requested() ? stopped() : return_failure(before, now, left, wait_s);
+    const nyxus::Status& failure = now.status();
+    const std::string after = failure.message() + " after " + std::to_string(wait_s) + " s; ";
+    switch (failure.reason()) {
+        case Reason::kStopped:
+            return stopped();
+        case Reason::kTimedOut:
+            return Status(Reason::kTimedOut, after + "unplug it and plug it in again");
+        case Reason::kNotBack:
+            return Status(Reason::kNotBack, after + "plug it in again");
+        default:
+            return usb_failure("the camera at port " + before.port_path + " came back",
+                               failure.usb_code(), find_camera(before.port_path).value_or(before));
+    }
 }
 
 Result<std::vector<CameraInfo>> wait_for_cameras(const std::string& name, unsigned wait_s,

@@ -32,6 +32,7 @@
 
 #include <nyxus/cpp/camera.hpp>
 #include <nyxus/cpp/camera_list.hpp>
+#include <nyxus/cpp/camera_watch.hpp>
 #include <nyxus/cpp/controls.hpp>
 #include <nyxus/cpp/h264.hpp>
 #include <nyxus/cpp/osd.hpp>

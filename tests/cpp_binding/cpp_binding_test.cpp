@@ -49,6 +49,87 @@ TEST(CppList, ACameraIsFoundByEachOfItsNamesAndMissedByOthers)
         EXPECT_EQ(nyxus::find_camera(name).status().usb_code(), LIBUSB_ERROR_NO_DEVICE) << name;
 }
 
+TEST(CppList, AWatchTellsOfThoseThatAreThereComeAndGo)
+{
+    Camera bench{models::kRowan};
+    nyxus::CameraWatch watch;
+    const auto next = [&] {
+        const auto event = watch.next(0);
+        EXPECT_TRUE(event) << event.status().message();
+        return event ? (event->here ? "here " : "gone ") + event->camera.serial : "nothing";
+    };
+    const std::string first = bench.sim().serial();
+    EXPECT_EQ(next(), "here " + first);
+    EXPECT_EQ(watch.next(250).status().reason(), nyxus::Reason::kTimedOut);
+
+    auto& cedar = bench.bed().plug(*sim::find_model(models::kCedar), {.bus = 2, .serial = "C2"});
+    bench.bed().settle();
+    EXPECT_EQ(next(), "here C2");
+    bench.bed().unplug(cedar, sim::Announce::kYes);
+    bench.bed().replug(bench.sim());
+    bench.bed().settle();
+    EXPECT_EQ(next(), "gone " + first);
+    EXPECT_EQ(next(), "gone C2");
+    EXPECT_EQ(next(), "here " + first);
+
+    size_t events = 0;
+    nyxus::CameraWatch other;
+    EXPECT_TRUE(other.run([&](const nyxus::CameraEvent&) {
+        ++events;
+        other.stop();
+    }));
+    EXPECT_EQ(events, 1u);
+    EXPECT_EQ(other.next(1000).status().reason(), nyxus::Reason::kStopped);
+}
+
+TEST(CppCamera, IsGivenBackAfterARestart)
+{
+    Camera bench{models::kRowan};
+    nyxus::Camera camera = open(nyxus::find_camera());
+    const nyxus::CameraInfo before = camera.info();
+    EXPECT_EQ(nyxus::wait_for_restart(before, 200).status().reason(), nyxus::Reason::kTimedOut)
+        << "it has not left";
+    EXPECT_EQ(nyxus::wait_for_restart(before, 1000, [] { return true; }).status().reason(),
+              nyxus::Reason::kStopped);
+
+    (void)camera.restart();
+    auto again = camera.wait_for_restart(10'000);
+    ASSERT_TRUE(again) << again.status().message();
+    EXPECT_NE(again->info().address, before.address);
+    EXPECT_EQ(again->chip(), "NY6410");
+
+    again->close();
+    bench.bed().unplug(bench.sim(), sim::Announce::kYes);
+    EXPECT_EQ(nyxus::wait_for_restart(before, 200).status().reason(), nyxus::Reason::kNotBack);
+}
+
+TEST(CppStatus, EachFailureHasAReason)
+{
+    using nyxus::Reason;
+    using nyxus::Status;
+    const struct {
+        Status status;
+        Reason reason;
+    } cases[] = {
+        {Status(), Reason::kNone},
+        {Status::of_libusb(LIBUSB_ERROR_NO_DEVICE), Reason::kCameraGone},
+        {Status::of_libusb(LIBUSB_ERROR_ACCESS), Reason::kNoPermission},
+        {Status::of_libusb(LIBUSB_ERROR_PIPE), Reason::kOther},
+        {Status::of_video(UVC_ERROR_BUSY), Reason::kBusy},
+        {Status::of_video(UVC_ERROR_INTERRUPTED), Reason::kStopped},
+        {Status::of_video(UVC_ERROR_INVALID_MODE), Reason::kNotSupported},
+        {Status::of(NYXUS_E_BUSY), Reason::kTimedOut},
+        {Status::of(NYXUS_E_TIMEOUT), Reason::kProtected},
+        {Status::of(NYXUS_E_SYSTEM(ENOSPC)), Reason::kFile},
+        {Status(NYXUS_E_RANGE, "out of range"), Reason::kOther},
+        {Status(Reason::kNotBack, "not back"), Reason::kNotBack},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(c.status.reason(), c.reason) << c.status.message();
+        EXPECT_EQ(c.status.ok(), c.reason == Reason::kNone);
+    }
+}
+
 TEST(CppCamera, TellsWhyItCannotBeOpened)
 {
     const struct {
@@ -138,6 +219,32 @@ TEST(CppCamera, FeaturesReadBackWhatWasSet)
     EXPECT_EQ(camera.osd().datetime()->data[0], 26);
     EXPECT_EQ(camera.osd().datetime()->data[1], 5);
 
+    EXPECT_FALSE(camera.osd().shows_time().value());
+    ASSERT_TRUE(camera.osd().show_time(true));
+    EXPECT_TRUE(camera.osd().shows_time().value());
+    EXPECT_FALSE(camera.osd().transparent().value());
+    ASSERT_TRUE(camera.osd().set_transparent(true));
+    EXPECT_TRUE(camera.osd().transparent().value());
+    ASSERT_TRUE(camera.osd().set_window({2, 3, 4, 5, 6, true}));
+    EXPECT_EQ(camera.osd().window()->height, 6);
+    EXPECT_TRUE(camera.osd().window()->shown);
+    ASSERT_TRUE(camera.osd().set_colors({{1, 2, 3}, {4, 5, 6}, {7, 8, 9}}));
+    EXPECT_EQ(camera.osd().colors()->background.cb, 5);
+    EXPECT_EQ(camera.osd().colors()->windows.cr, 9);
+
+    EXPECT_EQ(camera.gpio().value()[5], nyxus::PinState::kNotDriven);
+    ASSERT_TRUE(camera.set_gpio(5, true));
+    ASSERT_TRUE(camera.set_gpio(12, false));
+    EXPECT_EQ(camera.gpio().value()[5], nyxus::PinState::kHigh);
+    EXPECT_EQ(camera.gpio().value()[12], nyxus::PinState::kLow);
+
+    ASSERT_TRUE(camera.flash());
+    EXPECT_EQ(camera.flash()->name, "MXIC MX25L1006E");
+    EXPECT_EQ(camera.flash()->part_bytes, 128u << 10);
+    EXPECT_EQ(camera.flash()->id[0], 0xC2);
+    EXPECT_EQ(camera.xu_version(), std::optional<uint16_t>(2));
+    EXPECT_EQ(camera.sensor_application(), 0x21);
+
     nyxus::H264 encoder = camera.h264();
     ASSERT_TRUE(encoder.set_rate_control(nyxus::RateControl::kVariableBitrate));
     EXPECT_EQ(encoder.rate_control().value(), nyxus::RateControl::kVariableBitrate);
@@ -213,7 +320,7 @@ TEST(CppVideo, FramesComeUntilTheStreamIsDropped)
     }
     const auto picture = nyxus::take_picture(camera, {320, 240, 0});
     ASSERT_TRUE(picture) << picture.status().message();
-    EXPECT_EQ(picture->yuyv.size(), 320u * 240 * 2);
+    EXPECT_EQ(picture->data.size(), 320u * 240 * 2);
 
     const auto refused = nyxus::Stream::start(camera, {123, 45, 0}, [](const nyxus::Frame&) {});
     EXPECT_EQ(refused.status().origin(), nyxus::Origin::kVideo);
@@ -250,6 +357,31 @@ TEST(CppVideo, EveryFormatComesOneFrameAtATime)
         << refused.status().message();
 }
 
+TEST(CppVideo, ALoopTakesFramesUntilTheStreamEnds)
+{
+    Camera bench{models::kRowan, Time::kReal};
+    nyxus::Camera camera = open(nyxus::find_camera());
+    auto stream = nyxus::Stream::start(camera, {320, 240, 30});
+    ASSERT_TRUE(stream) << stream.status().message();
+    std::vector<nyxus::Picture> kept;
+    for (auto& frame : *stream) {
+        kept.emplace_back(frame);
+        if (kept.size() == 3)
+            stream->stop();
+        if (kept.size() == 10)
+            break;
+    }
+    EXPECT_GE(kept.size(), 3u);
+    EXPECT_LT(kept.size(), 10u) << "four may have waited";
+    EXPECT_TRUE(stream->failure());
+    EXPECT_EQ(kept[0].data.size(), 320u * 240 * 2);
+    EXPECT_LT(kept[0].sequence, kept[2].sequence);
+
+    const auto late = nyxus::take_picture(camera, {320, 240, 30}, 0);
+    EXPECT_EQ(late.status().reason(), nyxus::Reason::kTimedOut);
+    EXPECT_TRUE(nyxus::take_picture(camera, {320, 240, 30})) << "nothing streams any more";
+}
+
 TEST(CppControls, AreListedReadAndSet)
 {
     Camera bench{"maple-mjpeg"};
@@ -262,6 +394,25 @@ TEST(CppControls, AreListedReadAndSet)
     ASSERT_TRUE(hue);
     EXPECT_EQ(hue->value, -9000);
     EXPECT_EQ(nyxus::set_control(camera, NYXUS_CONTROL_HUE, 18001).code(), NYXUS_E_RANGE);
+}
+
+TEST(CppVideoDeathTest, ALoopOfACameraThatGoesEndsAtOnce)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto body = [] {
+        alarm(20);
+        Camera bench{models::kRowan, Time::kReal};
+        nyxus::Camera camera = open(nyxus::find_camera());
+        auto stream = nyxus::Stream::start(camera, {320, 240, 30});
+        stream->patience_ms = 1'000'000;
+        size_t frames = 0;
+        for (const nyxus::Frame& frame : *stream) {
+            if (++frames == 2 && frame.data.size() > 0)
+                bench.bed().unplug(bench.sim(), sim::Announce::kYes);
+        }
+        _exit(stream->failure().reason() == nyxus::Reason::kCameraGone ? 0 : 1);
+    };
+    EXPECT_EXIT(body(), testing::ExitedWithCode(0), "");
 }
 
 TEST(CppVideoDeathTest, AStreamOfACameraThatGoesEndsInPeace)

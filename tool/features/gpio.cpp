@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "features/feature.h"
 
-#include <nyxus/memory.h>
 #include <nyxus/peripheral.h>
 #include <array>
 
@@ -10,31 +9,23 @@ namespace tool {
 namespace {
 
 constexpr uint32_t kPinCount = 16;
-/// What is driven on pins 0 to 7 and 8 to 15, then which of them are driven.
-constexpr uint32_t kPinRegisters = 0x20;
+/// The registers that tell of all pins.
 constexpr uint32_t kPinRegisterCount = 4;
 
-struct Pins {
-    uint32_t enabled = 0;
-    uint32_t high = 0;
-};
+using Pins = std::array<nyxus::PinState, kPinCount>;
 
 Pins read_pins(Session& session)
 {
-    std::array<uint8_t, kPinRegisterCount> registers{};
-    session.check("reading the pins",
-                  XuRegRead(session.device(), kPinRegisters, registers.size(), registers.data()));
-    const auto pair = [&](size_t first) {
-        return static_cast<uint32_t>(registers[first] | registers[first + 1] << 8);
-    };
-    return {.enabled = pair(2), .high = pair(0)};
+    const nyxus::Result<Pins> pins = session.camera.gpio();
+    session.check("reading the pins", pins.status().code());
+    return *pins;
 }
 
-std::string state_of(const Pins& pins, uint32_t index)
+std::string state_of(nyxus::PinState pin)
 {
-    if ((pins.enabled >> index & 1) == 0)
+    if (pin == nyxus::PinState::kNotDriven)
         return "not driven";
-    return (pins.high >> index & 1) != 0 ? "high" : "low";
+    return pin == nyxus::PinState::kHigh ? "high" : "low";
 }
 
 std::string name_of(uint32_t index)
@@ -47,7 +38,7 @@ void print_pins(Session& session)
     const Pins pins = read_pins(session);
     Members values;
     for (uint32_t index = 0; index < kPinCount; ++index)
-        values.push_back({name_of(index), state_of(pins, index)});
+        values.push_back({name_of(index), state_of(pins[index])});
     session.print(values);
 }
 
@@ -56,7 +47,7 @@ void run_pin(Session& session, uint32_t index, const std::string& level)
     const auto pin = static_cast<int32_t>(index);
     const int32_t value = level == "high" ? GPIO_HIGH : GPIO_LOW;
     session.make({.name = name_of(index),
-                  .read = [&] { return state_of(read_pins(session), index); },
+                  .read = [&] { return state_of(read_pins(session)[index]); },
                   .wanted = level.empty() ? Value() : level,
                   .doing = "setting the pin",
                   .write = [&] { return XU_GpioSet(session.device(), pin, value); },

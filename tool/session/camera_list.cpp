@@ -27,15 +27,20 @@ std::string description(const CameraEntry& entry)
            padded(entry.serial.empty() ? "-" : entry.serial, 16) + " " + entry.product;
 }
 
+CameraEntry printable(CameraEntry entry)
+{
+    entry.serial = printable(entry.serial);
+    entry.product = printable(entry.product);
+    return entry;
+}
+
 std::vector<CameraEntry> list_cameras()
 {
     auto cameras = nyxus::list_cameras();
     if (!cameras)
         throw usb_failure("cannot use USB", cameras.status().usb_code());
-    for (CameraEntry& entry : *cameras) {
-        entry.serial = printable(entry.serial);
-        entry.product = printable(entry.product);
-    }
+    for (CameraEntry& entry : *cameras)
+        entry = printable(entry);
     return std::move(*cameras);
 }
 

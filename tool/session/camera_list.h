@@ -10,6 +10,8 @@ namespace tool {
 /// A camera on the bus, as far as it is known without talking to it; its texts are printable.
 using CameraEntry = nyxus::CameraInfo;
 
+CameraEntry printable(CameraEntry entry);
+
 /// One line for a message.
 std::string description(const CameraEntry& entry);
 

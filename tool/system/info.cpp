@@ -13,38 +13,20 @@ namespace tool {
 
 namespace {
 
-std::string flash_part(const NyDevice& device)
+std::string flash_id(const nyxus::Flash& flash)
 {
-    return printable_field(device.oFlashInfo.szName, sizeof device.oFlashInfo.szName);
+    return format("%02X %02X %02X", flash.id[0], flash.id[1], flash.id[2]);
 }
 
-std::string flash_id(const NyDevice& device)
+std::string xu_version(const Camera& camera)
 {
-    const uint8_t* id = device.oFlashInfo.ID;
-    return format("%02X %02X %02X", id[0], id[1], id[2]);
-}
-
-unsigned flash_kib(const NyDevice& device)
-{
-    constexpr unsigned kMostDoublings = 15; // beyond any part; the record comes from the camera
-    return 32U << std::min<unsigned>(device.oFlashInfo.bSize, kMostDoublings);
-}
-
-std::string xu_version(const NyDevice& device)
-{
-    return device.xFeatureXU != 0 ? format("0x%04X", device.oXuCtrlVer.wVersion) : "none";
+    const auto version = camera.xu_version();
+    return version ? format("0x%04X", *version) : "none";
 }
 
 std::string set_file(const NyDevice& device)
 {
     return printable_field(device.szSetfileVer, sizeof device.szSetfileVer);
-}
-
-/// The catalogue's last row stands for every part that it lacks.
-bool is_listed(const NyDevice& device)
-{
-    const NyFlashInfo& other = spi_flash_table[spi_flash_table_count - 1];
-    return flash_part(device) != printable_field(other.szName, sizeof other.szName);
 }
 
 std::string rom_sentence(const Camera& camera)
@@ -55,11 +37,12 @@ std::string rom_sentence(const Camera& camera)
     const std::string size = format("%u KiB", device.dwExtRomSize / 1024);
     if (!camera.has_spi_flash())
         return "I2C EEPROM, " + size;
-    const std::string id = flash_id(device);
-    if (!is_listed(device))
+    const nyxus::Flash flash = camera.flash().value();
+    const std::string id = flash_id(flash);
+    if (flash.name.empty())
         return "SPI flash that is not in the catalogue (ID " + id + "), " + size + " used";
-    return "SPI flash " + flash_part(device) + format(" (%u KiB, ", flash_kib(device)) + id +
-           "), " + size + " used";
+    return "SPI flash " + printable(flash.name) + format(" (%u KiB, ", flash.part_bytes / 1024) +
+           id + "), " + size + " used";
 }
 
 const char* rom_kind(const Camera& camera)
@@ -86,11 +69,11 @@ Members json_info(const Camera& camera)
                    {"size_bytes", device.dwExtRomSize},
                    {"holds_firmware", camera.rom_state() == RomState::kFirmware}};
     std::ranges::move(json_of(engine::Backups().history(camera)), std::back_inserter(rom));
-    if (camera.has_spi_flash()) {
-        rom.push_back({"id", flash_id(device)});
-        if (is_listed(device)) {
-            rom.push_back({"part", flash_part(device)});
-            rom.push_back({"part_size_bytes", flash_kib(device) * 1024});
+    if (const auto flash = camera.flash()) {
+        rom.push_back({"id", flash_id(*flash)});
+        if (!flash->name.empty()) {
+            rom.push_back({"part", printable(flash->name)});
+            rom.push_back({"part_size_bytes", flash->part_bytes});
         }
     }
     Members object = json_of(camera.info());
@@ -125,7 +108,7 @@ std::string text_info(const Camera& camera)
         {"Sensor application", format("0x%04X", device.wExtSensorApId)},
         {"Set-file", device.oFwStatus.xSetfileExist != 0 ? set_file(device) : "none"},
         {"External ROM", rom_sentence(camera)},
-        {"XU version", xu_version(device)},
+        {"XU version", xu_version(camera)},
         {"Features", features(device)},
     };
     const engine::RomHistory history = engine::Backups().history(camera);

@@ -6,60 +6,51 @@
 #include "terminal/json_text.h"
 #include "terminal/text.h"
 
-#include <algorithm>
 #include <chrono>
+#include <nyxus/cpp/camera_watch.hpp>
 #include <stop_token>
-#include <thread>
 
 namespace tool {
 
 namespace {
 
-using Cameras = std::vector<CameraEntry>;
-
-/// Each start gives a camera an address of its own.
-bool has(const Cameras& cameras, const CameraEntry& wanted)
+void tell(Console& console, const Arguments& arguments, const nyxus::CameraEvent& event)
 {
-    return std::ranges::any_of(cameras, [&](const CameraEntry& entry) {
-        return entry.port_path == wanted.port_path && entry.address == wanted.address;
-    });
-}
-
-/// Tells of those that the others do not have.
-void tell(Console& console, const Arguments& arguments, const char* event, const Cameras& cameras,
-          const Cameras& others)
-{
-    for (const CameraEntry& entry : cameras) {
-        if (has(others, entry) || (!arguments.camera.empty() && !entry.matches(arguments.camera)))
-            continue;
-        Members members = json_of(entry);
-        members.insert(members.begin(), {"event", event});
-        console.display().say(arguments.json ? json_line(members)
-                                             : padded(event, 6) + description(entry));
-    }
+    const CameraEntry entry = printable(event.camera);
+    if (!arguments.camera.empty() && !entry.matches(arguments.camera))
+        return;
+    const char* what = event.here ? "here" : "gone";
+    Members members = json_of(entry);
+    members.insert(members.begin(), {"event", what});
+    console.display().say(arguments.json ? json_line(members)
+                                         : padded(what, 6) + description(entry));
+    if (const std::string complaint = console.display().output_complaint(); !complaint.empty())
+        throw Failure(kExitFailure, complaint);
 }
 
 /// The first look tells of those that are there.
 ExitCode run_watch(Console& console, const Arguments& arguments)
 {
-    constexpr std::chrono::milliseconds kInterval{100};
+    constexpr uint32_t kGlance_ms = 100;
     const Unwatched unwatched(console);
     const std::stop_source interrupt;
     console.postpone_interrupts("", interrupt);
+    nyxus::CameraWatch watch;
+    const std::stop_callback stop(interrupt.get_token(), [&] { watch.stop(); });
     const auto end =
         std::chrono::steady_clock::now() + std::chrono::seconds(arguments.wait_s.value_or(0));
-    for (Cameras known; !interrupt.stop_requested();) {
-        const Cameras now = list_cameras();
-        tell(console, arguments, "gone", known, now);
-        tell(console, arguments, "here", now, known);
-        if (const std::string complaint = console.display().output_complaint(); !complaint.empty())
-            throw Failure(kExitFailure, complaint);
-        if (arguments.wait_s && std::chrono::steady_clock::now() >= end)
-            break;
-        known = now;
-        std::this_thread::sleep_for(kInterval);
+    for (;;) {
+        const bool is_over = arguments.wait_s && std::chrono::steady_clock::now() >= end;
+        const auto event = watch.next(is_over ? 0 : kGlance_ms);
+        const engine::Reason reason = event.status().reason();
+        if (event) {
+            tell(console, arguments, *event);
+        } else if (reason == engine::Reason::kStopped || is_over) {
+            return kExitOk;
+        } else if (reason != engine::Reason::kTimedOut) {
+            throw usb_failure("cannot use USB", event.status().usb_code());
+        }
     }
-    return kExitOk;
 }
 
 } // namespace

@@ -8,12 +8,14 @@
 
 #include <nyxus/config.h>
 #include <nyxus/device.h>
+#include <nyxus/flash.h>
 #include <nyxus/memory.h>
 #include <nyxus/peripheral.h>
 #include <nyxus/cpp/camera_list.hpp>
 
 #include <array>
 #include <iterator>
+#include <optional>
 
 namespace nyxus {
 
@@ -26,6 +28,20 @@ enum class RomState {
     kFirmware, ///< firmware for this chip
     kBlank,    ///< none; the flash has told what it is
     kUnknown,  ///< none, and no flash answers: an EEPROM, or nothing
+};
+
+/// The SPI flash behind the controller.
+struct Flash {
+    std::string name;          ///< of the part; "" for one that is not in the catalogue
+    std::array<uint8_t, 3> id; ///< maker, type, capacity
+    uint32_t part_bytes;       ///< of the whole part; 0 for one that is not in the catalogue
+};
+
+/// A pin of the controller, as it is driven.
+enum class PinState {
+    kNotDriven,
+    kLow,
+    kHigh,
 };
 
 /**
@@ -120,10 +136,36 @@ public:
     std::string setfile_version() const { return field_text(device_->szSetfileVer); }
     /// Version of the firmware in the external ROM.
     uint16_t firmware_version() const { return device_->wExtFwVer; }
+    uint16_t sensor_application() const { return device_->wExtSensorApId; }
+    /// Of the extension unit; nothing where older firmware has none.
+    std::optional<uint16_t> xu_version() const
+    {
+        const uint16_t version = device_->oXuCtrlVer.wVersion;
+        return device_->xFeatureXU != 0 ? std::optional<uint16_t>(version) : std::nullopt;
+    }
+    /// Whether addresses beyond 64 KiB and other memories can be reached.
+    bool has_memory_extension() const { return device_->xFeatureEM != 0; }
     bool runs_external_firmware() const { return device_->oFwStatus.xExtFwExist != 0; }
     RomState rom_state() const { return rom_state_; }
     /// The external ROM is an SPI flash, otherwise an I2C EEPROM.
     bool has_spi_flash() const { return device_->xSpiMode != 0; }
+    /// What the probe has found out of it; nothing for an EEPROM.
+    std::optional<Flash> flash() const
+    {
+        if (device_->xSpiMode == 0)
+            return std::nullopt;
+        constexpr uint32_t kSmallest = 32 << 10;
+        constexpr uint32_t kMostDoublings = 15; // beyond any part; the record comes from the camera
+        const NyFlashInfo& found = device_->oFlashInfo;
+        Flash flash = {field_text(found.szName), {}, 0};
+        std::copy(std::begin(found.ID), std::end(found.ID), flash.id.begin());
+        // The catalogue's last row stands for every part that it lacks.
+        if (flash.name == field_text(spi_flash_table[spi_flash_table_count - 1].szName))
+            flash.name.clear();
+        else
+            flash.part_bytes = kSmallest << std::min<uint32_t>(found.bSize, kMostDoublings);
+        return flash;
+    }
     /// Bytes of the ROM that the controller uses.
     uint32_t rom_size() const { return device_->dwExtRomSize; }
 
@@ -186,6 +228,22 @@ public:
 
     // Peripherals; nyxus/peripheral.h has the ranges.
 
+    /// All pins, 0 to 15. Blocks for two transfers.
+    Result<std::array<PinState, 16>> gpio()
+    {
+        constexpr uint16_t kPinRegisters = 0x20; // levels of pins 0 to 7, 8 to 15; which are driven
+        uint8_t registers[4] = {};
+        std::array<PinState, 16> pins{};
+        Status status = read_registers(kPinRegisters, registers);
+        if (!status)
+            return status;
+        for (size_t pin = 0; pin < pins.size(); ++pin) {
+            const bool high = (registers[pin / 8] >> pin % 8 & 1) != 0;
+            if ((registers[2 + pin / 8] >> pin % 8 & 1) != 0)
+                pins[pin] = high ? PinState::kHigh : PinState::kLow;
+        }
+        return pins;
+    }
     /// Drives pin 0 to 15. Writes that fail are not noticed. Blocks for up to 9 transfers.
     Status set_gpio(uint8_t pin, bool high)
     {
@@ -229,9 +287,27 @@ public:
     /// Whether there was motion since the last poll; acknowledges it.
     Result<bool> poll_motion() { return get_flag(XU_MotionDetectPoll); }
 
-    /// Restarts the camera, which leaves the bus and comes back with a new address. Close it then,
-    /// and find it again by its port path. A failure is to be expected when the chip was quick.
+    /// Restarts the camera, which leaves the bus and comes back with a new address. Then close()
+    /// it, or wait_for_restart(). A failure is to be expected when the chip was quick.
     Status restart() { return Status::of(XU_ChipReset(device())); }
+
+    /**
+     * After a restart(): closes this object, waits until the camera has left its port and is back,
+     * and opens it again, also when its ROM holds no firmware (rom_state() tells). As
+     * nyxus::wait_for_restart() otherwise, and as open().
+     */
+    Result<Camera> wait_for_restart(uint32_t timeout_ms)
+    {
+        const CameraInfo before = info_;
+        close();
+        const Result<CameraInfo> now = nyxus::wait_for_restart(before, timeout_ms);
+        if (!now)
+            return now.status();
+        Result<Camera> camera = open(*now);
+        if (!camera && camera.status().code() == NYXUS_E_INVALID)
+            return open_blank(*now);
+        return camera;
+    }
 
 private:
     using Handle = std::unique_ptr<NyDevice, void (*)(NyDevice*)>;

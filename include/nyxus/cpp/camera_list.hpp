@@ -10,9 +10,13 @@
 
 #include <nyxus/cpp/result.hpp>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <fstream>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -147,6 +151,21 @@ inline Result<std::vector<CameraInfo>> list_cameras()
     return cameras;
 }
 
+namespace detail {
+
+inline std::optional<CameraInfo> find_at_port(const std::string& port_path)
+{
+    const auto cameras = list_cameras();
+    if (!cameras)
+        return std::nullopt;
+    const auto found = std::find_if(cameras->begin(), cameras->end(), [&](const CameraInfo& info) {
+        return info.port_path == port_path;
+    });
+    return found == cameras->end() ? std::nullopt : std::optional<CameraInfo>(*found);
+}
+
+} // namespace detail
+
 /// The one camera with this name (see CameraInfo::matches()), or the only one there is without a
 /// name. "No such device" when there is none, NYXUS_E_RANGE when there are several.
 inline Result<CameraInfo> find_camera(const std::string& name = {})
@@ -194,6 +213,41 @@ inline Status can_claim(const CameraInfo& info)
     if (rc == 0)
         libusb_release_interface(raw, 0);
     return Status::of_libusb(rc);
+}
+
+/**
+ * Waits until a camera that restarts has left its port and is back, and can be opened. It goes by
+ * its port: after a restart its serial number may be a new one. Looks each 50 ms, and asks
+ * `cancelled` then, if there is one.
+ *
+ * Fails with Reason::kTimedOut when it never left, kNotBack when it has not come back, kStopped
+ * when cancelled, and as can_claim() when it is back and cannot be opened.
+ */
+inline Result<CameraInfo> wait_for_restart(const CameraInfo& before, uint32_t timeout_ms,
+                                           const std::function<bool()>& cancelled = {})
+{
+    constexpr uint32_t kPause_ms = 50;
+    const std::string camera = "the camera at port " + before.port_path;
+    bool left = false;
+    Status missing;
+    for (uint32_t waited_ms = 0;; waited_ms += kPause_ms) {
+        const std::optional<CameraInfo> now = detail::find_at_port(before.port_path);
+        left = left || !now || now->address != before.address;
+        missing = now ? Status() : Status(Reason::kNotBack, camera + " has not come back");
+        // The udev daemon needs a moment to give the new node its permissions.
+        if (left && now)
+            missing = can_claim(*now);
+        if (left && missing)
+            return *now;
+        if (cancelled && cancelled())
+            return Status(Reason::kStopped, "stopped");
+        if (waited_ms >= timeout_ms)
+            break;
+        usleep(kPause_ms * 1000);
+    }
+    if (!left)
+        return Status(Reason::kTimedOut, camera + " has not restarted");
+    return missing;
 }
 
 } // namespace nyxus

@@ -7,7 +7,9 @@
 #ifndef NYXUS_CPP_OSD_HPP
 #define NYXUS_CPP_OSD_HPP
 
+#include <nyxus/memory.h>
 #include <nyxus/osd.h>
+#include <nyxus/registers.h>
 #include <nyxus/cpp/camera.hpp>
 
 #include <ctime>
@@ -29,6 +31,12 @@ struct OsdYCbCr {
     uint8_t y;
     uint8_t cb;
     uint8_t cr;
+};
+
+struct OsdColors {
+    OsdYCbCr text;
+    OsdYCbCr background; ///< of the text
+    OsdYCbCr windows;
 };
 
 /// The on-screen display of a camera, which it must not outlive.
@@ -93,19 +101,39 @@ public:
     {
         return Status::of(XU_OsdSetDatetime(camera_, &record));
     }
+    /// Whether the stamp is shown while the display is enabled().
+    Result<bool> shows_time() { return control_bit(kShowsTime); }
     /// Shows the stamp, together with enable().
     Status show_time(bool on) { return Status::of(XU_OsdEnableDatetime(camera_, on)); }
+    Result<bool> transparent() { return control_bit(kTransparent); }
     /// Lets the picture shine through the background of the text.
     Status set_transparent(bool on) { return Status::of(XU_OsdEnableTransparent(camera_, on)); }
 
+    /// The one that was set last.
+    Result<OsdRectangle> window()
+    {
+        OsdWindow record{};
+        const int32_t status = XU_OsdGetWindow(camera_, &record);
+        const uint8_t(&d)[9] = record.data;
+        return Result<OsdRectangle>::of(status, {d[0], d[1], d[2], d[3], d[4], d[5] != 0});
+    }
     Status set_window(const OsdRectangle& window)
     {
         const OsdWindow record = {{window.index, window.column, window.row, window.width,
                                    window.height, window.shown, 0, 0, 0}};
         return Status::of(XU_OsdSetWindow(camera_, &record));
     }
-    Status set_colors(const OsdYCbCr& text, const OsdYCbCr& background, const OsdYCbCr& windows)
+    Result<OsdColors> colors()
     {
+        OsdColor record{};
+        const int32_t status = XU_OsdGetColor(camera_, &record);
+        const uint8_t(&d)[9] = record.data;
+        return Result<OsdColors>::of(status,
+                                     {{d[0], d[1], d[2]}, {d[3], d[4], d[5]}, {d[6], d[7], d[8]}});
+    }
+    Status set_colors(const OsdColors& colors)
+    {
+        const auto& [text, background, windows] = colors;
         const OsdColor record = {{text.y, text.cb, text.cr, background.y, background.cb,
                                   background.cr, windows.y, windows.cb, windows.cr}};
         return Status::of(XU_OsdSetColor(camera_, &record));
@@ -114,6 +142,18 @@ public:
 private:
     static constexpr size_t kTextBytes = 16;
     static constexpr uint8_t kLastLine = 7;
+    static constexpr uint8_t kShowsTime = 0x02; ///< in REG_OSD_CTRL
+    static constexpr uint8_t kTransparent = 0x10;
+
+    /// Any camera has the register; one without a display has no enabled().
+    Result<bool> control_bit(uint8_t bit)
+    {
+        uint8_t control = 0;
+        int32_t status = XU_OsdGetEnable(camera_, &control);
+        if (status >= 0)
+            status = XuRegRead(camera_, REG_OSD_CTRL, 1, &control);
+        return Result<bool>::of(status, (control & bit) != 0);
+    }
 
     NyDevice* camera_;
 };

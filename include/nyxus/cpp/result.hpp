@@ -31,6 +31,33 @@ enum class Origin {
     kVideo,   ///< libuvc: the code is a uvc_error_t
 };
 
+/// Why something failed, for programs: the engine's failures have all of them.
+enum class Reason {
+    kNone,             ///< it did not
+    kOther,            ///< nothing of what follows; the message tells
+    kStopped,          ///< the caller asked for it
+    kCameraGone,       ///< unplugged, or without power
+    kNotBack,          ///< has not come back after a restart
+    kTimedOut,         ///< the camera or its flash did not answer, or did not restart
+    kNoPermission,     ///< to open the camera
+    kBusy,             ///< another program has it
+    kProtected,        ///< the ROM stays write-protected
+    kMismatch,         ///< the ROM does not hold what was written
+    kWrongImage,       ///< the image is broken, or not for this camera; nothing was written
+    kNotSupported,     ///< by this camera
+    kUnknownRom,       ///< nothing tells what ROM the camera has
+    kFile,             ///< a file or folder cannot be read or written
+    kBackupNotKept,    ///< so that nothing was written
+    kJournalNotKept,   ///< so that nothing was written
+    kNoBackup,         ///< of this camera
+    kUncertainBackup,  ///< several may be this camera's
+    kNothingToRecover, ///< the camera runs its firmware
+    kNotStarted,       ///< the camera does not start what its ROM holds, or not what was written
+    kUnreliableReads,  ///< what the camera says of its ROM's contents cannot be relied on
+    kUntrusted,        ///< no trusted key has signed it, or nobody knows what is trusted
+    kDowngrade,        ///< a newer version has been there; nothing was written
+};
+
 /// Success, or a failure with its code and a text that says what failed and why.
 class [[nodiscard]] Status {
 public:
@@ -38,7 +65,15 @@ public:
     Status() = default;
     /// A failure of the caller's own making. Its origin follows from the code.
     Status(int32_t code, std::string message)
-        : code_(code), origin_(origin_of(code)), message_(std::move(message))
+        : code_(code),
+          origin_(origin_of(code)),
+          reason_(reason_of(origin_, code)),
+          message_(std::move(message))
+    {
+    }
+    /// One that no code tells of.
+    Status(Reason reason, std::string message, int32_t code = 0)
+        : code_(code), origin_(origin_of(code)), reason_(reason), message_(std::move(message))
     {
     }
 
@@ -60,6 +95,7 @@ public:
         Status status(returned, described ? std::string(nyxus_errmsg)
                                           : uvc_strerror(static_cast<uvc_error_t>(returned)));
         status.origin_ = Origin::kVideo;
+        status.reason_ = video_reason(returned);
         return status;
     }
     /// The same for a function of libusb.
@@ -72,6 +108,8 @@ public:
 
     bool ok() const { return origin_ == Origin::kNone; }
     explicit operator bool() const { return ok(); }
+    /// What it means for a program.
+    Reason reason() const { return reason_; }
     /// 0, or the code as the C interface returns it.
     int32_t code() const { return code_; }
     Origin origin() const { return origin_; }
@@ -91,6 +129,56 @@ private:
         if (high == 0x4000)
             return Origin::kUsb;
         return high == 0x8000 ? Origin::kSystem : Origin::kLibrary;
+    }
+
+    static Reason reason_of(Origin origin, int32_t code)
+    {
+        if (origin == Origin::kUsb)
+            return usb_reason(-(-code & 0xFF));
+        return origin == Origin::kSystem ? Reason::kFile : library_reason(code);
+    }
+
+    static Reason usb_reason(int code)
+    {
+        switch (code) {
+            case LIBUSB_ERROR_ACCESS:
+                return Reason::kNoPermission;
+            case LIBUSB_ERROR_BUSY:
+                return Reason::kBusy;
+            case LIBUSB_ERROR_NO_DEVICE:
+            case LIBUSB_ERROR_NOT_FOUND:
+                return Reason::kCameraGone;
+            case LIBUSB_ERROR_TIMEOUT:
+                return Reason::kTimedOut;
+            default:
+                return Reason::kOther;
+        }
+    }
+
+    /// libuvc numbers most of its codes as libusb does.
+    static Reason video_reason(int32_t code)
+    {
+        if (code == UVC_ERROR_INTERRUPTED)
+            return Reason::kStopped;
+        const bool lacks_it = code == UVC_ERROR_INVALID_MODE || code == UVC_ERROR_NOT_SUPPORTED;
+        return lacks_it ? Reason::kNotSupported : usb_reason(code);
+    }
+
+    static Reason library_reason(int32_t code)
+    {
+        switch (code) {
+            case NYXUS_E_SPI_COMMAND:
+            case NYXUS_E_BUSY:
+                return Reason::kTimedOut;
+            case NYXUS_E_TIMEOUT: // of the write protection
+                return Reason::kProtected;
+            case NYXUS_E_NO_SUPPORT:
+            case NYXUS_E_UNSUPPORTED:
+            case NYXUS_E_INVALID:
+                return Reason::kNotSupported;
+            default:
+                return Reason::kOther;
+        }
     }
 
     /// For the codes that come without a message.
@@ -115,6 +203,7 @@ private:
 
     int32_t code_ = 0;
     Origin origin_ = Origin::kNone;
+    Reason reason_ = Reason::kNone;
     std::string message_;
 };
 

@@ -11,7 +11,10 @@
 #include <nyxus/rom.h>
 #include <nyxus/cpp/camera.hpp>
 
+#include <algorithm>
+#include <array>
 #include <functional>
+#include <iterator>
 #include <vector>
 
 namespace nyxus {

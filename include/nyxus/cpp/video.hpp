@@ -9,6 +9,7 @@
 #include <nyxus/streaming.h>
 #include <nyxus/video.h>
 #include <nyxus/cpp/camera.hpp>
+#include <nyxus/cpp/coming.hpp>
 
 #include <functional>
 
@@ -34,11 +35,25 @@ struct Frame {
 /// Called on libuvc's streaming thread. It must neither stop the stream nor throw.
 using FrameCallback = std::function<void(const Frame&)>;
 
-/// A frame that was kept.
+/// A frame that is kept beyond its turn: a copy, which holds nothing up.
 struct Picture {
+    Picture() = default;
+    explicit Picture(const Frame& frame)
+        : width(frame.width),
+          height(frame.height),
+          sequence(frame.sequence),
+          data(frame.data.begin(), frame.data.end()),
+          fourcc(frame.fourcc),
+          time_us(frame.time_us)
+    {
+    }
+
     uint32_t width = 0;
     uint32_t height = 0;
-    std::vector<uint8_t> yuyv; ///< two bytes a pixel, row after row
+    uint32_t sequence = 0;
+    std::vector<uint8_t> data;
+    uint32_t fourcc = 0;
+    uint64_t time_us = 0;
 };
 
 /// What the camera streams, in its order. Asks the camera nothing.
@@ -61,10 +76,23 @@ inline std::string fourcc_text(uint32_t fourcc)
     return text;
 }
 
-/// A running video stream. It stops when the object dies, or its camera is closed.
-/// Move only; one thread at a time per camera, but for next().
+/**
+ * A running video stream. It stops when the object dies, or its camera is closed.
+ *
+ *     for (const nyxus::Frame& frame : *stream)      // started without a callback
+ *         show(frame);
+ *     if (nyxus::Status failure = stream->failure(); !failure)
+ *         ...                                        // the camera went, or was silent
+ *
+ * Move only; one thread at a time per camera, but for next() and the loop.
+ */
 class Stream {
 public:
+    using Iterator = detail::ComingIterator<Stream, Frame>;
+
+    /// How long the loop waits for each frame.
+    uint32_t patience_ms = 5000;
+
     /// Starts a stream, with a callback or to be asked for frames with next(). A failure's origin
     /// is Origin::kVideo when libuvc or the camera refuses the format, or the kernel lends too
     /// little memory: its message says what to do. Blocks for the negotiation's transfers.
@@ -89,6 +117,8 @@ public:
     {
         stream_ = std::move(other.stream_); // ends the old one, which calls the old callback
         callback_ = std::move(other.callback_);
+        patience_ms = other.patience_ms;
+        failure_ = std::move(other.failure_);
         return *this;
     }
 
@@ -105,6 +135,13 @@ public:
         return frame_of(frame);
     }
 
+    /// The frames as they come, each valid until the next; until the stream is stopped, by any
+    /// thread, or fails: the camera goes, or sends none for `patience_ms`.
+    Iterator begin() { return Iterator(*this); }
+    Iterator end() { return {}; }
+    /// Why the loop has ended: success when the stream was stopped.
+    const Status& failure() const { return failure_; }
+
     /// What the stream has settled on, and what became of its frames.
     NyStreamStatus status() const
     {
@@ -118,6 +155,7 @@ public:
     void stop() { nyxus_stream_stop(stream_.get()); }
 
 private:
+    friend Iterator;
     struct Free {
         void operator()(NyStream* stream) const { nyxus_stream_free(stream); }
     };
@@ -125,6 +163,17 @@ private:
     explicit Stream(FrameCallback callback)
         : callback_(std::make_unique<FrameCallback>(std::move(callback)))
     {
+    }
+
+    const Frame* wait_for_next()
+    {
+        Result<Frame> came = next(patience_ms);
+        if (came) {
+            frame_ = *came;
+            return &frame_;
+        }
+        failure_ = came.status().reason() == Reason::kStopped ? Status() : came.status();
+        return nullptr;
     }
 
     static uint32_t interval_of(uint32_t fps)
@@ -146,24 +195,22 @@ private:
 
     std::unique_ptr<FrameCallback> callback_;
     std::unique_ptr<NyStream, Free> stream_; // goes first
+    Frame frame_ = {};                       // of the loop
+    Status failure_;
 };
 
-/// Takes one complete frame. Tries again after bad ones, as long as the camera is connected: a
-/// program that must not wait needs a limit of its own, or Stream::next(). YUYV only; not while a
-/// stream runs.
-inline Result<Picture> take_picture(Camera& camera, const VideoFormat& format = {})
+/// The first complete frame of a stream; not while another one runs. UVC_ERROR_TIMEOUT when none
+/// comes in time.
+inline Result<Picture> take_picture(Camera& camera, const VideoFormat& format = {},
+                                    uint32_t timeout_ms = 5000)
 {
-    VideoStreamParam param = {0, format.width, format.height, format.fps, nullptr};
-    Status status = Status::of_video(startVideoStream_snapshot(camera.device(), nullptr, &param));
-    Picture picture;
-    if (status) {
-        const auto* data = static_cast<const uint8_t*>(param.frame->data);
-        picture = {param.frame->width, param.frame->height, {data, data + param.frame->data_bytes}};
-    }
-    stopVideoStream(camera.device());
-    if (!status)
-        return status;
-    return picture;
+    Result<Stream> stream = Stream::start(camera, format);
+    if (!stream)
+        return stream.status();
+    const Result<Frame> frame = stream->next(timeout_ms);
+    if (!frame)
+        return frame.status();
+    return Picture(*frame);
 }
 
 } // namespace nyxus
