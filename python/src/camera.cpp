@@ -38,6 +38,16 @@ CameraInfo find(const std::variant<std::string, CameraInfo>& camera)
     return value_of(std::move(found));
 }
 
+/// The camera, with its ROM taken for what the caller says if nobody else knows.
+engine::Result<engine::Camera> with_rom(engine::Camera camera, uint32_t eeprom_bytes)
+{
+    if (eeprom_bytes > 0) {
+        if (engine::Status known = camera.require_rom(eeprom_bytes); !known)
+            return known;
+    }
+    return camera;
+}
+
 SharedCamera open(const std::variant<std::string, CameraInfo>& camera, engine::Use use,
                   int64_t eeprom_bytes)
 {
@@ -46,13 +56,9 @@ SharedCamera open(const std::variant<std::string, CameraInfo>& camera, engine::U
     auto opened = [&]() -> engine::Result<engine::Camera> {
         const py::gil_scoped_release release;
         auto result = engine::Camera::open(info, use);
-        if (result && size > 0) {
-            if (engine::Status known = result->require_rom(size); !known)
-                return known;
-        }
-        return result;
+        return result ? with_rom(*std::move(result), size) : std::move(result);
     }();
-    return std::make_shared<OpenCamera>(value_of(std::move(opened)));
+    return std::make_shared<OpenCamera>(value_of(std::move(opened)), size);
 }
 
 std::vector<CameraInfo> wait_for_cameras(const std::string& name, unsigned wait_s,
@@ -106,7 +112,8 @@ void add_camera_info(py::module_& module)
 
 } // namespace
 
-OpenCamera::OpenCamera(engine::Camera camera) : camera_(std::move(camera))
+OpenCamera::OpenCamera(engine::Camera camera, uint32_t eeprom_bytes)
+    : camera_(std::move(camera)), eeprom_bytes_(eeprom_bytes)
 {
     look();
     open_cameras().insert(this);
@@ -133,7 +140,8 @@ void OpenCamera::restart(unsigned wait_s, const engine::Backups& backups,
 {
     Work work(stop);
     auto back = run(work, on_event, [&](engine::Camera& camera, const engine::Caller& caller) {
-        return engine::restart(std::move(camera), wait_s, backups, caller);
+        auto restarted = engine::restart(std::move(camera), wait_s, backups, caller);
+        return restarted ? with_rom(*std::move(restarted), eeprom_bytes_) : std::move(restarted);
     });
     if (back) {
         *camera_ = *std::move(back);

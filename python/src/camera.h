@@ -30,12 +30,14 @@ struct CameraFacts {
 /// Members are for threads that hold the interpreter's lock, unless said otherwise.
 class OpenCamera {
 public:
-    explicit OpenCamera(engine::Camera camera);
+    /// A ROM that nobody has identified is taken for an EEPROM of this size, unless that is 0.
+    OpenCamera(engine::Camera camera, uint32_t eeprom_bytes);
     ~OpenCamera();
     OpenCamera(const OpenCamera&) = delete;
     OpenCamera& operator=(const OpenCamera&) = delete;
 
     const CameraFacts& facts() const { return facts_; }
+    uint32_t eeprom_bytes() const { return eeprom_bytes_; }
     void close();
     bool is_closed() const { return is_closed_; }
 
@@ -112,6 +114,7 @@ private:
     void free_left_streams();
 
     std::optional<engine::Camera> camera_;
+    uint32_t eeprom_bytes_;
     CameraFacts facts_;
     bool is_closed_ = false;
     std::timed_mutex mutex_;

@@ -210,9 +210,9 @@ public:
     }
 
 private:
-    static engine::Status check(engine::Camera& camera, const Images& images)
+    engine::Status check(engine::Camera& camera, const Images& images) const
     {
-        engine::Status known = camera.require_rom(0);
+        engine::Status known = camera.require_rom(camera_->eeprom_bytes());
         return known ? engine::check_images(camera, images) : known;
     }
 
@@ -238,8 +238,6 @@ private:
     static engine::Result<Images> patched(engine::Camera& camera, uint32_t address, Bytes bytes,
                                           const Caller& caller)
     {
-        if (engine::Status known = camera.require_rom(0); !known)
-            return known;
         auto rom = engine::read_rom_twice(camera, 0, engine::replaced_bytes(camera), caller);
         if (!rom)
             return rom.status();
@@ -260,7 +258,7 @@ private:
         Work work(stop);
         const Report report =
             camera_->run(work, on_event, [&](engine::Camera& camera, const Caller& caller) {
-                engine::Status known = camera.require_rom(0);
+                engine::Status known = camera.require_rom(camera_->eeprom_bytes());
                 return known ? function(camera, caller) : Report{std::move(known)};
             });
         return value_of(report, work);
