@@ -74,6 +74,40 @@ osd_clock)
     grep -q 'Front door' state || fail "the display does not show the text"
     [ -z "$python" ] || says "^$(date +%Y-)"
     ;;
+production)
+    image
+    export XDG_STATE_HOME="$PWD/state"
+    run --camera rowan-spi,serial=A1,rom=rom --camera rowan-spi,serial=B1,blank,rom=rom2 -- \
+        "$python" "$sources/production.py" new.bin
+    says '^PASS A1: from 0x0100 to 0x0205'
+    says '^PASS B1: from mask ROM to 0x0205'
+    holds_image rom
+    holds_image rom2
+    if "$sim" run --speed fast --camera rowan-spi --camera larch-spi -- \
+        "$python" "$sources/production.py" new.bin >out 2>err; then
+        fail "a camera of another chip has passed"
+    fi
+    says '^FAIL .*signature'
+    ;;
+motion_alarm_py)
+    run -- sh -c '"$2" do motion-alarm && "$0" "$1" shot.pgm' "$python" "$sources/motion_alarm.py" "$sim"
+    says 'motion!'
+    [ "$(wc -c <shot.pgm)" -eq $((15 + 640 * 480)) ] || fail "the picture is incomplete"
+    ;;
+focus_aid)
+    run -- "$python" "$sources/focus_aid.py" 5
+    [ "$(grep -c '^ *[0-9.]* of' out)" -eq 5 ] || fail "that is not five measurements"
+    says '####'
+    ;;
+recorder)
+    run --camera maple-mjpeg,serial=A1 --camera maple-mjpeg,serial=B1 --camera maple-mjpeg,serial=C1 \
+        --camera rowan-spi,serial=D1 -- "$python" "$sources/recorder.py" 5 640x480
+    for camera in A1 B1 C1; do
+        says "^$camera.mjpeg: 5 frames"
+        head -c 3 "$camera.mjpeg" | cmp -s - "$(printf '\377\330\377' >jpeg; echo jpeg)" || fail "no JPEG"
+    done
+    [ "$(wc -c <D1.yuyv)" -eq $((5 * 640 * 480 * 2)) ] || fail "frames are incomplete"
+    ;;
 motion_alarm)
     run -- sh -c '"$1" do motion-alarm && "$0" 5' "$programs/motion_alarm" "$sim"
     says 'motion!'

@@ -53,7 +53,7 @@ class Phase(enum.Enum):
     PROGRAMMING = "programming"
     LOCKING = "locking"
     VERIFYING = "verifying"
-    VERIFYING_MFI = "verifying the MFi image"
+    VERIFYING_MFI = "verifying MFi"
     WAITING_FOR_THE_CAMERA = "waiting for the camera"  #: to be plugged in
     RESTARTING = "restarting"  #: the camera, until it is back
 
@@ -528,7 +528,7 @@ class StreamStatus:
 class Frame:
     """A frame. YUYV has two bytes a pixel, row after row, and is complete; MJPG is a JPEG file.
 
-    It is a buffer of bytes (`numpy.asarray(frame)`, `memoryview(frame)`, `file.write(frame)`): of
+    It is a buffer of bytes (`numpy.asarray(frame)`, `memoryview(frame)`): of
     height x width x 2 for YUYV. It has its bytes for itself, may be kept, and be drawn into: taking it
     has copied them once.
     """
