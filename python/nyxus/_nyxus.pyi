@@ -205,6 +205,27 @@ def wait_for_cameras(name: str = "", wait_s: int = 60, on_event: _OnEvent = None
     """The cameras with this name ("" for any), as soon as there is one that can be opened, or what
     there is of them after this time."""
 
+def watch(stop: Optional[Stop] = None) -> Watch:
+    """Iterates over cameras that come and go, beginning with those that are there, until it is
+    stopped:
+
+        for change in nyxus.watch():
+            print(change.event, change.camera)
+    """
+
+@final
+class Watch:
+    def __iter__(self) -> Watch: ...
+    def __next__(self) -> CameraChange: ...
+
+@final
+class CameraChange:
+    @property
+    def event(self) -> str:
+        """"here" or "gone"."""
+    @property
+    def camera(self) -> CameraInfo: ...
+
 def open(camera: Union[str, CameraInfo] = "", use: Use = Use.ANYTHING, eeprom_bytes: int = 0) -> Camera:
     """Opens and probes a camera: the only one, or by name; also one whose ROM holds no firmware
     (Camera.rom_state). A ROM that nothing is known of (RomState.UNKNOWN) is taken for an EEPROM of
@@ -339,6 +360,8 @@ class Camera:
 
     def set_gpio(self, pin: int, high: bool) -> None:
         """Drives pin 0 to 15. Writes that fail are not noticed."""
+    def gpio(self, pin: int) -> Optional[bool]:
+        """What is driven on it; None: nothing."""
     def led(self, index: int) -> int:
         """State bits of an LED (mask 0x58); Busy while an update is pending."""
     def set_led(self, index: int, state: int) -> None: ...
@@ -413,6 +436,10 @@ class Osd:
         """Year - 2000, month, day, hour, minute, second, column, row."""
     @datetime.setter
     def datetime(self, record: _Bytes) -> None: ...
+    @property
+    def time_shown(self) -> bool: ...
+    @property
+    def transparent(self) -> bool: ...
     def show_time(self, on: bool = True) -> None:
         """Shows the date-time stamp, together with `enabled`."""
     def set_transparent(self, on: bool = True) -> None:

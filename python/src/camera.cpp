@@ -73,6 +73,67 @@ std::vector<CameraInfo> wait_for_cameras(const std::string& name, unsigned wait_
     return value_of(std::move(found));
 }
 
+/// A camera that has come or gone.
+struct CameraChange {
+    const char* event;
+    CameraInfo camera;
+};
+
+/// Iterates over what comes and goes; those that are there come first.
+class Watch {
+public:
+    explicit Watch(std::shared_ptr<Stop> stop) : stop_(std::move(stop)) {}
+
+    CameraChange next()
+    {
+        constexpr std::chrono::milliseconds kInterval{100};
+        for (; changes_.empty(); look()) {
+            if (stop_->requested())
+                throw py::stop_iteration();
+            if (PyErr_CheckSignals() != 0)
+                throw py::error_already_set();
+            const py::gil_scoped_release release;
+            std::this_thread::sleep_for(has_looked_ ? kInterval : kInterval.zero());
+        }
+        CameraChange change = std::move(changes_.front());
+        changes_.pop_front();
+        return change;
+    }
+
+private:
+    using Cameras = std::vector<CameraInfo>;
+
+    void look()
+    {
+        auto found = [] {
+            const py::gil_scoped_release release;
+            return list_cameras();
+        }();
+        const Cameras now = value_of(std::move(found));
+        tell("gone", known_, now);
+        tell("here", now, known_);
+        known_ = now;
+        has_looked_ = true;
+    }
+
+    /// Of those that the others do not have; each start gives a camera an address of its own.
+    void tell(const char* event, const Cameras& cameras, const Cameras& others)
+    {
+        for (const CameraInfo& camera : cameras) {
+            const auto is_same = [&](const CameraInfo& other) {
+                return other.port_path == camera.port_path && other.address == camera.address;
+            };
+            if (std::ranges::none_of(others, is_same))
+                changes_.push_back({event, camera});
+        }
+    }
+
+    std::shared_ptr<Stop> stop_;
+    Cameras known_;
+    std::deque<CameraChange> changes_;
+    bool has_looked_ = false;
+};
+
 auto key(const CameraInfo& info)
 {
     return std::tie(info.bus, info.address, info.port_path, info.serial);
@@ -236,6 +297,19 @@ CameraClass add_cameras(py::module_& module)
         "find_camera", [](const std::string& name) { return find(name); }, py::arg("name") = "");
     module.def("wait_for_cameras", wait_for_cameras, py::arg("name") = "", py::arg("wait_s") = 60,
                py::arg("on_event") = py::none(), py::arg("stop") = py::none());
+
+    py::class_<CameraChange>(module, "CameraChange")
+        .def_readonly("event", &CameraChange::event)
+        .def_readonly("camera", &CameraChange::camera);
+    py::class_<Watch>(module, "Watch")
+        .def("__iter__", [](const py::object& self) { return self; })
+        .def("__next__", &Watch::next);
+    module.def(
+        "watch",
+        [](const std::shared_ptr<Stop>& stop) {
+            return Watch(stop ? stop : std::make_shared<Stop>());
+        },
+        py::arg("stop") = py::none());
 
     CameraClass camera(module, "Camera");
     const auto fact = [&camera](const char* name, auto member) {

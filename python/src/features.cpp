@@ -6,6 +6,7 @@
 
 #include <nyxus/extensions.h>
 #include <nyxus/fingerprint.h>
+#include <nyxus/registers.h>
 #include <nyxus/xu.h>
 
 #include <array>
@@ -219,6 +220,23 @@ void add_controls(py::module_& module, CameraClass& camera)
 
 // Values of the camera itself.
 
+struct Pins {
+    uint32_t driven;
+    uint32_t high;
+};
+
+/// What is driven on pins 0 to 7 and 8 to 15, then which of them are driven.
+Result<Pins> read_pins(engine::Camera& camera)
+{
+    constexpr uint16_t kPinRegisters = 0x20;
+    std::array<uint8_t, 4> registers{};
+    Status read = camera.read_registers(kPinRegisters, registers);
+    if (!read)
+        return read;
+    return Pins{static_cast<uint32_t>(registers[2] | registers[3] << 8),
+                static_cast<uint32_t>(registers[0] | registers[1] << 8)};
+}
+
 void add_settings(CameraClass& camera)
 {
     const auto flag = [&](const char* name, Result<bool> (nyxus::Camera::*get)(),
@@ -256,6 +274,16 @@ void add_settings(CameraClass& camera)
                 self.call([&](engine::Camera& used) { return used.set_gpio(index, high); });
             },
             py::arg("pin"), py::arg("high"))
+        .def(
+            "gpio",
+            [](OpenCamera& self, int64_t pin) -> std::optional<bool> {
+                const auto index = in_range<uint8_t>(pin, 0, 15, "the pin");
+                const Pins pins = self.call(read_pins);
+                if ((pins.driven >> index & 1) == 0)
+                    return std::nullopt;
+                return (pins.high >> index & 1) != 0;
+            },
+            py::arg("pin"))
         .def(
             "led",
             [](OpenCamera& self, int64_t index) {
@@ -327,6 +355,23 @@ bool is_ascii(const std::string& text)
     return std::ranges::all_of(text, [](unsigned char c) { return c < 0x80; });
 }
 
+/// Two switches have a bit in a register, which any camera has; only the display refuses where
+/// there is none.
+template <uint8_t kBit>
+bool osd_bit(const OsdPart& self)
+{
+    return self.camera->call([](engine::Camera& used) -> Result<bool> {
+        const auto enabled = used.osd().enabled();
+        if (!enabled)
+            return enabled.status();
+        uint8_t control = 0;
+        Status read = used.read_registers(REG_OSD_CTRL, Span<uint8_t>(&control, 1));
+        if (!read)
+            return read;
+        return (control & kBit) != 0;
+    });
+}
+
 void add_osd(py::module_& module, CameraClass& camera)
 {
     py::class_<OsdPart>(module, "Osd")
@@ -376,6 +421,8 @@ void add_osd(py::module_& module, CameraClass& camera)
                 std::ranges::copy(bytes, record.data);
                 self.call([&](Osd& osd) { return osd.set_datetime(record); });
             })
+        .def_property_readonly("time_shown", osd_bit<0x02>)
+        .def_property_readonly("transparent", osd_bit<0x10>)
         .def(
             "show_time",
             [](const OsdPart& self, bool on) {

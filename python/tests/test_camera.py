@@ -43,6 +43,10 @@ def test_what_has_arguments_is_read_back(camera):
     camera.write_i2c(0x10, bytearray(b"\x55\xAA"))
     assert camera.read_i2c(0x10, 2) == b"\x55\xAA"
     camera.set_gpio(3, True)
+    assert camera.gpio(3) is True and camera.gpio(9) is None
+    camera.osd.set_transparent()
+    camera.osd.show_time(False)
+    assert camera.osd.transparent and not camera.osd.time_shown
     camera.osd.set_text(2, "Front door")
     camera.osd.set_window(0, 2, 3, 10, 4)
     camera.osd.set_colors((235, 128, 128), (16, 128, 128), (81, 90, 240))
@@ -159,6 +163,18 @@ def test_a_restarted_camera_is_the_same_object(camera):
     camera.restart()
     assert camera.info.port_path == before.port_path and camera.info.address != before.address
     assert camera.flip in (True, False)
+
+
+def test_cameras_that_come_and_go_are_told():
+    stop = nyxus.Stop()
+    watch = nyxus.watch(stop)
+    assert [next(watch).event for _ in nyxus.list_cameras()] == ["here"] * 6
+    for act, event in (("unplug", "gone"), ("replug", "here")):
+        simulator("do", act, "--camera", "G1")
+        change = next(watch)
+        assert (change.event, change.camera.serial) == (event, "G1")
+    threading.Timer(0.05, stop.request).start()
+    assert list(watch) == []
 
 
 def test_a_wait_for_a_camera_can_be_stopped():
