@@ -20,9 +20,8 @@ def label(camera: nyxus.Camera) -> None:
 
 
 def brightness(frame: nyxus.Frame) -> float:
-    """Mean luminance: every other byte is the luminance of a pixel."""
-    luminance = frame.data[::2]
-    return sum(luminance) / len(luminance)
+    """Mean luminance: the first byte of each pixel."""
+    return float(frame.pixels[:, :, 0].mean())
 
 
 def wait_for_motion(camera: nyxus.Camera, seconds: float) -> bool:
@@ -35,14 +34,14 @@ def wait_for_motion(camera: nyxus.Camera, seconds: float) -> bool:
 
 
 def main() -> int:
-    found = nyxus.cameras()
+    found = nyxus.list_cameras()
     for info in found:
         try:
             with nyxus.open(info) as camera:
                 label(camera)
                 with camera.stream(320, 240) as stream:
-                    frame = stream.frame()
-                print(f"{info.serial}: {camera.chip}, firmware 0x{camera.firmware_version:04X}, "
+                    frame = stream.next()
+                print(f"{info.serial}: {camera.chip}, firmware {camera.version}, "
                       f"brightness {brightness(frame):.0f}")
         except nyxus.Error as error:
             print(f"{info.serial or info.bus_address}: {error}", file=sys.stderr)

@@ -11,12 +11,12 @@ import nyxus
 
 
 def main() -> int:
-    with nyxus.open(*sys.argv[1:]) as camera:
-        formats = camera.formats()
+    with nyxus.open(sys.argv[1] if len(sys.argv) > 1 else "") as camera:
+        formats = camera.list_formats()
         for size in formats:
             with camera.stream(size.width, size.height, format=size.format) as stream:
-                frame = stream.frame()
-            print(f"{frame.format} {frame.width}x{frame.height}: {len(frame.data)} bytes")
+                frame = stream.next()
+            print(f"{frame.format} {frame.width}x{frame.height}: {len(frame)} bytes")
     return 0 if formats else 1
 
 

@@ -74,6 +74,52 @@ osd_clock)
     grep -q 'Front door' state || fail "the display does not show the text"
     [ -z "$python" ] || says "^$(date +%Y-)"
     ;;
+production*)
+    program=$programs/$example
+    [ "$example" != production_py ] || program="$python $sources/production.py"
+    image
+    export XDG_STATE_HOME="$PWD/state"
+    # shellcheck disable=SC2086 # a program and its argument
+    run --camera rowan-spi,serial=A1,rom=rom --camera rowan-spi,serial=B1,blank,rom=rom2 -- \
+        $program new.bin
+    says '^PASS A1: from 0x0100 to 0x0205'
+    says '^PASS B1: from mask ROM to 0x0205'
+    holds_image rom
+    holds_image rom2
+    # shellcheck disable=SC2086
+    if "$sim" run --speed fast --camera rowan-spi --camera larch-spi -- \
+        $program new.bin >out 2>err; then
+        fail "a camera of another chip has passed"
+    fi
+    says '^FAIL .*signature'
+    ;;
+motion_alarm_cpp | motion_alarm_py)
+    program=$programs/$example
+    [ "$example" != motion_alarm_py ] || program="$python $sources/motion_alarm.py"
+    run -- sh -c '"$1" do motion-alarm && $0 shot.pgm' "$program" "$sim"
+    says 'motion!'
+    [ "$(wc -c <shot.pgm)" -eq $((15 + 640 * 480)) ] || fail "the picture is incomplete"
+    ;;
+focus_aid*)
+    program=$programs/$example
+    [ "$example" != focus_aid_py ] || program="$python $sources/focus_aid.py"
+    # shellcheck disable=SC2086
+    run -- $program 5
+    [ "$(grep -c '^ *[0-9.]* of' out)" -eq 5 ] || fail "that is not five measurements"
+    says '####'
+    ;;
+recorder*)
+    program=$programs/$example
+    [ "$example" != recorder_py ] || program="$python $sources/recorder.py"
+    # shellcheck disable=SC2086
+    run --camera maple-mjpeg,serial=A1 --camera maple-mjpeg,serial=B1 --camera maple-mjpeg,serial=C1 \
+        --camera rowan-spi,serial=D1 -- $program 5 640x480
+    for camera in A1 B1 C1; do
+        says "^$camera.mjpeg: 5 frames"
+        head -c 3 "$camera.mjpeg" | cmp -s - "$(printf '\377\330\377' >jpeg; echo jpeg)" || fail "no JPEG"
+    done
+    [ "$(wc -c <D1.yuyv)" -eq $((5 * 640 * 480 * 2)) ] || fail "frames are incomplete"
+    ;;
 motion_alarm)
     run -- sh -c '"$1" do motion-alarm && "$0" 5' "$programs/motion_alarm" "$sim"
     says 'motion!'

@@ -3,7 +3,7 @@
 // SERIAL.yuyv where a camera has no MJPEG. ffmpeg reads both.
 //
 //     c++ -std=c++20 -pthread recorder.cpp -o recorder $(pkg-config --cflags --libs nyxus)
-//     ./recorder FRAMES [WIDTH HEIGHT]
+//     ./recorder FRAMES [WIDTHxHEIGHT]
 #include <nyxus/nyxus.hpp>
 
 #include <algorithm>
@@ -67,9 +67,9 @@ nyxus::Status record(const nyxus::CameraInfo& info, const Order& order)
 int main(int argc, char** argv)
 {
     Order order = {argc > 1 ? std::max(std::strtol(argv[1], nullptr, 10), 1L) : 100, 640, 480};
-    if (argc > 3) {
-        order.width = static_cast<uint32_t>(std::strtoul(argv[2], nullptr, 10));
-        order.height = static_cast<uint32_t>(std::strtoul(argv[3], nullptr, 10));
+    if (argc > 2 && std::sscanf(argv[2], "%ux%u", &order.width, &order.height) != 2) {
+        std::fprintf(stderr, "usage: recorder FRAMES [WIDTHxHEIGHT]\n");
+        return 2;
     }
     const auto cameras = nyxus::list_cameras();
     std::atomic<bool> failed{!cameras || cameras->empty()};

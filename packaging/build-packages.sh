@@ -4,7 +4,7 @@
 # look at them.
 #
 #   packaging/build-packages.sh [OPTION ...]   OPTION of dpkg-buildpackage: -B leaves the
-#                                              documentation and the Python package out
+#                                              documentation out
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -14,12 +14,12 @@ quietly() {
     "$@" >"$log" 2>&1 || { tail -n 40 "$log" >&2; exit 1; }
 }
 quietly cmake --preset dev
-quietly cmake --build --preset dev --target unplug_sweep nyxus-sim
+quietly cmake --build --preset dev --target unplug_sweep nyxus-sim nyxus_python
 build/dev/bin/unplug_sweep "${1:-400}" "${2:-1}" "$(nproc)"
 
 # What a camera that has gone leaves open adds up, and umockdev keeps track of 50 descriptors.
-export NYXUS_UNPLUG_RUNS=20 PYTHONPATH="$PWD/python"
-export NYXUS_LIBRARY="$PWD/build/dev/lib/libNYXUS.so.2" NYXUS_SIM="$PWD/build/dev/bin/nyxus-sim"
+export NYXUS_UNPLUG_RUNS=20 PYTHONPATH="$PWD/build/dev/python"
+export NYXUS_SIM="$PWD/build/dev/bin/nyxus-sim"
 runs=0
 while [ $runs -lt "${1:-400}" ]; do
     runs=$((runs + NYXUS_UNPLUG_RUNS))

@@ -3,38 +3,29 @@
 
     import nyxus
 
-    for info in nyxus.cameras():
+    for info in nyxus.list_cameras():
         print(info.bus_address, info.port_path, info.serial, info.product)
 
     with nyxus.open() as camera:                 # the only one, or by name
-        print(camera.chip, hex(camera.firmware_version))
+        print(camera.chip, camera.version)
         camera.osd.set_text(0, "Front door")
-        camera.rom.upgrade(nyxus.FirmwareImage.load("firmware.bin"), progress=print)
+        camera.rom.upgrade(nyxus.Firmware.load("firmware.bin"), on_event=print)
+        camera.restart()
 
-What fails raises nyxus.Error with its code, origin and message.
+What fails raises nyxus.Error or a class of it, with a code, an origin, a message and what to do then.
 
-The library is found by its name libNYXUS.so.2, as any program finds it; the environment variable
-NYXUS_LIBRARY names another file.
-
-Threads: one thread at a time may use a camera and what belongs to it; other threads run while a call
-waits for the camera. cameras() is thread-safe. Open cameras, and change what is process-wide
-(set_trace(), set_h264_standard_order()), from one thread at a time. A camera that is connected but does
-not answer is waited for without a limit.
+Threads: any number of them; where two use one camera, one waits for the other. Calls wait without the
+interpreter's lock. Those that take their time take `on_event`, which is called with an Event on the
+thread of the call, and `stop`, a Stop by which any thread ends them at the next safe point. Ctrl-C does
+the same; from the unlocking of a ROM until it is locked again, both wait. Process-wide settings
+(set_trace(), set_h264_standard_order()) come before the first camera is opened.
 """
 
-from ._camera import Camera, RomState, open
-from ._controls import Control
-from ._errors import Error, Origin
-from ._features import Bitrate, FrameType, H264, Osd, QpRange, RateControl, set_h264_standard_order
-from ._image import FirmwareImage, MfiImage
-from ._library import set_trace, version
-from ._list import CameraInfo, cameras, find
-from ._rom import Comparison, Phase, Progress, Rom
-from ._video import Frame, Stream, StreamStatus, VideoFormat
+from . import _errors, _nyxus
+from ._errors import *  # noqa: F403
+from ._nyxus import *  # noqa: F403
+from ._task import Task
 
-__all__ = [
-    "Bitrate", "Camera", "CameraInfo", "Comparison", "Control", "Error", "FirmwareImage", "Frame",
-    "FrameType", "H264", "MfiImage", "Origin", "Osd", "Phase", "Progress", "QpRange", "RateControl",
-    "Rom", "RomState", "Stream", "StreamStatus", "VideoFormat", "cameras", "find", "open",
-    "set_h264_standard_order", "set_trace", "version",
-]
+__all__ = ["Task"]
+for _module in (_errors, _nyxus):
+    __all__ += [_name for _name in vars(_module) if not _name.startswith("_")]

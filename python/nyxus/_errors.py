@@ -1,121 +1,151 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Failures."""
+"""Failures. Each reason has a class; C++ says which one it is, and what to do then stands here."""
 
-import enum
+from __future__ import annotations
 
-from ._library import CONSTANTS, LIBUSB, LIBUVC, number, text
+from typing import TYPE_CHECKING, Literal, Optional
 
-NO_DEVICE = CONSTANTS["LIBUSB_ERROR_NO_DEVICE"]
-VIDEO_NO_DEVICE = CONSTANTS["UVC_ERROR_NO_DEVICE"]
-VIDEO_TIMEOUT = CONSTANTS["UVC_ERROR_TIMEOUT"]
-LOWEST_VIDEO_CODE = CONSTANTS["UVC_ERROR_OTHER"]
-FAILED = CONSTANTS["NYXUS_E_FAILED"]
-SPI_COMMAND = CONSTANTS["NYXUS_E_SPI_COMMAND"]
-BUSY = CONSTANTS["NYXUS_E_BUSY"]
-NO_SUPPORT = CONSTANTS["NYXUS_E_NO_SUPPORT"]
-MISMATCH = CONSTANTS["NYXUS_E_MISMATCH"]
-UNSUPPORTED = CONSTANTS["NYXUS_E_UNSUPPORTED"]
-INVALID = CONSTANTS["NYXUS_E_INVALID"]
-RANGE = CONSTANTS["NYXUS_E_RANGE"]
+if TYPE_CHECKING:
+    from ._nyxus import Report
 
-ORIGIN_MASK = 0xFF00
-
-
-class Origin(enum.Enum):
-    """Where a failure began."""
-
-    LIBRARY = "library"  #: libNYXUS: the codes of nyxus/error.h
-    USB = "usb"  #: libusb: Error.usb_code tells which failure
-    SYSTEM = "system"  #: the operating system: Error.errno tells which
-    VIDEO = "video"  #: libuvc: the code is a uvc_error_t
+Origin = Literal["library", "usb", "system", "video"]
 
 
 class Error(Exception):
-    """A call that failed: its code as the C interface returns it, its origin and its message."""
+    """Something failed. As text: what failed and why, and what to do then."""
 
-    def __init__(self, code: int, message: str, origin: "Origin | None" = None) -> None:
+    advice = ""  #: what to do then; "" where the message says all
+
+    def __init__(self, message: str, code: int = 0, origin: Origin = "library", where: str = "") -> None:
         super().__init__(message)
-        self.code = code
-        self.origin = origin if origin is not None else _origin_of(code)
-        self.message = message
+        self.message = message  #: what failed and why
+        self.code = code  #: as the C interface returns it; 0 where nothing returned one
+        self.origin: Origin = origin  #: where it began: libNYXUS, libusb, the system, libuvc
+        self.where = where  #: where in libNYXUS: "NYXuIoctl.cpp(42): ..., -16393"; "" if nowhere
+        self.report: Optional[Report] = None  #: of a change of the ROM: what the ROM holds now
 
     @property
     def usb_code(self) -> int:
-        """The libusb code (negative), 0 for a failure of another origin."""
-        return -(-self.code & 0xFF) if self.origin is Origin.USB else 0
+        """The code of libusb (negative), 0 for a failure of another origin."""
+        return -(-self.code & 0xFF) if self.origin == "usb" else 0
 
     @property
     def errno(self) -> int:
         """The errno, 0 for a failure of another origin."""
-        return -self.code & 0xFF if self.origin is Origin.SYSTEM else 0
-
-    @property
-    def camera_is_gone(self) -> bool:
-        """The camera is no longer there, most often unplugged."""
-        return self.usb_code == NO_DEVICE or (
-            self.origin is Origin.VIDEO and self.code == VIDEO_NO_DEVICE
-        )
+        return -self.code & 0xFF if self.origin == "system" else 0
 
     def __str__(self) -> str:
-        return f"{self.message} [{self.origin.value}, {self.code}]"
+        return (self.message + (f"; {self.advice}" if self.advice else "")
+                + (f" [{self.where}]" if self.where else ""))
 
 
-def usb_status(libusb_code: int) -> int:
-    """The code of a failed libusb call."""
-    return -(0x4000 + (-libusb_code & 0xFF))
+class Stopped(Error):
+    """The caller asked for it: a Stop, or a stream that was stopped."""
 
 
-def usb_error(libusb_code: int) -> Error:
-    return Error(usb_status(libusb_code), LIBUSB.libusb_strerror(libusb_code).decode())
+class CameraGone(Error):
+    """Unplugged, or without power; or there is no camera of this name."""
 
 
-def error_of(status: int) -> Error:
-    """What a function of the library has just returned on this thread."""
-    # The message variables describe the last failure, which may be an older one.
-    if number("nyxus_errno") == status:
-        return Error(status, text("nyxus_errmsg"))
-    return Error(status, _description(status))
+class NotBack(CameraGone):
+    """It has not come back after a restart."""
 
 
-def check(status: int) -> int:
-    """Raises what a function of the library has just returned, if it is a failure."""
-    if status < 0:
-        raise error_of(status)
-    return status
+class TimedOut(Error):
+    """The camera, its flash or its video did not answer in time, or it did not restart."""
 
 
-def check_video(status: int) -> None:
-    """The same for the streaming functions, which return what libuvc says."""
-    if LOWEST_VIDEO_CODE <= status < 0:
-        described = number("nyxus_errno") == status
-        message = text("nyxus_errmsg") if described else LIBUVC.uvc_strerror(status).decode()
-        raise Error(status, message, Origin.VIDEO)
-    check(status)
+class PermissionDenied(Error):
+    """This user may not open the camera."""
 
 
-def require(condition: bool, message: str) -> None:
-    """Refuses an argument."""
-    if not condition:
-        raise Error(RANGE, message)
+class Busy(Error):
+    """Another program or thread has it."""
 
 
-def _origin_of(code: int) -> Origin:
-    high = -code & ORIGIN_MASK if -0xFFFF <= code < 0 else 0
-    return {0x4000: Origin.USB, 0x8000: Origin.SYSTEM}.get(high, Origin.LIBRARY)
+class Protected(Error):
+    """The ROM stays write-protected."""
 
 
-def _description(code: int) -> str:
-    """For the codes that come without a message."""
-    known = {
-        FAILED: "refused: a value out of range, or not possible with this camera",
-        SPI_COMMAND: "the flash did not answer a command in time",
-        BUSY: "still busy",
-        NO_SUPPORT: "not supported",
-    }
-    if code in known:
-        return known[code]
-    if _origin_of(code) is Origin.USB:
-        return str(LIBUSB.libusb_strerror(-(-code & 0xFF)).decode())
-    return f"failed with status {code}"
+class Mismatch(Error):
+    """The ROM does not hold what was written."""
+
+    advice = "upgrade it again; a ROM that does not keep what is written has to be replaced"
 
 
+class WrongImage(Error):
+    """The image is broken, or not for this camera; nothing was written."""
+
+
+class NotSupported(Error):
+    """This camera cannot do it."""
+
+
+class UnknownRom(NotSupported):
+    """Nothing tells what ROM the camera has."""
+
+    advice = "if it has an EEPROM, say so: nyxus.open(camera, eeprom_bytes=32768)"
+
+
+class OutOfRange(Error, ValueError):
+    """An argument that the call does not take."""
+
+
+class FileError(Error):
+    """A file or folder cannot be read or written."""
+
+
+class BackupNotKept(Error):
+    """The backup cannot be kept, so nothing was written."""
+
+    advice = "UpgradeOptions(backup=False) goes on without one"
+
+
+class JournalNotKept(Error):
+    """The journal cannot be kept, so nothing was written."""
+
+
+class NoBackup(Error):
+    """There is none of this camera."""
+
+    advice = "camera.rom.recover(file) takes another file"
+
+
+class UncertainBackup(Error):
+    """Several may be this camera's."""
+
+    advice = "Backups.candidates(camera) lists them; camera.rom.recover(file) takes one of them"
+
+
+class NothingToRecover(Error):
+    """The camera runs its firmware."""
+
+    advice = "camera.rom.recover(although_healthy=True) recovers all the same"
+
+
+class NotStarted(Error):
+    """The camera does not start what its ROM holds, or not what was written."""
+
+    advice = "upgrade() installs another image, camera.rom.recover(file) an older backup"
+
+
+class UnreliableReads(Error):
+    """What the camera says of its ROM's contents cannot be relied on."""
+
+
+class Untrusted(Error):
+    """No trusted key has signed it, or nobody knows what is trusted."""
+
+
+class Downgrade(Error):
+    """A newer version has been there; nothing was written."""
+
+    advice = "allow_downgrade=True installs it all the same"
+
+
+class Incomplete(Error):
+    """A change of the ROM broke off, and it holds no firmware now, or nobody knows. The reason is the
+    `__cause__`; `report` has the backup."""
+
+    advice = ("the camera runs the firmware in its chip: upgrade it again, or put its backup back: "
+              "camera.rom.recover()")

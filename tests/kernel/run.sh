@@ -99,8 +99,9 @@ add_python() {
     local file to
     add_program /usr/bin/python3
     mkdir "$work/root/python"
-    cp -r python/nyxus examples/every_size.py "$work/root/python/"
-    PYTHONPATH=$PWD/python:$PWD/examples NYXUS_LIBRARY=$bin/../lib/libNYXUS.so.2 \
+    cp -rL "$bin/../python/nyxus" examples/every_size.py "$work/root/python/"
+    add_program "$bin"/../python/nyxus/_nyxus.*.so "$work/root/python/nyxus"
+    PYTHONPATH=$bin/../python:$PWD/examples \
         /usr/bin/python3 -S -B -c '
 import sys, every_size
 for module in list(sys.modules.values()):
