@@ -84,7 +84,8 @@ public:
     void unplug() const;
     /// The same without a hot-plug event: only who talks to it notices.
     void unplug_silently() const;
-    /// Plugs it in again, and takes it off before if it is there: a power cycle, at another address.
+    /// Plugs it in again, and takes it off before if it is there: a power cycle, at another
+    /// address.
     void replug() const;
     /// Takes it away for good.
     void remove() const;
@@ -93,8 +94,8 @@ public:
 
     /// All that its ROM holds.
     std::vector<std::uint8_t> rom() const;
-    /// Changes bytes of the ROM, past firmware and write protection. The firmware reads them when it
-    /// starts: replug() to see them in force.
+    /// Changes bytes of the ROM, past firmware and write protection. The firmware reads them when
+    /// it starts: replug() to see them in force.
     void set_rom(const std::vector<std::uint8_t>& bytes, std::size_t address = 0) const;
 
     /// Control transfers since it was plugged in or since forget_transfers(), oldest first; at most
@@ -133,8 +134,9 @@ public:
     Bus& operator=(const Bus&) = delete;
 
     /// Plugs a camera in. `description` is written as for `nyxus-sim run --camera`:
-    /// MODEL[,serial=TEXT][,bus=N][,rom=FILE][,blank]; MODEL is one of `nyxus-sim models` or a file.
-    /// Without a serial number the first camera is SIM1. At most 15 cameras at a time on one bus.
+    /// MODEL[,serial=TEXT][,bus=N][,rom=FILE][,blank]; MODEL is one of `nyxus-sim models` or a
+    /// file. Without a serial number the first camera is SIM1. At most 15 cameras at a time on one
+    /// bus.
     Camera plug(const std::string& description = "rowan-spi") const;
 
     /// What goes wrong with all cameras that are on the bus now; see Camera::set_faults().

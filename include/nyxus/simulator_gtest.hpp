@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 /**
  * @file
- * A fixture for GoogleTest around nyxus/simulator.hpp. Link `nyxus::simulator` and GTest::gtest_main.
+ * A fixture for GoogleTest around nyxus/simulator.hpp. Link `nyxus::simulator` and
+ * GTest::gtest_main.
  *
  *     using Door = nyxus::simulator::Test;
  *

@@ -26,8 +26,7 @@ bool is_usable(const std::string& folder)
 {
     // umockdev takes each file below /dev for a device, and has room for so many of them.
     return folder.starts_with('/') && !folder.starts_with("/dev/") &&
-           folder.size() <= kLongestTempFolder &&
-           access(folder.c_str(), W_OK | X_OK) == 0;
+           folder.size() <= kLongestTempFolder && access(folder.c_str(), W_OK | X_OK) == 0;
 }
 
 /// Takes over the lock of a bed whose process is gone; empty when there is nothing to clean up.

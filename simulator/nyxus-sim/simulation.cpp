@@ -67,9 +67,9 @@ Simulation::Simulation(const SimulationArguments& arguments)
 {
     bed_.set_usbfs_memory(arguments.usbfs_memory_mib);
     if (arguments.for_tests) {
-        test_service_.emplace(TestService::House{
-            bed_, cameras_, state_service_, virtual_clock(),
-            [this](const std::string& text) { return plug_for_test(text); }});
+        test_service_.emplace(
+            TestService::House{bed_, cameras_, state_service_, virtual_clock(),
+                               [this](const std::string& text) { return plug_for_test(text); }});
     }
     if (!arguments.fault_file.empty())
         faults_ = parse_faults(read_fault_text(arguments.fault_file), arguments.fault_file);
@@ -77,11 +77,10 @@ Simulation::Simulation(const SimulationArguments& arguments)
     if (!faults_.empty())
         bed_.set_faults(faults_);
     const std::string& socket = arguments.watch.state_socket;
-    state_server_.emplace(socket.empty() ? bed_.folder() + "/state.sock" : socket,
-                          [this](const std::string& line) {
-                              return test_service_ ? test_service_->answer(line)
-                                                   : state_service_.answer(line);
-                          });
+    state_server_.emplace(
+        socket.empty() ? bed_.folder() + "/state.sock" : socket, [this](const std::string& line) {
+            return test_service_ ? test_service_->answer(line) : state_service_.answer(line);
+        });
     watchers_.note("", "the cameras' state is to be had at " + state_socket());
 }
 
@@ -107,11 +106,11 @@ void Simulation::plug(const SimulationArguments& arguments)
 PluggedCamera& Simulation::plug(const CameraRequest& request, bool is_only_one)
 {
     const std::vector<uint8_t> rom = first_contents(request);
-    PluggedCamera& camera = bed_.plug(*request.model, {.bus = request.bus,
-                                                       .serial = request.serial,
-                                                       .rom = rom,
-                                                       .has_kernel_driver =
-                                                           request.has_kernel_driver});
+    PluggedCamera& camera =
+        bed_.plug(*request.model, {.bus = request.bus,
+                                   .serial = request.serial,
+                                   .rom = rom,
+                                   .has_kernel_driver = request.has_kernel_driver});
     camera.set_tracing(test_service_.has_value());
     camera.set_pacing(fast_ ? Pacing::kFlatOut : Pacing::kRealTime);
     watchers_.watch(camera, is_only_one ? "" : camera.serial());

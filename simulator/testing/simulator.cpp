@@ -216,7 +216,8 @@ void Bus::settle() const
 
 std::vector<std::uint8_t> Bus::image(const std::string& model, std::uint16_t version) const
 {
-    return bytes_of(ask({{"command", "image"}, {"model", model}, {"version", version}}).at("bytes"));
+    return bytes_of(
+        ask({{"command", "image"}, {"model", model}, {"version", version}}).at("bytes"));
 }
 
 bool Bus::has_virtual_time() const
