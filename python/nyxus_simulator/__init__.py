@@ -76,7 +76,6 @@ def _ask(command: str, **words: Any) -> Dict[str, Any]:
     line = json.dumps({"command": command, **words}) + "\n"
     try:
         with socket.socket(socket.AF_UNIX) as connection:
-            # Past the preloaded library, which redirects connect() of str paths that it knows only.
             connection.connect(place)
             connection.sendall(line.encode())
             with connection.makefile("r", encoding="utf-8") as answer:

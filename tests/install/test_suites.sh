@@ -55,7 +55,7 @@ until grep -q hangs "$work/hanging"; do
 done
 "$program" --gtest_filter='*FindsNothing*' >"$work/log" 2>&1 || fail "$(cat "$work/log")"
 kill -KILL "$simulation"
-wait "$simulation" || true
+{ wait "$simulation" || true; } 2>"$work/log" # the shell tells of its end
 for _ in {1..100}; do
   pgrep -f "(nyxus-sim run .*|^)$program" >"$work/log" || break
   sleep 0.1

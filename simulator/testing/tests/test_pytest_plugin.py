@@ -18,7 +18,7 @@ PYTEST = [sys.executable, "-B", "-m", "pytest", "-p", "no:cacheprovider", "-p", 
 class Suite:
     def __init__(self, folder, code, setting=SETTING):
         self.folder = folder
-        self.temporary = folder / "tmp"
+        self.temporary = folder / "tmp"  # which pytest has to pass over
         self.temporary.mkdir()
         (folder / "test_it.py").write_text(textwrap.dedent(code))
         (folder / "pytest.ini").write_text(setting)
@@ -59,7 +59,7 @@ CARELESS = """
 
     def test_forgets(bus):
         bus.plug("rowan-spi,serial=A1")
-        bus.set_faults('[[fault]]\\nwhen = { transfer = [1] }\\ndo = "stall"\\ntimes = 0')
+        bus.set_faults('[[fault]]\\nwhen = { transfer = [1] }\\ndo = "stall"')
 
     def test_finds_nothing_of_the_one_before(bus, camera):
         assert bus.faults == [] and camera.serial == "SIM1" and camera.state["plugged"]
@@ -90,7 +90,7 @@ CARELESS = """
 
 
 def test_careless_tests_do_not_meet(suite):
-    careless = suite(CARELESS.replace("\\ntimes = 0", ""))
+    careless = suite(CARELESS)
     code, said = careless.run()
     assert "5 passed, 1 error" in said and "never happened" in said, said
     assert code == 1 and careless.left() == []
