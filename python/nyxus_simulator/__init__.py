@@ -130,8 +130,9 @@ class Camera:
     @property
     def transfers(self) -> List[Transfer]:
         """Control transfers since it was plugged in or since forget_transfers(), oldest first."""
-        return [Transfer(*row[:5], bytes.fromhex(row[5]), row[6])
-                for row in _ask("transfers", camera=self.serial)["transfers"]]
+        return [Transfer(request_type, request, value, index, length, bytes.fromhex(data), status)
+                for request_type, request, value, index, length, data, status
+                in _ask("transfers", camera=self.serial)["transfers"]]
 
     def forget_transfers(self) -> None:
         _ask("forget-transfers", camera=self.serial)

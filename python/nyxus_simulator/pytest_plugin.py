@@ -42,7 +42,6 @@ def pytest_addoption(parser: pytest.Parser) -> None:
                                        help="run the tests on simulated cameras")
 
 
-@pytest.hookimpl(tryfirst=True)
 def pytest_configure(config: pytest.Config) -> None:
     config.addinivalue_line("markers", "nyxus_camera(description): which camera the fixture `camera` is")
     if not (config.getoption("nyxus_simulator") or config.getini("nyxus_simulator")):
