@@ -64,7 +64,7 @@ TEST_F(Careless, WritesNonsense)
 
 TEST_F(Careless, PlugsInOneAfterTheOther)
 {
-    for (int i = 0; i < 150; ++i) { // more than a bus has ports, or addresses
+    for (int i = 0; i < 20; ++i) { // more than a bus has ports
         const Camera camera = bus.plug("hawthorn-eeprom");
         ASSERT_EQ(nyxus::find_camera()->address, camera.state().address);
         camera.remove();
