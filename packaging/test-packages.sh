@@ -62,6 +62,15 @@ with nyxus.open() as camera:
     print(camera.chip, hex(camera.firmware_version))"'
 fi
 
+if compgen -G 'build/packages/python3-nyxus_*.deb' >/dev/null; then
+  step "Test suites, as in hosted CI: docs/ci.md"
+  quietly inside apt-get -q -y --no-install-recommends install \
+    g++ cmake ninja-build pkgconf libgtest-dev python3-pytest
+  cp -r examples "$root/home/tester"
+  inside chown -R tester: /home/tester/examples
+  as_user 'examples/ci/run.sh'
+fi
+
 step "Removing"
 quietly inside sh -c 'dpkg --purge $(dpkg-query -W -f "\${source:Package} \${Package}\n" |
   sed -n "s/^nyxus //p")'

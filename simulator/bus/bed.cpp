@@ -394,7 +394,7 @@ void Bed::State::perform(const Task& task)
     PluggedCamera& camera = *task.camera;
     if (task.event == BusEvent::kReplug) {
         const unsigned port = camera.place_.port; // where another one may be by now, which keeps it
-        if (!camera.node_ && !is_taken(camera, port))
+        if (!camera.node_ && port != 0 && !is_taken(camera, port))
             come_back(camera, Departure::kUnplugged, port);
         return;
     }
@@ -520,6 +520,16 @@ void Bed::power_cut(PluggedCamera& camera, Announce announce)
     }
     if (announce == Announce::kYes)
         state_->unlist(camera);
+}
+
+void Bed::retire(PluggedCamera& camera)
+{
+    const std::lock_guard lock(state_->mutex);
+    state_->detach(camera, Departure::kUnplugged);
+    state_->unlist(camera);
+    camera.clear_transfers();
+    const std::lock_guard place_lock(camera.place_mutex_);
+    camera.place_.port = 0;
 }
 
 void Bed::set_faults(const FaultPlan& plan)

@@ -111,6 +111,8 @@ public:
     /// or in the one that it had. Throws std::invalid_argument when there is none such, or another
     /// camera is in it.
     void replug(PluggedCamera& camera, std::optional<unsigned> port = std::nullopt);
+    /// Takes the camera away for good, and its port is free. The object stays until the bed goes.
+    void retire(PluggedCamera& camera);
     /// From now on these things go wrong, instead of all that was planned before, by set_fault() or
     /// by set_frame_fault(). Throws std::invalid_argument for a camera that is not on the bed.
     void set_faults(const FaultPlan& plan);

@@ -24,6 +24,7 @@ struct SimulationArguments {
     unsigned usbfs_memory_mib = 0; ///< 0: no limit
     WatchArguments watch;
     std::string fault_file; ///< empty: nothing goes wrong
+    bool for_tests = false; ///< a test suite plugs the cameras in
 
     bool is_fast() const { return speed == "fast"; }
 };

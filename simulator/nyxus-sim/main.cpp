@@ -106,6 +106,8 @@ void add_run(Command& app, sim::RunArguments& arguments, Job& job)
     Command& command = app.command("run", "Run a program with simulated cameras plugged in")
                            .footer("The program and its arguments follow after --");
     add_simulation_options(command, arguments.simulation);
+    command.flag("--test-bus", &arguments.simulation.for_tests,
+                 "For test suites: begin without cameras, which the program plugs in itself");
     command.flag("--strict", &arguments.strict,
                  "A fault that never happened makes the run fail, with exit code 124");
     command.does([&] { job = {[&] { return run(arguments); }, kRunFailureCode}; });

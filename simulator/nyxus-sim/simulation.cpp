@@ -66,14 +66,21 @@ Simulation::Simulation(const SimulationArguments& arguments)
       })
 {
     bed_.set_usbfs_memory(arguments.usbfs_memory_mib);
+    if (arguments.for_tests) {
+        test_service_.emplace(
+            TestService::House{bed_, cameras_, state_service_, virtual_clock(),
+                               [this](const std::string& text) { return plug_for_test(text); }});
+    }
     if (!arguments.fault_file.empty())
         faults_ = parse_faults(read_fault_text(arguments.fault_file), arguments.fault_file);
     plug(arguments);
     if (!faults_.empty())
         bed_.set_faults(faults_);
     const std::string& socket = arguments.watch.state_socket;
-    state_server_.emplace(socket.empty() ? bed_.folder() + "/state.sock" : socket,
-                          [this](const std::string& line) { return state_service_.answer(line); });
+    state_server_.emplace(
+        socket.empty() ? bed_.folder() + "/state.sock" : socket, [this](const std::string& line) {
+            return test_service_ ? test_service_->answer(line) : state_service_.answer(line);
+        });
     watchers_.note("", "the cameras' state is to be had at " + state_socket());
 }
 
@@ -84,25 +91,54 @@ Clock& Simulation::clock()
 
 void Simulation::plug(const SimulationArguments& arguments)
 {
+    if (arguments.for_tests && arguments.cameras.empty())
+        return;
     const auto requests = parse_cameras(arguments.cameras, arguments.rom_files);
     for (const CameraRequest& request : requests) {
-        const std::vector<uint8_t> rom = first_contents(request);
-        PluggedCamera& camera =
-            bed_.plug(*request.model, {.bus = request.bus,
-                                       .serial = request.serial,
-                                       .rom = rom,
-                                       .has_kernel_driver = request.has_kernel_driver});
-        camera.set_tracing(false);
-        camera.set_pacing(fast_ ? Pacing::kFlatOut : Pacing::kRealTime);
-        watchers_.watch(camera, requests.size() > 1 ? camera.serial() : "");
-        cameras_.push_back(&camera);
+        plug(request, requests.size() == 1);
         for (PlannedFault fault : request.model->faults) {
             fault.when.position = static_cast<unsigned>(cameras_.size());
             faults_.push_back(std::move(fault));
         }
-        if (!request.rom_file.empty())
-            kept_.push_back({&camera, request.rom_file, rom});
     }
+}
+
+PluggedCamera& Simulation::plug(const CameraRequest& request, bool is_only_one)
+{
+    const std::vector<uint8_t> rom = first_contents(request);
+    PluggedCamera& camera =
+        bed_.plug(*request.model, {.bus = request.bus,
+                                   .serial = request.serial,
+                                   .rom = rom,
+                                   .has_kernel_driver = request.has_kernel_driver});
+    camera.set_tracing(test_service_.has_value());
+    camera.set_pacing(fast_ ? Pacing::kFlatOut : Pacing::kRealTime);
+    watchers_.watch(camera, is_only_one ? "" : camera.serial());
+    cameras_.push_back(&camera);
+    if (!request.rom_file.empty())
+        kept_.push_back({&camera, request.rom_file, rom});
+    return camera;
+}
+
+// By its serial number a test names the camera, so no two have the same; without one it is the same
+// in every test.
+TestService::Camera Simulation::plug_for_test(const std::string& text)
+{
+    CameraRequest request = parse_camera(text);
+    const auto is_there = [&](const std::string& serial) {
+        return std::ranges::find(cameras_, serial, &PluggedCamera::serial) != cameras_.end();
+    };
+    if (is_there(request.serial))
+        throw UsageError("there is a camera '" + request.serial + "' on the bus already");
+    for (unsigned number = 1; request.serial.empty(); ++number) {
+        const std::string serial = "SIM" + std::to_string(number);
+        if (!is_there(serial))
+            request.serial = serial;
+    }
+    FaultPlan faults = request.model->faults;
+    for (PlannedFault& fault : faults)
+        fault.when.serial = request.serial;
+    return {&plug(request, false), std::move(faults)};
 }
 
 // Most often a mistake in a trigger, and the test would pass for nothing.

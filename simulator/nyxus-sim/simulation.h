@@ -2,7 +2,9 @@
 #pragma once
 
 #include "bus/bed.h"
+#include "camera_request.h"
 #include "commands.h"
+#include "testing/test_service.h"
 #include "watch/line_server.h"
 #include "watch/state_service.h"
 #include "watchers.h"
@@ -47,6 +49,8 @@ private:
 
     Clock& clock();
     void plug(const SimulationArguments& arguments);
+    PluggedCamera& plug(const CameraRequest& request, bool is_only_one);
+    TestService::Camera plug_for_test(const std::string& text);
     void report_faults();
 
     bool fast_;
@@ -57,6 +61,7 @@ private:
     std::vector<PluggedCamera*> cameras_;
     std::vector<KeptRom> kept_;
     StateService state_service_;
+    std::optional<TestService> test_service_; ///< on the bus of a test suite
     FaultPlan faults_;
     bool missed_a_fault_ = false;
     std::optional<LineServer> state_server_; ///< last: its thread uses the others

@@ -44,7 +44,8 @@ library_version=$(sed -n 's/^set(NYXUS_LIBRARY_VERSION \(.*\))/\1/p' "$here/../.
   fail "nyxus.pc has another version than the library"
 
 mkdir "$work/project"
-cp "$here/client.cpp" "$here/engine_client.cpp" "$here/CMakeLists.txt" "$work/project"
+cp "$here/client.cpp" "$here/engine_client.cpp" "$here/careless_test.cpp" \
+  "$here/CMakeLists.txt" "$work/project"
 cmake -G Ninja -S "$work/project" -B "$work/project/build" -DCMAKE_PREFIX_PATH="$root" >"$work/log"
 cmake --build "$work/project/build" >"$work/log" || fail "$(cat "$work/log")"
 expect_probe "$work/project/build/cpp_client"
@@ -57,4 +58,5 @@ for which in --wait=5 --all; do
     nyxus upgrade "$which" "$work/image.bin" >"$work/log" 2>&1 || fail "$(cat "$work/log")"
 done
 
+"$here/test_suites.sh" "$root" "$work/project/build/careless_test"
 "$here/completion.sh" "$root"
