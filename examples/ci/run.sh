@@ -5,7 +5,11 @@
 #   run.sh [FOLDER]      FOLDER: where to build; a temporary one without it
 set -eu
 examples=$(cd "$(dirname "$0")/.." && pwd)
-build=${1:-$(mktemp -d)}
+build=${1:-}
+if [ -z "$build" ]; then
+    build=$(mktemp -d)
+    trap 'rm -rf "$build"' EXIT
+fi
 
 cmake -G Ninja -S "$examples/test-suite" -B "$build"
 cmake --build "$build"

@@ -55,7 +55,7 @@ def test_an_upgrade_is_made_once(bus, camera, image):
     assert not rom_writes(camera)
 
 
-@pytest.mark.parametrize("fault", ['when = { transfer = 100 }\ndo = "stall"',
+@pytest.mark.parametrize("fault", ['when = { transfer = [100] }\ndo = "stall"',
                                    'when = { transfer = 200 }\ndo = "unplug"'])
 def test_an_upgrade_that_fails_names_the_camera(camera, image, fault):
     camera.set_faults(f"[[fault]]\n{fault}")

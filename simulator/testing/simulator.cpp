@@ -21,7 +21,7 @@ std::atomic<bool> bus_exists{false};
 // A request is a line of 4096 characters at most.
 constexpr std::size_t kRomChunk = 1536;
 
-Json ask(Json request)
+Json ask(const Json& request)
 {
     try {
         return sim::ask_simulation("", request);
