@@ -6,7 +6,7 @@ Names, and the words of the enumerations, are those of C++, of the tool and of i
 x() and set_x() is a property here where it takes no argument but the value. Every call may raise
 nyxus.Error, and ValueError for a camera that has been closed.
 
-`on_event` is called with each Event, on the thread of the call; what it raises asks for a stop, and
+`on_event` is called with each Event, on the thread of the call, within 50 ms; what it raises asks for a stop, and
 the call raises it at its end. It cannot use the camera that is worked on. `stop` is a Stop. After
 Ctrl-C, or an exception of `on_event`, a change of the ROM hangs its report onto the exception, as
 `report`.
