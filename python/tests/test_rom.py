@@ -53,7 +53,7 @@ def test_events_can_be_iterated_over(camera, firmware):
 def test_a_blank_camera_is_opened_upgraded_and_recovered(firmware):
     with nyxus.open("B1") as camera:
         assert camera.rom_state is nyxus.RomState.BLANK and camera.rom.has_spi_flash
-        assert camera.rom.flash.id == b"\xc2\x20\x11" and not camera.runs_external_firmware
+        assert camera.flash.id == b"\xc2\x20\x11" and not camera.runs_external_firmware
         camera.rom.upgrade(firmware())
         camera.restart()
         assert camera.firmware_version == 0x0205
