@@ -274,6 +274,15 @@ def batch(results):
             f"\n\nMeasured with {measured['way']}.")
 
 
+def python(results):
+    measured = results.load("python")
+    rows = [(what, per, *(spread(measured[key], side, duration) for side in ("python_s", "other_s")),
+             spread(measured[key], "ratio", ratio))
+            for key, what, per in (("upgrade", "upgrade of 32 KiB; `nyxus upgrade`", "transfer"),
+                                   ("stream", "1280x720; `nyxus_stream_next` in C", "frame"))]
+    return table(("beside", "per", "Python", "the other", "ratio"), rows)
+
+
 def growth(results):
     names = {"upgrade": "upgrade", "read": "`XuExtRomRead`", "read512": "`XuExtRomRead512DW`"}
     rows = []
@@ -285,7 +294,7 @@ def growth(results):
 
 
 TOPICS = (machine, summary, transfer, null_bus, rom, real, peers, bare, kernel, kernel_dump, round_trips,
-          streaming, batch, growth)
+          streaming, python, batch, growth)
 
 
 def main():

@@ -6,7 +6,7 @@ Names, and the words of the enumerations, are those of C++, of the tool and of i
 x() and set_x() is a property here where it takes no argument but the value. Every call may raise
 nyxus.Error, and ValueError for a camera that has been closed.
 
-`on_event` is called with each Event, on the thread of the call; what it raises asks for a stop, and
+`on_event` is called with each Event, on the thread of the call, within 50 ms; what it raises asks for a stop, and
 the call raises it at its end. It cannot use the camera that is worked on. `stop` is a Stop. After
 Ctrl-C, or an exception of `on_event`, a change of the ROM hangs its report onto the exception, as
 `report`.
@@ -16,7 +16,7 @@ import datetime
 import enum
 import os
 from pathlib import Path
-from typing import Any, Callable, Iterator, List, Optional, Sequence, Union, final, overload
+from typing import Any, Callable, Iterator, List, Optional, Sequence, Tuple, Union, final, overload
 
 import numpy
 import numpy.typing
@@ -27,6 +27,7 @@ _Bytes = Union[bytes, bytearray, memoryview, numpy.typing.NDArray[Any]]
 _Path = Union[str, bytes, "os.PathLike[str]", "os.PathLike[bytes]"]
 _OnEvent = Optional[Callable[[Event], Any]]
 _Color = Sequence[int]
+_YCbCr = Tuple[int, int, int]
 
 # --- Words
 
@@ -205,26 +206,30 @@ def wait_for_cameras(name: str = "", wait_s: int = 60, on_event: _OnEvent = None
     """The cameras with this name ("" for any), as soon as there is one that can be opened, or what
     there is of them after this time."""
 
-def watch(stop: Optional[Stop] = None) -> Watch:
-    """Iterates over cameras that come and go, beginning with those that are there, until it is
-    stopped:
-
-        for change in nyxus.watch():
-            print(change.event, change.camera)
-    """
-
 @final
-class Watch:
-    def __iter__(self) -> Watch: ...
-    def __next__(self) -> CameraChange: ...
+class CameraEvent:
+    """A camera has come or gone; each start gives one an address of its own."""
 
-@final
-class CameraChange:
     @property
-    def event(self) -> str:
-        """"here" or "gone"."""
+    def here(self) -> bool: ...
     @property
     def camera(self) -> CameraInfo: ...
+
+@final
+class CameraWatch:
+    """Tells which cameras come and go, first of those that are there, until it is stopped by any
+    thread:
+
+        for event in nyxus.CameraWatch():
+            print("here" if event.here else "gone", event.camera.serial)
+    """
+
+    def __init__(self, stop: Optional[Stop] = None) -> None: ...
+    def next(self, timeout_s: float) -> CameraEvent:
+        """TimedOut, Stopped."""
+    def __iter__(self) -> CameraWatch: ...
+    def __next__(self) -> CameraEvent: ...
+    def stop(self) -> None: ...
 
 def open(camera: Union[str, CameraInfo] = "", use: Use = Use.ANYTHING, eeprom_bytes: int = 0) -> Camera:
     """Opens and probes a camera: the only one, or by name; also one whose ROM holds no firmware
@@ -298,6 +303,16 @@ class Camera:
     @property
     def rom_state(self) -> RomState: ...
     @property
+    def flash(self) -> Optional[Flash]:
+        """The SPI flash behind the controller; None for an EEPROM."""
+    @property
+    def sensor_application(self) -> int: ...
+    @property
+    def xu_version(self) -> Optional[int]:
+        """Of the extension unit; None where older firmware has none."""
+    @property
+    def has_memory_extension(self) -> bool: ...
+    @property
     def closed(self) -> bool:
         """Also when it was lost in the middle of a change of its ROM and has not come back."""
 
@@ -360,8 +375,8 @@ class Camera:
 
     def set_gpio(self, pin: int, high: bool) -> None:
         """Drives pin 0 to 15. Writes that fail are not noticed."""
-    def gpio(self, pin: int) -> Optional[bool]:
-        """What is driven on it; None: nothing."""
+    def gpio(self) -> List[Optional[bool]]:
+        """What is driven on pins 0 to 15; None: nothing."""
     def led(self, index: int) -> int:
         """State bits of an LED (mask 0x58); Busy while an update is pending."""
     def set_led(self, index: int, state: int) -> None: ...
@@ -394,6 +409,20 @@ class Camera:
         """OutOfRange unless the data has the control's size."""
 
 @final
+class Flash:
+    """The SPI flash behind the controller."""
+
+    @property
+    def name(self) -> str:
+        """Of the part; "" for one that is not in the catalogue."""
+    @property
+    def id(self) -> bytes:
+        """Maker, type, capacity."""
+    @property
+    def part_bytes(self) -> int:
+        """Of the whole part."""
+
+@final
 class XuControl:
     @property
     def selector(self) -> int: ...
@@ -421,6 +450,23 @@ class Control:
     def value(self) -> int: ...
 
 @final
+class OsdRectangle:
+    """A filled rectangle over the picture, in cells of 16x16 pixels."""
+
+    @property
+    def index(self) -> int: ...
+    @property
+    def column(self) -> int: ...
+    @property
+    def row(self) -> int: ...
+    @property
+    def width(self) -> int: ...
+    @property
+    def height(self) -> int: ...
+    @property
+    def shown(self) -> bool: ...
+
+@final
 class Osd:
     """Text, date and windows over the video."""
 
@@ -437,13 +483,20 @@ class Osd:
     @datetime.setter
     def datetime(self, record: _Bytes) -> None: ...
     @property
-    def time_shown(self) -> bool: ...
+    def shows_time(self) -> bool:
+        """Whether the stamp is shown while the display is `enabled`."""
     @property
     def transparent(self) -> bool: ...
     def show_time(self, on: bool = True) -> None:
         """Shows the date-time stamp, together with `enabled`."""
     def set_transparent(self, on: bool = True) -> None:
         """Lets the picture shine through the background of the text."""
+    @property
+    def window(self) -> OsdRectangle:
+        """The one that was set last."""
+    @property
+    def colors(self) -> Tuple[_YCbCr, _YCbCr, _YCbCr]:
+        """Of the text, its background and the windows."""
     def set_window(self, index: int, column: int, row: int, width: int, height: int,
                    shown: bool = True) -> None:
         """A filled rectangle, in cells of 16x16 pixels; index 0 to 3."""
@@ -926,17 +979,6 @@ class Difference:
     def first_offsets(self) -> List[int]: ...
 
 @final
-class Flash:
-    """The part behind the controller, as far as the probe has found out."""
-
-    @property
-    def name(self) -> str: ...
-    @property
-    def id(self) -> bytes: ...
-    @property
-    def part_bytes(self) -> int: ...
-
-@final
 class Rom:
     """The external ROM of a camera."""
 
@@ -946,8 +988,6 @@ class Rom:
     @property
     def has_spi_flash(self) -> bool:
         """An SPI flash, otherwise an I2C EEPROM."""
-    @property
-    def flash(self) -> Flash: ...
     @property
     def readable_bytes(self) -> int: ...
     def read(self, address: int, size: int, twice: bool = False, on_event: _OnEvent = None,

@@ -31,14 +31,14 @@ public:
     void tell(size_t camera, const engine::Event& event) override
     {
         if (!on_event_.is_none())
-            work_.post([this, camera, event] { on_event_(camera, event); });
+            work_.post([this, camera, event] { on_event_(camera, event); }, is_urgent(event));
     }
     void said(size_t /*camera*/, const std::string& /*line*/) override {}
     void ended(size_t camera, const BatchReport& report) override
     {
         reports[camera] = report;
         if (!on_event_.is_none())
-            work_.post([this, camera, report] { on_event_(camera, report); });
+            work_.post([this, camera, report] { on_event_(camera, report); }, true);
     }
     void tick() override {}
 

@@ -3,6 +3,7 @@
 
 #include <pybind11/stl.h>
 
+#include <nyxus/flash.h>
 #include <nyxus/trace.h>
 
 #include <set>
@@ -74,64 +75,93 @@ std::vector<CameraInfo> wait_for_cameras(const std::string& name, unsigned wait_
 }
 
 /// A camera that has come or gone.
-struct CameraChange {
-    const char* event;
+struct Change {
+    bool here;
     CameraInfo camera;
 };
 
 /// Iterates over what comes and goes; those that are there come first.
 class Watch {
 public:
-    explicit Watch(std::shared_ptr<Stop> stop) : stop_(std::move(stop)) {}
+    explicit Watch(std::shared_ptr<Stop> stop)
+        : stop_(stop ? std::move(stop) : std::make_shared<Stop>())
+    {
+    }
 
-    CameraChange next()
+    /// Nothing when it is stopped.
+    std::optional<Change> wait(double timeout_s)
     {
         constexpr std::chrono::milliseconds kInterval{100};
-        for (; changes_.empty(); look()) {
+        const auto end =
+            Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                               std::chrono::duration<double>(std::min(timeout_s, kLongest_s)));
+        for (look(); changes_.empty(); look()) {
             if (stop_->requested())
-                throw py::stop_iteration();
+                return std::nullopt;
             if (PyErr_CheckSignals() != 0)
                 throw py::error_already_set();
+            if (Clock::now() >= end) {
+                raise(error_of(engine::Status(engine::Reason::kTimedOut,
+                                              "no camera has come or gone in time")));
+            }
             const py::gil_scoped_release release;
-            std::this_thread::sleep_for(has_looked_ ? kInterval : kInterval.zero());
+            std::this_thread::sleep_for(kInterval);
         }
-        CameraChange change = std::move(changes_.front());
+        Change change = std::move(changes_.front());
         changes_.pop_front();
         return change;
     }
 
+    Change next(double timeout_s)
+    {
+        if (auto change = wait(timeout_s))
+            return *std::move(change);
+        raise(error_of(engine::Status(engine::Reason::kStopped, "stopped")));
+    }
+
+    Change iterate()
+    {
+        if (auto change = wait(kLongest_s))
+            return *std::move(change);
+        throw py::stop_iteration();
+    }
+
+    void stop() { stop_->request(); }
+
 private:
     using Cameras = std::vector<CameraInfo>;
+    using Clock = std::chrono::steady_clock;
+    static constexpr double kLongest_s = 1e9;
 
     void look()
     {
+        if (!changes_.empty())
+            return;
         auto found = [] {
             const py::gil_scoped_release release;
             return list_cameras();
         }();
         const Cameras now = value_of(std::move(found));
-        tell("gone", known_, now);
-        tell("here", now, known_);
+        tell(false, known_, now);
+        tell(true, now, known_);
         known_ = now;
-        has_looked_ = true;
     }
 
     /// Of those that the others do not have; each start gives a camera an address of its own.
-    void tell(const char* event, const Cameras& cameras, const Cameras& others)
+    void tell(bool here, const Cameras& cameras, const Cameras& others)
     {
         for (const CameraInfo& camera : cameras) {
             const auto is_same = [&](const CameraInfo& other) {
                 return other.port_path == camera.port_path && other.address == camera.address;
             };
             if (std::ranges::none_of(others, is_same))
-                changes_.push_back({event, camera});
+                changes_.push_back({here, camera});
         }
     }
 
     std::shared_ptr<Stop> stop_;
     Cameras known_;
-    std::deque<CameraChange> changes_;
-    bool has_looked_ = false;
+    std::deque<Change> changes_;
 };
 
 auto key(const CameraInfo& info)
@@ -169,6 +199,26 @@ void add_camera_info(py::module_& module)
             return "<nyxus.CameraInfo " + info.bus_address() + " port=" + info.port_path +
                    " serial=" + info.serial + ">";
         });
+}
+
+std::optional<FlashFacts> flash_of(const engine::Camera& camera)
+{
+    if (!camera.has_spi_flash())
+        return std::nullopt;
+    const NyFlashInfo& info = camera.device()->oFlashInfo;
+    // The catalogue's last row stands for every part that it lacks.
+    const NyFlashInfo& unknown = spi_flash_table[spi_flash_table_count - 1];
+    const std::string name = field_text(info.szName);
+    return FlashFacts{name == field_text(unknown.szName) ? "" : name,
+                      {std::begin(info.ID), std::end(info.ID)},
+                      engine::part_bytes(camera)};
+}
+
+std::optional<uint16_t> xu_version_of(const engine::Camera& camera)
+{
+    if (camera.device()->xFeatureXU == 0)
+        return std::nullopt;
+    return uint16_t{camera.device()->oXuCtrlVer.wVersion}; // of a packed record
 }
 
 } // namespace
@@ -250,7 +300,11 @@ void OpenCamera::look()
               camera.runs_external_firmware(),
               camera.has_spi_flash(),
               camera.rom_size(),
-              camera.rom_state()};
+              camera.rom_state(),
+              flash_of(camera),
+              camera.device()->wExtSensorApId,
+              xu_version_of(camera),
+              camera.device()->xFeatureEM != 0};
 }
 
 OpenCamera::Turn::Turn(OpenCamera& camera, bool also_closed) : camera_(camera)
@@ -284,6 +338,10 @@ OpenCamera::Turn::~Turn()
 CameraClass add_cameras(py::module_& module)
 {
     add_camera_info(module);
+    py::class_<FlashFacts>(module, "Flash")
+        .def_readonly("name", &FlashFacts::name)
+        .def_property_readonly("id", [](const FlashFacts& self) { return to_bytes(self.id); })
+        .def_readonly("part_bytes", &FlashFacts::part_bytes);
     module.def("version", &nyxus::version);
     module.def("set_trace", NyTraceVerbose_level, py::arg("level"));
     module.def("list_cameras", [] {
@@ -298,18 +356,19 @@ CameraClass add_cameras(py::module_& module)
     module.def("wait_for_cameras", wait_for_cameras, py::arg("name") = "", py::arg("wait_s") = 60,
                py::arg("on_event") = py::none(), py::arg("stop") = py::none());
 
-    py::class_<CameraChange>(module, "CameraChange")
-        .def_readonly("event", &CameraChange::event)
-        .def_readonly("camera", &CameraChange::camera);
-    py::class_<Watch>(module, "Watch")
+    py::class_<Change>(module, "CameraEvent")
+        .def_readonly("here", &Change::here)
+        .def_readonly("camera", &Change::camera)
+        .def("__repr__", [](const Change& self) {
+            return std::string("<nyxus.CameraEvent ") + (self.here ? "here " : "gone ") +
+                   self.camera.bus_address() + ">";
+        });
+    py::class_<Watch>(module, "CameraWatch")
+        .def(py::init<std::shared_ptr<Stop>>(), py::arg("stop") = py::none())
+        .def("next", &Watch::next, py::arg("timeout_s"))
         .def("__iter__", [](const py::object& self) { return self; })
-        .def("__next__", &Watch::next);
-    module.def(
-        "watch",
-        [](const std::shared_ptr<Stop>& stop) {
-            return Watch(stop ? stop : std::make_shared<Stop>());
-        },
-        py::arg("stop") = py::none());
+        .def("__next__", &Watch::iterate)
+        .def("stop", &Watch::stop);
 
     CameraClass camera(module, "Camera");
     const auto fact = [&camera](const char* name, auto member) {
@@ -328,6 +387,10 @@ CameraClass add_cameras(py::module_& module)
     fact("firmware_version", &CameraFacts::firmware_version);
     fact("runs_external_firmware", &CameraFacts::runs_external_firmware);
     fact("rom_state", &CameraFacts::rom_state);
+    fact("flash", &CameraFacts::flash);
+    fact("sensor_application", &CameraFacts::sensor_application);
+    fact("xu_version", &CameraFacts::xu_version);
+    fact("has_memory_extension", &CameraFacts::has_memory_extension);
     camera.def_property_readonly("closed", &OpenCamera::is_closed)
         .def("close", &OpenCamera::close)
         .def("__enter__", [](const py::object& self) { return self; })

@@ -220,21 +220,22 @@ void add_controls(py::module_& module, CameraClass& camera)
 
 // Values of the camera itself.
 
-struct Pins {
-    uint32_t driven;
-    uint32_t high;
-};
+/// Of each pin; not driven: nothing.
+using Pins = std::array<std::optional<bool>, 16>;
 
-/// What is driven on pins 0 to 7 and 8 to 15, then which of them are driven.
 Result<Pins> read_pins(engine::Camera& camera)
 {
-    constexpr uint16_t kPinRegisters = 0x20;
+    constexpr uint16_t kPinRegisters = 0x20; // levels of pins 0 to 7, 8 to 15; which are driven
     std::array<uint8_t, 4> registers{};
     Status read = camera.read_registers(kPinRegisters, registers);
     if (!read)
         return read;
-    return Pins{static_cast<uint32_t>(registers[2] | registers[3] << 8),
-                static_cast<uint32_t>(registers[0] | registers[1] << 8)};
+    Pins pins;
+    for (size_t pin = 0; pin < pins.size(); ++pin) {
+        if ((registers[2 + pin / 8] >> pin % 8 & 1) != 0)
+            pins[pin] = (registers[pin / 8] >> pin % 8 & 1) != 0;
+    }
+    return pins;
 }
 
 void add_settings(CameraClass& camera)
@@ -274,16 +275,7 @@ void add_settings(CameraClass& camera)
                 self.call([&](engine::Camera& used) { return used.set_gpio(index, high); });
             },
             py::arg("pin"), py::arg("high"))
-        .def(
-            "gpio",
-            [](OpenCamera& self, int64_t pin) -> std::optional<bool> {
-                const auto index = in_range<uint8_t>(pin, 0, 15, "the pin");
-                const Pins pins = self.call(read_pins);
-                if ((pins.driven >> index & 1) == 0)
-                    return std::nullopt;
-                return (pins.high >> index & 1) != 0;
-            },
-            py::arg("pin"))
+        .def("gpio", [](OpenCamera& self) { return self.call(read_pins); })
         .def(
             "led",
             [](OpenCamera& self, int64_t index) {
@@ -321,11 +313,6 @@ void add_settings(CameraClass& camera)
 // The on-screen display.
 
 using Color = std::array<int64_t, 3>;
-
-OsdYCbCr color_of(const Color& color)
-{
-    return {byte(color[0], "Y"), byte(color[1], "Cb"), byte(color[2], "Cr")};
-}
 
 /// datetime.datetime; the camera's clock shows anything.
 py::object python_time(const OsdDatetime& record)
@@ -374,6 +361,13 @@ bool osd_bit(const OsdPart& self)
 
 void add_osd(py::module_& module, CameraClass& camera)
 {
+    py::class_<OsdRectangle>(module, "OsdRectangle")
+        .def_readonly("index", &OsdRectangle::index)
+        .def_readonly("column", &OsdRectangle::column)
+        .def_readonly("row", &OsdRectangle::row)
+        .def_readonly("width", &OsdRectangle::width)
+        .def_readonly("height", &OsdRectangle::height)
+        .def_readonly("shown", &OsdRectangle::shown);
     py::class_<OsdPart>(module, "Osd")
         .def_property(
             "enabled",
@@ -421,7 +415,7 @@ void add_osd(py::module_& module, CameraClass& camera)
                 std::ranges::copy(bytes, record.data);
                 self.call([&](Osd& osd) { return osd.set_datetime(record); });
             })
-        .def_property_readonly("time_shown", osd_bit<0x02>)
+        .def_property_readonly("shows_time", osd_bit<0x02>)
         .def_property_readonly("transparent", osd_bit<0x10>)
         .def(
             "show_time",
@@ -435,6 +429,27 @@ void add_osd(py::module_& module, CameraClass& camera)
                 self.call([&](Osd& osd) { return osd.set_transparent(on); });
             },
             py::arg("on") = true)
+        .def_property_readonly(
+            "window",
+            [](const OsdPart& self) {
+                OsdWindow record{};
+                call_c(*self.camera,
+                       [&](NyDevice* device) { return XU_OsdGetWindow(device, &record); });
+                return OsdRectangle{record.data[0], record.data[1], record.data[2],
+                                    record.data[3], record.data[4], record.data[5] != 0};
+            })
+        .def_property_readonly("colors",
+                               [](const OsdPart& self) {
+                                   OsdColor record{};
+                                   call_c(*self.camera, [&](NyDevice* device) {
+                                       return XU_OsdGetColor(device, &record);
+                                   });
+                                   const auto color = [&](size_t at) {
+                                       return py::make_tuple(record.data[at], record.data[at + 1],
+                                                             record.data[at + 2]);
+                                   };
+                                   return py::make_tuple(color(0), color(3), color(6));
+                               })
         .def(
             "set_window",
             [](const OsdPart& self, int64_t index, int64_t column, int64_t row, int64_t width,
@@ -453,9 +468,14 @@ void add_osd(py::module_& module, CameraClass& camera)
             "set_colors",
             [](const OsdPart& self, const Color& text, const Color& background,
                const Color& windows) {
-                const OsdYCbCr colors[] = {color_of(text), color_of(background), color_of(windows)};
-                self.call(
-                    [&](Osd& osd) { return osd.set_colors({colors[0], colors[1], colors[2]}); });
+                OsdColor record{};
+                uint8_t* next = record.data;
+                for (const Color& color : {text, background, windows}) {
+                    for (const int64_t part : color)
+                        *next++ = byte(part, "a part of a colour");
+                }
+                call_c(*self.camera,
+                       [&](NyDevice* device) { return XU_OsdSetColor(device, &record); });
             },
             py::arg("text"), py::arg("background"), py::arg("windows"));
     camera.def_property_readonly("osd", [](const SharedCamera& self) { return OsdPart{self}; });

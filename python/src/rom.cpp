@@ -5,8 +5,6 @@
 #include <pybind11/stl.h>
 #include <pybind11/stl/filesystem.h>
 
-#include <nyxus/flash.h>
-
 namespace nyxus::python {
 
 namespace {
@@ -48,28 +46,11 @@ std::vector<PlannedPart> without_bytes(const std::vector<engine::Part>& parts)
     return planned;
 }
 
-/// What the ROM is, as the probe has found it.
-struct Flash {
-    std::string name; ///< "" where nobody knows
-    std::vector<uint8_t> id;
-    uint32_t part_bytes;
-};
-
 class Rom {
 public:
     explicit Rom(SharedCamera camera) : camera_(std::move(camera)) {}
 
     const CameraFacts& facts() const { return camera_->facts(); }
-
-    Flash flash() const
-    {
-        return camera_->ask([](engine::Camera& camera) {
-            const NyFlashInfo& info = camera.device()->oFlashInfo;
-            return Flash{field_text(info.szName),
-                         {std::begin(info.ID), std::end(info.ID)},
-                         engine::part_bytes(camera)};
-        });
-    }
 
     uint32_t readable_bytes() const
     {
@@ -313,10 +294,6 @@ void add_plan(py::module_& module)
     py::class_<engine::Difference>(module, "Difference")
         .def_readonly("count", &engine::Difference::count)
         .def_readonly("first_offsets", &engine::Difference::first_offsets);
-    py::class_<Flash>(module, "Flash")
-        .def_readonly("name", &Flash::name)
-        .def_property_readonly("id", [](const Flash& self) { return to_bytes(self.id); })
-        .def_readonly("part_bytes", &Flash::part_bytes);
 }
 
 void add_report(py::module_& module)
@@ -432,7 +409,6 @@ void add_rom(py::module_& module, CameraClass& camera)
         .def_property_readonly("size", [](const Rom& self) { return self.facts().rom_size; })
         .def_property_readonly("has_spi_flash",
                                [](const Rom& self) { return self.facts().has_spi_flash; })
-        .def_property_readonly("flash", &Rom::flash)
         .def_property_readonly("readable_bytes", &Rom::readable_bytes)
         .def("read", &Rom::read, py::arg("address"), py::arg("size"), py::arg("twice") = false,
              none("on_event"), none("stop"))

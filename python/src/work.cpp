@@ -59,11 +59,13 @@ Work::Work(const py::object& stop)
     }
 }
 
-void Work::post(std::function<void()> call)
+void Work::post(std::function<void()> call, bool is_urgent)
 {
     const std::lock_guard lock(mutex_);
     calls_.push_back(std::move(call));
-    changed_.notify_one();
+    has_urgent_ = has_urgent_ || is_urgent;
+    if (is_urgent)
+        changed_.notify_one();
 }
 
 void Work::run(const std::function<void()>& work)
@@ -110,9 +112,10 @@ Work::Calls Work::wait()
     constexpr std::chrono::milliseconds kSignals{50};
     const py::gil_scoped_release release;
     std::unique_lock lock(mutex_);
-    changed_.wait_for(lock, kSignals, [this] { return !calls_.empty() || is_over_; });
+    changed_.wait_for(lock, kSignals, [this] { return has_urgent_ || is_over_; });
     if (calls_.empty() && !is_over_)
         return {nullptr};
+    has_urgent_ = false;
     return std::exchange(calls_, {});
 }
 

@@ -35,8 +35,9 @@ public:
     const std::stop_source soon;
     const std::stop_source at_once;
 
-    /// From the thread that works: done on the interpreter's thread, with its lock.
-    void post(std::function<void()> call);
+    /// From the thread that works: done on the interpreter's thread, with its lock; at once, or
+    /// with others within 50 ms, since waking that thread takes as long as a few transfers.
+    void post(std::function<void()> call, bool is_urgent);
 
     /// Does the work and what it posts; returns when it is over. An exception of a posted call, or
     /// of a signal, asks for a stop and becomes `interrupted`.
@@ -55,8 +56,15 @@ private:
     std::mutex mutex_;
     std::condition_variable changed_;
     Calls calls_;
+    bool has_urgent_ = false;
     bool is_over_ = false;
 };
+
+/// Progress is not.
+inline bool is_urgent(const engine::Event& event)
+{
+    return event.kind != engine::Event::Kind::kAdvances;
+}
 
 /// Work that tells `on_event` of its events, which is None or callable.
 template <typename Function>
@@ -66,7 +74,7 @@ auto run(Work& work, const py::object& on_event, Function&& function)
     caller.stop = work.soon.get_token();
     if (!on_event.is_none()) {
         caller.tell = [&](const engine::Event& event) {
-            work.post([&on_event, event] { on_event(event); });
+            work.post([&on_event, event] { on_event(event); }, is_urgent(event));
         };
     }
     std::optional<decltype(function(caller))> result;

@@ -43,13 +43,16 @@ def test_what_has_arguments_is_read_back(camera):
     camera.write_i2c(0x10, bytearray(b"\x55\xAA"))
     assert camera.read_i2c(0x10, 2) == b"\x55\xAA"
     camera.set_gpio(3, True)
-    assert camera.gpio(3) is True and camera.gpio(9) is None
+    assert camera.gpio() == [None] * 3 + [True] + [None] * 12
     camera.osd.set_transparent()
     camera.osd.show_time(False)
-    assert camera.osd.transparent and not camera.osd.time_shown
+    assert camera.osd.transparent and not camera.osd.shows_time
     camera.osd.set_text(2, "Front door")
     camera.osd.set_window(0, 2, 3, 10, 4)
     camera.osd.set_colors((235, 128, 128), (16, 128, 128), (81, 90, 240))
+    window, colors = camera.osd.window, camera.osd.colors
+    assert (window.index, window.column, window.row, window.width, window.height, window.shown) == (0, 2, 3, 10, 4, True)
+    assert colors == ((235, 128, 128), (16, 128, 128), (81, 90, 240))
     camera.osd.time = datetime.datetime(2026, 5, 1, 12, 0, 0)
     assert camera.osd.text(2) == "Front door"
     assert camera.osd.time.date() == datetime.date(2026, 5, 1)
@@ -167,14 +170,18 @@ def test_a_restarted_camera_is_the_same_object(camera):
 
 def test_cameras_that_come_and_go_are_told():
     stop = nyxus.Stop()
-    watch = nyxus.watch(stop)
-    assert [next(watch).event for _ in nyxus.list_cameras()] == ["here"] * 6
-    for act, event in (("unplug", "gone"), ("replug", "here")):
+    watch = nyxus.CameraWatch(stop)
+    assert [watch.next(0).here for _ in nyxus.list_cameras()] == [True] * 6
+    with pytest.raises(nyxus.TimedOut):
+        watch.next(timeout_s=0)
+    for act, here in (("unplug", False), ("replug", True)):
         simulator("do", act, "--camera", "G1")
-        change = next(watch)
-        assert (change.event, change.camera.serial) == (event, "G1")
+        event = next(watch)
+        assert (event.here, event.camera.serial) == (here, "G1")
     threading.Timer(0.05, stop.request).start()
     assert list(watch) == []
+    with pytest.raises(nyxus.Stopped):
+        watch.next(5)
 
 
 def test_a_wait_for_a_camera_can_be_stopped():

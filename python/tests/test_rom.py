@@ -53,7 +53,7 @@ def test_events_can_be_iterated_over(camera, firmware):
 def test_a_blank_camera_is_opened_upgraded_and_recovered(firmware):
     with nyxus.open("B1") as camera:
         assert camera.rom_state is nyxus.RomState.BLANK and camera.rom.has_spi_flash
-        assert camera.rom.flash.id == b"\xc2\x20\x11" and not camera.runs_external_firmware
+        assert camera.flash.id == b"\xc2\x20\x11" and not camera.runs_external_firmware
         camera.rom.upgrade(firmware())
         camera.restart()
         assert camera.firmware_version == 0x0205
@@ -134,7 +134,7 @@ def test_what_breaks_into_an_upgrade_leaves_the_rom_whole(camera, firmware, rom_
     done = []
 
     def on_event(event):
-        if event.kind is EventKind.ADVANCES and event.phase is phase and not done:
+        if event.kind is EventKind.BEGINS and event.phase is phase and not done:
             done.append(event)
             act(stop)
     with pytest.raises(expected) as broken:
@@ -150,7 +150,7 @@ def test_what_breaks_into_an_upgrade_leaves_the_rom_whole(camera, firmware, rom_
 CHILD = """
 import sys, nyxus
 def tell(event):
-    if event.kind is nyxus.EventKind.ADVANCES:
+    if event.kind is nyxus.EventKind.BEGINS:
         print(event.phase.name, flush=True)
 with nyxus.open("A1") as camera:
     try:
@@ -202,7 +202,7 @@ def test_a_camera_that_goes_in_the_middle_is_reported_and_recovered(goner, firmw
     before = goner.rom.dump()
 
     def on_event(event):
-        if event.kind is EventKind.ADVANCES and event.phase is Phase.PROGRAMMING and len(unplugged) == 0:
+        if event.kind is EventKind.BEGINS and event.phase is Phase.PROGRAMMING and len(unplugged) == 0:
             unplugged.append(simulator("do", "unplug", "--camera", "G1"))
     unplugged = []
     with pytest.raises(nyxus.Incomplete, match="recover") as lost:
@@ -239,6 +239,8 @@ def test_an_mfi_image_takes_a_serial_number_of_its_length_only(camera, firmware,
     assert nyxus.inspect_image(path).mfi.serial == "VELKA_0001_LINK"
     camera.rom.upgrade(nyxus.Images(firmware(), mfi))
     assert camera.rom.read(0x6000, len(mfi)) == mfi.data and b"VELKA_0002_LINK" in mfi.data
+    camera.rom.upgrade(firmware(), UpgradeOptions(always=True, discard_mfi=True))
+    assert camera.rom.read(0x6000, 4) == b"\xff" * 4, "or its next start would give it another serial number"
 
 
 @pytest.fixture
