@@ -37,7 +37,7 @@ Server::Server(Bed& bed, VirtualClock* clock)
 void Server::talk(int socket)
 {
     prctl(PR_SET_TIMERSLACK, 1UL); // a transfer takes microseconds; the usual slack is 50 of them
-    std::unique_ptr<UsbfsFile> file;
+    std::unique_ptr<Channel> file;
     Request request;
     while (receive_request(socket, request)) {
         const uint32_t code = request.header.code;
@@ -49,11 +49,11 @@ void Server::talk(int socket)
     }
 }
 
-Reply Server::answer(Request&& request, std::unique_ptr<UsbfsFile>& file)
+Reply Server::answer(Request&& request, std::unique_ptr<Channel>& file)
 {
     switch (request.header.code) {
         case kOpenNode:
-            return open_node(request.header, file);
+            return open(request.header, file);
         case kCloseNode:
             file.reset();
             return Reply::result(0);
@@ -68,17 +68,14 @@ Reply Server::answer(Request&& request, std::unique_ptr<UsbfsFile>& file)
     }
 }
 
-Reply Server::open_node(const RequestHeader& header, std::unique_ptr<UsbfsFile>& file)
+Reply Server::open(const RequestHeader& header, std::unique_ptr<Channel>& file)
 {
-    const std::shared_ptr<UsbfsNode> node = find_node(header.first, header.second);
-    if (!node || file)
+    if (file || !(file = open_node(header.first, header.second)))
         return Reply::result(-ENODEV);
-    file = node->open();
-    if (file->ready_fd() < 0) {
-        file.reset();
-        return Reply::result(-EMFILE);
-    }
-    return Reply::result(0);
+    if (file->ready_fd() >= 0)
+        return Reply::result(0);
+    file.reset();
+    return Reply::result(-EMFILE);
 }
 
 } // namespace sim

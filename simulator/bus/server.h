@@ -18,8 +18,8 @@ public:
 
 private:
     void talk(int socket);
-    Reply answer(Request&& request, std::unique_ptr<UsbfsFile>& file);
-    Reply open_node(const RequestHeader& header, std::unique_ptr<UsbfsFile>& file);
+    Reply answer(Request&& request, std::unique_ptr<Channel>& file);
+    static Reply open(const RequestHeader& header, std::unique_ptr<Channel>& file);
 
     Bed& bed_;
     VirtualClock* clock_;

@@ -72,16 +72,16 @@ private:
 };
 
 /// One opened node. Destroying it drops its claims and its URBs, as close() does.
-class UsbfsFile {
+class UsbfsFile final : public Channel {
 public:
     explicit UsbfsFile(std::shared_ptr<UsbfsNode> node);
-    ~UsbfsFile();
+    ~UsbfsFile() override;
     UsbfsFile(const UsbfsFile&) = delete;
     UsbfsFile& operator=(const UsbfsFile&) = delete;
 
-    Reply call(Request&& request);
+    Reply call(Request&& request) override;
     bool is_gone() const { return node_->is_gone(); }
-    int ready_fd() const { return ready_.fd(); }
+    int ready_fd() const override { return ready_.fd(); }
     /// Borrowed; writable once the camera is off the bus.
     int gone_fd() const { return node_->gone_signal_.fd(); }
 

@@ -74,7 +74,7 @@ bool UsbfsFile::has_room_for_frame() const
 
 int UsbfsFile::submit_video(Urb&& urb, std::span<const uint32_t> packet_bytes)
 {
-    const bool isochronous = camera_.controller().model().streams_isochronously;
+    const bool isochronous = camera_.controller().model.streams_isochronously;
     if (isochronous && camera_.video_setting() == 0)
         return -ENOENT; // setting 0 has no endpoint
     const int type = isochronous ? USBDEVFS_URB_TYPE_ISO : USBDEVFS_URB_TYPE_BULK;

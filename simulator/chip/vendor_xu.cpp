@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "vendor_xu.h"
 
-#include "controller.h"
 #include "uvc_request.h"
 
 #include <algorithm>
@@ -70,8 +69,8 @@ void VendorXu::power_up()
 
 int VendorXu::request(uint8_t selector, uint8_t code, std::span<uint8_t> data)
 {
-    const Control* control = find_control(chip_.model, selector);
-    if (control == nullptr)
+    const std::optional<Control> control = find_control(chip_.model, selector);
+    if (!control)
         return kStall;
     if (code == kSetCur)
         return set_current(*control, data);
@@ -95,7 +94,7 @@ int VendorXu::request(uint8_t selector, uint8_t code, std::span<uint8_t> data)
             break;
         case kGetInfo:
             out = std::span(buffer).first(1);
-            out[0] = is_read_only(selector) ? kInfoGet : kInfoGetAndSet;
+            out[0] = control->is_read_only ? kInfoGet : kInfoGetAndSet;
             break;
         default:
             return kStall;
@@ -105,13 +104,13 @@ int VendorXu::request(uint8_t selector, uint8_t code, std::span<uint8_t> data)
 
 int VendorXu::set_current(const Control& control, std::span<const uint8_t> data)
 {
-    if (data.size() != control.length || is_read_only(control.selector))
+    if (data.size() != control.length || control.is_read_only)
         return kStall;
     if (control.selector == kExtRom512) {
         set_rom_512(data);
         return static_cast<int>(data.size());
     }
-    if (is_memory(control.selector) && !set_memory(control, data))
+    if (control.is_memory && !set_memory(control, data))
         return kStall;
 
     auto& setting = settings_[control.selector];
@@ -149,7 +148,7 @@ void VendorXu::get_current(const Control& control, std::span<uint8_t> out)
             break;
         default:
             std::copy_n(settings_[control.selector].begin(), out.size(), out.begin());
-            if (is_memory(control.selector))
+            if (control.is_memory)
                 get_memory(control, out);
             break;
     }

@@ -110,7 +110,7 @@ void VendorXu::write_space(uint8_t selector, uint16_t address, std::span<const u
         chip_.settle();
     for (const uint8_t byte : bytes) {
         if (selector == kReg) {
-            chip_.write_register(address, byte);
+            chip_.set_reg(address, byte);
         } else if (selector == kSensor) {
             chip_.sensor[address] = byte;
         } else if (selector == kMcu) {

@@ -2,11 +2,14 @@
 #include "faults/fault_file.h"
 
 #include "description/reader.h"
+#include "faults/fault_fields.h"
 #include "faults/fault_json.h"
 #include "faults/fault_tables.h"
 #include "files/read.h"
+#include "text/numbers.h"
 #include "text/printable.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <system_error>
 
@@ -15,6 +18,36 @@ namespace sim {
 namespace {
 
 constexpr size_t kLargestFile = 1 << 20;
+
+bool is_number(const std::string& text)
+{
+    return text::parse_number(text) && text::without_leading_zeros(text) == text;
+}
+
+std::string quoted(const std::string& text)
+{
+    std::string quoted = "\"";
+    for (const char character : text) {
+        if (character == '"' || character == '\\')
+            quoted += '\\';
+        quoted += character;
+    }
+    return quoted + '"';
+}
+
+std::string typed_value(const std::string& text)
+{
+    const size_t dash = text.find('-');
+    const std::string from = text.substr(0, dash);
+    const std::string to = dash == std::string::npos ? "" : text.substr(dash + 1);
+    if (dash != std::string::npos && is_number(from) && (to.empty() || is_number(to)))
+        return "[" + from + (to.empty() ? "]" : ", " + to + "]");
+    const bool is_fraction =
+        text.starts_with("0.") && text.find_first_not_of("0123456789", 2) == std::string::npos;
+    const bool is_toml = is_number(text) || is_fraction || text == "true" || text == "false" ||
+                         text.starts_with('[') || text.starts_with('"');
+    return is_toml ? text : quoted(text);
+}
 
 } // namespace
 
@@ -39,6 +72,27 @@ FaultPlan parse_faults(std::string_view text, const std::string& name)
     }
     mistakes.throw_if_any();
     return plan;
+}
+
+std::string fault_text(const std::vector<std::string>& words)
+{
+    std::string settings;
+    std::string when;
+    for (const std::string& word : words) {
+        const size_t equals = word.find('=');
+        if (word.find_first_of("[{\n") < equals) // TOML
+            return word;
+        const std::string key = word.substr(0, equals);
+        if (equals == std::string::npos) {
+            settings += ", do = " + quoted(word);
+            continue;
+        }
+        const bool is_trigger = std::ranges::any_of(
+            trigger_fields(), [&](const Field<Trigger>& field) { return field.key == key; });
+        (is_trigger ? when : settings) += ", " + key + " = " + typed_value(word.substr(equals + 1));
+    }
+    const std::string triggers = when.empty() ? "" : when.substr(2);
+    return "fault = [{when = {" + triggers + "}" + settings + "}]";
 }
 
 std::string read_fault_text(const std::string& path)

@@ -60,17 +60,17 @@ Simulation::Simulation(const SimulationArguments& arguments)
     : fast_(arguments.is_fast()),
       watchers_(arguments.watch, clock(), !fast_),
       bed_(clock()),
-      state_service_(bed_, cameras_, [this](const PluggedCamera& camera, const std::string& act) {
-          watchers_.note(cameras_.size() > 1 ? camera.serial() : "",
-                         "told by 'nyxus-sim do " + act + "'");
+      state_service_(bed_, cameras_, [this](const std::string& camera, const std::string& act) {
+          watchers_.note(cameras_.size() > 1 ? camera : "", "told by 'nyxus-sim do " + act + "'");
       })
 {
     bed_.set_usbfs_memory(arguments.usbfs_memory_mib);
+    FaultPlan faults;
     if (!arguments.fault_file.empty())
-        faults_ = parse_faults(read_fault_text(arguments.fault_file), arguments.fault_file);
-    plug(arguments);
-    if (!faults_.empty())
-        bed_.set_faults(faults_);
+        faults = parse_faults(read_fault_text(arguments.fault_file), arguments.fault_file);
+    plug(arguments, faults);
+    if (!faults.empty())
+        bed_.set_faults(faults);
     const std::string& socket = arguments.watch.state_socket;
     state_server_.emplace(socket.empty() ? bed_.folder() + "/state.sock" : socket,
                           [this](const std::string& line) { return state_service_.answer(line); });
@@ -82,7 +82,7 @@ Clock& Simulation::clock()
     return fast_ ? static_cast<Clock&>(virtual_clock_) : static_cast<Clock&>(real_clock_);
 }
 
-void Simulation::plug(const SimulationArguments& arguments)
+void Simulation::plug(const SimulationArguments& arguments, FaultPlan& faults)
 {
     const auto requests = parse_cameras(arguments.cameras, arguments.rom_files);
     for (const CameraRequest& request : requests) {
@@ -98,7 +98,7 @@ void Simulation::plug(const SimulationArguments& arguments)
         cameras_.push_back(&camera);
         for (PlannedFault fault : request.model->faults) {
             fault.when.position = static_cast<unsigned>(cameras_.size());
-            faults_.push_back(std::move(fault));
+            faults.push_back(std::move(fault));
         }
         if (!request.rom_file.empty())
             kept_.push_back({&camera, request.rom_file, rom});
@@ -108,10 +108,11 @@ void Simulation::plug(const SimulationArguments& arguments)
 // Most often a mistake in a trigger, and the test would pass for nothing.
 void Simulation::report_faults()
 {
+    const FaultPlan faults = bed_.faults();
     const std::vector<uint64_t> strikes = bed_.fault_strikes();
-    for (size_t i = 0; i < faults_.size(); ++i) {
+    for (size_t i = 0; i < faults.size(); ++i) {
         if (strikes[i] == 0) {
-            std::fprintf(stderr, "nyxus-sim: %s never happened\n", faults_[i].text.c_str());
+            std::fprintf(stderr, "nyxus-sim: %s never happened\n", faults[i].text.c_str());
             missed_a_fault_ = true;
         }
     }
@@ -126,7 +127,7 @@ bool Simulation::finish()
     bool saved = watchers_.finish();
     for (const KeptRom& rom : kept_) {
         const auto controller = rom.camera->controller();
-        const std::span<const uint8_t> contents = controller->rom();
+        const std::span<const uint8_t> contents = controller->rom;
         try {
             if (!std::filesystem::exists(rom.file) || !std::ranges::equal(contents, rom.contents))
                 files::replace_file(rom.file, contents);

@@ -46,7 +46,7 @@ private:
     };
 
     Clock& clock();
-    void plug(const SimulationArguments& arguments);
+    void plug(const SimulationArguments& arguments, FaultPlan& faults);
     void report_faults();
 
     bool fast_;
@@ -57,7 +57,6 @@ private:
     std::vector<PluggedCamera*> cameras_;
     std::vector<KeptRom> kept_;
     StateService state_service_;
-    FaultPlan faults_;
     bool missed_a_fault_ = false;
     std::optional<LineServer> state_server_; ///< last: its thread uses the others
 };

@@ -36,7 +36,7 @@ void Watchers::note(const std::string& name, const std::string& text)
 bool Watchers::finish()
 {
     for (const auto& [camera, observer] : observed_)
-        camera->remove_observer(*observer);
+        camera->usb()->observers().remove(*observer);
     observed_.clear();
     for (CameraLog& log : camera_logs_)
         log.finish();

@@ -140,7 +140,7 @@ TEST_F(UsbTest, ItsSerialNumberIsThatOfTheMfiImageFromTheNextStartOn)
     };
     const auto write = [&](size_t offset, std::span<const uint8_t> bytes) {
         const auto controller = camera.controller();
-        std::ranges::copy(bytes, (*controller).rom().begin() + sim::kMfiRomAddress + offset);
+        std::ranges::copy(bytes, (*controller).rom.begin() + sim::kMfiRomAddress + offset);
     };
     const auto start = [&] {
         bed_.unplug(camera);
@@ -240,7 +240,7 @@ TEST_F(UsbTest, RequestsThatContradictThemselvesStall)
         std::vector<uint8_t> data(setup.length);
         EXPECT_EQ(camera.control(setup, data), -EPIPE) << std::hex << setup.value;
     }
-    EXPECT_TRUE(camera.controller()->write_protect());
+    EXPECT_TRUE(camera.controller()->write_protect);
 }
 
 TEST_F(UsbTest, PictureControlsAnswerAsDescribed)

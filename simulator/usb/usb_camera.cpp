@@ -59,7 +59,7 @@ UsbCamera::UsbCamera(const CameraModel& model, Clock& clock, std::string serial,
                      std::span<const uint8_t> rom)
     : clock_(clock),
       controller_(model, clock, rom),
-      video_(controller_.model()),
+      video_(controller_.model),
       stream_(controller_),
       serial_(std::move(serial))
 {
@@ -101,7 +101,7 @@ void UsbCamera::power_cycle()
 
 void UsbCamera::await_host()
 {
-    video_ = VideoControls(controller_.model());
+    video_ = VideoControls(controller_.model);
     stream_.set_picture(video_.picture_settings());
     learn_serial();
     (void)configure(1);
@@ -109,7 +109,7 @@ void UsbCamera::await_host()
 
 void UsbCamera::learn_serial()
 {
-    usb_serial_ = controller_.runs_external_firmware() ? mfi_serial(controller_.rom()) : "";
+    usb_serial_ = controller_.firmware.external ? mfi_serial(controller_.rom) : "";
     if (usb_serial_.empty())
         usb_serial_ = serial_;
 }
@@ -126,7 +126,7 @@ bool UsbCamera::configure(unsigned number)
 
 bool UsbCamera::has_setting(unsigned number, unsigned setting)
 {
-    const bool has_several = number == kVideoInterface && controller_.model().streams_isochronously;
+    const bool has_several = number == kVideoInterface && controller_.model.streams_isochronously;
     return number < kInterfaceCount && setting <= (has_several ? std::size(kIsoPacketBytes) : 0);
 }
 
@@ -154,7 +154,7 @@ Outcome UsbCamera::control(const Setup& setup, std::span<uint8_t> data)
     Outcome outcome = apply_fault(setup, data, fault);
     if (outcome.kind == Outcome::Kind::kRefused)
         return outcome;
-    outcome.restart = controller_.restart_pending();
+    outcome.restart = controller_.restart_pending;
     pass_wire(outcome);
     if (outcome.kind != Outcome::Kind::kPending && outcome.kind != Outcome::Kind::kLate)
         record(setup, data.first(outcome.moved), outcome.status);
@@ -165,7 +165,7 @@ Outcome UsbCamera::control(const Setup& setup, std::span<uint8_t> data)
 // other transfers meanwhile. On one that stands still they come one after the other.
 void UsbCamera::pass_wire(Outcome& outcome)
 {
-    const CameraModel& model = controller_.model();
+    const CameraModel& model = controller_.model;
     if (!clock_.runs()) {
         clock_.advance_us(model.usb_latency_us);
         outcome.due_us += clock_.now_us();
@@ -308,9 +308,9 @@ int UsbCamera::get_descriptor(const Setup& setup, std::span<uint8_t> data) const
     const uint8_t index = static_cast<uint8_t>(setup.value);
     switch (setup.value >> 8) {
         case kDevice:
-            return put_answer(device_descriptor(controller_.model()), data);
+            return put_answer(device_descriptor(controller_.model), data);
         case kConfiguration:
-            return index == 0 ? put_answer(configuration_descriptor(controller_.model()), data)
+            return index == 0 ? put_answer(configuration_descriptor(controller_.model), data)
                               : kControlStall;
         case kString:
             switch (index) {
@@ -325,7 +325,8 @@ int UsbCamera::get_descriptor(const Setup& setup, std::span<uint8_t> data) const
                 default:
                     return kControlStall;
             }
-        // The camera has no other speed, so there is no device qualifier either.
+        case kDeviceQualifier:
+            return put_answer(device_qualifier(device_descriptor(controller_.model)), data);
         default:
             return kControlStall;
     }

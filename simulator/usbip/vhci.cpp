@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "usbip/vhci.h"
 
+#include "bus/protocol.h"
 #include "files/descriptor.h"
 #include "files/write_all.h"
 #include "text/format.h"

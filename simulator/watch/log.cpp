@@ -20,8 +20,8 @@ constexpr uint64_t kFramesPerLine = 100;
 
 std::string firmware_in_words(const Controller& controller)
 {
-    return controller.runs_external_firmware() ? "runs the firmware in its ROM"
-                                               : "runs its internal firmware";
+    return controller.firmware.external ? "runs the firmware in its ROM"
+                                        : "runs its internal firmware";
 }
 
 const char* endpoint_kind(TransferType type)
@@ -122,7 +122,7 @@ Words CameraLog::words(const BusTransfer& transfer)
                              transfer.endpoint)};
     }
     const auto data = transfer.is_in() ? transfer.data : std::span<const uint8_t>(sent);
-    Words words = request_in_words(camera_->controller().model(), transfer.setup, data);
+    Words words = request_in_words(camera_->controller().model, transfer.setup, data);
     words.data.assign(data.begin(), data.end());
     return words;
 }
@@ -163,8 +163,12 @@ void CameraLog::video_changed(const VideoStream& stream)
             frames_before_ = state.frames_sent;
             dropped_before_ = state.frames_dropped;
             frames_told_ = 0;
-            tell(text::format("video begins: %ux%u", stream.format()->size.width,
-                              stream.format()->size.height));
+            const StreamFormat& format = *stream.format();
+            constexpr double kUnitsPerSecond = 1e7;
+            tell(text::format(
+                "video begins: %s %ux%u, %.4g frames per second, payloads of %u bytes",
+                format.pixels == PixelFormat::kMjpeg ? "MJPEG" : "YUYV", format.size.width,
+                format.size.height, kUnitsPerSecond / format.interval_100ns, format.payload_bytes));
         } else {
             tell_frames(stream, "video ends after");
         }

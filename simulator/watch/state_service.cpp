@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "watch/state_service.h"
 
+#include "faults/fault_file.h"
 #include "json/json.h"
 #include "watch/camera_state.h"
 
@@ -175,13 +176,39 @@ Json StateService::answer_to(const std::string& text)
     const std::string command = text_member(request, "command");
     if (command == "state")
         return state_of(cameras_, request);
-    const auto* const act = std::ranges::find(kActs, command, &Act::name);
-    if (act == std::end(kActs))
-        throw BadRequest("there is no command '" + command + "'");
-    PluggedCamera& camera = camera_of(cameras_, request);
-    on_act_(camera, command);
-    act->run(bed_, camera, request);
+    act(command, request);
     return {{"ok", true}};
+}
+
+void StateService::act(const std::string& name, const Json& request)
+{
+    if (name == "fault")
+        return add_faults(request);
+    if (name == "clear") {
+        on_act_("", name);
+        return bed_.set_faults({});
+    }
+    const auto* const act = std::ranges::find(kActs, name, &Act::name);
+    if (act == std::end(kActs))
+        throw BadRequest("there is no command '" + name + "'");
+    PluggedCamera& camera = camera_of(cameras_, request);
+    on_act_(camera.serial(), name);
+    act->run(bed_, camera, request);
+}
+
+void StateService::add_faults(const Json& request)
+{
+    FaultPlan plan = parse_faults(text_member(request, "faults"), "do fault");
+    const std::string camera = text_member(request, "camera");
+    if (!camera.empty()) {
+        const auto place = std::ranges::find(cameras_, find_camera(cameras_, camera));
+        for (PlannedFault& fault : plan)
+            fault.when.position = static_cast<unsigned>(place - cameras_.begin()) + 1;
+    }
+    for (PlannedFault& fault : plan)
+        fault.text += " of 'do fault'";
+    on_act_(camera, "fault");
+    bed_.add_faults(plan);
 }
 
 std::string StateService::answer(const std::string& request)
