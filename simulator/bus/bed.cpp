@@ -113,7 +113,7 @@ void Bed::State::add_root_hub(unsigned bus)
     if (!last_address.try_emplace(bus, kHubAddress).second)
         return;
     register_hub(hubs[bus] = std::make_shared<RootHub>(bus));
-    tree.add({bus, 0, kHubAddress}, root_hub_entry(bus), root_hub_contents());
+    tree.add({bus, 0, kHubAddress}, root_hub_entry(bus), kHubDescriptors);
 }
 
 unsigned Bed::State::next_address(unsigned bus)

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "bus/device_tree.h"
 
-#include "bus/event_lock.h"
+#include "bus/transport.h"
 #include "bus/virtual_time.h"
 #include "usb/descriptors.h"
 

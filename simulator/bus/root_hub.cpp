@@ -19,6 +19,7 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
+constexpr int kDeviceBytes = 18;
 constexpr uint16_t kHubDescriptor = 0x29;
 constexpr uint8_t kGetFromDevice = 0xA0; // a question of the hubs' class
 constexpr uint8_t kGetFromPort = 0xA3;
@@ -35,11 +36,12 @@ Bytes descriptor(const Setup& setup)
     const auto index = static_cast<uint8_t>(setup.value);
     switch (setup.value >> 8) {
         case kDevice:
-            return {kHubDevice.begin(), kHubDevice.end()};
+            return {kHubDescriptors.begin(), kHubDescriptors.begin() + kDeviceBytes};
         case kConfiguration:
-            return index == 0 ? Bytes(kHubConfiguration.begin(), kHubConfiguration.end()) : Bytes();
+            return index == 0 ? Bytes(kHubDescriptors.begin() + kDeviceBytes, kHubDescriptors.end())
+                              : Bytes();
         case kDeviceQualifier:
-            return device_qualifier(kHubDevice);
+            return device_qualifier(kHubDescriptors);
         case kString:
             return index == 0   ? language_descriptor()
                    : index == 1 ? string_descriptor(kHubProduct)

@@ -87,18 +87,11 @@ std::string interface_entry(const std::string& device_path, const std::string& n
 std::string root_hub_entry(unsigned bus)
 {
     const std::string path = text::format("/devices/usb%u", bus);
-    constexpr auto kInterface = std::span(kHubConfiguration).subspan<9, 9>();
-    return common_entry(path, {bus, 0, kHubAddress}, root_hub_contents()) +
+    constexpr auto kInterface = std::span(kHubDescriptors).subspan<27, 9>();
+    return common_entry(path, {bus, 0, kHubAddress}, kHubDescriptors) +
            attribute("maxchild", text::format("%u", kPortsPerBus)) + attribute("devpath", "0") +
            attribute("manufacturer", kManufacturer) + attribute("product", kHubProduct) + "\n" +
            interface_entry(path, text::format("%u-0:1.0", bus), kInterface);
-}
-
-std::vector<uint8_t> root_hub_contents()
-{
-    std::vector<uint8_t> bytes(kHubDevice.begin(), kHubDevice.end());
-    bytes.insert(bytes.end(), kHubConfiguration.begin(), kHubConfiguration.end());
-    return bytes;
 }
 
 std::string camera_entry(UsbCamera& camera, const Place& place)

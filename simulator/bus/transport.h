@@ -20,4 +20,8 @@ bool receive_reply(int socket, Reply& reply, files::Descriptor* passed = nullptr
 /// Where the server of a bed listens.
 std::string socket_path(const std::string& bed_folder);
 
+/// While the lock lives, nobody else opens or names an event socket of that bed, in whatever
+/// process. Without the bed's folder it locks nothing.
+files::Descriptor lock_events(const std::string& bed);
+
 } // namespace sim

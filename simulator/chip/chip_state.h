@@ -4,9 +4,8 @@
 #include "boot.h"
 #include "control_table.h"
 #include "eeprom.h"
-#include "i2c_master.h"
-#include "leds.h"
 #include "model.h"
+#include "peripherals.h"
 #include "spi_controller.h"
 #include "spi_flash.h"
 

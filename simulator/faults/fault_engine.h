@@ -3,7 +3,7 @@
 
 #include "chip/clock.h"
 #include "chip/prng.h"
-#include "chip/rom_fault.h"
+#include "chip/rom_cells.h"
 #include "faults/fault_plan.h"
 #include "usb/setup.h"
 #include "usb/video_stream.h"

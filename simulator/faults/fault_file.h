@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "description/error.h"
+#include "description/kinds.h"
 #include "faults/fault_plan.h"
 
 #include <string>

@@ -3,6 +3,8 @@
 
 #include "command_line/command.h"
 
+#include <nlohmann/json_fwd.hpp>
+
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -28,5 +30,13 @@ struct StateArguments {
 /// std::runtime_error, or UsageError for wrong arguments.
 void add_state_commands(command_line::Command& app, StateArguments& arguments,
                         std::function<int()>& job);
+
+/// Where a simulation tells its programs that its state is to be had.
+inline constexpr char kSocketVariable[] = "NYXUS_SIM_SOCKET";
+
+/// Asks the simulation that listens at `path`, or the one that this program runs in when it is
+/// empty. Throws std::runtime_error with the answer's error, too.
+nlohmann::ordered_json ask_simulation(const std::string& path,
+                                      const nlohmann::ordered_json& request);
 
 } // namespace sim

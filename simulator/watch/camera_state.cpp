@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "watch/camera_state.h"
 
-#include "chip/leds.h"
 #include "chip/osd.h"
+#include "chip/peripherals.h"
 #include "json/json.h"
 #include "text/format.h"
 #include "text/hex.h"

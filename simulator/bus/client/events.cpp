@@ -2,8 +2,8 @@
 // bind() of the socket on which a program hears of hot-plugging. umockdev names it after the file
 // descriptor alone, so that of two programs with the same number the first would go deaf, and two
 // at the same moment would fail; here each gets a name of its own.
-#include "bus/event_lock.h"
 #include "bus/interpose.h"
+#include "bus/transport.h"
 
 #include <linux/netlink.h>
 #include <sys/socket.h>
