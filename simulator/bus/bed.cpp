@@ -96,6 +96,7 @@ struct Bed::State {
     std::map<unsigned, unsigned> last_address;
     std::map<unsigned, std::shared_ptr<RootHub>> hubs; ///< by bus
     FaultPlan plan;
+    bool video_is_fast = false;
 };
 
 Bed::State::~State()
@@ -151,6 +152,8 @@ void Bed::State::attach(PluggedCamera& camera)
         },
         alarms);
     camera.node_->set_memory(memory);
+    if (video_is_fast)
+        camera.node_->make_video_fast();
     if (camera.has_kernel_driver_)
         camera.node_->add_driver();
     register_node(place.bus, place.address, camera.node_);
@@ -429,6 +432,44 @@ void Bed::replug(PluggedCamera& camera, std::optional<unsigned> port)
     if (state_->is_taken(camera, wanted))
         throw std::invalid_argument("another camera is in port " + std::to_string(wanted));
     state_->come_back(camera, Departure::kUnplugged, wanted);
+}
+
+void Bed::make_video_fast()
+{
+    const std::lock_guard lock(state_->mutex);
+    state_->video_is_fast = true;
+    for (const auto& camera : state_->cameras) {
+        if (camera->node_)
+            camera->node_->make_video_fast();
+    }
+}
+
+void Bed::sleep(uint64_t duration_us)
+{
+    Clock& clock = state_->clock;
+    const uint64_t end_us = clock.now_us() + duration_us;
+    for (;;) {
+        std::shared_ptr<UsbfsNode> next;
+        uint64_t next_us = end_us;
+        {
+            const std::lock_guard lock(state_->mutex);
+            for (const auto& camera : state_->cameras) {
+                const auto due_us =
+                    camera->node_ ? camera->node_->fast_frame_due_us() : std::nullopt;
+                if (due_us && *due_us <= next_us) {
+                    next = camera->node_;
+                    next_us = *due_us;
+                }
+            }
+        }
+        if (!next)
+            break;
+        next->bring_fast_frame();
+        settle();
+    }
+    const uint64_t now_us = clock.now_us();
+    clock.advance_us(end_us > now_us ? end_us - now_us : 0);
+    settle();
 }
 
 void Bed::settle()

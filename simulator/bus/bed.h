@@ -114,6 +114,11 @@ public:
     FaultPlan faults();
     /// How often each of them has struck, over all cameras.
     std::vector<uint64_t> fault_strikes();
+    /// From now on video comes as fast as the host takes it, or while it sleeps by sleep(), so that
+    /// the bed's clock and the video agree.
+    void make_video_fast();
+    /// A host sleeps: time passes, and what is due meanwhile happens.
+    void sleep(uint64_t duration_us);
     /// Waits until restarts and unplugs that are under way have happened.
     void settle();
 

@@ -90,9 +90,11 @@ files::Descriptor lock_bed(const std::string& bed)
     return lock;
 }
 
-/// Deletes what crashed processes of this user have left in `folder`.
-void remove_abandoned_beds(const std::string& folder)
+} // namespace
+
+void remove_abandoned_beds()
 {
+    const std::string folder = ShortTempFolder().path();
     std::error_code ignored;
     std::vector<std::filesystem::path> beds;
     for (auto entry = std::filesystem::directory_iterator(folder, ignored);
@@ -106,12 +108,10 @@ void remove_abandoned_beds(const std::string& folder)
     }
 }
 
-} // namespace
-
 DeviceTree::DeviceTree()
 {
+    remove_abandoned_beds();
     const ShortTempFolder temp_folder;
-    remove_abandoned_beds(temp_folder.path());
     {
         // The folder is named after the time of day: while that stands still, names would repeat.
         const SuspendedVirtualClock real_time;

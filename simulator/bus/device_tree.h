@@ -32,4 +32,7 @@ private:
     files::Descriptor lock_;
 };
 
+/// Deletes the beds that crashed processes of this user have left where new ones are made.
+void remove_abandoned_beds();
+
 } // namespace sim

@@ -165,6 +165,11 @@ bool receive_reply(int socket, Reply& reply, files::Descriptor* passed)
     return receive(socket, reply, kMaxReplyPayload, passed);
 }
 
+std::string loaded_mark(const std::string& bed_folder)
+{
+    return bed_folder + "/nyxus-sim.loaded";
+}
+
 std::string socket_path(const std::string& bed_folder)
 {
     return bed_folder + "/nyxus-sim.sock";

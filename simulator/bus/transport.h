@@ -17,6 +17,9 @@ bool send_reply(int socket, const Reply& reply, int passed_fd = -1);
 /// `passed`: takes the descriptor that comes with it, if there is one.
 bool receive_reply(int socket, Reply& reply, files::Descriptor* passed = nullptr);
 
+/// Made by the client library in whatever program loads it.
+std::string loaded_mark(const std::string& bed_folder);
+
 /// Where the server of a bed listens.
 std::string socket_path(const std::string& bed_folder);
 

@@ -250,8 +250,7 @@ int UsbfsFile::clear_halt(uint32_t endpoint)
                   .value = kEndpointHalt,
                   .index = static_cast<uint16_t>(endpoint)},
                  0);
-    if (endpoint == kVideoEndpoint)
-        camera_.stream().stop();
+    camera_.set_halted(static_cast<uint16_t>(endpoint), false);
     return 0;
 }
 
@@ -353,6 +352,12 @@ int UsbfsFile::submit_to_endpoint(Urb&& urb, const Request& request)
         return -EINVAL;
     if (!packet_bytes.empty())
         std::memcpy(packet_bytes.data(), request.payload.data(), request.payload.size());
+    if (camera_.is_halted(urb.endpoint) && !camera_.stream().state().streaming) {
+        tell(&UsbObserver::submitted, urb);
+        urb.status = -EPIPE;
+        finish(std::move(urb));
+        return 0;
+    }
     if (urb.endpoint == kVideoEndpoint)
         return submit_video(std::move(urb), packet_bytes);
     // Linux takes a bulk URB for an interrupt endpoint, but nothing else that does not fit.

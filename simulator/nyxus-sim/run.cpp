@@ -1,23 +1,29 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "bus/server.h"
+#include "bus/transport.h"
 #include "commands.h"
 #include "simulation.h"
 #include "state_commands.h"
 #include "text/printable.h"
 
 #include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <cctype>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace sim {
@@ -46,10 +52,6 @@ private:
     sigset_t original_{};
 };
 
-/// How programs are let see the simulated bus: LD_PRELOAD for them. Throws std::runtime_error when
-/// the client library is not where it belongs.
-std::string preload_list(const std::string& bed_folder);
-
 constexpr char kClientName[] = "libnyxus-sim-client.so";
 constexpr int kNotFound = 127;
 constexpr int kNotRunnable = 126;
@@ -74,6 +76,57 @@ std::filesystem::path client_library()
     }
     throw std::runtime_error(std::string(kClientName) + " is missing; it belongs to " +
                              candidates.back().string());
+}
+
+// A program that has never loaded the client library has seen no camera.
+void warn_if_blind(const std::string& bed_folder, const std::string& program, int code)
+{
+    if (code == kNotFound || code == kNotRunnable ||
+        std::filesystem::exists(loaded_mark(bed_folder)))
+        return;
+    std::fprintf(
+        stderr,
+        "nyxus-sim: %s has not loaded the simulator's library and has seen no camera: is it "
+        "linked statically, or run with other rights?\n",
+        text::in_quotes(program).c_str());
+}
+
+std::vector<pid_t> children()
+{
+    std::vector<pid_t> found;
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc", ignored)) {
+        if (std::isdigit(entry.path().filename().native().front()) == 0)
+            continue;
+        std::ifstream file(entry.path() / "stat");
+        const std::string text{std::istreambuf_iterator<char>(file), {}};
+        const size_t behind_name = text.rfind(')');
+        pid_t process = 0;
+        pid_t parent = 0;
+        if (behind_name != std::string::npos && std::sscanf(text.c_str(), "%d", &process) == 1 &&
+            std::sscanf(text.c_str() + behind_name, ") %*c %d", &parent) == 1 && parent == getpid())
+            found.push_back(process);
+    }
+    return found;
+}
+
+// What a program that was told to end leaves behind has no cameras any more, and nobody else would
+// end it.
+void end_orphans()
+{
+    constexpr int kGentleRounds = 20;
+    constexpr int kRounds = 40;
+    constexpr auto kPause = std::chrono::milliseconds(25);
+    for (int round = 0; round < kRounds; ++round) {
+        while (waitpid(-1, nullptr, WNOHANG) > 0) {
+        }
+        const std::vector<pid_t> left = children();
+        if (left.empty())
+            return;
+        for (const pid_t child : left)
+            kill(child, round < kGentleRounds ? SIGTERM : SIGKILL);
+        std::this_thread::sleep_for(kPause);
+    }
 }
 
 SignalRelay::SignalRelay()
@@ -115,6 +168,7 @@ int SignalRelay::run(const std::vector<std::string>& words) const
     posix_spawnattr_setsigmask(&attributes, &original_);
     posix_spawnattr_setsigdefault(&attributes, &not_ignored_);
     pid_t child = 0;
+    prctl(PR_SET_CHILD_SUBREAPER, 1UL);
     const int error =
         posix_spawnp(&child, arguments[0], nullptr, &attributes, arguments.data(), environ);
     posix_spawnattr_destroy(&attributes);
@@ -128,11 +182,17 @@ int SignalRelay::run(const std::vector<std::string>& words) const
 
 int SignalRelay::wait_for(pid_t child) const
 {
+    bool is_to_end = false;
     for (;;) {
         int status = 0;
-        const pid_t ended = waitpid(child, &status, WNOHANG);
-        if (ended == child)
+        const pid_t ended = waitpid(-1, &status, WNOHANG);
+        if (ended == child) {
+            if (is_to_end)
+                end_orphans();
             return exit_code(status);
+        }
+        if (ended > 0)
+            continue; // it has become ours when its parent went
         if (ended < 0 && errno == ECHILD)
             return EXIT_FAILURE; // it has ended, and nobody knows how
         siginfo_t info{};
@@ -140,6 +200,7 @@ int SignalRelay::wait_for(pid_t child) const
         // What the terminal sends, it has sent to the program too.
         if (signal > 0 && signal != SIGCHLD && info.si_code != SI_KERNEL)
             kill(child, signal);
+        is_to_end = is_to_end || signal == SIGTERM || signal == SIGHUP;
     }
 }
 
@@ -168,12 +229,13 @@ int run_program(const RunArguments& arguments)
     Simulation simulation(arguments.simulation);
     int code = 0;
     {
-        const Server server(simulation.bed(), simulation.virtual_clock());
+        const Server server(simulation.bed(), simulation.virtual_clock() != nullptr);
         const std::string preload = preload_list(simulation.bed().folder());
         setenv("LD_PRELOAD", preload.c_str(), 1);
         setenv(kSocketVariable, simulation.state_socket().c_str(), 1);
         setenv("NYXUS_SIM_SPEED", arguments.simulation.speed.c_str(), 1);
         code = relay.run(arguments.program);
+        warn_if_blind(simulation.bed().folder(), arguments.program.front(), code);
     }
     const bool saved = simulation.finish();
     if (arguments.strict && simulation.missed_a_fault())

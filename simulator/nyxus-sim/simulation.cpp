@@ -7,8 +7,13 @@
 #include "files/replace.h"
 #include "text/printable.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <optional>
 #include <system_error>
@@ -32,11 +37,28 @@ std::optional<std::vector<uint8_t>> read_rom_file(const std::string& path)
     }
 }
 
+// Before the program starts: at its end it is too late to say so.
+void check_rom_file(const std::string& path)
+{
+    struct stat entry {};
+    const auto refuse = [&](const char* why) {
+        throw UsageError("the ROM cannot be kept in " + text::in_quotes(path) + ": " + why);
+    };
+    const bool exists = stat(path.c_str(), &entry) == 0;
+    if (exists && !S_ISREG(entry.st_mode))
+        refuse(S_ISDIR(entry.st_mode) ? "that is a folder" : "that is no plain file");
+    const std::string folder = std::filesystem::path(path).parent_path().string();
+    const std::string& written = exists ? path : folder.empty() ? "." : folder;
+    if (access(written.c_str(), W_OK) != 0)
+        refuse(std::strerror(errno));
+}
+
 // Empty: factory contents.
 std::vector<uint8_t> first_contents(const CameraRequest& request)
 {
     const uint32_t bytes = rom_bytes(*request.model);
     if (!request.rom_file.empty()) {
+        check_rom_file(request.rom_file);
         if (std::optional<std::vector<uint8_t>> kept = read_rom_file(request.rom_file)) {
             if (kept->size() != bytes) {
                 throw UsageError("'" + request.rom_file + "' has " + std::to_string(kept->size()) +

@@ -132,7 +132,7 @@ Bench::Bench(const sim::CameraModel& model)
 Bytes Bench::rom()
 {
     const auto controller = camera_.controller();
-    const std::span<const uint8_t> all = (*controller).rom();
+    const std::span<const uint8_t> all = (*controller).rom;
     return {all.begin(), all.end()};
 }
 
