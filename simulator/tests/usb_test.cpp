@@ -206,7 +206,7 @@ TEST_F(UsbTest, UnknownRequestsStall)
         uint16_t value, index;
     };
     const Case cases[] = {
-        {0x80, 6, 0x0600, 0},            // device qualifier
+        {0x80, 6, 0x0A00, 0},            // debug descriptor
         {0x80, 6, 0x0309, 0},            // missing string
         {0xA1, kGetLen, 0x7F00, 0x0600}, // missing control
         {0xA1, kGetLen, 0x0100, 0x0C00}, // H.264 unit
