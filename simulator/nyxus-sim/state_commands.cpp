@@ -9,6 +9,7 @@
 #include "text/hex.h"
 #include "text/numbers.h"
 #include "text/printable.h"
+#include "watch/line_server.h"
 
 #include <sys/socket.h>
 
@@ -168,19 +169,6 @@ std::string place_of(const std::string& path)
             "'nyxus-sim run', or name a socket by --socket");
     }
     return place;
-}
-
-bool send_line(int socket, std::string line)
-{
-    line += '\n';
-    size_t done = 0;
-    while (done < line.size()) {
-        const ssize_t sent = send(socket, line.data() + done, line.size() - done, MSG_NOSIGNAL);
-        if (sent < 0 && errno != EINTR)
-            return false;
-        done += sent > 0 ? static_cast<size_t>(sent) : 0;
-    }
-    return true;
 }
 
 std::string receive_line(int socket)

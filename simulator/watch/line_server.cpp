@@ -26,6 +26,8 @@ files::Descriptor listen_at(const std::string& path)
     return listener;
 }
 
+} // namespace
+
 bool send_line(int socket, std::string line)
 {
     line += '\n';
@@ -37,8 +39,6 @@ bool send_line(int socket, std::string line)
     }
     return true;
 }
-
-} // namespace
 
 LineServer::LineServer(std::string path, Answer answer)
     : path_(std::move(path)),

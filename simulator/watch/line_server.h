@@ -8,6 +8,9 @@
 
 namespace sim {
 
+/// False when the peer is gone.
+bool send_line(int socket, std::string line);
+
 /// Answers lines with lines on a UNIX socket that only this user can reach, each client in a thread
 /// of its own.
 class LineServer {

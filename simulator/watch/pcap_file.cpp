@@ -49,7 +49,7 @@ PcapFile::PcapFile(const std::string& path, uint32_t snaplen, RecordTime time)
     : file_(path), snaplen_(snaplen), time_(time)
 {
     const auto header = file_header(snaplen_);
-    file_.write(std::array{std::span<const uint8_t>(header)});
+    file_.write(header);
 }
 
 void PcapFile::add(UsbmonEvent event, const BusTransfer& transfer, const UsbmonPlace& place)
@@ -68,8 +68,9 @@ void PcapFile::add(UsbmonEvent event, const BusTransfer& transfer, const UsbmonP
     const size_t kept = std::min<size_t>(whole, snaplen_);
     const auto head = std::span(usbmon).first(std::min(usbmon.size(), kept));
     const auto header = record_header(time_us, kept, whole);
-    file_.write(
-        std::array<std::span<const uint8_t>, 3>{header, head, data.first(kept - head.size())});
+    for (const std::span<const uint8_t> part :
+         {std::span<const uint8_t>(header), head, data.first(kept - head.size())})
+        file_.write(part);
 }
 
 bool PcapFile::report()
