@@ -59,7 +59,7 @@ SimCamera::~SimCamera()
 std::vector<uint8_t> SimCamera::rom(size_t length)
 {
     const auto controller = sim_->controller();
-    const std::span<uint8_t> bytes = (*controller).rom().first(length);
+    const std::span<uint8_t> bytes = std::span((*controller).rom).first(length);
     return {bytes.begin(), bytes.end()};
 }
 

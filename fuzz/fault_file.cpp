@@ -19,7 +19,8 @@ void strike(const sim::FaultPlan& plan)
     constexpr unsigned kRounds = 8;
     constexpr sim::Setup kGet = {0xA1, 0x81, 0x0300, 0x0600, 35};
     sim::VirtualClock clock;
-    sim::FaultEngine engine(plan, 1, "S1", clock, {[] {}, [](uint64_t) {}});
+    sim::FaultEngine engine(1, "S1", clock, {[] {}, [](uint64_t) {}});
+    const std::vector<uint64_t> delays_us = engine.add(plan);
     for (unsigned round = 0; round < kRounds; ++round) {
         (void)engine.on_transfer(kGet);
         std::array<uint8_t, 32> cells{};
@@ -32,7 +33,6 @@ void strike(const sim::FaultPlan& plan)
         }
         (void)engine.on_answer();
         (void)engine.on_frame();
-        const std::vector<uint64_t> delays_us = engine.delays_us();
         if (!delays_us.empty())
             clock.advance_us(std::min<uint64_t>(std::ranges::min(delays_us), 1'000'000));
         (void)engine.on_clock();

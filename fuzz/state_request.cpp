@@ -39,8 +39,7 @@ private:
     std::vector<sim::PluggedCamera*> cameras_ = {
         &bed_.plug(*sim::find_model("rowan-spi"), {.serial = "A1"}),
         &bed_.plug(*sim::find_model("fi2-board"), {.serial = "B2"})};
-    sim::StateService service_{bed_, cameras_,
-                               [](const sim::PluggedCamera&, const std::string&) {}};
+    sim::StateService service_{bed_, cameras_, [](const std::string&, const std::string&) {}};
 };
 
 } // namespace

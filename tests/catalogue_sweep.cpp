@@ -174,9 +174,9 @@ void check_upgrade(const Case& c, const sim::CameraModel& model, Camera& camera,
                         "the flash is not erased behind the image");
         findings.expect_equal("the lock", controller->flash_status() & 0x0C, 0x0C);
     }
-    findings.expect(controller->write_protect(), "the ROM stays writable");
+    findings.expect(controller->write_protect, "the ROM stays writable");
     controller->restart();
-    findings.expect(controller->runs_external_firmware(), "the new firmware does not boot");
+    findings.expect(controller->firmware.external, "the new firmware does not boot");
 }
 
 std::string run_case(const Case& c)

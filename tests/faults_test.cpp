@@ -159,7 +159,7 @@ TEST(PlannedFaults, APowerCutLeavesAWriteHalfDone)
 
         camera.remove();
         camera.bed().replug(camera.sim());
-        EXPECT_FALSE(camera.sim().controller()->runs_external_firmware()) << c.model;
+        EXPECT_FALSE(camera.sim().controller()->firmware.external) << c.model;
     }
 }
 
@@ -168,7 +168,7 @@ TEST(PlannedFaults, APowerCutLeavesAnEraseHalfDone)
     Camera camera{models::kRowan};
     load_image(models::kRowan);
     camera.device();
-    std::ranges::fill(camera.sim().controller()->rom().subspan(0x8000), uint8_t{0x5A});
+    std::ranges::fill(std::span(camera.sim().controller()->rom).subspan(0x8000), uint8_t{0x5A});
     plan(camera, R"(fault = [{when = {time_ms = 300}, do = "power-cut"}])");
     EXPECT_EQ(MP_FwUpgrade(camera.device(), nullptr), kGone);
     EXPECT_EQ(camera.rom(0, 0x10000), erased(0x10000));
@@ -184,7 +184,7 @@ TEST(PlannedFaults, APowerCutOfAnIdleRomChangesNothing)
     EXPECT_EQ(camera.rom(0, 0x20000), before);
     camera.remove();
     camera.bed().replug(camera.sim());
-    EXPECT_TRUE(camera.sim().controller()->runs_external_firmware());
+    EXPECT_TRUE(camera.sim().controller()->firmware.external);
     EXPECT_NE(camera.create(), nullptr);
 }
 

@@ -154,7 +154,7 @@ TEST(RomQuery, TheHeaderTellsEepromSizes)
         {0x40, false, 0x80, 0x8000}, {0x80, false, 0x80, 0x8000}, {0xFF, true, 0x80, 0x8000},
     };
     for (const auto& c : cases) {
-        (*camera.sim().controller()).rom()[0x46] = c.size_byte;
+        (*camera.sim().controller()).rom[0x46] = c.size_byte;
         device->oFwStatus.xSpiEnable = c.spi_enabled;
         camera.listen();
         EXPECT_EQ(MP_QueryExtRom(device), 0);
@@ -176,7 +176,7 @@ TEST(RomQuery, OneMatchingSignatureCharacterIsEnough)
         int32_t result;
     } cases[] = {{"RO", 0}, {"R?", 0}, {"?O", 0}, {"OR", -1030}, {"\xFF\xFF", -1030}};
     for (const auto& c : cases) {
-        std::memcpy(&(*camera.sim().controller()).rom()[0x40], c.signature, 2);
+        std::memcpy(&(*camera.sim().controller()).rom[0x40], c.signature, 2);
         device->oFlashInfo = {};
         EXPECT_EQ(MP_QueryExtRom(device), c.result) << c.signature;
     }

@@ -62,7 +62,7 @@ TEST_F(Production, AnUpgradeBootsOnEveryModel)
         ASSERT_EQ(MP_FwUpgrade(camera.device(), nullptr), 0) << model << nyxus_errmsg;
         EXPECT_EQ(camera.rom(0, image.size()), image) << model;
         EXPECT_EQ(MP_FwCompare(camera.device()), 0) << model;
-        EXPECT_TRUE(camera.sim().controller()->write_protect()) << model;
+        EXPECT_TRUE(camera.sim().controller()->write_protect) << model;
         EXPECT_EQ(XU_ChipReset(camera.device()), 0) << model;
         camera.bed().settle();
         camera.remove();

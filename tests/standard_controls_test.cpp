@@ -70,7 +70,7 @@ TEST(StandardControls, WhatIsSetArrives)
     Camera camera{kControlsCamera};
     for (const auto& c : cases) {
         EXPECT_EQ(nyxus_set_control(camera.device(), c.id, c.value), 0) << nyxus_errmsg;
-        EXPECT_EQ(camera.sim().video_controls().value(c.where), c.taken) << c.id;
+        EXPECT_EQ(camera.sim().usb()->video().value(c.where), c.taken) << c.id;
         EXPECT_EQ(control(camera.device(), c.id).value, c.taken) << c.id;
     }
 }

@@ -24,7 +24,7 @@
 #include <thread>
 
 #include "bus/bed.h"
-#include "bus/temp_folder.h"
+#include "bus/device_tree.h"
 #include "cameras/shipped.h"
 #include "support/simulated_time.h"
 
@@ -406,6 +406,6 @@ int main(int count, char** arguments)
     while (sweep.running() > 0)
         sweep.wait_for_one();
     const bool passed = sweep.report();
-    sim::remove_abandoned_beds(sim::ShortTempFolder().path());
+    sim::remove_abandoned_beds();
     return passed ? 0 : 1;
 }

@@ -31,4 +31,16 @@ Descriptor connect_to(const std::string& path)
     return socket;
 }
 
+bool send_line(int socket, std::string line)
+{
+    line += '\n';
+    for (size_t done = 0; done < line.size();) {
+        const ssize_t sent = send(socket, line.data() + done, line.size() - done, MSG_NOSIGNAL);
+        if (sent < 0 && errno != EINTR)
+            return false;
+        done += sent > 0 ? static_cast<size_t>(sent) : 0;
+    }
+    return true;
+}
+
 } // namespace files

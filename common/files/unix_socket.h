@@ -15,4 +15,7 @@ std::optional<sockaddr_un> socket_address(const std::string& path);
 /// Connects to the UNIX socket there; empty, and errno, on failure.
 Descriptor connect_to(const std::string& path);
 
+/// Sends the line and its end; false when the peer is gone.
+bool send_line(int socket, std::string line);
+
 } // namespace files

@@ -11,10 +11,13 @@ namespace sim {
 void Alarms::set(uint64_t delay_us, Passes passes, Action action)
 {
     const std::lock_guard lock(mutex_);
-    const bool waits = passes == Passes::kWhileWaiting;
     Alarm alarm{clock_.now_us() + delay_us, std::nullopt, std::move(action)};
-    if (waits || clock_.runs())
+    if (passes != Passes::kOnTheClock || clock_.runs())
         alarm.due = std::chrono::steady_clock::now() + std::chrono::microseconds(delay_us);
+    if (passes == Passes::kAtOnce) {
+        alarm.due_us.reset();
+        ++at_once_;
+    }
     const bool is_next = alarm.due && (!next_due_ || *alarm.due < *next_due_);
     alarms_.push_back(std::move(alarm));
     if (!thread_.joinable() && !stopping_)
@@ -25,8 +28,21 @@ void Alarms::set(uint64_t delay_us, Passes passes, Action action)
 
 void Alarms::run_due()
 {
-    while (const std::optional<Alarm> alarm = take_due())
-        alarm->action(alarm->due_us);
+    while (const std::optional<Alarm> alarm = take_due()) {
+        alarm->action(alarm->due_us.value_or(0));
+        if (!alarm->due_us) {
+            const std::lock_guard lock(mutex_);
+            --at_once_;
+            changed_.notify_all();
+        }
+    }
+}
+
+void Alarms::settle()
+{
+    run_due();
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return at_once_ == 0 || stopping_; });
 }
 
 void Alarms::stop()
@@ -48,7 +64,7 @@ std::optional<Alarms::Alarm> Alarms::take_due()
     const uint64_t now_us = clock_.now_us();
     const MachineTime now = std::chrono::steady_clock::now();
     const auto is_due = [&](const Alarm& alarm) {
-        return alarm.due_us <= now_us || (alarm.due && *alarm.due <= now);
+        return (alarm.due_us && *alarm.due_us <= now_us) || (alarm.due && *alarm.due <= now);
     };
     auto first = alarms_.end();
     for (auto alarm = alarms_.begin(); alarm != alarms_.end(); ++alarm) {
@@ -57,8 +73,8 @@ std::optional<Alarms::Alarm> Alarms::take_due()
     }
     if (first == alarms_.end() || stopping_)
         return std::nullopt;
-    if (first->due_us > now_us)
-        clock_.advance_us(first->due_us - now_us);
+    if (first->due_us > now_us) // not of one that has no time on it
+        clock_.advance_us(*first->due_us - now_us);
     std::optional<Alarm> taken = std::move(*first);
     alarms_.erase(first);
     return taken;

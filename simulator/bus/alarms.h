@@ -21,6 +21,7 @@ public:
     enum class Passes {
         kOnTheClock,   ///< only the clock
         kWhileWaiting, ///< the same time of the machine too: a host that just waits sees it happen
+        kAtOnce,       ///< the machine's time alone; whoever settles waits for it
     };
     /// Called without any lock with the time, on the clock, that has come.
     using Action = std::function<void(uint64_t due_us)>;
@@ -32,20 +33,22 @@ public:
 
     uint64_t now_us() { return clock_.now_us(); }
     void set(uint64_t delay_us, Passes passes, Action action);
-    /// Does what is due on the clock. To be called when a virtual clock has been advanced.
-    void run_due();
+    /// Does what is due on the clock, and waits for what happens at once. To be called when a
+    /// virtual clock has been advanced.
+    void settle();
     /// What is under way ends, nothing else begins.
     void stop();
 
 private:
     using MachineTime = std::chrono::steady_clock::time_point;
     struct Alarm {
-        uint64_t due_us;
-        std::optional<MachineTime> due; ///< on the machine's clock, if that counts
+        std::optional<uint64_t> due_us; ///< on the clock, if that counts
+        std::optional<MachineTime> due; ///< on the machine's, if that does
         Action action;
     };
 
     void work();
+    void run_due();
     std::optional<Alarm> take_due();
 
     Clock& clock_;
@@ -53,6 +56,7 @@ private:
     std::condition_variable changed_;
     std::vector<Alarm> alarms_;
     std::optional<MachineTime> next_due_; ///< for which the thread waits
+    size_t at_once_ = 0;                  ///< that have not happened to their end
     bool stopping_ = false;
     std::thread thread_; ///< from the first alarm on
 };

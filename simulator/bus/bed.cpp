@@ -2,28 +2,17 @@
 #include "bus/bed.h"
 
 #include "bus/alarms.h"
-#include "bus/event_lock.h"
+#include "bus/device_tree.h"
 #include "bus/registry.h"
-#include "bus/temp_folder.h"
-#include "bus/virtual_time.h"
 #include "text/printable.h"
-#include "usb/descriptors.h"
-
-#include <sys/stat.h>
-#include <umockdev.h>
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
-#include <condition_variable>
-#include <deque>
-#include <filesystem>
-#include <fstream>
+#include <cerrno>
 #include <functional>
 #include <list>
 #include <map>
 #include <stdexcept>
-#include <thread>
 #include <utility>
 
 namespace sim {
@@ -31,7 +20,7 @@ namespace sim {
 namespace {
 
 // Long enough for the host to read the answer of the transfer that asked for the restart.
-constexpr auto kRestartDelay = std::chrono::milliseconds(3);
+constexpr uint64_t kRestartDelay_us = 3'000;
 constexpr unsigned kHighestBus = 64;
 
 std::atomic<Bed*> active_bed{nullptr};
@@ -43,16 +32,10 @@ PluggedCamera::PluggedCamera(std::shared_ptr<UsbCamera> camera, const Place& pla
 {
 }
 
-unsigned PluggedCamera::address() const
+Place PluggedCamera::place() const
 {
     const std::lock_guard lock(place_mutex_);
-    return place_.address;
-}
-
-unsigned PluggedCamera::port() const
-{
-    const std::lock_guard lock(place_mutex_);
-    return place_.port;
+    return place_;
 }
 
 int PluggedCamera::control(const Setup& setup, std::span<uint8_t> data)
@@ -66,60 +49,6 @@ int PluggedCamera::control(const Setup& setup, std::span<uint8_t> data)
     return outcome.status != 0 ? outcome.status : static_cast<int>(outcome.moved);
 }
 
-std::vector<Transfer> PluggedCamera::transfers()
-{
-    const std::lock_guard lock(camera_->mutex());
-    return camera_->transfers();
-}
-
-void PluggedCamera::clear_transfers()
-{
-    const std::lock_guard lock(camera_->mutex());
-    camera_->clear_transfers();
-}
-
-void PluggedCamera::set_tracing(bool on)
-{
-    const std::lock_guard lock(camera_->mutex());
-    camera_->set_tracing(on);
-}
-
-void PluggedCamera::set_fault(FaultHook hook)
-{
-    const std::lock_guard lock(camera_->mutex());
-    camera_->set_fault(std::move(hook));
-}
-
-StreamState PluggedCamera::stream()
-{
-    const std::lock_guard lock(camera_->mutex());
-    return camera_->stream().state();
-}
-
-std::optional<StreamFormat> PluggedCamera::stream_format()
-{
-    const std::lock_guard lock(camera_->mutex());
-    return camera_->stream().format();
-}
-
-VideoControls PluggedCamera::video_controls()
-{
-    const std::lock_guard lock(camera_->mutex());
-    return camera_->video();
-}
-
-void PluggedCamera::set_frame_fault(FrameFaultHook hook)
-{
-    const std::lock_guard lock(camera_->mutex());
-    camera_->stream().set_fault(std::move(hook));
-}
-
-void PluggedCamera::set_pacing(Pacing pacing)
-{
-    const std::lock_guard lock(camera_->mutex());
-    camera_->stream().set_pacing(pacing);
-}
-
 void PluggedCamera::add_observer(UsbObserver& observer)
 {
     const std::lock_guard lock(camera_->mutex());
@@ -128,129 +57,64 @@ void PluggedCamera::add_observer(UsbObserver& observer)
         observer.plugged(*camera_, place_.bus, address());
 }
 
-void PluggedCamera::remove_observer(UsbObserver& observer)
-{
-    const std::lock_guard lock(camera_->mutex());
-    camera_->observers().remove(observer);
-}
-
 bool PluggedCamera::is_plugged() const
 {
     const std::lock_guard lock(camera_->mutex());
     return is_plugged_;
 }
 
-void PluggedCamera::arrived()
-{
-    const std::lock_guard lock(camera_->mutex());
-    is_plugged_ = true;
-    camera_->observers().tell(&UsbObserver::plugged, *camera_, place_.bus, address());
-}
-
-void PluggedCamera::left(Departure reason)
-{
-    const std::lock_guard lock(camera_->mutex());
-    is_plugged_ = false;
-    camera_->observers().tell(&UsbObserver::left, reason);
-}
-
 struct Bed::State {
-    struct Task {
-        PluggedCamera* camera;
-        BusEvent event;
-        unsigned address; ///< that the camera had when it was asked for; kReplug: none
-        std::chrono::steady_clock::time_point due;
-    };
-
-    explicit State(Clock& bed_clock);
+    explicit State(Clock& bed_clock) : clock(bed_clock), alarms(bed_clock) {}
     ~State();
 
     void add_root_hub(unsigned bus);
-    Place free_place(unsigned bus);
+    Place free_place(unsigned first_bus);
     unsigned next_address(unsigned bus);
     void attach(PluggedCamera& camera);
     void detach(PluggedCamera& camera, Departure reason);
     void unlist(PluggedCamera& camera);
+    void take_away(PluggedCamera& camera, Announce announce);
     bool is_taken(const PluggedCamera& newcomer, unsigned port) const;
     void come_back(PluggedCamera& camera, Departure reason, unsigned port);
-    void add_entry(const std::string& entry);
 
-    void set_faults(PluggedCamera& camera, unsigned position, const FaultPlan& plan);
+    void clear_faults(PluggedCamera& camera);
+    void add_faults(PluggedCamera& camera, unsigned position, const FaultPlan& more);
+    std::shared_ptr<FaultEngine> engine_of(PluggedCamera& camera, unsigned position);
     void strike_by_clock(PluggedCamera& camera, const std::weak_ptr<FaultEngine>& planned);
     void replug_after(PluggedCamera& camera, uint64_t delay_us);
 
     void request(PluggedCamera& camera, unsigned address, BusEvent event);
-    void work();
-    void perform(const Task& task);
+    void perform(PluggedCamera& camera, unsigned address, BusEvent event);
 
     Clock& clock;
     Alarms alarms;
-    UMockdevTestbed* testbed = nullptr;
-    std::string folder;
-    files::Descriptor folder_lock;
+    DeviceTree tree;
 
     std::shared_ptr<UsbfsMemory> memory = std::make_shared<UsbfsMemory>(0);
     std::mutex mutex; ///< the buses; never taken under a camera's mutex
     std::list<std::unique_ptr<PluggedCamera>> cameras;
     std::map<unsigned, unsigned> last_address;
-
-    std::mutex task_mutex;
-    std::condition_variable task_change;
-    std::deque<Task> tasks; ///< the first one is under way
-    bool stopping = false;
-    std::thread worker;
+    std::map<unsigned, std::shared_ptr<RootHub>> hubs; ///< by bus
+    FaultPlan plan;
+    bool video_is_fast = false;
 };
-
-Bed::State::State(Clock& bed_clock) : clock(bed_clock), alarms(bed_clock)
-{
-    const ShortTempFolder temp_folder;
-    remove_abandoned_beds(temp_folder.path());
-    {
-        // The folder is named after the time of day: while that stands still, names would repeat.
-        const SuspendedVirtualClock real_time;
-        testbed = umockdev_testbed_new();
-    }
-    gchar* root = umockdev_testbed_get_root_dir(testbed);
-    folder = root;
-    g_free(root);
-    folder_lock = lock_bed(folder);
-    worker = std::thread([this] { work(); });
-}
 
 Bed::State::~State()
 {
     alarms.stop();
-    {
-        const std::lock_guard lock(task_mutex);
-        stopping = true;
-    }
-    task_change.notify_all();
-    worker.join();
     for (const auto& camera : cameras) {
         detach(*camera, Departure::kUnplugged);
         unlist(*camera);
     }
-    g_object_unref(testbed);
-    std::error_code ignored;
-    std::filesystem::remove_all(folder, ignored);
-}
-
-void Bed::State::add_entry(const std::string& entry)
-{
-    GError* error = nullptr;
-    const files::Descriptor lock =
-        lock_events(folder); // umockdev aborts when a socket vanishes while it sends
-    if (umockdev_testbed_add_from_string(testbed, entry.c_str(), &error) == 0) {
-        const std::string reason = error != nullptr ? error->message : "unknown reason";
-        g_clear_error(&error);
-        throw std::runtime_error("cannot add a device to the simulated bus: " + reason);
-    }
+    unregister_hubs();
 }
 
 void Bed::State::add_root_hub(unsigned bus)
 {
-    if (last_address.try_emplace(bus, 1).second)
-        add_entry(root_hub_entry(bus));
+    if (!last_address.try_emplace(bus, kHubAddress).second)
+        return;
+    register_hub(hubs[bus] = std::make_shared<RootHub>(bus));
+    tree.add({bus, 0, kHubAddress}, root_hub_entry(bus), kHubDescriptors);
 }
 
 unsigned Bed::State::next_address(unsigned bus)
@@ -262,30 +126,25 @@ unsigned Bed::State::next_address(unsigned bus)
     return last;
 }
 
-Place Bed::State::free_place(unsigned bus)
+Place Bed::State::free_place(unsigned first_bus)
 {
-    for (unsigned port = 1; port <= kPortsPerBus; ++port) {
-        const bool taken = std::any_of(cameras.begin(), cameras.end(), [&](const auto& camera) {
-            return camera->place_.bus == bus && camera->place_.port == port;
-        });
-        if (!taken)
-            return {bus, port, next_address(bus)};
+    for (unsigned bus = first_bus; bus <= kHighestBus; ++bus) {
+        for (unsigned port = 1; port <= kPortsPerBus; ++port) {
+            const bool taken = std::ranges::any_of(cameras, [&](const auto& camera) {
+                return camera->place_.bus == bus && camera->place_.port == port;
+            });
+            if (!taken) {
+                add_root_hub(bus);
+                return {bus, port, next_address(bus)};
+            }
+        }
     }
-    throw std::invalid_argument("no free port on the simulated bus");
+    throw std::invalid_argument("no free port on the simulated buses");
 }
 
-// The node is there before the event tells of the device, so that nobody meets a half-made one.
 void Bed::State::attach(PluggedCamera& camera)
 {
     const Place place = camera.place_;
-    const std::filesystem::path node = folder + node_path(place);
-    std::filesystem::create_directories(node.parent_path());
-    const std::vector<uint8_t> contents = node_contents(*camera.camera_);
-    std::ofstream(node, std::ios::binary)
-        .write(reinterpret_cast<const char*>(contents.data()),
-               static_cast<std::streamsize>(contents.size()));
-    chmod(node.c_str(), 0666);
-
     camera.node_ = std::make_shared<UsbfsNode>(
         camera.camera_, place.address,
         [this, &camera, address = place.address](BusEvent event) {
@@ -293,38 +152,48 @@ void Bed::State::attach(PluggedCamera& camera)
         },
         alarms);
     camera.node_->set_memory(memory);
+    if (video_is_fast)
+        camera.node_->make_video_fast();
     if (camera.has_kernel_driver_)
         camera.node_->add_driver();
     register_node(place.bus, place.address, camera.node_);
-    camera.arrived();
+    hubs[place.bus]->set_connected(place.port, true);
+    {
+        const std::lock_guard lock(camera.camera_->mutex());
+        camera.is_plugged_ = true;
+        camera.camera_->observers().tell(&UsbObserver::plugged, *camera.camera_, place.bus,
+                                         place.address);
+    }
     camera.listed_ = true;
-    add_entry(camera_entry(*camera.camera_, place));
+    tree.add(place, camera_entry(*camera.camera_, place), node_contents(*camera.camera_));
 }
 
 void Bed::State::detach(PluggedCamera& camera, Departure reason)
 {
-    if (camera.node_) {
-        camera.node_->set_gone();
-        camera.node_.reset();
-        camera.left(reason);
-    }
+    if (!camera.node_)
+        return;
+    camera.node_->set_gone();
+    camera.node_.reset();
+    const std::lock_guard lock(camera.camera_->mutex());
+    camera.is_plugged_ = false;
+    camera.camera_->observers().tell(&UsbObserver::left, reason);
 }
 
 void Bed::State::unlist(PluggedCamera& camera)
 {
     if (!std::exchange(camera.listed_, false))
         return;
-    for (unsigned number = 0; number < kInterfaceCount; ++number)
-        umockdev_testbed_remove_device(testbed, interface_path(camera.place_, number).c_str());
-    const std::string path = sysfs_path(camera.place_);
-    {
-        const files::Descriptor lock = lock_events(folder);
-        umockdev_testbed_uevent(testbed, path.c_str(), "remove");
-    }
-    umockdev_testbed_remove_device(testbed, path.c_str());
-    std::error_code ignored;
-    std::filesystem::remove(folder + node_path(camera.place_), ignored);
+    hubs[camera.place_.bus]->set_connected(camera.place_.port, false);
+    tree.remove(camera.place_);
     unregister_node(camera.place_.bus, camera.place_.address);
+}
+
+void Bed::State::take_away(PluggedCamera& camera, Announce announce)
+{
+    const bool is_told = announce == Announce::kYes;
+    detach(camera, is_told ? Departure::kUnplugged : Departure::kUnpluggedSilently);
+    if (is_told)
+        unlist(camera);
 }
 
 // A camera that went unannounced holds its port: sysfs still shows it there.
@@ -360,63 +229,48 @@ void Bed::State::come_back(PluggedCamera& camera, Departure reason, unsigned por
 // Called under the camera's mutex, by whichever thread made the transfer.
 void Bed::State::request(PluggedCamera& camera, unsigned address, BusEvent event)
 {
-    const std::lock_guard lock(task_mutex);
-    const bool known = std::any_of(tasks.begin(), tasks.end(), [&](const Task& task) {
-        return task.camera == &camera && task.address == address && task.event == event;
-    });
-    if (known)
-        return;
-    const auto delay = event == BusEvent::kRestart ? kRestartDelay : std::chrono::milliseconds(0);
-    tasks.push_back({&camera, event, address, std::chrono::steady_clock::now() + delay});
-    task_change.notify_all();
+    alarms.set(event == BusEvent::kRestart ? kRestartDelay_us : 0, Alarms::Passes::kAtOnce,
+               [this, &camera, address, event](uint64_t) { perform(camera, address, event); });
 }
 
-void Bed::State::work()
-{
-    std::unique_lock lock(task_mutex);
-    for (;;) {
-        task_change.wait(lock, [this] { return stopping || !tasks.empty(); });
-        if (stopping)
-            return;
-        const Task task = tasks.front();
-        task_change.wait_until(lock, task.due, [this] { return stopping; });
-        lock.unlock();
-        perform(task);
-        lock.lock();
-        tasks.pop_front();
-        task_change.notify_all();
-    }
-}
-
-void Bed::State::perform(const Task& task)
+// `address`: that the camera had when it was asked for.
+void Bed::State::perform(PluggedCamera& camera, unsigned address, BusEvent event)
 {
     const std::lock_guard lock(mutex);
-    PluggedCamera& camera = *task.camera;
-    if (task.event == BusEvent::kReplug) {
+    if (event == BusEvent::kReplug) {
         const unsigned port = camera.place_.port; // where another one may be by now, which keeps it
         if (!camera.node_ && port != 0 && !is_taken(camera, port))
             come_back(camera, Departure::kUnplugged, port);
         return;
     }
-    if (!camera.node_ || camera.place_.address != task.address)
+    if (!camera.node_ || camera.place_.address != address)
         return; // it has come back since
-    if (task.event == BusEvent::kRestart) {
-        if (!camera.node_->is_gone()) // it may have been unplugged before its time came
-            come_back(camera, Departure::kRestart, camera.place_.port);
-        return;
+    if (event != BusEvent::kRestart) {
+        take_away(camera, event == BusEvent::kUnplugAnnounced ? Announce::kYes : Announce::kNo);
+    } else if (!camera.node_->is_gone()) { // it may have been unplugged before its time came
+        come_back(camera, Departure::kRestart, camera.place_.port);
     }
-    detach(camera, task.event == BusEvent::kUnplugAnnounced ? Departure::kUnplugged
-                                                            : Departure::kUnpluggedSilently);
-    if (task.event == BusEvent::kUnplugAnnounced)
-        unlist(camera);
 }
 
-void Bed::State::set_faults(PluggedCamera& camera, unsigned position, const FaultPlan& plan)
+void Bed::State::clear_faults(PluggedCamera& camera)
 {
     UsbCamera& usb = *camera.camera_;
     const std::lock_guard lock(usb.mutex());
+    usb.set_fault({});
+    usb.set_answer_fault({});
+    usb.stream().set_fault({});
+    usb.controller().set_rom_fault({});
+    camera.faults_.reset();
+}
+
+// Under the camera's mutex.
+std::shared_ptr<FaultEngine> Bed::State::engine_of(PluggedCamera& camera, unsigned position)
+{
+    if (camera.faults_)
+        return camera.faults_;
+    UsbCamera& usb = *camera.camera_;
     const auto engine = std::make_shared<FaultEngine>(
-        plan, position, usb.serial(), clock,
+        position, usb.serial(), clock,
         FaultEngine::Bench{
             .cut_power = [&usb] { usb.controller().power_cut(); },
             .replug_after = [this, &camera](uint64_t delay_us) { replug_after(camera, delay_us); },
@@ -430,8 +284,14 @@ void Bed::State::set_faults(PluggedCamera& camera, unsigned position, const Faul
     usb.stream().set_fault([engine](uint64_t) { return engine->on_frame(); });
     usb.controller().set_rom_fault(
         [engine](const RomAccess& access) { return engine->on_rom_access(access); });
-    camera.faults_ = engine;
-    for (const uint64_t delay_us : engine->delays_us()) {
+    return camera.faults_ = engine;
+}
+
+void Bed::State::add_faults(PluggedCamera& camera, unsigned position, const FaultPlan& more)
+{
+    const std::lock_guard lock(camera.camera_->mutex());
+    const std::shared_ptr<FaultEngine> engine = engine_of(camera, position);
+    for (const uint64_t delay_us : engine->add(more)) {
         alarms.set(delay_us, Alarms::Passes::kOnTheClock,
                    [this, &camera, planned = std::weak_ptr(engine)](uint64_t) {
                        strike_by_clock(camera, planned);
@@ -453,10 +313,7 @@ void Bed::State::strike_by_clock(PluggedCamera& camera, const std::weak_ptr<Faul
             return;
         camera.node_->set_gone();
     }
-    detach(camera, fault.kind == Fault::Kind::kUnplugAnnounced ? Departure::kUnplugged
-                                                               : Departure::kUnpluggedSilently);
-    if (fault.kind == Fault::Kind::kUnplugAnnounced)
-        unlist(camera);
+    take_away(camera, fault.kind == Fault::Kind::kUnplugAnnounced ? Announce::kYes : Announce::kNo);
 }
 
 // Called under the camera's mutex. The transfer that was hit has told of the unplug before the
@@ -491,7 +348,6 @@ PluggedCamera& Bed::plug(const CameraModel& model, PlugOptions options)
         const std::string number = std::to_string(state_->cameras.size() + 1);
         options.serial = "SIM" + std::string(5 - number.size(), '0') + number;
     }
-    state_->add_root_hub(options.bus);
     auto camera = std::make_shared<UsbCamera>(model, state_->clock, options.serial, options.rom);
     auto& plugged = *state_->cameras.emplace_back(
         new PluggedCamera(std::move(camera), state_->free_place(options.bus)));
@@ -503,23 +359,19 @@ PluggedCamera& Bed::plug(const CameraModel& model, PlugOptions options)
 void Bed::unplug(PluggedCamera& camera, Announce announce)
 {
     const std::lock_guard lock(state_->mutex);
-    state_->detach(
-        camera, announce == Announce::kYes ? Departure::kUnplugged : Departure::kUnpluggedSilently);
-    if (announce == Announce::kYes)
-        state_->unlist(camera);
+    state_->take_away(camera, announce);
 }
 
 void Bed::power_cut(PluggedCamera& camera, Announce announce)
 {
     const std::lock_guard lock(state_->mutex);
-    state_->detach(
-        camera, announce == Announce::kYes ? Departure::kUnplugged : Departure::kUnpluggedSilently);
     {
         const std::lock_guard camera_lock(camera.camera_->mutex());
+        if (camera.node_)
+            camera.node_->set_gone();
         camera.camera_->controller().power_cut();
     }
-    if (announce == Announce::kYes)
-        state_->unlist(camera);
+    state_->take_away(camera, announce);
 }
 
 void Bed::retire(PluggedCamera& camera)
@@ -534,6 +386,17 @@ void Bed::retire(PluggedCamera& camera)
 
 void Bed::set_faults(const FaultPlan& plan)
 {
+    {
+        const std::lock_guard lock(state_->mutex);
+        for (const auto& camera : state_->cameras)
+            state_->clear_faults(*camera);
+        state_->plan.clear();
+    }
+    add_faults(plan);
+}
+
+void Bed::add_faults(const FaultPlan& plan)
+{
     const std::lock_guard lock(state_->mutex);
     for (const PlannedFault& fault : plan) {
         const Trigger& when = fault.when;
@@ -547,7 +410,14 @@ void Bed::set_faults(const FaultPlan& plan)
     }
     unsigned position = 0;
     for (const auto& camera : state_->cameras)
-        state_->set_faults(*camera, ++position, plan);
+        state_->add_faults(*camera, ++position, plan);
+    state_->plan.insert(state_->plan.end(), plan.begin(), plan.end());
+}
+
+FaultPlan Bed::faults()
+{
+    const std::lock_guard lock(state_->mutex);
+    return state_->plan;
 }
 
 std::vector<uint64_t> Bed::fault_strikes()
@@ -574,11 +444,47 @@ void Bed::replug(PluggedCamera& camera, std::optional<unsigned> port)
     state_->come_back(camera, Departure::kUnplugged, wanted);
 }
 
+void Bed::make_video_fast()
+{
+    const std::lock_guard lock(state_->mutex);
+    state_->video_is_fast = true;
+    for (const auto& camera : state_->cameras) {
+        if (camera->node_)
+            camera->node_->make_video_fast();
+    }
+}
+
+void Bed::sleep(uint64_t duration_us)
+{
+    Clock& clock = state_->clock;
+    const uint64_t end_us = clock.now_us() + duration_us;
+    for (;;) {
+        std::shared_ptr<UsbfsNode> next;
+        uint64_t next_us = end_us;
+        {
+            const std::lock_guard lock(state_->mutex);
+            for (const auto& camera : state_->cameras) {
+                const auto due_us =
+                    camera->node_ ? camera->node_->fast_frame_due_us() : std::nullopt;
+                if (due_us && *due_us <= next_us) {
+                    next = camera->node_;
+                    next_us = *due_us;
+                }
+            }
+        }
+        if (!next)
+            break;
+        next->bring_fast_frame();
+        settle();
+    }
+    const uint64_t now_us = clock.now_us();
+    clock.advance_us(end_us > now_us ? end_us - now_us : 0);
+    settle();
+}
+
 void Bed::settle()
 {
-    state_->alarms.run_due();
-    std::unique_lock lock(state_->task_mutex);
-    state_->task_change.wait(lock, [this] { return state_->tasks.empty(); });
+    state_->alarms.settle();
 }
 
 void Bed::set_usbfs_memory(unsigned mebibytes)
@@ -586,14 +492,12 @@ void Bed::set_usbfs_memory(unsigned mebibytes)
     constexpr uint64_t kMebibyte = 1u << 20;
     const std::lock_guard lock(state_->mutex);
     state_->memory = std::make_shared<UsbfsMemory>(mebibytes * kMebibyte);
-    const std::filesystem::path parameters = state_->folder + "/sys/module/usbcore/parameters";
-    std::filesystem::create_directories(parameters);
-    std::ofstream(parameters / "usbfs_memory_mb") << mebibytes << "\n";
+    state_->tree.show_usbfs_memory(mebibytes);
 }
 
 const std::string& Bed::folder() const
 {
-    return state_->folder;
+    return state_->tree.folder();
 }
 
 void Bed::settle_active()

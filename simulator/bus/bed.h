@@ -15,6 +15,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace sim {
@@ -42,44 +43,36 @@ private:
 /// A camera on a bed, plugged in or not. Its owner is the bed. Thread-safe.
 class PluggedCamera {
 public:
+    /// Its USB face: transfers, faults, video.
+    Locked<UsbCamera> usb() { return {*camera_, camera_->mutex()}; }
     Locked<Controller> controller() { return {camera_->controller(), camera_->mutex()}; }
-    const CameraModel& model() { return camera_->controller().model(); }
+    const CameraModel& model() { return camera_->controller().model; }
     const std::string& serial() const { return camera_->serial(); }
     unsigned bus() const { return place_.bus; }
-    unsigned port() const;
+    unsigned port() const { return place().port; }
     /// Changes with every re-plug and restart.
-    unsigned address() const;
+    unsigned address() const { return place().address; }
     bool is_plugged() const;
+
+    // What most tests want of usb().
+    std::vector<Transfer> transfers() { return usb()->transfers(); }
+    void clear_transfers() { usb()->clear_transfers(); }
+    void set_tracing(bool on) { usb()->set_tracing(on); }
+    void set_fault(FaultHook hook) { usb()->set_fault(std::move(hook)); }
+    void set_frame_fault(FrameFaultHook hook) { usb()->stream().set_fault(std::move(hook)); }
+    void set_pacing(Pacing pacing) { usb()->stream().set_pacing(pacing); }
+    StreamState stream() { return usb()->stream().state(); }
 
     /// A control transfer without a host in between: bytes moved, or a negative errno. For
     /// transfers that the camera answers at once; what only a host could bear ends with -EIO.
     int control(const Setup& setup, std::span<uint8_t> data);
-    /// Every control transfer since the last clear, oldest first.
-    std::vector<Transfer> transfers();
-    void clear_transfers();
-    void set_tracing(bool on);
-    /// Replaces the hook and counts transfers from 0 again; an empty one ends all faults.
-    void set_fault(FaultHook hook);
-
-    /// Whether it streams, and how many frames it has sent and dropped.
-    StreamState stream();
-    /// What host and camera have agreed on; nothing before a commit.
-    std::optional<StreamFormat> stream_format();
-    /// The standard controls as they are now.
-    VideoControls video_controls();
-    /// The same as set_fault(), for frames.
-    void set_frame_fault(FrameFaultHook hook);
-    /// From the next stream on.
-    void set_pacing(Pacing pacing);
     /// Is told at once that the camera is there, if it is. It must outlive the bed, or be removed.
     void add_observer(UsbObserver& observer);
-    void remove_observer(UsbObserver& observer);
 
 private:
     friend class Bed;
     PluggedCamera(std::shared_ptr<UsbCamera> camera, const Place& place);
-    void arrived();
-    void left(Departure reason);
+    Place place() const;
 
     std::shared_ptr<UsbCamera> camera_;
     mutable std::mutex place_mutex_;
@@ -101,7 +94,8 @@ public:
     Bed(const Bed&) = delete;
     Bed& operator=(const Bed&) = delete;
 
-    /// Throws std::invalid_argument for an unusable bus or serial number, or a full bus.
+    /// Where the bus is full, the next one takes the camera. Throws std::invalid_argument for an
+    /// unusable bus or serial number, or when all are full.
     PluggedCamera& plug(const CameraModel& model, PlugOptions options = {});
     /// Takes the camera away; unannounced, only its users notice. Announcing it later is allowed.
     void unplug(PluggedCamera& camera, Announce announce = Announce::kYes);
@@ -113,11 +107,20 @@ public:
     void replug(PluggedCamera& camera, std::optional<unsigned> port = std::nullopt);
     /// Takes the camera away for good, and its port is free. The object stays until the bed goes.
     void retire(PluggedCamera& camera);
-    /// From now on these things go wrong, instead of all that was planned before, by set_fault() or
-    /// by set_frame_fault(). Throws std::invalid_argument for a camera that is not on the bed.
+    /// From now on these things go wrong, instead of all that was planned before, by set_fault() of
+    /// the camera or of its stream. Throws std::invalid_argument for a camera that is not on the
+    /// bed.
     void set_faults(const FaultPlan& plan);
-    /// How often each fault of the plan has struck, over all cameras.
+    /// These, too. Their times and numbers count from now.
+    void add_faults(const FaultPlan& plan);
+    FaultPlan faults();
+    /// How often each of them has struck, over all cameras.
     std::vector<uint64_t> fault_strikes();
+    /// From now on video comes as fast as the host takes it, or while it sleeps by sleep(), so that
+    /// the bed's clock and the video agree.
+    void make_video_fast();
+    /// A host sleeps: time passes, and what is due meanwhile happens.
+    void sleep(uint64_t duration_us);
     /// Waits until restarts and unplugs that are under way have happened.
     void settle();
 

@@ -12,15 +12,6 @@ struct usbdevfs_urb;
 
 namespace sim {
 
-/// The way to the node's Usbfs: a call in the same process, or a socket. Closing is synchronous.
-class Channel {
-public:
-    virtual ~Channel() = default;
-    virtual Reply call(Request&& request) = 0;
-    /// Borrowed; writable while a finished URB waits.
-    virtual int ready_fd() const = 0;
-};
-
 /// One opened node as the program sees it: turns ioctls on the program's memory into requests
 /// and replies into what the kernel would have written. Thread-safe.
 class IoctlSession {

@@ -9,6 +9,7 @@ namespace sim {
 /// Largest buffer of one transfer, and so of one message.
 inline constexpr uint32_t kMaxUrbBytes = 16u << 20;
 inline constexpr uint32_t kMaxIsoPackets = 128;
+inline constexpr uint32_t kHighSpeed = 3; ///< as Linux numbers the speeds
 
 /// Requests beside the ioctls. They are never valid ioctl codes of usbfs.
 enum : uint32_t { kOpenNode = 1, kCloseNode = 2, kAdvanceClock = 3 };
@@ -58,6 +59,16 @@ struct Reply {
 
     /// 0 or a negative errno, and nothing else.
     static Reply result(int status) { return {.header = {.result = status}, .payload = {}}; }
+    static Reply number(uint32_t value) { return {.header = {.value = value}, .payload = {}}; }
+};
+
+/// An opened node: a call in the same process, or a socket. Closing is synchronous.
+class Channel {
+public:
+    virtual ~Channel() = default;
+    virtual Reply call(Request&& request) = 0;
+    /// Borrowed; writable while a finished URB waits.
+    virtual int ready_fd() const = 0;
 };
 
 } // namespace sim

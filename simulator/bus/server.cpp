@@ -27,17 +27,19 @@ files::Descriptor listen_in(const std::string& folder)
 
 } // namespace
 
-Server::Server(Bed& bed, VirtualClock* clock)
+Server::Server(Bed& bed, bool is_fast)
     : bed_(bed),
-      clock_(clock),
+      is_fast_(is_fast),
       clients_(listen_in(bed.folder()), [this](int socket) { talk(socket); })
 {
+    if (is_fast)
+        bed.make_video_fast();
 }
 
 void Server::talk(int socket)
 {
     prctl(PR_SET_TIMERSLACK, 1UL); // a transfer takes microseconds; the usual slack is 50 of them
-    std::unique_ptr<UsbfsFile> file;
+    std::unique_ptr<Channel> file;
     Request request;
     while (receive_request(socket, request)) {
         const uint32_t code = request.header.code;
@@ -49,36 +51,31 @@ void Server::talk(int socket)
     }
 }
 
-Reply Server::answer(Request&& request, std::unique_ptr<UsbfsFile>& file)
+Reply Server::answer(Request&& request, std::unique_ptr<Channel>& file)
 {
     switch (request.header.code) {
         case kOpenNode:
-            return open_node(request.header, file);
+            return open(request.header, file);
         case kCloseNode:
             file.reset();
             return Reply::result(0);
         case kAdvanceClock:
-            if (clock_ != nullptr) {
-                clock_->advance_us(request.header.first);
-                bed_.settle();
-            }
+            if (is_fast_)
+                bed_.sleep(request.header.first);
             return Reply::result(0);
         default:
             return file ? file->call(std::move(request)) : Reply::result(-EBADF);
     }
 }
 
-Reply Server::open_node(const RequestHeader& header, std::unique_ptr<UsbfsFile>& file)
+Reply Server::open(const RequestHeader& header, std::unique_ptr<Channel>& file)
 {
-    const std::shared_ptr<UsbfsNode> node = find_node(header.first, header.second);
-    if (!node || file)
+    if (file || !(file = open_node(header.first, header.second)))
         return Reply::result(-ENODEV);
-    file = node->open();
-    if (file->ready_fd() < 0) {
-        file.reset();
-        return Reply::result(-EMFILE);
-    }
-    return Reply::result(0);
+    if (file->ready_fd() >= 0)
+        return Reply::result(0);
+    file.reset();
+    return Reply::result(-EMFILE);
 }
 
 } // namespace sim

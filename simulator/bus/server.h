@@ -12,17 +12,17 @@ namespace sim {
 /// connection. A client that dies takes its claims and URBs with it.
 class Server {
 public:
-    /// `clock`: advanced when a client sleeps; nullptr when the cameras run in real time. Throws
+    /// `is_fast`: the bed's clock is virtual, and advanced when a client sleeps. Throws
     /// std::runtime_error when it cannot listen in the bed's folder.
-    Server(Bed& bed, VirtualClock* clock);
+    Server(Bed& bed, bool is_fast);
 
 private:
     void talk(int socket);
-    Reply answer(Request&& request, std::unique_ptr<UsbfsFile>& file);
-    Reply open_node(const RequestHeader& header, std::unique_ptr<UsbfsFile>& file);
+    Reply answer(Request&& request, std::unique_ptr<Channel>& file);
+    static Reply open(const RequestHeader& header, std::unique_ptr<Channel>& file);
 
     Bed& bed_;
-    VirtualClock* clock_;
+    bool is_fast_;
     PeerServer clients_; ///< last: its threads use the others
 };
 

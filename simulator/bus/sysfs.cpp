@@ -12,16 +12,6 @@ namespace sim {
 
 namespace {
 
-// clang-format off
-constexpr uint8_t kHubDescriptors[] = {
-    0x12, 0x01, 0x00, 0x02, 0x09, 0x00, 0x01, 0x40, 0x6b, 0x1d, 0x02, 0x00, 0x01, 0x00,
-    0x00, 0x00, 0x00, 0x01,
-    0x09, 0x02, 0x19, 0x00, 0x01, 0x01, 0x00, 0xe0, 0x00,
-    0x09, 0x04, 0x00, 0x00, 0x01, 0x09, 0x00, 0x00, 0x00,
-    0x07, 0x05, 0x81, 0x03, 0x04, 0x00, 0x0c,
-};
-// clang-format on
-
 // The values of attribute files end with a line feed, written as an escape.
 std::string attribute(const char* name, const std::string& value)
 {
@@ -97,9 +87,11 @@ std::string interface_entry(const std::string& device_path, const std::string& n
 std::string root_hub_entry(unsigned bus)
 {
     const std::string path = text::format("/devices/usb%u", bus);
-    return common_entry(path, {bus, 0, 1}, kHubDescriptors) +
-           attribute("maxchild", text::format("%u", kPortsPerBus)) +
-           attribute("manufacturer", "NYXUS Simulator") + attribute("product", "Root hub") + "\n";
+    constexpr auto kInterface = std::span(kHubDescriptors).subspan<27, 9>();
+    return common_entry(path, {bus, 0, kHubAddress}, kHubDescriptors) +
+           attribute("maxchild", text::format("%u", kPortsPerBus)) + attribute("devpath", "0") +
+           attribute("manufacturer", kManufacturer) + attribute("product", kHubProduct) + "\n" +
+           interface_entry(path, text::format("%u-0:1.0", bus), kInterface);
 }
 
 std::string camera_entry(UsbCamera& camera, const Place& place)
@@ -113,7 +105,7 @@ std::string camera_entry(UsbCamera& camera, const Place& place)
     entry += attribute("serial", camera.usb_serial()) + "\n";
     for (unsigned number = 0; number < kInterfaceCount; ++number) {
         entry += interface_entry(path, interface_name(place, number),
-                                 interface_descriptor(camera.controller().model(), number));
+                                 interface_descriptor(camera.controller().model, number));
     }
     return entry;
 }
@@ -135,8 +127,8 @@ std::string node_path(const Place& place)
 
 std::vector<uint8_t> node_contents(UsbCamera& camera)
 {
-    std::vector<uint8_t> bytes = device_descriptor(camera.controller().model());
-    const auto configuration = configuration_descriptor(camera.controller().model());
+    std::vector<uint8_t> bytes = device_descriptor(camera.controller().model);
+    const auto configuration = configuration_descriptor(camera.controller().model);
     bytes.insert(bytes.end(), configuration.begin(), configuration.end());
     return bytes;
 }

@@ -3,7 +3,10 @@
 
 #include "usb/usb_camera.h"
 
+#include <array>
+#include <cstdint>
 #include <string>
+#include <vector>
 
 namespace sim {
 
@@ -15,6 +18,19 @@ struct Place {
 };
 inline constexpr unsigned kPortsPerBus = 15;
 inline constexpr unsigned kHighestAddress = 127;
+inline constexpr unsigned kHubAddress = 1;
+
+// clang-format off
+/// A root hub's device descriptor, and its configuration's.
+inline constexpr std::array<uint8_t, 43> kHubDescriptors = {
+    0x12, 0x01, 0x00, 0x02, 0x09, 0x00, 0x01, 0x40, 0x6b, 0x1d, 0x02, 0x00, 0x01, 0x00,
+    0x02, 0x01, 0x00, 0x01,
+    0x09, 0x02, 0x19, 0x00, 0x01, 0x01, 0x00, 0xe0, 0x00,
+    0x09, 0x04, 0x00, 0x00, 0x01, 0x09, 0x00, 0x00, 0x00,
+    0x07, 0x05, 0x81, 0x03, 0x04, 0x00, 0x0c,
+};
+// clang-format on
+inline constexpr char kHubProduct[] = "Root hub";
 
 /// Entries as the bed wants to hear them.
 std::string root_hub_entry(unsigned bus);

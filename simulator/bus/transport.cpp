@@ -3,6 +3,8 @@
 
 #include "files/parts.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
@@ -163,9 +165,23 @@ bool receive_reply(int socket, Reply& reply, files::Descriptor* passed)
     return receive(socket, reply, kMaxReplyPayload, passed);
 }
 
+std::string loaded_mark(const std::string& bed_folder)
+{
+    return bed_folder + "/nyxus-sim.loaded";
+}
+
 std::string socket_path(const std::string& bed_folder)
 {
     return bed_folder + "/nyxus-sim.sock";
+}
+
+files::Descriptor lock_events(const std::string& bed)
+{
+    files::Descriptor lock(
+        open((bed + "/events.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    while (lock && flock(lock.get(), LOCK_EX) != 0 && errno == EINTR) {
+    }
+    return lock;
 }
 
 } // namespace sim

@@ -17,7 +17,14 @@ bool send_reply(int socket, const Reply& reply, int passed_fd = -1);
 /// `passed`: takes the descriptor that comes with it, if there is one.
 bool receive_reply(int socket, Reply& reply, files::Descriptor* passed = nullptr);
 
+/// Made by the client library in whatever program loads it.
+std::string loaded_mark(const std::string& bed_folder);
+
 /// Where the server of a bed listens.
 std::string socket_path(const std::string& bed_folder);
+
+/// While the lock lives, nobody else opens or names an event socket of that bed, in whatever
+/// process. Without the bed's folder it locks nothing.
+files::Descriptor lock_events(const std::string& bed);
 
 } // namespace sim

@@ -18,15 +18,7 @@ namespace {
 constexpr uint32_t kCapabilities =
     USBDEVFS_CAP_ZERO_PACKET | USBDEVFS_CAP_BULK_CONTINUATION | USBDEVFS_CAP_NO_PACKET_SIZE_LIM |
     USBDEVFS_CAP_BULK_SCATTER_GATHER | USBDEVFS_CAP_REAP_AFTER_DISCONNECT;
-constexpr uint32_t kHighSpeed = 3;
 constexpr size_t kMaxUrbsInFlight = 4096;
-
-Reply value(uint32_t number)
-{
-    Reply reply;
-    reply.header.value = number;
-    return reply;
-}
 
 Setup interface_request(uint32_t interface, uint32_t setting)
 {
@@ -124,11 +116,11 @@ Reply UsbfsFile::dispatch(Request&& request)
     const RequestHeader& header = request.header;
     switch (header.code) {
         case USBDEVFS_GET_CAPABILITIES:
-            return value(kCapabilities);
+            return Reply::number(kCapabilities);
         case USBDEVFS_GET_SPEED:
-            return value(kHighSpeed);
+            return Reply::number(kHighSpeed);
         case USBDEVFS_CONNECTINFO:
-            return value(node_->address_);
+            return Reply::number(node_->address_);
         case USBDEVFS_DISCONNECT_CLAIM:
             return Reply::result(take_from_driver(header.first, header.second));
         case USBDEVFS_CLAIMINTERFACE:
@@ -258,8 +250,7 @@ int UsbfsFile::clear_halt(uint32_t endpoint)
                   .value = kEndpointHalt,
                   .index = static_cast<uint16_t>(endpoint)},
                  0);
-    if (endpoint == kVideoEndpoint)
-        camera_.stream().stop();
+    camera_.set_halted(static_cast<uint16_t>(endpoint), false);
     return 0;
 }
 
@@ -361,6 +352,12 @@ int UsbfsFile::submit_to_endpoint(Urb&& urb, const Request& request)
         return -EINVAL;
     if (!packet_bytes.empty())
         std::memcpy(packet_bytes.data(), request.payload.data(), request.payload.size());
+    if (camera_.is_halted(urb.endpoint) && !camera_.stream().state().streaming) {
+        tell(&UsbObserver::submitted, urb);
+        urb.status = -EPIPE;
+        finish(std::move(urb));
+        return 0;
+    }
     if (urb.endpoint == kVideoEndpoint)
         return submit_video(std::move(urb), packet_bytes);
     // Linux takes a bulk URB for an interrupt endpoint, but nothing else that does not fit.

@@ -10,6 +10,7 @@
 #include "usb/usb_camera.h"
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -44,6 +45,13 @@ public:
     void set_memory(std::shared_ptr<UsbfsMemory> memory);
     /// The kernel's video driver has the camera, until a program takes it away.
     void add_driver();
+    /// Frames come as fast as the host takes them, or while it sleeps; each takes its time on the
+    /// camera's clock, which is not the machine's.
+    void make_video_fast() { video_is_fast_ = true; }
+    /// When the next of these is due, on that clock.
+    std::optional<uint64_t> fast_frame_due_us();
+    /// It comes while the host sleeps, which has taken those before, or has had its time to.
+    void bring_fast_frame();
     /// The camera is off the bus: pending URBs end with ESHUTDOWN, everything else is ENODEV.
     void set_gone();
     bool is_gone();
@@ -51,7 +59,8 @@ public:
 private:
     friend class UsbfsFile;
     bool has_room_for_frame() const;
-    std::optional<FramePump::Time> frame_due() const;
+    std::optional<FramePump::Time> frame_due();
+    bool has_taken_all() const;
     void carry_frame();
     void await_late_answer(uint64_t due_us);
     bool bind_driver(uint32_t interface);
@@ -64,6 +73,10 @@ private:
     Alarms& alarms_;
     bool gone_ = false;
     ReadySignal gone_signal_;
+    std::atomic<bool> video_is_fast_ = false;
+    std::optional<uint64_t> next_frame_us_; ///< fast video
+    FramePump::Time host_slept_;            ///< the same
+    bool host_is_slow_ = false;             ///< the same
     std::array<UsbfsFile*, kInterfaceCount> owners_{};
     bool has_driver_ = false;
     std::array<bool, kInterfaceCount> driver_has_{};
@@ -72,16 +85,16 @@ private:
 };
 
 /// One opened node. Destroying it drops its claims and its URBs, as close() does.
-class UsbfsFile {
+class UsbfsFile final : public Channel {
 public:
     explicit UsbfsFile(std::shared_ptr<UsbfsNode> node);
-    ~UsbfsFile();
+    ~UsbfsFile() override;
     UsbfsFile(const UsbfsFile&) = delete;
     UsbfsFile& operator=(const UsbfsFile&) = delete;
 
-    Reply call(Request&& request);
+    Reply call(Request&& request) override;
     bool is_gone() const { return node_->is_gone(); }
-    int ready_fd() const { return ready_.fd(); }
+    int ready_fd() const override { return ready_.fd(); }
     /// Borrowed; writable once the camera is off the bus.
     int gone_fd() const { return node_->gone_signal_.fd(); }
 

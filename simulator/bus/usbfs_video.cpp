@@ -7,8 +7,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <functional>
 #include <numeric>
+#include <thread>
 #include <utility>
 
 namespace sim {
@@ -26,9 +28,54 @@ bool UsbfsNode::has_room_for_frame() const
     return host != nullptr && !camera_->stream().has_data() && host->has_room_for_frame();
 }
 
-std::optional<FramePump::Time> UsbfsNode::frame_due() const
+// A host that sleeps now and then gets its frames then, and only then.
+constexpr auto kHostIsAwake = std::chrono::milliseconds(50);
+
+std::optional<uint64_t> UsbfsNode::fast_frame_due_us()
+{
+    constexpr uint32_t kUsualFirstFrameMs = 300;
+    const std::lock_guard lock(camera_->mutex());
+    if (!video_is_fast_ || gone_ || !camera_->stream().state().streaming) {
+        next_frame_us_.reset();
+    } else if (!next_frame_us_) {
+        const auto first_ms = camera_->controller().model.first_frame_ms;
+        next_frame_us_ =
+            camera_->clock().now_us() + uint64_t{first_ms.value_or(kUsualFirstFrameMs)} * 1000;
+        host_slept_ = std::chrono::steady_clock::now();
+    }
+    return next_frame_us_;
+}
+
+bool UsbfsNode::has_taken_all() const
+{
+    const UsbfsFile* host = owners_[kVideoInterface];
+    return host != nullptr && host->finished_.empty() && has_room_for_frame();
+}
+
+// Who has not taken a frame in all that time is not waited for until it takes one.
+void UsbfsNode::bring_fast_frame()
+{
+    constexpr int kMostGlances = 5000;
+    constexpr auto kGlance = std::chrono::microseconds(200);
+    std::unique_lock lock(camera_->mutex());
+    const int most = host_is_slow_ ? 1 : kMostGlances;
+    for (int glance = 0; glance < most && !gone_ && !has_taken_all(); ++glance) {
+        host_slept_ = std::chrono::steady_clock::now();
+        lock.unlock();
+        std::this_thread::sleep_for(kGlance);
+        lock.lock();
+    }
+    host_is_slow_ = !has_taken_all();
+    if (fast_frame_due_us())
+        carry_frame();
+    host_slept_ = std::chrono::steady_clock::now();
+}
+
+std::optional<FramePump::Time> UsbfsNode::frame_due()
 {
     const VideoStream& stream = camera_->stream();
+    if (fast_frame_due_us())
+        return has_room_for_frame() ? std::optional(host_slept_ + kHostIsAwake) : std::nullopt;
     if (gone_ || (!stream.is_paced() && !has_room_for_frame()))
         return std::nullopt;
     return stream.due();
@@ -37,6 +84,12 @@ std::optional<FramePump::Time> UsbfsNode::frame_due() const
 void UsbfsNode::carry_frame()
 {
     VideoStream& stream = camera_->stream();
+    if (const std::optional<uint64_t> due_us = fast_frame_due_us()) {
+        constexpr uint32_t kPerUs = 10;
+        const uint64_t now_us = camera_->clock().now_us();
+        camera_->clock().advance_us(*due_us > now_us ? *due_us - now_us : 0);
+        next_frame_us_ = *due_us + stream.format()->interval_100ns / kPerUs;
+    }
     if (!has_room_for_frame()) {
         stream.drop_frame();
         return;
@@ -74,7 +127,7 @@ bool UsbfsFile::has_room_for_frame() const
 
 int UsbfsFile::submit_video(Urb&& urb, std::span<const uint32_t> packet_bytes)
 {
-    const bool isochronous = camera_.controller().model().streams_isochronously;
+    const bool isochronous = camera_.controller().model.streams_isochronously;
     if (isochronous && camera_.video_setting() == 0)
         return -ENOENT; // setting 0 has no endpoint
     const int type = isochronous ? USBDEVFS_URB_TYPE_ISO : USBDEVFS_URB_TYPE_BULK;

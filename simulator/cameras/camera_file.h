@@ -2,7 +2,7 @@
 #pragma once
 
 #include "chip/model.h"
-#include "description/error.h"
+#include "description/kinds.h"
 #include "faults/fault_plan.h"
 
 #include <string>

@@ -19,7 +19,7 @@ constexpr uint8_t kShortBlockErase = 0x52; // this opcode erases 32 KiB, all oth
 constexpr std::string_view kXuPrefix[] = {"XU", "FF"};
 constexpr std::string_view kVideo[] = {"bulk", "isochronous"};
 constexpr std::string_view kPixels[] = {"YUYV", "MJPEG"};
-constexpr std::string_view kWriteProtect[] = {"control", "gpio0"};
+constexpr std::string_view kWriteProtectWays[] = {"control", "gpio0"};
 
 int64_t number(const Value& value)
 {
@@ -60,7 +60,7 @@ void set_sizes(FrameFormat& format, const Value& value)
 
 void set_write_protect(CameraModel& model, const Value& value)
 {
-    const bool gpio0 = std::get<std::string>(value) == kWriteProtect[1];
+    const bool gpio0 = std::get<std::string>(value) == kWriteProtectWays[1];
     const bool spi = model.rom_kind == RomKind::kSpiFlash;
     model.gpio0_is_wp = gpio0 && spi;
     model.gpio0_protects_eeprom = gpio0 && !spi;
@@ -70,7 +70,7 @@ Value default_write_protect(const CameraModel& model)
 {
     const bool older =
         !model.has_xu_version || !model.has_memory_extension || model.selects_every_block;
-    return std::string(kWriteProtect[older && model.rom_kind == RomKind::kSpiFlash ? 1 : 0]);
+    return std::string(kWriteProtectWays[older && model.rom_kind == RomKind::kSpiFlash ? 1 : 0]);
 }
 
 Value default_size_byte(const CameraModel& model)
@@ -184,7 +184,7 @@ std::span<const Field<CameraModel>> camera_fields()
         {"eeprom", PartOrTable{"eeprom"}, Absent{"none; then there is a 'flash'"},
          "The ROM is an I2C EEPROM: the name of a part ('nyxus-sim describe --eeprom-parts'), or a "
          "table [eeprom].", nullptr},
-        {"write_protect", Choice{kWriteProtect}, Computed<M>{
+        {"write_protect", Choice{kWriteProtectWays}, Computed<M>{
             "\"gpio0\" for the flash of older firmware, else \"control\"", default_write_protect},
          "What drives the ROM's protection pin: the write-protect control, or GPIO 0. With "
          "\"gpio0\" a flash minds nothing but GPIO 0, which releases it when high; an EEPROM needs "

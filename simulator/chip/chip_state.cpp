@@ -2,7 +2,6 @@
 #include "chip_state.h"
 
 #include "firmware_image.h"
-#include "gpio.h"
 
 #include <algorithm>
 
@@ -11,6 +10,11 @@ namespace {
 
 constexpr uint16_t kClockReg = 0x0026;
 constexpr uint8_t kRestartBit = 0x10;
+
+constexpr uint16_t kGpioDataReg = 0x0020;   // one bit per pin, two bytes
+constexpr uint16_t kGpioEnableReg = 0x0022; // likewise
+constexpr uint16_t kGpio0SelectReg = 0x0029;
+constexpr uint8_t kGpio0Selected = 0x80;
 
 constexpr uint16_t kMjpegGainReg = 0x0060;
 constexpr uint8_t kDefaultMjpegGain = 16;
@@ -151,7 +155,36 @@ void ChipState::set_encoder_defaults()
     std::ranges::copy(kDefaultH264Format, xdata.begin() + kH264FormatReg);
 }
 
-void ChipState::write_register(uint16_t address, uint8_t value)
+uint8_t ChipState::reg(uint16_t address)
+{
+    settle();
+    return xdata[address];
+}
+
+bool ChipState::drives_gpio(unsigned index) const
+{
+    if (index >= kGpioCount)
+        return false;
+    // GPIO 0 shares its pin with another function and needs to be selected first.
+    if (index == 0 && (xdata[kGpio0SelectReg] & kGpio0Selected) == 0)
+        return false;
+    return (xdata[kGpioEnableReg + index / 8] & 1U << index % 8) != 0;
+}
+
+bool ChipState::gpio(unsigned index) const
+{
+    return drives_gpio(index) && (xdata[kGpioDataReg + index / 8] & 1U << index % 8) != 0;
+}
+
+void ChipState::set_rom_fault(const RomFaultHook& hook)
+{
+    if (flash)
+        flash->set_fault(hook);
+    if (eeprom)
+        eeprom->set_fault(hook);
+}
+
+void ChipState::set_reg(uint16_t address, uint8_t value)
 {
     xdata[address] = value;
     if (address == kClockReg && (value & kRestartBit) != 0)
@@ -205,7 +238,7 @@ void ChipState::set_write_protect(bool on)
 void ChipState::drive_wp_pins()
 {
     if (flash)
-        flash->set_wp_pin(model.gpio0_is_wp ? !gpio_level(xdata, 0) : write_protect);
+        flash->set_wp_pin(model.gpio0_is_wp ? !gpio(0) : write_protect);
     if (eeprom)
         eeprom->set_protected(eeprom_protected());
 }
@@ -218,7 +251,7 @@ bool ChipState::rom_is_busy()
 /// The fingerprint board pulls the EEPROM's protection pin up; only GPIO 0 can pull it down.
 bool ChipState::eeprom_protected() const
 {
-    const bool released = gpio_driven(xdata, 0) && !gpio_level(xdata, 0);
+    const bool released = drives_gpio(0) && !gpio(0);
     return write_protect || (model.gpio0_protects_eeprom && !released);
 }
 

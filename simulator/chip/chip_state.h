@@ -4,9 +4,8 @@
 #include "boot.h"
 #include "control_table.h"
 #include "eeprom.h"
-#include "i2c_master.h"
-#include "leds.h"
 #include "model.h"
+#include "peripherals.h"
 #include "spi_controller.h"
 #include "spi_flash.h"
 
@@ -16,6 +15,8 @@
 #include <vector>
 
 namespace sim {
+
+inline constexpr unsigned kGpioCount = 16;
 
 /// Everything that a probe on the board or a debugger in the controller would see.
 struct ChipState {
@@ -29,10 +30,19 @@ struct ChipState {
     /// with what it is at, and is not there to boot from meanwhile.
     void reset();
     void power_cut();
-    /// Writes one controller register with everything that hangs on it.
-    void write_register(uint16_t address, uint8_t value);
+    /// A controller register (XDATA), after what the firmware has done in the meantime.
+    uint8_t reg(uint16_t address);
+    /// Writes one with everything that hangs on it.
+    void set_reg(uint16_t address, uint8_t value);
+    /// The pin is an output; otherwise what hangs on it decides its level.
+    bool drives_gpio(unsigned index) const;
+    /// Level of a pin, 0 to 15, as the registers drive it. One that is not driven is pulled low.
+    bool gpio(unsigned index) const;
+    /// Status register of the SPI flash, 0 for EEPROM.
+    uint8_t flash_status() { return flash ? flash->status() : uint8_t{0}; }
+    /// From now on something may go wrong with the external ROM; an empty hook ends it.
+    void set_rom_fault(const RomFaultHook& hook);
     void set_write_protect(bool on);
-    /// To be called before registers are read: what the firmware has done in the meantime.
     void settle();
     /// A finger on the fingerprint board's detector; it stays there over a restart.
     void set_touch(uint8_t state);
@@ -42,11 +52,11 @@ struct ChipState {
     bool motion_alarm() const;
 
     const CameraModel model;
-    std::vector<uint8_t> rom;
+    std::vector<uint8_t> rom;      ///< the whole external one, live
     std::optional<SpiFlash> flash; ///< one of these two is fitted
     std::optional<Eeprom> eeprom;
     std::array<uint8_t, 0x10000> xdata{};
-    std::array<uint8_t, 0x10000> sensor{};
+    std::array<uint8_t, 0x10000> sensor{}; ///< image sensor, also at 0x60 on the I2C bus
     std::array<uint8_t, 0x100> mcu_data{};
     SpiController spi;
     Leds leds;
@@ -54,8 +64,8 @@ struct ChipState {
     RunningFirmware firmware;
     bool write_protect = true;
     uint16_t flash_block = 0;
-    bool restart_pending = false;
-    uint32_t sensor_resets = 0; ///< by command or by the reset pin
+    bool restart_pending = false; ///< asked for by register 0x26
+    uint32_t sensor_resets = 0;   ///< by command or by the reset pin
     uint32_t snapshot_triggers = 0;
 
 private:

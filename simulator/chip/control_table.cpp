@@ -2,205 +2,89 @@
 #include "control_table.h"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 
 namespace sim {
 namespace {
 
-// clang-format off
-constexpr Control kTableNone[] = {
-    {kFlashBlock,       2},
-    {kExtRom,          11},
-    {kFlip,             1},
-    {kMirror,           1},
-    {kReg,             11},
-    {kSensor,          11},
-    {kMcu,             11},
-    {kIntRom,          11},
-    {kHwVersion,        1},
-    {kExtRomType,       1},
-    {kSetfileVersion,  11},
-    {kWriteProtect,     1},
-    {kExtRomChecksum,  11},
-    {kSpiStatus,       11},
-    {kExtRom512,      516},
-};
+/// Generations of the firmware, by the version of the extension unit: which controls it has, and
+/// how long they are.
+enum Generation : size_t { kOlder, k0002, k0003, k0100, k0101, kGenerations };
 
-constexpr Control kTable0002[] = {
-    {kFlashBlock,       2},
-    {kExtRom,          35},
-    {kFlip,             1},
-    {kMirror,           1},
-    {kReg,             11},
-    {kSensor,          35},
-    {kMcu,             11},
-    {kIntRom,          11},
-    {kHwVersion,        1},
-    {kExtRomType,       1},
-    {kSetfileVersion,  11},
-    {kWriteProtect,     1},
-    {kOneWire,         64},
-    {kExtRomChecksum,  11},
-    {kSpiStatus,       11},
-    {kOsd,             18},
-    {kJpgGain,         11},
-};
+enum Use : uint8_t { kValue, kReadOnly, kMemory };
 
-constexpr Control kTable0003[] = {
-    {kFlashBlock,       2},
-    {kExtRom,          35},
-    {kFlip,             1},
-    {kMirror,           1},
-    {kReg,             11},
-    {kSensor,          35},
-    {kMcu,             11},
-    {kIntRom,          11},
-    {kHwVersion,        1},
-    {kExtRomType,       1},
-    {kSetfileVersion,  11},
-    {kWriteProtect,     1},
-    {kSpiStatus,       11},
-    {kDevStatus,       11},
-    {kFlashInfo,       11},
-    {kFlashReadId,     11},
-};
-
-constexpr Control kTable0100[] = {
-    {kExtRom,          35},
-    {kFlip,             1},
-    {kMirror,           1},
-    {kReg,             11},
-    {kSensor,          35},
-    {kMcu,             11},
-    {kIntRom,          11},
-    {kHwVersion,        1},
-    {kExtRomType,       1},
-    {kSetfileVersion,  11},
-    {kWriteProtect,     1},
-    {kOneWire,         64},
-    {kExtRomChecksum,  11},
-    {kSpiStatus,       11},
-    {kOsd,             18},
-};
-
-constexpr Control kTable0101[] = {
-    {kExtRom,          35},
-    {kFlip,             1},
-    {kMirror,           1},
-    {kReg,             11},
-    {kSensor,          11},
-    {kMcu,             11},
-    {kIntRom,          11},
-    {kHwVersion,        1},
-    {kExtRomType,       1},
-    {kSetfileVersion,  11},
-    {kWriteProtect,     1},
-    {kExtRomChecksum,  11},
-    {kSpiStatus,       11},
-    {kExtRom512,      516},
-};
-
-struct Name {
+struct Row {
     uint8_t selector;
-    std::string_view text;
+    std::string_view name;
+    Use use;
+    std::array<uint16_t, kGenerations> lengths; ///< 0: it does not know the control
 };
-constexpr Name kNames[] = {
-    {kFlashBlock,     "FLASH_BLOCK"},
-    {kExtRom,         "EXT_ROM"},
-    {kFlip,           "FLIP"},
-    {kMirror,         "MIRROR"},
-    {kReg,            "REG"},
-    {kSensor,         "SENSOR"},
-    {kMcu,            "MCU"},
-    {kIntRom,         "INT_ROM"},
-    {kHwVersion,      "HW_VERSION"},
-    {kExtRomType,     "EXT_ROM_TYPE"},
-    {kSetfileVersion, "SETFILE_VERSION"},
-    {kIntFwVersion,   "INT_FW_VERSION"},
-    {kWriteProtect,   "WRITE_PROTECT"},
-    {kOneWire,        "ONE_WIRE"},
-    {kExtRomChecksum, "EXT_ROM_CHECKSUM"},
-    {kSpiStatus,      "SPI_STATUS"},
-    {kOsd,            "OSD"},
-    {kJpgGain,        "JPG_GAIN"},
-    {kXuVersion,      "XU_VERSION"},
-    {kExtRom512,      "EXT_ROM_512"},
-    {kDevStatus,      "DEV_STATUS"},
-    {kFlashInfo,      "FLASH_INFO"},
-    {kFlashReadId,    "FLASH_READ_ID"},
+
+// clang-format off
+constexpr Row kVendorControls[] = {
+//   selector         name               use        older 0002 0003 0100 0101
+    {kFlashBlock,     "FLASH_BLOCK",     kValue,    {  2,   2,   2,   0,   0}},
+    {kExtRom,         "EXT_ROM",         kMemory,   { 11,  35,  35,  35,  35}},
+    {kFlip,           "FLIP",            kValue,    {  1,   1,   1,   1,   1}},
+    {kMirror,         "MIRROR",          kValue,    {  1,   1,   1,   1,   1}},
+    {kReg,            "REG",             kMemory,   { 11,  11,  11,  11,  11}},
+    {kSensor,         "SENSOR",          kMemory,   { 11,  35,  35,  35,  11}},
+    {kMcu,            "MCU",             kMemory,   { 11,  11,  11,  11,  11}},
+    {kIntRom,         "INT_ROM",         kMemory,   { 11,  11,  11,  11,  11}},
+    {kHwVersion,      "HW_VERSION",      kReadOnly, {  1,   1,   1,   1,   1}},
+    {kExtRomType,     "EXT_ROM_TYPE",    kValue,    {  1,   1,   1,   1,   1}},
+    {kSetfileVersion, "SETFILE_VERSION", kReadOnly, { 11,  11,  11,  11,  11}},
+    {kIntFwVersion,   "INT_FW_VERSION",  kReadOnly, { 11,  11,  11,  11,  11}},
+    {kWriteProtect,   "WRITE_PROTECT",   kValue,    {  1,   1,   1,   1,   1}},
+    {kOneWire,        "ONE_WIRE",        kValue,    {  0,  64,   0,  64,   0}},
+    {kExtRomChecksum, "EXT_ROM_CHECKSUM", kMemory,  { 11,  11,   0,  11,  11}},
+    {kSpiStatus,      "SPI_STATUS",      kMemory,   { 11,  11,  11,  11,  11}},
+    {kOsd,            "OSD",             kValue,    {  0,  18,   0,  18,   0}},
+    {kJpgGain,        "JPG_GAIN",        kValue,    {  0,  11,   0,   0,   0}},
+    {kXuVersion,      "XU_VERSION",      kReadOnly, { 11,  11,  11,  11,  11}}, // where there is a version
+    {kExtRom512,      "EXT_ROM_512",     kValue,    {516,   0,   0,   0, 516}},
+    {kDevStatus,      "DEV_STATUS",      kReadOnly, {  0,   0,  11,   0,   0}},
+    {kFlashInfo,      "FLASH_INFO",      kReadOnly, {  0,   0,  11,   0,   0}},
+    {kFlashReadId,    "FLASH_READ_ID",   kValue,    {  0,   0,  11,   0,   0}},
 };
 // clang-format on
 
-constexpr Control kIntFwVersionControl = {kIntFwVersion, 11};
-constexpr Control kXuVersionControl = {kXuVersion, 11};
-
-} // namespace
-
-std::span<const Control> control_table(const CameraModel& model)
+Generation generation(const CameraModel& model)
 {
     if (!is_newer_firmware(model))
-        return kTableNone;
+        return kOlder;
     switch (model.xu_version) {
         case 0x0002:
-            return kTable0002;
+            return k0002;
         case 0x0003:
-            return kTable0003;
+            return k0003;
         case 0x0100:
-            return kTable0100;
+            return k0100;
         case 0x0101:
-            return kTable0101;
+            return k0101;
         default:
-            return kTableNone;
+            return kOlder;
     }
 }
 
-const Control* find_control(const CameraModel& model, uint8_t selector)
-{
-    if (selector == kIntFwVersion)
-        return &kIntFwVersionControl;
-    if (selector == kXuVersion)
-        return model.has_xu_version ? &kXuVersionControl : nullptr;
+} // namespace
 
-    const auto table = control_table(model);
-    const auto found = std::ranges::find(table, selector, &Control::selector);
-    return found == table.end() ? nullptr : &*found;
+std::optional<Control> find_control(const CameraModel& model, uint8_t selector)
+{
+    const auto* const row = std::ranges::find(kVendorControls, selector, &Row::selector);
+    if (row == std::end(kVendorControls) || (selector == kXuVersion && !model.has_xu_version))
+        return std::nullopt;
+    const uint16_t length = row->lengths[generation(model)];
+    if (length == 0)
+        return std::nullopt;
+    return Control{selector, length, row->use == kReadOnly, row->use == kMemory};
 }
 
 std::string_view control_name(uint8_t selector)
 {
-    const auto* const found = std::ranges::find(kNames, selector, &Name::selector);
-    return found == std::end(kNames) ? std::string_view() : found->text;
-}
-
-bool is_read_only(uint8_t selector)
-{
-    switch (selector) {
-        case kHwVersion:
-        case kSetfileVersion:
-        case kIntFwVersion:
-        case kXuVersion:
-        case kDevStatus:
-        case kFlashInfo:
-            return true;
-        default:
-            return false;
-    }
-}
-
-bool is_memory(uint8_t selector)
-{
-    switch (selector) {
-        case kExtRom:
-        case kReg:
-        case kSensor:
-        case kMcu:
-        case kIntRom:
-        case kExtRomChecksum:
-        case kSpiStatus:
-            return true;
-        default:
-            return false;
-    }
+    const auto* const row = std::ranges::find(kVendorControls, selector, &Row::selector);
+    return row == std::end(kVendorControls) ? std::string_view() : row->name;
 }
 
 } // namespace sim

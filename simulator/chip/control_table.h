@@ -4,7 +4,7 @@
 #include "model.h"
 
 #include <cstdint>
-#include <span>
+#include <optional>
 #include <string_view>
 
 namespace sim {
@@ -37,9 +37,12 @@ enum Selector : uint8_t {
     kSelectorEnd,
 };
 
+/// One control as the firmware of a camera has it.
 struct Control {
     uint8_t selector;
     uint16_t length;
+    bool is_read_only;
+    bool is_memory; ///< it reads and writes a memory: memory_frame.h
 };
 
 inline constexpr uint16_t kLongestControl = 516;
@@ -50,16 +53,8 @@ constexpr bool is_newer_firmware(const CameraModel& model)
     return model.has_xu_version && model.has_memory_extension && !model.selects_every_block;
 }
 
-/// Controls of the model's firmware generation, without the two that have a fixed place.
-std::span<const Control> control_table(const CameraModel& model);
-
-/// One control of the camera, the internal version and the version record included; nullptr when
-/// the firmware does not know the selector.
-const Control* find_control(const CameraModel& model, uint8_t selector);
-
-bool is_read_only(uint8_t selector);
-/// It reads and writes a memory: memory_frame.h.
-bool is_memory(uint8_t selector);
+/// Nothing when the camera's firmware does not know the selector.
+std::optional<Control> find_control(const CameraModel& model, uint8_t selector);
 
 /// "EXT_ROM"; empty when there is no such control.
 std::string_view control_name(uint8_t selector);

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "h264_unit.h"
 
-#include "controller.h"
 #include "uvc_request.h"
 
 #include <algorithm>

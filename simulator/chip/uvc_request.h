@@ -26,6 +26,9 @@ inline constexpr uint8_t kInfoGet = 0x01;
 inline constexpr uint8_t kInfoSet = 0x02;
 inline constexpr uint8_t kInfoGetAndSet = kInfoGet | kInfoSet;
 
+/// Answer of an extension-unit request that the firmware does not know.
+inline constexpr int kStall = -1;
+
 /// Copies as much of `answer` as there is room for; returns the bytes moved.
 inline int put_answer(std::span<const uint8_t> answer, std::span<uint8_t> room)
 {

@@ -9,6 +9,7 @@
 #include <limits>
 #include <optional>
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -132,5 +133,10 @@ void store(Target& target, const Value& value)
 std::string describe_kind(const Kind& kind);
 /// A value as one writes it in a description; `kind` says whether numbers are hexadecimal.
 std::string format_value(const Value& value, const Kind& kind);
+
+/// What is wrong with a description: a line per mistake, each with file, line and column.
+struct DescriptionError : std::invalid_argument {
+    using std::invalid_argument::invalid_argument;
+};
 
 } // namespace sim

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "description/error.h"
 #include "description/kinds.h"
 
 #include <toml++/toml.h>

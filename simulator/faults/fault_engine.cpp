@@ -85,16 +85,28 @@ void flip_bits(const PlannedFault& fault, const RomAccess& access, Prng& prng)
 
 } // namespace
 
-FaultEngine::FaultEngine(const FaultPlan& plan, unsigned position, const std::string& serial,
-                         Clock& clock, Bench bench)
-    : clock_(clock), bench_(std::move(bench)), start_us_(clock.now_us())
+FaultEngine::FaultEngine(unsigned position, std::string serial, Clock& clock, Bench bench)
+    : position_(position), serial_(std::move(serial)), clock_(clock), bench_(std::move(bench))
 {
+}
+
+std::vector<uint64_t> FaultEngine::add(const FaultPlan& plan)
+{
+    std::vector<uint64_t> delays_us;
     for (const PlannedFault& fault : plan) {
         const Trigger& when = fault.when;
-        const bool concerned = (when.position == 0 || when.position == position) &&
-                               (when.serial.empty() || when.serial == serial);
-        rules_.push_back({fault, concerned, Prng(fault.seed)});
+        const bool concerned = (when.position == 0 || when.position == position_) &&
+                               (when.serial.empty() || when.serial == serial_);
+        rules_.push_back({.fault = fault,
+                          .concerned = concerned,
+                          .prng = Prng(fault.seed),
+                          .start_us = clock_.now_us(),
+                          .transfers_before = transfer_,
+                          .frames_before = frame_});
+        if (concerned && fault.site == Site::kClock)
+            delays_us.push_back(when.time_us.value_or(Range{}).from);
     }
+    return delays_us;
 }
 
 Fault FaultEngine::on_transfer(const Setup& setup)
@@ -190,7 +202,7 @@ Fault FaultEngine::on_clock()
 bool FaultEngine::strikes_now(Rule& rule, const RomAccess* access)
 {
     const Trigger& when = rule.fault.when;
-    if (!rule.concerned || rule.strikes >= rule.fault.times || !holds(when, access) ||
+    if (!rule.concerned || rule.strikes >= rule.fault.times || !holds(rule, access) ||
         (access != nullptr && !concerns(rule.fault.effect, *access)))
         return false;
     if (!contains(when.count, ++rule.matches))
@@ -205,11 +217,12 @@ bool FaultEngine::strikes_now(Rule& rule, const RomAccess* access)
     return true;
 }
 
-bool FaultEngine::holds(const Trigger& when, const RomAccess* access) const
+bool FaultEngine::holds(const Rule& rule, const RomAccess* access) const
 {
-    return contains(when.time_us, clock_.now_us() - start_us_) &&
-           contains(when.transfer, transfer_) && contains(when.frame, frame_) &&
-           is_control_meant(when, setup_) &&
+    const Trigger& when = rule.fault.when;
+    return contains(when.time_us, clock_.now_us() - rule.start_us) &&
+           contains(when.transfer, transfer_ - rule.transfers_before) &&
+           contains(when.frame, frame_ - rule.frames_before) && is_control_meant(when, setup_) &&
            (access == nullptr || touches(when.rom_address, *access));
 }
 
@@ -246,16 +259,6 @@ Fault FaultEngine::departure(const PlannedFault& fault) const
     if (fault.replug_us)
         bench_.replug_after(*fault.replug_us);
     return fault.announced ? Fault::unplug_announced() : Fault::unplug_silent();
-}
-
-std::vector<uint64_t> FaultEngine::delays_us() const
-{
-    std::vector<uint64_t> delays;
-    for (const Rule& rule : rules_) {
-        if (rule.concerned && rule.fault.site == Site::kClock)
-            delays.push_back(rule.fault.when.time_us.value_or(Range{}).from);
-    }
-    return delays;
 }
 
 std::vector<uint64_t> FaultEngine::strikes() const

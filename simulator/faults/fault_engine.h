@@ -3,7 +3,7 @@
 
 #include "chip/clock.h"
 #include "chip/prng.h"
-#include "chip/rom_fault.h"
+#include "chip/rom_cells.h"
 #include "faults/fault_plan.h"
 #include "usb/setup.h"
 #include "usb/video_stream.h"
@@ -26,8 +26,11 @@ public:
         std::function<void(const PlannedFault&)> tell = {}; ///< of a fault that strikes
     };
 
-    FaultEngine(const FaultPlan& plan, unsigned position, const std::string& serial, Clock& clock,
-                Bench bench);
+    FaultEngine(unsigned position, std::string serial, Clock& clock, Bench bench);
+
+    /// From now on these may strike, too; their times and numbers count from here. When on_clock()
+    /// is to be called because of them, from now.
+    std::vector<uint64_t> add(const FaultPlan& plan);
 
     Fault on_transfer(const Setup& setup);
     /// After the camera has served the transfer.
@@ -37,9 +40,7 @@ public:
     /// Time has passed: an unplug, or nothing.
     Fault on_clock();
 
-    /// When on_clock() is to be called, from now.
-    std::vector<uint64_t> delays_us() const;
-    /// How often each fault of the plan has struck.
+    /// How often each of the faults has struck, in the order in which they were added.
     std::vector<uint64_t> strikes() const;
 
 private:
@@ -47,19 +48,24 @@ private:
         PlannedFault fault;
         bool concerned; ///< it is about this camera
         Prng prng;
+        // where things stood when it was added
+        uint64_t start_us;
+        uint64_t transfers_before;
+        uint64_t frames_before;
         uint64_t matches = 0;
         uint64_t strikes = 0;
     };
 
     bool strikes_now(Rule& rule, const RomAccess* access = nullptr);
-    bool holds(const Trigger& when, const RomAccess* access) const;
+    bool holds(const Rule& rule, const RomAccess* access) const;
     Fault transfer_fault(const PlannedFault& fault);
     Fault departure(const PlannedFault& fault) const;
     void apply_to_access(Rule& rule, const RomAccess& access, RomFault& result);
 
+    const unsigned position_;
+    const std::string serial_;
     Clock& clock_;
     Bench bench_;
-    uint64_t start_us_;
     std::vector<Rule> rules_;
     Setup setup_; ///< of the transfer under way
     uint64_t transfer_ = 0;

@@ -2,7 +2,6 @@
 #include "faults/fault_fields.h"
 
 #include "chip/uvc_request.h"
-#include "faults/effects.h"
 
 #include <algorithm>
 #include <iterator>
@@ -140,5 +139,37 @@ std::span<const Field<Trigger>> trigger_fields()
     return fields;
 }
 // clang-format on
+
+namespace {
+
+// clang-format off
+constexpr EffectWord kEffects[] = {
+//   name              effect                  strikes                       settings                             required
+    {"stall",          Effect::kStalled,       Strikes::kTransfersAndFrames, {},                                  ""},
+    {"io-error",       Effect::kIoError,       Strikes::kTransfers,          {"after"},                           ""},
+    {"timeout",        Effect::kTimeout,       Strikes::kTransfers,          {"after"},                           ""},
+    {"no-answer",      Effect::kNoAnswer,      Strikes::kTransfers,          {"after"},                           ""},
+    {"short",          Effect::kShort,         Strikes::kTransfers,          {"bytes"},                           "bytes"},
+    {"wrong-length",   Effect::kWrongLength,   Strikes::kTransfers,          {"bytes"},                           "bytes"},
+    {"late",           Effect::kLate,          Strikes::kTransfers,          {"ms"},                              "ms"},
+    {"unplug",         Effect::kUnplug,        Strikes::kAnything,           {"announced", "replug_ms", "after"}, ""},
+    {"power-cut",      Effect::kPowerCut,      Strikes::kAnything,           {"announced", "replug_ms"},          ""},
+    {"truncate",       Effect::kTruncate,      Strikes::kFrames,             {"bytes"},                           "bytes"},
+    {"error-bit",      Effect::kErrorBit,      Strikes::kFrames,             {},                                  ""},
+    {"lying-write",    Effect::kLyingWrite,    Strikes::kRom,                {},                                  ""},
+    {"lying-erase",    Effect::kLyingErase,    Strikes::kRom,                {},                                  ""},
+    {"stuck-busy",     Effect::kStuckBusy,     Strikes::kRom,                {"ms"},                              ""},
+    {"ignored-lock",   Effect::kIgnoredLock,   Strikes::kRomStatus,          {},                                  ""},
+    {"ignored-unlock", Effect::kIgnoredUnlock, Strikes::kRomStatus,          {},                                  ""},
+    {"bit-flip",       Effect::kBitFlip,       Strikes::kRom,                {"mask"},                            ""},
+};
+// clang-format on
+
+} // namespace
+
+std::span<const EffectWord> effect_words()
+{
+    return kEffects;
+}
 
 } // namespace sim

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "faults/fault_tables.h"
 
-#include "faults/effects.h"
 #include "faults/fault_fields.h"
 #include "text/printable.h"
 

@@ -7,6 +7,7 @@
 #include "text/printable.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <set>
 #include <sstream>
@@ -29,6 +30,23 @@ std::string unknown_model(std::string_view name)
 bool names_a_file(std::string_view text)
 {
     return text.find('/') != std::string_view::npos || text.ends_with(".toml");
+}
+
+// It may be meant: hosts have to cope with such a camera, too.
+void warn_of_unknown_chip(const std::string& file, const std::string& version)
+{
+    constexpr const char* kSignatures[] = {"LE", "LD", "LS",  "LP",  "FI", "F2",
+                                           "WI", "HA", "RO1", "RO2", "CD", "CB"};
+    const bool is_known = std::ranges::any_of(kSignatures, [&](const char* signature) {
+        return version.find(signature) != std::string::npos;
+    });
+    if (!is_known) {
+        std::fprintf(
+            stderr,
+            "nyxus-sim: warning: %s: the internal_version \"%s\" holds the signature of no "
+            "chip; 'nyxus-sim describe' lists them\n",
+            text::printable(file).c_str(), version.c_str());
+    }
 }
 
 unsigned parse_bus(const std::string& text)
@@ -85,8 +103,11 @@ void check_rom_files_differ(const std::vector<CameraRequest>& cameras)
 
 std::shared_ptr<const CameraDescription> model_named(const std::string& text)
 {
-    if (names_a_file(text))
-        return std::make_shared<CameraDescription>(read_camera_file(text));
+    if (names_a_file(text)) {
+        auto camera = std::make_shared<CameraDescription>(read_camera_file(text));
+        warn_of_unknown_chip(text, camera->internal_version);
+        return camera;
+    }
     const CameraModel* model = find_model(text);
     if (model == nullptr)
         throw UsageError(unknown_model(text));

@@ -7,6 +7,7 @@
 #include "text/format.h"
 #include "text/hex.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
 
@@ -102,6 +103,18 @@ int describe(const DescribeArguments& arguments)
         const auto model = model_named(arguments.model); // a file, or there is no such thing
         std::printf("%s describes the camera '%s'.\n", arguments.model.c_str(),
                     model->name.c_str());
+    }
+    return 0;
+}
+
+int list_models()
+{
+    size_t width = 0;
+    for (const CameraModel& model : models())
+        width = std::max(width, model.name.size());
+    for (const CameraModel& model : models()) {
+        std::printf("%-*s  %s\n", static_cast<int>(width), model.name.c_str(),
+                    model.description.c_str());
     }
     return 0;
 }

@@ -6,7 +6,7 @@
 #include "commands.h"
 #include "state_commands.h"
 #include "text/printable.h"
-#include "watch_options.h"
+#include "watch/pcap_file.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -51,6 +51,28 @@ Option& naming_model(Option& option)
     });
 }
 
+void add_watch_options(Command& command, sim::WatchArguments& arguments)
+{
+    constexpr uint32_t kSmallestSnaplen = 128;
+    command.file("--pcap", &arguments.pcap_file,
+                 "Capture all USB traffic for Wireshark; '-' is standard output");
+    command
+        .number("--pcap-snaplen", &arguments.pcap_snaplen,
+                {kSmallestSnaplen, sim::kLargestPcapRecord},
+                "Cut each record of the capture at this length")
+        .shown_as("BYTES")
+        .showing_default();
+    command.text_or("--log", "-", &arguments.log_file,
+                    "Tell in plain words what the cameras are asked, on standard error or in "
+                    "--log=FILE");
+    command
+        .file("--state-socket", &arguments.state_socket,
+              "Listen there for 'nyxus-sim state' and 'do' of other terminals")
+        .shown_as("PATH");
+    command.flag("--log-all", &arguments.log_all,
+                 "Repeated requests in lines of their own instead of a number");
+}
+
 void add_simulation_options(Command& command, sim::SimulationArguments& arguments)
 {
     naming_model(
@@ -73,7 +95,7 @@ void add_simulation_options(Command& command, sim::SimulationArguments& argument
                 "What the kernel lends to USB transfers, 16 on most machines; 0: no limit")
         .shown_as("MIB")
         .showing_default();
-    sim::add_watch_options(command, arguments.watch);
+    add_watch_options(command, arguments.watch);
     command.file("--faults", &arguments.fault_file,
                  "What goes wrong, and when: a TOML file, see nyxus-faults(5)");
 }

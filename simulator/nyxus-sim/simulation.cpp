@@ -7,8 +7,13 @@
 #include "files/replace.h"
 #include "text/printable.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <optional>
 #include <system_error>
@@ -32,11 +37,28 @@ std::optional<std::vector<uint8_t>> read_rom_file(const std::string& path)
     }
 }
 
+// Before the program starts: at its end it is too late to say so.
+void check_rom_file(const std::string& path)
+{
+    struct stat entry {};
+    const auto refuse = [&](const char* why) {
+        throw UsageError("the ROM cannot be kept in " + text::in_quotes(path) + ": " + why);
+    };
+    const bool exists = stat(path.c_str(), &entry) == 0;
+    if (exists && !S_ISREG(entry.st_mode))
+        refuse(S_ISDIR(entry.st_mode) ? "that is a folder" : "that is no plain file");
+    const std::string folder = std::filesystem::path(path).parent_path().string();
+    const std::string& written = exists ? path : folder.empty() ? "." : folder;
+    if (access(written.c_str(), W_OK) != 0)
+        refuse(std::strerror(errno));
+}
+
 // Empty: factory contents.
 std::vector<uint8_t> first_contents(const CameraRequest& request)
 {
     const uint32_t bytes = rom_bytes(*request.model);
     if (!request.rom_file.empty()) {
+        check_rom_file(request.rom_file);
         if (std::optional<std::vector<uint8_t>> kept = read_rom_file(request.rom_file)) {
             if (kept->size() != bytes) {
                 throw UsageError("'" + request.rom_file + "' has " + std::to_string(kept->size()) +
@@ -60,22 +82,22 @@ Simulation::Simulation(const SimulationArguments& arguments)
     : fast_(arguments.is_fast()),
       watchers_(arguments.watch, clock(), !fast_),
       bed_(clock()),
-      state_service_(bed_, cameras_, [this](const PluggedCamera& camera, const std::string& act) {
-          watchers_.note(cameras_.size() > 1 ? camera.serial() : "",
-                         "told by 'nyxus-sim do " + act + "'");
+      state_service_(bed_, cameras_, [this](const std::string& camera, const std::string& act) {
+          watchers_.note(cameras_.size() > 1 ? camera : "", "told by 'nyxus-sim do " + act + "'");
       })
 {
     bed_.set_usbfs_memory(arguments.usbfs_memory_mib);
+    FaultPlan faults;
     if (arguments.for_tests) {
         test_service_.emplace(
             TestService::House{bed_, cameras_, state_service_, virtual_clock(),
                                [this](const std::string& text) { return plug_for_test(text); }});
     }
     if (!arguments.fault_file.empty())
-        faults_ = parse_faults(read_fault_text(arguments.fault_file), arguments.fault_file);
-    plug(arguments);
-    if (!faults_.empty())
-        bed_.set_faults(faults_);
+        faults = parse_faults(read_fault_text(arguments.fault_file), arguments.fault_file);
+    plug(arguments, faults);
+    if (!faults.empty())
+        bed_.set_faults(faults);
     const std::string& socket = arguments.watch.state_socket;
     state_server_.emplace(
         socket.empty() ? bed_.folder() + "/state.sock" : socket, [this](const std::string& line) {
@@ -89,7 +111,7 @@ Clock& Simulation::clock()
     return fast_ ? static_cast<Clock&>(virtual_clock_) : static_cast<Clock&>(real_clock_);
 }
 
-void Simulation::plug(const SimulationArguments& arguments)
+void Simulation::plug(const SimulationArguments& arguments, FaultPlan& faults)
 {
     if (arguments.for_tests && arguments.cameras.empty())
         return;
@@ -98,7 +120,7 @@ void Simulation::plug(const SimulationArguments& arguments)
         plug(request, requests.size() == 1);
         for (PlannedFault fault : request.model->faults) {
             fault.when.position = static_cast<unsigned>(cameras_.size());
-            faults_.push_back(std::move(fault));
+            faults.push_back(std::move(fault));
         }
     }
 }
@@ -144,10 +166,11 @@ TestService::Camera Simulation::plug_for_test(const std::string& text)
 // Most often a mistake in a trigger, and the test would pass for nothing.
 void Simulation::report_faults()
 {
+    const FaultPlan faults = bed_.faults();
     const std::vector<uint64_t> strikes = bed_.fault_strikes();
-    for (size_t i = 0; i < faults_.size(); ++i) {
+    for (size_t i = 0; i < faults.size(); ++i) {
         if (strikes[i] == 0) {
-            std::fprintf(stderr, "nyxus-sim: %s never happened\n", faults_[i].text.c_str());
+            std::fprintf(stderr, "nyxus-sim: %s never happened\n", faults[i].text.c_str());
             missed_a_fault_ = true;
         }
     }
@@ -162,7 +185,7 @@ bool Simulation::finish()
     bool saved = watchers_.finish();
     for (const KeptRom& rom : kept_) {
         const auto controller = rom.camera->controller();
-        const std::span<const uint8_t> contents = controller->rom();
+        const std::span<const uint8_t> contents = controller->rom;
         try {
             if (!std::filesystem::exists(rom.file) || !std::ranges::equal(contents, rom.contents))
                 files::replace_file(rom.file, contents);
@@ -172,6 +195,48 @@ bool Simulation::finish()
         }
     }
     return saved;
+}
+
+Watchers::Watchers(const WatchArguments& arguments, Clock& clock, bool is_real_time)
+    : log_all_(arguments.log_all)
+{
+    const RecordTime time(clock, is_real_time);
+    if (!arguments.pcap_file.empty())
+        pcap_.emplace(arguments.pcap_file, arguments.pcap_snaplen, time);
+    if (!arguments.log_file.empty())
+        log_.emplace(arguments.log_file, clock);
+}
+
+void Watchers::watch(PluggedCamera& camera, const std::string& name)
+{
+    if (pcap_)
+        observe(camera, captures_.emplace_back(*pcap_));
+    if (log_)
+        observe(camera, camera_logs_.emplace_back(*log_, name, !log_all_));
+}
+
+void Watchers::observe(PluggedCamera& camera, UsbObserver& observer)
+{
+    camera.add_observer(observer);
+    observed_.emplace_back(&camera, &observer);
+}
+
+void Watchers::note(const std::string& name, const std::string& text)
+{
+    if (log_)
+        log_->add(name, text);
+}
+
+bool Watchers::finish()
+{
+    for (const auto& [camera, observer] : observed_)
+        camera->usb()->observers().remove(*observer);
+    observed_.clear();
+    for (CameraLog& log : camera_logs_)
+        log.finish();
+    const bool captured = !pcap_ || pcap_->report();
+    const bool logged = !log_ || log_->report();
+    return captured && logged;
 }
 
 } // namespace sim

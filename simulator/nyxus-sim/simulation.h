@@ -5,16 +5,43 @@
 #include "camera_request.h"
 #include "commands.h"
 #include "testing/test_service.h"
+#include "watch/capture.h"
 #include "watch/line_server.h"
+#include "watch/log.h"
 #include "watch/state_service.h"
-#include "watchers.h"
 
 #include <cstdint>
+#include <list>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace sim {
+
+/// Whoever looks at the cameras of an invocation. Make it before the bed; it outlives it.
+class Watchers {
+public:
+    /// Throws std::runtime_error when a file cannot be made.
+    Watchers(const WatchArguments& arguments, Clock& clock, bool is_real_time);
+
+    /// `name`: in front of its lines; empty when it is the only one.
+    void watch(PluggedCamera& camera, const std::string& name);
+    /// A line in the log, if there is one; empty `name`: of no camera.
+    void note(const std::string& name, const std::string& text);
+    /// Looks no longer. False when something could not be written, which it has reported.
+    bool finish();
+
+private:
+    void observe(PluggedCamera& camera, UsbObserver& observer);
+
+    std::vector<std::pair<PluggedCamera*, UsbObserver*>> observed_;
+    std::optional<PcapFile> pcap_;
+    std::list<Capture> captures_;
+    std::optional<LogFile> log_;
+    bool log_all_;
+    std::list<CameraLog> camera_logs_;
+};
 
 /// The cameras of one invocation, plugged in, with what the command line wants around them. Make it
 /// before starting threads.
@@ -48,7 +75,7 @@ private:
     };
 
     Clock& clock();
-    void plug(const SimulationArguments& arguments);
+    void plug(const SimulationArguments& arguments, FaultPlan& faults);
     PluggedCamera& plug(const CameraRequest& request, bool is_only_one);
     TestService::Camera plug_for_test(const std::string& text);
     void report_faults();
@@ -62,7 +89,6 @@ private:
     std::vector<KeptRom> kept_;
     StateService state_service_;
     std::optional<TestService> test_service_; ///< on the bus of a test suite
-    FaultPlan faults_;
     bool missed_a_fault_ = false;
     std::optional<LineServer> state_server_; ///< last: its thread uses the others
 };

@@ -32,19 +32,6 @@ std::string place_of(const std::string& path)
     return place;
 }
 
-bool send_line(int socket, std::string line)
-{
-    line += '\n';
-    size_t done = 0;
-    while (done < line.size()) {
-        const ssize_t sent = send(socket, line.data() + done, line.size() - done, MSG_NOSIGNAL);
-        if (sent < 0 && errno != EINTR)
-            return false;
-        done += sent > 0 ? static_cast<size_t>(sent) : 0;
-    }
-    return true;
-}
-
 std::string receive_line(int socket)
 {
     std::string line;
@@ -70,7 +57,7 @@ json::Json ask_simulation(const std::string& path, const json::Json& request)
         throw std::runtime_error("no simulation listens at " + text::in_quotes(place) + ": " +
                                  std::strerror(errno));
     }
-    const bool sent = send_line(socket.get(), json::printed(request));
+    const bool sent = files::send_line(socket.get(), json::printed(request));
     const std::string line = sent ? receive_line(socket.get()) : "";
     auto reply = json::parsed(line);
     if (!reply.is_object())

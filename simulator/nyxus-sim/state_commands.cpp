@@ -2,6 +2,7 @@
 #include "state_commands.h"
 
 #include "camera_request.h"
+#include "faults/fault_file.h"
 #include "files/replace.h"
 #include "json/json.h"
 #include "state_client.h"
@@ -60,6 +61,15 @@ int print_state(const StateArguments& arguments)
     return 0;
 }
 
+// One word that is no effect may be the name of a file.
+std::string typed_faults(const std::vector<std::string>& words)
+{
+    const std::string& word = words.front();
+    const bool is_file = words.size() == 1 && word.find_first_of("=[{\n") == std::string::npos &&
+                         (word.find('/') != std::string::npos || word.ends_with(".toml"));
+    return is_file ? read_fault_text(word) : fault_text(words);
+}
+
 int perform(const std::string& act, const StateArguments& arguments)
 {
     Json request = {{"command", act}, {"value", arguments.value}, {"silent", arguments.silent}};
@@ -69,6 +79,8 @@ int perform(const std::string& act, const StateArguments& arguments)
         request["port"] = *arguments.port;
     if (!arguments.camera.empty())
         request["camera"] = arguments.camera;
+    if (act == "fault")
+        request["faults"] = typed_faults(arguments.fault);
     (void)ask_simulation(arguments.socket, request);
     return 0;
 }
@@ -106,6 +118,12 @@ void add_acts(Command& command, StateArguments& arguments, std::function<int()>&
     add("replug", "Plug it in again: it starts anew, at another address")
         .number("--port", &arguments.port, "Into this port of its bus, instead of its own")
         .shown_as("N");
+    Command& fault =
+        add("fault", "Something goes wrong from now on: stall unit=6 times=1, or TOML, or a file");
+    fault.text("FAULT", &arguments.fault, "What happens, and KEY=VALUE of nyxus-faults(5)")
+        .required()
+        .offering_files();
+    add("clear", "Nothing that was planned goes wrong any more");
     Command& write = add("register", "Write a register of the controller");
     write.number("ADDRESS", &arguments.address, "Of the register").required();
     add_value(write, arguments, "New contents");

@@ -7,6 +7,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace sim {
 
@@ -19,6 +20,7 @@ struct StateArguments {
     uint16_t address = 0;
     uint8_t value = 0;
     bool silent = false;
+    std::vector<std::string> fault;
     std::optional<uint32_t> port; ///< empty: the one that the camera had
 };
 

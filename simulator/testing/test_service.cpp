@@ -174,7 +174,7 @@ void TestService::forget_transfers(const Json& request, Json&)
 
 void TestService::read_rom(const Json& request, Json& reply)
 {
-    reply["bytes"] = text::hex(camera_of(request).controller()->rom());
+    reply["bytes"] = text::hex(camera_of(request).controller()->rom);
 }
 
 void TestService::write_rom(const Json& request, Json&)
@@ -182,7 +182,7 @@ void TestService::write_rom(const Json& request, Json&)
     const auto bytes = text::bytes_from_hex(member<std::string>(request, "bytes"));
     const auto address = member<size_t>(request, "address");
     const auto controller = camera_of(request).controller();
-    const std::span<uint8_t> rom = controller->rom();
+    const std::span<uint8_t> rom = controller->rom;
     if (!bytes)
         throw std::runtime_error("'bytes' are no hexadecimal digits");
     if (address > rom.size() || bytes->size() > rom.size() - address)

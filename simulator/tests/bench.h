@@ -28,13 +28,13 @@ public:
     // cppcheck-suppress passedByValue ; the chip takes writable bytes
     int set(uint8_t selector, Bytes data)
     {
-        clock.advance_us(chip.model().usb_latency_us);
+        clock.advance_us(chip.model.usb_latency_us);
         return chip.xu_request(6, selector, kSetCur, data);
     }
 
     Bytes get(uint8_t selector, size_t room = kLongestControl, uint8_t request = kGetCur)
     {
-        clock.advance_us(chip.model().usb_latency_us);
+        clock.advance_us(chip.model.usb_latency_us);
         Bytes data(room);
         const int count = chip.xu_request(6, selector, request, data);
         data.resize(count < 0 ? 0 : static_cast<size_t>(count));
@@ -87,8 +87,8 @@ public:
         return read(kReg, 0x0100, answer_length);
     }
 
-    bool newer() const { return is_newer_firmware(chip.model()); }
-    bool has_flash() const { return chip.model().rom_kind == RomKind::kSpiFlash; }
+    bool newer() const { return is_newer_firmware(chip.model); }
+    bool has_flash() const { return chip.model.rom_kind == RomKind::kSpiFlash; }
 
     void unlock()
     {
@@ -101,7 +101,7 @@ public:
         } else {
             set(kWriteProtect, {0});
         }
-        if (chip.model().gpio0_protects_eeprom) {
+        if (chip.model.gpio0_protects_eeprom) {
             write(kReg, 0x0029, {0x80});
             write(kReg, 0x0022, {0x01});
         }
@@ -113,9 +113,9 @@ public:
     void erase()
     {
         set(kWriteProtect, {0});
-        if (chip.model().flash.chip_erase_command == 0xFF) {
+        if (chip.model.flash.chip_erase_command == 0xFF) {
             spi({0x06});
-            spi({chip.model().flash.block_erase_command, 0, 0, 0});
+            spi({chip.model.flash.block_erase_command, 0, 0, 0});
         } else {
             set(kExtRom, frame(kExtRom, 0x40, 0, {}));
         }
@@ -148,7 +148,7 @@ public:
 private:
     Bytes frame(uint8_t selector, uint8_t flags, uint16_t address, const Bytes& data)
     {
-        Bytes bytes(find_control(chip.model(), selector)->length);
+        Bytes bytes(find_control(chip.model, selector)->length);
         bytes[0] = flags;
         bytes[1] = static_cast<uint8_t>(address >> 8);
         bytes[2] = static_cast<uint8_t>(address);

@@ -24,7 +24,7 @@ public:
     };
 
     explicit CameraEvents(PluggedCamera& camera) : camera_(camera) { camera_.add_observer(*this); }
-    ~CameraEvents() override { camera_.remove_observer(*this); }
+    ~CameraEvents() override { camera_.usb()->observers().remove(*this); }
     CameraEvents(const CameraEvents&) = delete;
     CameraEvents& operator=(const CameraEvents&) = delete;
 

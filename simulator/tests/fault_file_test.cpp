@@ -185,7 +185,8 @@ TEST(FaultFile, SaysWhatItSaysInTomlAndInJson)
 std::vector<int> stalled_transfers(const std::string& text)
 {
     VirtualClock clock;
-    FaultEngine engine(parse_faults(text, "plan"), 1, "S1", clock, {});
+    FaultEngine engine(1, "S1", clock, {});
+    (void)engine.add(parse_faults(text, "plan"));
     std::vector<int> struck;
     for (int i = 1; i <= 200; ++i) {
         const auto selector = static_cast<uint16_t>(i % 2 == 0 ? 0x0300 : 0x0500);

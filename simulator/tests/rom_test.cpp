@@ -210,7 +210,7 @@ TEST(Boot, ARomThatIsBusyStaysSoOverAResetButNotOverAPowerCycle)
     for (const char* model : {"rowan-spi", "willow-eeprom"}) {
         for (const bool power_cycle : {false, true}) {
             Bench bench(model);
-            const Bytes before(bench.chip.rom().begin(), bench.chip.rom().end());
+            const Bytes before(bench.chip.rom.begin(), bench.chip.rom.end());
             const Bytes data = {0x11, 0x22, 0x33, 0x44};
             const auto address = // behind the firmware
                 static_cast<ptrdiff_t>(std::min<size_t>(before.size(), 0x10000) - 8);
@@ -221,17 +221,17 @@ TEST(Boot, ARomThatIsBusyStaysSoOverAResetButNotOverAPowerCycle)
             std::copy_n(data.begin(), 2, half.begin() + address);
             Bytes whole = half;
             std::ranges::copy(data, whole.begin() + address);
-            ASSERT_TRUE(std::ranges::equal(bench.chip.rom(), whole)) << model;
+            ASSERT_TRUE(std::ranges::equal(bench.chip.rom, whole)) << model;
 
             power_cycle ? bench.chip.power_cycle() : bench.chip.restart();
-            EXPECT_EQ(bench.chip.runs_external_firmware(), power_cycle) << model;
+            EXPECT_EQ(bench.chip.firmware.external, power_cycle) << model;
             EXPECT_EQ(bench.chip.flash_status(),
                       bench.has_flash() ? (power_cycle ? 0x8C : 0x03) : 0x00);
-            EXPECT_TRUE(std::ranges::equal(bench.chip.rom(), power_cycle ? half : whole)) << model;
+            EXPECT_TRUE(std::ranges::equal(bench.chip.rom, power_cycle ? half : whole)) << model;
 
             bench.clock.advance_us(10'000);
             bench.chip.restart();
-            EXPECT_TRUE(bench.chip.runs_external_firmware()) << model;
+            EXPECT_TRUE(bench.chip.firmware.external) << model;
             EXPECT_EQ(bench.chip.flash_status(), bench.has_flash() ? 0x8C : 0x00) << model;
         }
     }

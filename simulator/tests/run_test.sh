@@ -193,6 +193,73 @@ cleans_up_after_crashes() {
     expect_code 0 "$sim" run -- "$probe" claim
 }
 
+runs_lsusb() {
+    expect_code 0 "$sim" run -- lsusb -v
+    for text in 'Hub Descriptor:' 'nNbrPorts  *15' 'Port 1: 0000.0503 highspeed power enable connect' \
+        'Device Qualifier' 'iProduct .* rowan-spi'; do
+        expect_text "$work/out" "$text"
+    done
+    grep -q 'Resource temporarily unavailable' "$work/out" && fail "lsusb complains"
+    expect_code 0 "$sim" run -- usb-devices
+    [ ! -s "$work/err" ] || fail "usb-devices complains: $(cat "$work/err")"
+}
+
+runs_pyusb() {
+    /usr/bin/python3 -c 'import usb' 2>/dev/null || { echo "no python3-usb: skipped"; exit 77; }
+    expect_code 0 "$sim" run -- /usr/bin/python3 "$(dirname "$0")/pyusb_probe.py"
+}
+
+has_any_number_of_cameras() {
+    set --
+    while [ $# -lt 80 ]; do set -- "$@" --camera rowan-spi; done
+    expect_code 0 "$sim" run "$@" -- lsusb -d 1162:
+    [ "$(wc -l <"$work/out")" -eq 40 ] || fail "not 40 cameras"
+    [ "$(cut -c1-7 "$work/out" | sort | uniq -c | tr -s ' \n' ' ')" = " 15 Bus 001 15 Bus 002 10 Bus 003 " ] ||
+        fail "$(cat "$work/out")"
+}
+
+opens_files_first() {
+    mkdir "$work/folder"
+    mkfifo "$work/fifo"
+    for file in folder fifo; do
+        expect_code 2 "$sim" run --rom "$work/$file" -- touch "$work/ran"
+        expect_text "$work/err" 'cannot be kept'
+    done
+    expect_code 2 "$sim" run --rom "$work/no/such.rom" -- touch "$work/ran"
+    if [ "$(id -u)" -ne 0 ]; then
+        chmod 555 "$work/folder"
+        expect_code 2 "$sim" run --rom "$work/folder/new.rom" -- touch "$work/ran"
+    fi
+    [ ! -e "$work/ran" ] || fail "the program was started"
+    printf 'internal_version = "ZZ-1.0"\nflash = "MXIC MX25L1006E"\n' >"$work/z.toml"
+    expect_code 0 "$sim" describe "$work/z.toml"
+    expect_text "$work/err" 'holds the signature of no chip'
+}
+
+survives_nothing_of_a_termination() {
+    mkfifo "$work/never"
+    # shellcheck disable=SC2016 # the inner shell expands
+    "$sim" run -- sh -c 'exec 3<>"$1"; cat <&3 & setsid sh -c "trap \"\" TERM; exec cat <&3" & echo ready; wait' \
+        sh "$work/never" >"$work/out" &
+    launcher=$!
+    "$wait_for_text" ready "$work/out" $launcher || fail "not ready"
+    kill -TERM $launcher
+    wait $launcher
+    [ $? -eq 143 ] || fail "code"
+    # Nobody holds the FIFO any more, so that nobody can be written to.
+    ! timeout 5 dd if=/dev/null of="$work/never" oflag=nonblock 2>/dev/null || fail "a process is left"
+    expect_clean
+}
+
+says_who_is_blind() {
+    command -v cc >/dev/null || { echo "no compiler: skipped"; exit 77; }
+    echo 'int main(void) { return 3; }' | cc -static -x c -o "$work/blind" - || { echo "no static libc: skipped"; exit 77; }
+    expect_code 3 "$sim" run -- "$work/blind"
+    expect_text "$work/err" "has not loaded the simulator's library"
+    expect_code 0 "$sim" run -- true
+    [ ! -s "$work/err" ] || fail "$(cat "$work/err")"
+}
+
 makes_images() {
     expect_code 0 "$sim" image --model rowan-spi --version 0x0205 --seed 3 "$work/one"
     expect_code 0 "$sim" image --model rowan-spi --version 0x0205 --seed 3 "$work/two"

@@ -140,7 +140,7 @@ TEST_F(UsbTest, ItsSerialNumberIsThatOfTheMfiImageFromTheNextStartOn)
     };
     const auto write = [&](size_t offset, std::span<const uint8_t> bytes) {
         const auto controller = camera.controller();
-        std::ranges::copy(bytes, (*controller).rom().begin() + sim::kMfiRomAddress + offset);
+        std::ranges::copy(bytes, (*controller).rom.begin() + sim::kMfiRomAddress + offset);
     };
     const auto start = [&] {
         bed_.unplug(camera);
@@ -206,7 +206,7 @@ TEST_F(UsbTest, UnknownRequestsStall)
         uint16_t value, index;
     };
     const Case cases[] = {
-        {0x80, 6, 0x0600, 0},            // device qualifier
+        {0x80, 6, 0x0A00, 0},            // debug descriptor
         {0x80, 6, 0x0309, 0},            // missing string
         {0xA1, kGetLen, 0x7F00, 0x0600}, // missing control
         {0xA1, kGetLen, 0x0100, 0x0C00}, // H.264 unit
@@ -240,7 +240,7 @@ TEST_F(UsbTest, RequestsThatContradictThemselvesStall)
         std::vector<uint8_t> data(setup.length);
         EXPECT_EQ(camera.control(setup, data), -EPIPE) << std::hex << setup.value;
     }
-    EXPECT_TRUE(camera.controller()->write_protect());
+    EXPECT_TRUE(camera.controller()->write_protect);
 }
 
 TEST_F(UsbTest, PictureControlsAnswerAsDescribed)

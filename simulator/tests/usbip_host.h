@@ -55,7 +55,7 @@ public:
         device.record.bus_id = "1-1";
         device.record.bus = 1;
         device.record.address = 2;
-        std::ranges::copy(device_descriptor(camera->controller().model()),
+        std::ranges::copy(device_descriptor(camera->controller().model),
                           device.record.descriptor.begin());
         device.record.interfaces = {{0x0e, 1, 0}, {0x0e, 2, 0}};
         return device;

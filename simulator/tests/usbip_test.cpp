@@ -93,7 +93,7 @@ TEST(UsbipTransfers, ControlRequestsAreAnsweredAndClipped)
         {"languages", get_descriptor(3, 0, 255), {}, 0, {4, 3, 9, 4}, 4},
         {"serial number", get_descriptor(3, 3, 255), {}, 0, {6, 3, 'S', 0, '1', 0}, 6},
         {"no such string", get_descriptor(3, 9, 255), {}, -EPIPE, {}, 0},
-        {"device qualifier", get_descriptor(6, 0, 10), {}, -EPIPE, {}, 0},
+        {"device qualifier", get_descriptor(6, 0, 10), {}, 0, {10, 6, 0, 2, 0xEF, 2, 1, 64, 1, 0}, 10},
         {"debug", get_descriptor(10, 0, 4), {}, -EPIPE, {}, 0},
         {"set configuration", {0x00, 9, 1, 0, 0}, {}, 0, {}, 0},
         {"get configuration", {0x80, 8, 0, 0, 1}, {}, 0, {1}, 1},

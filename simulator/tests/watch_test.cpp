@@ -89,7 +89,7 @@ TEST(PlainWords, NameTheControlAndWhatItIsAbout)
         {"rowan-spi",
          unit_request(sim::kSetCur, 6, sim::kExtRom, 35),
          {0x20, 0, 0x40, 0},
-         "SET_CUR unit 6 EXT_ROM: asks for 32 bytes at 0x0040"},
+         "SET_CUR unit 6 EXT_ROM: ask for 32 bytes at 0x0040"},
         {"rowan-spi",
          unit_request(sim::kGetCur, 6, sim::kExtRom, 35),
          {0x02, 0, 0x40, 0xAB, 0xCD, 0},
@@ -110,15 +110,15 @@ TEST(PlainWords, NameTheControlAndWhatItIsAbout)
         {"rowan-spi",
          unit_request(sim::kSetCur, 6, sim::kReg, 11),
          {0x81, 0x0B, 0x69, 8},
-         "SET_CUR unit 6 REG: write register 0x0B69 = 0x08"},
+         "SET_CUR unit 6 REG: write 1 byte at 0x0B69: 08"},
         {"rowan-spi",
          unit_request(sim::kGetCur, 6, sim::kSpiStatus, 11),
          {1, 0, 0, 3},
-         "GET_CUR unit 6 SPI_STATUS: flash status 0x03, busy, writing enabled"},
+         "GET_CUR unit 6 SPI_STATUS: status 03, busy"},
         {"rowan-spi",
          unit_request(sim::kGetInfo, 6, sim::kHwVersion, 1),
          {1},
-         "GET_INFO unit 6 HW_VERSION: read only"},
+         "GET_INFO unit 6 HW_VERSION: 01"},
         {"rowan-spi",
          unit_request(sim::kGetCur, 6, sim::kIntFwVersion, 11),
          {'R', 'O', 0, 0},
@@ -134,23 +134,23 @@ TEST(PlainWords, NameTheControlAndWhatItIsAbout)
         {"rowan-spi",
          unit_request(sim::kGetCur, 2, 2, 2),
          {128, 0},
-         "GET_CUR unit 2 BRIGHTNESS: 128"},
+         "GET_CUR unit 2 BRIGHTNESS: 80 00"},
         {"rowan-spi",
          {.request_type = 0x80, .request = 6, .value = 0x0302, .length = 255},
          {},
-         "GET_DESCRIPTOR string 2"},
+         "GET_DESCRIPTOR, value 0x0302, index 0x0000: nothing"},
         {"rowan-spi",
          {.request_type = 0x01, .request = 11, .value = 2, .index = 1},
          {},
-         "SET_INTERFACE 1: setting 2"},
+         "SET_INTERFACE, value 0x0002, index 0x0001"},
         {"rowan-spi",
          {.request_type = 0x02, .request = 1, .index = 0x81},
          {},
-         "CLEAR_FEATURE: end the halt of endpoint 0x81"},
+         "CLEAR_FEATURE, value 0x0000, index 0x0081"},
         {"rowan-spi",
          {.request_type = 0xC0, .request = 9, .value = 1, .index = 2},
          {0xFF},
-         "request 0x09 of type 0xC0, value 0x0001, index 0x0002: FF"},
+         "request 0x09 of type 0xC0, value 0x0001, index 0x0002"},
     };
     for (const auto& row : cases)
         EXPECT_EQ(sim::request_in_words(model(row.model), row.setup, row.data).text, row.text);
@@ -238,10 +238,10 @@ TEST(Log, CountsWalksAndPolls)
     EXPECT_EQ(bench.lines(),
               (std::vector<std::string>{
                   "SET_CUR unit 6 EXT_ROM: write 1 byte at 0x0000: AA",
-                  "GET_CUR unit 6 SPI_STATUS: flash status 0x00",
+                  "GET_CUR unit 6 SPI_STATUS: status 00",
                   "  ... 4 more like it, written on to 0x0004: SET_CUR unit 6 EXT_ROM",
-                  "  ... 4 more times: GET_CUR unit 6 SPI_STATUS: flash status 0x00",
-                  "GET_CUR unit 6 SPI_STATUS: flash status 0x01, busy",
+                  "  ... 4 more times: GET_CUR unit 6 SPI_STATUS: status 00",
+                  "GET_CUR unit 6 SPI_STATUS: status 01, busy",
               }));
 }
 
@@ -342,14 +342,14 @@ TEST_F(WatchTest, EveryObserverIsToldOfEachTransfer)
     {
         const auto file = open(camera);
         EXPECT_EQ(control(*file, unit_request(sim::kGetLen, 6, sim::kReg, 2)), 0);
-        camera.remove_observer(second);
+        camera.usb()->observers().remove(second);
         EXPECT_EQ(control(*file, unit_request(sim::kGetLen, 6, 0x7E, 2)), 0);
         EXPECT_EQ(submit(*file, USBDEVFS_URB_TYPE_BULK, sim::kInterruptEndpoint, 64, 2), 0);
         camera.set_fault(
             [](const sim::Setup&, uint64_t) { return sim::Fault::submit_error(ENOMEM); });
         EXPECT_EQ(control(*file, unit_request(sim::kGetLen, 6, sim::kReg, 2)), -ENOMEM);
     }
-    camera.remove_observer(first);
+    camera.usb()->observers().remove(first);
     const std::string begin =
         "plugged 1:2; S1 control room 2 data 0 status 0; "
         "C1 control room 2 data 2 status 0; ";
@@ -384,7 +384,7 @@ TEST_F(WatchTest, ObserversSeeThePlugGoAndComeBack)
               "plugged 1:3; unplugged silently; plugged 1:4; unplugged; plugged 1:5; "
               "S1 control room 2 data 0 status 0; C1 control room 2 data 2 status 0; "
               "restarts; plugged 1:6; ");
-    camera.remove_observer(notes);
+    camera.usb()->observers().remove(notes);
 }
 
 TEST_F(WatchTest, TransfersBeyondTheKernelsMemoryAreRefused)
@@ -408,7 +408,7 @@ TEST_F(WatchTest, MistakenRequestsAreAnswered)
     plug();
     int acts = 0;
     sim::StateService service(bed_, cameras_,
-                              [&](const sim::PluggedCamera&, const std::string&) { ++acts; });
+                              [&](const std::string&, const std::string&) { ++acts; });
     const struct {
         const char* request;
         const char* reply; ///< a part of it
@@ -433,6 +433,11 @@ TEST_F(WatchTest, MistakenRequestsAreAnswered)
         {"{\"command\": \"touch\", \"value\": 1e99}", "0 to 255"},
         {"{\"command\": \"unplug\", \"silent\": 1}", "true or false"},
         {"{\"command\": \"replug\"}", "plugged in already"},
+        {"{\"command\": \"fault\"}", "no table [[fault]]"},
+        {"{\"command\": \"fault\", \"faults\": \"[[fault\"}", "no TOML"},
+        {"{\"command\": \"fault\", \"faults\": [1]}", "'faults' is a text"},
+        {"{\"command\": \"fault\", \"faults\": \"fault = [{when = {camera = 2}, do = 'stall'}]\"}",
+         "not plugged in"},
     };
     for (const auto& [request, reply] : cases) {
         const std::string answer = service.answer(request);
@@ -451,7 +456,7 @@ public:
     bool is_connected() const { return bool{socket_}; }
     bool send_text(const std::string& text) const
     {
-        return send(socket_.get(), text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT) ==
+        return send(socket_.get(), text.data(), text.size(), MSG_NOSIGNAL) ==
                static_cast<ssize_t>(text.size());
     }
     /// To the end of the line or of the connection.

@@ -107,9 +107,9 @@ log_tells_an_upgrade() {
     "$sim" run --speed fast --log="$work/log" -- "$nyxus" upgrade --reset "$work/image" >/dev/null 2>&1 ||
         fail upgrade
     for text in 'plugged in at bus 1, address 2: rowan-spi' 'INT_FW_VERSION: "RO2-1.0.12"' \
-        'EXT_ROM: erase the whole ROM' 'SPI_STATUS: flash status 0x03, busy' \
+        'EXT_ROM: erase the whole ROM' 'SPI_STATUS: status 03, busy' \
         'EXT_ROM: write 32 bytes at 0x0040' 'more like it, written on to 0x5A3B' \
-        'more like it, read on to 0x5A3B' 'REG: write register 0x0026 = 0x10' \
+        'more like it, read on to 0x5A3B' 'REG: write 1 byte at 0x0026: 10' \
         'restarts: leaves the bus' 'plugged in at bus 1, address 3'; do
         expect_text "$work/log" "$text"
     done
@@ -122,8 +122,8 @@ log_tells_an_upgrade() {
     grep -A 1 'strikes$' "$work/log" | grep -q 'GET_CUR unit 6 .*-> ' || fail "the stalled request"
     "$sim" run --camera rowan-iso,serial=A --camera rowan-spi,serial=B --log -- \
         "$nyxus" -c A stream --size 320x240 --count 2 >/dev/null 2>"$work/log"
-    expect_text "$work/log" '  A  SET_CUR video COMMIT: 320x240, 30 frames per second'
-    expect_text "$work/log" '  A  video begins: 320x240'
+    expect_text "$work/log" '  A  SET_CUR video COMMIT: 01 00 01 01'
+    expect_text "$work/log" '  A  video begins: YUYV 320x240, 30 frames per second'
     expect_text "$work/log" '  A  video ends after'
 }
 
@@ -165,6 +165,39 @@ state_and_acts() {
     cmp "$work/rom" "$work/saved" || fail "the saved ROM differs"
     expect_text "$work/state" "\"sha256\": \"$(sha256sum "$work/rom" | cut -d' ' -f1)\""
     expect_text "$work/state" '"serial": "B"'
+}
+
+faults_while_it_runs() {
+    # shellcheck disable=SC2016 # the inner shell expands
+    "$sim" run --strict --camera rowan-spi,serial=A --camera rowan-spi,serial=B -- sh -c '
+        sim=$1 nyxus=$2
+        set -x
+        "$sim" do fault stall request=GET_CUR times=1 || exit 10
+        "$nyxus" -c A info && exit 11
+        "$nyxus" -c A info >/dev/null || exit 12
+        "$sim" do clear || exit 13
+        "$sim" do fault --camera B io-error unit=6 || exit 14
+        "$nyxus" -c A info >/dev/null || exit 15
+        "$nyxus" -c B info && exit 16
+        "$sim" do fault "[[fault]]
+when.frame = 3 # which never comes, and is forgotten
+do = \"error-bit\"" || exit 17
+        "$sim" do clear && "$nyxus" -c B info >/dev/null || exit 18
+        "$sim" do fault --camera B unplug time_ms=1 replug_ms=1 || exit 19 # from now on, not from the start
+        until "$sim" state --camera B | grep -q "\"address\": 4"; do :; done
+        for wrong in stal "stall colour=1" "stall unit=300" "late" "stall camera=3" "stall unit=\"]}"; do
+            "$sim" do fault $wrong && exit 20
+        done
+        exit 0
+    ' sh "$sim" "$nyxus" >"$work/out" 2>&1
+    code=$?
+    [ $code -eq 0 ] || { cat "$work/out"; fail "step $code"; }
+    # The longest that a fault file may be is armed as well.
+    { printf '[[fault]]\nwhen.frame = 1\ndo = "stall"\n'; head -c 1000000 /dev/zero | tr '\0' '#'; } >"$work/long.toml"
+    # shellcheck disable=SC2016
+    "$sim" run --strict -- sh -c '"$1" do fault "$2"' sh "$sim" "$work/long.toml" 2>"$work/err"
+    expect_same "code of a fault that never happened" $? 124
+    expect_text "$work/err" 'never happened'
 }
 
 another_terminal_connects() {

@@ -136,27 +136,22 @@ void add_control_interface(Bytes& bytes, const CameraModel& model)
 
 } // namespace
 
+// Class EF/02/01: an interface association tells which interfaces form the camera.
 std::vector<uint8_t> device_descriptor(const CameraModel& model)
 {
-    // Class EF/02/01: an interface association tells which interfaces form the camera.
-    return {0x12,
-            0x01,
-            0x00,
-            0x02,
-            0xef,
-            0x02,
-            0x01,
-            0x40,
-            static_cast<uint8_t>(kVendorId & 0xFF),
-            static_cast<uint8_t>(kVendorId >> 8),
-            static_cast<uint8_t>(model.usb_product_id),
-            static_cast<uint8_t>(model.usb_product_id >> 8),
-            0x00,
-            0x01,
-            0x01,
-            0x02,
-            0x03,
-            0x01};
+    Bytes bytes{0x12, 0x01, 0x00, 0x02, 0xef, 0x02, 0x01, 0x40};
+    add_u16(bytes, kVendorId);
+    add_u16(bytes, model.usb_product_id);
+    add(bytes, Bytes{0x00, 0x01, 0x01, 0x02, 0x03, 0x01});
+    return bytes;
+}
+
+std::vector<uint8_t> device_qualifier(std::span<const uint8_t> device_descriptor)
+{
+    Bytes bytes{0x0a, 0x06};
+    add(bytes, device_descriptor.subspan(2, 6)); // version, class, size of a packet
+    add(bytes, Bytes{0x01, 0x00});               // one configuration
+    return bytes;
 }
 
 std::vector<uint8_t> configuration_descriptor(const CameraModel& model)

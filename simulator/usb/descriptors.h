@@ -50,6 +50,8 @@ inline constexpr uint32_t kBulkPacketBytes = 512;
 inline constexpr uint32_t kIsoPacketBytes[] = {1024, 3072};
 
 std::vector<uint8_t> device_descriptor(const CameraModel& model);
+/// What the device would be at full speed: the same.
+std::vector<uint8_t> device_qualifier(std::span<const uint8_t> device_descriptor);
 std::vector<uint8_t> configuration_descriptor(const CameraModel& model);
 /// The part of it that describes setting 0 of interface `number`, alone.
 std::vector<uint8_t> interface_descriptor(const CameraModel& model, unsigned number);

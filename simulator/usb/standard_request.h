@@ -22,6 +22,11 @@ enum StandardRequest : uint8_t {
 
 inline constexpr uint16_t kEndpointHalt = 0;
 
-enum DescriptorType : uint8_t { kDevice = 1, kConfiguration = 2, kString = 3 };
+enum DescriptorType : uint8_t {
+    kDevice = 1,
+    kConfiguration = 2,
+    kString = 3,
+    kDeviceQualifier = 6
+};
 
 } // namespace sim

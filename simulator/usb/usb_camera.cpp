@@ -59,7 +59,7 @@ UsbCamera::UsbCamera(const CameraModel& model, Clock& clock, std::string serial,
                      std::span<const uint8_t> rom)
     : clock_(clock),
       controller_(model, clock, rom),
-      video_(controller_.model()),
+      video_(controller_.model),
       stream_(controller_),
       serial_(std::move(serial))
 {
@@ -101,7 +101,7 @@ void UsbCamera::power_cycle()
 
 void UsbCamera::await_host()
 {
-    video_ = VideoControls(controller_.model());
+    video_ = VideoControls(controller_.model);
     stream_.set_picture(video_.picture_settings());
     learn_serial();
     (void)configure(1);
@@ -109,7 +109,7 @@ void UsbCamera::await_host()
 
 void UsbCamera::learn_serial()
 {
-    usb_serial_ = controller_.runs_external_firmware() ? mfi_serial(controller_.rom()) : "";
+    usb_serial_ = controller_.firmware.external ? mfi_serial(controller_.rom) : "";
     if (usb_serial_.empty())
         usb_serial_ = serial_;
 }
@@ -119,6 +119,7 @@ bool UsbCamera::configure(unsigned number)
     if (number > 1)
         return false;
     configuration_ = static_cast<uint8_t>(number);
+    halted_ = {};
     video_setting_ = 0;
     stream_.stop();
     return true;
@@ -126,7 +127,7 @@ bool UsbCamera::configure(unsigned number)
 
 bool UsbCamera::has_setting(unsigned number, unsigned setting)
 {
-    const bool has_several = number == kVideoInterface && controller_.model().streams_isochronously;
+    const bool has_several = number == kVideoInterface && controller_.model.streams_isochronously;
     return number < kInterfaceCount && setting <= (has_several ? std::size(kIsoPacketBytes) : 0);
 }
 
@@ -154,7 +155,7 @@ Outcome UsbCamera::control(const Setup& setup, std::span<uint8_t> data)
     Outcome outcome = apply_fault(setup, data, fault);
     if (outcome.kind == Outcome::Kind::kRefused)
         return outcome;
-    outcome.restart = controller_.restart_pending();
+    outcome.restart = controller_.restart_pending;
     pass_wire(outcome);
     if (outcome.kind != Outcome::Kind::kPending && outcome.kind != Outcome::Kind::kLate)
         record(setup, data.first(outcome.moved), outcome.status);
@@ -165,7 +166,7 @@ Outcome UsbCamera::control(const Setup& setup, std::span<uint8_t> data)
 // other transfers meanwhile. On one that stands still they come one after the other.
 void UsbCamera::pass_wire(Outcome& outcome)
 {
-    const CameraModel& model = controller_.model();
+    const CameraModel& model = controller_.model;
     if (!clock_.runs()) {
         clock_.advance_us(model.usb_latency_us);
         outcome.due_us += clock_.now_us();
@@ -281,12 +282,15 @@ int UsbCamera::standard_request(const Setup& setup, std::span<uint8_t> data)
         }
         case kSetInterface:
             return set_interface(setup.index, setup.value) ? 0 : kControlStall;
-        case kGetStatus:
-            return has_recipient(setup) ? put_answer(std::array<uint8_t, 2>{0, 0}, data)
+        case kGetStatus: {
+            const bool is_halted_one =
+                setup.recipient() == kEndpointRecipient && is_halted(setup.index);
+            return has_recipient(setup) ? put_answer(std::array<uint8_t, 2>{is_halted_one, 0}, data)
                                         : kControlStall;
+        }
         case kClearFeature:
-            return clear_feature(setup);
         case kSetFeature:
+            return set_feature(setup);
         case kSetAddress:
             return 0;
         default:
@@ -294,13 +298,28 @@ int UsbCamera::standard_request(const Setup& setup, std::span<uint8_t> data)
     }
 }
 
-// Hosts end a bulk stream by clearing the endpoint's halt, whether it is halted or not.
-int UsbCamera::clear_feature(const Setup& setup)
+int UsbCamera::set_feature(const Setup& setup)
 {
-    if (setup.recipient() == kEndpointRecipient && setup.value == kEndpointHalt &&
-        setup.index == kVideoEndpoint)
-        stream_.stop();
+    if (!has_recipient(setup))
+        return kControlStall;
+    if (setup.recipient() == kEndpointRecipient && setup.value == kEndpointHalt)
+        set_halted(setup.index, setup.request == kSetFeature);
     return 0;
+}
+
+// Hosts end a bulk stream by clearing the endpoint's halt, whether it is halted or not.
+void UsbCamera::set_halted(uint16_t endpoint, bool halted)
+{
+    if (endpoint == kVideoEndpoint)
+        stream_.stop();
+    if (endpoint == kVideoEndpoint || endpoint == kInterruptEndpoint)
+        halted_[endpoint == kVideoEndpoint ? 1 : 0] = halted;
+}
+
+bool UsbCamera::is_halted(uint16_t endpoint) const
+{
+    return endpoint == kVideoEndpoint ? halted_[1] || stream_.is_halted()
+                                      : endpoint == kInterruptEndpoint && halted_[0];
 }
 
 int UsbCamera::get_descriptor(const Setup& setup, std::span<uint8_t> data) const
@@ -308,9 +327,9 @@ int UsbCamera::get_descriptor(const Setup& setup, std::span<uint8_t> data) const
     const uint8_t index = static_cast<uint8_t>(setup.value);
     switch (setup.value >> 8) {
         case kDevice:
-            return put_answer(device_descriptor(controller_.model()), data);
+            return put_answer(device_descriptor(controller_.model), data);
         case kConfiguration:
-            return index == 0 ? put_answer(configuration_descriptor(controller_.model()), data)
+            return index == 0 ? put_answer(configuration_descriptor(controller_.model), data)
                               : kControlStall;
         case kString:
             switch (index) {
@@ -325,13 +344,52 @@ int UsbCamera::get_descriptor(const Setup& setup, std::span<uint8_t> data) const
                 default:
                     return kControlStall;
             }
-        // The camera has no other speed, so there is no device qualifier either.
+        case kDeviceQualifier:
+            return put_answer(device_qualifier(device_descriptor(controller_.model)), data);
         default:
             return kControlStall;
     }
 }
 
+// What went wrong is kept for the control that tells of it, until another request.
 int UsbCamera::class_request(const Setup& setup, std::span<uint8_t> data)
+{
+    constexpr uint8_t kRequestErrorCode = 2;
+    const bool asks_for_error = setup.unit() == 0 && setup.interface() == kControlInterface &&
+                                setup.selector() == kRequestErrorCode;
+    if (asks_for_error && setup.request == kGetCur)
+        return put_answer(std::array{error_code_}, data);
+    if (asks_for_error && setup.request == kGetInfo)
+        return put_answer(std::array{kInfoGet}, data);
+    const int moved = control_request(setup, data);
+    error_code_ = moved < 0 ? error_code(setup) : uint8_t{0};
+    return moved;
+}
+
+// A control tells of itself whether it is there, and can be set.
+uint8_t UsbCamera::error_code(const Setup& setup)
+{
+    enum Code : uint8_t {
+        kOutOfRange = 4,
+        kInvalidUnit = 5,
+        kInvalidControl = 6,
+        kInvalidRequest = 7
+    };
+    constexpr uint8_t kUnits[] = {0, kCameraTerminal, kProcessingUnit, kVendorUnit, kH264Unit};
+    uint8_t info = 0;
+    if (setup.interface() == kControlInterface && std::ranges::count(kUnits, setup.unit()) == 0)
+        return kInvalidUnit;
+    const Setup question{.request_type = 0xA1,
+                         .request = kGetInfo,
+                         .value = setup.value,
+                         .index = setup.index,
+                         .length = 1};
+    if (control_request(question, {&info, 1}) < 0)
+        return kInvalidControl;
+    return setup.request == kSetCur && (info & kInfoSet) != 0 ? kOutOfRange : kInvalidRequest;
+}
+
+int UsbCamera::control_request(const Setup& setup, std::span<uint8_t> data)
 {
     if (is_contradictory(setup) || static_cast<uint8_t>(setup.value) != 0)
         return kControlStall;

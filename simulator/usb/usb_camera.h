@@ -7,6 +7,7 @@
 #include "usb/video_controls.h"
 #include "usb/video_stream.h"
 
+#include <array>
 #include <cstdint>
 #include <deque>
 #include <mutex>
@@ -48,7 +49,7 @@ public:
     const std::string& serial() const { return serial_; }
     /// What its firmware says since it has started: that of the MFi image, if there is one.
     const std::string& usb_serial() const { return usb_serial_; }
-    std::string product() const { return std::string(controller_.model().name); }
+    std::string product() const { return std::string(controller_.model.name); }
 
     /// One control transfer. `data` has wLength bytes: the host's, or the room for the answer.
     Outcome control(const Setup& setup, std::span<uint8_t> data);
@@ -58,6 +59,9 @@ public:
     /// False for a setting that the interface does not have.
     bool set_interface(unsigned number, unsigned setting);
     uint8_t video_setting() const { return video_setting_; }
+    /// By the host. A halt of the video endpoint that ends is the end of a stream, too.
+    void set_halted(uint16_t endpoint, bool halted);
+    bool is_halted(uint16_t endpoint) const;
     VideoStream& stream() { return stream_; }
     const VideoControls& video() const { return video_; }
     /// The firmware boots anew and waits for a host.
@@ -89,8 +93,10 @@ private:
     static void spoil_answer(const Fault& fault, std::span<uint8_t> data, Outcome& outcome);
     Outcome answer(const Setup& setup, std::span<uint8_t> data);
     int standard_request(const Setup& setup, std::span<uint8_t> data);
-    int clear_feature(const Setup& setup);
+    int set_feature(const Setup& setup);
     int class_request(const Setup& setup, std::span<uint8_t> data);
+    int control_request(const Setup& setup, std::span<uint8_t> data);
+    uint8_t error_code(const Setup& setup);
 
     std::recursive_mutex mutex_;
     Clock& clock_;
@@ -98,6 +104,8 @@ private:
     VideoControls video_;
     VideoStream stream_;
     uint8_t video_setting_ = 0;
+    std::array<bool, 2> halted_{}; ///< the status endpoint, the video endpoint: by the host
+    uint8_t error_code_ = 0;       ///< of the latest request to a control
     std::string serial_;
     std::string usb_serial_;
     uint8_t configuration_ = 1;

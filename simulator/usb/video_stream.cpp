@@ -52,7 +52,7 @@ void VideoStream::commit(const StreamFormat& format)
     earliest_ = steady_clock::now();
     if (is_paced()) {
         earliest_ +=
-            std::chrono::milliseconds(sensor_.model().first_frame_ms.value_or(kUsualFirstFrameMs));
+            std::chrono::milliseconds(sensor_.model.first_frame_ms.value_or(kUsualFirstFrameMs));
     }
 }
 
@@ -70,7 +70,7 @@ bool VideoStream::hurry_first_frame()
 {
     const auto now = steady_clock::now();
     const bool is_to_come = state_.streaming && due_ == earliest_ && due_ > now;
-    if (!is_to_come || sensor_.model().first_frame_ms)
+    if (!is_to_come || sensor_.model.first_frame_ms)
         return false;
     due_ = now;
     return true;

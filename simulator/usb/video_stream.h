@@ -83,6 +83,7 @@ public:
     /// Called after the stream has begun, ended, sent or dropped a frame.
     void set_listener(std::function<void()> listener) { changed_ = std::move(listener); }
 
+    bool is_halted() const { return halted_; }
     bool is_paced() const { return pacing_ == Pacing::kRealTime; }
     const StreamState& state() const { return state_; }
     /// Nothing before a commit, and after a stop.

@@ -3,9 +3,9 @@
 
 #include "usbip/connection.h"
 #include "usbip/session.h"
-#include "usbip/vhci.h"
 
 #include <atomic>
+#include <cstdint>
 #include <list>
 #include <mutex>
 #include <optional>
@@ -13,6 +13,20 @@
 #include <thread>
 
 namespace sim::usbip {
+
+/// The Linux kernel's virtual host controller on this machine (module vhci_hcd). It is a host for
+/// devices at the other end of a socket.
+class Vhci {
+public:
+    /// Throws std::runtime_error, with what to do about it, when it cannot be used.
+    Vhci();
+
+    /// Plugs the device behind `socket` into high-speed port `wanted`, or any free one, and returns
+    /// that port's number. A port that has just been left is waited for. The kernel takes a
+    /// reference of its own; the device is unplugged when the other end closes. Throws
+    /// std::runtime_error.
+    unsigned attach(int socket, uint32_t device_id, std::optional<unsigned> wanted) const;
+};
 
 /// Keeps devices plugged into this machine's kernel, also across their restarts.
 class LocalHost {

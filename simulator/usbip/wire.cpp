@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "usbip/wire.h"
 
+#include "bus/protocol.h"
+
 #include <algorithm>
 #include <string_view>
 

@@ -16,7 +16,6 @@ namespace sim::usbip {
 using Bytes = std::vector<uint8_t>;
 
 inline constexpr uint16_t kVersion = 0x0111;
-inline constexpr uint32_t kHighSpeed = 3;
 
 // First phase: which devices there are, and the import of one.
 

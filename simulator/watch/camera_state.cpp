@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "watch/camera_state.h"
 
-#include "chip/gpio.h"
-#include "chip/leds.h"
 #include "chip/osd.h"
+#include "chip/peripherals.h"
 #include "json/json.h"
 #include "text/format.h"
 #include "text/hex.h"
@@ -21,7 +20,7 @@ namespace {
 
 constexpr uint32_t kRegisters = 0x10000;
 
-Json register_run(const Controller& controller, uint32_t first, uint32_t end)
+Json register_run(Controller& controller, uint32_t first, uint32_t end)
 {
     std::vector<uint8_t> bytes;
     for (uint32_t address = first; address < end; ++address)
@@ -30,7 +29,7 @@ Json register_run(const Controller& controller, uint32_t first, uint32_t end)
 }
 
 // Runs of registers that are not 0; single zeros do not end one.
-Json registers_that_are_set(const Controller& controller)
+Json registers_that_are_set(Controller& controller)
 {
     constexpr uint32_t kGap = 4;
     std::vector<uint8_t> values(kRegisters);
@@ -49,16 +48,16 @@ Json registers_that_are_set(const Controller& controller)
     return runs;
 }
 
-Json firmware_state(const Controller& controller)
+Json firmware_state(Controller& controller)
 {
-    const RunningFirmware& firmware = controller.firmware();
+    const RunningFirmware& firmware = controller.firmware;
     return {{"runs", firmware.external ? "external" : "internal"},
             {"version", text::format("0x%04X", firmware.version)},
             {"sensor_application", text::format("0x%04X", firmware.sensor_application_id)},
-            {"internal_version", controller.model().internal_version}};
+            {"internal_version", controller.model.internal_version}};
 }
 
-Json gpio_state(const Controller& controller)
+Json gpio_state(Controller& controller)
 {
     Json pins = Json::array();
     for (unsigned pin = 0; pin < kGpioCount; ++pin) {
@@ -69,7 +68,7 @@ Json gpio_state(const Controller& controller)
     return pins;
 }
 
-Json led_state(const Controller& controller)
+Json led_state(Controller& controller)
 {
     Json leds = Json::array();
     for (size_t led = 0; led < Leds::kCount; ++led) {
@@ -89,17 +88,17 @@ std::string sha256(std::span<const uint8_t> bytes)
 
 Json rom_state(Controller& controller, bool with_contents)
 {
-    const CameraModel& model = controller.model();
+    const CameraModel& model = controller.model;
     const bool is_flash = model.rom_kind == RomKind::kSpiFlash;
     Json rom = {{"kind", is_flash ? "SPI flash" : "EEPROM"},
                 {"part", is_flash ? model.flash.name : model.eeprom.name},
-                {"bytes", controller.rom().size()},
-                {"sha256", sha256(controller.rom())}};
+                {"bytes", controller.rom.size()},
+                {"sha256", sha256(controller.rom)}};
     if (is_flash)
         rom["status"] = text::format("0x%02X", controller.flash_status());
-    rom["write_protect"] = controller.write_protect();
+    rom["write_protect"] = controller.write_protect;
     if (with_contents)
-        rom["contents"] = text::hex(controller.rom());
+        rom["contents"] = text::hex(controller.rom);
     return rom;
 }
 
@@ -127,7 +126,7 @@ Json control_state(const VideoControls& video)
     return controls;
 }
 
-Json h264_state(const Controller& controller)
+Json h264_state(Controller& controller)
 {
     Json settings = Json::object();
     for (const H264Unit::Setting& setting : controller.h264().settings())
@@ -161,20 +160,20 @@ Json camera_state(PluggedCamera& camera, const std::optional<RegisterRange>& reg
                   {"bus", camera.bus()},          {"port", camera.port()},
                   {"address", camera.address()},  {"plugged", camera.is_plugged()}};
     const StreamState stream = camera.stream();
-    const std::optional<StreamFormat> format = camera.stream_format();
+    const std::optional<StreamFormat> format = camera.usb()->stream().format();
 
     const auto locked = camera.controller();
     Controller& controller = *locked;
     state["firmware"] = firmware_state(controller);
     state["rom"] = rom_state(controller, with_rom);
     state["stream"] = stream_state(stream, format);
-    state["controls"] = control_state(camera.video_controls());
+    state["controls"] = control_state(camera.usb()->video());
     state["gpio"] = gpio_state(controller);
     state["leds"] = led_state(controller);
     state["motion_alarm"] = controller.motion_alarm();
     state["touch"] = controller.touch();
-    state["sensor_resets"] = controller.sensor_resets();
-    state["snapshot_triggers"] = controller.snapshot_triggers();
+    state["sensor_resets"] = controller.sensor_resets;
+    state["snapshot_triggers"] = controller.snapshot_triggers;
     state["h264"] = h264_state(controller);
     state["osd"] = osd_state(controller.osd());
     state["registers"] =

@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <utility>
@@ -20,8 +21,8 @@ constexpr uint64_t kFramesPerLine = 100;
 
 std::string firmware_in_words(const Controller& controller)
 {
-    return controller.runs_external_firmware() ? "runs the firmware in its ROM"
-                                               : "runs its internal firmware";
+    return controller.firmware.external ? "runs the firmware in its ROM"
+                                        : "runs its internal firmware";
 }
 
 const char* endpoint_kind(TransferType type)
@@ -122,7 +123,7 @@ Words CameraLog::words(const BusTransfer& transfer)
                              transfer.endpoint)};
     }
     const auto data = transfer.is_in() ? transfer.data : std::span<const uint8_t>(sent);
-    Words words = request_in_words(camera_->controller().model(), transfer.setup, data);
+    Words words = request_in_words(camera_->controller().model, transfer.setup, data);
     words.data.assign(data.begin(), data.end());
     return words;
 }
@@ -163,8 +164,12 @@ void CameraLog::video_changed(const VideoStream& stream)
             frames_before_ = state.frames_sent;
             dropped_before_ = state.frames_dropped;
             frames_told_ = 0;
-            tell(text::format("video begins: %ux%u", stream.format()->size.width,
-                              stream.format()->size.height));
+            const StreamFormat& format = *stream.format();
+            constexpr double kUnitsPerSecond = 1e7;
+            tell(text::format(
+                "video begins: %s %ux%u, %.4g frames per second, payloads of %u bytes",
+                format.pixels == PixelFormat::kMjpeg ? "MJPEG" : "YUYV", format.size.width,
+                format.size.height, kUnitsPerSecond / format.interval_100ns, format.payload_bytes));
         } else {
             tell_frames(stream, "video ends after");
         }
@@ -185,6 +190,68 @@ void CameraLog::tell_frames(const VideoStream& stream, const char* what)
         "%s %llu frames, %llu dropped", what,
         static_cast<unsigned long long>(stream.state().frames_sent - frames_before_),
         static_cast<unsigned long long>(stream.state().frames_dropped - dropped_before_)));
+}
+
+namespace {
+
+// A page is written, asked for its state and answered; more requests than these make no pattern.
+constexpr size_t kLongestPattern = 4;
+
+std::string times_summary(uint64_t more)
+{
+    return more == 1
+               ? "  ... once more: "
+               : text::format("  ... %llu more times: ", static_cast<unsigned long long>(more));
+}
+
+std::string step_summary(const Words& first, uint64_t more, uint32_t end)
+{
+    const size_t colon = first.text.find(':');
+    constexpr const char* kWhat[] = {"asked for", "read", "written"};
+    return text::format(
+               "  ... %llu more like it, %s on to 0x%04X: ", static_cast<unsigned long long>(more),
+               kWhat[static_cast<size_t>(first.step->kind)], end - 1) +
+           first.text.substr(0, colon);
+}
+
+} // namespace
+
+bool Repetition::absorbs(const Words& request)
+{
+    const auto goes_on = [&](const Run& run) {
+        if (!request.step || !run.first.step)
+            return run.first.text == request.text && run.first.data == request.data;
+        return run.first.step->selector == request.step->selector &&
+               run.first.step->kind == request.step->kind && run.end == request.step->begin;
+    };
+    const auto run = std::ranges::find_if(runs_, goes_on);
+    if (run == runs_.end())
+        return false;
+    ++run->more;
+    run->end = request.step ? request.step->end : 0;
+    counting_ = true;
+    return true;
+}
+
+std::vector<std::string> Repetition::summary()
+{
+    std::vector<std::string> lines;
+    for (const Run& run : runs_) {
+        if (run.more == 0)
+            continue;
+        lines.push_back(run.first.step ? step_summary(run.first, run.more, run.end)
+                                       : times_summary(run.more) + run.first.text);
+    }
+    runs_.clear();
+    counting_ = false;
+    return lines;
+}
+
+void Repetition::remember(const Words& request)
+{
+    if (runs_.size() == kLongestPattern)
+        runs_.pop_front();
+    runs_.push_back({request, request.step ? request.step->end : 0});
 }
 
 } // namespace sim

@@ -1,16 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "watch/output_file.h"
 
-#include "files/parts.h"
+#include "files/write_all.h"
 #include "text/printable.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -92,31 +89,10 @@ OutputFile::OutputFile(const std::string& path)
     std::signal(SIGPIPE, [](int) {});
 }
 
-void OutputFile::write(std::span<const std::span<const uint8_t>> parts)
+void OutputFile::write(std::string_view text)
 {
-    std::array<iovec, 4> vectors{};
-    const size_t count = std::min(parts.size(), vectors.size());
-    size_t left = 0;
-    for (size_t i = 0; i < count; ++i) {
-        vectors[i] = {const_cast<uint8_t*>(parts[i].data()), parts[i].size()};
-        left += parts[i].size();
-    }
-    while (left > 0 && error_ == 0) {
-        const ssize_t written = writev(file_.get(), vectors.data(), static_cast<int>(count));
-        if (written < 0) {
-            error_ = errno == EINTR ? 0 : errno;
-            continue;
-        }
-        left -= static_cast<size_t>(written);
-        files::drop_front(vectors, static_cast<size_t>(written));
-    }
-}
-
-void OutputFile::write(const std::string& text)
-{
-    const std::span<const uint8_t> bytes(reinterpret_cast<const uint8_t*>(text.data()),
-                                         text.size());
-    write(std::array{bytes});
+    if (error_ == 0)
+        error_ = files::write_all(file_.get(), text);
 }
 
 bool OutputFile::report(const char* what) const

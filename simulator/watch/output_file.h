@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace sim {
@@ -22,9 +23,12 @@ public:
     {
     }
 
-    /// All of it, one behind the other, without a buffer in between.
-    void write(std::span<const std::span<const uint8_t>> parts);
-    void write(const std::string& text);
+    /// All of it, without a buffer in between.
+    void write(std::string_view text);
+    void write(std::span<const uint8_t> bytes)
+    {
+        write({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    }
     const std::string& name() const { return name_; }
     /// False, and a line on standard error, when something of it is missing.
     bool report(const char* what) const;

@@ -1,67 +1,157 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "watch/plain_words.h"
 
+#include "chip/control_table.h"
+#include "chip/h264_unit.h"
+#include "chip/memory_frame.h"
 #include "text/format.h"
 #include "text/hex.h"
+#include "text/printable.h"
 #include "usb/descriptors.h"
 #include "usb/standard_request.h"
 #include "usb/video_controls.h"
-#include "watch/unit_words.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 
 namespace sim {
 
 namespace {
 
-std::string descriptor_in_words(const Setup& setup)
+using namespace memory_frame;
+
+struct Name {
+    int code;
+    std::string_view text;
+};
+
+constexpr Name kStandardRequests[] = {
+    {kGetStatus, "GET_STATUS"},
+    {kClearFeature, "CLEAR_FEATURE"},
+    {kSetFeature, "SET_FEATURE"},
+    {kSetAddress, "SET_ADDRESS"},
+    {kGetDescriptor, "GET_DESCRIPTOR"},
+    {kGetConfiguration, "GET_CONFIGURATION"},
+    {kSetConfiguration, "SET_CONFIGURATION"},
+    {kGetInterface, "GET_INTERFACE"},
+    {kSetInterface, "SET_INTERFACE"},
+};
+constexpr Name kClassRequests[] = {
+    {kSetCur, "SET_CUR"}, {kGetCur, "GET_CUR"}, {kGetMin, "GET_MIN"},   {kGetMax, "GET_MAX"},
+    {kGetRes, "GET_RES"}, {kGetLen, "GET_LEN"}, {kGetInfo, "GET_INFO"}, {kGetDef, "GET_DEF"},
+};
+constexpr Name kVideoSelectors[] = {{1, "PROBE"}, {2, "COMMIT"}};
+constexpr Name kResults[] = {
+    {-EPIPE, "stalled"},
+    {-EPROTO, "broken on the wire"},
+    {-ETIME, "no answer on the wire"},
+    {-ENOENT, "cancelled by the host"},
+    {-ESHUTDOWN, "the camera is gone"},
+    {-EOVERFLOW, "more data than room"},
+};
+
+std::string named(std::span<const Name> names, int code, const char* other)
 {
-    const unsigned index = setup.value & 0xFF;
-    switch (setup.value >> 8) {
-        case kDevice:
-            return "device";
-        case kConfiguration:
-            return text::format("configuration %u", index);
-        case kString:
-            return index == 0 ? "languages" : text::format("string %u", index);
-        default:
-            return text::format("type 0x%02X, index %u", setup.value >> 8, index);
-    }
+    const auto found = std::ranges::find(names, code, &Name::code);
+    return found == names.end() ? text::format("%s 0x%02X", other, code) : std::string(found->text);
 }
 
-std::string standard_request_in_words(const Setup& setup, std::span<const uint8_t> data)
+std::string subject(const Setup& setup)
 {
-    switch (setup.request) {
-        case kGetDescriptor:
-            return "GET_DESCRIPTOR " + descriptor_in_words(setup);
-        case kSetConfiguration:
-            return text::format("SET_CONFIGURATION %u", setup.value);
-        case kGetConfiguration:
-            return "GET_CONFIGURATION: " + hex_bytes(data);
-        case kSetInterface:
-            return text::format("SET_INTERFACE %u: setting %u", setup.index, setup.value);
-        case kGetInterface:
-            return text::format("GET_INTERFACE %u: setting ", setup.index) + hex_bytes(data);
-        case kClearFeature:
-            if (setup.recipient() == kEndpointRecipient && setup.value == kEndpointHalt)
-                return text::format("CLEAR_FEATURE: end the halt of endpoint 0x%02X", setup.index);
-            return text::format("CLEAR_FEATURE %u of 0x%04X", setup.value, setup.index);
-        case kSetFeature:
-            return text::format("SET_FEATURE %u of 0x%04X", setup.value, setup.index);
-        case kGetStatus:
-            return "GET_STATUS: " + hex_bytes(data);
-        case kSetAddress:
-            return text::format("SET_ADDRESS %u", setup.value);
-        default:
-            return text::format("standard request 0x%02X", setup.request);
+    const uint8_t selector = setup.selector();
+    if (setup.interface() == kVideoInterface)
+        return "video " + named(kVideoSelectors, selector, "control");
+    std::string name;
+    if (setup.unit() == kVendorUnit) {
+        name = control_name(selector);
+    } else if (setup.unit() == kH264Unit) {
+        name = H264Unit::control_name(selector);
+    } else if (const auto control = VideoControls::find(setup)) {
+        name = kControlPlaces[*control].name;
+        std::ranges::transform(name, name.begin(), ::toupper);
     }
+    return text::format("unit %u ", setup.unit()) +
+           (name.empty() ? named({}, selector, "control") : name);
 }
 
-bool is_control_request(const Setup& setup)
+/// Which bytes of a memory a record is about.
+struct Piece {
+    RomStep step;
+    std::span<const uint8_t> data; ///< that the record has room for
+};
+
+Words piece_in_words(const Piece& piece)
 {
-    return setup.type() == kClassType && setup.recipient() == kInterfaceRecipient;
+    constexpr const char* kWhat[] = {"ask for", "read", "write"};
+    const RomStep& step = piece.step;
+    const size_t count = step.end - step.begin;
+    Words words{text::format("%s %zu byte%s at 0x%04X", kWhat[static_cast<size_t>(step.kind)],
+                             count, count == 1 ? "" : "s", step.begin)};
+    if (step.kind != RomStep::Kind::kAsk)
+        words.text += ": " + hex_bytes(piece.data.first(std::min(count, piece.data.size())));
+    const bool is_rom =
+        step.selector == kExtRom || step.selector == kExtRom512 || step.selector == kIntRom;
+    if (is_rom && count > 0)
+        words.step = step;
+    return words;
+}
+
+// The record names no direction: while the ROM is locked, what looks like a write only asks.
+Words long_rom_in_words(bool is_set, std::span<const uint8_t> record)
+{
+    if (record.size() < kHeaderBytes512)
+        return {hex_bytes(record)};
+    const uint32_t begin = be16(record.subspan(2));
+    const auto kind = is_set ? RomStep::Kind::kWrite : RomStep::Kind::kRead;
+    return piece_in_words(
+        {{kExtRom512, kind, begin, begin + static_cast<uint32_t>(length_512(record))},
+         record.subspan(kHeaderBytes512)});
+}
+
+Words memory_in_words(const CameraModel& model, uint8_t selector, bool is_set,
+                      std::span<const uint8_t> record)
+{
+    if (record.size() <= kHeaderBytes)
+        return {hex_bytes(record)};
+    const bool is_older_rom = selector == kExtRom && !is_newer_firmware(model);
+    const uint8_t length_bits = is_older_rom ? kOlderLengthBits : kLengthBits;
+    const uint8_t flags = record[0] & static_cast<uint8_t>(~length_bits);
+    const bool is_write = is_older_rom ? flags == kOlderRomWrite : (flags & kWrite) != 0;
+    if (selector == kExtRom && flags == kErase)
+        return {"erase the whole ROM"};
+    if (selector == kSpiStatus) { // one byte, whatever length it names
+        const bool is_busy = !is_set && (record[kHeaderBytes] & 1) != 0;
+        return {is_set && !is_write
+                    ? "ask for the status"
+                    : text::format("status %02X%s", record[kHeaderBytes], is_busy ? ", busy" : "")};
+    }
+    const auto kind = is_write ? RomStep::Kind::kWrite
+                      : is_set ? RomStep::Kind::kAsk
+                               : RomStep::Kind::kRead;
+    const uint32_t begin = be16(record.subspan(1));
+    return piece_in_words(
+        {{selector, kind, begin, begin + (record[0] & length_bits)}, record.subspan(kHeaderBytes)});
+}
+
+Words value_in_words(const CameraModel& model, const Setup& setup, std::span<const uint8_t> data)
+{
+    const std::string text(data.begin(), std::ranges::find(data, 0));
+    const bool is_set = setup.request == kSetCur;
+    const auto control = find_control(model, setup.selector());
+    if (setup.unit() != kVendorUnit || setup.interface() == kVideoInterface || !control ||
+        (!is_set && setup.request != kGetCur))
+        return {hex_bytes(data)};
+    if (control->selector == kExtRom512)
+        return long_rom_in_words(is_set, data);
+    if (control->is_memory)
+        return memory_in_words(model, control->selector, is_set, data);
+    const bool is_version =
+        control->selector == kIntFwVersion || control->selector == kSetfileVersion;
+    return {is_version && text::is_plain(text) && !text.empty() ? '"' + text + '"'
+                                                                : hex_bytes(data)};
 }
 
 } // namespace
@@ -77,37 +167,29 @@ std::string hex_bytes(std::span<const uint8_t> bytes)
 
 Words request_in_words(const CameraModel& model, const Setup& setup, std::span<const uint8_t> data)
 {
-    if (setup.type() == kStandardType)
-        return {standard_request_in_words(setup, data)};
-    if (is_control_request(setup))
-        return control_in_words(model, setup, data);
-    return {text::format("request 0x%02X of type 0x%02X, value 0x%04X, index 0x%04X: ",
-                         setup.request, setup.request_type, setup.value, setup.index) +
-            hex_bytes(data)};
+    if (setup.type() == kClassType && setup.recipient() == kInterfaceRecipient) {
+        Words words = value_in_words(model, setup, data);
+        words.text = named(kClassRequests, setup.request, "request") + " " + subject(setup) + ": " +
+                     words.text;
+        return words;
+    }
+    const std::string name =
+        setup.type() == kStandardType
+            ? named(kStandardRequests, setup.request, "standard request")
+            : text::format("request 0x%02X of type 0x%02X", setup.request, setup.request_type);
+    return {name + text::format(", value 0x%04X, index 0x%04X", setup.value, setup.index) +
+            (setup.length > 0 ? ": " + hex_bytes(data) : "")};
 }
 
 std::string result_in_words(const BusTransfer& transfer)
 {
     const auto failed = std::ranges::count_if(
         transfer.packets, [](int status) { return status != 0; }, &IsoPacket::status);
-    switch (transfer.status) {
-        case 0:
-            return failed == 0 ? "" : text::format(" -> %td packets lost", failed);
-        case -EPIPE:
-            return " -> stalled";
-        case -EPROTO:
-            return " -> broken on the wire";
-        case -ETIME:
-            return " -> no answer on the wire";
-        case -ENOENT:
-            return " -> cancelled by the host";
-        case -ESHUTDOWN:
-            return " -> the camera is gone";
-        case -EOVERFLOW:
-            return " -> more data than room";
-        default:
-            return std::string(" -> ") + std::strerror(-transfer.status);
-    }
+    if (transfer.status == 0)
+        return failed == 0 ? "" : text::format(" -> %td packets lost", failed);
+    const auto* const result = std::ranges::find(kResults, transfer.status, &Name::code);
+    return " -> " + (result == std::end(kResults) ? std::string(std::strerror(-transfer.status))
+                                                  : std::string(result->text));
 }
 
 } // namespace sim

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "watch/state_service.h"
 
+#include "faults/fault_file.h"
 #include "json/json.h"
 #include "watch/camera_state.h"
 
@@ -28,24 +29,26 @@ Json parse_request(const std::string& text)
     return request;
 }
 
+/// `fallback` when it is not there; its type is that of the member.
+template <typename Type>
+Type member(const Json& request, const char* name, Type fallback, const char* what)
+{
+    const auto found = request.find(name);
+    if (found == request.end())
+        return fallback;
+    if (found->type() != Json(fallback).type())
+        throw BadRequest(std::string("'") + name + "' is " + what);
+    return found->get<Type>();
+}
+
 std::string text_member(const Json& request, const char* name)
 {
-    const auto member = request.find(name);
-    if (member == request.end())
-        return "";
-    if (!member->is_string())
-        throw BadRequest(std::string("'") + name + "' is a text");
-    return member->get<std::string>();
+    return member(request, name, std::string(), "a text");
 }
 
 bool flag_member(const Json& request, const char* name)
 {
-    const auto member = request.find(name);
-    if (member == request.end())
-        return false;
-    if (!member->is_boolean())
-        throw BadRequest(std::string("'") + name + "' is true or false");
-    return member->get<bool>();
+    return member(request, name, false, "true or false");
 }
 
 uint16_t number(const Json& value, const char* name, uint16_t most)
@@ -59,10 +62,9 @@ uint16_t number(const Json& value, const char* name, uint16_t most)
 
 uint16_t number_member(const Json& request, const char* name, uint16_t most)
 {
-    const auto member = request.find(name);
-    if (member == request.end())
+    if (!request.contains(name))
         throw BadRequest(std::string("'") + name + "' is missing");
-    return number(*member, name, most);
+    return number(request[name], name, most);
 }
 
 std::optional<RegisterRange> range_member(const Json& request)
@@ -113,45 +115,37 @@ void require_plugged(const PluggedCamera& camera, bool wanted)
     }
 }
 
-void raise_motion_alarm(Bed&, PluggedCamera& camera, const Json&)
-{
-    camera.controller()->raise_motion_alarm();
-}
-
-void touch(Bed&, PluggedCamera& camera, const Json& request)
-{
-    camera.controller()->set_touch(static_cast<uint8_t>(number_member(request, "value", 0xFF)));
-}
-
-void unplug(Bed& bed, PluggedCamera& camera, const Json& request)
-{
-    require_plugged(camera, true);
-    bed.unplug(camera, flag_member(request, "silent") ? Announce::kNo : Announce::kYes);
-}
-
-void replug(Bed& bed, PluggedCamera& camera, const Json& request)
-{
-    require_plugged(camera, false);
-    std::optional<unsigned> port;
-    if (request.contains("port"))
-        port = number_member(request, "port", 0xFF);
-    bed.replug(camera, port);
-}
-
-void write_register(Bed&, PluggedCamera& camera, const Json& request)
-{
-    const uint16_t address = number_member(request, "address", 0xFFFF);
-    const auto value = static_cast<uint8_t>(number_member(request, "value", 0xFF));
-    camera.controller()->set_reg(address, value);
-}
-
 struct Act {
     const char* name;
     void (*run)(Bed& bed, PluggedCamera& camera, const Json& request);
 };
 constexpr Act kActs[] = {
-    {"motion-alarm", raise_motion_alarm}, {"touch", touch}, {"unplug", unplug}, {"replug", replug},
-    {"register", write_register},
+    {"motion-alarm",
+     [](Bed&, PluggedCamera& camera, const Json&) { camera.controller()->raise_motion_alarm(); }},
+    {"touch",
+     [](Bed&, PluggedCamera& camera, const Json& request) {
+         camera.controller()->set_touch(
+             static_cast<uint8_t>(number_member(request, "value", 0xFF)));
+     }},
+    {"unplug",
+     [](Bed& bed, PluggedCamera& camera, const Json& request) {
+         require_plugged(camera, true);
+         bed.unplug(camera, flag_member(request, "silent") ? Announce::kNo : Announce::kYes);
+     }},
+    {"replug",
+     [](Bed& bed, PluggedCamera& camera, const Json& request) {
+         require_plugged(camera, false);
+         std::optional<unsigned> port;
+         if (request.contains("port"))
+             port = number_member(request, "port", 0xFF);
+         bed.replug(camera, port);
+     }},
+    {"register",
+     [](Bed&, PluggedCamera& camera, const Json& request) {
+         const uint16_t address = number_member(request, "address", 0xFFFF);
+         const auto value = static_cast<uint8_t>(number_member(request, "value", 0xFF));
+         camera.controller()->set_reg(address, value);
+     }},
 };
 
 Json state_of(const std::vector<PluggedCamera*>& cameras, const Json& request)
@@ -175,13 +169,39 @@ Json StateService::answer_to(const std::string& text)
     const std::string command = text_member(request, "command");
     if (command == "state")
         return state_of(cameras_, request);
-    const auto* const act = std::ranges::find(kActs, command, &Act::name);
-    if (act == std::end(kActs))
-        throw BadRequest("there is no command '" + command + "'");
-    PluggedCamera& camera = camera_of(cameras_, request);
-    on_act_(camera, command);
-    act->run(bed_, camera, request);
+    act(command, request);
     return {{"ok", true}};
+}
+
+void StateService::act(const std::string& name, const Json& request)
+{
+    if (name == "fault")
+        return add_faults(request);
+    if (name == "clear") {
+        on_act_("", name);
+        return bed_.set_faults({});
+    }
+    const auto* const act = std::ranges::find(kActs, name, &Act::name);
+    if (act == std::end(kActs))
+        throw BadRequest("there is no command '" + name + "'");
+    PluggedCamera& camera = camera_of(cameras_, request);
+    on_act_(camera.serial(), name);
+    act->run(bed_, camera, request);
+}
+
+void StateService::add_faults(const Json& request)
+{
+    FaultPlan plan = parse_faults(text_member(request, "faults"), "do fault");
+    const std::string camera = text_member(request, "camera");
+    if (!camera.empty()) {
+        const auto place = std::ranges::find(cameras_, find_camera(cameras_, camera));
+        for (PlannedFault& fault : plan)
+            fault.when.position = static_cast<unsigned>(place - cameras_.begin()) + 1;
+    }
+    for (PlannedFault& fault : plan)
+        fault.text += " of 'do fault'";
+    on_act_(camera, "fault");
+    bed_.add_faults(plan);
 }
 
 std::string StateService::answer(const std::string& request)

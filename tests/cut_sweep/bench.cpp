@@ -132,7 +132,7 @@ Bench::Bench(const sim::CameraModel& model)
 Bytes Bench::rom()
 {
     const auto controller = camera_.controller();
-    const std::span<const uint8_t> all = (*controller).rom();
+    const std::span<const uint8_t> all = (*controller).rom;
     return {all.begin(), all.end()};
 }
 
@@ -140,7 +140,7 @@ void Bench::restart_with(const Bytes& rom)
 {
     const auto controller = camera_.controller();
     controller->power_cut(); // what it is at is not to go into these contents
-    std::ranges::copy(rom, controller->rom().begin());
+    std::ranges::copy(rom, controller->rom.begin());
     controller->power_cycle();
 }
 
@@ -149,7 +149,7 @@ void Bench::replug_with(const Bytes& rom)
     heal();
     bed_.settle();
     camera_.controller()->power_cut();
-    std::ranges::copy(rom, camera_.controller()->rom().begin());
+    std::ranges::copy(rom, camera_.controller()->rom.begin());
     bed_.replug(camera_);
     ++plugs_;
 }

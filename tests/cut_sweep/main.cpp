@@ -15,7 +15,7 @@
 #include <thread>
 #include <vector>
 
-#include "bus/temp_folder.h"
+#include "bus/device_tree.h"
 #include "cameras/shipped.h"
 #include "point.h"
 #include "workers.h"
@@ -313,7 +313,7 @@ int main(int count, char** arguments)
     const size_t repeated =
         run_jobs(jobs, options.processes, kLimit_s, static_cast<uint8_t>(Ending::kWrong),
                  [&report](const Record& record) { report.add(record); });
-    sim::remove_abandoned_beds(sim::ShortTempFolder().path());
+    sim::remove_abandoned_beds();
     const bool passed = report.print();
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
     std::printf("%.0f s, %u processes at a time, %zu points repeated\n", elapsed.count(),

@@ -278,7 +278,7 @@ TEST(EngineCameras, TwoAreUpgradedInTwoThreadsAtOnce)
     for (const engine::Report& report : reports)
         EXPECT_EQ(report.rom, RomContents::kNew) << report.status.text();
     EXPECT_TRUE(bench.rom_begins_with(images[0].firmware.bytes()));
-    const auto rom = (*larch.controller()).rom();
+    const std::span<const uint8_t> rom = (*larch.controller()).rom;
     EXPECT_TRUE(std::ranges::equal(images[1].firmware.bytes(),
                                    rom.first(images[1].firmware.bytes().size())));
     EXPECT_NE(reports[0].backup, reports[1].backup);

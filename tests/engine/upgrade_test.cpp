@@ -255,7 +255,7 @@ TEST(EngineUpgrade, APlanCountsWhatItSends)
     for (const std::string_view model : models::kAll) {
         Bench bench{model};
         const uint8_t notes[] = {1, 2, 3};
-        std::ranges::copy(notes, bench.simulated.sim().controller()->rom().begin() + 0x7C00);
+        std::ranges::copy(notes, bench.simulated.sim().controller()->rom.begin() + 0x7C00);
         engine::Camera camera = bench.open();
         const engine::Images images = images_with_mfi(*sim::find_model(model), "SERIAL01");
         const auto before = bench.simulated.rom(0, replaced_bytes(camera));

@@ -92,7 +92,7 @@ void Camera::remove()
 std::vector<uint8_t> Camera::rom(size_t address, size_t length)
 {
     const auto controller = sim_->controller();
-    const std::span<uint8_t> all = (*controller).rom();
+    const std::span<uint8_t> all = (*controller).rom;
     return {all.begin() + static_cast<ptrdiff_t>(address),
             all.begin() + static_cast<ptrdiff_t>(address + length)};
 }

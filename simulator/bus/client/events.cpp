@@ -2,11 +2,13 @@
 // bind() of the socket on which a program hears of hot-plugging. umockdev names it after the file
 // descriptor alone, so that of two programs with the same number the first would go deaf, and two
 // at the same moment would fail; here each gets a name of its own.
-#include "bus/event_lock.h"
 #include "bus/interpose.h"
+#include "bus/transport.h"
 
+#include <fcntl.h>
 #include <linux/netlink.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -23,6 +25,15 @@ void name_after_process(const std::string& bed, int fd)
     const std::string name = bed + "/event" + std::to_string(fd);
     (void)std::rename(name.c_str(), (name + "." + std::to_string(getpid())).c_str());
     errno = error;
+}
+
+__attribute__((constructor)) void mark_as_loaded()
+{
+    if (const char* bed = std::getenv("UMOCKDEV_DIR")) {
+        const int flags = O_WRONLY | O_CREAT | O_CLOEXEC;
+        const files::Descriptor mark(static_cast<int>(
+            syscall(SYS_openat, AT_FDCWD, sim::loaded_mark(bed).c_str(), flags, 0600)));
+    }
 }
 
 } // namespace

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "i2c_master.h"
+#include "peripherals.h"
 
 #include <algorithm>
 
 namespace sim {
+
 namespace {
 
 constexpr uint16_t kBuffer = 0x0E40;
@@ -12,7 +13,7 @@ constexpr uint16_t kDeviceReg = 0x0E49;
 constexpr uint16_t kRegisterHighReg = 0x0E4A; // bit 7 is bit 8 of the register address
 constexpr uint16_t kRegisterLowReg = 0x0E4B;
 constexpr uint16_t kLengthReg = 0x0E4C;
-constexpr uint16_t kControlReg = 0x0E4D;
+constexpr uint16_t kI2cControlReg = 0x0E4D;
 constexpr uint8_t kStart = 0x80;
 constexpr uint8_t kReads = 0x40;
 constexpr uint8_t kNobody = 0xFF;
@@ -21,8 +22,8 @@ constexpr uint8_t kNobody = 0xFF;
 
 void I2cMaster::written(uint16_t address)
 {
-    if (address == kControlReg && (xdata_[kControlReg] & kStart) != 0)
-        transfer(xdata_[kControlReg]);
+    if (address == kI2cControlReg && (xdata_[kI2cControlReg] & kStart) != 0)
+        transfer(xdata_[kI2cControlReg]);
 }
 
 void I2cMaster::transfer(uint8_t control)
@@ -39,6 +40,21 @@ void I2cMaster::transfer(uint8_t control)
     } else {
         std::ranges::fill(buffer, kNobody);
     }
+}
+
+void Leds::settle()
+{
+    const uint64_t now_us = clock_.now_us();
+    for (size_t led = 0; led < kCount; ++led) {
+        if (now_us >= done_at_us_[led])
+            xdata_[kFirstReg + led] &= static_cast<uint8_t>(~kPending);
+    }
+}
+
+void Leds::written(uint16_t address)
+{
+    if (address >= kFirstReg && address < kFirstReg + kCount)
+        done_at_us_[address - kFirstReg] = clock_.now_us() + kUpdateUs;
 }
 
 } // namespace sim
