@@ -21,7 +21,7 @@ class Trouble(Exception):
 def inventory() -> Dict[str, str]:
     """The chip of each camera on the bus, by serial number."""
     chips = {}
-    for info in nyxus.cameras():
+    for info in nyxus.list_cameras():
         with nyxus.open(info) as camera:
             chips[info.serial] = camera.chip
     return chips
@@ -29,7 +29,7 @@ def inventory() -> Dict[str, str]:
 
 def missing(known: Iterable[str]) -> List[str]:
     """Cameras that belong to the gate and are not there."""
-    return sorted(set(known) - {info.serial for info in nyxus.cameras()})
+    return sorted(set(known) - {info.serial for info in nyxus.list_cameras()})
 
 
 def bring_up_to_date(serial: str, image_file: pathlib.Path) -> bool:
@@ -38,7 +38,7 @@ def bring_up_to_date(serial: str, image_file: pathlib.Path) -> bool:
         with nyxus.open(serial) as camera:
             if camera.firmware_version >= OLDEST_FIRMWARE:
                 return False
-            camera.rom.upgrade(nyxus.FirmwareImage.load(image_file))
+            camera.rom.upgrade(nyxus.Firmware.load(image_file))
             return True
     except nyxus.Error as error:
         raise Trouble(f"{serial}: {error}") from error

@@ -20,7 +20,8 @@ def rom_writes(camera):
 
 
 @pytest.fixture
-def image(bus, tmp_path):
+def image(bus, tmp_path, monkeypatch):
+    monkeypatch.setenv("XDG_STATE_HOME", str(tmp_path))  # where the backups go
     path = tmp_path / "new.bin"
     path.write_bytes(bus.image("rowan-spi", 0x0205))
     return path

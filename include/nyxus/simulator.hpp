@@ -11,8 +11,9 @@
  * A process that links the target `nyxus::simulator` sees a simulated bus instead of the machine's
  * cameras, and so do the programs that it starts. For that it starts anew when it begins, before
  * main(), by `nyxus-sim run --test-bus`: the libraries below libusb have to be there first. Nothing
- * of it needs root. `nyxus-sim` is looked for where the environment variable NYXUS_SIM says, on the
- * PATH, and where it was installed with this library. Processes do not see each other's cameras.
+ * of it needs root. `nyxus-sim` is looked for where the environment variable NYXUS_SIM says, beside
+ * the program, on the PATH, and where it was installed with this library. Processes do not see each
+ * other's cameras.
  *
  * Time is virtual unless the environment variable NYXUS_SIM_SPEED is `real`: transfers take their
  * time on the cameras' clock, usleep() advances it, and nobody waits.
@@ -104,8 +105,8 @@ public:
     void forget_transfers() const;
 
     /// What goes wrong with it from now on, instead of what was planned for it before: tables
-    /// [[fault]] as in nyxus-faults(5). Counters of all faults begin anew. Raises Error with line
-    /// and column of each mistake.
+    /// [[fault]] as in nyxus-faults(5), or "" for nothing. Counters of all faults begin anew.
+    /// Raises Error with line and column of each mistake.
     void set_faults(const std::string& toml) const;
 
     /// What it sees moves: the motion alarm is raised until the host clears it.

@@ -140,7 +140,7 @@ class Camera:
     def set_faults(self, toml: str) -> None:
         """What goes wrong with it from now on, instead of what was planned for it before.
 
-        Tables [[fault]] as in nyxus-faults(5). Counters of all faults begin anew.
+        Tables [[fault]] as in nyxus-faults(5), or "" for nothing. Counters of all faults begin anew.
         """
         _ask("faults", camera=self.serial, toml=toml)
 

@@ -7,7 +7,7 @@
 
     def test_an_unplugged_camera_is_told(camera):
         camera.unplug()
-        assert nyxus.cameras() == []
+        assert nyxus.list_cameras() == []
 
 With that setting (or the option --nyxus-simulator) a plain `pytest` starts itself anew under `nyxus-sim`,
 before anything is collected: what stands below libusb has to be loaded before the interpreter. The program

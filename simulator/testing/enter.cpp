@@ -45,6 +45,11 @@ fs::path find_simulator()
 {
     if (const std::string named = text_of("NYXUS_SIM"); !named.empty())
         return is_program(named) ? named : "";
+    std::error_code unknown;
+    const fs::path beside =
+        fs::read_symlink("/proc/self/exe", unknown).replace_filename("nyxus-sim");
+    if (!unknown && is_program(beside))
+        return beside;
     std::istringstream folders(text_of("PATH"));
     for (std::string folder; std::getline(folders, folder, ':');) {
         if (is_program(fs::path(folder) / "nyxus-sim"))

@@ -112,7 +112,8 @@ void TestService::reset(const Json&, Json&)
 
 void TestService::plan_faults(const Json& request, Json&)
 {
-    FaultPlan plan = parse_faults(member<std::string>(request, "toml"), "faults");
+    const auto toml = member<std::string>(request, "toml");
+    FaultPlan plan = toml.empty() ? FaultPlan() : parse_faults(toml, "faults");
     const std::string serial = request.contains("camera") ? camera_of(request).serial() : "";
     for (PlannedFault& fault : plan) {
         Trigger& when = fault.when;
