@@ -37,6 +37,17 @@ void value_of(const Why& status)
         raise(error_of(status));
 }
 
+/// What blocks for files or the bus, without the interpreter's lock; its value, or the exception.
+template <typename Function>
+auto blocking(Function&& function)
+{
+    auto result = [&] {
+        const py::gil_scoped_release release;
+        return function();
+    }();
+    return value_of(std::move(result));
+}
+
 /// A number that has to be in this range.
 template <typename Number>
 Number in_range(int64_t value, int64_t least, int64_t most, const char* what)

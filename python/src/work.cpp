@@ -99,6 +99,9 @@ void Work::serve()
                     call();
             } catch (py::error_already_set& error) {
                 interrupt(std::move(error));
+            } catch (const std::exception& error) { // what pybind11 has to say
+                PyErr_SetString(PyExc_RuntimeError, error.what());
+                interrupt(py::error_already_set());
             }
         }
         if (PyErr_CheckSignals() != 0)
@@ -125,6 +128,14 @@ void Work::interrupt(py::error_already_set error)
     if (!interrupted)
         interrupted.emplace(std::move(error));
     source.request_stop();
+}
+
+Clock::time_point deadline_after(double timeout_s)
+{
+    constexpr double kEver_s = 1e9;
+    const double seconds = timeout_s > 0 ? std::min(timeout_s, kEver_s) : 0; // also of NaN
+    return Clock::now() +
+           std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 }
 
 void add_work(py::module_& module)
