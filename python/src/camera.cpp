@@ -37,6 +37,7 @@ void close_all()
             error.discard_as_unraisable("closing a camera");
         }
     }
+    WithoutLock::leave();
 }
 
 /// A camera that is called this, or is this.
@@ -63,7 +64,7 @@ SharedCamera open(const std::variant<std::string, CameraInfo>& camera, engine::U
     const CameraInfo info = find(camera);
     const auto size = in_range<uint32_t>(eeprom_bytes, 0, 0x8000, "eeprom_bytes");
     auto opened = [&]() -> engine::Result<engine::Camera> {
-        const py::gil_scoped_release release;
+        const WithoutLock unlocked;
         auto result = engine::Camera::open(info, use);
         return result ? with_rom(*std::move(result), size) : std::move(result);
     }();
@@ -110,7 +111,7 @@ public:
                 raise(error_of(engine::Status(engine::Reason::kTimedOut,
                                               "no camera has come or gone in time")));
             }
-            const py::gil_scoped_release release;
+            const WithoutLock unlocked;
             std::this_thread::sleep_for(kInterval);
         }
         Change change = std::move(changes_.front());
@@ -240,7 +241,7 @@ void OpenCamera::close()
         return;
     const Turn turn(*this, true);
     is_closed_ = true;
-    const py::gil_scoped_release release;
+    const WithoutLock unlocked;
     camera_.reset();
 }
 
@@ -312,7 +313,7 @@ OpenCamera::Turn::Turn(OpenCamera& camera, bool also_closed) : camera_(camera)
         raise_busy("the camera is being worked on: a callback of its events cannot use it");
     while (!camera.mutex_.try_lock()) {
         {
-            const py::gil_scoped_release release;
+            const WithoutLock unlocked;
             if (camera.mutex_.try_lock_for(kSignals))
                 break;
         }

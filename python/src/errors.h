@@ -7,6 +7,22 @@
 
 namespace nyxus::python {
 
+/// Lets other threads have the interpreter meanwhile.
+class WithoutLock {
+public:
+    WithoutLock() : state_(PyEval_SaveThread()) {}
+    ~WithoutLock();
+    WithoutLock(const WithoutLock&) = delete;
+    WithoutLock& operator=(const WithoutLock&) = delete;
+
+    /// The interpreter is about to end: from now on other threads that want it back wait for the
+    /// end of the process. The interpreter would end them in the middle of C++.
+    static void leave();
+
+private:
+    PyThreadState* state_;
+};
+
 /// The exception that stands for a failure; None for success.
 py::object error_of(const engine::Status& status);
 py::object error_of(const nyxus::Status& status);
@@ -42,7 +58,7 @@ template <typename Function>
 auto blocking(Function&& function)
 {
     auto result = [&] {
-        const py::gil_scoped_release release;
+        const WithoutLock unlocked;
         return function();
     }();
     return value_of(std::move(result));

@@ -160,7 +160,7 @@ private:
     Status wait(Clock::duration time, std::unique_ptr<OwnFrame>& frame)
     {
         const auto ms = std::chrono::ceil<std::chrono::milliseconds>(time).count();
-        const py::gil_scoped_release release;
+        const WithoutLock unlocked;
         NyStreamFrame taken = {};
         const int32_t rv = nyxus_stream_next(stream_, static_cast<uint32_t>(ms), &taken);
         if (rv < 0)

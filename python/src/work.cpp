@@ -83,7 +83,7 @@ void Work::run(const std::function<void()>& work)
     });
     serve();
     {
-        const py::gil_scoped_release release;
+        const WithoutLock unlocked;
         thread.join();
     }
     if (failure)
@@ -113,7 +113,7 @@ void Work::serve()
 Work::Calls Work::wait()
 {
     constexpr std::chrono::milliseconds kSignals{50};
-    const py::gil_scoped_release release;
+    const WithoutLock unlocked;
     std::unique_lock lock(mutex_);
     changed_.wait_for(lock, kSignals, [this] { return has_urgent_ || is_over_; });
     if (calls_.empty() && !is_over_)
