@@ -6,7 +6,7 @@
 #include <nyxus/flash.h>
 #include <nyxus/trace.h>
 
-#include <set>
+#include <limits>
 #include <variant>
 
 namespace nyxus::python {
@@ -14,17 +14,30 @@ namespace nyxus::python {
 namespace {
 
 /// To be closed while the interpreter ends.
-std::set<OpenCamera*>& open_cameras()
+std::vector<std::weak_ptr<OpenCamera>>& open_cameras()
 {
-    static std::set<OpenCamera*> cameras;
+    static std::vector<std::weak_ptr<OpenCamera>> cameras;
     return cameras;
+}
+
+SharedCamera remember(SharedCamera camera)
+{
+    std::erase_if(open_cameras(), [](const auto& known) { return known.expired(); });
+    open_cameras().push_back(camera);
+    return camera;
 }
 
 void close_all()
 {
-    const std::set<OpenCamera*> cameras = open_cameras();
-    for (OpenCamera* camera : cameras)
-        camera->close();
+    for (const auto& known : std::vector(open_cameras())) {
+        try {
+            if (const SharedCamera camera = known.lock())
+                camera->close();
+        } catch (py::error_already_set& error) {
+            error.discard_as_unraisable("closing a camera");
+        }
+    }
+    WithoutLock::leave();
 }
 
 /// A camera that is called this, or is this.
@@ -32,11 +45,7 @@ CameraInfo find(const std::variant<std::string, CameraInfo>& camera)
 {
     if (const auto* info = std::get_if<CameraInfo>(&camera))
         return *info;
-    auto found = [&] {
-        const py::gil_scoped_release release;
-        return find_camera(std::get<std::string>(camera));
-    }();
-    return value_of(std::move(found));
+    return blocking([&] { return find_camera(std::get<std::string>(camera)); });
 }
 
 /// The camera, with its ROM taken for what the caller says if nobody else knows.
@@ -55,11 +64,11 @@ SharedCamera open(const std::variant<std::string, CameraInfo>& camera, engine::U
     const CameraInfo info = find(camera);
     const auto size = in_range<uint32_t>(eeprom_bytes, 0, 0x8000, "eeprom_bytes");
     auto opened = [&]() -> engine::Result<engine::Camera> {
-        const py::gil_scoped_release release;
+        const WithoutLock unlocked;
         auto result = engine::Camera::open(info, use);
         return result ? with_rom(*std::move(result), size) : std::move(result);
     }();
-    return std::make_shared<OpenCamera>(value_of(std::move(opened)), size);
+    return remember(std::make_shared<OpenCamera>(value_of(std::move(opened)), size));
 }
 
 std::vector<CameraInfo> wait_for_cameras(const std::string& name, unsigned wait_s,
@@ -92,9 +101,7 @@ public:
     std::optional<Change> wait(double timeout_s)
     {
         constexpr std::chrono::milliseconds kInterval{100};
-        const auto end =
-            Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                               std::chrono::duration<double>(std::min(timeout_s, kLongest_s)));
+        const auto end = deadline_after(timeout_s);
         for (look(); changes_.empty(); look()) {
             if (stop_->requested())
                 return std::nullopt;
@@ -104,7 +111,7 @@ public:
                 raise(error_of(engine::Status(engine::Reason::kTimedOut,
                                               "no camera has come or gone in time")));
             }
-            const py::gil_scoped_release release;
+            const WithoutLock unlocked;
             std::this_thread::sleep_for(kInterval);
         }
         Change change = std::move(changes_.front());
@@ -121,7 +128,7 @@ public:
 
     Change iterate()
     {
-        if (auto change = wait(kLongest_s))
+        if (auto change = wait(std::numeric_limits<double>::infinity()))
             return *std::move(change);
         throw py::stop_iteration();
     }
@@ -130,18 +137,12 @@ public:
 
 private:
     using Cameras = std::vector<CameraInfo>;
-    using Clock = std::chrono::steady_clock;
-    static constexpr double kLongest_s = 1e9;
 
     void look()
     {
         if (!changes_.empty())
             return;
-        auto found = [] {
-            const py::gil_scoped_release release;
-            return list_cameras();
-        }();
-        const Cameras now = value_of(std::move(found));
+        const Cameras now = blocking(list_cameras);
         tell(false, known_, now);
         tell(true, now, known_);
         known_ = now;
@@ -227,12 +228,10 @@ OpenCamera::OpenCamera(engine::Camera camera, uint32_t eeprom_bytes)
     : camera_(std::move(camera)), eeprom_bytes_(eeprom_bytes)
 {
     look();
-    open_cameras().insert(this);
 }
 
 OpenCamera::~OpenCamera()
 {
-    open_cameras().erase(this);
     free_left_streams();
 }
 
@@ -242,7 +241,7 @@ void OpenCamera::close()
         return;
     const Turn turn(*this, true);
     is_closed_ = true;
-    const py::gil_scoped_release release;
+    const WithoutLock unlocked;
     camera_.reset();
 }
 
@@ -314,7 +313,7 @@ OpenCamera::Turn::Turn(OpenCamera& camera, bool also_closed) : camera_(camera)
         raise_busy("the camera is being worked on: a callback of its events cannot use it");
     while (!camera.mutex_.try_lock()) {
         {
-            const py::gil_scoped_release release;
+            const WithoutLock unlocked;
             if (camera.mutex_.try_lock_for(kSignals))
                 break;
         }
@@ -344,13 +343,7 @@ CameraClass add_cameras(py::module_& module)
         .def_readonly("part_bytes", &FlashFacts::part_bytes);
     module.def("version", &nyxus::version);
     module.def("set_trace", NyTraceVerbose_level, py::arg("level"));
-    module.def("list_cameras", [] {
-        auto cameras = [] {
-            const py::gil_scoped_release release;
-            return list_cameras();
-        }();
-        return value_of(std::move(cameras));
-    });
+    module.def("list_cameras", [] { return blocking(list_cameras); });
     module.def(
         "find_camera", [](const std::string& name) { return find(name); }, py::arg("name") = "");
     module.def("wait_for_cameras", wait_for_cameras, py::arg("name") = "", py::arg("wait_s") = 60,

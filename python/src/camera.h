@@ -117,7 +117,7 @@ private:
     template <typename Function>
     auto without_lock(Function& function)
     {
-        const py::gil_scoped_release release;
+        const WithoutLock unlocked;
         return function(*camera_);
     }
 

@@ -1,7 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "errors.h"
 
+#include <unistd.h>
+
 #include <array>
+#include <atomic>
+#include <chrono>
+#include <thread>
 
 namespace nyxus::python {
 
@@ -19,6 +24,8 @@ constexpr std::array kClasses = {
     "UnreliableReads", "Untrusted",       "Downgrade",
 };
 static_assert(kClasses.size() == static_cast<size_t>(Reason::kDowngrade) + 1);
+
+std::atomic<std::thread::id> leaving_thread;
 
 constexpr const char* kOrigins[] = {"library", "library", "usb", "system", "video"};
 
@@ -66,6 +73,22 @@ py::object make(const char* kind, const nyxus::Status& status, const std::string
 }
 
 } // namespace
+
+WithoutLock::~WithoutLock()
+{
+    const std::thread::id leaving = leaving_thread;
+    while (leaving != std::thread::id() && leaving != std::this_thread::get_id())
+        pause();
+    PyEval_RestoreThread(state_);
+}
+
+void WithoutLock::leave()
+{
+    constexpr std::chrono::milliseconds kUnderWay{20}; // those that wait for the lock already
+    leaving_thread = std::this_thread::get_id();
+    const WithoutLock unlocked;
+    std::this_thread::sleep_for(kUnderWay);
+}
 
 py::object error_of(const engine::Status& status)
 {

@@ -7,6 +7,22 @@
 
 namespace nyxus::python {
 
+/// Lets other threads have the interpreter meanwhile.
+class WithoutLock {
+public:
+    WithoutLock() : state_(PyEval_SaveThread()) {}
+    ~WithoutLock();
+    WithoutLock(const WithoutLock&) = delete;
+    WithoutLock& operator=(const WithoutLock&) = delete;
+
+    /// The interpreter is about to end: from now on other threads that want it back wait for the
+    /// end of the process. The interpreter would end them in the middle of C++.
+    static void leave();
+
+private:
+    PyThreadState* state_;
+};
+
 /// The exception that stands for a failure; None for success.
 py::object error_of(const engine::Status& status);
 py::object error_of(const nyxus::Status& status);
@@ -35,6 +51,17 @@ void value_of(const Why& status)
 {
     if (!status.ok())
         raise(error_of(status));
+}
+
+/// What blocks for files or the bus, without the interpreter's lock; its value, or the exception.
+template <typename Function>
+auto blocking(Function&& function)
+{
+    auto result = [&] {
+        const WithoutLock unlocked;
+        return function();
+    }();
+    return value_of(std::move(result));
 }
 
 /// A number that has to be in this range.

@@ -14,17 +14,6 @@ using engine::ImageFacts;
 using engine::Images;
 using engine::Mfi;
 
-/// What blocks for the file system.
-template <typename Function>
-auto load(Function&& function)
-{
-    auto result = [&] {
-        const py::gil_scoped_release release;
-        return function();
-    }();
-    return value_of(std::move(result));
-}
-
 /// What an image has of itself and its like.
 template <typename Image, typename Class>
 void add_loading(Class& image)
@@ -37,7 +26,7 @@ void add_loading(Class& image)
         .def_static(
             "load",
             [](const std::filesystem::path& path) {
-                return load([&] { return Image::load(path.string()); });
+                return blocking([&] { return Image::load(path.string()); });
             },
             py::arg("path"))
         .def_property_readonly("data", [](const Image& self) { return to_bytes(self.bytes()); })
@@ -77,7 +66,7 @@ void add_facts(py::module_& module)
     module.def(
         "inspect_image",
         [](const std::filesystem::path& path) {
-            return load([&] { return engine::inspect_image(path.string()); });
+            return blocking([&] { return engine::inspect_image(path.string()); });
         },
         py::arg("path"));
 }
@@ -130,12 +119,12 @@ void add_manifests(py::module_& module)
         .def_readonly("unsigned_because", &AcceptedManifest::unsigned_because)
         .def("load_images",
              [](const AcceptedManifest& self) {
-                 return load([&] { return engine::load_images(self); });
+                 return blocking([&] { return engine::load_images(self); });
              })
         .def(
             "check_newest",
             [](const AcceptedManifest& self, const std::optional<TrustFolders>& folders) {
-                load([&] {
+                blocking([&] {
                     return engine::check_newest(self, folders.value_or(TrustFolders::usual()));
                 });
             },
@@ -143,7 +132,7 @@ void add_manifests(py::module_& module)
         .def(
             "remember",
             [](const AcceptedManifest& self, const std::optional<TrustFolders>& folders) {
-                load([&] {
+                blocking([&] {
                     return engine::remember(self, folders.value_or(TrustFolders::usual()));
                 });
             },
@@ -158,14 +147,14 @@ void add_manifests(py::module_& module)
     module.def(
         "find_trust",
         [](const std::optional<TrustFolders>& folders) {
-            return load(
+            return blocking(
                 [&] { return engine::find_trust(folders.value_or(TrustFolders::usual())); });
         },
         py::arg("folders") = py::none());
     module.def(
         "load_manifest",
         [](const std::filesystem::path& path, const Trust& trust) {
-            return load([&] { return engine::load_manifest(path.string(), trust); });
+            return blocking([&] { return engine::load_manifest(path.string(), trust); });
         },
         py::arg("path"), py::arg("trust"));
 }
@@ -183,7 +172,7 @@ void add_images(py::module_& module)
         .def_static(
             "load_rom",
             [](const std::filesystem::path& path) {
-                return load([&] { return Firmware::load_rom(path.string()); });
+                return blocking([&] { return Firmware::load_rom(path.string()); });
             },
             py::arg("path"))
         .def_property_readonly(

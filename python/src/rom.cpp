@@ -46,6 +46,7 @@ std::vector<PlannedPart> without_bytes(const std::vector<engine::Part>& parts)
     return planned;
 }
 
+/// Images are taken as copies: another thread may change the caller's meanwhile.
 class Rom {
 public:
     explicit Rom(SharedCamera camera) : camera_(std::move(camera)) {}
@@ -69,7 +70,7 @@ public:
             }));
     }
 
-    engine::Difference compare(const Images& images, const py::object& on_event,
+    engine::Difference compare(Images images, const py::object& on_event,
                                const py::object& stop) const
     {
         const Bytes expected = images.firmware.bytes();
@@ -80,7 +81,7 @@ public:
         return engine::find_difference(found, expected);
     }
 
-    Planned plan(const Images& images, const UpgradeOptions& options, const py::object& on_event,
+    Planned plan(Images images, const UpgradeOptions& options, const py::object& on_event,
                  const py::object& stop) const
     {
         return camera_->finish(
@@ -96,7 +97,7 @@ public:
             });
     }
 
-    py::object upgrade(const Images& images, const UpgradeOptions& options,
+    py::object upgrade(Images images, const UpgradeOptions& options,
                        const std::optional<Backups>& backups, const py::object& on_event,
                        const py::object& stop) const
     {
@@ -358,16 +359,18 @@ void add_backups(py::module_& module)
         .def(py::init<>())
         .def(py::init<std::filesystem::path>(), py::arg("folder"))
         .def_property_readonly("state_folder", &Backups::state_folder)
-        .def("list", [](const Backups& self) { return value_of(self.list()); })
+        .def("list", [](const Backups& self) { return blocking([&] { return self.list(); }); })
         .def(
             "list",
             [](const Backups& self, const CameraInfo& camera) {
-                return value_of(self.list(camera));
+                return blocking([&] { return self.list(camera); });
             },
             py::arg("camera"))
         .def(
             "find",
-            [](const Backups& self, const std::string& name) { return value_of(self.find(name)); },
+            [](const Backups& self, const std::string& name) {
+                return blocking([&] { return self.find(name); });
+            },
             py::arg("name"))
         .def(
             "latest",
@@ -384,13 +387,13 @@ void add_backups(py::module_& module)
         .def(
             "read",
             [](const Backups& self, const Backup& backup) {
-                return to_bytes(value_of(self.read(backup)));
+                return to_bytes(blocking([&] { return self.read(backup); }));
             },
             py::arg("backup"))
         .def(
             "prune",
             [](const Backups& self, unsigned keep, bool only_tell) {
-                return value_of(self.prune(keep, only_tell));
+                return blocking([&] { return self.prune(keep, only_tell); });
             },
             py::arg("keep"), py::arg("only_tell") = false)
         .def(

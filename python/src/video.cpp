@@ -13,7 +13,6 @@ namespace nyxus::python {
 namespace {
 
 constexpr double kSecond_100ns = 10'000'000;
-using Clock = std::chrono::steady_clock;
 
 /// Memory of frames that nobody refers to any more.
 class FrameMemory {
@@ -115,8 +114,7 @@ public:
         const std::unique_lock turn(mutex_, std::try_to_lock);
         if (!turn)
             raise_busy("another thread waits for this stream's frames");
-        const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                            std::chrono::duration<double>(timeout_s));
+        const auto end = deadline_after(timeout_s);
         for (;;) {
             const auto left = std::max(end - Clock::now(), Clock::duration::zero());
             const bool is_last = left <= kSignals;
@@ -162,7 +160,7 @@ private:
     Status wait(Clock::duration time, std::unique_ptr<OwnFrame>& frame)
     {
         const auto ms = std::chrono::ceil<std::chrono::milliseconds>(time).count();
-        const py::gil_scoped_release release;
+        const WithoutLock unlocked;
         NyStreamFrame taken = {};
         const int32_t rv = nyxus_stream_next(stream_, static_cast<uint32_t>(ms), &taken);
         if (rv < 0)

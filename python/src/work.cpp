@@ -83,7 +83,7 @@ void Work::run(const std::function<void()>& work)
     });
     serve();
     {
-        const py::gil_scoped_release release;
+        const WithoutLock unlocked;
         thread.join();
     }
     if (failure)
@@ -99,6 +99,9 @@ void Work::serve()
                     call();
             } catch (py::error_already_set& error) {
                 interrupt(std::move(error));
+            } catch (const std::exception& error) { // what pybind11 has to say
+                PyErr_SetString(PyExc_RuntimeError, error.what());
+                interrupt(py::error_already_set());
             }
         }
         if (PyErr_CheckSignals() != 0)
@@ -110,7 +113,7 @@ void Work::serve()
 Work::Calls Work::wait()
 {
     constexpr std::chrono::milliseconds kSignals{50};
-    const py::gil_scoped_release release;
+    const WithoutLock unlocked;
     std::unique_lock lock(mutex_);
     changed_.wait_for(lock, kSignals, [this] { return has_urgent_ || is_over_; });
     if (calls_.empty() && !is_over_)
@@ -125,6 +128,14 @@ void Work::interrupt(py::error_already_set error)
     if (!interrupted)
         interrupted.emplace(std::move(error));
     source.request_stop();
+}
+
+Clock::time_point deadline_after(double timeout_s)
+{
+    constexpr double kEver_s = 1e9;
+    const double seconds = timeout_s > 0 ? std::min(timeout_s, kEver_s) : 0; // also of NaN
+    return Clock::now() +
+           std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 }
 
 void add_work(py::module_& module)

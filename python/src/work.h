@@ -5,6 +5,7 @@
 
 #include "errors.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -81,6 +82,10 @@ auto run(Work& work, const py::object& on_event, Function&& function)
     work.run([&] { result.emplace(function(caller)); });
     return *std::move(result);
 }
+
+using Clock = std::chrono::steady_clock;
+/// So many seconds from now; a negative number is none, and a very large one for ever.
+Clock::time_point deadline_after(double timeout_s);
 
 void add_work(py::module_& module);
 

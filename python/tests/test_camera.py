@@ -1,5 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 import datetime
+import subprocess
+import sys
 import threading
 
 import pytest
@@ -188,3 +190,22 @@ def test_a_wait_for_a_camera_can_be_stopped():
     stop = nyxus.Stop()
     with pytest.raises(nyxus.Stopped):
         nyxus.wait_for_cameras("none", 60, on_event=lambda event: stop.request(), stop=stop)
+
+
+def test_a_program_may_end_while_its_threads_use_a_camera():
+    program = """
+import threading, nyxus
+camera = nyxus.open("A1")
+stream = camera.stream(320, 240)
+frame = stream.next()
+busy = threading.Event()
+def use(call):
+    while True:
+        call()
+        busy.set()
+for call in (stream.next, lambda: camera.rom.read(0, 1024), nyxus.list_cameras):
+    threading.Thread(target=use, args=[call], daemon=True).start()
+busy.wait()
+"""
+    done = subprocess.run([sys.executable, "-c", program], capture_output=True, text=True, check=False, timeout=60)
+    assert done.returncode == 0, done.stderr
