@@ -16,40 +16,11 @@ namespace {
 constexpr const char* kKinds[] = {
     "begins", "advances", "ends",   "abandoned", "outlook", "stop-postponed", "read-again",
     "kept",   "not-kept", "backup", "lost",      "retries", "installs",       "chosen"};
-constexpr const char* kReasons[] = {"none",
-                                    "other",
-                                    "stopped",
-                                    "camera-gone",
-                                    "not-back",
-                                    "timed-out",
-                                    "no-permission",
-                                    "busy",
-                                    "protected",
-                                    "mismatch",
-                                    "wrong-image",
-                                    "not-supported",
-                                    "unknown-rom",
-                                    "file",
-                                    "backup-not-kept",
-                                    "journal-not-kept",
-                                    "no-backup",
-                                    "uncertain-backup",
-                                    "nothing-to-recover",
-                                    "not-started",
-                                    "unreliable-reads",
-                                    "untrusted",
-                                    "downgrade"};
 static_assert(std::size(kKinds) == static_cast<size_t>(Event::Kind::kChosen) + 1);
-static_assert(std::size(kReasons) == static_cast<size_t>(Reason::kDowngrade) + 1);
 
 const char* to_text(Event::Kind kind)
 {
     return kKinds[static_cast<size_t>(kind)];
-}
-
-const char* to_text(Reason reason)
-{
-    return kReasons[static_cast<size_t>(reason)];
 }
 
 /// The value with this text, of all up to the last one.

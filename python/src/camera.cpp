@@ -83,13 +83,7 @@ std::vector<CameraInfo> wait_for_cameras(const std::string& name, unsigned wait_
     return value_of(std::move(found));
 }
 
-/// A camera that has come or gone.
-struct Change {
-    bool here;
-    CameraInfo camera;
-};
-
-/// Iterates over what comes and goes; those that are there come first.
+/// Ends by its own stop(), too.
 class Watch {
 public:
     explicit Watch(std::shared_ptr<Stop> stop)
@@ -98,71 +92,45 @@ public:
     }
 
     /// Nothing when it is stopped.
-    std::optional<Change> wait(double timeout_s)
+    std::optional<CameraEvent> wait(double timeout_s)
     {
-        constexpr std::chrono::milliseconds kInterval{100};
+        constexpr uint32_t kGlance_ms = 100;
         const auto end = deadline_after(timeout_s);
-        for (look(); changes_.empty(); look()) {
+        for (bool is_over = false;; is_over = Clock::now() >= end) {
             if (stop_->requested())
                 return std::nullopt;
             if (PyErr_CheckSignals() != 0)
                 throw py::error_already_set();
-            if (Clock::now() >= end) {
-                raise(error_of(engine::Status(engine::Reason::kTimedOut,
-                                              "no camera has come or gone in time")));
-            }
-            const WithoutLock unlocked;
-            std::this_thread::sleep_for(kInterval);
+            auto event = [&] {
+                const WithoutLock unlocked;
+                return watch_.next(is_over ? 0 : kGlance_ms);
+            }();
+            if (event)
+                return *std::move(event);
+            if (event.status().reason() != Reason::kTimedOut || is_over)
+                raise(error_of(event.status()));
         }
-        Change change = std::move(changes_.front());
-        changes_.pop_front();
-        return change;
     }
 
-    Change next(double timeout_s)
+    CameraEvent next(double timeout_s)
     {
-        if (auto change = wait(timeout_s))
-            return *std::move(change);
-        raise(error_of(engine::Status(engine::Reason::kStopped, "stopped")));
+        if (auto event = wait(timeout_s))
+            return *std::move(event);
+        raise(error_of(Status(Reason::kStopped, "stopped")));
     }
 
-    Change iterate()
+    CameraEvent iterate()
     {
-        if (auto change = wait(std::numeric_limits<double>::infinity()))
-            return *std::move(change);
+        if (auto event = wait(std::numeric_limits<double>::infinity()))
+            return *std::move(event);
         throw py::stop_iteration();
     }
 
     void stop() { stop_->request(); }
 
 private:
-    using Cameras = std::vector<CameraInfo>;
-
-    void look()
-    {
-        if (!changes_.empty())
-            return;
-        const Cameras now = blocking(list_cameras);
-        tell(false, known_, now);
-        tell(true, now, known_);
-        known_ = now;
-    }
-
-    /// Of those that the others do not have; each start gives a camera an address of its own.
-    void tell(bool here, const Cameras& cameras, const Cameras& others)
-    {
-        for (const CameraInfo& camera : cameras) {
-            const auto is_same = [&](const CameraInfo& other) {
-                return other.port_path == camera.port_path && other.address == camera.address;
-            };
-            if (std::ranges::none_of(others, is_same))
-                changes_.push_back({here, camera});
-        }
-    }
-
     std::shared_ptr<Stop> stop_;
-    Cameras known_;
-    std::deque<Change> changes_;
+    CameraWatch watch_;
 };
 
 auto key(const CameraInfo& info)
@@ -200,26 +168,6 @@ void add_camera_info(py::module_& module)
             return "<nyxus.CameraInfo " + info.bus_address() + " port=" + info.port_path +
                    " serial=" + info.serial + ">";
         });
-}
-
-std::optional<FlashFacts> flash_of(const engine::Camera& camera)
-{
-    if (!camera.has_spi_flash())
-        return std::nullopt;
-    const NyFlashInfo& info = camera.device()->oFlashInfo;
-    // The catalogue's last row stands for every part that it lacks.
-    const NyFlashInfo& unknown = spi_flash_table[spi_flash_table_count - 1];
-    const std::string name = field_text(info.szName);
-    return FlashFacts{name == field_text(unknown.szName) ? "" : name,
-                      {std::begin(info.ID), std::end(info.ID)},
-                      engine::part_bytes(camera)};
-}
-
-std::optional<uint16_t> xu_version_of(const engine::Camera& camera)
-{
-    if (camera.device()->xFeatureXU == 0)
-        return std::nullopt;
-    return uint16_t{camera.device()->oXuCtrlVer.wVersion}; // of a packed record
 }
 
 } // namespace
@@ -300,9 +248,9 @@ void OpenCamera::look()
               camera.has_spi_flash(),
               camera.rom_size(),
               camera.rom_state(),
-              flash_of(camera),
+              camera.flash(),
               camera.device()->wExtSensorApId,
-              xu_version_of(camera),
+              camera.xu_version(),
               camera.device()->xFeatureEM != 0};
 }
 
@@ -337,10 +285,10 @@ OpenCamera::Turn::~Turn()
 CameraClass add_cameras(py::module_& module)
 {
     add_camera_info(module);
-    py::class_<FlashFacts>(module, "Flash")
-        .def_readonly("name", &FlashFacts::name)
-        .def_property_readonly("id", [](const FlashFacts& self) { return to_bytes(self.id); })
-        .def_readonly("part_bytes", &FlashFacts::part_bytes);
+    py::class_<Flash>(module, "Flash")
+        .def_readonly("name", &Flash::name)
+        .def_property_readonly("id", [](const Flash& self) { return to_bytes(self.id); })
+        .def_readonly("part_bytes", &Flash::part_bytes);
     module.def("version", &nyxus::version);
     module.def("set_trace", NyTraceVerbose_level, py::arg("level"));
     module.def("list_cameras", [] { return blocking(list_cameras); });
@@ -349,10 +297,10 @@ CameraClass add_cameras(py::module_& module)
     module.def("wait_for_cameras", wait_for_cameras, py::arg("name") = "", py::arg("wait_s") = 60,
                py::arg("on_event") = py::none(), py::arg("stop") = py::none());
 
-    py::class_<Change>(module, "CameraEvent")
-        .def_readonly("here", &Change::here)
-        .def_readonly("camera", &Change::camera)
-        .def("__repr__", [](const Change& self) {
+    py::class_<CameraEvent>(module, "CameraEvent")
+        .def_readonly("here", &CameraEvent::here)
+        .def_readonly("camera", &CameraEvent::camera)
+        .def("__repr__", [](const CameraEvent& self) {
             return std::string("<nyxus.CameraEvent ") + (self.here ? "here " : "gone ") +
                    self.camera.bus_address() + ">";
         });

@@ -9,13 +9,6 @@
 
 namespace nyxus::python {
 
-/// An SPI flash, as the probe has found it.
-struct FlashFacts {
-    std::string name; ///< "" for a part that the catalogue lacks
-    std::vector<uint8_t> id;
-    uint32_t part_bytes = 0;
-};
-
 /// What is known of a camera without asking it: for any thread, also while another one works.
 struct CameraFacts {
     CameraInfo info;
@@ -32,7 +25,7 @@ struct CameraFacts {
     bool has_spi_flash = false;
     uint32_t rom_size = 0;
     RomState rom_state = RomState::kUnknown;
-    std::optional<FlashFacts> flash;
+    std::optional<Flash> flash;
     uint16_t sensor_application = 0;
     std::optional<uint16_t> xu_version;
     bool has_memory_extension = false;

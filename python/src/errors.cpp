@@ -21,49 +21,13 @@ constexpr std::array kClasses = {
     "Protected",       "Mismatch",        "WrongImage",       "NotSupported",
     "UnknownRom",      "FileError",       "BackupNotKept",    "JournalNotKept",
     "NoBackup",        "UncertainBackup", "NothingToRecover", "NotStarted",
-    "UnreliableReads", "Untrusted",       "Downgrade",
+    "UnreliableReads", "Untrusted",       "OutOfRange",       "Downgrade",
 };
 static_assert(kClasses.size() == static_cast<size_t>(Reason::kDowngrade) + 1);
 
 std::atomic<std::thread::id> leaving_thread;
 
 constexpr const char* kOrigins[] = {"library", "library", "usb", "system", "video"};
-
-Reason reason_of_video(int32_t code)
-{
-    switch (code) {
-        case UVC_ERROR_NO_DEVICE:
-            return Reason::kCameraGone;
-        case UVC_ERROR_TIMEOUT:
-            return Reason::kTimedOut;
-        case UVC_ERROR_BUSY:
-            return Reason::kBusy;
-        case UVC_ERROR_ACCESS:
-            return Reason::kNoPermission;
-        case UVC_ERROR_INTERRUPTED:
-            return Reason::kStopped;
-        case UVC_ERROR_INVALID_MODE:
-        case UVC_ERROR_NOT_SUPPORTED:
-            return Reason::kNotSupported;
-        default:
-            return Reason::kOther;
-    }
-}
-
-const char* class_of(const nyxus::Status& status)
-{
-    Reason reason = Reason::kOther;
-    if (status.origin() == Origin::kVideo) {
-        reason = reason_of_video(status.code());
-    } else if (status.origin() == Origin::kLibrary && status.code() == NYXUS_E_RANGE) {
-        return "OutOfRange";
-    } else if (status.origin() == Origin::kLibrary && status.code() == NYXUS_E_BUSY) {
-        reason = Reason::kBusy;
-    } else {
-        reason = engine::library_failure("", status.code()).reason();
-    }
-    return kClasses[static_cast<size_t>(reason)];
-}
 
 py::object make(const char* kind, const nyxus::Status& status, const std::string& where)
 {
@@ -101,7 +65,7 @@ py::object error_of(const nyxus::Status& status)
 {
     if (status)
         return py::none();
-    return make(class_of(status), status, "");
+    return make(kClasses[static_cast<size_t>(status.reason())], status, "");
 }
 
 py::object error_of(const engine::Report& report, const py::object& report_object)

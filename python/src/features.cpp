@@ -84,62 +84,22 @@ void add_memory(CameraClass& camera, const std::string& name,
 
 // The extension unit.
 
-struct XuControl {
-    uint8_t selector;
-    std::string name;
-    size_t size;
-};
-
 std::vector<XuControl> xu_controls(OpenCamera& camera)
 {
-    return camera.ask([](engine::Camera& used) {
-        NyDevice* device = used.device();
-        std::vector<XuControl> controls;
-        for (int32_t row = 0; row < device->xu_table_count; ++row) {
-            const uvc_xu_ctrl& control = device->xu_table[row];
-            const int32_t size = nyxus_control_length(device, control.selector);
-            controls.push_back({control.selector, field_text(control.name),
-                                static_cast<size_t>(std::max(size, 0))});
-        }
-        return controls;
-    });
-}
-
-Result<size_t> xu_size(engine::Camera& camera, uint8_t selector)
-{
-    const int32_t size = nyxus_control_length(camera.device(), selector);
-    return Result<size_t>::of(size, static_cast<size_t>(std::max(size, 0)));
+    return camera.ask([](engine::Camera& used) { return used.xu_controls(); });
 }
 
 py::bytes get_xu(OpenCamera& camera, int64_t selector)
 {
     const auto which = byte(selector, "the selector");
-    const std::vector<uint8_t> bytes =
-        camera.call([&](engine::Camera& used) -> Result<std::vector<uint8_t>> {
-            const auto size = xu_size(used, which);
-            if (!size)
-                return size.status();
-            std::vector<uint8_t> answer(*size);
-            const int32_t rv = UvcXuCtrlQueryNYXU(used.device(), which, UVC_GET_CUR, answer.data());
-            return Result<std::vector<uint8_t>>::of(rv, std::move(answer));
-        });
-    return to_bytes(bytes);
+    return to_bytes(camera.call([&](engine::Camera& used) { return used.get_xu(which); }));
 }
 
 void set_xu(OpenCamera& camera, int64_t selector, const py::buffer& data)
 {
     const auto which = byte(selector, "the selector");
-    std::vector<uint8_t> bytes = bytes_of(data);
-    camera.call([&](engine::Camera& used) -> Status {
-        const auto size = xu_size(used, which);
-        if (!size)
-            return size.status();
-        if (bytes.size() != *size) {
-            return {NYXUS_E_RANGE, "this control has " + std::to_string(*size) + " bytes, not " +
-                                       std::to_string(bytes.size())};
-        }
-        return Status::of(UvcXuCtrlQueryNYXU(used.device(), which, UVC_SET_CUR, bytes.data()));
-    });
+    const std::vector<uint8_t> bytes = bytes_of(data);
+    camera.call([&](engine::Camera& used) { return used.set_xu(which, bytes); });
 }
 
 void add_xu(py::module_& module, CameraClass& camera)
@@ -225,15 +185,14 @@ using Pins = std::array<std::optional<bool>, 16>;
 
 Result<Pins> read_pins(engine::Camera& camera)
 {
-    constexpr uint16_t kPinRegisters = 0x20; // levels of pins 0 to 7, 8 to 15; which are driven
-    std::array<uint8_t, 4> registers{};
-    Status read = camera.read_registers(kPinRegisters, registers);
-    if (!read)
-        return read;
+    const auto states = camera.gpio();
+    if (!states)
+        return states.status();
     Pins pins;
     for (size_t pin = 0; pin < pins.size(); ++pin) {
-        if ((registers[2 + pin / 8] >> pin % 8 & 1) != 0)
-            pins[pin] = (registers[pin / 8] >> pin % 8 & 1) != 0;
+        const PinState state = (*states)[pin];
+        if (state != PinState::kNotDriven)
+            pins[pin] = state == PinState::kHigh;
     }
     return pins;
 }
@@ -342,23 +301,6 @@ bool is_ascii(const std::string& text)
     return std::ranges::all_of(text, [](unsigned char c) { return c < 0x80; });
 }
 
-/// Two switches have a bit in a register, which any camera has; only the display refuses where
-/// there is none.
-template <uint8_t kBit>
-bool osd_bit(const OsdPart& self)
-{
-    return self.camera->call([](engine::Camera& used) -> Result<bool> {
-        const auto enabled = used.osd().enabled();
-        if (!enabled)
-            return enabled.status();
-        uint8_t control = 0;
-        Status read = used.read_registers(REG_OSD_CTRL, Span<uint8_t>(&control, 1));
-        if (!read)
-            return read;
-        return (control & kBit) != 0;
-    });
-}
-
 void add_osd(py::module_& module, CameraClass& camera)
 {
     py::class_<OsdRectangle>(module, "OsdRectangle")
@@ -415,8 +357,14 @@ void add_osd(py::module_& module, CameraClass& camera)
                 std::ranges::copy(bytes, record.data);
                 self.call([&](Osd& osd) { return osd.set_datetime(record); });
             })
-        .def_property_readonly("shows_time", osd_bit<0x02>)
-        .def_property_readonly("transparent", osd_bit<0x10>)
+        .def_property_readonly("shows_time",
+                               [](const OsdPart& self) {
+                                   return self.call([](Osd& osd) { return osd.shows_time(); });
+                               })
+        .def_property_readonly("transparent",
+                               [](const OsdPart& self) {
+                                   return self.call([](Osd& osd) { return osd.transparent(); });
+                               })
         .def(
             "show_time",
             [](const OsdPart& self, bool on) {
@@ -431,25 +379,17 @@ void add_osd(py::module_& module, CameraClass& camera)
             py::arg("on") = true)
         .def_property_readonly(
             "window",
+            [](const OsdPart& self) { return self.call([](Osd& osd) { return osd.window(); }); })
+        .def_property_readonly(
+            "colors",
             [](const OsdPart& self) {
-                OsdWindow record{};
-                call_c(*self.camera,
-                       [&](NyDevice* device) { return XU_OsdGetWindow(device, &record); });
-                return OsdRectangle{record.data[0], record.data[1], record.data[2],
-                                    record.data[3], record.data[4], record.data[5] != 0};
+                const OsdColors colors = self.call([](Osd& osd) { return osd.colors(); });
+                const auto tuple = [](const OsdYCbCr& color) {
+                    return py::make_tuple(color.y, color.cb, color.cr);
+                };
+                return py::make_tuple(tuple(colors.text), tuple(colors.background),
+                                      tuple(colors.windows));
             })
-        .def_property_readonly("colors",
-                               [](const OsdPart& self) {
-                                   OsdColor record{};
-                                   call_c(*self.camera, [&](NyDevice* device) {
-                                       return XU_OsdGetColor(device, &record);
-                                   });
-                                   const auto color = [&](size_t at) {
-                                       return py::make_tuple(record.data[at], record.data[at + 1],
-                                                             record.data[at + 2]);
-                                   };
-                                   return py::make_tuple(color(0), color(3), color(6));
-                               })
         .def(
             "set_window",
             [](const OsdPart& self, int64_t index, int64_t column, int64_t row, int64_t width,
@@ -468,14 +408,14 @@ void add_osd(py::module_& module, CameraClass& camera)
             "set_colors",
             [](const OsdPart& self, const Color& text, const Color& background,
                const Color& windows) {
-                OsdColor record{};
-                uint8_t* next = record.data;
-                for (const Color& color : {text, background, windows}) {
-                    for (const int64_t part : color)
-                        *next++ = byte(part, "a part of a colour");
-                }
-                call_c(*self.camera,
-                       [&](NyDevice* device) { return XU_OsdSetColor(device, &record); });
+                const auto color = [](const Color& parts) {
+                    const auto part = [&](size_t at) {
+                        return byte(parts[at], "a part of a colour");
+                    };
+                    return OsdYCbCr{part(0), part(1), part(2)};
+                };
+                const OsdColors wanted = {color(text), color(background), color(windows)};
+                self.call([&](Osd& osd) { return osd.set_colors(wanted); });
             },
             py::arg("text"), py::arg("background"), py::arg("windows"));
     camera.def_property_readonly("osd", [](const SharedCamera& self) { return OsdPart{self}; });

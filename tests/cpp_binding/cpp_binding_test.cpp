@@ -118,7 +118,7 @@ TEST(CppStatus, EachFailureHasAReason)
     } cases[] = {
         {Status(), Reason::kNone},
         {Status::of_libusb(LIBUSB_ERROR_NO_DEVICE), Reason::kCameraGone},
-        {Status::of_libusb(LIBUSB_ERROR_ACCESS), Reason::kNoPermission},
+        {Status::of_libusb(LIBUSB_ERROR_ACCESS), Reason::kPermissionDenied},
         {Status::of_libusb(LIBUSB_ERROR_PIPE), Reason::kOther},
         {Status::of_video(UVC_ERROR_BUSY), Reason::kBusy},
         {Status::of_video(UVC_ERROR_INTERRUPTED), Reason::kStopped},
@@ -126,7 +126,7 @@ TEST(CppStatus, EachFailureHasAReason)
         {Status::of(NYXUS_E_BUSY), Reason::kTimedOut},
         {Status::of(NYXUS_E_TIMEOUT), Reason::kProtected},
         {Status::of(NYXUS_E_SYSTEM(ENOSPC)), Reason::kFile},
-        {Status(NYXUS_E_RANGE, "out of range"), Reason::kOther},
+        {Status(NYXUS_E_RANGE, "out of range"), Reason::kOutOfRange},
         {Status(Reason::kNotBack, "not back"), Reason::kNotBack},
     };
     for (const auto& c : cases) {
@@ -271,6 +271,23 @@ TEST_F(CppCamera, FeaturesReadBackWhatWasSet)
     ASSERT_TRUE(camera.read_registers(0x0B00, found));
     EXPECT_EQ(found[1], 0x34);
     nyxus_h264_standard_order = 0;
+}
+
+TEST_F(CppCamera, RawRequestsHaveTheLengthsThatTheCameraAnnounced)
+{
+    const auto simulated = bus.plug();
+    nyxus::Camera camera = open(nyxus::find_camera());
+    bool has_version = false;
+    for (const nyxus::XuControl& control : camera.xu_controls())
+        has_version = has_version || (control.selector == 0x0D && control.size == 11);
+    EXPECT_TRUE(has_version);
+    const auto version = camera.get_xu(0x0D); // of the internal firmware
+    ASSERT_TRUE(version) << version.status().message();
+    EXPECT_EQ(std::string(version->begin(), version->end()).find(camera.internal_version()), 0u);
+    simulated.forget_transfers();
+    EXPECT_EQ(camera.get_xu(0xFE).status().reason(), nyxus::Reason::kNotSupported);
+    EXPECT_EQ(camera.set_xu(0x0D, std::vector<uint8_t>(12)).reason(), nyxus::Reason::kOutOfRange);
+    EXPECT_TRUE(simulated.transfers().empty()) << "nothing was sent";
 }
 
 TEST_F(CppRom, IsReadInSlicesThatPrintNothing)

@@ -14,7 +14,7 @@ constexpr std::pair<engine::Reason, ExitCode> kExitCodeOf[] = {
     {engine::Reason::kCameraGone,       kExitCameraLost},
     {engine::Reason::kNotBack,          kExitTimeout},
     {engine::Reason::kTimedOut,         kExitTimeout},
-    {engine::Reason::kNoPermission,     kExitPermission},
+    {engine::Reason::kPermissionDenied,     kExitPermission},
     {engine::Reason::kBusy,             kExitBusy},
     {engine::Reason::kProtected,        kExitProtected},
     {engine::Reason::kMismatch,         kExitMismatch},

@@ -8,6 +8,7 @@
 
 #include <nyxus/config.h>
 #include <nyxus/device.h>
+#include <nyxus/extensions.h>
 #include <nyxus/flash.h>
 #include <nyxus/memory.h>
 #include <nyxus/peripheral.h>
@@ -35,6 +36,13 @@ struct Flash {
     std::string name;          ///< of the part; "" for one that is not in the catalogue
     std::array<uint8_t, 3> id; ///< maker, type, capacity
     uint32_t part_bytes;       ///< of the whole part; 0 for one that is not in the catalogue
+};
+
+/// A control of the vendor's extension unit.
+struct XuControl {
+    uint8_t selector;
+    std::string name;
+    uint32_t size; ///< bytes, as this camera has announced
 };
 
 /// A pin of the controller, as it is driven.
@@ -249,16 +257,17 @@ public:
     {
         return Status::of(XU_GpioSet(device(), pin, high ? GPIO_HIGH : GPIO_LOW));
     }
-    /// State bits of an LED (mask 0x58); NYXUS_E_BUSY while an update is pending.
+    /// State bits of an LED (mask 0x58); Reason::kBusy while an update is pending.
     Result<uint8_t> led(uint8_t index)
     {
         uint8_t state = 0;
         const int32_t status = XU_LedStatusGet(device(), index, &state);
-        return Result<uint8_t>::of(status, state);
+        return status == NYXUS_E_BUSY ? led_is_busy() : Result<uint8_t>::of(status, state);
     }
     Status set_led(uint8_t index, uint8_t state)
     {
-        return Status::of(XU_LedStatusSet(device(), index, state));
+        const int32_t status = XU_LedStatusSet(device(), index, state);
+        return status == NYXUS_E_BUSY ? led_is_busy() : Status::of(status);
     }
     /// Address of the I2C device in 8-bit form; bit 0 is the addressing mode.
     Result<uint8_t> i2c_config() { return get_byte(XU_I2cConfigGet); }
@@ -286,6 +295,43 @@ public:
     }
     /// Whether there was motion since the last poll; acknowledges it.
     Result<bool> poll_motion() { return get_flag(XU_MotionDetectPoll); }
+
+    // Raw requests to the vendor's extension unit, with the lengths that this camera has announced.
+    // Each blocks for a transfer.
+
+    /// Asks the camera nothing.
+    std::vector<XuControl> xu_controls()
+    {
+        std::vector<XuControl> controls;
+        for (int32_t row = 0; row < device_->xu_table_count; ++row) {
+            const uvc_xu_ctrl& control = device_->xu_table[row];
+            const int32_t size = nyxus_control_length(device(), control.selector);
+            controls.push_back({control.selector, field_text(control.name),
+                                static_cast<uint32_t>(std::max(size, 0))});
+        }
+        return controls;
+    }
+    /// NYXUS_E_INVALID (kNotSupported) when the camera's table lacks the control.
+    Result<std::vector<uint8_t>> get_xu(uint8_t selector)
+    {
+        const int32_t size = nyxus_control_length(device(), selector);
+        if (size < 0)
+            return Status::of(size);
+        std::vector<uint8_t> bytes(static_cast<size_t>(size));
+        const int32_t status = UvcXuCtrlQueryNYXU(device(), selector, UVC_GET_CUR, bytes.data());
+        return Result<std::vector<uint8_t>>::of(status, std::move(bytes));
+    }
+    /// kOutOfRange unless there are as many bytes as the control has.
+    Status set_xu(uint8_t selector, Bytes bytes)
+    {
+        const int32_t size = nyxus_control_length(device(), selector);
+        if (size < 0)
+            return Status::of(size);
+        if (bytes.size() != static_cast<size_t>(size))
+            return out_of_range("length");
+        std::vector<uint8_t> copy(bytes.begin(), bytes.end());
+        return Status::of(UvcXuCtrlQueryNYXU(device(), selector, UVC_SET_CUR, copy.data()));
+    }
 
     /// Restarts the camera, which leaves the bus and comes back with a new address. Then close()
     /// it, or wait_for_restart(). A failure is to be expected when the chip was quick.
@@ -378,6 +424,11 @@ private:
         device.xSpiMode = 0;
         device.dwExtRomSize = 0;
         return RomState::kUnknown;
+    }
+
+    static Status led_is_busy()
+    {
+        return {Reason::kBusy, "an update of the LED is pending", NYXUS_E_BUSY};
     }
 
     static Status out_of_range(const char* what)

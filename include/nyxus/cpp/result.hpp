@@ -31,7 +31,8 @@ enum class Origin {
     kVideo,   ///< libuvc: the code is a uvc_error_t
 };
 
-/// Why something failed, for programs: the engine's failures have all of them.
+/// Why something failed: what programs decide by. C++, the engine and Python (whose exceptions are
+/// named after them) share these; what only the engine finds out stands there, too.
 enum class Reason {
     kNone,             ///< it did not
     kOther,            ///< nothing of what follows; the message tells
@@ -39,7 +40,7 @@ enum class Reason {
     kCameraGone,       ///< unplugged, or without power
     kNotBack,          ///< has not come back after a restart
     kTimedOut,         ///< the camera or its flash did not answer, or did not restart
-    kNoPermission,     ///< to open the camera
+    kPermissionDenied, ///< to open the camera
     kBusy,             ///< another program has it
     kProtected,        ///< the ROM stays write-protected
     kMismatch,         ///< the ROM does not hold what was written
@@ -55,8 +56,42 @@ enum class Reason {
     kNotStarted,       ///< the camera does not start what its ROM holds, or not what was written
     kUnreliableReads,  ///< what the camera says of its ROM's contents cannot be relied on
     kUntrusted,        ///< no trusted key has signed it, or nobody knows what is trusted
+    kOutOfRange,       ///< an argument that the call does not take
     kDowngrade,        ///< a newer version has been there; nothing was written
 };
+
+/// For programs: "camera-gone".
+inline const char* to_text(Reason reason)
+{
+    constexpr const char* kTexts[] = {
+        "none",
+        "other",
+        "stopped",
+        "camera-gone",
+        "not-back",
+        "timed-out",
+        "permission-denied",
+        "busy",
+        "protected",
+        "mismatch",
+        "wrong-image",
+        "not-supported",
+        "unknown-rom",
+        "file",
+        "backup-not-kept",
+        "journal-not-kept",
+        "no-backup",
+        "uncertain-backup",
+        "nothing-to-recover",
+        "not-started",
+        "unreliable-reads",
+        "untrusted",
+        "out-of-range",
+        "downgrade",
+    };
+    static_assert(sizeof kTexts / sizeof *kTexts == static_cast<size_t>(Reason::kDowngrade) + 1);
+    return kTexts[static_cast<size_t>(reason)];
+}
 
 /// Success, or a failure with its code and a text that says what failed and why.
 class [[nodiscard]] Status {
@@ -142,7 +177,7 @@ private:
     {
         switch (code) {
             case LIBUSB_ERROR_ACCESS:
-                return Reason::kNoPermission;
+                return Reason::kPermissionDenied;
             case LIBUSB_ERROR_BUSY:
                 return Reason::kBusy;
             case LIBUSB_ERROR_NO_DEVICE:
@@ -166,15 +201,19 @@ private:
 
     static Reason library_reason(int32_t code)
     {
+        constexpr int32_t kUnknownChip = 3; // of DEV_Init()
         switch (code) {
+            case NYXUS_E_RANGE:
+                return Reason::kOutOfRange;
             case NYXUS_E_SPI_COMMAND:
-            case NYXUS_E_BUSY:
+            case NYXUS_E_BUSY: // the flash; of an LED the caller says so
                 return Reason::kTimedOut;
             case NYXUS_E_TIMEOUT: // of the write protection
                 return Reason::kProtected;
             case NYXUS_E_NO_SUPPORT:
             case NYXUS_E_UNSUPPORTED:
             case NYXUS_E_INVALID:
+            case kUnknownChip:
                 return Reason::kNotSupported;
             default:
                 return Reason::kOther;

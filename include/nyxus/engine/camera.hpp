@@ -43,7 +43,7 @@ class Camera : public nyxus::Camera {
 public:
     /**
      * Opens and probes; a camera whose ROM holds no firmware is probed with a guess at its flash.
-     * kNoPermission, kBusy, kCameraGone; kNotSupported for what is no camera of ours.
+     * kPermissionDenied, kBusy, kCameraGone; kNotSupported for what is no camera of ours.
      *
      * Blocks for about 30 transfers, for a ROM without firmware up to seconds. Thread-safe.
      */
