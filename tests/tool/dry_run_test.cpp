@@ -38,7 +38,7 @@ std::vector<std::string> writes(const Talk& talk)
 {
     std::vector<std::string> writes;
     for (const std::string& line : talk.transfers) {
-        const bool asks = line.find(": asks for ") != std::string::npos ||
+        const bool asks = line.find(": ask for ") != std::string::npos ||
                           line.find(" FLASH_BLOCK: 00 00") != std::string::npos ||
                           line.find(" EXT_ROM_512: ask for, or ") != std::string::npos ||
                           line.find(" OSD: 8") != std::string::npos ||

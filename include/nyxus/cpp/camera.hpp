@@ -327,8 +327,10 @@ public:
         const int32_t size = nyxus_control_length(device(), selector);
         if (size < 0)
             return Status::of(size);
-        if (bytes.size() != static_cast<size_t>(size))
-            return out_of_range("length");
+        if (bytes.size() != static_cast<size_t>(size)) {
+            return {NYXUS_E_RANGE, "this control has " + std::to_string(size) + " bytes, not " +
+                                       std::to_string(bytes.size())};
+        }
         std::vector<uint8_t> copy(bytes.begin(), bytes.end());
         return Status::of(UvcXuCtrlQueryNYXU(device(), selector, UVC_SET_CUR, copy.data()));
     }
