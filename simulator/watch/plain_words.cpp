@@ -106,9 +106,12 @@ Words long_rom_in_words(bool is_set, std::span<const uint8_t> record)
         return {hex_bytes(record)};
     const uint32_t begin = be16(record.subspan(2));
     const auto kind = is_set ? RomStep::Kind::kWrite : RomStep::Kind::kRead;
-    return piece_in_words(
+    Words words = piece_in_words(
         {{kExtRom512, kind, begin, begin + static_cast<uint32_t>(length_512(record))},
          record.subspan(kHeaderBytes512)});
+    if (is_set)
+        words.text = "ask for, or " + words.text;
+    return words;
 }
 
 Words memory_in_words(const CameraModel& model, uint8_t selector, bool is_set,
