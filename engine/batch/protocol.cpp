@@ -20,6 +20,7 @@ static_assert(std::size(kKinds) == static_cast<size_t>(Event::Kind::kChosen) + 1
 
 const char* to_text(Event::Kind kind)
 {
+    // cppcheck-suppress arrayIndexOutOfBounds ; it takes this for to_text(Reason)
     return kKinds[static_cast<size_t>(kind)];
 }
 

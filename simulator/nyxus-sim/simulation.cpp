@@ -48,7 +48,7 @@ void check_rom_file(const std::string& path)
     if (exists && !S_ISREG(entry.st_mode))
         refuse(S_ISDIR(entry.st_mode) ? "that is a folder" : "that is no plain file");
     const std::string folder = std::filesystem::path(path).parent_path().string();
-    const std::string& written = exists ? path : folder.empty() ? "." : folder;
+    const std::string written = exists ? path : folder.empty() ? "." : folder;
     if (access(written.c_str(), W_OK) != 0)
         refuse(std::strerror(errno));
 }
