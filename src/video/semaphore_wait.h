@@ -16,7 +16,7 @@ inline bool wait_for(sem_t& semaphore, long ns)
     clock_gettime(CLOCK_MONOTONIC, &end);
     const long sum = end.tv_nsec + ns;
     end = {end.tv_sec + sum / kSecond_ns, sum % kSecond_ns};
-    int rv;
+    int rv = -1;
     do {
         rv = sem_clockwait(&semaphore, CLOCK_MONOTONIC, &end);
     } while (rv != 0 && errno == EINTR);
