@@ -168,10 +168,12 @@ public:
         Flash flash = {field_text(found.szName), {}, 0};
         std::copy(std::begin(found.ID), std::end(found.ID), flash.id.begin());
         // The catalogue's last row stands for every part that it lacks.
-        if (flash.name == field_text(spi_flash_table[spi_flash_table_count - 1].szName))
+        const NyFlashInfo& unlisted = spi_flash_table[spi_flash_table_count - 1];
+        if (flash.name == field_text(unlisted.szName)) {
             flash.name.clear();
-        else
+        } else {
             flash.part_bytes = kSmallest << std::min<uint32_t>(found.bSize, kMostDoublings);
+        }
         return flash;
     }
     /// Bytes of the ROM that the controller uses.
