@@ -2,6 +2,7 @@
 #include "watch/capture.h"
 
 #include "usb/standard_request.h"
+#include "usb/usb_camera.h"
 
 #include <cerrno>
 #include <utility>
