@@ -14,13 +14,18 @@
 
 namespace {
 
+/// Device objects are never freed, on purpose: held here, they are no leak to the sanitizer.
+void hold(nyxus::Camera& camera)
+{
+    static auto& never_freed = *new std::vector<NyDevice*>;
+    never_freed.push_back(camera.device());
+}
+
 nyxus::Camera open(const nyxus::Result<nyxus::CameraInfo>& info)
 {
     auto camera = nyxus::Camera::open(info.value());
     EXPECT_TRUE(camera) << camera.status().message();
-    // Device objects are never freed, on purpose: held here, they are no leak to the sanitizer.
-    static auto& never_freed = *new std::vector<NyDevice*>;
-    never_freed.push_back(camera->device());
+    hold(*camera);
     return std::move(*camera);
 }
 
@@ -100,6 +105,7 @@ TEST_F(CppCamera, IsGivenBackAfterARestart)
     (void)camera.restart();
     auto again = camera.wait_for_restart(10'000);
     ASSERT_TRUE(again) << again.status().message();
+    hold(*again);
     EXPECT_NE(again->info().address, before.address);
     EXPECT_EQ(again->chip(), "NY6410");
 
