@@ -115,7 +115,8 @@ void Camera::set_rom(const std::vector<std::uint8_t>& bytes, std::size_t address
 std::vector<Transfer> Camera::transfers() const
 {
     std::vector<Transfer> transfers;
-    for (const Json& row : ask("transfers", serial_).at("transfers")) {
+    const Json reply = ask("transfers", serial_);
+    for (const Json& row : reply.at("transfers")) {
         Transfer transfer;
         transfer.request_type = row.at(0).get<std::uint8_t>();
         transfer.request = row.at(1).get<std::uint8_t>();
