@@ -63,7 +63,7 @@ def stream(bin_folder):
     """C asks nyxus_stream_next() for each frame, as Python does; both look at no pixel."""
     import nyxus
     program = Path(bin_folder) / "bench_client_stream"
-    frames = 20 if QUICK else 100
+    frames = 100
 
     def by_python():
         with nyxus.open() as camera, camera.stream(*PICTURE) as running:

@@ -84,7 +84,7 @@ inline std::string port_path(libusb_device* device)
     const int count = libusb_get_port_numbers(device, ports, sizeof ports);
     std::string path = std::to_string(libusb_get_bus_number(device));
     for (int i = 0; i < count; ++i)
-        path += (i == 0 ? "-" : ".") + std::to_string(ports[i]);
+        path.append(i == 0 ? "-" : ".").append(std::to_string(ports[i]));
     return path;
 }
 
