@@ -566,7 +566,10 @@ class Fingerprint:
     @property
     def speed(self) -> int: ...
     def read(self, address: int, size: int) -> bytes:
-        """The customer's window of the EEPROM."""
+        """The customer's window of the EEPROM, 0x2400 to 0x7FFF."""
+    def write(self, address: int, data: _Bytes, backup: bool = True, backups: Optional[Backups] = None,
+              on_event: _OnEvent = None, stop: Optional[Stop] = None) -> Report:
+        """Keeps what the ROM holds, writes there and reads back. OutOfRange, NotSupported for a flash."""
 
 # --- Video
 

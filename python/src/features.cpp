@@ -557,7 +557,24 @@ void add_fingerprint(py::module_& module, CameraClass& camera)
                 });
                 return to_bytes(bytes);
             },
-            py::arg("address"), py::arg("size"));
+            py::arg("address"), py::arg("size"))
+        .def(
+            "write",
+            [](const FingerprintPart& self, int64_t address, const py::buffer& data, bool backup,
+               const std::optional<engine::Backups>& backups, const py::object& on_event,
+               const py::object& stop) {
+                const auto from = in_range<uint16_t>(address, 0, 0xFFFF, "the address");
+                const std::vector<uint8_t> bytes = bytes_of(data);
+                const auto write = [&](engine::Camera& used, const engine::Caller& caller) {
+                    return engine::write_window(
+                        used, from, bytes, backups.value_or(engine::Backups()), caller, backup);
+                };
+                Work work(stop);
+                return value_of(self.camera->run(work, on_event, write), work);
+            },
+            py::arg("address"), py::arg("data"), py::arg("backup") = true,
+            py::arg_v("backups", py::none(), "None"), py::arg_v("on_event", py::none(), "None"),
+            py::arg_v("stop", py::none(), "None"));
     camera.def_property_readonly("fingerprint",
                                  [](const SharedCamera& self) { return FingerprintPart{self}; });
 }

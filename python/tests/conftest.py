@@ -2,7 +2,7 @@
 """The tests run inside `nyxus-sim run`, with the cameras that CMakeLists.txt names:
 
 A1 rowan-spi, E1 hawthorn-eeprom, B1 rowan-spi with a blank ROM, U1 hawthorn-eeprom with a blank one,
-G1 rowan-spi to be unplugged, M1 maple-mjpeg, which streams MJPEG, too, and has many controls.
+G1 rowan-spi to be unplugged, M1 maple-mjpeg, which streams MJPEG, too, and has many controls, F1 fi2-board, a fingerprint reader.
 """
 
 import json

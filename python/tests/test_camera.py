@@ -11,11 +11,11 @@ from conftest import simulator
 
 
 def test_cameras_are_listed_and_found_by_each_of_their_names():
-    assert [info.serial for info in nyxus.list_cameras()] == ["A1", "E1", "B1", "U1", "G1", "M1"]
+    assert [info.serial for info in nyxus.list_cameras()] == ["A1", "E1", "B1", "U1", "G1", "M1", "F1"]
     info = nyxus.find_camera("E1")
     for name in (info.port_path, info.bus_address, f"{info.bus:03}:{info.address:03}"):
         assert nyxus.find_camera(name) == info and nyxus.wait_for_cameras(name) == [info]
-    with pytest.raises(nyxus.OutOfRange, match="6 cameras match"):
+    with pytest.raises(nyxus.OutOfRange, match="7 cameras match"):
         nyxus.find_camera()
     for name in ("A2", "1:", ":1", "1:999999"):
         with pytest.raises(nyxus.CameraGone) as none:
@@ -173,7 +173,7 @@ def test_a_restarted_camera_is_the_same_object(camera):
 def test_cameras_that_come_and_go_are_told():
     stop = nyxus.Stop()
     watch = nyxus.CameraWatch(stop)
-    assert [watch.next(0).here for _ in nyxus.list_cameras()] == [True] * 6
+    assert [watch.next(0).here for _ in nyxus.list_cameras()] == [True] * 7
     with pytest.raises(nyxus.TimedOut):
         watch.next(timeout_s=0)
     for act, here in (("unplug", False), ("replug", True)):

@@ -227,6 +227,20 @@ def test_a_part_of_the_rom_is_written_and_the_rest_stays(camera, firmware):
     assert camera.rom.read_reserved()[:5] == b"notes"
 
 
+def test_the_customers_window_is_written_and_read_back(firmware, rom_of):
+    with nyxus.open("F1") as camera:
+        before, window = rom_of("F1"), camera.fingerprint
+        report = window.write(0x2410, b"keys of a reader")
+        assert report.rom is RomContents.NEW and report.backup.read_bytes()[:len(before)] == before
+        assert window.read(0x2410, 16) == b"keys of a reader"
+        assert rom_of("F1") == before[:0x2410] + b"keys of a reader" + before[0x2420:]
+        for address, data in ((0x23FF, b"x"), (0x7FFF, b"xy"), (0x2400, b"")):
+            with pytest.raises(nyxus.OutOfRange):
+                window.write(address, data)
+    with nyxus.open("A1") as camera, pytest.raises(nyxus.NotSupported):
+        camera.fingerprint.write(0x2400, b"x")
+
+
 def test_an_mfi_image_takes_a_serial_number_of_its_length_only(camera, firmware, tmp_path):
     path = tmp_path / "mfi.bin"
     simulator("image", "--mfi", "--serial", "VELKA_0001_LINK", path)

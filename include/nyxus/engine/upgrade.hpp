@@ -71,6 +71,13 @@ NYXUS_ENGINE_API Report change_rom(Camera& camera, const std::string& operation,
                                    const std::function<Status()>& write, const Backups& backups,
                                    const Caller& caller, bool backup = true);
 
+/// change_rom() of the customer's window in the EEPROM of fingerprint readers, 0x2400 to 0x7FFF, read
+/// back by the same path; sets the time of XU_SetWriteCycleTime() to 5 ms for good. kOutOfRange for
+/// what is not in the window, kNotSupported for an SPI flash.
+NYXUS_ENGINE_API Report write_window(Camera& camera, uint32_t address, Bytes bytes,
+                                     const Backups& backups, const Caller& caller,
+                                     bool backup = true);
+
 /// Restarts the camera, which ends the object, and opens it again; the phase is kRestarting. From
 /// then on the ROM is taken for what the camera has started from.
 NYXUS_ENGINE_API Result<Camera> restart(Camera camera, unsigned wait_s, const Backups& backups,
