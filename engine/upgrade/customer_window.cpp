@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The customer's window in the EEPROM of fingerprint readers.
+#include "rom_change.h"
+
 #include <nyxus/access.h>
 #include <nyxus/fingerprint.h>
 #include <nyxus/engine/upgrade.hpp>
@@ -40,16 +42,37 @@ static Status write_and_compare(NyDevice* device, uint16_t address, Bytes bytes)
     return {Reason::kMismatch, "the EEPROM does not hold what was written; is it protected?"};
 }
 
+static Status do_write(Camera& camera, uint16_t address, Bytes bytes, const Backups& backups,
+                       const Caller& caller, bool backup, Report& report)
+{
+    if (Status kept = backup ? keep_rom(camera, backups, caller, report) : Status(); !kept)
+        return kept;
+    RomChange change(camera, backups, caller, report);
+    Status done = change.opens({.operation = "sg"});
+    if (done)
+        done = change.begins(JournalStep::kWriting);
+    XU_SetWriteCycleTime(kPageWrite_ms);
+    if (done)
+        done = write_and_compare(camera.device(), address, bytes);
+    if (done)
+        report.rom = RomContents::kNew;
+    const bool is_verified = done.ok();
+    done = change.end(std::move(done));
+    if (is_verified)
+        note_in_journal(camera, backups, JournalStep::kVerified);
+    return done;
+}
+
 Report write_window(Camera& camera, uint32_t address, Bytes bytes, const Backups& backups,
                     const Caller& caller, bool backup)
 {
     if (Status fits = check_window(camera, address, bytes.size()); !fits)
         return Report{.status = std::move(fits)};
-    const auto write = [&] {
-        XU_SetWriteCycleTime(kPageWrite_ms);
-        return write_and_compare(camera.device(), static_cast<uint16_t>(address), bytes);
-    };
-    return change_rom(camera, "sg", write, backups, caller, backup);
+    Report report{.version_before = camera.version()};
+    report.status =
+        do_write(camera, static_cast<uint16_t>(address), bytes, backups, caller, backup, report);
+    report.stopped = report.stopped || report.status.reason() == Reason::kStopped;
+    return report;
 }
 
 } // namespace nyxus::engine

@@ -30,13 +30,6 @@ Status erase_rom(Camera& camera, const Backups& backups, const Caller& caller, R
     return change.end(std::move(done));
 }
 
-Status keep_rom(Camera& camera, const Backups& backups, const Caller& caller, Report& report)
-{
-    tell_outlook(caller, RomContents::kUnchanged);
-    const auto before = read_rom_twice(camera, 0, replaced_bytes(camera), caller);
-    return before ? keep_backup(camera, backups, *before, caller, report) : before.status();
-}
-
 Status do_erase(Camera& camera, const Backups& backups, const Caller& caller, bool backup,
                 Report& report)
 {
@@ -80,37 +73,6 @@ Report erase(Camera& camera, const Backups& backups, const Caller& caller, bool 
 {
     Report report{.version_before = camera.version()};
     report.status = do_erase(camera, backups, caller, backup, report);
-    report.stopped = report.stopped || report.status.reason() == Reason::kStopped;
-    return report;
-}
-
-static Status do_change(Camera& camera, const std::string& operation,
-                        const std::function<Status()>& write, const Backups& backups,
-                        const Caller& caller, bool backup, Report& report)
-{
-    if (Status kept = backup ? keep_rom(camera, backups, caller, report) : Status(); !kept)
-        return kept;
-    RomChange change(camera, backups, caller, report);
-    Status done = change.opens({.operation = operation});
-    if (done)
-        done = change.begins(JournalStep::kWriting);
-    if (done)
-        done = write();
-    if (done)
-        report.rom = RomContents::kNew;
-    const bool is_verified = done.ok();
-    done = change.end(std::move(done));
-    if (is_verified)
-        note_in_journal(camera, backups, JournalStep::kVerified);
-    return done;
-}
-
-Report change_rom(Camera& camera, const std::string& operation,
-                  const std::function<Status()>& write, const Backups& backups,
-                  const Caller& caller, bool backup)
-{
-    Report report{.version_before = camera.version()};
-    report.status = do_change(camera, operation, write, backups, caller, backup, report);
     report.stopped = report.stopped || report.status.reason() == Reason::kStopped;
     return report;
 }

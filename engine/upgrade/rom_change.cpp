@@ -40,6 +40,13 @@ Status keep_backup(const Camera& camera, const Backups& backups, Bytes contents,
     return {};
 }
 
+Status keep_rom(Camera& camera, const Backups& backups, const Caller& caller, Report& report)
+{
+    tell_outlook(caller, RomContents::kUnchanged);
+    const auto before = read_rom_twice(camera, 0, replaced_bytes(camera), caller);
+    return before ? keep_backup(camera, backups, *before, caller, report) : before.status();
+}
+
 void note_in_journal(const Camera& camera, const Backups& backups, JournalStep step)
 {
     // Where it cannot be noted, the journal goes on saying what is worse.

@@ -47,6 +47,9 @@ private:
 Status keep_backup(const Camera& camera, const Backups& backups, Bytes contents,
                    const Caller& caller, Report& report);
 
+/// Reads the ROM first, all that a change may replace.
+Status keep_rom(Camera& camera, const Backups& backups, const Caller& caller, Report& report);
+
 /// What a look at the ROM has shown, after a change.
 void note_in_journal(const Camera& camera, const Backups& backups, JournalStep step);
 

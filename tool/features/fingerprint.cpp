@@ -121,26 +121,15 @@ Cost window_cost(const Camera& camera, const FingerprintOptions& options)
 
 void run_write(Session& session, const FingerprintOptions& options)
 {
-    constexpr int32_t kWriteCycle_ms = 5;
     require_eeprom(session);
-    XU_SetWriteCycleTime(kWriteCycle_ms);
-    const auto address = static_cast<uint16_t>(options.address);
-    const auto size = static_cast<uint16_t>(options.bytes.size());
-    std::vector<uint8_t> after(size);
-    const auto write_and_compare = [&]() -> engine::Status {
-        int32_t rv = SG_EepromWrite(session.device(), address, size, options.bytes.data());
-        if (rv < 0)
-            return engine::library_failure("writing the EEPROM", rv);
-        rv = SG_EepromRead(session.device(), address, size, after.data());
-        if (rv < 0)
-            return engine::library_failure("reading the EEPROM", rv);
-        if (after == options.bytes)
-            return {};
-        return {engine::Reason::kMismatch,
-                "the EEPROM does not hold what was written; is it protected?"};
-    };
     const auto change = [&] {
-        change_rom(session.console, session.arguments, session.camera, "sg", write_and_compare);
+        Follower follower(session.console);
+        const engine::Report report =
+            engine::write_window(session.camera, options.address, options.bytes, engine::Backups(),
+                                 follower.caller(), !session.arguments.skip_backup);
+        session.console.drain();
+        if (!report.status)
+            throw failure_of(report);
         return 0;
     };
     session.order(

@@ -209,17 +209,6 @@ bool program(Console& console, Camera& camera, const Arguments& arguments, const
     return !result.report.up_to_date;
 }
 
-void change_rom(Console& console, const Arguments& arguments, Camera& camera,
-                const std::string& operation, const std::function<engine::Status()>& write)
-{
-    Follower follower(console);
-    const engine::Report report = engine::change_rom(camera, operation, write, engine::Backups(),
-                                                     follower.caller(), !arguments.skip_backup);
-    console.drain();
-    if (!report.status)
-        throw failure_of(report);
-}
-
 void print_plan(Console& console, const Arguments& arguments, Camera& camera,
                 const engine::Images& images, const engine::Plan& plan)
 {

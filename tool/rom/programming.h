@@ -83,10 +83,6 @@ void start_new_firmware(Console& console, const Arguments& arguments, Camera cam
 std::string advice_after(engine::RomContents rom);
 /// ", or 'nyxus recover' to put the backup 'FILE' back": the other way out of an incomplete ROM.
 std::string way_back(const std::string& backup);
-/// Changes the ROM in another way than by an upgrade, with backup and journal. `write` unlocks,
-/// writes, locks and looks.
-void change_rom(Console& console, const Arguments& arguments, Camera& camera,
-                const std::string& operation, const std::function<engine::Status()>& write);
 /// What to do about this, whatever the ROM holds; "" for nothing in particular.
 const char* advice_for(engine::Reason reason);
 /// Why a change of the ROM has failed or was interrupted, and what to do.

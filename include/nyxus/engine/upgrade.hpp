@@ -65,15 +65,10 @@ NYXUS_ENGINE_API Report erase(Camera& camera, const Backups& backups, const Call
 /// Bytes that it looks at.
 NYXUS_ENGINE_API uint32_t erased_bytes(const Camera& camera);
 
-/// Any other change of the ROM, with the same backup and the same journal. `write` unlocks, writes,
-/// locks and looks; its kMismatch means that the ROM does not hold what was written.
-NYXUS_ENGINE_API Report change_rom(Camera& camera, const std::string& operation,
-                                   const std::function<Status()>& write, const Backups& backups,
-                                   const Caller& caller, bool backup = true);
-
-/// change_rom() of the customer's window in the EEPROM of fingerprint readers, 0x2400 to 0x7FFF, read
-/// back by the same path; sets the time of XU_SetWriteCycleTime() to 5 ms for good. kOutOfRange for
-/// what is not in the window, kNotSupported for an SPI flash.
+/// Writes into the customer's window of fingerprint readers, 0x2400 to 0x7FFF of their EEPROM, with
+/// the same backup and the same journal, and reads back by the same path. Sets the time of
+/// XU_SetWriteCycleTime() to 5 ms for good. kMismatch when the ROM does not hold what was written,
+/// kOutOfRange for what is not in the window, kNotSupported for an SPI flash.
 NYXUS_ENGINE_API Report write_window(Camera& camera, uint32_t address, Bytes bytes,
                                      const Backups& backups, const Caller& caller,
                                      bool backup = true);
