@@ -57,6 +57,12 @@ struct KindText {
                                       : std::to_string(l.fewest) + " to " + std::to_string(l.most);
         return "a list of " + range + " bytes, each from 0x00 to 0xFF";
     }
+    std::string operator()(const NumberList& l) const
+    {
+        return "a list of 1 to " + std::to_string(l.most_numbers) + " whole numbers from " +
+               std::to_string(l.least) + " to " + std::to_string(l.most) + " that rise";
+    }
+    std::string operator()(const Path&) const { return "the name of a file"; }
     std::string operator()(const Choice& c) const
     {
         std::string text;
@@ -96,6 +102,13 @@ struct ValueText {
         std::string text;
         for (const uint8_t byte : value)
             text += (text.empty() ? "" : ", ") + format_number(byte, Digits::kHex);
+        return "[" + text + "]";
+    }
+    std::string operator()(const std::vector<uint32_t>& value) const
+    {
+        std::string text;
+        for (const uint32_t number : value)
+            text += (text.empty() ? "" : ", ") + std::to_string(number);
         return "[" + text + "]";
     }
     // No key is one of these by default.

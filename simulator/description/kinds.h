@@ -29,7 +29,7 @@ struct Range {
 };
 
 using Value = std::variant<int64_t, double, bool, std::string, Range, std::vector<uint8_t>,
-                           std::vector<FrameSize>>;
+                           std::vector<uint32_t>, std::vector<FrameSize>>;
 
 enum class Digits { kDecimal, kHex, kHexPowerOfTwo };
 
@@ -66,6 +66,14 @@ struct ByteList {
     size_t fewest;
     size_t most;
 };
+/// Of numbers that rise.
+struct NumberList {
+    size_t most_numbers;
+    int64_t least;
+    int64_t most;
+};
+/// Of a file; one that is not absolute begins at the description's folder.
+struct Path {};
 struct Choice {
     std::span<const std::string_view> words;
 };
@@ -82,8 +90,9 @@ struct Tables {
 struct SizeList {
     size_t most;
 };
-using Kind = std::variant<Number, EitherNumber, NumberOrRange, Share, SerialOrPlace, Text, Word,
-                          Truth, ByteList, Choice, PartOrTable, Table, Tables, SizeList>;
+using Kind =
+    std::variant<Number, EitherNumber, NumberOrRange, Share, SerialOrPlace, Text, Word, Truth,
+                 ByteList, NumberList, Path, Choice, PartOrTable, Table, Tables, SizeList>;
 
 struct Required {};
 /// Absence means something by itself.

@@ -215,6 +215,28 @@ struct Reader {
             bytes.push_back(static_cast<uint8_t>(item.as_integer()->get()));
         return bytes;
     }
+    std::optional<Value> operator()(const NumberList& rule) const
+    {
+        const auto* list = node.as_array();
+        if (list == nullptr || list->empty() || list->size() > rule.most_numbers)
+            return std::nullopt;
+        std::vector<uint32_t> numbers;
+        for (const toml::node& item : *list) {
+            const auto* number = item.as_integer();
+            if (number == nullptr || number->get() < rule.least || number->get() > rule.most ||
+                (!numbers.empty() && number->get() <= numbers.back()))
+                return std::nullopt;
+            numbers.push_back(static_cast<uint32_t>(number->get()));
+        }
+        return numbers;
+    }
+    std::optional<Value> operator()(const Path&) const
+    {
+        const auto* text = node.as_string();
+        const bool fits =
+            text != nullptr && !text->get().empty() && text->get().find('\0') == std::string::npos;
+        return fits ? std::optional<Value>(text->get()) : std::nullopt;
+    }
     std::optional<Value> operator()(const Choice& rule) const
     {
         const auto* text = node.as_string();

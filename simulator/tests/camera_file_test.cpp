@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // Camera descriptions: what a file says is what the camera is, and mistakes are told.
 #include "cameras/camera_file.h"
+#include "cameras/film_file.h"
 #include "cameras/shipped.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
@@ -13,6 +15,8 @@ namespace sim {
 namespace {
 
 const std::string kMinimal = "internal_version = \"RO2-1.0\"\n";
+const std::string kIso = "video = \"isochronous\"\n";
+const std::string kYuyv = "format = [{ pixels = \"YUYV\", sizes = [";
 const std::string kFlash = "[flash]\nid = [0xEF, 0x30, 0x12]\nsize_bytes = 0x40000\n";
 
 std::string mistakes_in(const std::string& text)
@@ -63,7 +67,10 @@ internal_version = "CB-2.3.1"
 bond = 3
 xu_version = 0x0003
 memory_extension = false
+usb_vendor_id = 0x1234
 usb_product_id = 0x0777
+usb_manufacturer = "Acme Inc."
+usb_product = "Door camera 2"
 usb_latency_us = 250
 usb_wire_us = 30
 video = "isochronous"
@@ -72,6 +79,7 @@ write_protect = "gpio0"
 size_byte = 22
 firmware = { version = 0x0203, size_bytes = 0x1234, seed = 9 }
 bulk_payload_bytes = 4096
+iso_packet_bytes = [128, 1024, 2048, 3072]
 first_frame_ms = 7
 format = [{ pixels = "MJPEG", sizes = ["1920x1080: 30, 15", "640x480: 240"] },
           { pixels = "YUYV", sizes = ["320x240: 7"] }]
@@ -100,7 +108,11 @@ controller_params = [9, 8, 7]
     EXPECT_TRUE(model.has_xu_version);
     EXPECT_EQ(model.xu_version, 3);
     EXPECT_FALSE(model.has_memory_extension);
+    EXPECT_EQ(model.usb_vendor_id, 0x1234);
     EXPECT_EQ(model.usb_product_id, 0x0777);
+    EXPECT_EQ(model.usb_manufacturer, "Acme Inc.");
+    EXPECT_EQ(model.usb_product, "Door camera 2");
+    EXPECT_EQ(model.iso_packet_bytes, (std::vector<uint32_t>{128, 1024, 2048, 3072}));
     EXPECT_EQ(model.usb_latency_us, 250u);
     EXPECT_EQ(model.usb_wire_us, 30u);
     EXPECT_TRUE(model.streams_isochronously);
@@ -229,9 +241,35 @@ TEST(CameraFile, MistakesAreToldWithTheirPlace)
          "my.toml:3:10: the firmware is larger than the ROM, which has 512 bytes"},
         {kMinimal + "firmware = 0x0100\n" + kFlash,
          "my.toml:2:1: 'firmware' must be a table, not 256"},
-        {kMinimal + "format = 1\n" + kFlash, "my.toml:2:1: 'format' must be 1 to 2 tables, not 1"},
+        {kMinimal + "format = 1\n" + kFlash, "my.toml:2:1: 'format' must be 1 to 4 tables, not 1"},
         {kMinimal + "format = []\n" + kFlash,
-         "my.toml:2:1: 'format' must be 1 to 2 tables, not a list"},
+         "my.toml:2:1: 'format' must be 1 to 4 tables, not a list"},
+        {kMinimal + kIso + "iso_packet_bytes = [1024, 512]\n" + kFlash,
+         "my.toml:3:1: 'iso_packet_bytes' must be a list of 1 to 16 whole numbers from 64 to 3072 "
+         "that rise, not a list"},
+        {kMinimal + kIso + "iso_packet_bytes = [1025, 3000]\n" + kFlash,
+         "my.toml:3:1: 1025 bytes are not 2 equal packets"},
+        {kMinimal + "iso_packet_bytes = [1024]\n" + kFlash,
+         "my.toml:2:1: 'iso_packet_bytes' means nothing to a bulk camera"},
+        {kMinimal + kIso + kYuyv + "\"640x480: 30\", \"1280x720: 30\"] }]\n" + kFlash,
+         "my.toml:3:54: YUYV of 1280x720 at 30 a second takes 55.5 MB/s, and the isochronous pipe "
+         "carries 24.6 MB/s"},
+        {kMinimal + kIso + "iso_packet_bytes = [1024]\n" + kYuyv + "\"640x480: 30\"] }]\n" + kFlash,
+         "my.toml:4:39: YUYV of 640x480 at 30 a second takes 18.7 MB/s, and the isochronous pipe "
+         "carries 8.2 MB/s"},
+        {kMinimal + kYuyv + "\"4096x4096: 2\"] }]\n" + kFlash,
+         "my.toml:2:39: YUYV of 4096x4096 at 2 a second takes 67.1 MB/s, and the bulk pipe carries "
+         "53.2 MB/s"},
+        {kMinimal + "format = [{ pixels = \"MJPEG\", file = \"a\", sizes = [\"64x64: 1\"] }]\n" +
+             kFlash,
+         "my.toml:2:31: 'file' belongs to a format of H264"},
+        {kMinimal + "format = [{ pixels = \"H264\", sizes = [\"64x64: 1\", \"32x32: 1\"] }]\n" +
+             kFlash,
+         "my.toml:2:11: [format] 'file' is missing: the name of a file\n"
+         "my.toml:2:30: H264 has one size, that of its file"},
+        {kMinimal + "format = [{ pixels = \"H264\", file = \"/none\", sizes = [\"64x64: 1\"] }]\n" +
+             kFlash,
+         "my.toml:2:37: cannot read '/none': No such file or directory"},
         {kMinimal + "controls.zoom = 5\n" + kFlash, "my.toml:2:10: 'zoom' must be a table, not 5"},
         {kMinimal + "controls.hue = { min = 0, max = 9, default = 10 }\n" + kFlash,
          "my.toml:2:10: 'hue' needs min, default and max in this order, and with a sign at most "
@@ -260,6 +298,53 @@ TEST(CameraFile, SizesAreTextsWithRates)
         EXPECT_NE(mistakes_in(text).find("'sizes' must be a list of 1 to 16 texts such as"),
                   std::string::npos)
             << sizes << ' ' << mistakes_in(text);
+    }
+}
+
+/// A stream in Annex B of these units, each with its type and some bytes of content.
+std::vector<uint8_t> annex_b(std::initializer_list<uint8_t> types)
+{
+    std::vector<uint8_t> stream;
+    for (const uint8_t type : types)
+        stream.insert(stream.end(), {0, 0, 0, 1, type, 0x88, 0x11, 0x22});
+    return stream;
+}
+
+TEST(CameraFile, AnH264FilmIsCutIntoItsPictures)
+{
+    constexpr uint8_t kSequence = 0x67, kPicture = 0x68, kIdr = 0x65, kSlice = 0x41, kDelimiter = 9;
+    const Film film = h264_film(annex_b({kDelimiter, kSequence, kPicture, kIdr, kSlice, kDelimiter,
+                                         kSlice, kSequence, kPicture, kIdr}),
+                                100);
+    const size_t starts[] = {0, 4 * 8, 5 * 8, 7 * 8};
+    ASSERT_EQ(film.starts, std::vector<size_t>(std::begin(starts), std::end(starts)));
+    EXPECT_EQ(film.frame(1).size(), 8U);
+    EXPECT_EQ(film.frame(7).data(), film.frame(3).data()) << "it begins again";
+    // The second slice of a picture does not begin with macroblock 0.
+    std::vector<uint8_t> slices = annex_b({kSequence, kPicture, kIdr, kIdr});
+    slices[3 * 8 + 5] = 0x40;
+    EXPECT_EQ(h264_film(slices, 100).starts.size(), 1U);
+
+    const std::pair<std::vector<uint8_t>, std::string_view> refused[] = {
+        {{}, "is no H.264 stream in Annex B"},
+        {{0, 0, 1}, "ends before its first picture"},
+        {{1, 0, 0, 1, 0x65, 0x88}, "is no H.264 stream in Annex B"},
+        {annex_b({kSequence, kPicture}), "ends before its first picture"},
+        {annex_b({kSequence, kPicture, kIdr, kDelimiter}), "ends before its last picture"},
+        {annex_b({kSequence, kPicture, kSlice}),
+         "cannot begin again: it needs its parameter sets and an IDR picture first"},
+        {annex_b({kIdr}),
+         "cannot begin again: it needs its parameter sets and an IDR picture first"},
+        {annex_b({kSequence, kPicture, 6, 6, 6, 6, 6, 6, 6, 6, 6, 6, kIdr}),
+         "has a frame of 104 bytes, more than its size has room for"},
+    };
+    for (const auto& [bytes, message] : refused) {
+        try {
+            (void)h264_film(bytes, 100);
+            ADD_FAILURE() << message;
+        } catch (const DescriptionError& error) {
+            EXPECT_EQ(error.what(), message);
+        }
     }
 }
 
@@ -309,6 +394,48 @@ TEST(CameraFile, FilesThatAreNoneAreRefused)
     const std::string good = folder / "good.toml";
     std::ofstream(good) << kMinimal << kFlash;
     EXPECT_EQ(read_camera_file(good).name, "good");
+    std::filesystem::remove_all(folder);
+}
+
+TEST(CameraFile, FilesAreFoundBesideTheDescription)
+{
+    const auto folder = std::filesystem::temp_directory_path() / "nyxus-film-test";
+    std::filesystem::remove_all(folder);
+    std::filesystem::create_directories(folder / "films");
+    const auto write = [](const std::filesystem::path& path, const auto& bytes) {
+        std::ofstream(path).write(reinterpret_cast<const char*>(bytes.data()),
+                                  static_cast<std::streamsize>(bytes.size()));
+    };
+    const auto describe = [&](const std::string& file) {
+        return kMinimal + "format = [{ pixels = \"H264\", sizes = [\"64x64: 30\"], file = \"" +
+               file + "\" }]\n" + kFlash;
+    };
+    const std::vector<uint8_t> stream = annex_b({0x67, 0x68, 0x65, 0x41});
+    write(folder / "films/clip.h264", stream);
+    write(folder / "my.toml", describe("films/clip.h264"));
+    const CameraModel model = read_camera_file(folder / "my.toml");
+    EXPECT_EQ(model.formats[0].pixels, PixelFormat::kH264);
+    EXPECT_EQ(model.formats[0].film->bytes, stream);
+
+    ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0600), 0);
+    write(folder / "text", std::string("hello"));
+    for (const auto& [file, message] :
+         {std::pair{"films", "' is no plain file"},
+          {"fifo", "' is no plain file"},
+          {"/dev/zero", "'/dev/zero' is no plain file"},
+          {"text", "' is no H.264 stream in Annex B"},
+          {"none/x", "': No such file or directory"},
+          {"a\\u0000b", "'file' must be the name of a file, not a text"}}) {
+        const std::string text = describe(file);
+        write(folder / "my.toml", text);
+        try {
+            (void)read_camera_file(folder / "my.toml");
+            ADD_FAILURE() << file;
+        } catch (const DescriptionError& error) {
+            EXPECT_NE(std::string(error.what()).find("my.toml:2:"), std::string::npos);
+            EXPECT_NE(std::string(error.what()).find(message), std::string::npos) << error.what();
+        }
+    }
     std::filesystem::remove_all(folder);
 }
 

@@ -330,6 +330,40 @@ TEST_F(UsbTest, HostsNegotiateFormatSizeRateAndPayload)
     }
 }
 
+TEST_F(UsbTest, DescriptorsFollowTheDescription)
+{
+    sim::CameraModel model = *sim::find_model("rowan-iso");
+    model.usb_vendor_id = 0x1234;
+    model.usb_manufacturer = "Acme Inc.";
+    model.usb_product = "Door camera";
+    model.iso_packet_bytes = {512, 1024, 2048, 3072};
+    model.formats = {{sim::PixelFormat::kH264, {{640, 360, {333333, 666666}}}}};
+    const std::vector<uint8_t> device = sim::device_descriptor(model);
+    EXPECT_EQ(device[8] | device[9] << 8, 0x1234);
+    const std::vector<uint8_t> all = sim::configuration_descriptor(model);
+    const auto follows = [&all](std::vector<uint8_t> bytes) {
+        return std::search(all.begin(), all.end(), bytes.begin(), bytes.end()) != all.end();
+    };
+    // As the frame-based payload asks for: the GUID of the encoder, frames of any length.
+    EXPECT_TRUE(follows({0x1c, 0x24, 0x10, 1, 1, 'H', '2', '6', '4', 0, 0, 0x10, 0}));
+    EXPECT_TRUE(follows({0x22, 0x24, 0x11, 1, 0, 0x80, 0x02, 0x68, 0x01}));
+    EXPECT_TRUE(follows({0x15, 0x16, 0x05, 0, 2, 0, 0, 0, 0, 0x15, 0x16, 0x05, 0}));
+    for (const auto& [setting, packet] :
+         {std::pair{1, 0x0200}, {2, 0x0400}, {3, 0x0C00}, {4, 0x1400}}) {
+        EXPECT_TRUE(follows({9, 4, 1, static_cast<uint8_t>(setting), 1, 0x0e, 2, 0, 0, 7, 5, 0x81,
+                             5, 0, static_cast<uint8_t>(packet >> 8), 1}))
+            << setting;
+    }
+    sim::PluggedCamera& camera = bed_.plug(model);
+    for (const auto& [index, text] :
+         {std::pair{1, model.usb_manufacturer}, {2, model.usb_product}}) {
+        std::vector<uint8_t> answer(64);
+        const sim::Setup setup{0x80, 6, static_cast<uint16_t>(0x0300 | index), 0x0409, 64};
+        answer.resize(static_cast<size_t>(std::max(camera.control(setup, answer), 0)));
+        EXPECT_EQ(answer, sim::string_descriptor(text));
+    }
+}
+
 // Hosts, captures and drivers have seen these bytes.
 TEST_F(UsbTest, DescriptorsOfCamerasWithoutFormatsOfTheirOwnStay)
 {

@@ -12,8 +12,6 @@
 
 namespace sim {
 
-inline constexpr char kManufacturer[] = "NYXUS Simulator";
-inline constexpr uint16_t kVendorId = 0x1162;
 inline constexpr unsigned kInterfaceCount = 2;
 inline constexpr uint8_t kControlInterface = 0;
 inline constexpr uint8_t kVideoInterface = 1;
@@ -46,8 +44,7 @@ inline constexpr ControlPlace kControlPlaces[kPictureControls] = {
 // clang-format on
 inline constexpr uint32_t kPayloadHeaderBytes = 12;
 inline constexpr uint32_t kBulkPacketBytes = 512;
-/// Per microframe, in the alternate settings 1 and 2 of an isochronous camera.
-inline constexpr uint32_t kIsoPacketBytes[] = {1024, 3072};
+inline constexpr uint32_t kMostPacketBytes = 1024; ///< of an isochronous endpoint
 
 std::vector<uint8_t> device_descriptor(const CameraModel& model);
 std::vector<uint8_t> configuration_descriptor(const CameraModel& model);

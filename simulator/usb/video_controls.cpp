@@ -83,7 +83,7 @@ std::optional<StreamFormat> VideoControls::format_in(const CameraModel& model,
     if (record[kFrameIndex] < 1 || record[kFrameIndex] > format.sizes.size())
         return std::nullopt;
     return StreamFormat{format.pixels, format.sizes[record[kFrameIndex] - 1U],
-                        get_u32(record, kInterval), get_u32(record, kMaxPayloadBytes)};
+                        get_u32(record, kInterval), get_u32(record, kMaxPayloadBytes), format.film};
 }
 
 std::optional<PictureControl> VideoControls::find(const Setup& setup)
@@ -176,15 +176,13 @@ uint32_t VideoControls::payload_bytes(uint32_t wanted, const StreamFormat& forma
         return wanted < kBulkPacketBytes || wanted > largest ? largest : wanted;
     }
     constexpr uint32_t kMicroframe100ns = 1250;
-    constexpr uint32_t kLeastCompression = 8;
-    const uint32_t needed =
-        format.pixels == PixelFormat::kMjpeg ? frame_bytes / kLeastCompression : frame_bytes;
+    const uint32_t needed = bytes_on_the_bus(format.pixels, format.size);
     const uint32_t packets = format.interval_100ns / kMicroframe100ns;
-    for (const uint32_t packet_bytes : kIsoPacketBytes) {
+    for (const uint32_t packet_bytes : model_->iso_packet_bytes) {
         if (uint64_t{packets} * (packet_bytes - kPayloadHeaderBytes) >= needed)
             return packet_bytes;
     }
-    return *std::rbegin(kIsoPacketBytes);
+    return model_->iso_packet_bytes.back();
 }
 
 VideoControls::Probe VideoControls::negotiate(std::span<const uint8_t> wanted) const

@@ -62,6 +62,7 @@ void VideoStream::start(uint32_t packet_bytes)
         return;
     packet_bytes_ = packet_bytes;
     due_ = std::max(earliest_, steady_clock::now());
+    film_frame_ = 0;
     state_.streaming = true;
     changed_();
 }
@@ -132,16 +133,23 @@ FrameFault::Kind VideoStream::take_frame()
     const FrameFault fault = fault_ && !halted_ ? fault_(ordinal_++) : FrameFault::none();
     halted_ = halted_ || fault.kind == FrameFault::Kind::kHalted;
     const uint32_t number = frame_number_++;
-    if (!halted_)
-        draw(number, fault);
+    if (!halted_) {
+        draw(number);
+        send(fault);
+    }
     // After drawing, which takes time: a machine too slow for the rate gets fewer frames, and the
     // host its turn in between.
     schedule_next();
     return halted_ ? FrameFault::Kind::kHalted : fault.kind;
 }
 
-void VideoStream::draw(uint32_t number, const FrameFault& fault)
+void VideoStream::draw(uint32_t number)
 {
+    if (format_->film) {
+        const auto frame = format_->film->frame(film_frame_++);
+        picture_.assign(frame.begin(), frame.end());
+        return;
+    }
     const FrameSize& size = format_->size;
     const bool is_mjpeg = format_->pixels == PixelFormat::kMjpeg;
     std::vector<uint8_t>& yuyv = is_mjpeg ? yuyv_ : picture_;
@@ -149,6 +157,10 @@ void VideoStream::draw(uint32_t number, const FrameFault& fault)
     sensor_.picture(size.width, size.height, number, yuyv, settings_);
     if (is_mjpeg)
         picture_ = encode_jpeg(size.width, size.height, yuyv);
+}
+
+void VideoStream::send(const FrameFault& fault)
+{
     if (fault.kind == FrameFault::Kind::kTruncated)
         picture_.resize(std::clamp<size_t>(fault.bytes, 1, picture_.size()));
     picture_at_ = 0;

@@ -98,9 +98,10 @@ std::string video_in_words(const CameraModel& model, std::span<const uint8_t> re
         return hex_bytes(record);
     constexpr double kUnitsPerSecond = 1e7;
     const double rate = format->interval_100ns == 0 ? 0 : kUnitsPerSecond / format->interval_100ns;
-    return text::format("%s%ux%u, %.4g frames per second, payloads of %u bytes",
-                        format->pixels == PixelFormat::kMjpeg ? "MJPEG " : "", format->size.width,
-                        format->size.height, rate, format->payload_bytes);
+    const std::string pixels(format->pixels == PixelFormat::kYuyv ? "" : name_of(format->pixels));
+    return pixels + text::format("%s%ux%u, %.4g frames per second, payloads of %u bytes",
+                                 pixels.empty() ? "" : " ", format->size.width, format->size.height,
+                                 rate, format->payload_bytes);
 }
 
 /// Which bytes of a memory a record is about.
