@@ -12,6 +12,7 @@
 #include "usb/descriptors.h"
 
 #include <algorithm>
+#include <bit>
 #include <filesystem>
 #include <memory>
 #include <system_error>
@@ -182,12 +183,30 @@ private:
         const auto place = static_cast<size_t>(&control - control_fields().data());
         ControlRange& range = model_.controls[place].emplace();
         read_fields(*table, control.key, range_fields(), range, mistakes_, kNoSections);
-        const bool is_in_order = range.least <= range.standard && range.standard <= range.most;
-        if (!is_in_order || (range.least < 0 && range.most > INT16_MAX)) {
-            mistakes_.add(key.source(), "'" + std::string(control.key) +
-                                            "' needs min, default and max in this order, and with "
-                                            "a sign at most 32767");
+        const std::string name = "'" + std::string(control.key) + "'";
+        const unsigned bits = 8U * kControlPlaces[place].bytes;
+        const int64_t half = int64_t{1} << (bits - 1);
+        const int64_t most = range.least < 0 ? half - 1 : 2 * half - 1;
+        if (range.least > range.standard || range.standard > range.most) {
+            mistakes_.add(key.source(), name + " needs min, default and max in this order");
+        } else if (range.least < -half || range.most > most || range.step > most) {
+            mistakes_.add(key.source(),
+                          name + text::format(" has %u bits, which hold up to %lld, or "
+                                              "from %lld to %lld",
+                                              bits, 2LL * half - 1, -1LL * half, half - 1LL));
+        } else if (place == kExposureMode && !has_mode(range)) {
+            mistakes_.add(key.source(), name +
+                                            " has the bits of its modes in 'step', and one of them "
+                                            "as 'default'");
         }
+    }
+
+    static bool has_mode(const ControlRange& modes)
+    {
+        constexpr int32_t kAll = kManual | kAutomatic | kShutterPriority | kAperturePriority;
+        const auto standard = static_cast<uint32_t>(modes.standard);
+        return modes.step <= kAll && std::has_single_bit(standard) &&
+               (modes.step & modes.standard) != 0;
     }
 
     void read_firmware(const Field<CameraModel>& field, const toml::key* key,

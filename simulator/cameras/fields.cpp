@@ -258,6 +258,26 @@ std::span<const Field<CameraModel>> control_fields()
         {"white_balance_auto", Table{}, kNone,
          "From 0 to 1: while it is 1, white_balance is refused, as by a real camera.", nullptr},
         {"zoom", Table{}, kNone, "Into the middle: min shows all, twice that half of it.", nullptr},
+        {"hue_auto", Table{}, kNone, "From 0 to 1: holds hue back.", nullptr},
+        {"sharpness", Table{}, kNone, "Has no effect on the picture.", nullptr},
+        {"gamma", Table{}, kNone, "More makes dark parts brighter.", nullptr},
+        {"backlight_compensation", Table{}, kNone, "Has no effect on the picture.", nullptr},
+        {"power_line_frequency", Table{}, kNone,
+         "0 off, 1 50 Hz, 2 60 Hz, 3 automatic. Has no effect on the picture.", nullptr},
+        {"exposure_mode", Table{}, kNone,
+         "1 manual, 2 automatic, 4 shutter priority, 8 aperture priority; 'step' is the sum of those "
+         "that the camera has. 2 and 8 hold exposure_time back, 2 and 4 iris.", nullptr},
+        {"exposure_priority", Table{}, kNone, "0 or 1. Has no effect on the picture.", nullptr},
+        {"exposure_time", Table{}, kNone,
+         "In 100 us: twice the time, twice the light.", nullptr},
+        {"focus", Table{}, kNone, "Has no effect on the picture.", nullptr},
+        {"focus_auto", Table{}, kNone, "From 0 to 1: holds focus back.", nullptr},
+        {"iris", Table{}, kNone, "Has no effect on the picture.", nullptr},
+        {"pan", Table{}, kNone,
+         "In seconds of arc: where the zoom looks; all of the range is from edge to edge.", nullptr},
+        {"tilt", Table{}, kNone, "Likewise; more is up.", nullptr},
+        {"roll", Table{}, kNone, "Has no effect on the picture.", nullptr},
+        {"privacy", Table{}, kNone, "From 0 to 1: the picture is black.", nullptr},
     };
     static_assert(std::size(fields) == kPictureControls);
     return fields;
@@ -267,12 +287,12 @@ std::span<const Field<ControlRange>> range_fields()
 {
     using R = ControlRange;
     static const Field<R> fields[] = {
-        {"min", Number{INT16_MIN, UINT16_MAX}, Required{},
+        {"min", Number{INT32_MIN, INT32_MAX}, Required{},
          "Smallest value. Below 0, the control has a sign.", store<&R::least>},
-        {"max", Number{INT16_MIN, UINT16_MAX}, Required{}, "Largest value.", store<&R::most>},
-        {"step", Number{1, UINT16_MAX}, Value(1),
+        {"max", Number{INT32_MIN, INT32_MAX}, Required{}, "Largest value.", store<&R::most>},
+        {"step", Number{1, INT32_MAX}, Value(1),
          "Distance of values; the camera rounds down to one of them.", store<&R::step>},
-        {"default", Number{INT16_MIN, UINT16_MAX}, Computed<R>{"min",
+        {"default", Number{INT32_MIN, INT32_MAX}, Computed<R>{"min",
             [](const R& r) -> Value { return int64_t{r.least}; }},
          "Value until a host sets another one, at which the picture is as the sensor sees it.",
          store<&R::standard>},

@@ -27,7 +27,15 @@ Colour PictureSettings::shown(const Colour& seen) const
 {
     constexpr double kMostBrightness = 100;
     constexpr double kMostWarmth = 40;
-    const double contrasted = kGrey + (seen.luma - kGrey) * (1 + contrast);
+    constexpr double kMostExposure = 8;
+    if (is_covered)
+        return {static_cast<uint8_t>(kBlack), static_cast<uint8_t>(kGrey),
+                static_cast<uint8_t>(kGrey)};
+    const double range = kWhite - kBlack;
+    const double light = std::clamp((seen.luma - kBlack) / range, 0.0, 1.0);
+    const double exposed = std::min(light * std::min(exposure, kMostExposure), 1.0);
+    const double sensed = gamma == 1 ? exposed : std::pow(exposed, 1 / gamma);
+    const double contrasted = kGrey + (kBlack + range * sensed - kGrey) * (1 + contrast);
     const double luma = kBlack + (contrasted - kBlack) * (1 + gain) + kMostBrightness * brightness;
     const double blue = (seen.blue_difference - kGrey) * (1 + saturation);
     const double red = (seen.red_difference - kGrey) * (1 + saturation);
@@ -55,13 +63,17 @@ Canvas::Canvas(uint32_t width, uint32_t height, std::span<uint8_t> yuyv, Orienta
 // What leaves the picture on one side or both is cut off.
 Area Canvas::zoomed(const Area& area) const
 {
-    const auto move = [zoom = settings_.zoom](uint32_t at, uint32_t extent) {
+    const auto move = [zoom = settings_.zoom](uint32_t at, uint32_t extent, double turn) {
         const double middle = extent / 2.0;
-        return static_cast<uint32_t>(std::clamp<double>(middle + (at - middle) * zoom, 0, extent));
+        const double aim = middle + turn * middle * (1 - 1 / zoom);
+        return static_cast<uint32_t>(std::clamp<double>(middle + (at - aim) * zoom, 0, extent));
     };
-    const uint32_t x = move(area.x, width_);
-    const uint32_t y = move(area.y, height_);
-    return {x, y, move(area.x + area.width, width_) - x, move(area.y + area.height, height_) - y};
+    const double pan = settings_.pan;
+    const double tilt = -settings_.tilt;
+    const uint32_t x = move(area.x, width_, pan);
+    const uint32_t y = move(area.y, height_, tilt);
+    return {x, y, move(area.x + area.width, width_, pan) - x,
+            move(area.y + area.height, height_, tilt) - y};
 }
 
 void Canvas::fill(Area area, Colour colour)

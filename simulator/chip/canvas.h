@@ -30,7 +30,12 @@ struct PictureSettings {
     double hue = 0;
     double gain = 0;
     double warmth = 0;
-    double zoom = 1; ///< into the middle
+    double zoom = 1;     ///< into the middle
+    double exposure = 1; ///< times the light
+    double gamma = 1;
+    double pan = 0;          ///< to where the zoom goes instead: 1 is the right edge
+    double tilt = 0;         ///< likewise: 1 is the upper edge
+    bool is_covered = false; ///< black
 
     Colour shown(const Colour& seen) const;
     bool operator==(const PictureSettings&) const = default;

@@ -74,7 +74,7 @@ struct FrameFormat {
     std::shared_ptr<const Film> film = nullptr; ///< what an H.264 camera sends
 };
 
-/// The standard controls of a camera's picture.
+/// The standard controls of a camera.
 enum PictureControl : uint8_t {
     kBrightness,
     kContrast,
@@ -84,7 +84,29 @@ enum PictureControl : uint8_t {
     kWhiteBalance,
     kWhiteBalanceAuto, ///< holds kWhiteBalance back
     kZoom,
+    kHueAuto, ///< holds kHue back
+    kSharpness,
+    kGamma,
+    kBacklightCompensation,
+    kPowerLineFrequency,
+    kExposureMode, ///< one of ExposureMode; its step holds those that the camera has
+    kExposurePriority,
+    kExposureTime,
+    kFocus,
+    kFocusAuto, ///< holds kFocus back
+    kIris,
+    kPan,
+    kTilt,
+    kRoll,
+    kPrivacy,
     kPictureControls
+};
+
+enum ExposureMode : uint8_t {
+    kManual = 1,
+    kAutomatic = 2,        ///< chooses time and iris
+    kShutterPriority = 4,  ///< chooses the iris
+    kAperturePriority = 8, ///< chooses the time
 };
 
 struct ControlRange {

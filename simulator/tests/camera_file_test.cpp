@@ -272,11 +272,15 @@ TEST(CameraFile, MistakesAreToldWithTheirPlace)
          "my.toml:2:37: cannot read '/none': No such file or directory"},
         {kMinimal + "controls.zoom = 5\n" + kFlash, "my.toml:2:10: 'zoom' must be a table, not 5"},
         {kMinimal + "controls.hue = { min = 0, max = 9, default = 10 }\n" + kFlash,
-         "my.toml:2:10: 'hue' needs min, default and max in this order, and with a sign at most "
-         "32767"},
+         "my.toml:2:10: 'hue' needs min, default and max in this order"},
         {kMinimal + "controls.hue = { min = -1, max = 40000 }\n" + kFlash,
-         "my.toml:2:10: 'hue' needs min, default and max in this order, and with a sign at most "
-         "32767"},
+         "my.toml:2:10: 'hue' has 16 bits, which hold up to 65535, or from -32768 to 32767"},
+        {kMinimal + "controls.focus_auto = { min = 0, max = 256 }\n" + kFlash,
+         "my.toml:2:10: 'focus_auto' has 8 bits, which hold up to 255, or from -128 to 127"},
+        {kMinimal + "controls.exposure_mode = { min = 1, max = 8, step = 9, default = 2 }\n" +
+             kFlash,
+         "my.toml:2:10: 'exposure_mode' has the bits of its modes in 'step', and one of them as "
+         "'default'"},
     };
     for (const auto& c : cases)
         EXPECT_EQ(mistakes_in(c.text), c.message) << c.text;

@@ -94,6 +94,10 @@ TEST(Picture, FollowsItsSettingsButForTheFrameNumber)
         {{.hue = 1}, {210, 240, 110}, {144, 128, 128}},
         {{.gain = -0.5}, {113, 16, 146}, {80, 128, 128}},
         {{.warmth = 1}, {210, 16, 186}, {144, 88, 168}},
+        {{.exposure = 0.5}, {113, 16, 146}, {80, 128, 128}},
+        {{.exposure = 1000}, {235, 16, 146}, {235, 128, 128}},
+        {{.gamma = 0.5}, {188, 16, 146}, {91, 128, 128}},
+        {{.is_covered = true}, {16, 128, 128}, {16, 128, 128}},
     };
     for (const auto& c : cases) {
         const Picture picture(bench, 0x8123ABCD, c.settings);
@@ -107,6 +111,11 @@ TEST(Picture, FollowsItsSettingsButForTheFrameNumber)
     for (uint32_t y = 8; y < kHeight; y += 8) {
         for (uint32_t x = 0; x < kWidth; x += 4)
             ASSERT_EQ(zoomed.at(x, y), whole.at(80 + x / 2, 60 + y / 2)) << x << ' ' << y;
+    }
+    const Picture aside(bench, 0, {.zoom = 2, .pan = -1, .tilt = 1});
+    for (uint32_t y = 8; y < kHeight; y += 8) {
+        for (uint32_t x = 0; x < kWidth; x += 4)
+            ASSERT_EQ(aside.at(x, y), whole.at(x / 2, y / 2)) << x << ' ' << y;
     }
 }
 

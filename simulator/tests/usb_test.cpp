@@ -289,6 +289,66 @@ TEST_F(UsbTest, PictureControlsAnswerAsDescribed)
     }
 }
 
+TEST_F(UsbTest, AutomaticsHoldBackWhatTheyChoose)
+{
+    using Bytes = std::vector<uint8_t>;
+    constexpr uint16_t kTerminal = 0x0100, kUnit = 0x0200;
+    sim::CameraModel model = *sim::find_model("rowan-spi");
+    model.controls[sim::kExposureMode] = {1, 8, 1 | 8, 8};
+    model.controls[sim::kExposureTime] = {1, 5000, 1, 156};
+    model.controls[sim::kFocus] = {0, 250, 5, 0};
+    model.controls[sim::kFocusAuto] = {0, 1, 1, 1};
+    model.controls[sim::kPan] = {-36000, 36000, 3600, 0};
+    model.controls[sim::kTilt] = {-36000, 36000, 3600, 0};
+    sim::PluggedCamera& camera = bed_.plug(model);
+    const auto ask = [&](uint8_t request, uint16_t selector, uint16_t unit, Bytes data) {
+        const bool is_set = request == kSetCur;
+        const sim::Setup setup{static_cast<uint8_t>(is_set ? 0x21 : 0xA1), request,
+                               static_cast<uint16_t>(selector << 8), unit,
+                               static_cast<uint16_t>(data.size())};
+        return camera.control(setup, data) < 0 ? Bytes() : data;
+    };
+    const struct {
+        uint8_t request;
+        uint16_t selector, unit;
+        Bytes data, answer; ///< none: refused
+    } cases[] = {
+        {sim::kGetInfo, 4, kTerminal, {0}, {7}}, // an automatic has it
+        {kSetCur, 4, kTerminal, {1, 0, 0, 0}, {}},
+        {sim::kGetMin, 2, kTerminal, {0}, {}},
+        {sim::kGetRes, 2, kTerminal, {0}, {9}},
+        {kSetCur, 2, kTerminal, {2}, {}},
+        {kSetCur, 2, kTerminal, {9}, {}},
+        {kSetCur, 2, kTerminal, {1}, {1}},
+        {sim::kGetInfo, 4, kTerminal, {0}, {3}},
+        {kSetCur, 4, kTerminal, {0x88, 0x13, 0, 0}, {0x88, 0x13, 0, 0}},
+        {kSetCur, 4, kTerminal, {0x89, 0x13, 0, 0}, {}},
+        {kSetCur, 4, kTerminal, {1, 0, 0, 0x80}, {}},
+        {sim::kGetLen, 4, kTerminal, {0, 0}, {4, 0}},
+        {kSetCur, 6, kTerminal, {10, 0}, {}},
+        {kSetCur, 8, kTerminal, {0}, {0}},
+        {kSetCur, 6, kTerminal, {13, 0}, {13, 0}},
+        {sim::kGetCur, 6, kTerminal, {0, 0}, {10, 0}},
+        {sim::kGetLen, 13, kTerminal, {0, 0}, {8, 0}},
+        {sim::kGetMin, 13, kTerminal, Bytes(8), {0x60, 0x73, 0xFF, 0xFF, 0x60, 0x73, 0xFF, 0xFF}},
+        {kSetCur, 13, kTerminal, {0x10, 0x0E, 0, 0, 0, 0, 1, 0}, {}},
+        {kSetCur, 13, kTerminal, Bytes(4), {}},
+        {sim::kGetCur, 13, kTerminal, Bytes(8), Bytes(8)},
+        {kSetCur,
+         13,
+         kTerminal,
+         {0x10, 0x0E, 0, 0, 0xF0, 0xF1, 0xFF, 0xFF},
+         {0x10, 0x0E, 0, 0, 0xF0, 0xF1, 0xFF, 0xFF}},
+        {sim::kGetInfo, 13, kUnit, {0}, {}},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(ask(c.request, c.selector, c.unit, c.data), c.answer)
+            << int{c.request} << ' ' << c.selector << ' ' << int{c.data[0]};
+    }
+    EXPECT_EQ(camera.video_controls().value(sim::kPan), 3600);
+    EXPECT_EQ(camera.video_controls().value(sim::kTilt), -3600);
+}
+
 TEST_F(UsbTest, HostsNegotiateFormatSizeRateAndPayload)
 {
     const struct {

@@ -80,7 +80,7 @@ std::string info_in_words(std::span<const uint8_t> data)
 std::string number_in_words(std::span<const uint8_t> data)
 {
     uint32_t number = 0;
-    for (size_t i = 0; i < std::min<size_t>(data.size(), 2); ++i)
+    for (size_t i = 0; i < std::min<size_t>(data.size(), 4); ++i)
         number |= uint32_t{data[i]} << (8 * i);
     return data.empty() ? hex_bytes(data) : text::format("%u", number);
 }
