@@ -101,6 +101,8 @@ private:
             return;
         } else if (field.key == "format") {
             read_formats(field, *key, *node);
+        } else if (field.key == "picture") {
+            read_picture(field, *key, *node);
         } else if (field.key == "fault") {
             model_.faults = read_fault_tables(*key, *node, model_.name, mistakes_);
         } else if (field.key == "controls") {
@@ -154,6 +156,26 @@ private:
         } catch (const DescriptionError& error) {
             mistakes_.add(node.source(), error.what());
             return nullptr;
+        }
+    }
+
+    void read_picture(const Field<CameraModel>& field, const toml::key& key, const toml::node& node)
+    {
+        const auto* table = node.as_table();
+        if (table == nullptr) {
+            report_kind(key, node, field.kind, mistakes_);
+            return;
+        }
+        SceneSource source;
+        read_fields(*table, "picture", picture_fields(), source, mistakes_, kNoSections);
+        model_.numbers_frames = source.numbers_frames;
+        if (source.file.empty())
+            return;
+        try {
+            model_.scene =
+                std::make_shared<Film>(read_scene(folder_ / source.file, source.raw_size));
+        } catch (const DescriptionError& error) {
+            mistakes_.add(table->get("file")->source(), error.what());
         }
     }
 

@@ -184,6 +184,8 @@ std::span<const Field<CameraModel>> camera_fields()
          "Time from a host's commit to the first frame.", set_first_frame},
         {"format", Tables{4}, Absent{"YUYV at 320x240, 640x480 and 1280x720"},
          "What the camera streams: a table [[format]] for each.", nullptr},
+        {"picture", Table{}, Absent{"a test pattern with the number of the frame"},
+         "A table [picture]: what the sensor sees.", nullptr},
         {"controls", Table{}, Absent{"brightness from 0 to 255, at first 128"},
          "Standard controls of the picture.", nullptr},
         {"h264_any_order", Truth{}, Value(false),
@@ -240,6 +242,24 @@ std::span<const Field<FrameFormat>> format_fields()
         {"file", Path{}, Absent{"none; H264 needs one"},
          "What an H264 format sends, again and again: a stream in Annex B, which begins with its "
          "parameter sets and an IDR picture.", nullptr},
+    };
+    return fields;
+}
+
+std::span<const Field<SceneSource>> picture_fields()
+{
+    using S = SceneSource;
+    static const Field<S> fields[] = {
+        {"file", Path{}, Required{},
+         "A PNG, a JPEG, several JPEGs one after the other (MJPEG), or frames of YUYV as they are. The "
+         "camera shows their middle in each of its sizes, frame after frame, and then the first again.",
+         store<&S::file>},
+        {"raw_size", PixelSize{}, Absent{"none; the file is no YUYV"},
+         "Size of the frames of YUYV.", store<&S::raw_size>},
+        {"frame_number", Truth{}, Value(false),
+         "The number of the frame is in the picture as it is in the test pattern. Without it, JPEGs of "
+         "the size that is streamed travel as they are while no control has been touched.",
+         store<&S::numbers_frames>},
     };
     return fields;
 }

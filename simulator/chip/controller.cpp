@@ -22,6 +22,12 @@ struct Controller::State {
     {
     }
 
+    Orientation orientation() const
+    {
+        return {.flipped = (vendor_xu.setting(kFlip) & kFlipped) != 0,
+                .mirrored = (vendor_xu.setting(kMirror) & kMirrored) != 0};
+    }
+
     ChipState chip;
     VendorXu vendor_xu;
     H264Unit h264;
@@ -81,17 +87,29 @@ void Controller::set_rom_fault(const RomFaultHook& hook)
 }
 
 void Controller::picture(uint32_t width, uint32_t height, uint32_t frame_number,
-                         std::span<uint8_t> yuyv, const PictureSettings& settings) const
+                         std::span<uint8_t> yuyv, const PictureSettings& settings,
+                         const View& scene) const
 {
     const VendorXu& unit = state_->vendor_xu;
-    const Orientation orientation{.flipped = (unit.setting(kFlip) & kFlipped) != 0,
-                                  .mirrored = (unit.setting(kMirror) & kMirrored) != 0};
+    const Orientation orientation = state_->orientation();
     Canvas sensor(width, height, yuyv, orientation, settings);
-    draw_test_pattern(sensor);
+    if (scene.yuyv.empty()) {
+        draw_test_pattern(sensor);
+    } else {
+        sensor.show(scene);
+    }
     Canvas upright(width, height, yuyv);
     unit.osd().draw(upright, state_->chip.xdata[Osd::kControlReg]);
     Canvas number(width, height, yuyv, orientation);
-    draw_frame_number(number, frame_number);
+    if (model().numbers_frames)
+        draw_frame_number(number, frame_number);
+}
+
+bool Controller::leaves_scenes_alone() const
+{
+    const uint8_t control = state_->chip.xdata[Osd::kControlReg];
+    return !model().numbers_frames && state_->orientation() == Orientation{} &&
+           !state_->vendor_xu.osd().is_enabled() && (control & Osd::kShowDatetime) == 0;
 }
 
 const CameraModel& Controller::model() const

@@ -44,11 +44,13 @@ public:
     /// From now on something may go wrong with the external ROM; an empty hook ends it.
     void set_rom_fault(const RomFaultHook& hook);
 
-    /// Draws the picture that the sensor sees now, with everything the firmware lays over it, as
-    /// YUYV. The settings concern neither that nor the frame number. Thread: under the owner's
-    /// lock.
+    /// Draws the picture that the sensor sees now, `scene` or the test pattern, with everything the
+    /// firmware lays over it, as YUYV. The settings concern neither that nor the frame number.
+    /// Thread: under the owner's lock.
     void picture(uint32_t width, uint32_t height, uint32_t frame_number, std::span<uint8_t> yuyv,
-                 const PictureSettings& settings = {}) const;
+                 const PictureSettings& settings = {}, const View& scene = {}) const;
+    /// Nothing is turned, laid over or numbered: a scene of the right size is the picture.
+    bool leaves_scenes_alone() const;
 
     // What a bench engineer would see with probes on the board.
     const CameraModel& model() const;

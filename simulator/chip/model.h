@@ -155,6 +155,9 @@ struct CameraModel {
           {640, 480, {333333, 666666, 1000000}},
           {1280, 720, {1000000, 2000000, 5000000}}}}, // more would not fit through the bus
     };
+    std::shared_ptr<const Film> scene =
+        nullptr;                ///< what the sensor sees; without: the test pattern
+    bool numbers_frames = true; ///< in the picture
     std::array<std::optional<ControlRange>, kPictureControls> controls = {
         ControlRange{.least = 0, .most = 255, .step = 1, .standard = 128}}; ///< brightness
 };

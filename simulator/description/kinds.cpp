@@ -79,6 +79,10 @@ struct KindText {
     {
         return "1 to " + std::to_string(t.most) + " tables";
     }
+    std::string operator()(const PixelSize&) const
+    {
+        return "a text such as \"640x480\", with an even width";
+    }
     std::string operator()(const SizeList& s) const
     {
         return "a list of 1 to " + std::to_string(s.most) +
@@ -113,6 +117,7 @@ struct ValueText {
     }
     // No key is one of these by default.
     std::string operator()(const Range&) const { return ""; }
+    std::string operator()(const FrameSize&) const { return ""; }
     std::string operator()(const std::vector<FrameSize>&) const { return ""; }
 };
 

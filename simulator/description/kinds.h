@@ -29,7 +29,7 @@ struct Range {
 };
 
 using Value = std::variant<int64_t, double, bool, std::string, Range, std::vector<uint8_t>,
-                           std::vector<uint32_t>, std::vector<FrameSize>>;
+                           std::vector<uint32_t>, FrameSize, std::vector<FrameSize>>;
 
 enum class Digits { kDecimal, kHex, kHexPowerOfTwo };
 
@@ -86,13 +86,15 @@ struct Table {};
 struct Tables {
     size_t most;
 };
+/// Of a picture, as "640x480".
+struct PixelSize {};
 /// Sizes of a picture with their rates, each as "640x480: 30, 15".
 struct SizeList {
     size_t most;
 };
-using Kind =
-    std::variant<Number, EitherNumber, NumberOrRange, Share, SerialOrPlace, Text, Word, Truth,
-                 ByteList, NumberList, Path, Choice, PartOrTable, Table, Tables, SizeList>;
+using Kind = std::variant<Number, EitherNumber, NumberOrRange, Share, SerialOrPlace, Text, Word,
+                          Truth, ByteList, NumberList, Path, Choice, PartOrTable, Table, Tables,
+                          PixelSize, SizeList>;
 
 struct Required {};
 /// Absence means something by itself.

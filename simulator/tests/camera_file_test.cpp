@@ -4,9 +4,13 @@
 #include "cameras/film_file.h"
 #include "cameras/shipped.h"
 
+#include "usb/jpeg.h"
+
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -270,6 +274,14 @@ TEST(CameraFile, MistakesAreToldWithTheirPlace)
         {kMinimal + "format = [{ pixels = \"H264\", file = \"/none\", sizes = [\"64x64: 1\"] }]\n" +
              kFlash,
          "my.toml:2:37: cannot read '/none': No such file or directory"},
+        {kMinimal + "picture = \"a.png\"\n" + kFlash,
+         "my.toml:2:1: 'picture' must be a table, not a text"},
+        {kMinimal + "picture.file = \"/none.png\"\n" + kFlash,
+         "my.toml:2:16: cannot read '/none.png': No such file or directory"},
+        {kMinimal + "picture = { file = \"a\", raw_size = \"3x3\" }\n" + kFlash,
+         "my.toml:2:20: cannot read 'a': No such file or directory\n"
+         "my.toml:2:25: 'raw_size' must be a text such as \"640x480\", with an even width, not a "
+         "text"},
         {kMinimal + "controls.zoom = 5\n" + kFlash, "my.toml:2:10: 'zoom' must be a table, not 5"},
         {kMinimal + "controls.hue = { min = 0, max = 9, default = 10 }\n" + kFlash,
          "my.toml:2:10: 'hue' needs min, default and max in this order"},
@@ -441,6 +453,72 @@ TEST(CameraFile, FilesAreFoundBesideTheDescription)
         }
     }
     std::filesystem::remove_all(folder);
+}
+
+std::string refusal(std::vector<uint8_t> bytes, const FrameSize& raw_size = {})
+{
+    try {
+        (void)scene(std::move(bytes), raw_size);
+        return "";
+    } catch (const DescriptionError& error) {
+        return error.what();
+    }
+}
+
+TEST(CameraFile, PicturesAreKnownByTheirFirstBytes)
+{
+    // A PNG of 3x2 pixels: the first row red, green, blue, the other white; its third column goes.
+    const std::vector<uint8_t> png = {
+        0x89, 0x50, 0x4e, 0x47, 0x0d, 0x0a, 0x1a, 0x0a, 0x00, 0x00, 0x00, 0x0d, 0x49, 0x48, 0x44,
+        0x52, 0x00, 0x00, 0x00, 0x03, 0x00, 0x00, 0x00, 0x02, 0x08, 0x02, 0x00, 0x00, 0x00, 0x12,
+        0x16, 0xf1, 0x4d, 0x00, 0x00, 0x00, 0x11, 0x49, 0x44, 0x41, 0x54, 0x78, 0xda, 0x63, 0xf8,
+        0xcf, 0xc0, 0xc0, 0x00, 0xc1, 0xff, 0x61, 0x00, 0x00, 0x59, 0xba, 0x0b, 0xf5, 0xa5, 0x42,
+        0x8a, 0x6a, 0x00, 0x00, 0x00, 0x00, 0x49, 0x45, 0x4e, 0x44, 0xae, 0x42, 0x60, 0x82};
+    const Film still = scene(png, {});
+    EXPECT_EQ(still.kind, Film::Kind::kYuyv);
+    EXPECT_EQ(still.width, 2U);
+    EXPECT_EQ(still.bytes, (std::vector<uint8_t>{82, 72, 144, 137, 235, 128, 235, 128}));
+
+    std::vector<uint8_t> grey(64 * 32 * 2, 128);
+    for (size_t at = 0; at < grey.size(); at += 2)
+        grey[at] = 200;
+    const std::vector<uint8_t> jpeg = encode_jpeg(64, 32, grey, Levels::kFull);
+    std::vector<uint8_t> two = jpeg;
+    two.insert(two.end(), 100, 0); // padding
+    two.insert(two.end(), jpeg.begin(), jpeg.end());
+    const Film film = scene(two, {});
+    EXPECT_EQ(film.kind, Film::Kind::kJpeg);
+    EXPECT_EQ(film.starts, (std::vector<size_t>{0, jpeg.size() + 100}));
+    const YuyvPicture shown = decode_jpeg(film.frame(1)).value();
+    EXPECT_EQ(shown.width, 64U);
+    EXPECT_NEAR(shown.yuyv[0], 200, 1) << "black and white are where they were";
+    EXPECT_NEAR(shown.yuyv[1], 128, 1);
+
+    const Film raw = scene(std::vector<uint8_t>(3 * 64 * 32 * 2), {64, 32, {}});
+    EXPECT_EQ(raw.starts.size(), 3U);
+
+    const std::string broken = "ends, or is broken, in the middle of its picture";
+    for (const size_t size : {3UL, 20UL, 200UL, jpeg.size() - 1})
+        EXPECT_EQ(refusal({jpeg.begin(), jpeg.begin() + static_cast<std::ptrdiff_t>(size)}),
+                  broken);
+    for (const size_t size : {4UL, 8UL, 20UL, 33UL, 50UL, png.size() - 16})
+        EXPECT_NE(refusal({png.begin(), png.begin() + static_cast<std::ptrdiff_t>(size)}), "")
+            << size;
+    two.resize(two.size() - 1);
+    EXPECT_EQ(refusal(two), broken + " 2");
+    two = encode_jpeg(32, 64, grey);
+    two.insert(two.begin(), jpeg.begin(), jpeg.end());
+    EXPECT_EQ(refusal(two), "has a picture 2 of 32x64, unlike the first, which has 64x32");
+    std::vector<uint8_t> spoilt = jpeg;
+    const std::array<uint8_t, 2> huffman_table = {0xFF, 0xC4};
+    std::fill_n(std::ranges::search(spoilt, huffman_table).begin() + 5, 16, 0xFF);
+    EXPECT_EQ(refusal(spoilt),
+              "has a JPEG that is broken, larger than 4096 pixels to a side, or neither in YCbCr "
+              "nor grey");
+    EXPECT_EQ(refusal({}), "is neither a PNG nor a JPEG; frames of YUYV need their 'raw_size'");
+    EXPECT_EQ(refusal(std::vector<uint8_t>(4097), {64, 32, {}}),
+              "has 4097 bytes, which are no whole frames of 64x32, 4096 bytes each");
+    EXPECT_NE(refusal({}, {64, 32, {}}), "");
 }
 
 TEST(CameraFile, ShippedFilesNameTheirCameras)

@@ -3,6 +3,7 @@
 
 #include "chip/controller.h"
 #include "usb/descriptors.h"
+#include "usb/jpeg.h"
 
 #include <algorithm>
 #include <array>
@@ -115,6 +116,7 @@ private:
     size_t picture_left() const { return picture_.size() - picture_at_; }
     size_t payload_left() const { return payload_bytes_ - payload_at_; }
     void draw(uint32_t number);
+    View look_at_scene(uint32_t number);
     void send(const FrameFault& fault);
     void open_payload(size_t most);
     size_t read_payload(std::span<uint8_t> room);
@@ -138,7 +140,9 @@ private:
     bool halted_ = false;
 
     PictureSettings settings_;
-    std::vector<uint8_t> yuyv_;    ///< of the last picture, where it travels as MJPEG
+    std::vector<uint8_t> yuyv_; ///< of the last picture, where it travels as MJPEG
+    YuyvPicture scene_;         ///< of a film of JPEGs, the latest that was whole
+    std::optional<size_t> scene_place_;
     std::vector<uint8_t> picture_; ///< as it travels
     size_t picture_at_ = 0;
     Header header_{};
