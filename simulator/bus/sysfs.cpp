@@ -100,7 +100,7 @@ std::string camera_entry(UsbCamera& camera, const Place& place)
     std::string entry = common_entry(path, place, node_contents(camera));
     entry += attribute("maxchild", "0");
     entry += attribute("devpath", text::format("%u", place.port));
-    entry += attribute("manufacturer", kManufacturer);
+    entry += attribute("manufacturer", camera.controller().model.usb_manufacturer);
     entry += attribute("product", camera.product());
     entry += attribute("serial", camera.usb_serial()) + "\n";
     for (unsigned number = 0; number < kInterfaceCount; ++number) {

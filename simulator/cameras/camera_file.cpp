@@ -2,14 +2,19 @@
 #include "cameras/camera_file.h"
 
 #include "cameras/fields.h"
+#include "cameras/film_file.h"
 #include "cameras/shipped.h"
 #include "description/reader.h"
 #include "faults/fault_tables.h"
 #include "files/read.h"
+#include "text/format.h"
 #include "text/nearest.h"
+#include "usb/descriptors.h"
 
 #include <algorithm>
+#include <bit>
 #include <filesystem>
+#include <memory>
 #include <system_error>
 
 namespace sim {
@@ -71,8 +76,9 @@ Part read_part_or_table(const toml::key& key, const toml::node& node, const Kind
 
 class CameraReader {
 public:
-    CameraReader(const toml::table& table, CameraDescription& model, Mistakes& mistakes)
-        : table_(table), model_(model), mistakes_(mistakes)
+    CameraReader(const toml::table& table, std::filesystem::path folder, CameraDescription& model,
+                 Mistakes& mistakes)
+        : table_(table), folder_(std::move(folder)), model_(model), mistakes_(mistakes)
     {
     }
 
@@ -95,6 +101,8 @@ private:
             return;
         } else if (field.key == "format") {
             read_formats(field, *key, *node);
+        } else if (field.key == "picture") {
+            read_picture(field, *key, *node);
         } else if (field.key == "fault") {
             model_.faults = read_fault_tables(*key, *node, model_.name, mistakes_);
         } else if (field.key == "controls") {
@@ -113,8 +121,61 @@ private:
         model_.formats.clear();
         for (const toml::table* table :
              tables_of(key, node, std::get<Tables>(field.kind), mistakes_)) {
-            read_fields(*table, "format", format_fields(), model_.formats.emplace_back(), mistakes_,
-                        kNoSections);
+            read_format(*table, model_.formats.emplace_back());
+        }
+    }
+
+    void read_format(const toml::table& table, FrameFormat& format)
+    {
+        const toml::key* file = nullptr;
+        read_fields(table, "format", format_fields(), format, mistakes_,
+                    [&file](const Field<FrameFormat>&, const toml::key* key) { file = key; });
+        const bool has_film = format.pixels == PixelFormat::kH264;
+        if (file != nullptr && !has_film)
+            mistakes_.add(file->source(), "'file' belongs to a format of H264");
+        if (!has_film)
+            return;
+        if (file == nullptr)
+            mistakes_.add(table.source(), "[format] 'file' is missing: the name of a file");
+        if (format.sizes.size() > 1)
+            mistakes_.add(find_key(table, "sizes")->source(),
+                          "H264 has one size, that of its file");
+        if (file != nullptr && !format.sizes.empty())
+            format.film = read_film(*file, *table.get("file"), format.sizes.front());
+    }
+
+    std::shared_ptr<const Film> read_film(const toml::key& key, const toml::node& node,
+                                          const FrameSize& size)
+    {
+        const auto name = read_value(key, node, Path{}, mistakes_);
+        if (!name)
+            return nullptr;
+        try {
+            return std::make_shared<Film>(
+                read_h264_film(folder_ / std::get<std::string>(*name), size.bytes()));
+        } catch (const DescriptionError& error) {
+            mistakes_.add(node.source(), error.what());
+            return nullptr;
+        }
+    }
+
+    void read_picture(const Field<CameraModel>& field, const toml::key& key, const toml::node& node)
+    {
+        const auto* table = node.as_table();
+        if (table == nullptr) {
+            report_kind(key, node, field.kind, mistakes_);
+            return;
+        }
+        SceneSource source;
+        read_fields(*table, "picture", picture_fields(), source, mistakes_, kNoSections);
+        model_.numbers_frames = source.numbers_frames;
+        if (source.file.empty())
+            return;
+        try {
+            model_.scene =
+                std::make_shared<Film>(read_scene(folder_ / source.file, source.raw_size));
+        } catch (const DescriptionError& error) {
+            mistakes_.add(table->get("file")->source(), error.what());
         }
     }
 
@@ -144,12 +205,30 @@ private:
         const auto place = static_cast<size_t>(&control - control_fields().data());
         ControlRange& range = model_.controls[place].emplace();
         read_fields(*table, control.key, range_fields(), range, mistakes_, kNoSections);
-        const bool is_in_order = range.least <= range.standard && range.standard <= range.most;
-        if (!is_in_order || (range.least < 0 && range.most > INT16_MAX)) {
-            mistakes_.add(key.source(), "'" + std::string(control.key) +
-                                            "' needs min, default and max in this order, and with "
-                                            "a sign at most 32767");
+        const std::string name = "'" + std::string(control.key) + "'";
+        const unsigned bits = 8U * kControlPlaces[place].bytes;
+        const int64_t half = int64_t{1} << (bits - 1);
+        const int64_t most = range.least < 0 ? half - 1 : 2 * half - 1;
+        if (range.least > range.standard || range.standard > range.most) {
+            mistakes_.add(key.source(), name + " needs min, default and max in this order");
+        } else if (range.least < -half || range.most > most || range.step > most) {
+            mistakes_.add(key.source(),
+                          name + text::format(" has %u bits, which hold up to %lld, or "
+                                              "from %lld to %lld",
+                                              bits, 2LL * half - 1, -1LL * half, half - 1LL));
+        } else if (place == kExposureMode && !has_mode(range)) {
+            mistakes_.add(key.source(), name +
+                                            " has the bits of its modes in 'step', and one of them "
+                                            "as 'default'");
         }
+    }
+
+    static bool has_mode(const ControlRange& modes)
+    {
+        constexpr int32_t kAll = kManual | kAutomatic | kShutterPriority | kAperturePriority;
+        const auto standard = static_cast<uint32_t>(modes.standard);
+        return modes.step <= kAll && std::has_single_bit(standard) &&
+               (modes.step & modes.standard) != 0;
     }
 
     void read_firmware(const Field<CameraModel>& field, const toml::key* key,
@@ -189,6 +268,68 @@ private:
         }
         check_needs_version("memory_extension", model_.has_memory_extension);
         check_needs_version("xu_prefix", model_.selects_every_block);
+        check_packets();
+        check_rates();
+    }
+
+    void check_packets()
+    {
+        const toml::key* key = find_key(table_, "iso_packet_bytes");
+        if (key == nullptr)
+            return;
+        if (!model_.streams_isochronously)
+            mistakes_.add(key->source(), "'iso_packet_bytes' means nothing to a bulk camera");
+        for (const uint32_t bytes : model_.iso_packet_bytes) {
+            const uint32_t packets = (bytes + kMostPacketBytes - 1) / kMostPacketBytes;
+            if (bytes % packets != 0) {
+                mistakes_.add(key->source(),
+                              text::format("%u bytes are not %u equal packets", bytes, packets));
+            }
+        }
+    }
+
+    /// What a second of the pipe carries.
+    double bus_bytes() const
+    {
+        constexpr double kMicroframes = 8000;
+        constexpr uint32_t kMostBulkPackets = 13; // of a high-speed bus without other traffic
+        return kMicroframes * (model_.streams_isochronously ? model_.iso_packet_bytes.back()
+                                                            : kMostBulkPackets * kBulkPacketBytes);
+    }
+
+    void check_rates()
+    {
+        const toml::key* key = find_key(table_, "format");
+        if (key == nullptr || (model_.streams_isochronously && model_.iso_packet_bytes.empty()))
+            return;
+        for (size_t i = 0; const FrameFormat& format : model_.formats) {
+            const toml::table* table = table_.get("format")->as_array()->get(i++)->as_table();
+            for (size_t place = 0; const FrameSize& size : format.sizes)
+                check_rate(format, size, (*table)["sizes"].as_array()->get(place++)->source());
+        }
+    }
+
+    void check_rate(const FrameFormat& format, const FrameSize& size,
+                    const toml::source_region& where)
+    {
+        constexpr double kSecond100ns = 1e7;
+        constexpr double kMega = 1e6;
+        const double rate = kSecond100ns / size.intervals_100ns.front();
+        const double most = bus_bytes();
+        double needed = bytes_on_the_bus(format.pixels, size) * rate;
+        if (model_.streams_isochronously) {
+            const double packet = model_.iso_packet_bytes.back();
+            needed *= packet / (packet - kPayloadHeaderBytes);
+        }
+        if (needed <= most)
+            return;
+        mistakes_.add(
+            where,
+            text::format("%s of %ux%u at %.0f a second takes %.1f MB/s, and the %s "
+                         "pipe carries %.1f MB/s",
+                         std::string(name_of(format.pixels)).c_str(), size.width, size.height, rate,
+                         needed / kMega, model_.streams_isochronously ? "isochronous" : "bulk",
+                         most / kMega));
     }
 
     void check_needs_version(const char* name, bool is_set)
@@ -202,6 +343,7 @@ private:
     }
 
     const toml::table& table_;
+    std::filesystem::path folder_;
     CameraDescription& model_;
     Mistakes& mistakes_;
 };
@@ -242,7 +384,7 @@ CameraDescription parse_camera_file(std::string_view text, const std::string& fi
     Mistakes mistakes(file);
     CameraDescription model;
     model.name = name_from(file);
-    CameraReader(table, model, mistakes).read();
+    CameraReader(table, std::filesystem::path(file).parent_path(), model, mistakes).read();
     mistakes.throw_if_any();
     return model;
 }

@@ -18,7 +18,6 @@ constexpr uint8_t kShortBlockErase = 0x52; // this opcode erases 32 KiB, all oth
 
 constexpr std::string_view kXuPrefix[] = {"XU", "FF"};
 constexpr std::string_view kVideo[] = {"bulk", "isochronous"};
-constexpr std::string_view kPixels[] = {"YUYV", "MJPEG"};
 constexpr std::string_view kWriteProtectWays[] = {"control", "gpio0"};
 
 int64_t number(const Value& value)
@@ -49,8 +48,8 @@ void set_first_frame(CameraModel& model, const Value& value)
 
 void set_pixels(FrameFormat& format, const Value& value)
 {
-    const bool is_mjpeg = std::get<std::string>(value) == kPixels[1];
-    format.pixels = is_mjpeg ? PixelFormat::kMjpeg : PixelFormat::kYuyv;
+    const auto* const name = std::ranges::find(kPixelFormatNames, std::get<std::string>(value));
+    format.pixels = static_cast<PixelFormat>(name - std::begin(kPixelFormatNames));
 }
 
 void set_sizes(FrameFormat& format, const Value& value)
@@ -115,6 +114,7 @@ Value bytes(std::initializer_list<uint8_t> list)
     return std::vector<uint8_t>(list);
 }
 
+constexpr size_t kLongestUsbText = 126;
 constexpr Number kByte{0, 0xFF, Digits::kHex};
 constexpr Number kWord16{0, 0xFFFF, Digits::kHex};
 constexpr Number kTime{0, kLongestUs};
@@ -128,7 +128,7 @@ std::span<const Field<CameraModel>> camera_fields()
     static const Field<M> fields[] = {
         {"name", Word{40}, Computed<M>{"the file's name without .toml",
             [](const M& m) -> Value { return m.name; }},
-         "Name on the command line, and the USB product text.", store<&M::name>},
+         "Name on the command line.", store<&M::name>},
         {"description", Text{0, 120}, Value(""),
          "One line for 'nyxus-sim models'.", store<&M::description>},
         {"internal_version", Text{2, 11}, Required{},
@@ -149,8 +149,15 @@ std::span<const Field<CameraModel>> camera_fields()
         {"xu_prefix", Choice{kXuPrefix}, Value("XU"),
          "First letters of the version record. FF: an older firmware, whose hosts select the 64 KiB "
          "block of each ROM access first.", set_xu_prefix},
+        {"usb_vendor_id", kWord16, Value(kVendorId),
+         "USB vendor ID. The NYXUS library opens cameras of 0x1162 only.", store<&M::usb_vendor_id>},
         {"usb_product_id", kWord16, Value(0x0600),
-         "USB product ID; the vendor is always 0x1162.", store<&M::usb_product_id>},
+         "USB product ID.", store<&M::usb_product_id>},
+        {"usb_manufacturer", Text{1, kLongestUsbText}, Value(kManufacturer),
+         "USB text of the maker.", store<&M::usb_manufacturer>},
+        {"usb_product", Text{1, kLongestUsbText}, Computed<M>{"the name",
+            [](const M& m) -> Value { return m.name; }},
+         "USB text of the product.", store<&M::usb_product>},
         // A host controller tells of completed transfers once per microframe of 125 us (EHCI 1.0,
         // interrupt threshold, as Linux sets it); a host that waits for one before it submits the
         // next gets no more than that. On the wire the setup, data and status stages take 4 us
@@ -166,13 +173,19 @@ std::span<const Field<CameraModel>> camera_fields()
          store<&M::usb_wire_us>},
         {"video", Choice{kVideo}, Value("bulk"),
          "How the picture travels.", set_video},
+        {"iso_packet_bytes", NumberList{16, 64, 3072}, Value(std::vector<uint32_t>{1024, 3072}),
+         "What the alternate settings 1, 2, ... of an isochronous camera carry in each microframe of "
+         "125 us, headers of 12 bytes included: one packet of up to 1024 bytes, or two or three "
+         "equal ones.", store<&M::iso_packet_bytes>},
         {"bulk_payload_bytes", Number{512, 0x100'0000}, Absent{"a whole frame"},
          "Largest bulk payload, with its header of 12 bytes.", store<&M::bulk_payload_bytes>},
         {"first_frame_ms", Number{0, 10'000},
          Absent{"300, or less: when '--usbfs-memory' is used up"},
          "Time from a host's commit to the first frame.", set_first_frame},
-        {"format", Tables{2}, Absent{"YUYV at 320x240, 640x480 and 1280x720"},
+        {"format", Tables{4}, Absent{"YUYV at 320x240, 640x480 and 1280x720"},
          "What the camera streams: a table [[format]] for each.", nullptr},
+        {"picture", Table{}, Absent{"a test pattern with the number of the frame"},
+         "A table [picture]: what the sensor sees.", nullptr},
         {"controls", Table{}, Absent{"brightness from 0 to 255, at first 128"},
          "Standard controls of the picture.", nullptr},
         {"h264_any_order", Truth{}, Value(false),
@@ -221,11 +234,32 @@ std::span<const Field<FrameFormat>> format_fields()
 {
     using F = FrameFormat;
     static const Field<F> fields[] = {
-        {"pixels", Choice{kPixels}, Required{},
-         "Packed pixels, or a JPEG for each frame.", set_pixels},
+        {"pixels", Choice{kPixelFormatNames}, Required{},
+         "Packed pixels, a JPEG for each frame, or what an H.264 encoder made.", set_pixels},
         {"sizes", SizeList{16}, Required{},
-         "Sizes in pixels with their frames per second, the first one for a host without a wish.",
-         set_sizes},
+         "Sizes in pixels with their frames per second, the first one for a host without a wish. "
+         "H264 has one, that of its file.", set_sizes},
+        {"file", Path{}, Absent{"none; H264 needs one"},
+         "What an H264 format sends, again and again: a stream in Annex B, which begins with its "
+         "parameter sets and an IDR picture.", nullptr},
+    };
+    return fields;
+}
+
+std::span<const Field<SceneSource>> picture_fields()
+{
+    using S = SceneSource;
+    static const Field<S> fields[] = {
+        {"file", Path{}, Required{},
+         "A PNG, a JPEG, several JPEGs one after the other (MJPEG), or frames of YUYV as they are. The "
+         "camera shows their middle in each of its sizes, frame after frame, and then the first again.",
+         store<&S::file>},
+        {"raw_size", PixelSize{}, Absent{"none; the file is no YUYV"},
+         "Size of the frames of YUYV.", store<&S::raw_size>},
+        {"frame_number", Truth{}, Value(false),
+         "The number of the frame is in the picture as it is in the test pattern. Without it, JPEGs of "
+         "the size that is streamed travel as they are while no control has been touched.",
+         store<&S::numbers_frames>},
     };
     return fields;
 }
@@ -244,6 +278,26 @@ std::span<const Field<CameraModel>> control_fields()
         {"white_balance_auto", Table{}, kNone,
          "From 0 to 1: while it is 1, white_balance is refused, as by a real camera.", nullptr},
         {"zoom", Table{}, kNone, "Into the middle: min shows all, twice that half of it.", nullptr},
+        {"hue_auto", Table{}, kNone, "From 0 to 1: holds hue back.", nullptr},
+        {"sharpness", Table{}, kNone, "Has no effect on the picture.", nullptr},
+        {"gamma", Table{}, kNone, "More makes dark parts brighter.", nullptr},
+        {"backlight_compensation", Table{}, kNone, "Has no effect on the picture.", nullptr},
+        {"power_line_frequency", Table{}, kNone,
+         "0 off, 1 50 Hz, 2 60 Hz, 3 automatic. Has no effect on the picture.", nullptr},
+        {"exposure_mode", Table{}, kNone,
+         "1 manual, 2 automatic, 4 shutter priority, 8 aperture priority; 'step' is the sum of those "
+         "that the camera has. 2 and 8 hold exposure_time back, 2 and 4 iris.", nullptr},
+        {"exposure_priority", Table{}, kNone, "0 or 1. Has no effect on the picture.", nullptr},
+        {"exposure_time", Table{}, kNone,
+         "In 100 us: twice the time, twice the light.", nullptr},
+        {"focus", Table{}, kNone, "Has no effect on the picture.", nullptr},
+        {"focus_auto", Table{}, kNone, "From 0 to 1: holds focus back.", nullptr},
+        {"iris", Table{}, kNone, "Has no effect on the picture.", nullptr},
+        {"pan", Table{}, kNone,
+         "In seconds of arc: where the zoom looks; all of the range is from edge to edge.", nullptr},
+        {"tilt", Table{}, kNone, "Likewise; more is up.", nullptr},
+        {"roll", Table{}, kNone, "Has no effect on the picture.", nullptr},
+        {"privacy", Table{}, kNone, "From 0 to 1: the picture is black.", nullptr},
     };
     static_assert(std::size(fields) == kPictureControls);
     return fields;
@@ -253,12 +307,12 @@ std::span<const Field<ControlRange>> range_fields()
 {
     using R = ControlRange;
     static const Field<R> fields[] = {
-        {"min", Number{INT16_MIN, UINT16_MAX}, Required{},
+        {"min", Number{INT32_MIN, INT32_MAX}, Required{},
          "Smallest value. Below 0, the control has a sign.", store<&R::least>},
-        {"max", Number{INT16_MIN, UINT16_MAX}, Required{}, "Largest value.", store<&R::most>},
-        {"step", Number{1, UINT16_MAX}, Value(1),
+        {"max", Number{INT32_MIN, INT32_MAX}, Required{}, "Largest value.", store<&R::most>},
+        {"step", Number{1, INT32_MAX}, Value(1),
          "Distance of values; the camera rounds down to one of them.", store<&R::step>},
-        {"default", Number{INT16_MIN, UINT16_MAX}, Computed<R>{"min",
+        {"default", Number{INT32_MIN, INT32_MAX}, Computed<R>{"min",
             [](const R& r) -> Value { return int64_t{r.least}; }},
          "Value until a host sets another one, at which the picture is as the sensor sees it.",
          store<&R::standard>},

@@ -48,16 +48,33 @@ void Controller::power_cycle()
 }
 
 void Controller::picture(uint32_t width, uint32_t height, uint32_t frame_number,
-                         std::span<uint8_t> yuyv, const PictureSettings& settings) const
+                         std::span<uint8_t> yuyv, const PictureSettings& settings,
+                         const View& scene) const
 {
-    const Orientation orientation{.flipped = (vendor_xu_.setting(kFlip) & kFlipped) != 0,
-                                  .mirrored = (vendor_xu_.setting(kMirror) & kMirrored) != 0};
-    Canvas sensor_picture(width, height, yuyv, orientation, settings);
-    draw_test_pattern(sensor_picture);
+    Canvas view(width, height, yuyv, orientation(), settings);
+    if (scene.yuyv.empty()) {
+        draw_test_pattern(view);
+    } else {
+        view.show(scene);
+    }
     Canvas upright(width, height, yuyv);
     osd().draw(upright, xdata[Osd::kControlReg]);
-    Canvas number(width, height, yuyv, orientation);
-    draw_frame_number(number, frame_number);
+    Canvas number(width, height, yuyv, orientation());
+    if (model.numbers_frames)
+        draw_frame_number(number, frame_number);
+}
+
+bool Controller::leaves_scenes_alone() const
+{
+    const bool shows_time = (xdata[Osd::kControlReg] & Osd::kShowDatetime) != 0;
+    return !model.numbers_frames && orientation() == Orientation{} && !osd().is_enabled() &&
+           !shows_time;
+}
+
+Orientation Controller::orientation() const
+{
+    return {.flipped = (vendor_xu_.setting(kFlip) & kFlipped) != 0,
+            .mirrored = (vendor_xu_.setting(kMirror) & kMirrored) != 0};
 }
 
 } // namespace sim

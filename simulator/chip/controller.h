@@ -28,16 +28,20 @@ public:
     /// What the ROM is writing stays half done, as in a power cut; then it powers up.
     void power_cycle();
 
-    /// Draws the picture that the sensor sees now, with everything the firmware lays over it, as
-    /// YUYV. The settings concern neither that nor the frame number. Thread: under the owner's
-    /// lock.
+    /// Draws the picture that the sensor sees now, `scene` or the test pattern, with everything the
+    /// firmware lays over it, as YUYV. The settings concern neither that nor the frame number.
+    /// Thread: under the owner's lock.
     void picture(uint32_t width, uint32_t height, uint32_t frame_number, std::span<uint8_t> yuyv,
-                 const PictureSettings& settings = {}) const;
+                 const PictureSettings& settings = {}, const View& scene = {}) const;
+    /// Nothing is turned, laid over or numbered: a scene of the right size is the picture.
+    bool leaves_scenes_alone() const;
 
     const H264Unit& h264() const { return h264_; }
     const Osd& osd() const { return vendor_xu_.osd(); }
 
 private:
+    Orientation orientation() const;
+
     VendorXu vendor_xu_;
     H264Unit h264_;
 };

@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "film.h"
+
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace sim {
@@ -38,24 +42,39 @@ struct EepromPart {
     uint32_t write_cycle_us = 0;
 };
 
-enum class PixelFormat : uint8_t { kYuyv, kMjpeg };
+enum class PixelFormat : uint8_t { kYuyv, kMjpeg, kH264 };
+/// In the order of PixelFormat.
+inline constexpr std::string_view kPixelFormatNames[] = {"YUYV", "MJPEG", "H264"};
+
+constexpr std::string_view name_of(PixelFormat format)
+{
+    return kPixelFormatNames[static_cast<size_t>(format)];
+}
 
 struct FrameSize {
     uint16_t width = 0;
     uint16_t height = 0;
     std::vector<uint32_t> intervals_100ns; ///< between frames, shortest first
 
-    /// As YUYV; what an MJPEG frame has room in.
+    /// As YUYV; what a compressed frame has room in.
     uint32_t bytes() const { return uint32_t{width} * height * 2; }
 };
+
+/// What a frame takes on the bus, where compression makes an eighth of it at least.
+inline uint32_t bytes_on_the_bus(PixelFormat pixels, const FrameSize& size)
+{
+    constexpr uint32_t kLeastCompression = 8;
+    return pixels == PixelFormat::kYuyv ? size.bytes() : size.bytes() / kLeastCompression;
+}
 
 /// What the camera can stream; hosts name a size by its place, counted from 1.
 struct FrameFormat {
     PixelFormat pixels = PixelFormat::kYuyv;
     std::vector<FrameSize> sizes;
+    std::shared_ptr<const Film> film = nullptr; ///< what an H.264 camera sends
 };
 
-/// The standard controls of a camera's picture.
+/// The standard controls of a camera.
 enum PictureControl : uint8_t {
     kBrightness,
     kContrast,
@@ -65,7 +84,29 @@ enum PictureControl : uint8_t {
     kWhiteBalance,
     kWhiteBalanceAuto, ///< holds kWhiteBalance back
     kZoom,
+    kHueAuto, ///< holds kHue back
+    kSharpness,
+    kGamma,
+    kBacklightCompensation,
+    kPowerLineFrequency,
+    kExposureMode, ///< one of ExposureMode; its step holds those that the camera has
+    kExposurePriority,
+    kExposureTime,
+    kFocus,
+    kFocusAuto, ///< holds kFocus back
+    kIris,
+    kPan,
+    kTilt,
+    kRoll,
+    kPrivacy,
     kPictureControls
+};
+
+enum ExposureMode : uint8_t {
+    kManual = 1,
+    kAutomatic = 2,        ///< chooses time and iris
+    kShutterPriority = 4,  ///< chooses the iris
+    kAperturePriority = 8, ///< chooses the time
 };
 
 struct ControlRange {
@@ -75,12 +116,18 @@ struct ControlRange {
     int32_t standard = 0; ///< until the host sets another value
 };
 
+inline constexpr uint16_t kVendorId = 0x1162; ///< unless a description says otherwise
+inline constexpr char kManufacturer[] = "NYXUS Simulator";
+
 /// One camera, as data. Texts are ASCII; versions are what the firmware reports.
 struct CameraModel {
     std::string name; ///< for the command line, e.g. "rowan-spi"
     std::string description;
     std::string internal_version; ///< szIntFwVer, 2 to 11 characters; starts with the signature
+    uint16_t usb_vendor_id = kVendorId;
     uint16_t usb_product_id = 0;
+    std::string usb_manufacturer = kManufacturer;
+    std::string usb_product;
     bool has_xu_version = false;           ///< answers control 0x16
     uint16_t xu_version = 0;               ///< 0x0002, 0x0003, 0x0100, 0x0101
     bool has_memory_extension = false;     ///< "EM" in the version record
@@ -99,6 +146,7 @@ struct CameraModel {
     bool gpio0_protects_eeprom = false;     ///< EEPROM is writable only while GPIO 0 is driven low
     bool tolerates_swapped_h264 = false;    ///< the H.264 unit answers length and request swapped
     bool streams_isochronously = false;     ///< video over isochronous transfers instead of bulk
+    std::vector<uint32_t> iso_packet_bytes; ///< per microframe, in its alternate settings from 1
     uint32_t bulk_payload_bytes = 0;        ///< the largest, with its header; 0: a whole frame
     std::optional<uint32_t> first_frame_ms; ///< after the commit, for the sensor to settle
     std::vector<FrameFormat> formats = {
@@ -107,6 +155,9 @@ struct CameraModel {
           {640, 480, {333333, 666666, 1000000}},
           {1280, 720, {1000000, 2000000, 5000000}}}}, // more would not fit through the bus
     };
+    std::shared_ptr<const Film> scene =
+        nullptr;                ///< what the sensor sees; without: the test pattern
+    bool numbers_frames = true; ///< in the picture
     std::array<std::optional<ControlRange>, kPictureControls> controls = {
         ControlRange{.least = 0, .most = 255, .step = 1, .standard = 128}}; ///< brightness
 };

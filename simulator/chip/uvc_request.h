@@ -24,6 +24,7 @@ inline constexpr uint8_t kGetDef = 0x87;
 // Answers to GET_INFO.
 inline constexpr uint8_t kInfoGet = 0x01;
 inline constexpr uint8_t kInfoSet = 0x02;
+inline constexpr uint8_t kInfoDisabled = 0x04; ///< an automatic has it
 inline constexpr uint8_t kInfoGetAndSet = kInfoGet | kInfoSet;
 
 /// Answer of an extension-unit request that the firmware does not know.

@@ -57,6 +57,12 @@ struct KindText {
                                       : std::to_string(l.fewest) + " to " + std::to_string(l.most);
         return "a list of " + range + " bytes, each from 0x00 to 0xFF";
     }
+    std::string operator()(const NumberList& l) const
+    {
+        return "a list of 1 to " + std::to_string(l.most_numbers) + " whole numbers from " +
+               std::to_string(l.least) + " to " + std::to_string(l.most) + " that rise";
+    }
+    std::string operator()(const Path&) const { return "the name of a file"; }
     std::string operator()(const Choice& c) const
     {
         std::string text;
@@ -72,6 +78,10 @@ struct KindText {
     std::string operator()(const Tables& t) const
     {
         return "1 to " + std::to_string(t.most) + " tables";
+    }
+    std::string operator()(const PixelSize&) const
+    {
+        return "a text such as \"640x480\", with an even width";
     }
     std::string operator()(const SizeList& s) const
     {
@@ -98,8 +108,16 @@ struct ValueText {
             text += (text.empty() ? "" : ", ") + format_number(byte, Digits::kHex);
         return "[" + text + "]";
     }
+    std::string operator()(const std::vector<uint32_t>& value) const
+    {
+        std::string text;
+        for (const uint32_t number : value)
+            text += (text.empty() ? "" : ", ") + std::to_string(number);
+        return "[" + text + "]";
+    }
     // No key is one of these by default.
     std::string operator()(const Range&) const { return ""; }
+    std::string operator()(const FrameSize&) const { return ""; }
     std::string operator()(const std::vector<FrameSize>&) const { return ""; }
 };
 

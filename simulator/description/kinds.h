@@ -30,7 +30,7 @@ struct Range {
 };
 
 using Value = std::variant<int64_t, double, bool, std::string, Range, std::vector<uint8_t>,
-                           std::vector<FrameSize>>;
+                           std::vector<uint32_t>, FrameSize, std::vector<FrameSize>>;
 
 enum class Digits { kDecimal, kHex, kHexPowerOfTwo };
 
@@ -67,6 +67,14 @@ struct ByteList {
     size_t fewest;
     size_t most;
 };
+/// Of numbers that rise.
+struct NumberList {
+    size_t most_numbers;
+    int64_t least;
+    int64_t most;
+};
+/// Of a file; one that is not absolute begins at the description's folder.
+struct Path {};
 struct Choice {
     std::span<const std::string_view> words;
 };
@@ -79,12 +87,15 @@ struct Table {};
 struct Tables {
     size_t most;
 };
+/// Of a picture, as "640x480".
+struct PixelSize {};
 /// Sizes of a picture with their rates, each as "640x480: 30, 15".
 struct SizeList {
     size_t most;
 };
 using Kind = std::variant<Number, EitherNumber, NumberOrRange, Share, SerialOrPlace, Text, Word,
-                          Truth, ByteList, Choice, PartOrTable, Table, Tables, SizeList>;
+                          Truth, ByteList, NumberList, Path, Choice, PartOrTable, Table, Tables,
+                          PixelSize, SizeList>;
 
 struct Required {};
 /// Absence means something by itself.

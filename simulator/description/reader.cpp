@@ -28,23 +28,34 @@ bool is_byte(const toml::node& node)
     return number != nullptr && number->get() >= 0 && number->get() <= 0xFF;
 }
 
-// "640x480: 30, 15"
-std::optional<FrameSize> parse_size(const std::string& text)
+// "640x480", and what follows. nullptr when it is none.
+const char* parse_pixels(const char* text, FrameSize& size)
 {
     constexpr unsigned kLeast = 32; // the headers of a JPEG need room, too
     constexpr unsigned kMost = 4096;
-    constexpr unsigned kMostRate = 240;
-    constexpr size_t kMostRates = 16;
-    constexpr uint32_t kSecond100ns = 10'000'000;
     unsigned width = 0;
     unsigned height = 0;
     int at = 0;
-    if (std::sscanf(text.c_str(), "%4ux%4u%n", &width, &height, &at) != 2 ||
+    if (std::sscanf(text, "%4ux%4u%n", &width, &height, &at) != 2 ||
         std::min(width, height) < kLeast || std::max(width, height) > kMost || width % 2 != 0)
+        return nullptr;
+    size.width = static_cast<uint16_t>(width);
+    size.height = static_cast<uint16_t>(height);
+    return text + at;
+}
+
+// "640x480: 30, 15"
+std::optional<FrameSize> parse_size(const std::string& text)
+{
+    constexpr unsigned kMostRate = 240;
+    constexpr size_t kMostRates = 16;
+    constexpr uint32_t kSecond100ns = 10'000'000;
+    FrameSize size;
+    const char* rest = parse_pixels(text.c_str(), size);
+    if (rest == nullptr)
         return std::nullopt;
-    FrameSize size{static_cast<uint16_t>(width), static_cast<uint16_t>(height), {}};
-    const char* rest = text.c_str() + at;
     unsigned rate = 0;
+    int at = 0;
     for (unsigned last = kMostRate + 1;
          std::sscanf(rest, size.intervals_100ns.empty() ? ": %3u%n" : ", %3u%n", &rate, &at) == 1;
          rest += at, last = rate) {
@@ -215,12 +226,41 @@ struct Reader {
             bytes.push_back(static_cast<uint8_t>(item.as_integer()->get()));
         return bytes;
     }
+    std::optional<Value> operator()(const NumberList& rule) const
+    {
+        const auto* list = node.as_array();
+        if (list == nullptr || list->empty() || list->size() > rule.most_numbers)
+            return std::nullopt;
+        std::vector<uint32_t> numbers;
+        for (const toml::node& item : *list) {
+            const auto* number = item.as_integer();
+            if (number == nullptr || number->get() < rule.least || number->get() > rule.most ||
+                (!numbers.empty() && number->get() <= numbers.back()))
+                return std::nullopt;
+            numbers.push_back(static_cast<uint32_t>(number->get()));
+        }
+        return numbers;
+    }
+    std::optional<Value> operator()(const Path&) const
+    {
+        const auto* text = node.as_string();
+        const bool fits =
+            text != nullptr && !text->get().empty() && text->get().find('\0') == std::string::npos;
+        return fits ? std::optional<Value>(text->get()) : std::nullopt;
+    }
     std::optional<Value> operator()(const Choice& rule) const
     {
         const auto* text = node.as_string();
         const bool fits =
             text != nullptr && std::ranges::find(rule.words, text->get()) != rule.words.end();
         return fits ? std::optional<Value>(text->get()) : std::nullopt;
+    }
+    std::optional<Value> operator()(const PixelSize&) const
+    {
+        FrameSize size;
+        const auto* text = node.as_string();
+        const char* rest = text != nullptr ? parse_pixels(text->get().c_str(), size) : nullptr;
+        return rest != nullptr && *rest == '\0' ? std::optional<Value>(size) : std::nullopt;
     }
     std::optional<Value> operator()(const SizeList& rule) const
     {

@@ -60,6 +60,7 @@ void print_keys()
     print_section("The camera", camera_fields());
     print_section("[firmware]", firmware_fields());
     print_section("[[format]]", format_fields());
+    print_section("[picture]", picture_fields());
     print_section("[controls]", control_fields());
     print_section("[controls.NAME]", range_fields());
     print_section("[flash]", flash_fields());

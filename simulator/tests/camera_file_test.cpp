@@ -1,10 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 // Camera descriptions: what a file says is what the camera is, and mistakes are told.
 #include "cameras/camera_file.h"
+#include "cameras/film_file.h"
 #include "cameras/shipped.h"
 
-#include <gtest/gtest.h>
+#include "usb/jpeg.h"
 
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -13,6 +19,8 @@ namespace sim {
 namespace {
 
 const std::string kMinimal = "internal_version = \"RO2-1.0\"\n";
+const std::string kIso = "video = \"isochronous\"\n";
+const std::string kYuyv = "format = [{ pixels = \"YUYV\", sizes = [";
 const std::string kFlash = "[flash]\nid = [0xEF, 0x30, 0x12]\nsize_bytes = 0x40000\n";
 
 std::string mistakes_in(const std::string& text)
@@ -63,7 +71,10 @@ internal_version = "CB-2.3.1"
 bond = 3
 xu_version = 0x0003
 memory_extension = false
+usb_vendor_id = 0x1234
 usb_product_id = 0x0777
+usb_manufacturer = "Acme Inc."
+usb_product = "Door camera 2"
 usb_latency_us = 250
 usb_wire_us = 30
 video = "isochronous"
@@ -72,6 +83,7 @@ write_protect = "gpio0"
 size_byte = 22
 firmware = { version = 0x0203, size_bytes = 0x1234, seed = 9 }
 bulk_payload_bytes = 4096
+iso_packet_bytes = [128, 1024, 2048, 3072]
 first_frame_ms = 7
 format = [{ pixels = "MJPEG", sizes = ["1920x1080: 30, 15", "640x480: 240"] },
           { pixels = "YUYV", sizes = ["320x240: 7"] }]
@@ -100,7 +112,11 @@ controller_params = [9, 8, 7]
     EXPECT_TRUE(model.has_xu_version);
     EXPECT_EQ(model.xu_version, 3);
     EXPECT_FALSE(model.has_memory_extension);
+    EXPECT_EQ(model.usb_vendor_id, 0x1234);
     EXPECT_EQ(model.usb_product_id, 0x0777);
+    EXPECT_EQ(model.usb_manufacturer, "Acme Inc.");
+    EXPECT_EQ(model.usb_product, "Door camera 2");
+    EXPECT_EQ(model.iso_packet_bytes, (std::vector<uint32_t>{128, 1024, 2048, 3072}));
     EXPECT_EQ(model.usb_latency_us, 250u);
     EXPECT_EQ(model.usb_wire_us, 30u);
     EXPECT_TRUE(model.streams_isochronously);
@@ -229,16 +245,54 @@ TEST(CameraFile, MistakesAreToldWithTheirPlace)
          "my.toml:3:10: the firmware is larger than the ROM, which has 512 bytes"},
         {kMinimal + "firmware = 0x0100\n" + kFlash,
          "my.toml:2:1: 'firmware' must be a table, not 256"},
-        {kMinimal + "format = 1\n" + kFlash, "my.toml:2:1: 'format' must be 1 to 2 tables, not 1"},
+        {kMinimal + "format = 1\n" + kFlash, "my.toml:2:1: 'format' must be 1 to 4 tables, not 1"},
         {kMinimal + "format = []\n" + kFlash,
-         "my.toml:2:1: 'format' must be 1 to 2 tables, not a list"},
+         "my.toml:2:1: 'format' must be 1 to 4 tables, not a list"},
+        {kMinimal + kIso + "iso_packet_bytes = [1024, 512]\n" + kFlash,
+         "my.toml:3:1: 'iso_packet_bytes' must be a list of 1 to 16 whole numbers from 64 to 3072 "
+         "that rise, not a list"},
+        {kMinimal + kIso + "iso_packet_bytes = [1025, 3000]\n" + kFlash,
+         "my.toml:3:1: 1025 bytes are not 2 equal packets"},
+        {kMinimal + "iso_packet_bytes = [1024]\n" + kFlash,
+         "my.toml:2:1: 'iso_packet_bytes' means nothing to a bulk camera"},
+        {kMinimal + kIso + kYuyv + "\"640x480: 30\", \"1280x720: 30\"] }]\n" + kFlash,
+         "my.toml:3:54: YUYV of 1280x720 at 30 a second takes 55.5 MB/s, and the isochronous pipe "
+         "carries 24.6 MB/s"},
+        {kMinimal + kIso + "iso_packet_bytes = [1024]\n" + kYuyv + "\"640x480: 30\"] }]\n" + kFlash,
+         "my.toml:4:39: YUYV of 640x480 at 30 a second takes 18.7 MB/s, and the isochronous pipe "
+         "carries 8.2 MB/s"},
+        {kMinimal + kYuyv + "\"4096x4096: 2\"] }]\n" + kFlash,
+         "my.toml:2:39: YUYV of 4096x4096 at 2 a second takes 67.1 MB/s, and the bulk pipe carries "
+         "53.2 MB/s"},
+        {kMinimal + "format = [{ pixels = \"MJPEG\", file = \"a\", sizes = [\"64x64: 1\"] }]\n" +
+             kFlash,
+         "my.toml:2:31: 'file' belongs to a format of H264"},
+        {kMinimal + "format = [{ pixels = \"H264\", sizes = [\"64x64: 1\", \"32x32: 1\"] }]\n" +
+             kFlash,
+         "my.toml:2:11: [format] 'file' is missing: the name of a file\n"
+         "my.toml:2:30: H264 has one size, that of its file"},
+        {kMinimal + "format = [{ pixels = \"H264\", file = \"/none\", sizes = [\"64x64: 1\"] }]\n" +
+             kFlash,
+         "my.toml:2:37: cannot read '/none': No such file or directory"},
+        {kMinimal + "picture = \"a.png\"\n" + kFlash,
+         "my.toml:2:1: 'picture' must be a table, not a text"},
+        {kMinimal + "picture.file = \"/none.png\"\n" + kFlash,
+         "my.toml:2:16: cannot read '/none.png': No such file or directory"},
+        {kMinimal + "picture = { file = \"a\", raw_size = \"3x3\" }\n" + kFlash,
+         "my.toml:2:20: cannot read 'a': No such file or directory\n"
+         "my.toml:2:25: 'raw_size' must be a text such as \"640x480\", with an even width, not a "
+         "text"},
         {kMinimal + "controls.zoom = 5\n" + kFlash, "my.toml:2:10: 'zoom' must be a table, not 5"},
         {kMinimal + "controls.hue = { min = 0, max = 9, default = 10 }\n" + kFlash,
-         "my.toml:2:10: 'hue' needs min, default and max in this order, and with a sign at most "
-         "32767"},
+         "my.toml:2:10: 'hue' needs min, default and max in this order"},
         {kMinimal + "controls.hue = { min = -1, max = 40000 }\n" + kFlash,
-         "my.toml:2:10: 'hue' needs min, default and max in this order, and with a sign at most "
-         "32767"},
+         "my.toml:2:10: 'hue' has 16 bits, which hold up to 65535, or from -32768 to 32767"},
+        {kMinimal + "controls.focus_auto = { min = 0, max = 256 }\n" + kFlash,
+         "my.toml:2:10: 'focus_auto' has 8 bits, which hold up to 255, or from -128 to 127"},
+        {kMinimal + "controls.exposure_mode = { min = 1, max = 8, step = 9, default = 2 }\n" +
+             kFlash,
+         "my.toml:2:10: 'exposure_mode' has the bits of its modes in 'step', and one of them as "
+         "'default'"},
     };
     for (const auto& c : cases)
         EXPECT_EQ(mistakes_in(c.text), c.message) << c.text;
@@ -260,6 +314,53 @@ TEST(CameraFile, SizesAreTextsWithRates)
         EXPECT_NE(mistakes_in(text).find("'sizes' must be a list of 1 to 16 texts such as"),
                   std::string::npos)
             << sizes << ' ' << mistakes_in(text);
+    }
+}
+
+/// A stream in Annex B of these units, each with its type and some bytes of content.
+std::vector<uint8_t> annex_b(std::initializer_list<uint8_t> types)
+{
+    std::vector<uint8_t> stream;
+    for (const uint8_t type : types)
+        stream.insert(stream.end(), {0, 0, 0, 1, type, 0x88, 0x11, 0x22});
+    return stream;
+}
+
+TEST(CameraFile, AnH264FilmIsCutIntoItsPictures)
+{
+    constexpr uint8_t kSequence = 0x67, kPicture = 0x68, kIdr = 0x65, kSlice = 0x41, kDelimiter = 9;
+    const Film film = h264_film(annex_b({kDelimiter, kSequence, kPicture, kIdr, kSlice, kDelimiter,
+                                         kSlice, kSequence, kPicture, kIdr}),
+                                100);
+    const size_t starts[] = {0, 4 * 8, 5 * 8, 7 * 8};
+    ASSERT_EQ(film.starts, std::vector<size_t>(std::begin(starts), std::end(starts)));
+    EXPECT_EQ(film.frame(1).size(), 8U);
+    EXPECT_EQ(film.frame(7).data(), film.frame(3).data()) << "it begins again";
+    // The second slice of a picture does not begin with macroblock 0.
+    std::vector<uint8_t> slices = annex_b({kSequence, kPicture, kIdr, kIdr});
+    slices[3 * 8 + 5] = 0x40;
+    EXPECT_EQ(h264_film(slices, 100).starts.size(), 1U);
+
+    const std::pair<std::vector<uint8_t>, std::string_view> refused[] = {
+        {{}, "is no H.264 stream in Annex B"},
+        {{0, 0, 1}, "ends before its first picture"},
+        {{1, 0, 0, 1, 0x65, 0x88}, "is no H.264 stream in Annex B"},
+        {annex_b({kSequence, kPicture}), "ends before its first picture"},
+        {annex_b({kSequence, kPicture, kIdr, kDelimiter}), "ends before its last picture"},
+        {annex_b({kSequence, kPicture, kSlice}),
+         "cannot begin again: it needs its parameter sets and an IDR picture first"},
+        {annex_b({kIdr}),
+         "cannot begin again: it needs its parameter sets and an IDR picture first"},
+        {annex_b({kSequence, kPicture, 6, 6, 6, 6, 6, 6, 6, 6, 6, 6, kIdr}),
+         "has a frame of 104 bytes, more than its size has room for"},
+    };
+    for (const auto& [bytes, message] : refused) {
+        try {
+            (void)h264_film(bytes, 100);
+            ADD_FAILURE() << message;
+        } catch (const DescriptionError& error) {
+            EXPECT_EQ(error.what(), message);
+        }
     }
 }
 
@@ -312,14 +413,124 @@ TEST(CameraFile, FilesThatAreNoneAreRefused)
     std::filesystem::remove_all(folder);
 }
 
+TEST(CameraFile, FilesAreFoundBesideTheDescription)
+{
+    const auto folder = std::filesystem::temp_directory_path() / "nyxus-film-test";
+    std::filesystem::remove_all(folder);
+    std::filesystem::create_directories(folder / "films");
+    const auto write = [](const std::filesystem::path& path, const auto& bytes) {
+        std::ofstream(path).write(reinterpret_cast<const char*>(bytes.data()),
+                                  static_cast<std::streamsize>(bytes.size()));
+    };
+    const auto describe = [&](const std::string& file) {
+        return kMinimal + "format = [{ pixels = \"H264\", sizes = [\"64x64: 30\"], file = \"" +
+               file + "\" }]\n" + kFlash;
+    };
+    const std::vector<uint8_t> stream = annex_b({0x67, 0x68, 0x65, 0x41});
+    write(folder / "films/clip.h264", stream);
+    write(folder / "my.toml", describe("films/clip.h264"));
+    const CameraModel model = read_camera_file(folder / "my.toml");
+    EXPECT_EQ(model.formats[0].pixels, PixelFormat::kH264);
+    EXPECT_EQ(model.formats[0].film->bytes, stream);
+
+    ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0600), 0);
+    write(folder / "text", std::string("hello"));
+    for (const auto& [file, message] :
+         {std::pair{"films", "' is no plain file"},
+          {"fifo", "' is no plain file"},
+          {"/dev/zero", "'/dev/zero' is no plain file"},
+          {"text", "' is no H.264 stream in Annex B"},
+          {"none/x", "': No such file or directory"},
+          {"a\\u0000b", "'file' must be the name of a file, not a text"}}) {
+        const std::string text = describe(file);
+        write(folder / "my.toml", text);
+        try {
+            (void)read_camera_file(folder / "my.toml");
+            ADD_FAILURE() << file;
+        } catch (const DescriptionError& error) {
+            EXPECT_NE(std::string(error.what()).find("my.toml:2:"), std::string::npos);
+            EXPECT_NE(std::string(error.what()).find(message), std::string::npos) << error.what();
+        }
+    }
+    std::filesystem::remove_all(folder);
+}
+
+std::string refusal(std::vector<uint8_t> bytes, const FrameSize& raw_size = {})
+{
+    try {
+        (void)scene(std::move(bytes), raw_size);
+        return "";
+    } catch (const DescriptionError& error) {
+        return error.what();
+    }
+}
+
+TEST(CameraFile, PicturesAreKnownByTheirFirstBytes)
+{
+    // A PNG of 3x2 pixels: the first row red, green, blue, the other white; its third column goes.
+    const std::vector<uint8_t> png = {
+        0x89, 0x50, 0x4e, 0x47, 0x0d, 0x0a, 0x1a, 0x0a, 0x00, 0x00, 0x00, 0x0d, 0x49, 0x48, 0x44,
+        0x52, 0x00, 0x00, 0x00, 0x03, 0x00, 0x00, 0x00, 0x02, 0x08, 0x02, 0x00, 0x00, 0x00, 0x12,
+        0x16, 0xf1, 0x4d, 0x00, 0x00, 0x00, 0x11, 0x49, 0x44, 0x41, 0x54, 0x78, 0xda, 0x63, 0xf8,
+        0xcf, 0xc0, 0xc0, 0x00, 0xc1, 0xff, 0x61, 0x00, 0x00, 0x59, 0xba, 0x0b, 0xf5, 0xa5, 0x42,
+        0x8a, 0x6a, 0x00, 0x00, 0x00, 0x00, 0x49, 0x45, 0x4e, 0x44, 0xae, 0x42, 0x60, 0x82};
+    const Film still = scene(png, {});
+    EXPECT_EQ(still.kind, Film::Kind::kYuyv);
+    EXPECT_EQ(still.width, 2U);
+    EXPECT_EQ(still.bytes, (std::vector<uint8_t>{82, 72, 144, 137, 235, 128, 235, 128}));
+
+    std::vector<uint8_t> grey(64 * 32 * 2, 128);
+    for (size_t at = 0; at < grey.size(); at += 2)
+        grey[at] = 200;
+    const std::vector<uint8_t> jpeg = encode_jpeg(64, 32, grey, Levels::kFull);
+    std::vector<uint8_t> two = jpeg;
+    two.insert(two.end(), 100, 0); // padding
+    two.insert(two.end(), jpeg.begin(), jpeg.end());
+    const Film film = scene(two, {});
+    EXPECT_EQ(film.kind, Film::Kind::kJpeg);
+    EXPECT_EQ(film.starts, (std::vector<size_t>{0, jpeg.size() + 100}));
+    const YuyvPicture shown = decode_jpeg(film.frame(1)).value();
+    EXPECT_EQ(shown.width, 64U);
+    EXPECT_NEAR(shown.yuyv[0], 200, 1) << "black and white are where they were";
+    EXPECT_NEAR(shown.yuyv[1], 128, 1);
+
+    const Film raw = scene(std::vector<uint8_t>(3 * 64 * 32 * 2), {64, 32, {}});
+    EXPECT_EQ(raw.starts.size(), 3U);
+
+    const std::string broken = "ends, or is broken, in the middle of its picture";
+    for (const size_t size : {3UL, 20UL, 200UL, jpeg.size() - 1})
+        EXPECT_EQ(refusal({jpeg.begin(), jpeg.begin() + static_cast<std::ptrdiff_t>(size)}),
+                  broken);
+    for (const size_t size : {4UL, 8UL, 20UL, 33UL, 50UL, png.size() - 16})
+        EXPECT_NE(refusal({png.begin(), png.begin() + static_cast<std::ptrdiff_t>(size)}), "")
+            << size;
+    two.resize(two.size() - 1);
+    EXPECT_EQ(refusal(two), broken + " 2");
+    two = encode_jpeg(32, 64, grey);
+    two.insert(two.begin(), jpeg.begin(), jpeg.end());
+    EXPECT_EQ(refusal(two), "has a picture 2 of 32x64, unlike the first, which has 64x32");
+    std::vector<uint8_t> spoilt = jpeg;
+    const std::array<uint8_t, 2> huffman_table = {0xFF, 0xC4};
+    std::fill_n(std::ranges::search(spoilt, huffman_table).begin() + 5, 16, 0xFF);
+    EXPECT_EQ(refusal(spoilt),
+              "has a JPEG that is broken, larger than 4096 pixels to a side, or neither in YCbCr "
+              "nor grey");
+    EXPECT_EQ(refusal({}), "is neither a PNG nor a JPEG; frames of YUYV need their 'raw_size'");
+    EXPECT_EQ(refusal(std::vector<uint8_t>(4097), {64, 32, {}}),
+              "has 4097 bytes, which are no whole frames of 64x32, 4096 bytes each");
+    EXPECT_NE(refusal({}, {64, 32, {}}), "");
+}
+
 TEST(CameraFile, ShippedFilesNameTheirCameras)
 {
-    ASSERT_EQ(models().size(), 12u);
+    ASSERT_EQ(models().size(), 14u);
     EXPECT_EQ(models().front().name, "rowan-spi");
     for (const CameraModel& model : models()) {
         EXPECT_NE(model_file(model.name), "") << "the file is named after the camera";
         EXPECT_EQ(find_model(model.name), &model);
     }
+    for (size_t control = 0; control < kPictureControls; ++control)
+        EXPECT_TRUE(find_model("alder-studio")->controls[control]) << control;
     EXPECT_EQ(find_model("rowan"), nullptr);
     EXPECT_EQ(model_file("rowan"), "");
 }

@@ -94,6 +94,10 @@ TEST(Picture, FollowsItsSettingsButForTheFrameNumber)
         {{.hue = 1}, {210, 240, 110}, {144, 128, 128}},
         {{.gain = -0.5}, {113, 16, 146}, {80, 128, 128}},
         {{.warmth = 1}, {210, 16, 186}, {144, 88, 168}},
+        {{.exposure = 0.5}, {113, 16, 146}, {80, 128, 128}},
+        {{.exposure = 1000}, {235, 16, 146}, {235, 128, 128}},
+        {{.gamma = 0.5}, {188, 16, 146}, {91, 128, 128}},
+        {{.is_covered = true}, {16, 128, 128}, {16, 128, 128}},
     };
     for (const auto& c : cases) {
         const Picture picture(bench, 0x8123ABCD, c.settings);
@@ -108,6 +112,68 @@ TEST(Picture, FollowsItsSettingsButForTheFrameNumber)
         for (uint32_t x = 0; x < kWidth; x += 4)
             ASSERT_EQ(zoomed.at(x, y), whole.at(80 + x / 2, 60 + y / 2)) << x << ' ' << y;
     }
+    const Picture aside(bench, 0, {.zoom = 2, .pan = -1, .tilt = 1});
+    for (uint32_t y = 8; y < kHeight; y += 8) {
+        for (uint32_t x = 0; x < kWidth; x += 4)
+            ASSERT_EQ(aside.at(x, y), whole.at(x / 2, y / 2)) << x << ' ' << y;
+    }
+}
+
+// Four stripes side by side, each of its own brightness, of a picture that is wider than the
+// canvas.
+TEST(Picture, ShowsTheMiddleOfASceneAsTheTestPattern)
+{
+    constexpr uint32_t kSeenWidth = 800, kSeenHeight = 480; // 80 on either side are cut off
+    Bytes seen(size_t{kSeenWidth} * kSeenHeight * 2);
+    for (uint32_t i = 0; i < seen.size() / 2; ++i) {
+        const uint32_t x = i % kSeenWidth;
+        seen[2 * i] = static_cast<uint8_t>(x < 80 || x >= 720 ? 20 : 40 + (x - 80) / 160 * 50);
+        seen[2 * i + 1] = x % 2 == 0 ? 16 : 146;
+    }
+    CameraModel model = *find_model("rowan-spi");
+    model.numbers_frames = false;
+    VirtualClock clock;
+    Controller chip(model, clock);
+    Bytes yuyv(kWidth * kHeight * 2);
+    const auto look = [&](const PictureSettings& settings, uint32_t width = kWidth) {
+        chip.picture(width, kHeight, 7, yuyv, settings, {kSeenWidth, kSeenHeight, seen});
+        std::string stripes;
+        for (const uint32_t x : {4U, 100U, 180U, 316U})
+            stripes += std::to_string(yuyv[(120 * kWidth + x) * 2]) + ' ';
+        return stripes;
+    };
+    EXPECT_EQ(look({}), "40 90 140 190 ");
+    EXPECT_EQ(yuyv[0], 40) << "no number";
+    EXPECT_EQ(look({.brightness = 0.1}), "50 100 150 200 ");
+    EXPECT_EQ(look({.zoom = 2}), "90 90 140 140 ");
+    EXPECT_EQ(look({.zoom = 2, .pan = 1}), "140 140 190 190 ");
+    EXPECT_EQ(look({.is_covered = true}), "16 16 16 16 ");
+    const struct {
+        PictureSettings settings;
+        int blue, red; ///< of (16, 146)
+    } colours[] = {
+        {{.saturation = -1}, 128, 128}, {{.hue = 1}, 240, 110}, {{.warmth = 1}, 16, 186}};
+    for (const auto& c : colours) {
+        look(c.settings);
+        EXPECT_NEAR(yuyv[1], c.blue, 1);
+        EXPECT_NEAR(yuyv[3], c.red, 1);
+    }
+    const auto turn = [&](Selector selector, uint8_t value) {
+        EXPECT_EQ(chip.xu_request(6, selector, kSetCur, {&value, 1}), 1);
+    };
+    EXPECT_TRUE(chip.leaves_scenes_alone());
+    turn(kMirror, 1);
+    EXPECT_FALSE(chip.leaves_scenes_alone());
+    EXPECT_EQ(look({}), "190 140 90 40 ");
+    // A size of its own passes as it is, a buffer too small stays.
+    turn(kMirror, 0);
+    Bytes same(seen.size());
+    chip.picture(kSeenWidth, kSeenHeight, 7, same, {}, {kSeenWidth, kSeenHeight, seen});
+    EXPECT_EQ(same, seen);
+    Bytes small(100);
+    chip.picture(kSeenWidth, kSeenHeight, 7, small, {}, {kSeenWidth, kSeenHeight, seen});
+    chip.picture(kWidth, kHeight, 7, yuyv, {}, {kSeenWidth, kSeenHeight + 1, seen});
+    EXPECT_EQ(small, Bytes(100));
 }
 
 TEST(Picture, FillsEverySizeAndLeavesABufferTooSmallAlone)

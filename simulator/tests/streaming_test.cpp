@@ -18,6 +18,7 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <jpeglib.h>
@@ -228,8 +229,83 @@ INSTANTIATE_TEST_SUITE_P(
                     Mode{"maple-mjpeg", 640, 480, 15, 0},
                     Mode{"maple-mjpeg", 320, 240, 60, 0, UVC_FRAME_FORMAT_MJPEG},
                     Mode{"maple-mjpeg", 1920, 1080, 15, 0, UVC_FRAME_FORMAT_MJPEG},
+                    Mode{"birch-webcam", 1920, 1080, 30, 0, UVC_FRAME_FORMAT_MJPEG},
+                    Mode{"birch-webcam", 640, 360, 5, 0}, Mode{"birch-webcam", 640, 480, 30, 0},
+                    Mode{"alder-studio", 1920, 1080, 60, 0, UVC_FRAME_FORMAT_MJPEG},
+                    Mode{"alder-studio", 1920, 1080, 10, 0},
                     Mode{"maple-iso", 640, 480, 30, 0, UVC_FRAME_FORMAT_MJPEG},
                     Mode{"maple-iso", 1920, 1080, 30, 0, UVC_FRAME_FORMAT_MJPEG}));
+
+std::shared_ptr<const sim::Film> film_of(sim::Film::Kind kind,
+                                         std::vector<std::vector<uint8_t>> frames)
+{
+    sim::Film film{.kind = kind, .width = 64, .height = 48, .bytes = {}, .starts = {}};
+    for (const auto& frame : frames) {
+        film.starts.push_back(film.bytes.size());
+        film.bytes.insert(film.bytes.end(), frame.begin(), frame.end());
+    }
+    return std::make_shared<sim::Film>(std::move(film));
+}
+
+/// The next frame as the camera sends it: one payload.
+std::vector<uint8_t> next_frame(sim::VideoStream& stream)
+{
+    (void)stream.take_frame();
+    std::vector<uint8_t> payload(1 << 20);
+    payload.resize(stream.read_transfer(payload));
+    payload.erase(payload.begin(), payload.begin() + sim::kPayloadHeaderBytes);
+    return payload;
+}
+
+TEST_F(Streaming, FilmsLoop)
+{
+    sim::CameraModel model = *sim::find_model("rowan-spi");
+    const std::vector<uint8_t> grey(64 * 48 * 2, 128);
+    const std::vector<uint8_t> dark(64 * 48 * 2, 60);
+    const std::vector<uint8_t> jpeg = sim::encode_jpeg(64, 48, grey, sim::Levels::kFull);
+    const std::vector<uint8_t> broken(jpeg.begin(), jpeg.begin() + 300);
+    model.scene = film_of(sim::Film::Kind::kJpeg, {jpeg, broken});
+    model.numbers_frames = false;
+    const auto encoder = film_of(sim::Film::Kind::kH264, {{1, 2, 3}, {4, 5}});
+    const sim::FrameSize size{64, 48, {333333}};
+    sim::UsbCamera camera(model, clock_, "S1");
+    sim::VideoStream& stream = camera.stream();
+    const auto start = [&](sim::PixelFormat pixels,
+                           std::shared_ptr<const sim::Film> film = nullptr) {
+        stream.commit({pixels, size, 333333, 1 << 20, std::move(film)});
+        stream.start();
+    };
+    start(sim::PixelFormat::kMjpeg);
+    EXPECT_EQ(next_frame(stream), jpeg) << "as it is";
+    EXPECT_EQ(next_frame(stream), broken) << "likewise";
+    EXPECT_EQ(next_frame(stream), jpeg);
+    stream.set_picture({.brightness = -0.5});
+    EXPECT_NE(next_frame(stream), broken) << "which is decoded";
+    EXPECT_NEAR(sim::decode_jpeg(next_frame(stream)).value().yuyv[0], 78, 2);
+    stream.set_picture({});
+
+    start(sim::PixelFormat::kYuyv);
+    for (int frame = 0; frame < 2; ++frame)
+        EXPECT_NEAR(next_frame(stream)[0], 128, 2)
+            << "of the whole picture, then of the one before";
+
+    for (int round = 0; round < 2; ++round) {
+        start(sim::PixelFormat::kH264, encoder);
+        EXPECT_EQ(next_frame(stream), (std::vector<uint8_t>{1, 2, 3}))
+            << "each stream begins with it";
+        EXPECT_EQ(next_frame(stream), (std::vector<uint8_t>{4, 5}));
+        stream.drop_frame();
+        EXPECT_EQ(next_frame(stream), (std::vector<uint8_t>{1, 2, 3}))
+            << "an encoder leaves none out";
+    }
+
+    model.scene = film_of(sim::Film::Kind::kYuyv, {grey, dark});
+    sim::UsbCamera raw(model, clock_, "S2");
+    raw.stream().commit({sim::PixelFormat::kYuyv, size, 333333, 1 << 20});
+    raw.stream().start();
+    for (const auto& frame : {grey, dark, grey})
+        EXPECT_EQ(next_frame(raw.stream()), frame);
+}
 
 TEST_F(Streaming, KeepsTimeAfterSettling)
 {

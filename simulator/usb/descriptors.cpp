@@ -37,15 +37,21 @@ constexpr uint8_t kYuyvFormat[] = {                                    // 16 bit
     0x10, 0x01, 0x00, 0x00, 0x00, 0x00,
 };
 constexpr uint8_t kMjpegFormat[] = {0x00, 0x01, 0x00, 0x00, 0x00, 0x00};
+constexpr uint8_t kH264Format[] = {                                    // frames of any length
+    0x48, 0x32, 0x36, 0x34, 0x00, 0x00, 0x10, 0x00, 0x80, 0x00, 0x00, 0xaa, 0x00, 0x38, 0x9b, 0x71,
+    0x10, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01,
+};
 constexpr uint8_t kColour[] = {0x06, 0x24, 0x0d, 0x01, 0x01, 0x04};
 constexpr uint8_t kBulkEndpoint[] = {0x07, 0x05, kVideoEndpoint, 0x02, 0x00, 0x02, 0x00};
-// 1024 bytes once or three times per microframe.
-constexpr uint8_t kIsoEndpoints[][7] = {
-    {0x07, 0x05, kVideoEndpoint, 0x05, 0x00, 0x04, 0x01},
-    {0x07, 0x05, kVideoEndpoint, 0x05, 0x00, 0x14, 0x01},
-};
 // clang-format on
-static_assert(std::size(kIsoEndpoints) == std::size(kIsoPacketBytes));
+
+struct FormatBytes {
+    uint8_t subtype; ///< that of its sizes is the next one
+    std::span<const uint8_t> details;
+};
+/// In the order of PixelFormat.
+constexpr FormatBytes kFormatBytes[] = {
+    {0x04, kYuyvFormat}, {0x06, kMjpegFormat}, {0x10, kH264Format}};
 
 void add(Bytes& bytes, std::span<const uint8_t> more)
 {
@@ -73,6 +79,7 @@ uint32_t bits_per_second(const FrameSize& size, uint32_t interval_100ns)
 
 void add_frame(Bytes& bytes, uint8_t subtype, uint8_t index, const FrameSize& size)
 {
+    const bool is_frame_based = subtype == 0x11;
     const auto& intervals = size.intervals_100ns;
     const auto count = static_cast<uint8_t>(intervals.size());
     add(bytes, Bytes{static_cast<uint8_t>(26 + 4 * count), 0x24, subtype, index, 0x00});
@@ -80,9 +87,12 @@ void add_frame(Bytes& bytes, uint8_t subtype, uint8_t index, const FrameSize& si
     add_u16(bytes, size.height);
     add_u32(bytes, bits_per_second(size, intervals.back()));
     add_u32(bytes, bits_per_second(size, intervals.front()));
-    add_u32(bytes, size.bytes());
+    if (!is_frame_based)
+        add_u32(bytes, size.bytes());
     add_u32(bytes, intervals.front()); // unless the host asks for another one
     bytes.push_back(count);
+    if (is_frame_based)
+        add_u32(bytes, 0); // bytes to a line: they vary
     for (const uint32_t interval : intervals)
         add_u32(bytes, interval);
 }
@@ -94,10 +104,7 @@ void add_video_interface(Bytes& bytes, uint8_t setting, bool has_endpoint)
 
 void add_format(Bytes& bytes, uint8_t index, const FrameFormat& format)
 {
-    const bool is_mjpeg = format.pixels == PixelFormat::kMjpeg;
-    const std::span<const uint8_t> details =
-        is_mjpeg ? std::span<const uint8_t>(kMjpegFormat) : kYuyvFormat;
-    const uint8_t subtype = is_mjpeg ? 0x06 : 0x04; // that of its sizes is the next one
+    const auto& [subtype, details] = kFormatBytes[static_cast<size_t>(format.pixels)];
     add(bytes, Bytes{static_cast<uint8_t>(5 + details.size()), 0x24, subtype, index,
                      static_cast<uint8_t>(format.sizes.size())});
     add(bytes, details);
@@ -122,6 +129,15 @@ void add_formats(Bytes& bytes, const CameraModel& model)
     add(bytes, formats);
 }
 
+// Packets of up to 1024 bytes, up to three of them per microframe.
+void add_iso_endpoint(Bytes& bytes, uint32_t packet_bytes)
+{
+    const uint32_t packets = (packet_bytes + kMostPacketBytes - 1) / kMostPacketBytes;
+    add(bytes, Bytes{0x07, 0x05, kVideoEndpoint, 0x05});
+    add_u16(bytes, static_cast<uint16_t>(packet_bytes / packets | (packets - 1) << 11));
+    bytes.push_back(0x01);
+}
+
 void add_control_interface(Bytes& bytes, const CameraModel& model)
 {
     const size_t first = bytes.size();
@@ -140,7 +156,7 @@ void add_control_interface(Bytes& bytes, const CameraModel& model)
 std::vector<uint8_t> device_descriptor(const CameraModel& model)
 {
     Bytes bytes{0x12, 0x01, 0x00, 0x02, 0xef, 0x02, 0x01, 0x40};
-    add_u16(bytes, kVendorId);
+    add_u16(bytes, model.usb_vendor_id);
     add_u16(bytes, model.usb_product_id);
     add(bytes, Bytes{0x00, 0x01, 0x01, 0x02, 0x03, 0x01});
     return bytes;
@@ -165,9 +181,9 @@ std::vector<uint8_t> configuration_descriptor(const CameraModel& model)
     add_video_interface(bytes, 0, !model.streams_isochronously);
     add_formats(bytes, model);
     if (model.streams_isochronously) {
-        for (uint8_t setting = 1; const auto& endpoint : kIsoEndpoints) {
+        for (uint8_t setting = 1; const uint32_t packet_bytes : model.iso_packet_bytes) {
             add_video_interface(bytes, setting++, true);
-            add(bytes, endpoint);
+            add_iso_endpoint(bytes, packet_bytes);
         }
     } else {
         add(bytes, kBulkEndpoint);

@@ -127,8 +127,9 @@ bool UsbCamera::configure(unsigned number)
 
 bool UsbCamera::has_setting(unsigned number, unsigned setting)
 {
-    const bool has_several = number == kVideoInterface && controller_.model.streams_isochronously;
-    return number < kInterfaceCount && setting <= (has_several ? std::size(kIsoPacketBytes) : 0);
+    const CameraModel& model = controller_.model;
+    const bool has_several = number == kVideoInterface && model.streams_isochronously;
+    return number < kInterfaceCount && setting <= (has_several ? model.iso_packet_bytes.size() : 0);
 }
 
 // An isochronous camera streams while its interface has a setting with an endpoint; a bulk camera
@@ -143,7 +144,7 @@ bool UsbCamera::set_interface(unsigned number, unsigned setting)
     if (setting == 0) {
         stream_.stop();
     } else {
-        stream_.start(kIsoPacketBytes[setting - 1]);
+        stream_.start(controller_.model.iso_packet_bytes[setting - 1]);
     }
     return true;
 }
@@ -336,7 +337,8 @@ int UsbCamera::get_descriptor(const Setup& setup, std::span<uint8_t> data) const
                 case 0:
                     return put_answer(language_descriptor(), data);
                 case 1:
-                    return put_answer(string_descriptor(kManufacturer), data);
+                    return put_answer(string_descriptor(controller_.model.usb_manufacturer),
+                                      data);
                 case 2:
                     return put_answer(string_descriptor(product()), data);
                 case 3:

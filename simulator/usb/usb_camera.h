@@ -49,7 +49,7 @@ public:
     const std::string& serial() const { return serial_; }
     /// What its firmware says since it has started: that of the MFi image, if there is one.
     const std::string& usb_serial() const { return usb_serial_; }
-    std::string product() const { return std::string(controller_.model.name); }
+    const std::string& product() const { return controller_.model.usb_product; }
 
     /// One control transfer. `data` has wLength bytes: the host's, or the room for the answer.
     Outcome control(const Setup& setup, std::span<uint8_t> data);

@@ -4,6 +4,8 @@
 #include "usb/descriptors.h"
 
 #include <algorithm>
+#include <bit>
+#include <cmath>
 #include <iterator>
 
 namespace sim {
@@ -12,7 +14,7 @@ namespace {
 
 constexpr uint8_t kProbeSelector = 0x01;
 constexpr uint8_t kCommitSelector = 0x02;
-constexpr uint8_t kInfoReadWrite = 0x03;
+constexpr size_t kLongestRecord = 8;
 
 // Places in the record that host and camera negotiate a stream with.
 constexpr size_t kFormatIndex = 2;
@@ -39,6 +41,16 @@ int put_word(int32_t value, std::span<uint8_t> room)
 {
     const uint8_t bytes[] = {static_cast<uint8_t>(value), static_cast<uint8_t>(value >> 8)};
     return put_answer(bytes, room);
+}
+
+int64_t get_number(std::span<const uint8_t> bytes, bool has_sign)
+{
+    uint64_t number = 0;
+    for (size_t i = 0; i < bytes.size(); ++i)
+        number |= uint64_t{bytes[i]} << (8 * i);
+    const uint64_t sign = uint64_t{1} << (8 * bytes.size() - 1);
+    return has_sign ? static_cast<int64_t>(number ^ sign) - static_cast<int64_t>(sign)
+                    : static_cast<int64_t>(number);
 }
 
 // 0: the host leaves it to the camera.
@@ -83,7 +95,7 @@ std::optional<StreamFormat> VideoControls::format_in(const CameraModel& model,
     if (record[kFrameIndex] < 1 || record[kFrameIndex] > format.sizes.size())
         return std::nullopt;
     return StreamFormat{format.pixels, format.sizes[record[kFrameIndex] - 1U],
-                        get_u32(record, kInterval), get_u32(record, kMaxPayloadBytes)};
+                        get_u32(record, kInterval), get_u32(record, kMaxPayloadBytes), format.film};
 }
 
 std::optional<PictureControl> VideoControls::find(const Setup& setup)
@@ -101,13 +113,24 @@ std::optional<int32_t> VideoControls::value(PictureControl control) const
     return model_->controls[control] ? std::optional(values_[control]) : std::nullopt;
 }
 
-// -1 to 1: how far the host has turned a control from where it stands by itself.
+// -1 to 1: how far the host has turned a control from where it stands by itself. What an automatic
+// chooses is right.
 double VideoControls::deviation(PictureControl control) const
 {
     const ControlRange range = model_->controls[control].value_or(ControlRange{});
-    const int32_t moved = values_[control] - range.standard;
-    const int32_t room = moved > 0 ? range.most - range.standard : range.standard - range.least;
-    return moved == 0 ? 0 : static_cast<double>(moved) / room;
+    const double moved = static_cast<double>(values_[control]) - range.standard;
+    const double room =
+        std::abs((moved > 0 ? range.most : range.least) - static_cast<double>(range.standard));
+    return moved == 0 || is_held_back(control) ? 0 : moved / room;
+}
+
+// To where it stands by itself.
+double VideoControls::ratio(PictureControl control) const
+{
+    const ControlRange range = model_->controls[control].value_or(ControlRange{});
+    if (values_[control] == range.standard || is_held_back(control))
+        return 1;
+    return std::max(values_[control], 1) / static_cast<double>(std::max(range.standard, 1));
 }
 
 PictureSettings VideoControls::picture_settings() const
@@ -119,49 +142,119 @@ PictureSettings VideoControls::picture_settings() const
             .hue = deviation(kHue),
             .gain = deviation(kGain),
             .warmth = deviation(kWhiteBalance),
-            .zoom = std::max(values_[kZoom], 1) / static_cast<double>(std::max(zoom.least, 1))};
+            .zoom = std::max(values_[kZoom], 1) / static_cast<double>(std::max(zoom.least, 1)),
+            .exposure = ratio(kExposureTime),
+            .gamma = ratio(kGamma),
+            .pan = deviation(kPan),
+            .tilt = deviation(kTilt),
+            .is_covered = values_[kPrivacy] != 0};
 }
 
 bool VideoControls::is_held_back(PictureControl control) const
 {
-    return control == kWhiteBalance && values_[kWhiteBalanceAuto] != 0;
+    switch (control) {
+        case kWhiteBalance:
+            return values_[kWhiteBalanceAuto] != 0;
+        case kHue:
+            return values_[kHueAuto] != 0;
+        case kFocus:
+            return values_[kFocusAuto] != 0;
+        case kExposureTime:
+            return (values_[kExposureMode] & (kAutomatic | kAperturePriority)) != 0;
+        case kIris:
+            return (values_[kExposureMode] & (kAutomatic | kShutterPriority)) != 0;
+        default:
+            return false;
+    }
+}
+
+std::vector<PictureControl> VideoControls::parts_of(const Setup& setup) const
+{
+    std::vector<PictureControl> parts;
+    for (size_t control = 0; control < kPictureControls; ++control) {
+        const ControlPlace& place = kControlPlaces[control];
+        if (place.unit == setup.unit() && place.selector == setup.selector() &&
+            model_->controls[control])
+            parts.push_back(static_cast<PictureControl>(control));
+    }
+    return setup.interface() == kControlInterface ? parts : std::vector<PictureControl>();
 }
 
 int VideoControls::picture_control(const Setup& setup, std::span<uint8_t> data)
 {
-    const std::optional<PictureControl> control = find(setup);
-    if (!control || !model_->controls[*control])
+    const std::vector<PictureControl> parts = parts_of(setup);
+    if (parts.empty())
         return kControlStall;
-    const ControlRange& range = *model_->controls[*control];
     switch (setup.request) {
-        case kSetCur: {
-            if (data.size() != kControlPlaces[*control].bytes || is_held_back(*control))
-                return kControlStall;
-            const auto word = static_cast<uint16_t>(data[0] | (data.size() > 1 ? data[1] << 8 : 0));
-            const int32_t wanted = range.least < 0 ? static_cast<int16_t>(word) : word;
-            // As the class demands. A host that reads the range first never meets it.
-            if (wanted < range.least || wanted > range.most)
-                return kControlStall;
-            values_[*control] = wanted - (wanted - range.least) % range.step;
-            return static_cast<int>(data.size());
-        }
-        case kGetCur:
-            return put_word(values_[*control], data);
-        case kGetMin:
-            return put_word(range.least, data);
-        case kGetMax:
-            return put_word(range.most, data);
-        case kGetRes:
-            return put_word(range.step, data);
-        case kGetDef:
-            return put_word(range.standard, data);
+        case kSetCur:
+            return set_controls(parts, data);
         case kGetLen:
-            return put_word(kControlPlaces[*control].bytes, data);
-        case kGetInfo:
-            return put_answer(std::array{kInfoReadWrite}, data);
+            return put_word(kControlPlaces[parts.front()].record_bytes, data);
+        case kGetInfo: {
+            const bool is_disabled = std::ranges::any_of(
+                parts, [this](PictureControl part) { return is_held_back(part); });
+            const uint8_t info = kInfoGetAndSet | (is_disabled ? kInfoDisabled : 0);
+            return put_answer(std::array{info}, data);
+        }
         default:
-            return kControlStall;
+            return tell_controls(parts, setup.request, data);
     }
+}
+
+// As the class demands: a value beyond the range is refused. A host that reads the range first
+// never meets that.
+int VideoControls::set_controls(std::span<const PictureControl> parts,
+                                std::span<const uint8_t> data)
+{
+    if (data.size() != kControlPlaces[parts.front()].record_bytes)
+        return kControlStall;
+    std::array<int32_t, kPictureControls> wanted = values_;
+    for (const PictureControl part : parts) {
+        const ControlPlace& place = kControlPlaces[part];
+        const ControlRange& range = *model_->controls[part];
+        const int64_t value = get_number(data.subspan(place.offset, place.bytes), range.least < 0);
+        if (value < range.least || value > range.most || is_held_back(part) ||
+            (part == kExposureMode &&
+             (!std::has_single_bit(static_cast<uint8_t>(value)) || (value & range.step) == 0)))
+            return kControlStall;
+        const int64_t beyond_step = part == kExposureMode ? 0 : (value - range.least) % range.step;
+        wanted[part] = static_cast<int32_t>(value - beyond_step);
+    }
+    values_ = wanted;
+    return static_cast<int>(data.size());
+}
+
+int VideoControls::tell_controls(std::span<const PictureControl> parts, uint8_t request,
+                                 std::span<uint8_t> room) const
+{
+    std::array<uint8_t, kLongestRecord> record{};
+    for (const PictureControl part : parts) {
+        const ControlPlace& place = kControlPlaces[part];
+        const ControlRange& range = *model_->controls[part];
+        int32_t value = 0;
+        switch (request) {
+            case kGetCur:
+                value = values_[part];
+                break;
+            case kGetDef:
+                value = range.standard;
+                break;
+            case kGetRes:
+                value = range.step;
+                break;
+            case kGetMin:
+            case kGetMax: // a choice of bits has neither
+                if (part == kExposureMode)
+                    return kControlStall;
+                value = request == kGetMin ? range.least : range.most;
+                break;
+            default:
+                return kControlStall;
+        }
+        for (size_t i = 0; i < place.bytes; ++i)
+            record.at(place.offset + i) = static_cast<uint8_t>(value >> (8 * i));
+    }
+    return put_answer(std::span(record).first(kControlPlaces[parts.front()].record_bytes), room);
 }
 
 // The host may want smaller bulk payloads than the camera's. The isochronous payload is the
@@ -176,15 +269,13 @@ uint32_t VideoControls::payload_bytes(uint32_t wanted, const StreamFormat& forma
         return wanted < kBulkPacketBytes || wanted > largest ? largest : wanted;
     }
     constexpr uint32_t kMicroframe100ns = 1250;
-    constexpr uint32_t kLeastCompression = 8;
-    const uint32_t needed =
-        format.pixels == PixelFormat::kMjpeg ? frame_bytes / kLeastCompression : frame_bytes;
+    const uint32_t needed = bytes_on_the_bus(format.pixels, format.size);
     const uint32_t packets = format.interval_100ns / kMicroframe100ns;
-    for (const uint32_t packet_bytes : kIsoPacketBytes) {
+    for (const uint32_t packet_bytes : model_->iso_packet_bytes) {
         if (uint64_t{packets} * (packet_bytes - kPayloadHeaderBytes) >= needed)
             return packet_bytes;
     }
-    return *std::rbegin(kIsoPacketBytes);
+    return model_->iso_packet_bytes.back();
 }
 
 VideoControls::Probe VideoControls::negotiate(std::span<const uint8_t> wanted) const
@@ -238,7 +329,7 @@ int VideoControls::video_interface(const Setup& setup, std::span<uint8_t> data)
         case kGetLen:
             return put_word(kProbeBytes, data);
         case kGetInfo:
-            return put_answer(std::array{kInfoReadWrite}, data);
+            return put_answer(std::array{kInfoGetAndSet}, data);
         default:
             return kControlStall;
     }

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <vector>
 
 namespace sim {
 
@@ -45,6 +46,12 @@ private:
     Probe with_interval(uint32_t interval_100ns) const;
     uint32_t payload_bytes(uint32_t wanted, const StreamFormat& format) const;
     double deviation(PictureControl control) const;
+    double ratio(PictureControl control) const;
+    /// Those of a record that the camera has.
+    std::vector<PictureControl> parts_of(const Setup& setup) const;
+    int set_controls(std::span<const PictureControl> parts, std::span<const uint8_t> data);
+    int tell_controls(std::span<const PictureControl> parts, uint8_t request,
+                      std::span<uint8_t> room) const;
     /// An automatic is at work, and the host cannot set it.
     bool is_held_back(PictureControl control) const;
 

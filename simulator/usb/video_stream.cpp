@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "usb/video_stream.h"
 
-#include "usb/jpeg.h"
-
 #include <algorithm>
 #include <utility>
 
@@ -62,6 +60,7 @@ void VideoStream::start(uint32_t packet_bytes)
         return;
     packet_bytes_ = packet_bytes;
     due_ = std::max(earliest_, steady_clock::now());
+    film_frame_ = 0;
     state_.streaming = true;
     changed_();
 }
@@ -132,23 +131,59 @@ FrameFault::Kind VideoStream::take_frame()
     const FrameFault fault = fault_ && !halted_ ? fault_(ordinal_++) : FrameFault::none();
     halted_ = halted_ || fault.kind == FrameFault::Kind::kHalted;
     const uint32_t number = frame_number_++;
-    if (!halted_)
-        draw(number, fault);
+    if (!halted_) {
+        draw(number);
+        send(fault);
+    }
     // After drawing, which takes time: a machine too slow for the rate gets fewer frames, and the
     // host its turn in between.
     schedule_next();
     return halted_ ? FrameFault::Kind::kHalted : fault.kind;
 }
 
-void VideoStream::draw(uint32_t number, const FrameFault& fault)
+// A frame that cannot be decoded shows the one before it.
+View VideoStream::look_at_scene(uint32_t number)
 {
+    const std::shared_ptr<const Film>& film = sensor_.model.scene;
+    if (!film)
+        return {};
+    if (film->kind == Film::Kind::kYuyv)
+        return {film->width, film->height, film->frame(number)};
+    if (std::exchange(scene_place_, film->place_of(number)) != film->place_of(number)) {
+        if (auto picture = decode_jpeg(film->frame(number)))
+            scene_ = std::move(*picture);
+    }
+    return {scene_.width, scene_.height, scene_.yuyv};
+}
+
+void VideoStream::draw(uint32_t number)
+{
+    if (format_->film) {
+        const auto frame = format_->film->frame(film_frame_++);
+        picture_.assign(frame.begin(), frame.end());
+        return;
+    }
     const FrameSize& size = format_->size;
     const bool is_mjpeg = format_->pixels == PixelFormat::kMjpeg;
+    const Film* film = sensor_.model.scene.get();
+    if (is_mjpeg && film != nullptr && film->kind == Film::Kind::kJpeg &&
+        film->width == size.width && film->height == size.height &&
+        settings_ == PictureSettings{} && sensor_.leaves_scenes_alone()) {
+        const auto frame = film->frame(number);
+        picture_.assign(frame.begin(), frame.end());
+        return;
+    }
     std::vector<uint8_t>& yuyv = is_mjpeg ? yuyv_ : picture_;
     yuyv.resize(size.bytes());
-    sensor_.picture(size.width, size.height, number, yuyv, settings_);
-    if (is_mjpeg)
-        picture_ = encode_jpeg(size.width, size.height, yuyv);
+    sensor_.picture(size.width, size.height, number, yuyv, settings_, look_at_scene(number));
+    if (is_mjpeg) {
+        picture_ = encode_jpeg(size.width, size.height, yuyv,
+                               film != nullptr ? Levels::kFull : Levels::kKept);
+    }
+}
+
+void VideoStream::send(const FrameFault& fault)
+{
     if (fault.kind == FrameFault::Kind::kTruncated)
         picture_.resize(std::clamp<size_t>(fault.bytes, 1, picture_.size()));
     picture_at_ = 0;

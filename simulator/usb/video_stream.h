@@ -3,12 +3,14 @@
 
 #include "chip/controller.h"
 #include "usb/descriptors.h"
+#include "usb/jpeg.h"
 
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <span>
 #include <utility>
@@ -21,7 +23,8 @@ struct StreamFormat {
     PixelFormat pixels;
     FrameSize size;
     uint32_t interval_100ns;
-    uint32_t payload_bytes; ///< the largest one, with its header
+    uint32_t payload_bytes;                     ///< the largest one, with its header
+    std::shared_ptr<const Film> film = nullptr; ///< what is sent, as H.264
 };
 
 enum class Pacing {
@@ -113,7 +116,9 @@ private:
 
     size_t picture_left() const { return picture_.size() - picture_at_; }
     size_t payload_left() const { return payload_bytes_ - payload_at_; }
-    void draw(uint32_t number, const FrameFault& fault);
+    void draw(uint32_t number);
+    View look_at_scene(uint32_t number);
+    void send(const FrameFault& fault);
     void open_payload(size_t most);
     size_t read_payload(std::span<uint8_t> room);
     void finish_payload();
@@ -132,10 +137,13 @@ private:
     Time earliest_; ///< of the first frame
     Time due_;
     uint32_t frame_number_ = 0;
+    uint32_t film_frame_ = 0; ///< a film begins with the stream
     bool halted_ = false;
 
     PictureSettings settings_;
-    std::vector<uint8_t> yuyv_;    ///< of the last picture, where it travels as MJPEG
+    std::vector<uint8_t> yuyv_; ///< of the last picture, where it travels as MJPEG
+    YuyvPicture scene_;         ///< of a film of JPEGs, the latest that was whole
+    std::optional<size_t> scene_place_;
     std::vector<uint8_t> picture_; ///< as it travels
     size_t picture_at_ = 0;
     Header header_{};

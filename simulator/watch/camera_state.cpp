@@ -108,8 +108,9 @@ Json stream_state(const StreamState& state, const std::optional<StreamFormat>& f
     if (format) {
         stream["width"] = format->size.width;
         stream["height"] = format->size.height;
-        stream["format"] = format->pixels == PixelFormat::kMjpeg ? "MJPEG" : "YUYV";
+        stream["format"] = name_of(format->pixels);
         stream["interval_100ns"] = format->interval_100ns;
+        stream["payload_bytes"] = format->payload_bytes;
     }
     stream["frames_sent"] = state.frames_sent;
     stream["frames_dropped"] = state.frames_dropped;

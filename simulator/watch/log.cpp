@@ -168,8 +168,8 @@ void CameraLog::video_changed(const VideoStream& stream)
             constexpr double kUnitsPerSecond = 1e7;
             tell(text::format(
                 "video begins: %s %ux%u, %.4g frames per second, payloads of %u bytes",
-                format.pixels == PixelFormat::kMjpeg ? "MJPEG" : "YUYV", format.size.width,
-                format.size.height, kUnitsPerSecond / format.interval_100ns, format.payload_bytes));
+                std::string(name_of(format.pixels)).c_str(), format.size.width, format.size.height,
+                kUnitsPerSecond / format.interval_100ns, format.payload_bytes));
         } else {
             tell_frames(stream, "video ends after");
         }
