@@ -138,6 +138,16 @@ TEST(VideoOutput, ATerminalSeesHowItGoesAndAPipeTheEndOnly)
     EXPECT_EQ(std::ranges::count(plain.out, '\n'), 4) << plain.out;
 }
 
+TEST(VideoOptions, WithoutASizeACameraStreamsTheUsualOneOrItsFirst)
+{
+    const Bench bench;
+    for (const auto& [model, size] : {std::pair("birch-webcam", "width: 640\nheight: 480\n"),
+                                      std::pair("alder-studio", "width: 1280\nheight: 720\n")}) {
+        const Outcome outcome = bench.nyxus({model}, {"snapshot", bench.path("a.png")});
+        EXPECT_TRUE(outcome.out.ends_with(size)) << model << outcome.out << outcome.err;
+    }
+}
+
 TEST(VideoOptions, WhatTheConnectedCamerasHaveIsOffered)
 {
     const struct {

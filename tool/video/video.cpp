@@ -72,11 +72,12 @@ void add_video_options(Command& command, VideoOptions& options)
                                          return lower_case(named_format(format));
                                      });
         });
-    command.text("--size", &options.size, "Size of the picture")
+    command
+        .text("--size", &options.size,
+              "Size of the picture (without it: 640x480 where the camera has it)")
         .shown_as("WxH")
         .refused(refuse)
-        .offering([] { return distinct(formats_on_the_bus(), size_text); })
-        .showing_default();
+        .offering([] { return distinct(formats_on_the_bus(), size_text); });
     add_number(command, "--fps", &options.frames_per_s, 1, kMostFramesPer_s,
                "Frames per second (without it: the first rate that the camera offers)")
         .offering([] {
@@ -125,10 +126,21 @@ nyxus::VideoFormat video_format(Session& session, const VideoOptions& options,
     }
     if (found == formats.end())
         found = find("YUYV");
+    if (found == formats.end())
+        found = formats.begin();
     nyxus::VideoFormat format;
-    format.fourcc = (found == formats.end() ? formats.begin() : found)->fourcc;
+    format.fourcc = found->fourcc;
     format.fps = options.frames_per_s;
-    parse_size(options.size, format.width, format.height);
+    const bool has_usual = std::ranges::any_of(formats, [&format](const NyStreamFormat& one) {
+        return one.fourcc == format.fourcc && one.width == format.width &&
+               one.height == format.height;
+    });
+    if (!options.size.empty()) {
+        parse_size(options.size, format.width, format.height);
+    } else if (!has_usual) {
+        format.width = found->width;
+        format.height = found->height;
+    }
     return format;
 }
 

@@ -12,7 +12,7 @@ namespace tool {
 /// Format, size and rate of a stream on the command line.
 struct VideoOptions {
     std::string format; ///< "": YUYV where the camera has it, else its first one
-    std::string size = "640x480";
+    std::string size;   ///< "": 640x480 where the camera has it in that format, else its first one
     uint32_t frames_per_s = 0; ///< 0: the first that the camera offers for the size
 };
 
