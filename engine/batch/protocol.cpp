@@ -13,15 +13,15 @@ using json::Json;
 namespace {
 
 // In the order of their values.
-constexpr const char* kKinds[] = {
+constexpr const char* kEventKinds[] = {
     "begins", "advances", "ends",   "abandoned", "outlook", "stop-postponed", "read-again",
     "kept",   "not-kept", "backup", "lost",      "retries", "installs",       "chosen"};
-static_assert(std::size(kKinds) == static_cast<size_t>(Event::Kind::kChosen) + 1);
+static_assert(std::size(kEventKinds) == static_cast<size_t>(Event::Kind::kChosen) + 1);
 
 const char* to_text(Event::Kind kind)
 {
     // cppcheck-suppress arrayIndexOutOfBounds ; it takes this for to_text(Reason)
-    return kKinds[static_cast<size_t>(kind)];
+    return kEventKinds[static_cast<size_t>(kind)];
 }
 
 /// The value with this text, of all up to the last one.

@@ -2,20 +2,23 @@
 // The helper program of a batch: upgrades one camera. Its standard input is a socket, which brings
 // the order and takes events and the report; descriptor 3 holds the images; its argument is the
 // folder of the backups.
-#include <nyxus/trace.h>
-#include <unistd.h>
-#include <csignal>
-#include <nyxus/engine.hpp>
-#include <thread>
+#include "worker.h"
 
 #include "files/write_all.h"
 #include "lines.h"
 #include "protocol.h"
 #include "report/clock.h"
 
-namespace {
+#include <nyxus/trace.h>
+#include <unistd.h>
+#include <nyxus/engine.hpp>
 
-using namespace nyxus::engine;
+#include <csignal>
+#include <thread>
+
+namespace nyxus::engine {
+
+namespace {
 
 constexpr int kTalkFd = 0;
 constexpr int kImagesFd = 3;
@@ -158,7 +161,7 @@ void stop_on_signals(const std::stop_source& stop)
 
 } // namespace
 
-int main(int argc, char** argv)
+int worker_main(int argc, char** argv)
 {
     std::signal(SIGPIPE, SIG_IGN);
     std::stop_source stop;
@@ -185,3 +188,5 @@ int main(int argc, char** argv)
     (void)files::write_all(kTalkFd, to_line(report));
     return 0;
 }
+
+} // namespace nyxus::engine
