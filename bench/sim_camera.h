@@ -36,7 +36,7 @@ private:
 
     sim::VirtualClock clock_;
     sim::InstalledVirtualClock installed_{clock_};
-    sim::Bed bed_{clock_};
+    sim::TestBed bed_{clock_};
     sim::PluggedCamera* sim_;
     libusb_context* context_ = nullptr;
     libusb_device* usb_device_ = nullptr;

@@ -35,7 +35,7 @@ public:
 
 private:
     sim::VirtualClock clock_;
-    sim::Bed bed_{clock_};
+    sim::TestBed bed_{clock_};
     std::vector<sim::PluggedCamera*> cameras_ = {
         &bed_.plug(*sim::find_model("rowan-spi"), {.serial = "A1"}),
         &bed_.plug(*sim::find_model("fi2-board"), {.serial = "B2"})};

@@ -114,7 +114,7 @@ struct Outcome {
 /// Unplugs the camera on a thread of its own.
 class Cutter {
 public:
-    Cutter(sim::Bed& bed, sim::PluggedCamera& camera, const Run& run)
+    Cutter(sim::TestBed& bed, sim::PluggedCamera& camera, const Run& run)
         : run_(run), thread_([this, &bed, &camera] {
               reached_.wait(false);
               const auto due = Clock::now() + microseconds(run_.delay_us);
@@ -244,7 +244,7 @@ float milliseconds_of(Step step)
 Outcome play(const Run& run)
 {
     SimulatedTime time(false);
-    sim::Bed bed(time.clock());
+    sim::TestBed bed(time.clock());
     bed.set_usbfs_memory(run.limit_MiB);
     sim::PluggedCamera& plugged = bed.plug(*sim::find_model(run.model), {.serial = {}, .rom = {}});
     plugged.set_pacing(run.pacing);

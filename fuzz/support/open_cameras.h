@@ -27,7 +27,7 @@ public:
 private:
     sim::VirtualClock clock_;
     sim::InstalledVirtualClock installed_{clock_};
-    sim::Bed bed_{clock_};
+    sim::TestBed bed_{clock_};
     std::vector<sim::PluggedCamera*> cameras_;
     std::vector<libusb_device*> devices_;
 };

@@ -23,7 +23,7 @@ namespace {
 constexpr uint64_t kRestartDelay_us = 3'000;
 constexpr unsigned kHighestBus = 64;
 
-std::atomic<Bed*> active_bed{nullptr};
+std::atomic<TestBed*> active_bed{nullptr};
 
 } // namespace
 
@@ -63,7 +63,7 @@ bool PluggedCamera::is_plugged() const
     return is_plugged_;
 }
 
-struct Bed::State {
+struct TestBed::State {
     explicit State(Clock& bed_clock) : clock(bed_clock), alarms(bed_clock) {}
     ~State();
 
@@ -99,7 +99,7 @@ struct Bed::State {
     bool video_is_fast = false;
 };
 
-Bed::State::~State()
+TestBed::State::~State()
 {
     alarms.stop();
     for (const auto& camera : cameras) {
@@ -109,7 +109,7 @@ Bed::State::~State()
     unregister_hubs();
 }
 
-void Bed::State::add_root_hub(unsigned bus)
+void TestBed::State::add_root_hub(unsigned bus)
 {
     if (!last_address.try_emplace(bus, kHubAddress).second)
         return;
@@ -117,7 +117,7 @@ void Bed::State::add_root_hub(unsigned bus)
     tree.add({bus, 0, kHubAddress}, root_hub_entry(bus), kHubDescriptors);
 }
 
-unsigned Bed::State::next_address(unsigned bus)
+unsigned TestBed::State::next_address(unsigned bus)
 {
     unsigned& last = last_address[bus];
     do {
@@ -126,7 +126,7 @@ unsigned Bed::State::next_address(unsigned bus)
     return last;
 }
 
-Place Bed::State::free_place(unsigned first_bus)
+Place TestBed::State::free_place(unsigned first_bus)
 {
     for (unsigned bus = first_bus; bus <= kHighestBus; ++bus) {
         for (unsigned port = 1; port <= kPortsPerBus; ++port) {
@@ -142,7 +142,7 @@ Place Bed::State::free_place(unsigned first_bus)
     throw std::invalid_argument("no free port on the simulated buses");
 }
 
-void Bed::State::attach(PluggedCamera& camera)
+void TestBed::State::attach(PluggedCamera& camera)
 {
     const Place place = camera.place_;
     camera.node_ = std::make_shared<UsbfsNode>(
@@ -168,7 +168,7 @@ void Bed::State::attach(PluggedCamera& camera)
     tree.add(place, camera_entry(*camera.camera_, place), node_contents(*camera.camera_));
 }
 
-void Bed::State::detach(PluggedCamera& camera, Departure reason)
+void TestBed::State::detach(PluggedCamera& camera, Departure reason)
 {
     if (!camera.node_)
         return;
@@ -179,7 +179,7 @@ void Bed::State::detach(PluggedCamera& camera, Departure reason)
     camera.camera_->observers().tell(&UsbObserver::left, reason);
 }
 
-void Bed::State::unlist(PluggedCamera& camera)
+void TestBed::State::unlist(PluggedCamera& camera)
 {
     if (!std::exchange(camera.listed_, false))
         return;
@@ -188,7 +188,7 @@ void Bed::State::unlist(PluggedCamera& camera)
     unregister_node(camera.place_.bus, camera.place_.address);
 }
 
-void Bed::State::take_away(PluggedCamera& camera, Announce announce)
+void TestBed::State::take_away(PluggedCamera& camera, Announce announce)
 {
     const bool is_told = announce == Announce::kYes;
     detach(camera, is_told ? Departure::kUnplugged : Departure::kUnpluggedSilently);
@@ -197,7 +197,7 @@ void Bed::State::take_away(PluggedCamera& camera, Announce announce)
 }
 
 // A camera that went unannounced holds its port: sysfs still shows it there.
-bool Bed::State::is_taken(const PluggedCamera& newcomer, unsigned port) const
+bool TestBed::State::is_taken(const PluggedCamera& newcomer, unsigned port) const
 {
     return std::ranges::any_of(cameras, [&](const auto& other) {
         return other.get() != &newcomer && other->listed_ &&
@@ -205,7 +205,7 @@ bool Bed::State::is_taken(const PluggedCamera& newcomer, unsigned port) const
     });
 }
 
-void Bed::State::come_back(PluggedCamera& camera, Departure reason, unsigned port)
+void TestBed::State::come_back(PluggedCamera& camera, Departure reason, unsigned port)
 {
     detach(camera, reason);
     unlist(camera);
@@ -227,14 +227,14 @@ void Bed::State::come_back(PluggedCamera& camera, Departure reason, unsigned por
 }
 
 // Called under the camera's mutex, by whichever thread made the transfer.
-void Bed::State::request(PluggedCamera& camera, unsigned address, BusEvent event)
+void TestBed::State::request(PluggedCamera& camera, unsigned address, BusEvent event)
 {
     alarms.set(event == BusEvent::kRestart ? kRestartDelay_us : 0, Alarms::Passes::kAtOnce,
                [this, &camera, address, event](uint64_t) { perform(camera, address, event); });
 }
 
 // `address`: that the camera had when it was asked for.
-void Bed::State::perform(PluggedCamera& camera, unsigned address, BusEvent event)
+void TestBed::State::perform(PluggedCamera& camera, unsigned address, BusEvent event)
 {
     const std::lock_guard lock(mutex);
     if (event == BusEvent::kReplug) {
@@ -252,7 +252,7 @@ void Bed::State::perform(PluggedCamera& camera, unsigned address, BusEvent event
     }
 }
 
-void Bed::State::clear_faults(PluggedCamera& camera)
+void TestBed::State::clear_faults(PluggedCamera& camera)
 {
     UsbCamera& usb = *camera.camera_;
     const std::lock_guard lock(usb.mutex());
@@ -264,7 +264,7 @@ void Bed::State::clear_faults(PluggedCamera& camera)
 }
 
 // Under the camera's mutex.
-std::shared_ptr<FaultEngine> Bed::State::engine_of(PluggedCamera& camera, unsigned position)
+std::shared_ptr<FaultEngine> TestBed::State::engine_of(PluggedCamera& camera, unsigned position)
 {
     if (camera.faults_)
         return camera.faults_;
@@ -287,7 +287,7 @@ std::shared_ptr<FaultEngine> Bed::State::engine_of(PluggedCamera& camera, unsign
     return camera.faults_ = engine;
 }
 
-void Bed::State::add_faults(PluggedCamera& camera, unsigned position, const FaultPlan& more)
+void TestBed::State::add_faults(PluggedCamera& camera, unsigned position, const FaultPlan& more)
 {
     const std::lock_guard lock(camera.camera_->mutex());
     const std::shared_ptr<FaultEngine> engine = engine_of(camera, position);
@@ -299,7 +299,8 @@ void Bed::State::add_faults(PluggedCamera& camera, unsigned position, const Faul
     }
 }
 
-void Bed::State::strike_by_clock(PluggedCamera& camera, const std::weak_ptr<FaultEngine>& planned)
+void TestBed::State::strike_by_clock(PluggedCamera& camera,
+                                     const std::weak_ptr<FaultEngine>& planned)
 {
     const std::lock_guard lock(mutex);
     Fault fault;
@@ -318,7 +319,7 @@ void Bed::State::strike_by_clock(PluggedCamera& camera, const std::weak_ptr<Faul
 
 // Called under the camera's mutex. The transfer that was hit has told of the unplug before the
 // mutex is free again.
-void Bed::State::replug_after(PluggedCamera& camera, uint64_t delay_us)
+void TestBed::State::replug_after(PluggedCamera& camera, uint64_t delay_us)
 {
     alarms.set(delay_us, Alarms::Passes::kWhileWaiting, [this, &camera](uint64_t) {
         const std::lock_guard lock(camera.camera_->mutex());
@@ -326,18 +327,18 @@ void Bed::State::replug_after(PluggedCamera& camera, uint64_t delay_us)
     });
 }
 
-Bed::Bed(Clock& clock) : state_(std::make_unique<State>(clock))
+TestBed::TestBed(Clock& clock) : state_(std::make_unique<State>(clock))
 {
     active_bed = this;
     set_usbfs_memory(0);
 }
 
-Bed::~Bed()
+TestBed::~TestBed()
 {
     active_bed = nullptr;
 }
 
-PluggedCamera& Bed::plug(const CameraModel& model, PlugOptions options)
+PluggedCamera& TestBed::plug(const CameraModel& model, PlugOptions options)
 {
     if (options.bus < 1 || options.bus > kHighestBus)
         throw std::invalid_argument("bus must be 1 to 64");
@@ -356,13 +357,13 @@ PluggedCamera& Bed::plug(const CameraModel& model, PlugOptions options)
     return plugged;
 }
 
-void Bed::unplug(PluggedCamera& camera, Announce announce)
+void TestBed::unplug(PluggedCamera& camera, Announce announce)
 {
     const std::lock_guard lock(state_->mutex);
     state_->take_away(camera, announce);
 }
 
-void Bed::power_cut(PluggedCamera& camera, Announce announce)
+void TestBed::power_cut(PluggedCamera& camera, Announce announce)
 {
     const std::lock_guard lock(state_->mutex);
     {
@@ -374,7 +375,7 @@ void Bed::power_cut(PluggedCamera& camera, Announce announce)
     state_->take_away(camera, announce);
 }
 
-void Bed::retire(PluggedCamera& camera)
+void TestBed::retire(PluggedCamera& camera)
 {
     const std::lock_guard lock(state_->mutex);
     state_->detach(camera, Departure::kUnplugged);
@@ -384,7 +385,7 @@ void Bed::retire(PluggedCamera& camera)
     camera.place_.port = 0;
 }
 
-void Bed::set_faults(const FaultPlan& plan)
+void TestBed::set_faults(const FaultPlan& plan)
 {
     {
         const std::lock_guard lock(state_->mutex);
@@ -395,7 +396,7 @@ void Bed::set_faults(const FaultPlan& plan)
     add_faults(plan);
 }
 
-void Bed::add_faults(const FaultPlan& plan)
+void TestBed::add_faults(const FaultPlan& plan)
 {
     const std::lock_guard lock(state_->mutex);
     for (const PlannedFault& fault : plan) {
@@ -414,13 +415,13 @@ void Bed::add_faults(const FaultPlan& plan)
     state_->plan.insert(state_->plan.end(), plan.begin(), plan.end());
 }
 
-FaultPlan Bed::faults()
+FaultPlan TestBed::faults()
 {
     const std::lock_guard lock(state_->mutex);
     return state_->plan;
 }
 
-std::vector<uint64_t> Bed::fault_strikes()
+std::vector<uint64_t> TestBed::fault_strikes()
 {
     const std::lock_guard lock(state_->mutex);
     std::vector<uint64_t> sums;
@@ -433,7 +434,7 @@ std::vector<uint64_t> Bed::fault_strikes()
     return sums;
 }
 
-void Bed::replug(PluggedCamera& camera, std::optional<unsigned> port)
+void TestBed::replug(PluggedCamera& camera, std::optional<unsigned> port)
 {
     const std::lock_guard lock(state_->mutex);
     const unsigned wanted = port.value_or(camera.place_.port);
@@ -444,7 +445,7 @@ void Bed::replug(PluggedCamera& camera, std::optional<unsigned> port)
     state_->come_back(camera, Departure::kUnplugged, wanted);
 }
 
-void Bed::make_video_fast()
+void TestBed::make_video_fast()
 {
     const std::lock_guard lock(state_->mutex);
     state_->video_is_fast = true;
@@ -454,7 +455,7 @@ void Bed::make_video_fast()
     }
 }
 
-void Bed::sleep(uint64_t duration_us)
+void TestBed::sleep(uint64_t duration_us)
 {
     Clock& clock = state_->clock;
     const uint64_t end_us = clock.now_us() + duration_us;
@@ -482,12 +483,12 @@ void Bed::sleep(uint64_t duration_us)
     settle();
 }
 
-void Bed::settle()
+void TestBed::settle()
 {
     state_->alarms.settle();
 }
 
-void Bed::set_usbfs_memory(unsigned mebibytes)
+void TestBed::set_usbfs_memory(unsigned mebibytes)
 {
     constexpr uint64_t kMebibyte = 1u << 20;
     const std::lock_guard lock(state_->mutex);
@@ -495,14 +496,14 @@ void Bed::set_usbfs_memory(unsigned mebibytes)
     state_->tree.show_usbfs_memory(mebibytes);
 }
 
-const std::string& Bed::folder() const
+const std::string& TestBed::folder() const
 {
     return state_->tree.folder();
 }
 
-void Bed::settle_active()
+void TestBed::settle_active()
 {
-    if (Bed* bed = active_bed)
+    if (TestBed* bed = active_bed)
         bed->settle();
 }
 

@@ -70,7 +70,7 @@ public:
     void add_observer(UsbObserver& observer);
 
 private:
-    friend class Bed;
+    friend class TestBed;
     PluggedCamera(std::shared_ptr<UsbCamera> camera, const Place& place);
     Place place() const;
 
@@ -87,12 +87,12 @@ private:
 /// The machine that cameras are plugged into: sysfs, device nodes and hot-plug events, seen by
 /// this process and by those that run with its UMOCKDEV_DIR. One at a time per process; make it
 /// before starting threads. Thread-safe. Throws std::runtime_error when the folder cannot be made.
-class Bed {
+class TestBed {
 public:
-    explicit Bed(Clock& clock);
-    ~Bed();
-    Bed(const Bed&) = delete;
-    Bed& operator=(const Bed&) = delete;
+    explicit TestBed(Clock& clock);
+    ~TestBed();
+    TestBed(const TestBed&) = delete;
+    TestBed& operator=(const TestBed&) = delete;
 
     /// Where the bus is full, the next one takes the camera. Throws std::invalid_argument for an
     /// unusable bus or serial number, or when all are full.

@@ -27,7 +27,7 @@ files::Descriptor listen_in(const std::string& folder)
 
 } // namespace
 
-Server::Server(Bed& bed, bool is_fast)
+Server::Server(TestBed& bed, bool is_fast)
     : bed_(bed),
       is_fast_(is_fast),
       clients_(listen_in(bed.folder()), [this](int socket) { talk(socket); })

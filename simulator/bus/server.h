@@ -14,14 +14,14 @@ class Server {
 public:
     /// `is_fast`: the bed's clock is virtual, and advanced when a client sleeps. Throws
     /// std::runtime_error when it cannot listen in the bed's folder.
-    Server(Bed& bed, bool is_fast);
+    Server(TestBed& bed, bool is_fast);
 
 private:
     void talk(int socket);
     Reply answer(Request&& request, std::unique_ptr<Channel>& file);
     static Reply open(const RequestHeader& header, std::unique_ptr<Channel>& file);
 
-    Bed& bed_;
+    TestBed& bed_;
     bool is_fast_;
     PeerServer clients_; ///< last: its threads use the others
 };

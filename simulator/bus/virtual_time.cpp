@@ -38,7 +38,7 @@ VirtualClock* installed_virtual_clock()
 void sleep_virtually(VirtualClock& clock, uint64_t duration_us)
 {
     clock.advance_us(duration_us);
-    Bed::settle_active();
+    TestBed::settle_active();
 }
 
 } // namespace sim

@@ -52,7 +52,7 @@ public:
     Simulation(const Simulation&) = delete;
     Simulation& operator=(const Simulation&) = delete;
 
-    Bed& bed() { return bed_; }
+    TestBed& bed() { return bed_; }
     /// In the order of the command line.
     const std::vector<PluggedCamera*>& cameras() const { return cameras_; }
     /// nullptr when the cameras run in real time.
@@ -84,7 +84,7 @@ private:
     RealClock real_clock_;
     VirtualClock virtual_clock_;
     Watchers watchers_; ///< before the bed, whose cameras tell them everything
-    Bed bed_;
+    TestBed bed_;
     std::vector<PluggedCamera*> cameras_;
     std::vector<KeptRom> kept_;
     StateService state_service_;

@@ -30,7 +30,7 @@ public:
         FaultPlan faults; ///< that its description has
     };
     struct House {
-        Bed& bed;
+        TestBed& bed;
         std::vector<PluggedCamera*>& cameras; ///< those on the bus, or unplugged from it
         StateService& state_service;
         VirtualClock* clock; ///< nullptr: cameras run in real time

@@ -73,7 +73,7 @@ protected:
 
     sim::VirtualClock clock_;
     sim::InstalledVirtualClock installed_{clock_};
-    sim::Bed bed_{clock_};
+    sim::TestBed bed_{clock_};
     sim::PluggedCamera& camera_ = bed_.plug(sim::models().front(), {.serial = "S1"});
     std::unique_ptr<libusb_context, ContextDeleter> context_;
     uint8_t data_[64] = {};
@@ -287,7 +287,7 @@ TEST_F(Faults, EachCameraCountsForItself)
 TEST(FaultsInRealTime, HappenByThemselves)
 {
     sim::RealClock clock;
-    sim::Bed bed(clock);
+    sim::TestBed bed(clock);
     sim::PluggedCamera& camera = bed.plug(sim::models().front());
     sim::CameraEvents events(camera);
     const unsigned before = camera.address();

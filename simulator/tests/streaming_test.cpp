@@ -166,7 +166,7 @@ protected:
     }
 
     sim::RealClock clock_;
-    sim::Bed bed_{clock_};
+    sim::TestBed bed_{clock_};
 };
 
 void expect_increasing(const std::vector<uint32_t>& numbers)
@@ -196,7 +196,7 @@ TEST_P(StreamingModes, FramesArriveWholeAndInOrder)
     constexpr size_t kFrameCount = 5;
     const Mode& mode = GetParam();
     sim::RealClock clock;
-    sim::Bed bed(clock);
+    sim::TestBed bed(clock);
     sim::PluggedCamera& camera = bed.plug(*sim::find_model(mode.model));
     camera.set_pacing(sim::Pacing::kFlatOut);
     Frames frames;

@@ -101,7 +101,7 @@ protected:
     }
 
     sim::VirtualClock clock_;
-    sim::Bed bed_{clock_};
+    sim::TestBed bed_{clock_};
     Context context_;
 };
 
@@ -641,7 +641,7 @@ TEST(UsbInRealTime, QueuedTransfersFollowEachOtherOnTheWire)
 {
     using std::chrono::steady_clock;
     sim::RealClock clock;
-    sim::Bed bed(clock);
+    sim::TestBed bed(clock);
     sim::CameraModel model = first_model();
     model.usb_latency_us = 1'500'000;
     model.usb_wire_us = 20'000;

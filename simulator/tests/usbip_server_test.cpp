@@ -89,7 +89,7 @@ TEST(UsbipServer, ServesHostsAndUnplugsThem)
 TEST(UsbipServer, WhatIsPlannedHappensToAFastCameraByItself)
 {
     VirtualClock clock;
-    Bed bed(clock);
+    TestBed bed(clock);
     PluggedCamera& camera = bed.plug(*find_model("rowan-spi"));
     bed.set_faults(parse_faults(R"(fault = [{when = {time_ms = 100000}, do = "unplug"}])", "plan"));
     Export device;

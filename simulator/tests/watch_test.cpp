@@ -328,7 +328,7 @@ protected:
     }
 
     sim::VirtualClock clock_;
-    sim::Bed bed_{clock_};
+    sim::TestBed bed_{clock_};
     std::vector<sim::PluggedCamera*> cameras_;
 };
 

@@ -95,7 +95,7 @@ void FastForward::catch_up()
         last_ += passed;
         clock_->advance_us(static_cast<uint64_t>(passed.count()) * kFaster);
     }
-    Bed::settle_active();
+    TestBed::settle_active();
 }
 
 void converse(int socket, Session& session, FastForward& time)

@@ -117,23 +117,23 @@ void require_plugged(const PluggedCamera& camera, bool wanted)
 
 struct Act {
     const char* name;
-    void (*run)(Bed& bed, PluggedCamera& camera, const Json& request);
+    void (*run)(TestBed& bed, PluggedCamera& camera, const Json& request);
 };
 constexpr Act kActs[] = {
-    {"motion-alarm",
-     [](Bed&, PluggedCamera& camera, const Json&) { camera.controller()->raise_motion_alarm(); }},
+    {"motion-alarm", [](TestBed&, PluggedCamera& camera,
+                        const Json&) { camera.controller()->raise_motion_alarm(); }},
     {"touch",
-     [](Bed&, PluggedCamera& camera, const Json& request) {
+     [](TestBed&, PluggedCamera& camera, const Json& request) {
          camera.controller()->set_touch(
              static_cast<uint8_t>(number_member(request, "value", 0xFF)));
      }},
     {"unplug",
-     [](Bed& bed, PluggedCamera& camera, const Json& request) {
+     [](TestBed& bed, PluggedCamera& camera, const Json& request) {
          require_plugged(camera, true);
          bed.unplug(camera, flag_member(request, "silent") ? Announce::kNo : Announce::kYes);
      }},
     {"replug",
-     [](Bed& bed, PluggedCamera& camera, const Json& request) {
+     [](TestBed& bed, PluggedCamera& camera, const Json& request) {
          require_plugged(camera, false);
          std::optional<unsigned> port;
          if (request.contains("port"))
@@ -141,7 +141,7 @@ constexpr Act kActs[] = {
          bed.replug(camera, port);
      }},
     {"register",
-     [](Bed&, PluggedCamera& camera, const Json& request) {
+     [](TestBed&, PluggedCamera& camera, const Json& request) {
          const uint16_t address = number_member(request, "address", 0xFFFF);
          const auto value = static_cast<uint8_t>(number_member(request, "value", 0xFF));
          camera.controller()->set_reg(address, value);

@@ -28,7 +28,7 @@ public:
     using OnAct = std::function<void(const std::string& camera, const std::string& act)>;
 
     /// `on_act` is told of each act before it happens; of no camera: "".
-    StateService(Bed& bed, const std::vector<PluggedCamera*>& cameras, OnAct on_act)
+    StateService(TestBed& bed, const std::vector<PluggedCamera*>& cameras, OnAct on_act)
         : bed_(bed), cameras_(cameras), on_act_(std::move(on_act))
     {
     }
@@ -41,7 +41,7 @@ private:
     void act(const std::string& name, const nlohmann::ordered_json& request);
     void add_faults(const nlohmann::ordered_json& request);
 
-    Bed& bed_;
+    TestBed& bed_;
     const std::vector<PluggedCamera*>& cameras_;
     OnAct on_act_;
 };

@@ -43,7 +43,7 @@ public:
     explicit Bench(const sim::CameraModel& model);
 
     const sim::CameraModel& model() const { return model_; }
-    sim::Bed& bed() { return bed_; }
+    sim::TestBed& bed() { return bed_; }
     sim::PluggedCamera& camera() { return camera_; }
     uint64_t now_us() { return time_.now_us(); }
 
@@ -64,7 +64,7 @@ private:
     const sim::CameraModel& model_;
     int plugs_ = 0;
     SimulatedTime time_;
-    sim::Bed bed_{time_.clock()};
+    sim::TestBed bed_{time_.clock()};
     sim::PluggedCamera& camera_;
 };
 

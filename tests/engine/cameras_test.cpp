@@ -65,7 +65,7 @@ TEST(EngineCameras, AnotherOneInThePortIsLeftAlone)
 {
     Bench bench{models::kRowan};
     engine::Camera camera = bench.open();
-    sim::Bed& bed = bench.simulated.bed();
+    sim::TestBed& bed = bench.simulated.bed();
     sim::PluggedCamera& other = bed.plug(*sim::find_model(models::kRowan), {.serial = "OTHER"});
     bed.unplug(other);
     bench.set_faults(kUnplug);
@@ -129,7 +129,7 @@ TEST(EngineCameras, TheRomTellsWhetherItIsTheLostOneThatComesBack)
     for (const auto& c : cases) {
         Bench bench{models::kRowan};
         engine::Camera camera = bench.open();
-        sim::Bed& bed = bench.simulated.bed();
+        sim::TestBed& bed = bench.simulated.bed();
         Rom left;
         bench.listener.on(c.kind, c.phase, [&] { bed.unplug(bench.simulated.sim()); });
         bench.listener.on(Kind::kBegins, Phase::kWaiting, [&] {
@@ -247,7 +247,7 @@ TEST(EngineCameras, ABlankOneIsOpenedAndAnEepromNamed)
 TEST(EngineCameras, AreWaitedForByName)
 {
     Bench bench{models::kRowan};
-    sim::Bed& bed = bench.simulated.bed();
+    sim::TestBed& bed = bench.simulated.bed();
     bed.unplug(bench.simulated.sim());
     EXPECT_TRUE(engine::wait_for_cameras("1-1", 1, bench.listener.caller())->empty());
     EXPECT_EQ(bench.listener.phases(), "waiting for the camera (waiting for the camera)");

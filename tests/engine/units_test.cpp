@@ -106,7 +106,7 @@ TEST(EngineUnits, AUnitIsKnownInAnotherPort)
         engine::Camera camera = bench.open();
         ASSERT_TRUE(bench.upgrade(camera, images_for(models::kRowan)).status);
     }
-    sim::Bed& bed = bench.simulated.bed();
+    sim::TestBed& bed = bench.simulated.bed();
     bed.unplug(bench.simulated.sim());
     bed.replug(bench.simulated.sim(), 3);
     engine::Camera camera = bench.open();
@@ -392,7 +392,7 @@ TEST(EngineUnits, ANewSerialNumberMakesNoNewUnit)
     EXPECT_EQ(bench.backups.history(camera).rom, RomRecord::kStarted);
     ASSERT_TRUE(engine::erase(camera, bench.backups, {}, false).status);
     camera.close();
-    sim::Bed& bed = bench.simulated.bed();
+    sim::TestBed& bed = bench.simulated.bed();
     bed.unplug(bench.simulated.sim());
     bed.replug(bench.simulated.sim());
     camera = bench.open();

@@ -53,7 +53,7 @@ public:
     /// The same for another camera on the bed.
     libusb_device* usb_device_of(const sim::PluggedCamera& camera);
 
-    sim::Bed& bed() { return bed_; }
+    sim::TestBed& bed() { return bed_; }
     sim::PluggedCamera& sim() { return *sim_; }
     SimulatedTime& time() { return time_; }
     /// Bytes of the external ROM.
@@ -73,7 +73,7 @@ public:
 
 private:
     SimulatedTime time_;
-    sim::Bed bed_{time_.clock()};
+    sim::TestBed bed_{time_.clock()};
     sim::PluggedCamera* sim_;
     std::vector<std::pair<libusb_context*, libusb_device*>> usb_;
     NyDevice* device_ = nullptr;
