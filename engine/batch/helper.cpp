@@ -20,8 +20,6 @@ namespace nyxus::engine {
 
 namespace {
 
-constexpr int kImagesFd = 3;
-
 Status start_failure(int error)
 {
     return {Reason::kOther, std::string("cannot start a process for the camera: ") +

@@ -8,6 +8,9 @@
 // (docs/file-formats.md).
 namespace nyxus::engine {
 
+/// Of a helper: the memory file with the images.
+constexpr int kImagesFd = 3;
+
 /// Where ChipImages are in the memory file: behind those before, the firmware first.
 struct ImagePart {
     std::string chip;

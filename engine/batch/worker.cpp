@@ -21,7 +21,6 @@ namespace nyxus::engine {
 namespace {
 
 constexpr int kTalkFd = 0;
-constexpr int kImagesFd = 3;
 
 /// Tells the leader, as often as anybody wants to know.
 class Teller {

@@ -170,6 +170,11 @@ std::string loaded_mark(const std::string& bed_folder)
     return bed_folder + "/nyxus-sim.loaded";
 }
 
+std::string blind_mark(const std::string& bed_folder, pid_t process)
+{
+    return bed_folder + "/nyxus-sim.blind." + std::to_string(process);
+}
+
 std::string socket_path(const std::string& bed_folder)
 {
     return bed_folder + "/nyxus-sim.sock";

@@ -19,6 +19,8 @@ bool receive_reply(int socket, Reply& reply, files::Descriptor* passed = nullptr
 
 /// Made by the client library in whatever program loads it.
 std::string loaded_mark(const std::string& bed_folder);
+/// Made when that process becomes a program without it.
+std::string blind_mark(const std::string& bed_folder, pid_t process);
 
 /// Where the server of a bed listens.
 std::string socket_path(const std::string& bed_folder);

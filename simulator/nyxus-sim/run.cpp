@@ -40,7 +40,7 @@ public:
 
     /// Runs the program, passes signals on to it, and returns its exit code: 128 + n when it died
     /// of signal n, 127 when there is no such program, 126 when it cannot be run.
-    int run(const std::vector<std::string>& words) const;
+    int run(const std::vector<std::string>& words, const std::string& bed_folder) const;
 
 private:
     int wait_for(pid_t child) const;
@@ -78,17 +78,21 @@ std::filesystem::path client_library()
                              candidates.back().string());
 }
 
-// A program that has never loaded the client library has seen no camera.
-void warn_if_blind(const std::string& bed_folder, const std::string& program, int code)
+// A program that has never loaded the client library has seen no camera, nor has what it became.
+void warn_if_blind(const std::string& bed_folder, const std::string& program, pid_t process)
 {
-    if (code == kNotFound || code == kNotRunnable ||
-        std::filesystem::exists(loaded_mark(bed_folder)))
-        return;
-    std::fprintf(
-        stderr,
-        "nyxus-sim: %s has not loaded the simulator's library and has seen no camera: is it "
-        "linked statically, or run with other rights?\n",
-        text::in_quotes(program).c_str());
+    const char* why = nullptr;
+    if (!std::filesystem::exists(loaded_mark(bed_folder))) {
+        why = "is it linked statically, or run with other rights?";
+    } else if (std::filesystem::exists(blind_mark(bed_folder, process))) {
+        why = "its environment was emptied";
+    }
+    if (why != nullptr) {
+        std::fprintf(stderr,
+                     "nyxus-sim: %s has not loaded the simulator's library and has seen no "
+                     "camera: %s\n",
+                     text::in_quotes(program).c_str(), why);
+    }
 }
 
 std::vector<pid_t> children()
@@ -154,7 +158,7 @@ SignalRelay::~SignalRelay()
     pthread_sigmask(SIG_SETMASK, &original_, nullptr);
 }
 
-int SignalRelay::run(const std::vector<std::string>& words) const
+int SignalRelay::run(const std::vector<std::string>& words, const std::string& bed_folder) const
 {
     std::vector<char*> arguments;
     arguments.reserve(words.size() + 1);
@@ -177,7 +181,10 @@ int SignalRelay::run(const std::vector<std::string>& words) const
                      std::strerror(error));
         return error == ENOENT ? kNotFound : kNotRunnable;
     }
-    return wait_for(child);
+    const int code = wait_for(child);
+    if (code != kNotFound && code != kNotRunnable)
+        warn_if_blind(bed_folder, words[0], child);
+    return code;
 }
 
 int SignalRelay::wait_for(pid_t child) const
@@ -234,8 +241,7 @@ int run_program(const RunArguments& arguments)
         setenv("LD_PRELOAD", preload.c_str(), 1);
         setenv(kSocketVariable, simulation.state_socket().c_str(), 1);
         setenv("NYXUS_SIM_SPEED", arguments.simulation.speed.c_str(), 1);
-        code = relay.run(arguments.program);
-        warn_if_blind(simulation.bed().folder(), arguments.program.front(), code);
+        code = relay.run(arguments.program, simulation.bed().folder());
     }
     const bool saved = simulation.finish();
     if (arguments.strict && simulation.missed_a_fault())

@@ -256,8 +256,14 @@ says_who_is_blind() {
     echo 'int main(void) { return 3; }' | cc -static -x c -o "$work/blind" - || { echo "no static libc: skipped"; exit 77; }
     expect_code 3 "$sim" run -- "$work/blind"
     expect_text "$work/err" "has not loaded the simulator's library"
-    expect_code 0 "$sim" run -- true
-    [ ! -s "$work/err" ] || fail "$(cat "$work/err")"
+    for program in "env -i true" "sh -c 'exec env -i true'"; do
+        eval "expect_code 0 \"\$sim\" run -- $program"
+        expect_text "$work/err" "its environment was emptied"
+    done
+    for program in true "env LANG=C true" "sh -c 'env -i true; true'"; do
+        eval "expect_code 0 \"\$sim\" run -- $program"
+        [ ! -s "$work/err" ] || fail "$(cat "$work/err")"
+    done
 }
 
 makes_images() {

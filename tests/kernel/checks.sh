@@ -245,6 +245,35 @@ streams_every_size() {
     done <formats
 }
 
+# --- programs that nobody here wrote
+
+sets_controls_by_uvcdynctrl() {
+    expect 0 20 uvcdynctrl -d video0 -c >controls && says Brightness controls && says 'Exposure' controls &&
+        expect 0 20 uvcdynctrl -d video0 -s Brightness -- -20 &&
+        expect 0 20 uvcdynctrl -d video0 -g Brightness >value && says '^-20$' value &&
+        expect 0 20 uvcdynctrl -d video0 -f >frames && says 1920x1080 frames
+}
+
+# Frames as they come, without any that ffmpeg would repeat or leave out.
+records_by_ffmpeg() { # FORMAT SIZE COUNT FILE OPTIONS...
+    format=$1 size=$2 count=$3 file=$4
+    shift 4
+    rm -f "$file"
+    expect 0 120 ffmpeg -hide_banner -loglevel warning -f v4l2 -input_format "$format" -video_size "$size" \
+        -i /dev/video0 -frames:v "$count" -fps_mode passthrough "$@" "$file"
+}
+
+captures_by_ffmpeg() {
+    records_by_ffmpeg yuyv422 640x480 5 raw -c:v copy -f rawvideo && check_frames raw 640 480 5
+}
+
+# Decoded once more to the end, with every complaint an error.
+records_and_decodes() { # FORMAT SIZE COUNT FILE
+    records_by_ffmpeg "$1" "$2" "$3" "$4" -c:v copy || return 1
+    expect 0 120 ffmpeg -hide_banner -loglevel error -xerror -i "$4" -f null - >complaints 2>&1
+    [ ! -s complaints ] || { cat complaints; return 1; }
+}
+
 # Bulk and isochronous cameras, with YUYV, MJPEG and both: every size that there is.
 soak_all() {
     exec 3>&1 # where progress is told
@@ -310,6 +339,16 @@ check "plugged in again" plug rowan-spi,serial=K1
 check "during a stream, by a simulation that dies" stream_loses_the_camera KILL
 check "plugged in again" plug rowan-spi,serial=K1
 check "during a capture of v4l2-ctl" capture_loses_the_camera
+
+echo "== Programs that nobody here wrote"
+check "a webcam is plugged in" plug birch-webcam,serial=K1
+check "uvcdynctrl lists and sets controls" sets_controls_by_uvcdynctrl
+check "ffmpeg captures YUYV to the last byte" captures_by_ffmpeg
+check "ffmpeg records MJPEG, and decodes it" records_and_decodes mjpeg 640x480 5 film.avi
+check "the camera is unplugged" unplug
+check "a camera that sends H.264 is plugged in" plug /h264.toml,serial=K1
+check "ffmpeg records H.264, and decodes it" records_and_decodes h264 640x480 10 film.mkv
+check "the camera is unplugged" unplug
 
 echo "== A camera that streams isochronously"
 check "the camera is plugged in" plug rowan-iso,serial=K1

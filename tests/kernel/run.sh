@@ -20,7 +20,7 @@ cd "$here/../.."
 preset=${NYXUS_KERNEL_PRESET:-dev}
 bin=$PWD/build/$preset/bin
 cache=$PWD/build/kernel
-limit_s=540
+limit_s=900
 mode=${1:-checks}
 programs=(nyxus-sim nyxus check_frames)
 targets=(nyxus-sim nyxus_tool check_frames)
@@ -115,13 +115,21 @@ for module in list(sys.modules.values()):
     done
 }
 
+# The model rowan-spi, with a film in the place of its formats.
+make_h264_camera() { # FOLDER
+    quietly ffmpeg -loglevel error -f lavfi -i testsrc2=size=640x480:rate=30 -frames:v 60 \
+        -c:v libx264 -bsf:v h264_mp4toannexb -f h264 "$1/film.h264"
+    "$bin/nyxus-sim" describe rowan-spi >"$1/h264.toml"
+    printf '\n[[format]]\npixels = "H264"\nsizes = ["640x480: 30"]\nfile = "film.h264"\n' >>"$1/h264.toml"
+}
+
 make_initramfs() {
     local program module root=$work/root
     mkdir -p "$root"/{bin,lib,lib64,modules,proc,sys,dev,tmp,root,run} "$root/var" "$root/usr/share"
     ln -s /run "$root/var/run"
     cp /bin/busybox "$root/bin/"
     cp -L /lib64/ld-linux-x86-64.so.2 "$root/lib64/"
-    for program in "${programs[@]/#/$bin/}" /usr/bin/{lsusb,v4l2-ctl,v4l2-compliance} /usr/sbin/usbip; do
+    for program in "${programs[@]/#/$bin/}" /usr/bin/{lsusb,v4l2-ctl,v4l2-compliance,uvcdynctrl,ffmpeg} /usr/sbin/usbip; do
         add_program "$program"
     done
     [ "$mode" != --soak ] || add_python
@@ -131,6 +139,7 @@ make_initramfs() {
     done
     "$bin/nyxus-sim" image --model rowan-spi --version 0x0205 "$root/image.bin"
     "$bin/nyxus-sim" image --model rowan-spi --version 0x0206 --seed 2 "$root/other.bin"
+    make_h264_camera "$root"
     cp "$here/init" "$here"/{common,checks,compliance,bench}.sh "$root/"
     chmod +x "$root/init"
     (cd "$root" && find . | cpio --quiet -o -H newc) >"$work/initramfs"
@@ -141,7 +150,7 @@ boot() {
     # On a busy machine the emulated timer interrupts come too late for the kernel's check of them.
     local arguments="quiet panic=-1 oops=panic no_timer_check"
     # shellcheck disable=SC2054 # QEMU's commas
-    local machine=(qemu-system-x86_64 -accel tcg -cpu max -m 768 -nodefaults -no-user-config
+    local machine=(qemu-system-x86_64 -accel tcg -cpu max -m 1280 -nodefaults -no-user-config
                    -display none -no-reboot -device isa-debug-exit,iobase=0xf4,iosize=1
                    -kernel "$cache/vmlinux" -initrd "$work/initramfs")
     if [ "$mode" = --keep ]; then
