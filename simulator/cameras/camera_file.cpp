@@ -302,11 +302,12 @@ private:
         if (model_.streams_isochronously && model_.iso_packet_bytes.empty())
             return;
         const toml::key* packets = find_key(table_, "iso_packet_bytes");
+        const auto otherwise = packets != nullptr ? packets->source() : table_.source();
         for (size_t i = 0; const FrameFormat& format : model_.formats) {
             const auto sizes = table_["format"][i++]["sizes"];
             for (size_t place = 0; const FrameSize& size : format.sizes) {
                 const toml::node* where = sizes[place++].node();
-                check_rate(format, size, where != nullptr ? where->source() : packets->source());
+                check_rate(format, size, where != nullptr ? where->source() : otherwise);
             }
         }
     }
