@@ -263,6 +263,17 @@ def streaming(results):
                  rows) + f"\n\nMeasured on {context['date'][:10]}; load average {context['load_avg'][0]:.1f}."
 
 
+def rates(results):
+    sights = {"pattern": "test pattern", "texture": "YUYV from a file", "film": "JPEGs from a file"}
+    measured = results.load("rates")
+    rows = [(entry["model"], f"{entry['format'].upper()} {entry['size']}", sights[entry["sees"]], entry["fps"],
+             spread(entry, "rate", "{:.1f}".format), f"{entry['dropped']} of {entry['frames']}",
+             *(spread(entry, side, duration) for side in ("simulator_s", "client_s")))
+            for entry in measured["streams"]]
+    return table(("camera", "frames", "of", "asked for", "frames/s", "dropped", "simulator per frame",
+                  "client per frame"), rows) + f"\n\nMeasured on {measured['date']}."
+
+
 def batch(results):
     measured = results.load("commands")["batch"]
     one = measured["times"]["1"]["median"]
@@ -294,7 +305,7 @@ def growth(results):
 
 
 TOPICS = (machine, summary, transfer, null_bus, rom, real, peers, bare, kernel, kernel_dump, round_trips,
-          streaming, python, batch, growth)
+          streaming, rates, python, batch, growth)
 
 
 def main():

@@ -7,7 +7,7 @@
 #   bench/run.sh                  all of it
 #   bench/run.sh --quick          a try-out of a few minutes, whose figures stay in build/bench/results
 #   bench/run.sh [--quick] rom    one topic, beside the results that are there: transfer null_bus rom
-#                                 growth real streaming commands python kernel
+#                                 growth real streaming rates commands python kernel
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -27,7 +27,7 @@ if [ "${1:-}" = --quick ]; then
     shift
 fi
 if [ $# -eq 0 ]; then
-    set -- transfer null_bus rom growth real streaming commands python kernel
+    set -- transfer null_bus rom growth real streaming rates commands python kernel
     rm -rf "$results"
 fi
 
@@ -104,6 +104,7 @@ streaming() {
     merge streaming
 }
 
+rates() { /usr/bin/python3 -B bench/rates.py "$bin" "$results/rates.json" 2>"$work/said"; }
 python() { /usr/bin/python3 -B bench/python.py "$bin" "$results/python.json" 2>"$work/said"; }
 commands() { /usr/bin/python3 bench/commands.py "$bin" "$results/commands.json" 2>"$work/said"; }
 kernel() {

@@ -9,7 +9,7 @@ import pytest
 
 REPORT = Path(__file__).with_name("report.py")
 SECTIONS = ("machine", "summary", "transfer", "null_bus", "rom", "real", "peers", "bare", "kernel",
-            "kernel_dump", "round_trips", "streaming", "python", "batch", "growth")
+            "kernel_dump", "round_trips", "streaming", "rates", "python", "batch", "growth")
 PAGE = "".join(f"<!-- {name} -->\nas it was\n<!-- end -->\n" for name in SECTIONS)
 
 

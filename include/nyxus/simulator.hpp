@@ -8,7 +8,7 @@
  *     ...                                             // the program under test finds it by libusb
  *     camera.unplug();
  *
- * A process that links the target `nyxus::simulator` sees a simulated bus instead of the machine's
+ * A process that links the target "nyxus::simulator" sees a simulated bus instead of the machine's
  * cameras, and so do the programs that it starts. For that it starts anew when it begins, before
  * main(), by `nyxus-sim run --test-bus`: the libraries below libusb have to be there first. Nothing
  * of it needs root. `nyxus-sim` is looked for where the environment variable NYXUS_SIM says, beside

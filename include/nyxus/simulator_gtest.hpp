@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 /**
  * @file
- * A fixture for GoogleTest around nyxus/simulator.hpp. Link `nyxus::simulator` and
+ * A fixture for GoogleTest around nyxus/simulator.hpp. Link "nyxus::simulator" and
  * GTest::gtest_main.
  *
  *     using Door = nyxus::simulator::Test;

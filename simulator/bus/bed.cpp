@@ -381,6 +381,7 @@ void TestBed::retire(PluggedCamera& camera)
     state_->detach(camera, Departure::kUnplugged);
     state_->unlist(camera);
     camera.clear_transfers();
+    camera.controller()->let_go_of_rom();
     const std::lock_guard place_lock(camera.place_mutex_);
     camera.place_.port = 0;
 }

@@ -299,13 +299,16 @@ private:
 
     void check_rates()
     {
-        const toml::key* key = find_key(table_, "format");
-        if (key == nullptr || (model_.streams_isochronously && model_.iso_packet_bytes.empty()))
+        if (model_.streams_isochronously && model_.iso_packet_bytes.empty())
             return;
+        const toml::key* packets = find_key(table_, "iso_packet_bytes");
+        const auto otherwise = packets != nullptr ? packets->source() : table_.source();
         for (size_t i = 0; const FrameFormat& format : model_.formats) {
-            const toml::table* table = table_.get("format")->as_array()->get(i++)->as_table();
-            for (size_t place = 0; const FrameSize& size : format.sizes)
-                check_rate(format, size, (*table)["sizes"].as_array()->get(place++)->source());
+            const auto sizes = table_["format"][i++]["sizes"];
+            for (size_t place = 0; const FrameSize& size : format.sizes) {
+                const toml::node* where = sizes[place++].node();
+                check_rate(format, size, where != nullptr ? where->source() : otherwise);
+            }
         }
     }
 

@@ -235,7 +235,7 @@ std::span<const Field<FrameFormat>> format_fields()
     using F = FrameFormat;
     static const Field<F> fields[] = {
         {"pixels", Choice{kPixelFormatNames}, Required{},
-         "Packed pixels, a JPEG for each frame, or what an H.264 encoder made.", set_pixels},
+         "Packed pixels, a JPEG for each frame, or what an encoder of H264 made.", set_pixels},
         {"sizes", SizeList{16}, Required{},
          "Sizes in pixels with their frames per second, the first one for a host without a wish. "
          "H264 has one, that of its file.", set_sizes},

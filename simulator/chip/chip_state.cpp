@@ -176,6 +176,15 @@ bool ChipState::gpio(unsigned index) const
     return drives_gpio(index) && (xdata[kGpioDataReg + index / 8] & 1U << index % 8) != 0;
 }
 
+void ChipState::let_go_of_rom()
+{
+    spi.let_go_of_flash();
+    flash.reset();
+    eeprom.reset();
+    rom.clear();
+    rom.shrink_to_fit();
+}
+
 void ChipState::set_rom_fault(const RomFaultHook& hook)
 {
     if (flash)

@@ -40,6 +40,8 @@ struct ChipState {
     bool gpio(unsigned index) const;
     /// Status register of the SPI flash, 0 for EEPROM.
     uint8_t flash_status() { return flash ? flash->status() : uint8_t{0}; }
+    /// Nobody will power it up again, nor ask it anything.
+    void let_go_of_rom();
     /// From now on something may go wrong with the external ROM; an empty hook ends it.
     void set_rom_fault(const RomFaultHook& hook);
     void set_write_protect(bool on);

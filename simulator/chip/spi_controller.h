@@ -18,6 +18,7 @@ public:
     SpiController(std::span<uint8_t, 0x10000> xdata, SpiFlash* flash, Clock& clock);
 
     void power_up() { running_ = false; }
+    void let_go_of_flash() { flash_ = nullptr; }
     /// To be called before registers are read: ends a command whose time has come.
     void settle();
     /// To be called after the host has written the register.

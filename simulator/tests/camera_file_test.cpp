@@ -261,6 +261,10 @@ TEST(CameraFile, MistakesAreToldWithTheirPlace)
         {kMinimal + kIso + "iso_packet_bytes = [1024]\n" + kYuyv + "\"640x480: 30\"] }]\n" + kFlash,
          "my.toml:4:39: YUYV of 640x480 at 30 a second takes 18.7 MB/s, and the isochronous pipe "
          "carries 8.2 MB/s"},
+        {kMinimal + "video = \"isochronous\"\niso_packet_bytes = [2048]\n" + kFlash,
+         "my.toml:3:1: YUYV of 640x480 at 30 a second takes 18.5 MB/s, and the isochronous pipe "
+         "carries 16.4 MB/s\nmy.toml:3:1: YUYV of 1280x720 at 10 a second takes 18.5 MB/s, and the "
+         "isochronous pipe carries 16.4 MB/s"},
         {kMinimal + kYuyv + "\"4096x4096: 2\"] }]\n" + kFlash,
          "my.toml:2:39: YUYV of 4096x4096 at 2 a second takes 67.1 MB/s, and the bulk pipe carries "
          "53.2 MB/s"},

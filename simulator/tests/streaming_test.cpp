@@ -264,7 +264,11 @@ TEST_F(Streaming, FilmsLoop)
     const std::vector<uint8_t> dark(64 * 48 * 2, 60);
     const std::vector<uint8_t> jpeg = sim::encode_jpeg(64, 48, grey, sim::Levels::kFull);
     const std::vector<uint8_t> broken(jpeg.begin(), jpeg.begin() + 300);
-    model.scene = film_of(sim::Film::Kind::kJpeg, {jpeg, broken});
+    std::vector<uint8_t> wordy = jpeg;
+    const std::vector<uint8_t> comment = {0xFF, 0xFE, 0x20, 0x00};
+    wordy.insert(wordy.begin() + 2, 0x2000 + 2, 'a');
+    std::ranges::copy(comment, wordy.begin() + 2);
+    model.scene = film_of(sim::Film::Kind::kJpeg, {jpeg, broken, wordy});
     model.numbers_frames = false;
     const auto encoder = film_of(sim::Film::Kind::kH264, {{1, 2, 3}, {4, 5}});
     const sim::FrameSize size{64, 48, {333333}};
@@ -278,6 +282,9 @@ TEST_F(Streaming, FilmsLoop)
     start(sim::PixelFormat::kMjpeg);
     EXPECT_EQ(next_frame(stream), jpeg) << "as it is";
     EXPECT_EQ(next_frame(stream), broken) << "likewise";
+    const std::vector<uint8_t> frame = next_frame(stream);
+    EXPECT_LE(frame.size(), size.bytes()) << "hosts have no room for more";
+    EXPECT_NEAR(sim::decode_jpeg(frame).value().yuyv[0], 128, 2);
     EXPECT_EQ(next_frame(stream), jpeg);
     stream.set_picture({.brightness = -0.5});
     EXPECT_NE(next_frame(stream), broken) << "which is decoded";

@@ -168,7 +168,8 @@ void VideoStream::draw(uint32_t number)
     const Film* film = sensor_.model.scene.get();
     if (is_mjpeg && film != nullptr && film->kind == Film::Kind::kJpeg &&
         film->width == size.width && film->height == size.height &&
-        settings_ == PictureSettings{} && sensor_.leaves_scenes_alone()) {
+        film->frame(number).size() <= size.bytes() && settings_ == PictureSettings{} &&
+        sensor_.leaves_scenes_alone()) {
         const auto frame = film->frame(number);
         picture_.assign(frame.begin(), frame.end());
         return;
