@@ -282,9 +282,9 @@ TEST_F(Streaming, FilmsLoop)
     start(sim::PixelFormat::kMjpeg);
     EXPECT_EQ(next_frame(stream), jpeg) << "as it is";
     EXPECT_EQ(next_frame(stream), broken) << "likewise";
-    const std::vector<uint8_t> frame = next_frame(stream);
-    EXPECT_LE(frame.size(), size.bytes()) << "hosts have no room for more";
-    EXPECT_NEAR(sim::decode_jpeg(frame).value().yuyv[0], 128, 2);
+    const std::vector<uint8_t> shortened = next_frame(stream);
+    EXPECT_LE(shortened.size(), size.bytes()) << "hosts have no room for more";
+    EXPECT_NEAR(sim::decode_jpeg(shortened).value().yuyv[0], 128, 2);
     EXPECT_EQ(next_frame(stream), jpeg);
     stream.set_picture({.brightness = -0.5});
     EXPECT_NE(next_frame(stream), broken) << "which is decoded";
@@ -292,9 +292,10 @@ TEST_F(Streaming, FilmsLoop)
     stream.set_picture({});
 
     start(sim::PixelFormat::kYuyv);
-    for (int frame = 0; frame < 2; ++frame)
+    for (int number = 0; number < 2; ++number) {
         EXPECT_NEAR(next_frame(stream)[0], 128, 2)
             << "of the whole picture, then of the one before";
+    }
 
     for (int round = 0; round < 2; ++round) {
         start(sim::PixelFormat::kH264, encoder);
