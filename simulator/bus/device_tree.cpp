@@ -115,7 +115,7 @@ DeviceTree::DeviceTree()
     const ShortTempFolder temp_folder;
     {
         // The folder is named after the time of day: while that stands still, names would repeat.
-        const SuspendedVirtualClock real_time;
+        const InstalledVirtualClock real_time(nullptr);
         testbed_ = umockdev_testbed_new();
     }
     gchar* root = umockdev_testbed_get_root_dir(testbed_);

@@ -1,14 +1,38 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "bus/peer_server.h"
 
+#include "files/listen.h"
+#include "text/printable.h"
+
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
+#include <cstring>
+#include <stdexcept>
 #include <utility>
 
 namespace sim {
+
+namespace {
+
+files::Descriptor listen_at(const std::string& path)
+{
+    files::Descriptor listener = files::listen_at(path);
+    if (!listener) {
+        throw std::runtime_error("cannot listen at " + text::in_quotes(path) + ": " +
+                                 std::strerror(errno));
+    }
+    return listener;
+}
+
+} // namespace
+
+PeerServer::PeerServer(const std::string& path, Serve serve, size_t most)
+    : PeerServer(listen_at(path), std::move(serve), most)
+{
+}
 
 PeerServer::PeerServer(files::Descriptor listener, Serve serve, size_t most)
     : listener_(std::move(listener)), serve_(std::move(serve)), most_(most)

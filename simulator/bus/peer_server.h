@@ -8,6 +8,7 @@
 #include <functional>
 #include <list>
 #include <mutex>
+#include <string>
 #include <thread>
 
 namespace sim {
@@ -21,6 +22,9 @@ public:
 
     /// Peers beyond `most` are turned away.
     PeerServer(files::Descriptor listener, Serve serve, size_t most = SIZE_MAX);
+    /// On a UNIX socket that only this user can reach. Throws std::runtime_error when it cannot
+    /// listen at `path`.
+    PeerServer(const std::string& path, Serve serve, size_t most = SIZE_MAX);
     /// Cuts all connections and waits for their threads.
     ~PeerServer();
     PeerServer(const PeerServer&) = delete;

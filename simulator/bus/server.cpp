@@ -3,34 +3,18 @@
 
 #include "bus/registry.h"
 #include "bus/transport.h"
-#include "files/listen.h"
 
 #include <sys/prctl.h>
 
 #include <cerrno>
-#include <cstring>
-#include <stdexcept>
-#include <string>
 #include <utility>
 
 namespace sim {
 
-namespace {
-
-files::Descriptor listen_in(const std::string& folder)
-{
-    files::Descriptor listener = files::listen_at(socket_path(folder));
-    if (!listener)
-        throw std::runtime_error("cannot listen in " + folder + ": " + std::strerror(errno));
-    return listener;
-}
-
-} // namespace
-
 Server::Server(TestBed& bed, bool is_fast)
     : bed_(bed),
       is_fast_(is_fast),
-      clients_(listen_in(bed.folder()), [this](int socket) { talk(socket); })
+      clients_(socket_path(bed.folder()), [this](int socket) { talk(socket); })
 {
     if (is_fast)
         bed.make_video_fast();

@@ -13,21 +13,14 @@ std::atomic<VirtualClock*> installed{nullptr};
 
 } // namespace
 
-InstalledVirtualClock::InstalledVirtualClock(VirtualClock& clock)
+InstalledVirtualClock::InstalledVirtualClock(VirtualClock* clock)
+    : before_(installed.exchange(clock))
 {
-    installed = &clock;
 }
 
 InstalledVirtualClock::~InstalledVirtualClock()
 {
-    installed = nullptr;
-}
-
-SuspendedVirtualClock::SuspendedVirtualClock() : suspended_(installed.exchange(nullptr)) {}
-
-SuspendedVirtualClock::~SuspendedVirtualClock()
-{
-    installed = suspended_;
+    installed = before_;
 }
 
 VirtualClock* installed_virtual_clock()

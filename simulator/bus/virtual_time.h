@@ -8,25 +8,17 @@
 namespace sim {
 
 /// While one is installed, usleep() and gettimeofday() of an executable that links
-/// nyxus_sim_virtual_time run on it; otherwise on the machine's clock.
+/// nyxus_sim_virtual_time run on it; otherwise, and with nullptr, on the machine's clock.
 class InstalledVirtualClock {
 public:
-    explicit InstalledVirtualClock(VirtualClock& clock);
+    explicit InstalledVirtualClock(VirtualClock* clock);
+    explicit InstalledVirtualClock(VirtualClock& clock) : InstalledVirtualClock(&clock) {}
     ~InstalledVirtualClock();
     InstalledVirtualClock(const InstalledVirtualClock&) = delete;
     InstalledVirtualClock& operator=(const InstalledVirtualClock&) = delete;
-};
-
-/// Real time for the process while it lives, whatever clock is installed.
-class SuspendedVirtualClock {
-public:
-    SuspendedVirtualClock();
-    ~SuspendedVirtualClock();
-    SuspendedVirtualClock(const SuspendedVirtualClock&) = delete;
-    SuspendedVirtualClock& operator=(const SuspendedVirtualClock&) = delete;
 
 private:
-    VirtualClock* suspended_;
+    VirtualClock* before_;
 };
 
 VirtualClock* installed_virtual_clock();

@@ -1,39 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "watch/line_server.h"
 
-#include "files/listen.h"
 #include "files/unix_socket.h"
-#include "text/printable.h"
 
 #include <sys/socket.h>
 
 #include <array>
 #include <cerrno>
-#include <cstring>
-#include <stdexcept>
 #include <utility>
 
 namespace sim {
-
-namespace {
-
-files::Descriptor listen_at(const std::string& path)
-{
-    files::Descriptor listener = files::listen_at(path);
-    if (!listener) {
-        throw std::runtime_error("cannot listen at " + text::in_quotes(path) + ": " +
-                                 std::strerror(errno));
-    }
-    return listener;
-}
-
-} // namespace
 
 LineServer::LineServer(std::string path, Answer answer)
     : path_(std::move(path)),
       answer_(std::move(answer)),
       clients_(
-          listen_at(path_), [this](int socket) { talk(socket); }, kMostClients)
+          path_, [this](int socket) { talk(socket); }, kMostClients)
 {
 }
 
