@@ -10,7 +10,6 @@
 #include "cameras/film_file.h"
 #include "chip/canvas.h"
 #include "description/kinds.h"
-#include "description/kinds.h"
 #include "usb/jpeg.h"
 
 namespace {

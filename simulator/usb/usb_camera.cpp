@@ -337,8 +337,7 @@ int UsbCamera::get_descriptor(const Setup& setup, std::span<uint8_t> data) const
                 case 0:
                     return put_answer(language_descriptor(), data);
                 case 1:
-                    return put_answer(string_descriptor(controller_.model.usb_manufacturer),
-                                      data);
+                    return put_answer(string_descriptor(controller_.model.usb_manufacturer), data);
                 case 2:
                     return put_answer(string_descriptor(product()), data);
                 case 3:

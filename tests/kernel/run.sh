@@ -150,7 +150,7 @@ boot() {
     # On a busy machine the emulated timer interrupts come too late for the kernel's check of them.
     local arguments="quiet panic=-1 oops=panic no_timer_check"
     # shellcheck disable=SC2054 # QEMU's commas
-    local machine=(qemu-system-x86_64 -accel tcg -cpu max -m 1280 -nodefaults -no-user-config
+    local machine=(qemu-system-x86_64 -accel tcg -cpu max -m 2048 -nodefaults -no-user-config
                    -display none -no-reboot -device isa-debug-exit,iobase=0xf4,iosize=1
                    -kernel "$cache/vmlinux" -initrd "$work/initramfs")
     if [ "$mode" = --keep ]; then
