@@ -515,7 +515,9 @@ TEST(CameraFile, PicturesAreKnownByTheirFirstBytes)
     EXPECT_EQ(refusal(two), "has a picture 2 of 32x64, unlike the first, which has 64x32");
     std::vector<uint8_t> spoilt = jpeg;
     const std::array<uint8_t, 2> huffman_table = {0xFF, 0xC4};
-    std::fill_n(std::ranges::search(spoilt, huffman_table).begin() + 5, 16, 0xFF);
+    const auto table =
+        std::search(spoilt.begin(), spoilt.end(), huffman_table.begin(), huffman_table.end());
+    std::fill_n(table + 5, 16, 0xFF);
     EXPECT_EQ(refusal(spoilt),
               "has a JPEG that is broken, larger than 4096 pixels to a side, or neither in YCbCr "
               "nor grey");
