@@ -137,9 +137,10 @@ private:
             return;
         if (file == nullptr)
             mistakes_.add(table.source(), "[format] 'file' is missing: the name of a file");
-        if (format.sizes.size() > 1)
+        if (format.sizes.size() > 1) {
             mistakes_.add(find_key(table, "sizes")->source(),
                           "H264 has one size, that of its file");
+        }
         if (file != nullptr && !format.sizes.empty())
             format.film = read_film(*file, *table.get("file"), format.sizes.front());
     }

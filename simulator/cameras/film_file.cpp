@@ -180,10 +180,11 @@ Film jpeg_scene(std::vector<uint8_t> bytes)
         film.starts.push_back(at);
         at = next(extent->end);
     }
-    if (!decode_jpeg(film.frame(0)))
+    if (!decode_jpeg(film.frame(0))) {
         refuse(
             "has a JPEG that is broken, larger than 4096 pixels to a side, or neither in YCbCr nor "
             "grey");
+    }
     return film;
 }
 
@@ -293,10 +294,11 @@ Film h264_film(std::vector<uint8_t> bytes, size_t most_frame_bytes)
         has_slice = has_slice || is_slice(type);
         code = find_start_code(film.bytes, at);
     }
-    if (!has_slice)
+    if (!has_slice) {
         throw DescriptionError("ends before its " +
                                std::string(film.starts.size() == 1 ? "first" : "last") +
                                " picture");
+    }
     for (uint32_t i = 0; i < film.starts.size(); ++i) {
         if (const size_t frame_bytes = film.frame(i).size(); frame_bytes > most_frame_bytes) {
             throw DescriptionError("has a frame of " + std::to_string(frame_bytes) +

@@ -29,9 +29,10 @@ Colour PictureSettings::shown(const Colour& seen) const
     constexpr double kMostBrightness = 100;
     constexpr double kMostWarmth = 40;
     constexpr double kMostExposure = 8;
-    if (is_covered)
+    if (is_covered) {
         return {static_cast<uint8_t>(kBlack), static_cast<uint8_t>(kGrey),
                 static_cast<uint8_t>(kGrey)};
+    }
     const double range = kWhite - kBlack;
     const double light = std::clamp((seen.luma - kBlack) / range, 0.0, 1.0);
     const double exposed = std::min(light * std::min(exposure, kMostExposure), 1.0);

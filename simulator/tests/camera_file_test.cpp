@@ -502,12 +502,14 @@ TEST(CameraFile, PicturesAreKnownByTheirFirstBytes)
     EXPECT_EQ(raw.starts.size(), 3U);
 
     const std::string broken = "ends, or is broken, in the middle of its picture";
-    for (const size_t size : {3UL, 20UL, 200UL, jpeg.size() - 1})
+    for (const size_t size : {3UL, 20UL, 200UL, jpeg.size() - 1}) {
         EXPECT_EQ(refusal({jpeg.begin(), jpeg.begin() + static_cast<std::ptrdiff_t>(size)}),
                   broken);
-    for (const size_t size : {4UL, 8UL, 20UL, 33UL, 50UL, png.size() - 16})
+    }
+    for (const size_t size : {4UL, 8UL, 20UL, 33UL, 50UL, png.size() - 16}) {
         EXPECT_NE(refusal({png.begin(), png.begin() + static_cast<std::ptrdiff_t>(size)}), "")
             << size;
+    }
     two.resize(two.size() - 1);
     EXPECT_EQ(refusal(two), broken + " 2");
     two = encode_jpeg(32, 64, grey);
