@@ -140,7 +140,8 @@ TEST_F(UsbTest, ItsSerialNumberIsThatOfTheMfiImageFromTheNextStartOn)
     };
     const auto write = [&](size_t offset, std::span<const uint8_t> bytes) {
         const auto controller = camera.controller();
-        std::ranges::copy(bytes, (*controller).rom.begin() + sim::kMfiRomAddress + offset);
+        const auto rom = std::span((*controller).rom).subspan(sim::kMfiRomAddress + offset);
+        std::ranges::copy(bytes, rom.begin());
     };
     const auto start = [&] {
         bed_.unplug(camera);

@@ -2,6 +2,7 @@
 // Fingerprint-reader boards.
 #include "features/feature.h"
 #include "rom/programming.h"
+#include "session/follower.h"
 #include "session/whole_file.h"
 #include "terminal/failure.h"
 #include "terminal/text.h"
