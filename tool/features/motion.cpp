@@ -27,17 +27,13 @@ std::array<uint8_t, kSettingBytes> setting_of(Session& session)
     return setting;
 }
 
-void show_area(Session& session)
-{
-    session.print({{"motion_setting", setting_of(session)}});
-}
-
-void set_area(Session& session, const MotionOptions& options)
+/// Without bytes it is only shown.
+void run_setting(Session& session, const MotionOptions& options)
 {
     const std::vector<uint8_t> wanted = to_bytes(options.setting);
     session.make({.name = "motion_setting",
                   .read = [&] { return setting_of(session); },
-                  .wanted = wanted,
+                  .wanted = wanted.empty() ? Value() : wanted,
                   .doing = "setting the motion detection",
                   .write = [&] { return XU_MotionDetectSet(session.device(), wanted.data()); },
                   .cost = register_write(kSettingBytes) + register_read(kSettingBytes)});
@@ -81,14 +77,14 @@ void add_motion_command(Command& app, Arguments& arguments)
     Command& command =
         add_command(app, "motion", "Ask for motion, or set its detection", "poll --watch");
     command.needing_command();
-    set_action(add_command(command, "get", "Show the setting", ""), arguments, show_area);
+    const auto run = [options](Session& session) { run_setting(session, *options); };
+    set_action(add_command(command, "get", "Show the setting", ""), arguments, run);
 
     Command& set = add_command(command, "set", "Change the setting", "1 0x20 0 0");
     set.number("BYTES", &options->setting, kByteRange, "4 bytes that the firmware defines")
         .required()
         .times(kSettingBytes, kSettingBytes);
-    set_writing_action(set, arguments,
-                       [options](Session& session) { set_area(session, *options); });
+    set_writing_action(set, arguments, run);
 
     Command& ask =
         add_command(command, "poll", "Was there motion since the last time?", "--watch --count 50");
