@@ -407,6 +407,8 @@ TEST(Features, AFrameBecomesAJpegOrAPng)
         {"maple-mjpeg", "d", {"--type", "jpeg", "--format", "yuyv"}, 0, "\xFF\xD8\xFF"},
         {"maple-mjpeg", "d.jpg", {"--type", "png"}, 0, "\x89PNG"},
         {"rowan-spi", "picture", {}, 0, "\x89PNG"},
+        {"maple-mjpeg", "q.jpg", {"--quality", "5", "--format", "mjpeg"}, 0, "\xFF\xD8\xFF"},
+        {"rowan-spi", "q.png", {"--quality", "5"}, 2, "--quality is for a JPEG"},
         {"rowan-spi", "e.JPG", {}, 0, "\xFF\xD8\xFF"},
         {"rowan-spi", "e.gif", {"--type", "png"}, 0, "\x89PNG"},
         {"rowan-spi", "e.gif", {}, 2, "e.gif': a picture is saved as .png or .jpg"},
@@ -430,6 +432,21 @@ TEST(Features, AFrameBecomesAJpegOrAPng)
                   c.begins_with)
             << c.file;
     }
+}
+
+TEST(Features, APoorerPictureTakesFewerBytes)
+{
+    Bench bench;
+    std::vector<size_t> sizes;
+    for (const char* quality : {"5", "50", "100"}) {
+        const std::string file = bench.path(std::string(quality) + ".jpg");
+        const Outcome outcome =
+            bench.nyxus({"maple-mjpeg"}, {"snapshot", file, "--quality", quality});
+        EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+        sizes.push_back(read_file(file).size());
+    }
+    EXPECT_LT(sizes[0], sizes[1]);
+    EXPECT_LT(sizes[1], sizes[2]);
 }
 
 TEST(Features, ABrokenJpegIsNoPicture)

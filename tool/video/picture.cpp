@@ -78,9 +78,8 @@ bool decode(jpeg_decompress_struct& decoder, JpegErrors& errors, std::span<const
 
 /// False where memory is short.
 bool encode(jpeg_compress_struct& encoder, JpegErrors& errors, const Picture& picture,
-            unsigned char** file, unsigned long* size)
+            uint32_t quality, unsigned char** file, unsigned long* size)
 {
-    constexpr int kQuality = 95;
     if (setjmp(errors.broken) != 0)
         return false;
     jpeg_create_compress(&encoder);
@@ -90,7 +89,7 @@ bool encode(jpeg_compress_struct& encoder, JpegErrors& errors, const Picture& pi
     encoder.input_components = 3;
     encoder.in_color_space = JCS_RGB;
     jpeg_set_defaults(&encoder);
-    jpeg_set_quality(&encoder, kQuality, TRUE);
+    jpeg_set_quality(&encoder, static_cast<int>(quality), TRUE);
     jpeg_start_compress(&encoder, TRUE);
     while (encoder.next_scanline < encoder.image_height) {
         auto* row =
@@ -129,14 +128,14 @@ Picture picture_of_jpeg(std::span<const uint8_t> file)
     return picture;
 }
 
-std::vector<uint8_t> jpeg_of(const Picture& picture)
+std::vector<uint8_t> jpeg_of(const Picture& picture, uint32_t quality)
 {
     JpegErrors errors{};
     jpeg_compress_struct encoder{};
     encoder.err = jumping(errors);
     unsigned char* file = nullptr;
     unsigned long size = 0;
-    const bool is_made = encode(encoder, errors, picture, &file, &size);
+    const bool is_made = encode(encoder, errors, picture, quality, &file, &size);
     jpeg_destroy_compress(&encoder);
     std::vector<uint8_t> jpeg;
     if (is_made)

@@ -19,6 +19,7 @@ Picture picture_of_yuyv(uint32_t width, uint32_t height, std::span<const uint8_t
 /// A Failure for a file that is broken.
 Picture picture_of_jpeg(std::span<const uint8_t> file);
 std::vector<uint8_t> png_of(const Picture& picture);
-std::vector<uint8_t> jpeg_of(const Picture& picture);
+/// `quality` is 1 to 100.
+std::vector<uint8_t> jpeg_of(const Picture& picture, uint32_t quality = 95);
 
 } // namespace tool

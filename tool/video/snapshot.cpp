@@ -22,6 +22,7 @@ constexpr char kJpeg[] = "jpeg";
 struct SnapshotOptions {
     std::string file;
     std::string type; ///< "": by the file's name, and as it comes where that has no ending
+    std::optional<uint32_t> quality;
     VideoOptions video;
 };
 
@@ -69,17 +70,24 @@ nyxus::Frame wait_for_frame(Session& session, nyxus::Stream& stream, uint32_t wa
         format("no complete frame within %u s; try a longer --wait or a smaller --size", wait_s));
 }
 
-/// What becomes of the frame: the JPEG that an MJPEG camera sends stays as it is, unless a PNG is
-/// asked for.
-std::vector<uint8_t> file_of(const nyxus::Frame& frame, const std::string& type)
+std::vector<uint8_t> file_of(const Picture& picture, const std::string& type,
+                             const SnapshotOptions& options)
+{
+    if (type != kJpeg)
+        return png_of(picture);
+    return options.quality ? jpeg_of(picture, *options.quality) : jpeg_of(picture);
+}
+
+/// What becomes of the frame: the JPEG that an MJPEG camera sends stays as it is, unless a PNG or
+/// another quality is asked for.
+std::vector<uint8_t> file_of(const nyxus::Frame& frame, const std::string& type,
+                             const SnapshotOptions& options)
 {
     const std::span<const uint8_t> data(frame.data.data(), frame.data.size());
-    if (frame.fourcc == NYXUS_FOURCC_YUYV) {
-        const Picture picture = picture_of_yuyv(frame.width, frame.height, data);
-        return type == kJpeg ? jpeg_of(picture) : png_of(picture);
-    }
-    if (type == kPng)
-        return png_of(picture_of_jpeg(data));
+    if (frame.fourcc == NYXUS_FOURCC_YUYV)
+        return file_of(picture_of_yuyv(frame.width, frame.height, data), type, options);
+    if (type == kPng || options.quality)
+        return file_of(picture_of_jpeg(data), type, options);
     return {data.begin(), data.end()};
 }
 
@@ -88,7 +96,7 @@ void run_snapshot(Session& session, const SnapshotOptions& options)
     constexpr unsigned kUsualWait_s = 10;
     const std::string type = type_of(options);
     const nyxus::VideoFormat format =
-        video_format(session, options.video, type == kJpeg ? "MJPEG" : "YUYV");
+        video_format(session, options.video, type == kJpeg && !options.quality ? "MJPEG" : "YUYV");
     if (!type.empty() && format.fourcc != NYXUS_FOURCC_MJPEG &&
         format.fourcc != NYXUS_FOURCC_YUYV) {
         throw Failure(kExitUsage, format_name(format.fourcc) +
@@ -98,7 +106,8 @@ void run_snapshot(Session& session, const SnapshotOptions& options)
     const uint32_t wait_s = session.arguments.wait_s.value_or(kUsualWait_s);
     const Unwatched unwatched(session.console);
     nyxus::Stream stream = start_stream(session, format);
-    const std::vector<uint8_t> file = file_of(wait_for_frame(session, stream, wait_s), type);
+    const std::vector<uint8_t> file =
+        file_of(wait_for_frame(session, stream, wait_s), type, options);
     stream.stop();
     session.write(options.file, file);
     session.print({{"snapshot", options.file}, {"width", format.width}, {"height", format.height}});
@@ -113,11 +122,15 @@ void add_snapshot_command(Command& app, Arguments& arguments)
     add_file(command, &options->file, "File to write: .png, .jpg; - is standard output");
     add_choice(command, "--type", &options->type, {kPng, kJpeg},
                "What it becomes (without it: by the name of the file, and a PNG of YUYV)");
+    add_number(
+        command, "--quality", &options->quality, 1, 100,
+        "Quality of a JPEG that the tool makes (without it: as an MJPEG camera sends it, or 95)");
     add_video_options(command, options->video);
     set_action(
         command, arguments, [options](Session& session) { run_snapshot(session, *options); },
         [options, &arguments] {
-            (void)type_of(*options);
+            if (type_of(*options) != kJpeg && options->quality)
+                throw Failure(kExitUsage, "--quality is for a JPEG: .jpg, or --type jpeg");
             refuse_impossible_target(options->file, arguments);
         });
 }
