@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # 'nyxus explain' knows every status of the public header, every exit code of the program, and every
-# message that the library raises.
+# message that the library or the program itself raises.
 #
 #   explained_test.sh NYXUS SOURCES
 set -euo pipefail
@@ -34,6 +34,23 @@ while IFS='|' read -r code message; do
 done < <(cat "$sources"/src/*/*.cpp | tr -s '\n ' ' ' |
     grep -oE 'NY_FAIL(_AT)?\([^;]*;' |
     sed -nE 's/.*(NYXUS_E_[A-Z_]+), "([^"]*)".*/\1|\2/p' | sed 's/%s/x/; s/%02X/0F/')
+
+# What the program itself says, whatever it is: the exit code that it ends with.
+while read -ra command; do
+    code=0
+    said=$("$nyxus" "${command[@]}" 2>&1 >/dev/null) || code=$?
+    expect "$said" "exit code $code:"
+done <<'COMMANDS'
+explain
+frob
+info --camera no-such-camera
+upgrade
+snapshot shot.gif
+snapshot shot.png --quality 5
+dump - --json
+reg read 0xFFFF 2
+COMMANDS
+expect "$("$nyxus" upgrade /no/such/file 2>&1)" "ENOENT"
 
 echo "$checked questions, $failed of them not answered"
 [ "$failed" -eq 0 ] && [ "$checked" -gt 50 ]

@@ -277,6 +277,11 @@ constexpr Explained kExitCodes[] = {
 };
 // clang-format on
 
+constexpr OwnMessage kOwnMessages[] = {
+#include "own_messages.inc" // made by own_messages.sh
+    {kExitUsage, "; see 'nyxus"},
+};
+
 } // namespace
 
 const std::span<const Explained> library_statuses = kLibraryStatuses;
@@ -284,5 +289,6 @@ const std::span<const Explained> libusb_codes = kLibusbCodes;
 const std::span<const Explained> libuvc_codes = kLibuvcCodes;
 const std::span<const Explained> system_errors = kSystemErrors;
 const std::span<const Explained> exit_codes = kExitCodes;
+const std::span<const OwnMessage> own_messages = kOwnMessages;
 
 } // namespace tool

@@ -48,4 +48,11 @@ extern const std::span<const Explained> system_errors;
 /// Exit codes of this program.
 extern const std::span<const Explained> exit_codes;
 
+/// What this program says before it ends with an exit code, without its varying parts.
+struct OwnMessage {
+    int32_t exit_code;
+    const char* words;
+};
+extern const std::span<const OwnMessage> own_messages;
+
 } // namespace tool

@@ -195,6 +195,7 @@ std::vector<Explanation> explain_number_inside(const std::string& line)
 /// The longest words are the most specific ones.
 std::vector<Explanation> explain_message(const std::string& line)
 {
+    const bool is_own = line.find("nyxus: ") != std::string::npos;
     size_t longest = 0;
     std::vector<Explanation> result;
     const auto offer = [&](const Explanation& candidate, const std::string& words) {
@@ -203,13 +204,20 @@ std::vector<Explanation> explain_message(const std::string& line)
         if (words.size() > longest)
             result.clear();
         longest = words.size();
-        result.push_back(candidate);
+        if (result.empty() || result.back().row != candidate.row)
+            result.push_back(candidate);
     };
     for (const Explanation& candidate : all_explanations()) {
         for (const char* message : candidate.row->messages)
             offer(candidate, message == nullptr ? "" : message);
         if (candidate.name.starts_with("NYXUS_E_LIBUSB"))
             offer(candidate, "() FAILED, " + candidate.text);
+        if (is_own && candidate.name.starts_with("NYXUS_E_SYSTEM"))
+            offer(candidate, ": " + candidate.text);
+        for (const OwnMessage& own : own_messages) {
+            if (candidate.exit_code && candidate.number == own.exit_code && is_own)
+                offer(candidate, own.words);
+        }
     }
     return result;
 }
