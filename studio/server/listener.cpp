@@ -49,6 +49,7 @@ public:
         timeout.idle_timeout = kPatience;
         timeout.keep_alive_pings = true;
         socket_.set_option(timeout);
+        socket_.auto_fragment(false); // a picture is one piece already
         socket_.read_message_max(kMostSaidBytes);
         beast::get_lowest_layer(socket_).expires_never();
         socket_.async_accept(request, [self = shared_from_this()](error_code error) {

@@ -83,7 +83,7 @@ class Events:
         size = {126: lambda: struct.unpack(">H", self.stream.read(2))[0],
                 127: lambda: struct.unpack(">Q", self.stream.read(8))[0]}.get(size, lambda: size)()
         data = self.stream.read(size)
-        check(kind in (0x81, 0x82, 0x89), f"the server ends the stream: {kind:#x} {data!r}")
+        check(kind in (0x81, 0x82, 0x89), f"the server ends the stream: {kind:#x} {data[:40]!r}")
         return json.loads(data) if kind == 0x81 else data if kind == 0x82 else {"event": "ping"}
 
     def until(self, wanted):
