@@ -30,6 +30,7 @@ static Status check_window(const Camera& camera, uint32_t address, size_t size)
 static Status write_and_compare(NyDevice* device, uint16_t address, Bytes bytes)
 {
     const auto size = static_cast<uint16_t>(bytes.size());
+    XU_SetWriteCycleTime(kPageWrite_ms);
     int32_t rv = SG_EepromWrite(device, address, size, bytes.data());
     if (rv != 0)
         return library_failure("writing the EEPROM", rv);
@@ -51,7 +52,6 @@ static Status do_write(Camera& camera, uint16_t address, Bytes bytes, const Back
     Status done = change.opens({.operation = "sg"});
     if (done)
         done = change.begins(JournalStep::kWriting);
-    XU_SetWriteCycleTime(kPageWrite_ms);
     if (done)
         done = write_and_compare(camera.device(), address, bytes);
     if (done)

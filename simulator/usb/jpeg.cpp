@@ -1,15 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "usb/jpeg.h"
 
+#include "jpeg/errors.h"
+
 #include <algorithm>
 #include <array>
-#include <csetjmp>
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <utility>
-
-#include <jpeglib.h>
 
 namespace sim {
 
@@ -66,29 +64,16 @@ void pack(const uint8_t* ycbcr, size_t sample_bytes, std::span<uint8_t> yuyv)
     }
 }
 
-/// libjpeg ends the program on a broken file unless it is led elsewhere.
-struct JpegErrors {
-    jpeg_error_mgr manager; // first: libjpeg knows it only
-    std::jmp_buf broken;
-};
-
-void jump_away(j_common_ptr codec)
-{
-    std::longjmp(reinterpret_cast<JpegErrors*>(codec->err)->broken, 1);
-}
-
-void say_nothing(j_common_ptr) {}
-
 // A small file may ask for the whole picture to be gone over again and again.
 void count_scans(j_common_ptr codec)
 {
     constexpr int kMostScans = 50;
     if (reinterpret_cast<j_decompress_ptr>(codec)->input_scan_number > kMostScans)
-        jump_away(codec);
+        jpeg::jump_away(codec);
 }
 
 /// False for a broken file. Nothing in it needs a destructor, which a jump would leave out.
-bool decode(jpeg_decompress_struct& decoder, JpegErrors& errors, std::span<const uint8_t> file,
+bool decode(jpeg_decompress_struct& decoder, jpeg::Errors& errors, std::span<const uint8_t> file,
             YuyvPicture& picture, std::vector<uint8_t>& row)
 {
     constexpr uint32_t kMostPixels = 4096; // to a side
@@ -128,11 +113,9 @@ bool decode(jpeg_decompress_struct& decoder, JpegErrors& errors, std::span<const
 
 std::optional<YuyvPicture> decode_jpeg(std::span<const uint8_t> file)
 {
-    JpegErrors errors{};
+    jpeg::Errors errors{};
     jpeg_decompress_struct decoder{};
-    decoder.err = jpeg_std_error(&errors.manager);
-    errors.manager.error_exit = jump_away;
-    errors.manager.output_message = say_nothing;
+    decoder.err = jpeg::jumping(errors);
     YuyvPicture picture;
     std::vector<uint8_t> row;
     const bool is_whole = decode(decoder, errors, file, picture, row);

@@ -1,15 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "video/picture.h"
 
+#include "jpeg/errors.h"
 #include "terminal/failure.h"
 
 #include <png.h>
 #include <algorithm>
-#include <csetjmp>
-#include <cstdio>
 #include <cstdlib>
-
-#include <jpeglib.h>
 
 namespace tool {
 
@@ -31,29 +28,8 @@ void put_rgb(uint8_t* rgb, int y, int cb, int cr)
     rgb[2] = clamped((luma + 516 * (cb - 128)) / 256);
 }
 
-/// libjpeg ends the program on a broken file unless it is led elsewhere.
-struct JpegErrors {
-    jpeg_error_mgr manager; // first: libjpeg knows it only
-    std::jmp_buf broken;
-};
-
-void jump_away(j_common_ptr codec)
-{
-    std::longjmp(reinterpret_cast<JpegErrors*>(codec->err)->broken, 1);
-}
-
-void say_nothing(j_common_ptr) {}
-
-jpeg_error_mgr* jumping(JpegErrors& errors)
-{
-    jpeg_std_error(&errors.manager);
-    errors.manager.error_exit = jump_away;
-    errors.manager.output_message = say_nothing;
-    return &errors.manager;
-}
-
 /// False for a broken file. Nothing in it needs a destructor, which a jump would leave out.
-bool decode(jpeg_decompress_struct& decoder, JpegErrors& errors, std::span<const uint8_t> file,
+bool decode(jpeg_decompress_struct& decoder, jpeg::Errors& errors, std::span<const uint8_t> file,
             Picture& picture)
 {
     if (setjmp(errors.broken) != 0)
@@ -77,7 +53,7 @@ bool decode(jpeg_decompress_struct& decoder, JpegErrors& errors, std::span<const
 }
 
 /// False where memory is short.
-bool encode(jpeg_compress_struct& encoder, JpegErrors& errors, const Picture& picture,
+bool encode(jpeg_compress_struct& encoder, jpeg::Errors& errors, const Picture& picture,
             unsigned char** file, unsigned long* size)
 {
     constexpr int kQuality = 95;
@@ -118,9 +94,9 @@ Picture picture_of_yuyv(uint32_t width, uint32_t height, std::span<const uint8_t
 
 Picture picture_of_jpeg(std::span<const uint8_t> file)
 {
-    JpegErrors errors{};
+    jpeg::Errors errors{};
     jpeg_decompress_struct decoder{};
-    decoder.err = jumping(errors);
+    decoder.err = jpeg::jumping(errors);
     Picture picture;
     const bool is_whole = decode(decoder, errors, file, picture);
     jpeg_destroy_decompress(&decoder);
@@ -131,9 +107,9 @@ Picture picture_of_jpeg(std::span<const uint8_t> file)
 
 std::vector<uint8_t> jpeg_of(const Picture& picture)
 {
-    JpegErrors errors{};
+    jpeg::Errors errors{};
     jpeg_compress_struct encoder{};
-    encoder.err = jumping(errors);
+    encoder.err = jpeg::jumping(errors);
     unsigned char* file = nullptr;
     unsigned long size = 0;
     const bool is_made = encode(encoder, errors, picture, &file, &size);
