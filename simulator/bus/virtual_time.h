@@ -4,6 +4,7 @@
 #include "chip/clock.h"
 
 #include <cstdint>
+#include <optional>
 
 namespace sim {
 
@@ -22,6 +23,8 @@ private:
 };
 
 VirtualClock* installed_virtual_clock();
+/// Of the installed one, in any thread, even while it is taken away.
+std::optional<uint64_t> virtual_time_us();
 
 /// The host sleeps: the clock advances, and what the bus had under way happens meanwhile.
 void sleep_virtually(VirtualClock& clock, uint64_t duration_us);

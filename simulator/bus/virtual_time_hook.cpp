@@ -24,10 +24,9 @@ extern "C" int usleep(useconds_t duration_us)
 
 extern "C" int gettimeofday(timeval* __restrict time, void* __restrict zone) noexcept
 {
-    if (sim::VirtualClock* clock = sim::installed_virtual_clock()) {
-        const uint64_t now_us = clock->now_us();
-        time->tv_sec = kVirtualEpochS + static_cast<time_t>(now_us / sim::kUsPerSecond);
-        time->tv_usec = static_cast<suseconds_t>(now_us % sim::kUsPerSecond);
+    if (const auto now_us = sim::virtual_time_us()) {
+        time->tv_sec = kVirtualEpochS + static_cast<time_t>(*now_us / sim::kUsPerSecond);
+        time->tv_usec = static_cast<suseconds_t>(*now_us % sim::kUsPerSecond);
         return 0;
     }
     static const auto next = sim::next_function<int (*)(timeval*, void*)>("gettimeofday");
